@@ -1,0 +1,52 @@
+# Compiler settings of the whole tree, and the three functions that folders use to declare themselves.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+option(VELD_BENCH "build the benchmarks" OFF)
+set(VELD_SANITIZE "" CACHE STRING "sanitizers, as for -fsanitize: address,undefined or thread")
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+# No fused multiply-add by the compiler's choice: results are then the same on every x86-64 machine.
+add_compile_options(-Wall -Wextra -Wshadow -Wpedantic -Werror -ffp-contract=off -fno-math-errno)
+if(VELD_SANITIZE)
+  add_compile_options(-fsanitize=${VELD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${VELD_SANITIZE})
+  add_compile_definitions(VELD_SANITIZED)
+endif()
+# Names in the backtrace of a crash report.
+add_link_options(-rdynamic)
+
+# veld_library(name SOURCES a.cpp ... [LIBS x y])
+function(veld_library name)
+  cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  add_library(${name} STATIC ${A_SOURCES})
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${A_LIBS} Threads::Threads)
+endfunction()
+
+# veld_test(name SOURCES a_test.cpp ... [LIBS x y]): one GoogleTest executable, registered with CTest.
+function(veld_test name)
+  cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${A_LIBS} test_support GTest::gtest GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+endfunction()
+
+# veld_bench(name SOURCES a_bench.cpp ... [LIBS x y]): one Google Benchmark executable.
+function(veld_bench name)
+  cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${A_SOURCES})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${A_LIBS} benchmark::benchmark benchmark::benchmark_main)
+endfunction()

@@ -1,0 +1,27 @@
+// lib/general/path.h
+// Paths as strings, with "/" as the only separator, and the few facts of the file system that are needed.
+#pragma once
+#include <cstdint>
+#include <string>
+
+std::string change_extension(const std::string& path, const std::string& ext);  // ext with its dot, or empty
+std::string get_extension(const std::string& path);                             // with its dot; empty when none
+std::string change_directory(const std::string& path, const std::string& dir);
+void split_path(const std::string& path, std::string& dir, std::string& name);  // dir keeps its "/"
+std::string base_name(const std::string& path);
+std::string with_slash(const std::string& dir);  // adds a trailing "/" unless empty or there
+[[nodiscard]] bool current_directory(std::string& dir);
+std::string add_input_directory(const std::string& path, const std::string& idir);
+
+int64_t file_mode(const std::string& path);   // st_mode; -1 when absent
+bool is_regular_file(const std::string& path);  // a regular file, or a link to one
+bool is_directory(const std::string& path);
+int64_t file_size(const std::string& path);   // bytes; -1 when absent
+int64_t file_mtime(const std::string& path);  // modification time in seconds; -1 when absent
+bool same_file(const std::string& a, const std::string& b);  // same device and inode, both existing
+std::string real_path(const std::string& path);              // unchanged when it cannot be resolved
+bool remove_file(const std::string& path);
+bool rename_file(const std::string& from, const std::string& to);
+// Deletes by pattern or name. Refuses an empty pattern and one that ends in "*" (WARNING). Adds to the counts.
+bool delete_files(const std::string& pattern, uint64_t& nfiles, uint64_t& nbytes);
+bool wildcard_match(const std::string& pattern, const std::string& text);  // main thread only

@@ -1,0 +1,14 @@
+// lib/general/progress.h
+// Progress of a long stage: a bar on the console, or a small file that a front end polls, or nothing.
+#pragma once
+#include <string>
+
+enum class ProgressMode { none = 0, console = 1, file = 2 };
+void set_progress_mode(ProgressMode mode);
+
+// Announces a stage of ntotal > 0 units (asserted).
+void progress_start(int ntotal);
+// Shows the state after i units (clamped to 0..ntotal) with a text. Any thread may call it.
+void progress_step(int i, const std::string& text);
+// Shows the full bar with a closing text and ends the stage.
+void progress_end(const std::string& text);
