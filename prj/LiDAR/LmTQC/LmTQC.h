@@ -1,0 +1,43 @@
+// prj/LiDAR/LmTQC/LmTQC.h
+// Relative quality control in numbers: height differences between overlapping swaths after a correction, and
+// the running statistics that the logs of pairs share.
+// Here:     QC_DZ_corr_LmT, choice of its pairs, StatXYZ.
+// Not here: pictures (LmTQCimg), control points (LmTQCGCP), statistics of the inversion (VR2inv).
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lib/DataStructure/image.h"
+#include "lib/DataStructure/vector.h"
+#include "lib/Geometry/xyz.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/LmTQC/stat_xyz.h"
+#include "prj/LiDAR/project.h"
+
+// The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the
+// swath's tile table (".0T.idx", same order), 32 x 32 microtile centres, z = -9999 where there is none.
+struct SCorrTbl {
+  Vector<Image<xyz>> C;       // m; empty: the swath is not corrected (fixed, or without a trajectory)
+  xyz T0 = {0, 0, 0};         // m, added to the whole swath on top of C (global shifts)
+};
+
+struct QCcorrResult {
+  int nint = 0;      // pairs of the list
+  int nused = 0;     // pairs measured
+  double Mpix = 0;
+  double stddev = 0;  // m, of the height differences of all pairs
+  double rms = 0;     // m
+  double area = 0;    // m2
+};
+
+// Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not used).
+// With ALLDZ every pair stays. Messages by the caller's choice; n0: pairs before.
+std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0);
+
+// Measures the pairs on the grids with the corrections applied: with d the field that moves swath 1 onto
+// swath 2, d = c2 - c1. Writes prj.name + "_DZcorr_stat.log". corr: by swath number, nsw entries.
+// False after an ERROR line when no grid can be read or the log cannot be written.
+[[nodiscard]] bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs,
+                                  const std::vector<SCorrTbl>& corr, int nthreads, QCcorrResult& result);

@@ -1,0 +1,91 @@
+// prj/LiDAR/LmTgrid_w/LmTgrid_w.h
+// Grids of swaths: height, density and roughness (ZDS) at every pixel, by local linear kernel regression.
+// Here:     the driver over swaths and tiles, the grid cache (index and words), reading of height images.
+// Not here: the kernel itself (LKRgrid.h), tiles and points (LmTidx_r), overlap maps (LmTplot).
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lib/DataStructure/image.h"
+#include "lib/DataStructure/vector.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/LmTplot/LmTplot.h"
+#include "prj/LiDAR/project.h"
+
+constexpr uint32_t GridMagic = 0xCACACACA;
+constexpr uint32_t GridVersion = 0x30E1C;
+constexpr float NODATA = -9999.0f;         // height of a pixel without one
+constexpr int32_t GRID_ZBIAS = 0x753000;   // 7500 m in 1/1024 m
+constexpr uint32_t GRID_ZMASK = 0xFFFFFF;  // bits 0-23: height; 24-28: roughness; 29-31: density
+
+#pragma pack(push, 1)
+struct GridHdr {  // start of ".gmT.idx"; the u16 table gT follows, then a flag byte and 1024 bytes a tile
+  uint32_t magic = GridMagic;
+  uint32_t version = GridVersion;
+  int64_t tstamp = 0;  // modification time of the swath's file, s
+  float smaxf = 0;     // GZ_SMAXF
+  uint32_t dim = 0;    // pixels along the side of a microtile
+  uint8_t full = 0;    // 1: gridded everywhere, 0: in the overlaps only
+};
+#pragma pack(pop)
+static_assert(sizeof(GridHdr) == 25);
+
+// The grid of one swath as its index tells it; tile numbers are those of the tile table.
+struct SwGrid {
+  std::string file;               // ".gmT.ZDS"
+  GridHdr hdr;
+  std::vector<TIsxy> TI;          // the swath's tile table
+  Vector<uint16_t> gT;            // gridded microtiles of each tile
+  Vector<Image<uint8_t>> gTocc;   // 32 x 32 per tile, not 0 = gridded; empty where gT is 0
+  Vector<uint64_t> ofs;           // first word of each tile's block in the file
+  // Number of the tile with these absolute indices, -1 when the swath has none.
+  int tile_at(uint32_t XI, uint32_t YI) const;
+};
+
+// What a height must be to be taken.
+struct GridLimits {
+  int smax = 31;          // largest roughness code (units of GSD/16)
+  float zmin = -10000.f;  // m
+  float zmax = 10000.f;   // m
+};
+
+struct GridResult {   // of LmT_grid
+  int ncached = 0;    // swaths whose grid was taken as it stood
+  int nskipped = 0;   // swaths without overlap
+  int ngridded = 0;   // swaths gridded now
+  uint64_t nblocks = 0;
+  uint64_t npoints = 0;  // points read (those on the ring of a tile count again)
+  uint64_t npixels = 0;  // words written
+};
+
+// Grids all used swaths of the project, in the overlaps (ovr: the overlap map of all swaths) or everywhere
+// (full). A grid in the cache that fits and covers what is wanted is kept. Writes ".gmT.idx" and ".gmT.ZDS"
+// beside each swath's tiles. The bytes do not depend on nthreads. False after an ERROR line when a swath
+// failed; the others are finished first.
+[[nodiscard]] bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, GridResult& result);
+
+// Tests the cached grid of a swath against the source's time, GZ_SMAXF and (with check_dim_full) dim and full;
+// a mismatch is logged behind "<!> ". No ERROR but for a source whose time cannot be read.
+[[nodiscard]] bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool check_dim_full);
+
+// Reads only the header of ".gmT.idx". False, silently, when it is missing, short or of another version.
+[[nodiscard]] bool read_gZDSidx_hdr_data(const std::string& swath, GridHdr& hdr);
+// Reads ".gmT.idx" for a tile table; every size is checked against the two files' sizes. False, silently.
+[[nodiscard]] bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid);
+// The same after reading the tile table from ".0T.idx".
+[[nodiscard]] bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid);
+
+// Heights of a tile: an image of (32 dim) x (32 dim), pixel (x, y) at (x, y) x GSD from the lower left corner,
+// NODATA where there is none. mask: 32 x 32, only microtiles that are not 0 there are taken; null for all.
+// False, after a log line, when the tile has no grid or the read fails (Z is then all NODATA).
+bool read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
+                  Image<float>& Z);
+// Heights of the tile at absolute indices (XI, YI) with a margin of buf <= 32 dim pixels on every side, which
+// comes from the eight neighbours: an image of side 32 dim + 2 buf. The tile itself may be missing.
+// False, after a log line, when no pixel could come from any of the nine tiles.
+bool read_gZ_tile_8nn(const SwGrid& grid, uint32_t XI, uint32_t YI, int buf, const GridLimits& limits,
+                      Image<float>& Z);
+
+// Largest roughness code that is compared: lroundf(16 x smax / GSD), both in metres.
+int grid_smax_code(float smax, float GSD);
