@@ -13,7 +13,7 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
-#include "prj/LiDAR/LmTQC/stat_xyz.h"
+#include "prj/LiDAR/stat_xyz.h"
 #include "prj/LiDAR/project.h"
 
 // The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the

@@ -1,4 +1,4 @@
-// prj/LiDAR/LmTQC/stat_xyz.h
+// prj/LiDAR/stat_xyz.h
 // Running statistics of vectors, per axis: mean, standard deviation, RMS, extremes, as the logs print them.
 #pragma once
 #include <cmath>
