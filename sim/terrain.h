@@ -1,0 +1,34 @@
+// sim/terrain.h
+// Procedural landscape: hills, fields with furrows and ditches, a road on a bank, houses with gabled or flat
+// roofs, and trees. Every height is a function of position and seed, so a beam finds what it hits without a
+// grid.
+#pragma once
+#include <cstdint>
+
+#include "lib/Geometry/xyz.h"
+
+struct Terrain {
+  uint64_t seed = 1;
+  double x0 = 0, y0 = 0;     // m, centre of the landscape
+  double z0 = 500;           // m, mean height
+  double relief = 14;        // m, amplitude of the hills
+  double house_frac = 0.35;  // of the lots of the village
+  double tree_frac = 0.12;   // of the lots of the landscape
+};
+
+enum class Cover { ground, roof, tree };
+
+double ground_height(const Terrain& t, double x, double y);
+// Ground or roof, whichever is higher.
+double solid_height(const Terrain& t, double x, double y, Cover& cover);
+// Top of the crown that stands over (x, y); below the ground where there is none.
+double crown_height(const Terrain& t, double x, double y);
+
+struct BeamHit {
+  double range;  // m along the beam
+  Cover cover;
+};
+// First solid surface along the unit vector dir from origin (dir.z < 0). through: the beam passes crowns.
+// False when nothing is hit within max_range metres.
+bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max_range, bool through,
+               BeamHit& hit);
