@@ -1,0 +1,33 @@
+// geo/wkt.h
+// A small scanner for well-known text: it looks for fixed keywords, one by one, and pulls out numbers.
+// Here:     keyword search, parameters, spheroid, unit, TOWGS84, and the constants of each projection.
+// Not here: a general WKT tree; the projection formulas (georef.h).
+//
+// All functions expect the text as wkt_normalise gives it: lower case, without white space.
+#pragma once
+#include <string>
+
+#include "geo/georef.h"
+
+std::string wkt_normalise(const std::string& text);
+
+// The number behind parameter["name", ... False when the entry is missing or holds no number, with a log line;
+// with alt only the log says so, as another name will be tried.
+[[nodiscard]] bool get_WKT_param(double& value, const std::string& name, const std::string& wkt, bool alt = false);
+// The first EPSG code behind a keyword such as projcs[; empty when there is none.
+std::string get_WKT_authority(const std::string& wkt);
+
+void get_WKT_spheroid(const std::string& wkt, double& a, double& e2);  // WGS84 with a WARNING when it fails
+double get_WKT_unit(const std::string& wkt);                          // metres per unit; 1 when none fits
+bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]);           // false: no shift is to be applied
+
+// Kind of the projection by the name behind projection[, with the flags south, SP2 and centre. False if there is
+// none or it is another one (no message).
+[[nodiscard]] bool get_WKT_projection(const std::string& wkt, GeoRefParam& g);
+
+// Read the constants of their projection. False after the getter's log lines when one is missing.
+[[nodiscard]] bool parse_WKT_TM(const std::string& wkt, GeoRefParam& g);
+[[nodiscard]] bool parse_WKT_LCC(const std::string& wkt, GeoRefParam& g);
+[[nodiscard]] bool parse_WKT_AEAC(const std::string& wkt, GeoRefParam& g);
+[[nodiscard]] bool parse_WKT_HOM(const std::string& wkt, GeoRefParam& g);
+[[nodiscard]] bool parse_WKT_OS(const std::string& wkt, GeoRefParam& g);
