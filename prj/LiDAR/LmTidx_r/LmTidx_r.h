@@ -1,0 +1,87 @@
+// prj/LiDAR/LmTidx_r/LmTidx_r.h
+// Reading of the tile caches of a swath: tables, occupancy, heights, times and points.
+// Here:     every reader, by the path of the swath (the cache name is derived from it).
+// Not here: writing (LmTidx_w), maps over several swaths (LmTplot), grids (LmTgrid_w).
+//
+// Readers return false when a file is missing, short or does not fit its header, without an ERROR line: the
+// caller names the consequence. Counts are compared with file sizes before they are used. All readers may
+// run on several threads at once; each call opens its own files.
+// Per-tile images are 32 x 32, element (column, row), in the order of the tile table.
+#pragma once
+#include <cstdint>
+#include <string>
+
+#include "lib/DataStructure/image.h"
+#include "lib/DataStructure/vector.h"
+#include "lib/Geometry/xyz.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
+
+[[nodiscard]] bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr);
+[[nodiscard]] bool read_LTidxInfo(const std::string& path, LTidxInfo& info);
+// The tile table, by increasing y, then x.
+[[nodiscard]] bool read_LTidx_TI(const std::string& path, Vector<TIsxy>& TI);
+
+// Tile map: index into the table, 65535 where the swath has no tile. From the extent of the header, or from
+// an extent of the caller's (tiles outside it are left out).
+constexpr uint16_t NO_TILE = 65535;
+void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16_t>& timg);
+void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg);
+
+// What every reader of points needs of a swath, 14 bytes or so a tile; read-only once filled.
+struct SwTiles {
+  std::string path;       // of the swath
+  TileGeom geom;
+  LTidxInfo info;
+  Vector<TIsxy> TI;
+  Vector<uint64_t> Pidx;  // per tile, index of its first point in the point file
+  Image<uint16_t> timg;   // tile map of the header's extent
+  // Index of the tile (XI, YI) in the table, -1 when the swath has none there.
+  int find(int64_t XI, int64_t YI) const {
+    const int64_t x = XI - info.XImin, y = YI - info.YImin;
+    if (x < 0 || y < 0 || x >= timg.xsize() || y >= timg.ysize()) return -1;
+    const uint16_t k = timg.row(static_cast<int>(y))[x];
+    return k == NO_TILE ? -1 : k;
+  }
+};
+[[nodiscard]] bool read_SwTiles(const std::string& path, SwTiles& sw);
+
+// Tables of all tiles of a swath; nt is the length of its tile table.
+[[nodiscard]] bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN);
+// 1 where a microtile is occupied (more than 4 points), else 0.
+[[nodiscard]] bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<uint8_t>>& mocc);
+// Mean heights in 1/512 m (NO_I32 where empty), counts, and the index of each microtile's first point in its tile.
+[[nodiscard]] bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Zm,
+                                     Vector<Image<uint32_t>>& TN, Vector<Image<uint32_t>>& ofs);
+
+// The same tables one tile at a time: k is the index in the tile table.
+[[nodiscard]] bool read_LmT_tile_N(const std::string& path, uint32_t k, Image<uint32_t>& N);
+[[nodiscard]] bool read_LmT_tile_Zm(const std::string& path, uint32_t k, Image<int32_t>& Zm);
+[[nodiscard]] bool read_LmT_tile_time(const std::string& path, uint32_t k, LmTtimeRec& rec);
+// Time of one tile at the microtile corners (33 x 33) or centres (32 x 32), ticks relative to info.t0.
+[[nodiscard]] bool read_LmT_tile_Vt(const std::string& path, uint32_t k, Image<int32_t>& Vt);
+[[nodiscard]] bool read_LmT_tile_Ct(const std::string& path, uint32_t k, Image<int32_t>& Ct);
+
+// Times of all tiles of a swath.
+[[nodiscard]] bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Vt);
+// Centre times and mean heights: one sample a microtile.
+[[nodiscard]] bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+                                     Vector<Image<int32_t>>& Zm);
+// Centre times with the coded time range and deviation.
+[[nodiscard]] bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+                                   Vector<Image<uint8_t>>& dt, Vector<Image<uint8_t>>& dev);
+
+// Points of tile k and of the ring of microtiles, one microtile wide, that adjoins it in the 8 tiles around.
+// gTocc: 32 x 32 of the tile, bit value 1 on the microtiles to grid; bit value 4 is set on those of this tile
+// from which points were taken. Only occupied microtiles that lie within `reach` microtiles of one to grid
+// are read (32: all of them). P: metres relative to the tile's lower left corner, Z the height; it is
+// enlarged when too small, np of its elements are filled. np0: how many of them lie in the tile itself.
+// np = 0 with success: the tile is left out (nothing to grid, or no point in the tile itself).
+[[nodiscard]] bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int reach,
+                                    Vector<xyz>& P, uint64_t& np, uint64_t& np0);
+
+// Points strictly inside the rectangle (x0, x1) x (y0, y1), metres relative to the lower left corner of tile
+// (XI, YI), which may reach into other tiles and need not exist. Coordinates as above.
+// nmtr, nmtf: microtiles read and refused (4 points or fewer, or no tile).
+[[nodiscard]] bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, double x1, double y0,
+                                      double y1, Vector<xyz>& P, uint64_t& np, uint64_t& nmtr, uint64_t& nmtf);
