@@ -3,9 +3,9 @@
 // Here:     GeoRefParam, forward and inverse projection, direction of true north, earth-centred coordinates.
 // Not here: the scanner for WKT (wkt.h), trajectories and their attitudes (POio, VR2POsync).
 //
-// The formulas of the projections are PROJ's. A GeoRefParam is a plain value: it holds the numbers and the text
-// of the operation; PROJ's own objects live one set a thread and are made on first use, so that copies are cheap
-// and all conversions below may be called from any number of threads at once.
+// The formulas of the projections are PROJ's. A GeoRefParam is a plain value: it holds the numbers and the
+// text of the operation; PROJ's own objects live one set a thread and are made on first use, so that copies
+// are cheap and all conversions below may be called from any number of threads at once.
 #pragma once
 #include <string>
 
@@ -29,45 +29,46 @@ struct GeoRefParam {
   double a = WGS84_A;    // m, semi-major axis of the spheroid
   double e2 = WGS84_E2;  // its squared eccentricity
 
-  double unit = 1.0;      // metres per unit of planar coordinates and heights; an option may override the WKT's
+  double unit = 1.0;  // metres per unit of planar coordinates and heights; an option may override the WKT's
   double unit_wkt = 1.0;  // metres per unit of the WKT string: that of Eo and No
 
   // Constants of the projection, degrees or 1 or units of the string.
-  double lcm = 0;            // central meridian
-  double lono = 0;           // longitude of the centre
-  double lato = 0;           // latitude of origin or centre
+  double lcm = 0;             // central meridian
+  double lono = 0;            // longitude of the centre
+  double lato = 0;            // latitude of origin or centre
   double lat1 = 0, lat2 = 0;  // standard parallels
-  double ko = 1;             // scale factor
-  double Eo = 0, No = 0;     // false easting, northing
-  double az = 0, rga = 0;    // azimuth, rectified grid angle
+  double ko = 1;              // scale factor
+  double Eo = 0, No = 0;      // false easting, northing
+  double az = 0, rga = 0;     // azimuth, rectified grid angle
 
   bool hasH7 = false;   // a TOWGS84 entry was found
   double H7[7] = {};    // dx, dy, dz (m), three rotations (arc seconds), scale (ppm)
   bool samedat = true;  // no datum step between the trajectory (WGS84) and the points
 
-  std::string geoid;  // name of the geoid grid, empty: none
+  std::string geoid;   // name of the geoid grid, empty: none
   double geoid_h = 0;  // m, constant height of the geoid, taken off ellipsoidal heights
 
   std::string def;  // PROJ's text for the operation; empty for GEO
 
-  // Sets everything from the options: zone (-utm, 0 none, negative south), text (content of the -wkt file, ignored
-  // with a zone), geoid height (-geoid_h), geoid name (-geoid), same_datum (-same_datum). With neither zone nor
-  // text the kind is GEO. A caller whose unit option overrides the string's sets `unit` afterwards.
-  // False after an ERROR line: a parameter is missing or PROJ refuses it, or datum shift or geoid are asked for.
-  [[nodiscard]] bool init(int zone, const std::string& text, double geoid_height, const std::string& geoid_name,
-                          bool same_datum);
+  // Sets everything from the options: zone (-utm, 0 none, negative south), text (content of the -wkt file,
+  // ignored with a zone), geoid height (-geoid_h), geoid name (-geoid), same_datum (-same_datum). With
+  // neither zone nor text the kind is GEO. A caller whose unit option overrides the string's sets `unit`
+  // afterwards. False after an ERROR line: a parameter is missing or PROJ refuses it, or datum shift or geoid
+  // are asked for.
+  [[nodiscard]] bool init(int zone, const std::string& text, double geoid_height,
+                          const std::string& geoid_name, bool same_datum);
 };
 
 // Word of the projection family as logs show it: "UTM", "TM", "LCC", "AEAC", "HOM", "OS", "GEO".
 const char* proj_word(ProjKind kind);
 
-// Geodetic to projected: longitude and latitude in degrees, ellipsoidal height in metres, to x, y, z in `unit`.
-// GEO leaves degrees. False (no message) where the projection isn't defined; p is then unchanged.
+// Geodetic to projected: longitude and latitude in degrees, ellipsoidal height in metres, to x, y, z in
+// `unit`. GEO leaves degrees. False (no message) where the projection isn't defined; p is then unchanged.
 [[nodiscard]] bool geo_forward(const GeoRefParam& g, double lon, double lat, double h, dxyz& p);
 // Projected to geodetic. False (no message) outside the projection's range.
 [[nodiscard]] bool geo_inverse(const GeoRefParam& g, const dxyz& p, double& lon, double& lat, double& h);
-// As geo_forward, with the direction of true north at that place: degrees clockwise from the grid's y axis. Added
-// to a heading that counts from true north it gives one that counts from grid north (minus the meridian
+// As geo_forward, with the direction of true north at that place: degrees clockwise from the grid's y axis.
+// Added to a heading that counts from true north it gives one that counts from grid north (minus the meridian
 // convergence as it is usually tabulated). 0 for GEO.
 [[nodiscard]] bool geo_forward_north(const GeoRefParam& g, double lon, double lat, double h, dxyz& p,
                                      double& north_deg);

@@ -11,18 +11,19 @@
 
 std::string wkt_normalise(const std::string& text);
 
-// The number behind parameter["name", ... False when the entry is missing or holds no number, with a log line;
-// with alt only the log says so, as another name will be tried.
-[[nodiscard]] bool get_WKT_param(double& value, const std::string& name, const std::string& wkt, bool alt = false);
-// The first EPSG code behind a keyword such as projcs[; empty when there is none.
+// The number behind parameter["name", ... False when the entry is missing or holds no number, with a message.
+// alt: the name stands in for another one that was missing, which a message tells.
+[[nodiscard]] bool get_WKT_param(double& value, const std::string& name, const std::string& wkt,
+                                 bool alt = false);
+// The last EPSG code of the text, that of the outermost system; empty when there is none.
 std::string get_WKT_authority(const std::string& wkt);
 
 void get_WKT_spheroid(const std::string& wkt, double& a, double& e2);  // WGS84 with a WARNING when it fails
-double get_WKT_unit(const std::string& wkt);                          // metres per unit; 1 when none fits
-bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]);           // false: no shift is to be applied
+double get_WKT_unit(const std::string& wkt);                           // metres per unit; 1 when none fits
+bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]);            // false: no shift is to be applied
 
-// Kind of the projection by the name behind projection[, with the flags south, SP2 and centre. False if there is
-// none or it is another one (no message).
+// Kind of the projection by the name behind projection[, with the flags south, SP2 and centre. False if there
+// is none or it is another one (no message).
 [[nodiscard]] bool get_WKT_projection(const std::string& wkt, GeoRefParam& g);
 
 // Read the constants of their projection. False after the getter's log lines when one is missing.

@@ -1,0 +1,229 @@
+#include "geo/wkt.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "lib/general/log.h"
+
+namespace {
+bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// Reads one finite number at pos and moves pos behind it.
+bool number_at(const std::string& wkt, size_t& pos, double& value) {
+  if (pos >= wkt.size()) return false;
+  const char* start = wkt.c_str() + pos;
+  char* end = nullptr;
+  const double v = std::strtod(start, &end);
+  if (end == start || !std::isfinite(v)) return false;
+  pos += static_cast<size_t>(end - start);
+  value = v;
+  return true;
+}
+
+// The numbers behind the n-th comma that follows pos, comma separated.
+bool numbers_behind_name(const std::string& wkt, size_t pos, double* values, int n) {
+  pos = wkt.find(',', pos);
+  for (int i = 0; i < n; i++) {
+    if (pos >= wkt.size() || wkt[pos] != ',' || !number_at(wkt, ++pos, values[i])) return false;
+  }
+  return true;
+}
+
+bool starts_at(const std::string& text, size_t pos, const char* word) {
+  return text.compare(pos, std::char_traits<char>::length(word), word) == 0;
+}
+}  // namespace
+
+std::string wkt_normalise(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  for (const char c : text) {
+    if (is_blank(c) || c == '\0') continue;
+    out += (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+  }
+  return out;
+}
+
+bool get_WKT_param(double& value, const std::string& name, const std::string& wkt, bool alt) {
+  const std::string key = "parameter[\"" + name + "\",";
+  const size_t at = wkt.find(key);
+  if (at == std::string::npos) {
+    LOG_MSG("WKT parser - " << name << " parameter missing");
+    return false;
+  }
+  size_t pos = at + key.size();
+  if (!number_at(wkt, pos, value)) {
+    LOG_MSG("WKT parser - " << name << " parameter value not found");
+    return false;
+  }
+  if (alt) LOG_MSG("WKT parser - using " << name << " parameter instead");
+  return true;
+}
+
+std::string get_WKT_authority(const std::string& wkt) {
+  const std::string key = "authority[\"epsg\",\"";
+  const size_t at = wkt.rfind(key);  // the entry of the outermost system stands last
+  if (at == std::string::npos) return {};
+  std::string code;
+  for (size_t i = at + key.size(); i < wkt.size() && wkt[i] >= '0' && wkt[i] <= '9'; i++) code += wkt[i];
+  return code;
+}
+
+void get_WKT_spheroid(const std::string& wkt, double& a, double& e2) {
+  LOG_ENTER("get_WKT_spheroid " << wkt.length());
+  const size_t at = wkt.find("spheroid[");
+  double v[2];  // semi-major axis, inverse flattening (0 for a sphere)
+  if (at != std::string::npos && numbers_behind_name(wkt, at, v, 2) && v[0] > 1e6 && v[0] < 1e7 &&
+      (v[1] == 0 || v[1] > 2)) {
+    const double f = v[1] == 0 ? 0 : 1 / v[1];
+    a = v[0];
+    e2 = f * (2 - f);
+    return;
+  }
+  a = WGS84_A;
+  e2 = WGS84_E2;
+  WARNING_MSG("WKT parser - could not parse spheroid, using WGS84");
+}
+
+double get_WKT_unit(const std::string& wkt) {
+  LOG_ENTER("get_WKT_unit " << wkt.length());
+  struct Row {
+    const char* name;
+    const char* word;
+    double metres;
+  };
+  static const Row rows[] = {{"ussurveyfoot", "FEET_US", FEET_US},
+                             {"ussurveyfeet", "FEET_US", FEET_US},
+                             {"foot_us", "FEET_US", FEET_US},
+                             {"foot(international)", "FEET_INT", FEET_INT},
+                             {"feet(international)", "FEET_INT", FEET_INT},
+                             {"intl.foot", "FEET_INT", FEET_INT},
+                             {"intl.feet", "FEET_INT", FEET_INT},
+                             {"metres", "METERS", 1.0},
+                             {"meters", "METERS", 1.0}};
+  for (const Row& row : rows) {
+    const std::string key = std::string("unit[\"") + row.name + "\",";
+    double value = 0;
+    size_t pos = wkt.find(key);
+    if (pos == std::string::npos) continue;
+    pos += key.size();
+    if (!number_at(wkt, pos, value)) continue;
+    LOG_LINE(row.word << " " << value);
+    return row.metres;
+  }
+  LOG_LINE("WKT parser - unit missing, using default");
+  return 1.0;
+}
+
+bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]) {
+  LOG_ENTER("get_WKT_TOWGS84 " << wkt.length());
+  const std::string key = "towgs84[";
+  size_t pos = wkt.find(key);
+  if (pos == std::string::npos) {
+    LOG_LINE("no TOWGS84");
+    return false;
+  }
+  pos += key.size();
+  double v[7] = {};
+  for (int i = 0; i < 7; i++) {
+    if ((i > 0 && (pos >= wkt.size() || wkt[pos++] != ',')) || !number_at(wkt, pos, v[i])) {
+      WARNING_MSG("WKT parser - could not parse TOWGS84, ignoring 7 parameter transformation");
+      return false;
+    }
+  }
+  for (int i = 0; i < 7; i++) H7[i] = v[i];
+  LOG_LINE("H7 " << v[0] << " " << v[1] << " " << v[2] << " " << v[3] << " " << v[4] << " " << v[5] << " ppm "
+                 << v[6]);
+  return true;
+}
+
+bool get_WKT_projection(const std::string& wkt, GeoRefParam& g) {
+  const size_t at = wkt.find("projection[\"");
+  if (at == std::string::npos) return false;
+  const size_t name = at + 12;
+  if (starts_at(wkt, name, "transverse_mercator_south_orient")) {
+    g.kind = ProjKind::TM;
+    g.south = true;
+  } else if (starts_at(wkt, name, "transverse_mercator\"")) {
+    g.kind = ProjKind::TM;
+  } else if (starts_at(wkt, name, "lambert_conformal_conic_1sp\"")) {
+    g.kind = ProjKind::LCC;
+  } else if (starts_at(wkt, name, "lambert_conformal_conic_2sp\"")) {
+    g.kind = ProjKind::LCC;
+    g.SP2 = true;
+  } else if (starts_at(wkt, name, "albers_conic_equal_area\"")) {
+    g.kind = ProjKind::AEAC;
+  } else if (starts_at(wkt, name, "hotine_oblique_mercator\"")) {
+    g.kind = ProjKind::HOM;
+  } else if (starts_at(wkt, name, "hotine_oblique_mercator_azimuth_center\"")) {
+    g.kind = ProjKind::HOM;
+    g.centre = true;
+  } else if (starts_at(wkt, name, "oblique_stereographic\"")) {
+    g.kind = ProjKind::OS;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool parse_WKT_TM(const std::string& wkt, GeoRefParam& g) {
+  const bool ok = get_WKT_param(g.lcm, "central_meridian", wkt) &&
+                  get_WKT_param(g.lato, "latitude_of_origin", wkt) &&
+                  get_WKT_param(g.ko, "scale_factor", wkt) && get_WKT_param(g.Eo, "false_easting", wkt) &&
+                  get_WKT_param(g.No, "false_northing", wkt);
+  LOG_LINE("TM lcm=" << g.lcm << " lato=" << g.lato << " ko=" << g.ko << " Eo=" << g.Eo << " No=" << g.No
+                     << " south=" << g.south);
+  return ok;
+}
+
+bool parse_WKT_LCC(const std::string& wkt, GeoRefParam& g) {
+  bool ok = get_WKT_param(g.lcm, "central_meridian", wkt) && get_WKT_param(g.lato, "latitude_of_origin", wkt);
+  if (g.SP2)
+    ok = ok && get_WKT_param(g.lat1, "standard_parallel_1", wkt) &&
+         get_WKT_param(g.lat2, "standard_parallel_2", wkt);
+  else
+    ok = ok && get_WKT_param(g.ko, "scale_factor", wkt);
+  ok = ok && get_WKT_param(g.Eo, "false_easting", wkt) && get_WKT_param(g.No, "false_northing", wkt);
+  // The one parallel of the 1SP form is the latitude of origin unless the string names another.
+  if (!g.SP2) {
+    g.lat1 = g.lato;
+    if (ok && wkt.find("parameter[\"standard_parallel_1\",") != std::string::npos)
+      ok = get_WKT_param(g.lat1, "standard_parallel_1", wkt);
+  }
+  LOG_LINE("LCC " << (g.SP2 ? "2SP " : "1SP ") << "lcm=" << g.lcm << " lato=" << g.lato << " lat1=" << g.lat1
+                  << " lat2=" << g.lat2 << " ko=" << g.ko << " Eo=" << g.Eo << " No=" << g.No);
+  return ok;
+}
+
+bool parse_WKT_AEAC(const std::string& wkt, GeoRefParam& g) {
+  const bool ok = (get_WKT_param(g.lono, "longitude_of_center", wkt) ||
+                   get_WKT_param(g.lono, "central_meridian", wkt, true)) &&
+                  (get_WKT_param(g.lato, "latitude_of_center", wkt) ||
+                   get_WKT_param(g.lato, "latitude_of_origin", wkt, true)) &&
+                  get_WKT_param(g.lat1, "standard_parallel_1", wkt) &&
+                  get_WKT_param(g.lat2, "standard_parallel_2", wkt) &&
+                  get_WKT_param(g.Eo, "false_easting", wkt) && get_WKT_param(g.No, "false_northing", wkt);
+  LOG_LINE("AEAC lono=" << g.lono << " lato=" << g.lato << " lat1=" << g.lat1 << " lat2=" << g.lat2
+                        << " Eo=" << g.Eo << " No=" << g.No);
+  return ok;
+}
+
+bool parse_WKT_HOM(const std::string& wkt, GeoRefParam& g) {
+  const bool ok = get_WKT_param(g.lono, "longitude_of_center", wkt) &&
+                  get_WKT_param(g.lato, "latitude_of_center", wkt) && get_WKT_param(g.az, "azimuth", wkt) &&
+                  get_WKT_param(g.rga, "rectified_grid_angle", wkt) &&
+                  get_WKT_param(g.ko, "scale_factor", wkt) && get_WKT_param(g.Eo, "false_easting", wkt) &&
+                  get_WKT_param(g.No, "false_northing", wkt);
+  LOG_LINE("HOM lono=" << g.lono << " lato=" << g.lato << " az=" << g.az << " rga=" << g.rga << " ko=" << g.ko
+                       << " Eo=" << g.Eo << " No=" << g.No);
+  return ok;
+}
+
+bool parse_WKT_OS(const std::string& wkt, GeoRefParam& g) {
+  const bool ok = get_WKT_param(g.lato, "latitude_of_origin", wkt) &&
+                  get_WKT_param(g.lono, "central_meridian", wkt) &&
+                  get_WKT_param(g.ko, "scale_factor", wkt) && get_WKT_param(g.Eo, "false_easting", wkt) &&
+                  get_WKT_param(g.No, "false_northing", wkt);
+  LOG_LINE("OS lato=" << g.lato << " lono=" << g.lono << " ko=" << g.ko << " Eo=" << g.Eo << " No=" << g.No);
+  return ok;
+}
