@@ -1,0 +1,191 @@
+#include "prj/LiDAR/VR2proc/corr_log.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/timing.h"
+#include "lib/general/txtfile.h"
+#include "prj/LiDAR/stat_xyz.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+constexpr double DEG = 57.2957795131;
+
+std::string tmp_name(int sw, const char* suffix) { return TMPDIR + "tmp_sw_" + std::to_string(sw) + suffix; }
+
+// The format of a line, with the swath at its end; the merge puts the number of the node in front of it.
+std::string node_line(double t, const dxyz* P, const xyz& T, const xyz& A_deg, int sw) {
+  char text[256];
+  if (P)
+    std::snprintf(text, sizeof text, "%.3f  %.2f %.2f %.2f  %7.3f %7.3f %7.3f  %7.4f %7.4f %7.4f  %3d\n", t,
+                  P->x, P->y, P->z, static_cast<double>(T.x), static_cast<double>(T.y),
+                  static_cast<double>(T.z), static_cast<double>(A_deg.x), static_cast<double>(A_deg.y),
+                  static_cast<double>(A_deg.z), sw);
+  else
+    std::snprintf(text, sizeof text, "%.3f  %7.3f %7.3f %7.3f  %7.4f %7.4f %7.4f  %3d\n", t,
+                  static_cast<double>(T.x), static_cast<double>(T.y), static_cast<double>(T.z),
+                  static_cast<double>(A_deg.x), static_cast<double>(A_deg.y), static_cast<double>(A_deg.z),
+                  sw);
+  return text;
+}
+
+bool merge_one(const Project& prj, const std::vector<int>& swc, const char* suffix, const char* header) {
+  TxtFileOut out(true);
+  const std::string name = prj.name + suffix;
+  if (!out.open(name + ".part", 0)) return false;
+  out.fs << header << '\n';
+  for (const int sw : swc) {
+    TxtFileIn in(tmp_name(sw, suffix), true);
+    if (!in.is_open()) return false;
+    std::string line;
+    for (int node = 0; in.getline(line); node++) {
+      char number[16];
+      std::snprintf(number, sizeof number, " %4d", node);
+      const size_t last = line.find_last_not_of("0123456789");  // the swath's number ends the line
+      size_t at = line.find_last_not_of(' ', last);
+      at = at == std::string::npos ? 0 : at + 1;
+      out.fs << line.substr(0, at) << ' ' << number << line.substr(at) << '\n';
+    }
+    in.close();
+    if (!remove_file(tmp_name(sw, suffix))) LOG_LINE("<!> FAILED TO DELETE " << tmp_name(sw, suffix));
+  }
+  if (!out.close()) return false;
+  if (!rename_file(name + ".part", name)) {
+    ERROR_MSG("could not write file " << name);
+    return false;
+  }
+  return true;
+}
+
+struct NodeStat {
+  StatXYZ all;
+  dxyz slope{0, 0, 0};  // per hour
+  dxyz hf{0, 0, 0};     // per sqrt(h)
+};
+
+NodeStat node_stat(const Vector<xyz>& v, double Dt, double unit) {
+  NodeStat s;
+  Vector<double> t(v.size());
+  dxyz d2{0, 0, 0};
+  for (uint64_t k = 0; k < v.size(); k++) {
+    t.val[k] = static_cast<double>(k) * Dt;
+    s.all.add(to_dxyz(v.val[k]) * unit);
+    if (k == 0) continue;
+    const dxyz d = to_dxyz(v.val[k] - v.val[k - 1]) * unit;
+    d2 += {d.x * d.x, d.y * d.y, d.z * d.z};
+  }
+  if (v.size() < 2 || Dt <= 0) return s;
+  dxyz a, b;
+  linreg_xyz(t, v, a, b);
+  s.slope = b * (3600 * unit);
+  const double n = static_cast<double>(v.size() - 1);
+  s.hf = {60 * std::sqrt(d2.x / n / Dt), 60 * std::sqrt(d2.y / n / Dt), 60 * std::sqrt(d2.z / n / Dt)};
+  return s;
+}
+
+struct StatLabels {
+  const char *con, *swath, *total;
+};
+constexpr StatLabels LABEL_T = {
+    "Swath# Period NPts T{X Y Z}",
+    "Swath# Period NPts T_Min{X Y Z} T_Max{X Y Z} T_Mean{X Y Z} T_Drift{X Y Z} T_StdDev{X Y Z} T_HFDrift{X Y "
+    "Z}",
+    "NSwaths NPts T_Min{X Y Z} T_Max{X Y Z} T_Mean{X Y Z} T_RMS{X Y Z} T_HFDrift{X Y Z}"};
+constexpr StatLabels LABEL_A = {
+    "Swath# Period NPts A{R P Y}",
+    "Swath# Period NPts A_Min{R P Y} A_Max{R P Y} A_mean{R P Y} A_drift{R P Y} A_StdDev{R P Y} A_HFDrift{R P "
+    "Y}",
+    "NSwaths NPts A_Min{R P Y} A_Max{R P Y} A_Mean{R P Y} A_RMS{R P Y} A_HFDrift{R P Y}"};
+
+void put_columns(std::ostream& os, std::initializer_list<dxyz> columns) {
+  for (const dxyz& v : columns) {
+    os << "  ";
+    put_xyz(os, v);
+  }
+  os << '\n';
+}
+
+void write_drift_table(std::ostream& os, const StatLabels& label, const std::vector<Vector<xyz>>& tables,
+                       const InvResult& res, double unit, const std::vector<int>& swc,
+                       const Vector<double>& tmin, const Vector<double>& tmax) {
+  bool con = true;
+  for (const int sw : swc) con = con && tables[static_cast<size_t>(sw)].size() <= 1;
+  os << (con ? label.con : label.swath) << '\n';
+  StatXYZ total;
+  dxyz hf2{0, 0, 0};
+  for (const int sw : swc) {
+    const Vector<xyz>& v = tables[static_cast<size_t>(sw)];
+    if (v.size() == 0) continue;
+    const NodeStat s = node_stat(v, res.Dt[static_cast<size_t>(sw)], unit);
+    total.add(s.all);
+    hf2 += {s.hf.x * s.hf.x, s.hf.y * s.hf.y, s.hf.z * s.hf.z};
+    os << sw << ' ' << tmax(sw) - tmin(sw) << ' ' << v.size();
+    if (con)
+      put_columns(os, {s.all.mean()});
+    else
+      put_columns(os, {s.all.vmin, s.all.vmax, s.all.mean(), s.slope, s.all.stddev(), s.hf});
+  }
+  if (total.n == 0) return;
+  const double n = static_cast<double>(swc.size());
+  os << '\n' << label.total << '\n' << swc.size() << ' ' << total.n;
+  put_columns(os, {total.vmin,
+                   total.vmax,
+                   total.mean(),
+                   total.rms(),
+                   {std::sqrt(hf2.x / n), std::sqrt(hf2.y / n), std::sqrt(hf2.z / n)}});
+}
+}  // namespace
+
+bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po) {
+  const size_t i = static_cast<size_t>(sw);
+  const uint64_t n = i < res.Tt.size() ? res.Tt[i].size() : 0;
+  LOG_ENTER("log_corr sw=" << sw << " n=" << n << " T0=" << (n > 0 ? res.t0[i] : 0.));
+  TxtFileOut ta(true), pta(true);
+  if (!ta.open(tmp_name(sw, "_TA.log"), 0) || !pta.open(tmp_name(sw, "_P_TA.log"), 0)) return false;
+  const double dt = mean_dt_PO(po);
+  for (uint64_t k = 0; k < n; k++) {
+    const double t = res.t0[i] + static_cast<double>(k) * res.Dt[i];
+    const xyz T = res.Tt[i].val[k] + S, A = res.At[i].val[k] * static_cast<float>(DEG);
+    ta.fs << node_line(t, nullptr, T, A, sw);
+    PO at;
+    // The last node may lie beyond the trajectory that was kept: its position is then that of the end.
+    const double tc = std::clamp(t, po(0).t, po(static_cast<int64_t>(po.size()) - 1).t);
+    if (!InterpPO(po, tc, dt, at)) continue;
+    const dxyz P{at.x, at.y, at.z};
+    pta.fs << node_line(t, &P, T, A, sw);
+  }
+  const bool ok = ta.close();
+  return pta.close() && ok;
+}
+
+bool merge_log_corr(const Project& prj, const std::vector<int>& swc) {
+  LOG_ENTER("merge_log_corr nswc=" << swc.size());
+  const Stopwatch watch;
+  if (!merge_one(prj, swc, "_TA.log", "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#") ||
+      !merge_one(prj, swc, "_P_TA.log", "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#"))
+    return false;
+  LOG_MSG("Written timestamped shift/attitude corrections "
+          << prj.name << "_TA.log, and georeferenced version " << prj.name << "_P_TA.log");
+  LOG_LINE("/// MERGE_LOG_CORR_TIME=" << watch.text());
+  return true;
+}
+
+bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<int>& swc,
+                       const Vector<double>& tmin, const Vector<double>& tmax) {
+  uint64_t ntmax = 0;
+  for (const int sw : swc) ntmax = std::max(ntmax, res.Tt[static_cast<size_t>(sw)].size());
+  LOG_ENTER("drift_stat_output ntmax=" << ntmax << " CON=" << (ntmax <= 1) << " CA=" << res.CA);
+  TxtFileOut file(true);
+  if (!file.open(prj.name + "_TA_stat.log", 0)) return false;
+  write_drift_table(file.fs, LABEL_T, res.Tt, res, 1.0, swc, tmin, tmax);
+  if (res.CA) {
+    file.fs << '\n';
+    write_drift_table(file.fs, LABEL_A, res.At, res, DEG, swc, tmin, tmax);
+  }
+  if (!file.close()) return false;
+  LOG_MSG("Written time-dependent correction statistics " << prj.name << "_TA_stat.log");
+  return true;
+}

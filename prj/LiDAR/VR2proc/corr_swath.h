@@ -1,0 +1,35 @@
+// prj/LiDAR/VR2proc/corr_swath.h
+// Correction of one swath: the LAS or LAZ file rewritten point by point.
+// Here:     the inputs of one swath, corr_swath and corr_swath_las.
+// Not here: choice of swaths, names and threads (corr_swaths.h), the model (VR2geom).
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "prj/LiDAR/VR2geom/VR2geom.h"
+
+struct CorrJob {                     // one swath
+  int sw = 0;                        // its number
+  std::string path;                  // source
+  std::string out;                   // corrected file
+  double deltat = 0;                 // s, added to raw times to give the time base of the trajectory
+  bool adj = false;                  // raw times are adjusted standard GPS time
+  bool rover = false;                // a rollover was corrected when the swath was tiled
+  bool ws = false;                   // that rollover was a week's, else a day's
+  double t0 = 0;                     // s, time of the first point as tiled, for the threshold of the rollover
+  bool FWD = false;                  // evaluate the correction at the corrected position
+  std::string sid;                   // system identifier: the kind of run and the letters of what was applied
+  std::vector<std::string> sources;  // files that must never be overwritten
+};
+
+struct CorrCount {     // totals of one swath
+  uint64_t nread = 0;  // points
+  uint64_t nwritten = 0;
+  uint64_t ndropped = 0;  // points without trajectory at their time
+  int64_t nbytes = 0;     // size of the corrected file
+};
+
+// Rewrites the swath with its correction. Points, their order and all other attributes pass through; points
+// without a trajectory are dropped. The output appears whole or not at all. False after an ERROR line.
+[[nodiscard]] bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count);

@@ -1,0 +1,154 @@
+#include "prj/LiDAR/VR2proc/corr_swaths.h"
+
+#include <algorithm>
+#include <mutex>
+#include <tuple>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/progress.h"
+#include "lib/general/timing.h"
+#include "lib/threads/pool.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/VR2proc/corr_log.h"
+#include "prj/LiDAR/VR2proc/corr_swath.h"
+
+namespace {
+// "Auto Geom Corr: " and the letters of what is applied: C calibration, T and A drift.
+std::string run_id(const InvResult& res) {
+  std::string letters;
+  if (res.CL) letters += 'L';
+  if (res.CB) letters += 'B';
+  if (res.CI) letters += 'I';
+  if (res.CT) letters += 'T';
+  if (res.CA) letters += 'A';
+  return "Auto Geom Corr: " + letters;
+}
+
+bool make_job(const Project& prj, const POsync& sync, int sw, CorrJob& job) {
+  const size_t i = static_cast<size_t>(sw);
+  LTidxInfo info;
+  if (!read_LTidxInfo(prj.swaths[i].path, info)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path);
+    return false;
+  }
+  job.sw = sw;
+  job.path = prj.swaths[i].path;
+  job.deltat = sync.TimeCorr(sw);
+  job.adj = (info.flags & INFO_ADJ) != 0;
+  job.rover = (info.flags & INFO_RO) != 0;
+  job.ws = (info.flags & INFO_WRO) != 0;
+  job.t0 = info.t0;
+  return true;
+}
+
+// One swath: its log, and its file when files are wanted.
+bool corr_swath(const Project& prj, const CorrParam& par, const POsync& sync, const InvResult& res,
+                const SwRot& rot, const xyz& T0, CorrJob job, CorrCount& count) {
+  LOG_ENTER("corr_swath sw=" << job.sw << " '" << job.path << "'");
+  Vector<PO> po;
+  double dt;
+  if (!load_POC_TMP(job.path, job.sw, po, dt)) {
+    ERROR_MSG("missing or bad trajectory cache, swath " << job.path);
+    return false;
+  }
+  SwathCorr corr;
+  if (!make_SwathCorr(res, par.inv, rot, job.sw, T0, po, corr)) return false;
+  LOG_LINE("[CS] S: " << corr.S.x << ' ' << corr.S.y << ' ' << corr.S.z);
+  if (corr.CL) LOG_LINE("[CL] L: " << corr.L.x << ' ' << corr.L.y << ' ' << corr.L.z);
+  if (corr.CB)
+    LOG_LINE("[CB] B: " << corr.B.x * RAD2DEG << ' ' << corr.B.y * RAD2DEG << ' ' << corr.B.z * RAD2DEG);
+  if (corr.CT) LOG_LINE("[CT] Tt.size()=" << corr.Tt->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
+  if (corr.CA) LOG_LINE("[CA] At.size()=" << corr.At->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
+  if (!log_corr(res, job.sw, T0, po)) return false;
+  if (!par.CORR) return true;
+  if (make_job(prj, sync, job.sw, job) && corr_swath_las(job, corr, count)) return true;
+  return false;
+}
+}  // namespace
+
+std::vector<int> POsort_swc(const Project& prj, const POsync& sync) {
+  std::vector<int> swc;
+  int nfx = 0;
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    if (prj.swaths[i].fixed)
+      nfx++;
+    else if (sync.sw2fl(static_cast<int64_t>(i)) >= 0)
+      swc.push_back(static_cast<int>(i));
+  }
+  std::sort(swc.begin(), swc.end(), [&](int a, int b) {
+    return std::tuple(sync.sw2fl(a), sync.tmin(a), a) < std::tuple(sync.sw2fl(b), sync.tmin(b), b);
+  });
+  LOG_LINE("POsort_swc nsw=" << prj.swaths.size() << " ntraj=" << prj.pofiles.size() << " nfx=" << nfx
+                             << " nswc=" << swc.size());
+  return swc;
+}
+
+std::vector<int> POget_rej(const Project& prj, const POsync& sync) {
+  std::vector<int> rej;
+  for (size_t i = 0; i < prj.swaths.size(); i++)
+    if (!prj.swaths[i].fixed && sync.sw2fl(static_cast<int64_t>(i)) < 0) rej.push_back(static_cast<int>(i));
+  LOG_LINE("POget_rej nsw=" << prj.swaths.size() << " nswrej=" << rej.size());
+  return rej;
+}
+
+bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, const InvResult& res,
+                 const std::vector<SwRot>& rot, const std::vector<int>& swc,
+                 const std::vector<SCorrTbl>& tables, CorrResult& result) {
+  const int nswc = static_cast<int>(swc.size());
+  const int nthreads = std::min(par.nthreads, std::max(nswc, 1));
+  LOG_ENTER("corr_swaths CORR=" << par.CORR << " nthreads=" << nthreads << " name='" << prj.name
+                                << "' nsw=" << prj.swaths.size() << " nswc=" << nswc << " CL=" << res.CL
+                                << " CB=" << res.CB << " CI=" << res.CI << " CT=" << res.CT
+                                << " CA=" << res.CA << " CM=0 NOZ=" << par.inv.NOZ);
+  const Stopwatch watch;
+  LOG_MSG("LiDAR FILE CORRECTION: " << nswc << " swaths [" << nthreads << " TH]"
+                                    << (par.CORR ? "" : " [SKIPPED]"));
+  int ndup = 0;
+  const std::vector<std::string> names = comp_output_names(par.out, par.odir, prj, swc, ndup);
+  std::vector<CorrJob> jobs(swc.size());
+  for (size_t c = 0; c < swc.size(); c++) {
+    jobs[c].sw = swc[c];
+    jobs[c].path = prj.swaths[static_cast<size_t>(swc[c])].path;
+    jobs[c].out = names[c];
+    jobs[c].sid = run_id(res);
+    for (const Swath& s : prj.swaths) jobs[c].sources.push_back(s.path);
+    for (const POfile& f : prj.pofiles) jobs[c].sources.push_back(f.path);
+  }
+
+  std::vector<CorrCount> counts(swc.size());
+  std::vector<uint8_t> oks(swc.size(), 0);
+  std::mutex mutex;
+  int done = 0;
+  CorrResult sum;
+  progress_start(std::max(nswc, 1));
+  run_units(nswc, nthreads, [&](int64_t c, int) {
+    LOG_ENTER("th_corr_swath id=" << c);
+    const size_t i = static_cast<size_t>(c), sw = static_cast<size_t>(swc[i]);
+    oks[i] = corr_swath(prj, par, sync, res, rot[sw], tables[sw].T0, jobs[i], counts[i]) ? 1 : 0;
+    const std::lock_guard<std::mutex> lock(mutex);
+    done++;
+    sum.Mp += static_cast<double>(counts[i].nwritten) * 1e-6;
+    sum.MB += static_cast<double>(counts[i].nbytes) * 1e-6;
+    progress_step(done, LOG_STR("CORRECTED " << done << " swaths, " << sum.Mp << " Mp, " << sum.MB << " MB"));
+    return true;  // a failed swath does not stop the others
+  });
+  progress_end(LOG_STR("CORRECTED " << done << " swaths, " << sum.Mp << " Mp, " << sum.MB << " MB"));
+
+  std::vector<int> good;
+  for (size_t c = 0; c < swc.size(); c++)
+    if (oks[c]) good.push_back(swc[c]);
+  const bool ok = good.size() == swc.size();
+  if (ndup > 0)
+    LOG_MSG("_g_group#_s_swath# appended to file names to avoid duplicates for " << ndup << " swaths");
+  LOG_LINE("/// CORR_SWATHS_TIME=" << watch.text());
+  if (par.CORR)
+    LOG_MSG("Corrected " << good.size() << " swaths, written total " << sum.MB << " MB | " << watch.text());
+  else
+    LOG_MSG("Processed " << good.size() << " swaths | " << watch.text());
+  result.nswc = static_cast<int>(good.size());
+  result.Mp = sum.Mp;
+  result.MB = sum.MB;
+  if (!merge_log_corr(prj, good) || !drift_stat_output(prj, res, good, sync.tmin, sync.tmax)) return false;
+  return ok;
+}

@@ -1,0 +1,20 @@
+// prj/LiDAR/VR2proc/corr_swaths.h
+// The driver of the correction of swaths: order, names, threads, summary.
+#pragma once
+#include <vector>
+
+#include "prj/LiDAR/VR2proc/corr_tables.h"
+#include "prj/LiDAR/VR2proc/sequence_corr.h"
+
+// Swaths to be corrected: those with a trajectory, by trajectory file, then by time. nfx: fixed swaths.
+std::vector<int> POsort_swc(const Project& prj, const POsync& sync);
+// Mobile swaths without a single trajectory, in swath order.
+std::vector<int> POget_rej(const Project& prj, const POsync& sync);
+
+// Corrects the swaths of swc on par.nthreads threads, writes the corrected files, "_TA.log", "_P_TA.log" and
+// "_TA_stat.log". Without par.CORR only the logs. A swath that fails does not stop the others.
+// False after an ERROR line when any failed.
+[[nodiscard]] bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync,
+                               const InvResult& res, const std::vector<SwRot>& rot,
+                               const std::vector<int>& swc, const std::vector<SCorrTbl>& tables,
+                               CorrResult& result);

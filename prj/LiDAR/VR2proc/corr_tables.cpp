@@ -1,0 +1,187 @@
+#include "prj/LiDAR/VR2proc/corr_tables.h"
+
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+
+namespace {
+// Position, time and tile of each microtile that has a time.
+bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, SampleIndex& index) {
+  const std::string& path = prj.swaths[static_cast<size_t>(sw)].path;
+  LTidxInfo info;
+  Vector<TIsxy> TI;
+  Vector<Image<int32_t>> Ct, Zm;
+  if (!read_LTidxInfo(path, info) || !read_LTidx_TI(path, TI) ||
+      !read_sw_CZt_tiles(path, static_cast<uint32_t>(TI.size()), Ct, Zm)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << path);
+    return false;
+  }
+  const TileGeom geom = make_tile_geom(prj.scale.level);
+  index.nt = static_cast<uint32_t>(TI.size());
+  index.where.clear();
+  for (uint64_t k = 0; k < TI.size(); k++)
+    for (int m = 0; m < mTn; m++)
+      if (Ct.val[k].val[m] != NO_I32 && Zm.val[k].val[m] != NO_I32)
+        index.where.push_back(static_cast<uint32_t>(k) * mTn + static_cast<uint32_t>(m));
+  const uint64_t n = index.where.size();
+  s.P.resize(n);
+  s.t.resize(n);
+  for (uint64_t i = 0; i < n; i++) {
+    const uint32_t k = index.where[i] / mTn, m = index.where[i] % mTn;
+    s.P.val[i] = {tile_origin(geom, TI.val[k].x) + (m % mTsub + 0.5) * geom.mTsize,
+                  tile_origin(geom, TI.val[k].y) + (m / mTsub + 0.5) * geom.mTsize,
+                  Zm.val[k].val[m] * M_PER_UNIT};
+    s.t.val[i] = info.t0 + Ct.val[k].val[m] * TICK_S + TimeCorr;
+  }
+  LOG_LINE("comp_P_tbl sw=" << sw << " nt=" << index.nt << " nmt=" << n);
+  return true;
+}
+}  // namespace
+
+bool OAttP_tbl_swaths(const Project& prj, const POsync& sync, const std::vector<int>& swc,
+                      std::vector<InvSamples>& samples, std::vector<SampleIndex>& index) {
+  LOG_ENTER("OAttP_tbl_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size()
+                                    << " mTsize=" << prj.scale.mTsize << " tr=" << sync.idx.time_res);
+  const Stopwatch watch;
+  samples.resize(prj.swaths.size());
+  index.resize(prj.swaths.size());
+  for (const int sw : swc) {
+    InvSamples& s = samples[static_cast<size_t>(sw)];
+    if (!comp_P_tbl(prj, sw, sync.TimeCorr(sw), s, index[static_cast<size_t>(sw)])) return false;
+    Vector<PO> po;
+    double dt;
+    if (!load_POC_TMP(prj.swaths[static_cast<size_t>(sw)].path, sw, po, dt)) {
+      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[static_cast<size_t>(sw)].path);
+      return false;
+    }
+    s.O.resize(s.t.size());
+    s.Att.resize(s.t.size());
+    const uint64_t nerr = interp_O_Att(po, s.t, sync.AREC(sw) != 0, s.O, s.Att);
+    LOG_LINE("sw=" << sw << " nt=" << s.t.size() << " nerrt=" << nerr);
+    if (nerr == s.t.size()) WARNING_MSG("empty PO tables due to timestamp errors, swath " << sw);
+  }
+  LOG_LINE("/// OATTP_TBL_SWATHS_TIME=" << watch.text());
+  return true;
+}
+
+bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, int sw, const xyz& S,
+                    const Vector<PO>& po, SwathCorr& corr) {
+  const size_t i = static_cast<size_t>(sw);
+  corr = SwathCorr();
+  corr.po = &po;
+  corr.rot = rot;
+  corr.flags = {par.CALINTGEN, par.CALINTNOB, par.NOZ};
+  corr.S = S;
+  const int set = i < res.sw2cal.size() ? res.sw2cal[i] : -1;
+  if (set >= 0) {
+    const Calib& cal = res.calib[static_cast<size_t>(set)];
+    corr.CL = res.CL;
+    corr.CB = res.CB;
+    corr.CI = res.CI;
+    corr.L = cal.L;
+    corr.B = cal.B;
+    for (int k = 0; k < N_INTERNAL; k++) corr.I[k] = cal.I(k);
+  }
+  if (i < res.Tt.size() && res.Tt[i].size() > 0) {
+    corr.CT = res.CT;
+    corr.CA = res.CA;
+    corr.Tt = &res.Tt[i];
+    corr.At = &res.At[i];
+    corr.t0 = res.t0[i];
+    corr.Dt = res.Dt[i];
+  }
+  if (!init_SwathCorr(corr)) {
+    ERROR_MSG("no usable trajectory for swath " << sw);
+    return false;
+  }
+  return true;
+}
+
+bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
+                     const std::vector<SwRot>& rot, const std::vector<int>& swc,
+                     const std::vector<InvSamples>& samples, const std::vector<SampleIndex>& index,
+                     std::vector<SCorrTbl>& tables) {
+  LOG_ENTER("corr_tbl_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size() << " CL=" << res.CL
+                                   << " CB=" << res.CB << " CI=" << res.CI << " CT=" << res.CT
+                                   << " CA=" << res.CA << " CM=0 CDT=0 FWD=0");
+  tables.resize(prj.swaths.size());
+  for (const int sw : swc) {
+    const size_t i = static_cast<size_t>(sw);
+    Vector<PO> po;
+    double dt;
+    SwathCorr corr;
+    if (!load_POC_TMP(prj.swaths[i].path, sw, po, dt) ||
+        !make_SwathCorr(res, par, rot[i], sw, {0, 0, 0}, po, corr)) {
+      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[i].path);
+      return false;
+    }
+    const Image<xyz> none(mTsub, mTsub, NO_CORR);
+    Vector<Image<xyz>>& C = tables[i].C;
+    C.resize(index[i].nt, none);
+    CorrCursor cursor;
+    StatXYZ stat;
+    for (uint64_t s = 0; s < index[i].where.size(); s++) {
+      const xyz c = comp_point_corr(corr, cursor, samples[i].P.val[s], samples[i].t.val[s]);
+      C.val[index[i].where[s] / mTn].val[index[i].where[s] % mTn] = c;
+      if (c.z != NO_Z) stat.add(to_dxyz(c));
+    }
+    const dxyz m = stat.mean();
+    LOG_LINE("comp_corr_tbl sw=" << sw << " nt=" << index[i].nt << " mcorr=" << m.x << ' ' << m.y << ' '
+                                 << m.z);
+  }
+  return true;
+}
+
+void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<int>& swc,
+                        std::vector<SCorrTbl>& tables) {
+  LOG_ENTER("dzcorr_DR_T0_SCorr CD=" << par.CD << " CGM=" << par.CGM << " AGL=" << par.AGL);
+  if (par.CGM) {
+    StatXYZ stat;
+    for (const int sw : swc)
+      for (const Image<xyz>& tile : tables[static_cast<size_t>(sw)].C)
+        for (uint64_t i = 0; i < tile.size(); i++)
+          if (tile.val[i].z != NO_Z) stat.add(to_dxyz(tile.val[i]));
+    const dxyz m = stat.mean();
+    LOG_MSG("Canceling global mean shift correction: " << m.x << ' ' << m.y << ' ' << m.z);
+    for (const int sw : swc) tables[static_cast<size_t>(sw)].T0 -= to_xyz(m);
+  }
+  // A longer range lowers the ground: the flat Z effect of range bias and scale, as a mean over the sets.
+  if (res.CI && !res.calib.empty()) {
+    double bias = 0, scale = 0;
+    for (const Calib& cal : res.calib) {
+      bias -= static_cast<double>(cal.I(0)) / static_cast<double>(res.calib.size());
+      scale -= static_cast<double>(cal.I(1)) * par.AGL / static_cast<double>(res.calib.size());
+    }
+    const char* word = par.CD ? "Canceling" : "Note:";
+    const auto show = [&](double value, const char* text) {
+      if (std::fabs(value) <= 0.001) return;
+      LOG_MSG(word << text << value);
+      if (par.CD)
+        for (const int sw : swc) tables[static_cast<size_t>(sw)].T0.z -= static_cast<float>(value);
+    };
+    show(bias, " range bias  Z shift correction component=");
+    show(scale, " range scale Z shift correction component=");
+  }
+  for (const int sw : swc) {
+    const xyz& T = tables[static_cast<size_t>(sw)].T0;
+    LOG_LINE("sw=" << sw << " T: " << T.x << ' ' << T.y << ' ' << T.z);
+  }
+}
+
+void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTbl>& tables) {
+  LOG_ENTER("display_global_shift nswc=" << swc.size());
+  if (swc.empty()) return;
+  const xyz first = tables[static_cast<size_t>(swc[0])].T0;
+  bool same = true;
+  for (const int sw : swc) same = same && tables[static_cast<size_t>(sw)].T0 == first;
+  if (same) {
+    LOG_MSG("Global shift applied (all swaths): " << first.x << ' ' << first.y << ' ' << first.z);
+    return;
+  }
+  for (const int sw : swc) {
+    const xyz& T = tables[static_cast<size_t>(sw)].T0;
+    LOG_LINE("sw=" << sw << " T: " << T.x << ' ' << T.y << ' ' << T.z);
+  }
+}

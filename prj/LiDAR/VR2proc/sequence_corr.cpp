@@ -1,0 +1,260 @@
+#include "prj/LiDAR/VR2proc/sequence_corr.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/VR2proc/corr_stat.h"
+#include "prj/LiDAR/VR2proc/corr_swaths.h"
+#include "prj/LiDAR/VR2proc/corr_tables.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+struct Run {  // what travels between the steps
+  POsync sync;
+  std::vector<SwRot> rot;
+  std::vector<int> swc;
+  std::vector<InvSamples> samples;
+  std::vector<SampleIndex> index;
+  ICSresult ics;
+  InvParam inv;  // after the options have been reconciled with the data
+  CorrParam par;
+  InvResult res;
+  std::vector<SwPair> qc_pairs;
+  std::vector<SCorrTbl> tables;
+};
+
+void log_args(const CorrParam& p) {
+  const InvParam& i = p.inv;
+  LOG_LINE("CORR=" << p.CORR << " ICH=" << p.sync.ICH << " AROT=" << p.sync.AROT << " QC=" << p.QC
+                   << " ALLDZ=" << p.qc.ALLDZ << " GRPQC=" << p.qc.GRP << " REFQC=" << p.qc.REF
+                   << " CHQC=" << p.qc.CH << " ICS=" << p.ICS);
+  LOG_LINE("dcc=" << i.DCC << " CAL1=" << i.CAL1 << " CALGI=" << i.CALGI << " CALGE=" << i.CALGE
+                  << " CALR=" << i.CALR << " Fx=" << i.Fx << " Fy=" << i.Fy << " Fz=" << i.Fz
+                  << " Fw=" << i.Fw << " Fp=" << i.Fp << " Fk=" << i.Fk << " CALINTGEN=" << i.CALINTGEN
+                  << " CALINTNOB=" << i.CALINTNOB);
+  LOG_LINE("Ftx=" << i.Ftx << " Fty=" << i.Fty << " Ftz=" << i.Ftz << " Faw=" << i.Faw << " Fap=" << i.Fap
+                  << " Fak=" << i.Fak << " NOZ=" << i.NOZ << " FM=" << i.FM << " FS=" << i.FS
+                  << " FA=" << i.FA << " FGM=" << p.CGM);
+  LOG_LINE("Cpri=" << i.Cpri0 << " Spri=" << i.Spri << " PriBoost=" << i.PriBoost << " Epri=" << i.Epri
+                   << " Umax=" << i.Umax << " XUmax=" << i.XUmax << " XFUmax=" << i.XFUmax
+                   << " GRPC=" << i.GRPC << " REFC=" << i.REFC << " dt=" << (p.auto_dt ? -1.0 : i.dt)
+                   << " UADJ=" << i.UADJ << " CD=" << p.CD << " RMS95=" << i.RMS95);
+}
+
+// Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
+bool prepare(const Project& prj, Run& run) {
+  if (DUT_PO_sync(run.par.dut, prj, run.par.sync, run.sync) == 0) return false;
+  Vector<int> group(prj.swaths.size());
+  for (size_t i = 0; i < prj.swaths.size(); i++)
+    group(static_cast<int64_t>(i)) = prj.swaths[i].fixed ? 0 : prj.swaths[i].group;
+  chMount2R(group, prj.mounts, run.par.sync.AROT, run.rot);
+  run.swc = POsort_swc(prj, run.sync);
+  if (run.swc.empty()) {
+    ERROR_MSG("no mobile swath found");
+    return false;
+  }
+  if (!OAttP_tbl_swaths(prj, run.sync, run.swc, run.samples, run.index)) {
+    ERROR_MSG("failed to compute PO and time tables");
+    return false;
+  }
+  if (run.par.ICS && !ICS_stat_swaths(prj, run.sync, run.rot, run.swc, run.samples, run.ics)) {
+    ERROR_MSG("failed to compute BF/ICS tables");
+    return false;
+  }
+  return true;
+}
+
+// Step 2: what was asked for against what the data allow.
+void reconcile(const Project& prj, Run& run) {
+  const bool ref = std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
+  InvParam& inv = run.inv;
+  if (ref && inv.REFC == 0) WARNING_MSG("registration data with reference swaths disabled (option -Y 0)");
+  if (prj.nmgrp > 1 && inv.GRPC == 0) WARNING_MSG("registration data between groups disabled (option -X 0)");
+  if (ref && inv.FS) {
+    WARNING_MSG("uniform shifts disabled, not compatible with reference data");
+    inv.FS = false;
+  }
+  if (ref && run.par.CGM) {
+    WARNING_MSG("mean disabled, not compatible with reference data");
+    run.par.CGM = false;
+  }
+  if (ref && inv.FM) inv.FM = false;  // the references hold the datum, so a mean drift is real
+  if (prj.nmgrp <= 1 && !inv.CAL1 && inv.CALGI && inv.CALGE) {
+    LOG_LINE("<!> CAL1=1 override");
+    inv.CAL1 = true;
+  }
+}
+
+bool any_internal(const InvParam& p) {
+  return std::any_of(p.FE, p.FE + N_INTERNAL, [](bool b) { return b; });
+}
+
+// Steps 3 and 4: the list of corrections.
+void show_requested(const Run& run) {
+  const InvParam& i = run.inv;
+  const bool lever = i.Fx || i.Fy || i.Fz, bore = i.Fw || i.Fp || i.Fk, inte = any_internal(i);
+  const bool pos = i.Ftx || i.Fty || i.Ftz, att = i.Faw || i.Fap || i.Fak;
+  const auto word = [&](bool on) { return on ? (i.CALR ? "rel" : "yes") : "no"; };
+  LOG_MSG("Requested corrections: CL="
+          << word(lever) << " CB=" << word(bore) << " CI=" << (inte ? "yes" : "no")
+          << " BeamCal=no CT=" << (pos ? "yes" : "no") << " CA=" << (att ? "yes" : "no")
+          << " CD=" << (run.par.CD ? "yes" : "no") << " DT="
+          << (run.par.auto_dt ? "auto"
+              : i.dt > 0      ? "man"
+                              : "const")
+          << " DCC=" << (i.DCC ? "yes" : "no") << " CGM=" << (run.par.CGM ? "yes" : "no")
+          << " ICH=" << (run.par.sync.ICH ? "yes" : "no") << " | FileOut=" << (run.par.CORR ? "yes" : "no")
+          << " Undo=no");
+  std::string row;
+  if (lever || bore || inte) {
+    row += "Calib(";
+    if (lever) row += "Lever ";
+    if (bore) row += "Bore ";
+    if (inte) row += "Int ";
+    row.back() = ')';
+    row += ' ';
+  }
+  if (pos || att) {
+    row += i.HF ? "HF_Drift(" : "Drift(";
+    if (pos) row += "Pos ";
+    if (att) row += "Att ";
+    row.back() = ')';
+  }
+  LOG_LINE("Corrections: " << row);
+}
+
+// Step 5: the interval of the drift. A node must rest on enough vectors: two tiles' worth of ground along the
+// track, since the time resolution is the time it takes to pass a microtile.
+void settle_dt(Run& run) {
+  if (!run.par.auto_dt) return;
+  constexpr double MICROTILES_PER_NODE = 64, DT_MIN = 1;
+  const double tr = run.sync.idx.time_res;
+  if (!(tr > 0)) {
+    WARNING_MSG("HF corrections disabled, cannot estimate period (missing time resolution)");
+    run.inv.HF = false;
+    run.inv.dt = 0;
+    return;
+  }
+  run.inv.dt = std::max(DT_MIN, MICROTILES_PER_NODE * tr);
+  LOG_MSG("Drift interval dt=" << run.inv.dt << " s (time resolution " << tr << " s)");
+}
+
+// Moves the registration data into the form of the inversion.
+InvInput make_input(const Project& prj, Run& run) {
+  InvInput in;
+  in.GSD = prj.scale.dim > 0 ? prj.scale.GSD() : prj.scale.mTsize / static_cast<float>(run.sync.idx.dim);
+  in.swaths.resize(prj.swaths.size());
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    const int64_t sw = static_cast<int64_t>(i);
+    InvSwath& s = in.swaths[i];
+    s.group = prj.swaths[i].fixed ? 0 : prj.swaths[i].group;
+    s.channel = prj.swaths[i].channel;
+    s.mainch = run.sync.mainch(sw);
+    s.fl = run.sync.sw2fl(sw);
+    s.fixed = prj.swaths[i].fixed;
+    s.tmin = run.sync.tmin(sw);
+    s.tmax = run.sync.tmax(sw);
+    s.rot = run.rot[i];
+    s.samples = run.samples[i];
+  }
+  in.pairs.resize(run.sync.pairs.size());
+  for (size_t k = 0; k < in.pairs.size(); k++) {
+    DUTpair& d = run.sync.pairs[k];
+    InvPair& p = in.pairs[k];
+    p.sw1 = d.sw1;
+    p.sw2 = d.sw2;
+    p.P = std::move(d.pos);
+    p.Def = std::move(d.disp);
+    p.Unc = std::move(d.unc);
+    p.t1 = std::move(d.t1);
+    p.t2 = std::move(d.t2);
+    p.O1 = std::move(run.sync.O1[k]);
+    p.O2 = std::move(run.sync.O2[k]);
+    p.Att1 = std::move(run.sync.Att1[k]);
+    p.Att2 = std::move(run.sync.Att2[k]);
+  }
+  return in;
+}
+
+bool invert(const Project& prj, Run& run) {
+  const Stopwatch watch;
+  InvInput in = make_input(prj, run);
+  if (!inv_CalTAWarp(prj.name, in, run.inv, run.res)) {
+    ERROR_MSG("inversion failed");
+    return false;
+  }
+  LOG_MSG("All inversion steps completed | " << watch.text());
+  return true;
+}
+
+// Step 8: pairs of the post-correction QC.
+void choose_qc_pairs(const Project& prj, Run& run) {
+  if (!run.par.QC) return;
+  int n0 = 0;
+  run.qc_pairs = comp_int_sw_qc(prj, run.sync.idx, run.par.qc, n0);
+  // A pair takes part only when both its swaths have a correction or are fixed.
+  std::erase_if(run.qc_pairs, [&](const SwPair& p) {
+    const auto has = [&](int sw) {
+      return prj.swaths[static_cast<size_t>(sw)].fixed || run.sync.sw2fl(sw) >= 0;
+    };
+    return !has(p.sw1) || !has(p.sw2);
+  });
+  if (run.qc_pairs.empty())
+    WARNING_MSG("post-correction relative QC disabled, insufficient overlap"
+                << (run.par.qc.filter ? " or all pairs filtered, check options -qc_grp -qc_ref -qc_ch" : ""));
+}
+
+// Tables, global shifts, QC and files: the tail that all corrections share.
+bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
+  LOG_ENTER("QC_OUT_CORR QC=" << run.par.QC);
+  const Stopwatch watch;
+  if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, run.tables))
+    return false;
+  dzcorr_DR_T0_SCorr(run.res, {run.par.CGM, run.par.CD, run.ics.AGL}, run.swc, run.tables);
+  display_global_shift(run.swc, run.tables);
+  if (!Cimg_stat_swaths(prj, run.swc, run.tables)) {
+    ERROR_MSG("correction grid/stats failed, probably missing temp. files");
+    return false;
+  }
+  bool ok = true;
+  if (!run.qc_pairs.empty()) {
+    QCcorrResult qc;
+    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, run.par.nthreads, qc)) {
+      ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
+      ok = false;  // ends the QC only: the corrected files are still written
+    }
+  }
+  LOG_MSG("OUTPUT");
+  LOG_LINE("LiDAR output: " << (run.par.CORR ? "[swaths]" : "[skipped]"));
+  if (!corr_swaths(prj, run.par, run.sync, run.res, run.rot, run.swc, run.tables, result)) {
+    ERROR_MSG("at least one swath correction failed");
+    ok = false;
+  }
+  LOG_LINE("/// QC_OUT_CORR TIME=" << watch.text());
+  return ok;
+}
+}  // namespace
+
+bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& result) {
+  LOG_ENTER("DUT_PO_INV_QC_CORR name='" << prj.name << "' dut='" << par.dut << "'");
+  log_args(par);
+  Run run;
+  run.par = par;
+  run.inv = par.inv;
+  if (!prepare(prj, run)) return false;
+  reconcile(prj, run);
+  show_requested(run);
+  settle_dt(run);
+  if (!invert(prj, run)) return false;
+  choose_qc_pairs(prj, run);
+  run.par.inv = run.inv;
+  if (!QC_OUT_CORR(prj, run, result)) return false;
+  const std::vector<int> rejected = POget_rej(prj, run.sync);
+  result.nswrej = static_cast<int>(rejected.size());
+  if (!rejected.empty())
+    WARNING_MSG(rejected.size() << " swaths excluded, incomplete correction, rasters and DZ map affected");
+  return true;
+}

@@ -1,0 +1,42 @@
+// prj/LiDAR/VR2proc/sequence_corr.h
+// The sequences after registration: synchronise, invert, tables, global shifts, post-correction QC, output.
+// Here:     the parameters of a correction run and its one call.
+// Not here: the steps (corr_tables.h, corr_swaths.h, VR2inv, VR2POsync, LmTQC).
+#pragma once
+#include <string>
+
+#include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/VR2POsync/VR2POsync.h"
+#include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/VR2proc/out_name.h"
+#include "prj/LiDAR/project.h"
+
+struct CorrParam {
+  std::string dut;      // base path of the DUT files: dut + ".dut", dut + "_idx.log"
+  InvParam inv;         // calibration, drift, priors and filters of the inversion
+  bool auto_dt = true;  // the drift interval is worked out from the data (-drift auto); else inv.dt stands
+  POsyncParam sync;     // matching of swaths and trajectories
+  // Quality control.
+  bool QC = true;   // relative QC after correction (-qc)
+  bool ICS = true;  // check of the geometry (-ics_err or -ics)
+  PairFilter qc;    // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
+  // Global shifts.
+  bool CGM = false;  // cancel the mean correction (-mean)
+  bool CD = true;    // cancel the flat effect of range bias and scale (-d_dz)
+  // Output.
+  bool CORR = true;  // write corrected files (off with -nil and -calib)
+  OutputName out;    // name pattern (-out)
+  std::string odir;  // output directory with its "/"
+  int nthreads = 1;  // swaths corrected at once
+};
+
+struct CorrResult {
+  int nswc = 0;    // swaths corrected
+  int nswrej = 0;  // mobile swaths left as they are
+  double Mp = 0;   // points written, millions
+  double MB = 0;   // bytes written, millions
+};
+
+// The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside
+// prj.name. False after an ERROR line; the caller adds "correction failed".
+[[nodiscard]] bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& result);
