@@ -2,7 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <string_view>
+#include <cstring>
 #include <vector>
 
 #include "lib/general/log.h"
@@ -18,9 +18,7 @@ bool read_numbers(const std::string& name, size_t nmax, std::vector<float>& v) {
   while (v.size() < nmax && file.getline(line)) {
     const char* p = line.c_str();
     while (v.size() < nmax) {
-      p += std::string_view(p).find_first_not_of(" \t,") == std::string_view::npos
-               ? std::string_view(p).size()
-               : std::string_view(p).find_first_not_of(" \t,");
+      p += std::strspn(p, " \t,");
       if (*p == '\0') break;
       char* end = nullptr;
       const float number = std::strtof(p, &end);

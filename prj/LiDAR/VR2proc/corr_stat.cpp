@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "lib/Geometry/xy.h"
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "lib/general/txtfile.h"
