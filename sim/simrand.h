@@ -13,10 +13,12 @@ inline uint64_t sim_hash(uint64_t x) {  // finaliser of splitmix64
   return x ^ (x >> 31);
 }
 inline double sim_unit(uint64_t h) { return static_cast<double>(h >> 11) * 0x1p-53; }  // [0, 1)
-// [0, 1) for the lattice cell (i, j) of layer k.
+// [0, 1) for the lattice cell (i, j) of layer k. One hash of a sum of odd multiples: the landscape asks for a
+// hundred of these for every height.
 inline double sim_cell(uint64_t seed, int64_t i, int64_t j, uint64_t k) {
-  return sim_unit(
-      sim_hash(sim_hash(sim_hash(seed + k) ^ static_cast<uint64_t>(i)) ^ static_cast<uint64_t>(j)));
+  return sim_unit(sim_hash(seed * 0xD6E8FEB86659FD93ull + k * 0xA0761D6478BD642Full +
+                           static_cast<uint64_t>(i) * 0xE7037ED1A0B428DBull +
+                           static_cast<uint64_t>(j) * 0x8EBC6AF09C88C6E3ull));
 }
 
 class SimRandom {

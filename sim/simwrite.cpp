@@ -2,15 +2,19 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "las/las_access.h"
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/progress.h"
 #include "lib/general/txtfile.h"
+#include "lib/threads/pool.h"
 #include "sim/simproject.h"
 
 namespace {
@@ -126,16 +130,23 @@ bool write_project(const SimSpec& spec, const std::string& dir) {
     ERROR_MSG("could not create directory '" << dir << "/truth': " << std::strerror(errno));
     return false;
   }
-  std::vector<size_t> npoints;
-  progress_start(static_cast<int>(plan.lines.size()));
-  for (size_t i = 0; i < plan.lines.size(); i++) {
-    const std::vector<SimPoint> points = scan_line(spec, plan, static_cast<int>(i));
-    npoints.push_back(points.size());
-    if (!write_swath(spec, dir + "/" + line_name(i), points, false)) return false;
-    if (!write_swath(spec, dir + "/truth/" + line_name(i), points, true)) return false;
-    progress_step(static_cast<int>(i) + 1, LOG_STR("SIMULATED " << i + 1 << " lines"));
-  }
-  progress_end(LOG_STR("SIMULATED " << plan.lines.size() << " lines"));
+  const int nlines = static_cast<int>(plan.lines.size());
+  std::vector<size_t> npoints(plan.lines.size());
+  std::atomic<int> done = 0;
+  progress_start(nlines);
+  const int64_t failed =
+      run_units(nlines, static_cast<int>(std::thread::hardware_concurrency()), [&](int64_t i, int) {
+        const std::vector<SimPoint> points = scan_line(spec, plan, static_cast<int>(i));
+        const size_t line = static_cast<size_t>(i);
+        npoints[line] = points.size();
+        if (!write_swath(spec, dir + "/" + line_name(line), points, false) ||
+            !write_swath(spec, dir + "/truth/" + line_name(line), points, true))
+          return false;
+        progress_step(++done, LOG_STR("SIMULATED " << done << " lines"));
+        return true;
+      });
+  if (failed >= 0) return false;
+  progress_end(LOG_STR("SIMULATED " << nlines << " lines"));
   return write_sbet(spec, plan, dir + "/traj.out") && write_line(dir + "/mount.txt", "0 0 0 0 0 0") &&
          write_line(dir + "/command.txt",
                     LOG_STR("-utm " << spec.zone << " -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0")) &&

@@ -126,13 +126,13 @@ bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max
   Cover cover;
   double gap = above(r, cover);
   while (gap > 0) {
-    // Far above the surface the step may be longer: slopes (but for walls) stay below 1, walls below 10 m.
-    const double next = r + std::max(STEP, 0.3 * (gap - 12));
+    // Far above the surface the step may be longer: slopes stay below 0.6, houses and trees below 18 m.
+    const double next = r + std::max(STEP, 0.6 * (gap - 18));
     if (next > max_range) return false;
     const double g = above(next, cover);
     if (g <= 0) {
       double lo = r, hi = next;
-      for (int k = 0; k < 24; k++) {
+      for (int k = 0; k < 16; k++) {
         const double mid = 0.5 * (lo + hi);
         Cover c;
         (above(mid, c) > 0 ? lo : hi) = mid;
