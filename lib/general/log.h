@@ -3,6 +3,7 @@
 // Here:     the operations, composed as streams: LOG_LINE("np=" << np).
 // Not here: opening and closing the logs (logfiles.h), progress (progress.h), the crash report (crash.h).
 #pragma once
+#include <atomic>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -17,6 +18,9 @@ class LogText {
  private:
   std::ostringstream text_;
 };
+
+// True while log files are open: the text of a scope or line is composed only then.
+extern std::atomic<bool> log_files_open;
 
 // Writes "/ " and its text into the calling thread's log; the depth falls by one when it goes out of scope.
 class LogScope {
@@ -41,8 +45,12 @@ void log_warning(const std::string& text);  // the same with "WARNING: " in fron
     log_text_.os() << expr; \
     return log_text_.str(); \
   }())
-#define LOG_ENTER(expr) const LogScope LOG_CAT(log_scope_, __LINE__)(LOG_STR(expr))
-#define LOG_LINE(expr) log_line(LOG_STR(expr))
+#define LOG_ENTER(expr) \
+  const LogScope LOG_CAT(log_scope_, __LINE__)(log_files_open ? LOG_STR(expr) : std::string())
+#define LOG_LINE(expr)                          \
+  do {                                          \
+    if (log_files_open) log_line(LOG_STR(expr)); \
+  } while (0)
 #define LOG_MSG(expr) log_msg(LOG_STR(expr))
 #define LOG_MSG1(expr) log_msg1(LOG_STR(expr))
 #define ERROR_MSG(expr) log_error(LOG_STR(expr))

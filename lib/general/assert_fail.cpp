@@ -1,0 +1,59 @@
+#include "lib/general/assert_fail.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "lib/general/log.h"
+#include "lib/general/log_internal.h"
+
+namespace {
+const char* file_of(const char* path) {
+  const char* const slash = std::strrchr(path, '/');
+  return slash ? slash + 1 : path;
+}
+
+std::string build_time() { return std::string(" [") + __DATE__ + " " + __TIME__ + "]"; }
+
+std::string type_name(const char* mangled) {
+  int status = 0;
+  char* const name = abi::__cxa_demangle(mangled, nullptr, nullptr, &status);
+  const std::string text = status == 0 ? name : mangled;
+  std::free(name);
+  return text;
+}
+
+[[noreturn]] void report_and_abort(const std::string& text) {
+  {
+    const LogLock lock;
+    log_depth_add(1);
+    if (log_files_open) log_stream() << log_prefix() << "/ > @ " << text << '\n';
+    console_text(text + '\n', true);
+  }
+  std::abort();
+}
+}  // namespace
+
+void assert_failed(const char* cond, const char* func, int line, const char* file) {
+  report_and_abort(std::string("ERROR: ASSERT (") + cond + ") in " + func + ", line " + std::to_string(line) +
+                   " of " + file_of(file) + build_time());
+}
+
+void assert_failed_index(const char* cond, const char* name, int64_t value, const char* func,
+                         const char* type, int line, const char* file) {
+  report_and_abort(std::string("ERROR: ASSERT (") + cond + ") " + name + "=" + std::to_string(value) + " in " +
+                   func + " <" + type_name(type) + ">, line " + std::to_string(line) + " of " + file_of(file) +
+                   build_time());
+}
+
+void alloc_failed(const char* tag, uint64_t n, uint64_t bytes) {
+  report_and_abort(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(n) + " x " +
+                   std::to_string(bytes));
+}
+
+void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t bytes) {
+  report_and_abort(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(xsize) + " x " +
+                   std::to_string(ysize) + " x " + std::to_string(bytes));
+}

@@ -1,0 +1,105 @@
+#include "lib/general/log.h"
+
+#include <cstdio>
+#include <iomanip>
+#include <thread>
+
+#include "lib/general/log_internal.h"
+
+std::atomic<bool> log_files_open{false};
+
+namespace {
+thread_local int depth = 0;
+
+// Takes the identity of the main thread during static initialisation.
+const bool state_ready = (log_state(), true);
+
+void write_message(const std::string& text, bool one_line, bool error) {
+  const LogLock lock;
+  if (log_files_open) {
+    const bool in_scope = !one_line && depth > 0;
+    if (!in_scope) depth++;
+    log_stream() << log_prefix() << (in_scope ? "| @ " : "> @ ") << text << '\n';
+    if (!in_scope) depth--;
+  }
+  console_text(text + '\n', error);
+}
+}  // namespace
+
+LogState& log_state() {
+  static LogState* const state = [] {
+    LogState* const s = new LogState;
+    s->main_thread = pthread_self();
+    return s;
+  }();
+  return *state;
+}
+
+LogLock::LogLock() : owned_(true) {
+  LogState& log = log_state();
+  if (log.crashed)
+    owned_ = log.mutex.try_lock_for(std::chrono::seconds(1));
+  else
+    log.mutex.lock();
+}
+LogLock::~LogLock() {
+  if (owned_) log_state().mutex.unlock();
+}
+
+std::ofstream& log_stream() {
+  LogState& log = log_state();
+  return pthread_equal(pthread_self(), log.main_thread) ? log.main_log : log.back_log;
+}
+
+std::string log_prefix() {
+  std::ostringstream text;
+  const pthread_t self = pthread_self();
+  if (pthread_equal(self, log_state().main_thread)) {
+    if (depth > 0) text << ".   ";
+  } else if (self == 0) {
+    text << "thread::id of a non-executing thread:   ";
+  } else {
+    text << std::hex << std::setw(16) << self << ":   ";
+  }
+  for (int d = 1; d < depth; d++) text << "|   ";
+  return text.str();
+}
+
+void log_depth_add(int step) { depth += step; }
+
+void console_text(const std::string& text, bool error) {
+  LogState& log = log_state();
+  if (!log.console) return;
+  if (log.progress_pending) {
+    log.progress_pending = false;
+    std::fputs("\n", stdout);
+  }
+  if (error) {
+    std::fflush(stdout);
+    std::fputs(text.c_str(), stderr);
+  } else {
+    std::printf("%s", text.c_str());
+    std::fflush(stdout);
+  }
+}
+
+LogText::LogText() { text_ << std::fixed << std::setprecision(3); }
+
+LogScope::LogScope(const std::string& text) {
+  depth++;
+  if (!log_files_open) return;
+  const LogLock lock;
+  log_stream() << log_prefix() << "/ " << text << '\n';
+}
+LogScope::~LogScope() { depth--; }
+
+void log_line(const std::string& text) {
+  if (!log_files_open) return;
+  const LogLock lock;
+  log_stream() << log_prefix() << "| " << text << '\n';
+}
+
+void log_msg(const std::string& text) { write_message(text, false, false); }
+void log_msg1(const std::string& text) { write_message(text, true, false); }
+void log_error(const std::string& text) { write_message("ERROR: " + text, false, true); }
+void log_warning(const std::string& text) { write_message("WARNING: " + text, false, true); }

@@ -1,0 +1,168 @@
+#include "lib/general/logfiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "lib/general/filelist.h"
+#include "lib/general/log.h"
+#include "lib/general/log_internal.h"
+#include "lib/general/path.h"
+
+namespace {
+constexpr size_t MAX_PATH_BYTES = 4096;
+
+std::string date_text() {
+  const time_t now = std::time(nullptr);
+  struct tm parts;
+  char text[64];
+  return localtime_r(&now, &parts) && asctime_r(&parts, text) ? text : "\n";  // ends with a line end
+}
+
+std::string real_time_text(const LogState& log) {
+  const long long s = static_cast<long long>(std::difftime(std::time(nullptr), log.time_start));
+  char text[96];
+  std::snprintf(text, sizeof text, "%02lld:%02lld:%02lld (%lld s) ", s / 3600, s / 60 % 60, s % 60, s);
+  return text;
+}
+
+std::string total_time_text(const LogState& log) {
+  const float clock_s = static_cast<float>(static_cast<double>(std::clock() - log.clock_start) * 1e-6);
+  const long long hundredths = static_cast<long long>(clock_s * 100.0f);
+  const long long s = hundredths / 100;
+  char text[160];
+  std::snprintf(text, sizeof text, "TOTAL TIME: Clock=%02lld:%02lld:%02lld.%lld (%.3f s) - Real=", s / 3600,
+                s / 60 % 60, s % 60, hundredths % 100, static_cast<double>(clock_s));
+  return text + real_time_text(log);
+}
+
+void open_log(std::ofstream& file, const std::string& path) {
+  file.open(path, std::ios::out | std::ios::trunc);
+  if (!file) std::fprintf(stderr, "ERROR: failed to open log file '%s' \n", path.c_str());
+}
+
+void copy_logs(const std::string& pattern, const std::string& outdir, const std::string& base) {
+  if (!copy_files(pattern, outdir))
+    std::fprintf(stderr, "WARNING: failed to copy logs to output directory, see %s*.log\n", base.c_str());
+}
+}  // namespace
+
+bool take_lock(const std::string& base, const std::string& program) {
+  const std::string path = base + ".lock";
+  const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644);
+  if (fd >= 0) {
+    close(fd);
+    const LogLock lock;
+    log_state().lock_path = path;
+    return true;
+  }
+  if (errno == EEXIST)
+    std::fprintf(stderr, "ERROR: one instance of %s is already running!\nfile \"%s\" found.\n", program.c_str(),
+                 path.c_str());
+  else
+    std::fprintf(stderr, "ERROR: could not create file \"%s\"\n", path.c_str());
+  return false;
+}
+
+void open_logs(const std::string& base, const std::string& program, const std::string& execpath,
+               const std::string& defaults) {
+  std::string renamed, dir;
+  const bool was_renamed = rename_by_time(base + ".log", renamed);
+  std::string renamed_back;
+  rename_by_time(base + "_b.log", renamed_back);
+  if (!current_directory(dir)) dir = ".";
+
+  const LogLock lock;
+  LogState& log = log_state();
+  log.base = base;
+  open_log(log.main_log, base + ".log");
+  log.clock_start = std::clock();
+  log.time_start = std::time(nullptr);
+  log.main_log << std::fixed << "Log started: " << date_text() << "Running " << program << ":\n"
+               << "execpath \"" << execpath << "\"\n"
+               << "dir \"" << dir << "\"\n"
+               << "Default " << defaults << '\n';
+  if (was_renamed) log.main_log << "Renamed existing " << base_name(base) << ".log using timestamp\n";
+  open_log(log.back_log, base + "_b.log");
+  log.back_log << "[background thread log]\n";
+  log_files_open = log.main_log.is_open() || log.back_log.is_open();
+}
+
+void end_logs(const std::string& outdir, bool copy, bool clear_old, int code) {
+  LogState& log = log_state();
+  if (clear_old && !log.base.empty())
+    for (const char* const pattern : {".*.log", "_b.*.log"}) delete_and_log(log.base + pattern);
+
+  std::string time_text;
+  const bool were_open = log_files_open.exchange(false);
+  {
+    const LogLock lock;
+    time_text = total_time_text(log);
+    log.main_log << "EXIT=" << (code == 0 ? "OK" : "FAIL") << '\n'
+                 << time_text << '\n'
+                 << "Log ended: " << date_text();
+    log.main_log.close();
+  }
+  const bool do_copy = were_open && copy && !outdir.empty();
+  if (do_copy) copy_logs(log.base + "*.log", outdir, log.base);
+  {
+    const LogLock lock;
+    log.back_log << "EXIT_CODE=" << code << '\n' << time_text << '\n';
+    log.back_log.close();
+  }
+  if (do_copy) copy_logs(log.base + "_b.log", outdir, log.base);
+
+  const LogLock lock;
+  if (were_open) console_text("TOTAL PROCESSING TIME: " + real_time_text(log) + "\n", false);
+  if (!log.lock_path.empty()) unlink(log.lock_path.c_str());
+  log.lock_path.clear();
+}
+
+void flush_logs_at_once() {
+  const LogLock lock;
+  LogState& log = log_state();
+  for (std::ofstream* const file : {&log.main_log, &log.back_log}) *file << std::flush << std::unitbuf;
+}
+
+void set_console(bool on) {
+  const LogLock lock;
+  log_state().console = on;
+}
+
+bool console_on() {
+  const LogLock lock;
+  return log_state().console;
+}
+
+void set_progress_file(const std::string& path) {
+  const LogLock lock;
+  log_state().prog_path = path;
+}
+
+const std::string& log_base() { return log_state().base; }
+
+bool rename_by_time(const std::string& path, std::string& renamed) {
+  struct stat info;
+  struct tm parts;
+  if (stat(path.c_str(), &info) != 0 || !localtime_r(&info.st_mtime, &parts)) return false;
+  char text[MAX_PATH_BYTES];
+  const int n = std::snprintf(text, sizeof text, "%s.%02d%02d%02d-%02d%02d%02d%s", change_extension(path, "").c_str(),
+                              parts.tm_year % 100, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
+                              parts.tm_sec, get_extension(path).c_str());
+  if (n < 0 || static_cast<size_t>(n) >= sizeof text) return false;
+  if (std::rename(path.c_str(), text) != 0) return false;
+  renamed = text;
+  return true;
+}
+
+void delete_and_log(const std::string& pattern) {
+  uint64_t nfiles = 0, nbytes = 0;
+  if (delete_files(pattern, nfiles, nbytes))
+    LOG_LINE("Deleted " << pattern << " " << nfiles << " files, " << static_cast<float>(nbytes) * 9.536743e-7f
+                        << " Mb");
+}

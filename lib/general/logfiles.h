@@ -1,0 +1,33 @@
+// lib/general/logfiles.h
+// The two log files and the instance lock from start to exit.
+// Here:     taking the lock, opening and renaming the logs, the exit procedure, the console switch.
+// Not here: writing lines (log.h), signals (crash.h).
+#pragma once
+#include <string>
+
+// Takes the instance lock, base + ".lock". False after a text on standard error when the file is there already
+// or cannot be created; no log is open at that time.
+[[nodiscard]] bool take_lock(const std::string& base, const std::string& program);
+
+// Opens base + ".log" and base + "_b.log"; logs of these names are first renamed by their time. Writes the
+// first lines of the main log: start, program, paths, then `defaults`, one line of default values. A log that
+// cannot be opened is reported on standard error, and the run goes on without it.
+void open_logs(const std::string& base, const std::string& program, const std::string& execpath,
+               const std::string& defaults);
+
+// The exit procedure: deletes old logs (clear_old), writes the closing lines, copies the logs to outdir (copy;
+// an empty outdir copies nothing), closes them, and removes the lock. Code 0 is success.
+void end_logs(const std::string& outdir, bool copy, bool clear_old, int code);
+
+void flush_logs_at_once();               // both logs: flush now and after each line
+void set_console(bool on);               // off: nothing goes to the console, not even errors
+bool console_on();
+void set_progress_file(const std::string& path);  // the file of ProgressMode::file
+const std::string& log_base();           // path of the logs without ".log"
+
+// Renames a file to "stem.yymmdd-hhmmss.ext" after its modification time. True when a rename happened; renamed
+// is then the new path.
+bool rename_by_time(const std::string& path, std::string& renamed);
+
+// Deletes by a guarded pattern and logs "Deleted <pattern> <n> files, <size> Mb".
+void delete_and_log(const std::string& pattern);

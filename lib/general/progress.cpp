@@ -1,0 +1,83 @@
+#include "lib/general/progress.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+
+#include "lib/general/assert_fail.h"
+#include "lib/general/log_internal.h"
+#include "lib/general/path.h"
+
+namespace {
+constexpr int BAR_WIDTH = 25;
+constexpr int PROG_FILE_READ = 256;  // bytes of the progress file that its end keeps
+
+// Guarded by the log mutex, since bars and messages share the console.
+ProgressMode mode = ProgressMode::console;
+int total = 0;
+bool started = false;
+
+void write_file(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  if (file) file.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+// A front end takes the "d" as 100 and as the end.
+void end_file(const std::string& path) {
+  const int64_t size = file_size(path);
+  if (size < 1) return;
+  std::string text(static_cast<size_t>(std::min<int64_t>(size, PROG_FILE_READ)), '\0');
+  {
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(text.data(), static_cast<std::streamsize>(text.size()))) return;
+  }
+  text[0] = 'd';
+  write_file(path, text);
+}
+}  // namespace
+
+void set_progress_mode(ProgressMode new_mode) {
+  const LogLock lock;
+  mode = new_mode;
+}
+
+void progress_start(int ntotal) {
+  ASSERT(ntotal > 0);
+  const LogLock lock;
+  total = ntotal;
+  started = true;
+}
+
+void progress_step(int i, const std::string& text) {
+  const LogLock lock;
+  LogState& log = log_state();
+  i = std::clamp(i, 0, total);
+  const int width = started ? BAR_WIDTH : 0;
+  const int64_t n = std::max(total, 1);
+  const int stars = static_cast<int>(width * static_cast<int64_t>(i) / n);
+  const int percent = static_cast<int>(100 * static_cast<int64_t>(i) / n);
+  if (mode == ProgressMode::console && log.console) {
+    std::printf("[%s%s] %3d%% ", std::string(stars, '*').c_str(), std::string(width - stars, '-').c_str(), percent);
+    log.progress_pending = true;
+    std::printf("%s\r", text.c_str());
+    std::fflush(stdout);
+  } else if (mode == ProgressMode::file && !log.prog_path.empty()) {
+    write_file(log.prog_path, static_cast<char>(percent) + text);
+  }
+}
+
+void progress_end(const std::string& text) {
+  const LogLock lock;
+  LogState& log = log_state();
+  if (mode == ProgressMode::console && log.console) {
+    const char* const blank = text.empty() || text[0] == ' ' ? "" : " ";
+    std::printf("[%s] 100%%%s%s\n", std::string(BAR_WIDTH, '*').c_str(), blank, text.c_str());
+    std::fflush(stdout);
+  } else if (mode == ProgressMode::file && !log.prog_path.empty()) {
+    end_file(log.prog_path);
+  }
+  log.progress_pending = false;
+  started = false;
+  total = 0;
+}
