@@ -74,7 +74,7 @@ struct GeomCols {                // displacement of the point per unit of each p
   xyz internal[N_INTERNAL];
   xyz att[3];                    // drift roll pitch yaw, per radian
 };
-// Columns at r = P - O. P exactly at O gives zeros except the lever columns.
+// Columns at r = P - O. P exactly at O gives zeros; the internal columns are zero too when s_w is 0.
 void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, GeomCols& cols);
 void comp_internal_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, xyz cols[N_INTERNAL]);
 inline void comp_att_cols(const TrajFrame& f, const xyz& r, bool NOZ, xyz cols[3]) {
@@ -134,6 +134,7 @@ struct SwathCorr {
   bool CT = false, CA = false;              // drift position, drift attitude on
   bool CM = false;                          // manual mode: exact boresight rotation, no drift
   bool CDT = false;                         // time delay (manual mode only)
+  bool AREC = false;                        // sparse track: positions linear between records
   double tcorr = 0;                         // s, the time delay
   xyz S = {0, 0, 0};                        // shift, m
   xyz L = {0, 0, 0};                        // lever, m
@@ -148,8 +149,9 @@ struct SwathCorr {
   Rot3 Tb;                                  // manual mode: boresight rotation
   uint32_t imask = 0;                       // bit k: I[k] isn't zero
 };
-// Fills the derived fields; call it after the last change of the others. False when po is missing, empty or has
-// no rising times, or a table that is switched on is missing (no ERROR line: the caller knows the swath).
+// Fills the derived fields; call it after the last change of the others. False when po is missing or empty though
+// a part needs it, or a table that is switched on is missing (no ERROR line: the caller knows the swath). Shifts,
+// warps and drift positions alone need no trajectory: with po = null all times are valid.
 [[nodiscard]] bool init_SwathCorr(SwathCorr& corr);
 
 // Per-thread memory: points of one time stamp share frame and drift. Start with a fresh one for each swath.
