@@ -44,7 +44,7 @@ class BufBinFileIn {
   BufBinFileIn& operator=(const BufBinFileIn&) = delete;
   [[nodiscard]] bool open(const std::string& name);
   bool close();
-  [[nodiscard]] bool read(void* dest, uint64_t n);  // false on end of data or failure
+  [[nodiscard]] bool read(void* dest, uint64_t n);  // false on end of data (silent) and on failure (reported)
   [[nodiscard]] bool seek(uint64_t pos);            // absolute; drops the buffer
   int64_t get_size();                               // of the opened name, by stat; -1 when absent
 

@@ -24,4 +24,5 @@ bool remove_file(const std::string& path);
 bool rename_file(const std::string& from, const std::string& to);
 // Deletes by pattern or name. Refuses an empty pattern and one that ends in "*" (WARNING). Adds to the counts.
 bool delete_files(const std::string& pattern, uint64_t& nfiles, uint64_t& nbytes);
-bool wildcard_match(const std::string& pattern, const std::string& text);  // main thread only
+// "?" is one character, "*" any number of them; case counts. More than 256 characters: ERROR and false.
+bool wildcard_match(const std::string& pattern, const std::string& text);

@@ -5,31 +5,24 @@
 #include <iomanip>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
 
 namespace {
-bool failure(bool report, const char* what, const std::string& name) {
-  if (report) ERROR_MSG(what << ", file='" << name << "': " << std::strerror(errno));
-  return false;
+void report_failure(const char* what, const std::string& name, int reason) {
+  ERROR_MSG(what << " failed, file='" << name << "': " << (reason ? std::strerror(reason) : "stream failure"));
 }
 }  // namespace
 
-TxtFileIn::TxtFileIn(const std::string& name, bool report) : report_(report) {
-  if (!open(name)) fs.close();
-}
+TxtFileIn::TxtFileIn(const std::string& name, bool report) : report_(report) { (void)open(name); }
 
 bool TxtFileIn::open(const std::string& name) {
-  if (fs.is_open()) close();
+  close();
   name_ = name;
   errno = 0;
   fs.clear();
   fs.open(name, std::ios::in | std::ios::binary);
-  if (fs.is_open() && !is_directory(name)) return true;
-  if (fs.is_open()) {
-    fs.close();
-    errno = EISDIR;
-  }
-  return failure(report_, "TxtFileIn: open failed", name);
+  if (fs.is_open()) return true;
+  if (report_) report_failure("TxtFileIn: open", name, errno);
+  return false;
 }
 
 bool TxtFileIn::getline(std::string& line) {
@@ -38,25 +31,30 @@ bool TxtFileIn::getline(std::string& line) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     return true;
   }
-  if (fs.bad()) failure(report_, "TxtFileIn: getline failed", name_);
+  if (!fs.eof() && report_) report_failure("TxtFileIn: getline", name_, errno);
   return false;
 }
 
 bool TxtFileIn::close() {
   if (!fs.is_open()) return true;
-  fs.clear();
   errno = 0;
+  fs.clear();
   fs.close();
-  return !fs.fail() || failure(report_, "TxtFileIn: close failed", name_);
+  if (!fs.fail()) return true;
+  if (report_) report_failure("TxtFileIn: close", name_, errno);
+  return false;
 }
 
 bool TxtFileOut::open(const std::string& name, int mode) {
-  if (fs.is_open() && !close()) return false;
+  if (!close()) return false;
   name_ = name;
   errno = 0;
   fs.clear();
-  fs.open(name, std::ios::out | (mode == 1 ? std::ios::app : std::ios::trunc));
-  if (!fs.is_open()) return failure(report_, "TxtFileOut: open failed", name);
+  fs.open(name, std::ios::out | std::ios::binary | (mode == 1 ? std::ios::app : std::ios::trunc));
+  if (!fs.is_open()) {
+    if (report_) report_failure("TxtFileOut: open", name, errno);
+    return false;
+  }
   fs << std::fixed << std::setprecision(3);
   return true;
 }
@@ -64,7 +62,9 @@ bool TxtFileOut::open(const std::string& name, int mode) {
 bool TxtFileOut::close() {
   if (!fs.is_open()) return true;
   errno = 0;
-  const bool written = fs.good();
-  fs.close();
-  return (written && !fs.fail()) || failure(report_, "TxtFileOut: close failed", name_);
+  const bool good = !fs.fail();
+  fs.close();  // clears nothing: an earlier failure stays
+  if (good && !fs.fail()) return true;
+  if (report_) report_failure("TxtFileOut: close", name_, errno);
+  return false;
 }

@@ -1,0 +1,234 @@
+#include "lib/general/filelist.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+
+#include "lib/general/binfile.h"
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/txtfile.h"
+
+namespace {
+std::string file_key(const std::string& path) {
+  std::string dir, name;
+  split_path(path, dir, name);
+  std::string key = with_slash(real_path(dir.empty() ? "." : dir)) + name;
+  std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
+  return key;
+}
+
+// One file that the user has named.
+bool add_named_file(FileList& list, const FileList& excl, const std::string& path, int idx, bool dup_error) {
+  std::string dir, name;
+  split_path(path, dir, name);
+  if (!is_regular_file(path)) {
+    ERROR_MSG("could not find file " << path);
+    return false;
+  }
+  if (excl.contains(path)) {
+    ERROR_MSG("could not add file " << name << " in directory " << dir << " (excluded)");
+    return false;
+  }
+  if (list.contains(path)) {
+    if (dup_error) ERROR_MSG("duplicate file " << path);
+    return !dup_error;
+  }
+  list.add(path, idx);
+  return true;
+}
+
+bool touch(const std::string& path) {
+  const int fd = open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  close(fd);
+  return true;
+}
+}  // namespace
+
+bool FileList::contains(const std::string& path) const { return keys_.count(file_key(path)) > 0; }
+
+void FileList::add(const std::string& path, int index) {
+  name.push_back(path);
+  idx.push_back(index);
+  keys_.insert(file_key(path));
+}
+
+std::string expand_refdir(const std::string& path, const std::string& refdir) {
+  if (refdir.empty() || path.empty() || path[0] != '$') return path;
+  if (path.size() == 1) return refdir;
+  return path[1] == '/' ? with_slash(refdir) + path.substr(2) : path;
+}
+
+std::string complete_path(const std::string& path, const PathRules& rules) {
+  return add_input_directory(expand_refdir(path, rules.refdir), rules.idir);
+}
+
+bool has_wildcard(const std::string& name) { return name.find_first_of("*?") != std::string::npos; }
+
+bool match_files(const std::string& pattern, std::vector<std::string>& files) {
+  std::string dir, name;
+  split_path(pattern, dir, name);
+  files.clear();
+  DIR* const handle = opendir(dir.empty() ? "." : dir.c_str());
+  if (!handle) {
+    ERROR_MSG("could not open directory " << (dir.empty() ? "." : dir) << ": " << std::strerror(errno));
+    return false;
+  }
+  while (const dirent* const entry = readdir(handle))
+    if (wildcard_match(name, entry->d_name) && is_regular_file(dir + entry->d_name))
+      files.push_back(dir + entry->d_name);
+  closedir(handle);
+  std::sort(files.begin(), files.end());
+  return true;
+}
+
+bool update_file_list(FileList& list, const FileList& excl, const std::string& pattern, int idx, bool dup_error,
+                      const PathRules& rules) {
+  LOG_ENTER("update_file_list '" << pattern << "' idx=" << idx << " IL=0 DUP=" << dup_error
+                                 << " flist.size()=" << list.size() << " excl.size()=" << excl.size());
+  const std::string path = complete_path(pattern, rules);
+  std::string dir, name;
+  split_path(path, dir, name);
+  if (!has_wildcard(name)) return add_named_file(list, excl, path, idx, dup_error);
+
+  std::vector<std::string> files;
+  if (!match_files(path, files)) return false;
+  if (files.empty()) {
+    ERROR_MSG("no match for " << name << " in directory " << dir);
+    return false;
+  }
+  size_t nexcluded = 0, nadded = 0;
+  for (const std::string& file : files) {
+    if (excl.contains(file)) {
+      nexcluded++;
+    } else if (!list.contains(file)) {
+      list.add(file, idx);
+      nadded++;
+    }
+  }
+  if (nexcluded == files.size()) {
+    ERROR_MSG("no match for " << name << " in directory " << dir << " (all files were excluded)");
+    return false;
+  }
+  if (nadded == 0 && dup_error) {
+    ERROR_MSG("duplicate file " << files[0]);
+    return false;
+  }
+  return true;
+}
+
+bool update_file_list_lof(FileList& list, const FileList& excl, const std::string& lof, int idx, bool dup_error,
+                          const PathRules& rules) {
+  LOG_ENTER("update_file_list '" << lof << "' idx=" << idx << " IL=1 DUP=" << dup_error
+                                 << " flist.size()=" << list.size() << " excl.size()=" << excl.size());
+  const std::string path = complete_path(lof, rules);
+  TxtFileIn in(false);
+  if (!is_regular_file(path) || !in.open(path)) {
+    ERROR_MSG("could not find list of files " << lof);
+    return false;
+  }
+  size_t nfound = 0;
+  bool good = true;
+  std::string line;
+  while (in.getline(line)) {
+    if (line.empty()) continue;
+    nfound++;
+    const std::string file = complete_path(line, rules);
+    if (excl.contains(file)) continue;  // a list may name more than is wanted
+    if (!add_named_file(list, excl, file, idx, dup_error)) good = false;
+  }
+  if (nfound == 0) ERROR_MSG("no file found in list of files " << lof);
+  return good && nfound > 0;
+}
+
+bool update_check_file(std::string& file, const PathRules& rules) {
+  const std::string path = complete_path(file, rules);
+  std::string dir, name;
+  split_path(path, dir, name);
+  if (!has_wildcard(name)) {
+    if (!is_regular_file(path)) {
+      ERROR_MSG("could not find file " << path);
+      return false;
+    }
+    file = path;
+    return true;
+  }
+  std::vector<std::string> files;
+  if (!match_files(path, files)) return false;
+  if (files.empty()) {
+    ERROR_MSG("no match for " << name << " in " << dir);
+    return false;
+  }
+  if (files.size() > 1)
+    WARNING_MSG("found " << files.size() << " matches for " << name << " in directory " << dir << " - using "
+                         << base_name(files[0]));
+  file = files[0];
+  return true;
+}
+
+bool copy_file(const std::string& from, const std::string& to) {
+  if (same_file(from, to)) return true;
+  const int64_t size = file_size(from);
+  BufBinFileIn in(BULK_BUFFER);
+  if (!in.open(from)) return false;
+  const std::string part = to + ".part";
+  BufBinFileOut out(BULK_BUFFER);
+  bool good = out.open(part, 0);
+  std::vector<char> block(BULK_BUFFER);
+  for (int64_t left = size; good && left > 0;) {
+    const uint64_t n = static_cast<uint64_t>(std::min<int64_t>(left, BULK_BUFFER));
+    good = in.read(block.data(), n) && out.write(block.data(), n);
+    left -= static_cast<int64_t>(n);
+  }
+  if (!out.close()) good = false;
+  if (good && rename_file(part, to)) return true;
+  remove_file(part);
+  return false;
+}
+
+bool copy_files(const std::string& pattern, const std::string& dir) {
+  std::string current;
+  if (!current_directory(current)) {
+    ERROR_MSG("could not get current directory");
+    return false;
+  }
+  const auto completed = [&current](const std::string& d) {
+    return !d.empty() && d[0] == '/' ? with_slash(d) : current + with_slash(d);
+  };
+  std::string from, name;
+  split_path(pattern, from, name);
+  if (completed(from) == completed(dir)) return true;
+  std::vector<std::string> files;
+  if (!match_files(pattern, files)) return false;
+  bool good = true;
+  for (const std::string& file : files)
+    if (!copy_file(file, change_directory(file, dir))) good = false;
+  return good;
+}
+
+bool dum_chk_dir_eq(const std::string& a, const std::string& b) {
+  const char* const marker = "_dum_chk_dir_eq_";
+  const std::string path = with_slash(a) + marker;
+  if (!touch(path)) return false;
+  const bool equal = file_mode(with_slash(b) + marker) >= 0;
+  remove_file(path);
+  return equal;
+}
+
+bool dir_writable(const std::string& dir) {
+  const std::string path = with_slash(dir) + "_dum_chk_dir_w_p_";
+  if (!is_directory(dir.empty() ? "." : dir) || !touch(path)) return false;
+  remove_file(path);
+  return true;
+}
+
+bool dir_readable(const std::string& dir) {
+  return is_directory(dir.empty() ? "." : dir) && access(dir.empty() ? "." : dir.c_str(), R_OK | X_OK) == 0;
+}
