@@ -1,0 +1,206 @@
+#include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+const char* const EXT_TIDX = ".0T.idx";
+const char* const EXT_MTIDX = ".mT.idx";
+const char* const EXT_MTZM = ".mT.tbl.Zm";
+const char* const EXT_MTDT = ".mT.tbl.dT";
+const char* const EXT_MTXYZ = ".mT.XYZ";
+const char* const EXT_GMTIDX = ".gmT.idx";
+const char* const EXT_GMTZDS = ".gmT.ZDS";
+
+namespace {
+constexpr int64_t HASH_MOD = 1000000009;
+
+// Sum of c[i] * base^i, reduced at each step; characters count as signed bytes, so the sum is brought back
+// into [0, HASH_MOD).
+uint64_t poly_hash(const std::string& text, int64_t base) {
+  int64_t sum = 0, power = 1;
+  for (const char c : text) {
+    sum = (sum + static_cast<signed char>(c) * power) % HASH_MOD;
+    power = power * base % HASH_MOD;
+  }
+  return static_cast<uint64_t>(sum < 0 ? sum + HASH_MOD : sum);
+}
+
+bool delete_one(const std::string& name, uint64_t& nfiles, uint64_t& nbytes) {
+  const int64_t size = file_size(name);
+  if (size < 0) return true;
+  if (!remove_file(name)) return false;
+  nfiles++;
+  nbytes += static_cast<uint64_t>(size);
+  return true;
+}
+
+template <size_t N>
+bool delete_suffixes(const std::string& path, const std::array<const char*, N>& suffixes, uint64_t& nfiles,
+                     uint64_t& nbytes) {
+  bool ok = true;
+  for (const char* suffix : suffixes) ok = delete_one(cache_name(path, suffix), nfiles, nbytes) && ok;
+  return ok;
+}
+
+bool same_settings(const LTidxHdr& hdr, const LTidxHdr& want) {
+  constexpr uint8_t bits = HDR_LARGE | HDR_FEET | HDR_INT_FEET | HDR_SYN | HDR_ALL | HDR_FIRST;
+  return (hdr.xlevel & 0x7F) == want.xlevel && hdr.msublevel == mT_SUB_LEVEL &&
+         (hdr.flags & bits) == (want.flags & bits);
+}
+
+bool check_classes(BufBinFileIn& in, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls) {
+  if (hdr.nxcls != xcls.size()) {
+    LOG_LINE("<!> XCLS Hdr.nxcls=" << int(hdr.nxcls));
+    return false;
+  }
+  std::vector<uint8_t> classes(xcls.size());
+  if (!classes.empty() && !in.read(classes.data(), classes.size())) {
+    LOG_LINE("<!> XCLS READ ");
+    return false;
+  }
+  if (classes != xcls) {
+    LOG_LINE("<!> XCLS VAL ");
+    return false;
+  }
+  return true;
+}
+
+bool check_files(const std::string& path, int sw, const TilingParam& par) {
+  const bool fIDX = is_regular_file(cache_name(path, EXT_MTIDX));
+  const bool fZ = is_regular_file(cache_name(path, EXT_MTZM));
+  const bool fT = is_regular_file(cache_name(path, EXT_MTDT));
+  const bool fXYZ = is_regular_file(cache_name(path, EXT_MTXYZ));
+  const bool fZDS = !fXYZ && par.grid_ok && par.grid_ok(path, sw);
+  if (fIDX && fZ && (fT || !par.tproc) && (fXYZ || fZDS)) return true;
+  LOG_LINE("<!> FILES fIDX=" << fIDX << " fZ=" << fZ << " fT=" << fT << " fXYZ=" << fXYZ << " fZDS=" << fZDS);
+  return false;
+}
+}  // namespace
+
+uint64_t cache_dir_hash(const std::string& dir) { return (poly_hash(dir, 97) << 32) | poly_hash(dir, 53); }
+
+std::string cache_name(const std::string& path, const std::string& suffix, int number) {
+  std::string dir, name;
+  split_path(real_path(path), dir, name);
+  char digits[20];
+  std::snprintf(digits, sizeof digits, "%016llx_", static_cast<unsigned long long>(cache_dir_hash(dir)));
+  std::string result = TMPDIR + digits;
+  if (number >= 0) result += std::to_string(number) + "_";
+  return result + name + suffix;
+}
+
+std::string tile_tmp_name(const std::string& path, uint32_t XI, uint32_t YI) {
+  char suffix[48];
+  std::snprintf(suffix, sizeof suffix, ".TT%04u-%05u.XYZT", XI, YI);
+  return cache_name(path, suffix);
+}
+
+LTidxHdr make_LTidxHdr(const TilingParam& par) {
+  LTidxHdr hdr{};
+  hdr.magic = TileMagic;
+  hdr.stmax = static_cast<uint32_t>(par.DTS * 1000.0f);
+  hdr.dtr = static_cast<uint16_t>(DT_RANGE);
+  hdr.str = static_cast<uint16_t>(DEV_RANGE * 1000.0f);
+  hdr.version = TileVersion;
+  const bool dropmap = par.TIO.nx > 0;
+  hdr.TIO_XI = dropmap ? par.TIO.XI : 0;
+  hdr.TIO_YI = dropmap ? par.TIO.YI : 0;
+  hdr.chk = dropmap ? par.chk : 0;
+  hdr.msublevel = mT_SUB_LEVEL;
+  hdr.nxcls = static_cast<uint8_t>(par.xcls.size());
+  hdr.xlevel = static_cast<uint8_t>(par.xlevel);
+  hdr.flags = static_cast<uint8_t>(
+      (par.last ? 0 : HDR_FIRST) | (par.all ? HDR_ALL : 0) | (par.large ? HDR_LARGE : 0) |
+      (DATAUNIT != 1.0 ? HDR_FEET : 0) | (DATAUNIT == 0.3048 ? HDR_INT_FEET : 0) | (par.syn ? HDR_SYN : 0) |
+      (par.tproc ? HDR_TPROC : 0) | (dropmap ? HDR_DM : 0));
+  return hdr;
+}
+
+void log_xcls(const std::vector<uint8_t>& xcls) {
+  std::array<bool, 256> dropped{};
+  for (const uint8_t c : xcls) dropped[c] = true;
+  const bool keep = xcls.size() > 127;
+  std::string text = keep ? "xcls keep: " : "xcls drop: ";
+  if (keep) {
+    for (int c = 0; c < 256; c++)
+      if (!dropped[static_cast<size_t>(c)]) text += std::to_string(c) + " ";
+  } else {
+    for (const uint8_t c : xcls) text += std::to_string(c) + " ";
+  }
+  LOG_LINE(text);
+}
+
+bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
+  LOG_ENTER("check_TidxHdr sw=" << sw << " DM=" << (par.TIO.nx > 0) << " DTS=" << par.DTS << " syn=" << par.syn
+                                << " all=" << par.all << " last=" << par.last << " xlevel=" << par.xlevel
+                                << " large=" << par.large << " tproc=" << par.tproc);
+  log_xcls(par.xcls);
+  const std::string idx = cache_name(path, EXT_TIDX);
+  BufBinFileIn in(1024, false);
+  LTidxHdr hdr;
+  if (file_size(idx) < 0 || !in.open(idx) || !in.read(&hdr, sizeof hdr)) {
+    LOG_LINE("<!> no index");
+    return false;
+  }
+  const LTidxHdr want = make_LTidxHdr(par);
+  if (hdr.magic != want.magic || hdr.version != want.version) {
+    LOG_LINE("<!> MAGIC/VERSION TileMagic=" << TileMagic << " Hdr.magic=" << hdr.magic << " TileVersion="
+                                            << TileVersion << " Hdr.version=" << hdr.version);
+    return false;
+  }
+  const int64_t tstamp = file_mtime(path);
+  if ((CHECK_SW_TSTAMP && par.tproc && hdr.tstamp != tstamp) || !same_settings(hdr, want)) {
+    LOG_LINE("<!> PARAM Hdr.tstamp=" << int64_t(hdr.tstamp) << " tstamp=" << tstamp << " Hdr.xlevel="
+             << int(hdr.xlevel & 0x7F) << " Hdr.large=" << ((hdr.flags & HDR_LARGE) != 0) << " Hdr.msublevel="
+             << int(hdr.msublevel) << " mT_SUB_LEVEL=" << mT_SUB_LEVEL << " Hdr.feet="
+             << ((hdr.flags & HDR_FEET) != 0) << " feet=" << (DATAUNIT != 1.0) << " Hdr.int_feet="
+             << ((hdr.flags & HDR_INT_FEET) != 0) << " int_feet=" << (DATAUNIT == 0.3048) << " Hdr.syn="
+             << ((hdr.flags & HDR_SYN) != 0) << " Hdr.all=" << ((hdr.flags & HDR_ALL) != 0) << " Hdr.first="
+             << ((hdr.flags & HDR_FIRST) != 0));
+    return false;
+  }
+  if (par.tproc && (!(hdr.flags & HDR_TPROC) || hdr.stmax != want.stmax || hdr.str != want.str ||
+                    hdr.dtr != want.dtr)) {
+    LOG_LINE("<!> TIME Hdr.tproc=" << ((hdr.flags & HDR_TPROC) != 0) << " Hdr.stmax=" << uint32_t(hdr.stmax)
+             << " Hdr.str=" << hdr.str << " Hdr.dtr=" << hdr.dtr << " stmax=" << uint32_t(want.stmax)
+             << " str=" << want.str);
+    return false;
+  }
+  if (!check_classes(in, hdr, par.xcls)) return false;
+  if (((hdr.flags ^ want.flags) & HDR_DM) || hdr.TIO_XI != want.TIO_XI || hdr.TIO_YI != want.TIO_YI ||
+      hdr.chk != want.chk) {
+    LOG_LINE("<!> DROP MAP Hdr.DM=" << ((hdr.flags & HDR_DM) != 0) << " Hdr.TIO.XI=" << uint32_t(hdr.TIO_XI)
+             << " Hdr.TIO.YI=" << uint32_t(hdr.TIO_YI) << " Hdr.chk=" << uint64_t(hdr.chk));
+    return false;
+  }
+  return check_files(path, sw, par);
+}
+
+bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
+  bool ok = delete_suffixes(path, std::array{EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"}, nfiles,
+                            nbytes);
+  const std::string base = change_extension(cache_name(path, ""), "");
+  for (const char* part : {"_s_?.laz", "_s_??.laz"}) ok = delete_files(base + part, nfiles, nbytes) && ok;
+  return delete_LmT_nonessential(path, nfiles, nbytes) && ok;
+}
+
+bool delete_LmT_grid(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
+  return delete_suffixes(path, std::array{EXT_GMTIDX, EXT_GMTZDS}, nfiles, nbytes);
+}
+
+bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
+  const bool ok = delete_suffixes(path, std::array{EXT_MTXYZ}, nfiles, nbytes);
+  return delete_files(cache_name(path, ".TT*.XYZT"), nfiles, nbytes) && ok;
+}
+
+void show_delete_file_list(const std::string& label, uint64_t nfiles, uint64_t nbytes) {
+  LOG_ENTER(label);
+  LOG_LINE("Deleted " << nfiles << " file" << (nfiles == 1 ? "" : "s") << ", " << static_cast<double>(nbytes) * 1e-6
+                      << " Mb)");
+}

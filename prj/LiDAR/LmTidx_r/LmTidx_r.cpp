@@ -1,0 +1,114 @@
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+
+#include <cmath>
+
+#include "lib/general/binfile.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
+
+namespace {
+constexpr uint64_t IDX_BUFFER = 4096;
+
+bool header_fits(const LTidxHdr& hdr) {
+  return hdr.magic == TileMagic && hdr.version == TileVersion && hdr.msublevel == mT_SUB_LEVEL &&
+         (hdr.xlevel & 0x7F) <= 2;
+}
+
+int header_level(const LTidxHdr& hdr) { return tile_level((hdr.flags & HDR_LARGE) != 0, hdr.xlevel & 0x7F); }
+
+// What every user of the record relies on: a table that can exist, extents that an array can have, and
+// numbers that are numbers.
+bool info_fits(const LTidxInfo& info, int level, uint64_t table_bytes) {
+  const uint64_t end = static_cast<uint64_t>(GROUND_END) >> (level + 9);
+  if (info.nt == 0 || info.nt > MAX_TILES || table_bytes != info.nt * sizeof(TIsxy)) return false;
+  if (info.XImin > info.XImax || info.YImin > info.YImax || info.XImax > end || info.YImax > end) return false;
+  if (info.XImax - info.XImin >= MAX_TILE_SPAN || info.YImax - info.YImin >= MAX_TILE_SPAN) return false;
+  bool finite = std::isfinite(info.t0) && std::isfinite(info.tmin) && std::isfinite(info.tmax);
+  for (int i = 0; i < 3; i++) finite = finite && std::isfinite(info.bbmin[i]) && std::isfinite(info.bbmax[i]);
+  for (int i = 0; i < 4; i++) finite = finite && std::isfinite(info.mbr[i][0]) && std::isfinite(info.mbr[i][1]);
+  return finite;
+}
+
+// Reads the two fixed records; in stands at the table afterwards.
+bool read_head(BufBinFileIn& in, const std::string& path, LTidxHdr& hdr, LTidxInfo& info) {
+  const std::string name = cache_name(path, EXT_TIDX);
+  const int64_t size = file_size(name);
+  if (size < static_cast<int64_t>(sizeof hdr + sizeof info) || !in.open(name) || !in.read(&hdr, sizeof hdr)) return false;
+  const uint64_t head = sizeof hdr + hdr.nxcls + sizeof info;
+  if (!header_fits(hdr) || static_cast<uint64_t>(size) < head) return false;
+  return in.seek(sizeof hdr + hdr.nxcls) && in.read(&info, sizeof info) &&
+         info_fits(info, header_level(hdr), static_cast<uint64_t>(size) - head);
+}
+
+// Tiles inside the extent of the header, each once, in order; their counts add up to the swath's.
+bool table_fits(const LTidxInfo& info, const Vector<TIsxy>& TI) {
+  uint64_t np = 0;
+  int64_t last = -1;
+  for (const TIsxy& t : TI) {
+    if (t.x < info.XImin || t.x > info.XImax || t.y < info.YImin || t.y > info.YImax) return false;
+    const int64_t place = static_cast<int64_t>(t.y) << 32 | t.x;
+    if (place <= last) return false;
+    last = place;
+    np += t.n;
+  }
+  return np == info.np;
+}
+
+bool read_table(BufBinFileIn& in, const LTidxInfo& info, Vector<TIsxy>& TI) {
+  TI.resize(info.nt);
+  return in.read(TI.val, info.nt * sizeof(TIsxy)) && table_fits(info, TI);
+}
+}  // namespace
+
+bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr) {
+  const std::string name = cache_name(path, EXT_TIDX);
+  BufBinFileIn in(IDX_BUFFER, false);
+  return file_size(name) >= 0 && in.open(name) && in.read(&hdr, sizeof hdr) && header_fits(hdr);
+}
+
+bool read_LTidxInfo(const std::string& path, LTidxInfo& info) {
+  BufBinFileIn in(IDX_BUFFER, false);
+  LTidxHdr hdr;
+  return read_head(in, path, hdr, info);
+}
+
+bool read_LTidx_TI(const std::string& path, Vector<TIsxy>& TI) {
+  BufBinFileIn in(TILE_BUFFER, false);
+  LTidxHdr hdr;
+  LTidxInfo info;
+  return read_head(in, path, hdr, info) && read_table(in, info, TI);
+}
+
+void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16_t>& timg) {
+  TileInfo frame;
+  frame.XI = info.XImin;
+  frame.YI = info.YImin;
+  frame.nx = static_cast<int>(info.XImax - info.XImin) + 1;
+  frame.ny = static_cast<int>(info.YImax - info.YImin) + 1;
+  build_tile_map(frame, TI, timg);
+}
+
+void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg) {
+  timg.resize(frame.nx, frame.ny, NO_TILE);
+  for (uint64_t k = 0; k < TI.size(); k++) {
+    const int64_t x = static_cast<int64_t>(TI.val[k].x) - frame.XI, y = static_cast<int64_t>(TI.val[k].y) - frame.YI;
+    if (x >= 0 && y >= 0 && x < frame.nx && y < frame.ny)
+      timg.row(static_cast<int>(y))[x] = static_cast<uint16_t>(k);
+  }
+}
+
+bool read_SwTiles(const std::string& path, SwTiles& sw) {
+  BufBinFileIn in(TILE_BUFFER, false);
+  LTidxHdr hdr;
+  if (!read_head(in, path, hdr, sw.info) || !read_table(in, sw.info, sw.TI)) return false;
+  sw.path = path;
+  sw.geom = make_tile_geom(header_level(hdr));
+  sw.Pidx.resize(sw.TI.size());
+  uint64_t first = 0;
+  for (uint64_t k = 0; k < sw.TI.size(); k++) {
+    sw.Pidx.val[k] = first;
+    first += sw.TI.val[k].n;
+  }
+  build_tile_map(sw.info, sw.TI, sw.timg);
+  return true;
+}

@@ -1,0 +1,126 @@
+// Per-tile tables: counts, heights, times, for one tile or for all tiles of a swath.
+#include <algorithm>
+
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+
+namespace {
+// Calls use(tile index, record) for the nt records of a file, in order.
+template <typename Record, typename Use>
+bool for_all_tiles(const std::string& path, const char* suffix, uint32_t nt, Record& record, uint64_t bytes, Use use) {
+  const std::string name = cache_name(path, suffix);
+  if (file_size(name) != static_cast<int64_t>(nt * bytes)) return false;
+  BufBinFileIn in(TILE_BUFFER, false);
+  if (!in.open(name)) return false;
+  for (uint32_t k = 0; k < nt; k++) {
+    if (!in.read(&record, bytes)) return false;
+    use(k);
+  }
+  return true;
+}
+
+template <typename T>
+bool read_images(const std::string& path, const char* suffix, uint32_t nt, Vector<Image<T>>& images) {
+  T values[mTn];
+  static_assert(sizeof values == MT_IMG_BYTES);
+  images.resize(nt);
+  return for_all_tiles(path, suffix, nt, values, sizeof values, [&](uint32_t k) {
+    images.val[k].resize(mTsub, mTsub);
+    std::copy_n(values, mTn, images.val[k].val);
+  });
+}
+
+template <typename T, typename S>
+void to_image(const S* values, int side, Image<T>& img) {
+  img.resize(side, side);
+  std::copy_n(values, side * side, img.val);
+}
+}  // namespace
+
+bool read_cache_at(const std::string& path, const char* suffix, uint64_t offset, void* dest, uint64_t n) {
+  const std::string name = cache_name(path, suffix);
+  if (file_size(name) < static_cast<int64_t>(offset + n)) return false;
+  BufBinFileIn in(0, false);
+  return in.open(name) && in.seek(offset) && in.read(dest, n);
+}
+
+bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN) {
+  return read_images(path, EXT_MTIDX, nt, TN);
+}
+
+bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<uint8_t>>& mocc) {
+  uint32_t counts[mTn];
+  mocc.resize(nt);
+  return for_all_tiles(path, EXT_MTIDX, nt, counts, sizeof counts, [&](uint32_t k) {
+    mocc.val[k].resize(mTsub, mTsub);
+    for (int i = 0; i < mTn; i++) mocc.val[k].val[i] = counts[i] > NMT_MIN ? 1 : 0;
+  });
+}
+
+bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Zm,
+                       Vector<Image<uint32_t>>& TN, Vector<Image<uint32_t>>& ofs) {
+  if (!read_images(path, EXT_MTZM, nt, Zm) || !read_LmTidx_tiles_TN(path, nt, TN)) return false;
+  ofs.resize(nt);
+  for (uint32_t k = 0; k < nt; k++) {
+    ofs.val[k].resize(mTsub, mTsub);
+    uint32_t first = 0;
+    for (int i = 0; i < mTn; i++) {
+      ofs.val[k].val[i] = first;
+      first += TN.val[k].val[i];
+    }
+  }
+  return true;
+}
+
+bool read_LmT_tile_N(const std::string& path, uint32_t k, Image<uint32_t>& N) {
+  N.resize(mTsub, mTsub);
+  return read_cache_at(path, EXT_MTIDX, k * MT_IMG_BYTES, N.val, MT_IMG_BYTES);
+}
+
+bool read_LmT_tile_Zm(const std::string& path, uint32_t k, Image<int32_t>& Zm) {
+  Zm.resize(mTsub, mTsub);
+  return read_cache_at(path, EXT_MTZM, k * MT_IMG_BYTES, Zm.val, MT_IMG_BYTES);
+}
+
+bool read_LmT_tile_time(const std::string& path, uint32_t k, LmTtimeRec& rec) {
+  return read_cache_at(path, EXT_MTDT, k * sizeof rec, &rec, sizeof rec);
+}
+
+bool read_LmT_tile_Vt(const std::string& path, uint32_t k, Image<int32_t>& Vt) {
+  Vt.resize(mTsub + 1, mTsub + 1);
+  return read_cache_at(path, EXT_MTDT, k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, vertex), Vt.val, Vt.size() * 4);
+}
+
+bool read_LmT_tile_Ct(const std::string& path, uint32_t k, Image<int32_t>& Ct) {
+  Ct.resize(mTsub, mTsub);
+  return read_cache_at(path, EXT_MTDT, k * sizeof(LmTtimeRec), Ct.val, MT_IMG_BYTES);
+}
+
+bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Vt) {
+  LmTtimeRec rec;
+  Vt.resize(nt);
+  return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec,
+                       [&](uint32_t k) { to_image(rec.vertex, mTsub + 1, Vt.val[k]); });
+}
+
+bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct, Vector<Image<int32_t>>& Zm) {
+  LmTtimeRec rec;
+  Ct.resize(nt);
+  return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec,
+                       [&](uint32_t k) { to_image(rec.centre, mTsub, Ct.val[k]); }) &&
+         read_images(path, EXT_MTZM, nt, Zm);
+}
+
+bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct, Vector<Image<uint8_t>>& dt,
+                     Vector<Image<uint8_t>>& dev) {
+  LmTtimeRec rec;
+  Ct.resize(nt);
+  dt.resize(nt);
+  dev.resize(nt);
+  return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec, [&](uint32_t k) {
+    to_image(rec.centre, mTsub, Ct.val[k]);
+    to_image(rec.dt, mTsub, dt.val[k]);
+    to_image(rec.dev, mTsub, dev.val[k]);
+  });
+}

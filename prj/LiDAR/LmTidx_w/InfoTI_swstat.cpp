@@ -1,0 +1,164 @@
+// Statistics over the project: consistency, the scale of its grids, the console table.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "prj/LiDAR/LmTidx_w/swath_stat.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+// Frame of tiles that holds all swaths. False when it is too wide to be worked on.
+bool comp_project_frame(const ProjectStat& stat, bool LAREA, TileInfo& frame) {
+  uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
+  for (const SwathStat& s : stat.swaths) {
+    x0 = std::min<uint32_t>(x0, s.info.XImin);
+    y0 = std::min<uint32_t>(y0, s.info.YImin);
+    x1 = std::max<uint32_t>(x1, s.info.XImax);
+    y1 = std::max<uint32_t>(y1, s.info.YImax);
+  }
+  const uint32_t nx = x1 - x0 + 1, ny = y1 - y0 + 1;
+  if (nx > MAX_FRAME || ny > MAX_FRAME) {
+    ERROR_MSG("bounding box too large (" << nx << "x" << ny << " tiles), limit=" << MAX_FRAME
+                                         << " - check locations and projections"
+                                         << (LAREA ? "" : ". For large area projects use option -large"));
+    return false;
+  }
+  frame.XI = x0;
+  frame.YI = y0;
+  frame.nx = static_cast<int>(nx);
+  frame.ny = static_cast<int>(ny);
+  return true;
+}
+
+void add_swaths(const Project& prj, ProjectStat& stat) {
+  double sum_density = 0, sum_dt = 0, sum_dev = 0, sum_med = 0, nmob = 0;
+  stat.Zmin = 1e30;
+  stat.Zmax = -1e30;
+  for (size_t i = 0; i < stat.swaths.size(); i++) {
+    const SwathStat& s = stat.swaths[i];
+    const double nmt = s.info.nmt;
+    stat.np += s.info.np;
+    stat.nmt += s.info.nmt;
+    stat.cache_bytes += s.cache_bytes;
+    stat.Zmin = std::min(stat.Zmin, s.Zmin);
+    stat.Zmax = std::max(stat.Zmax, s.Zmax);
+    sum_density += s.density;
+    sum_med += s.Zmed * nmt;
+    if (prj.swaths[i].fixed) continue;
+    nmob += nmt;
+    sum_dt += static_cast<double>(s.info.mdt) * nmt;
+    sum_dev += static_cast<double>(s.info.mdev) * nmt;
+  }
+  stat.density = sum_density / static_cast<double>(stat.swaths.size());
+  stat.Zmed = sum_med / static_cast<double>(std::max<uint64_t>(1, stat.nmt));
+  if (nmob > 0) {
+    stat.mdt = sum_dt / nmob;
+    stat.mdev = sum_dev / nmob;
+  }
+}
+
+struct Part {  // the mobile swaths, the reference ones, or all
+  int n = 0;
+  double Mp = 0, MB = 0;
+  double min[3] = {1e30, 1e30, 1e30}, max[3] = {-1e30, -1e30, -1e30};
+};
+
+Part sum_part(const Project& prj, const ProjectStat& stat, bool mob, bool ref) {
+  Part p;
+  for (size_t i = 0; i < stat.swaths.size(); i++) {
+    if (prj.swaths[i].fixed ? !ref : !mob) continue;
+    const SwathStat& s = stat.swaths[i];
+    p.n++;
+    p.Mp += static_cast<double>(s.info.np) * 1e-6;
+    p.MB += static_cast<double>(s.cache_bytes) * 1e-6;
+    for (int c = 0; c < 3; c++) {
+      p.min[c] = std::min<double>(p.min[c], s.info.bbmin[c]);
+      p.max[c] = std::max<double>(p.max[c], s.info.bbmax[c]);
+    }
+  }
+  return p;
+}
+
+std::string padded(std::string label) {
+  label.resize(std::max<size_t>(label.size(), 28), ' ');
+  return label;
+}
+
+void show_part(const std::string& form, const Part& p) {
+  LOG_MSG(padded("Input used" + form) << p.n << " files, " << p.Mp << " Mp, " << p.MB << " MB cache");
+  LOG_MSG(padded("XYZ min" + form) << p.min[0] << " " << p.min[1] << " " << p.min[2]);
+  LOG_MSG(padded("XYZ max" + form) << p.max[0] << " " << p.max[1] << " " << p.max[2]);
+  LOG_MSG(padded("BB size" + form) << p.max[0] - p.min[0] << " " << p.max[1] - p.min[1] << " " << p.max[2] - p.min[2]);
+}
+
+void show_table(const Project& prj, const ProjectStat& stat) {
+  const Part mob = sum_part(prj, stat, true, false), ref = sum_part(prj, stat, false, true);
+  const Part all = sum_part(prj, stat, true, true);
+  if (ref.n > 0) {
+    show_part(" (mob)", mob);
+    show_part(" (ref)", ref);
+    show_part(" (all)", all);
+  } else {
+    show_part("", all);
+  }
+  LOG_MSG(padded("Mean sw density") << stat.density << " pts/m2");
+  LOG_MSG(padded("Grid GSD") << prj.scale.GSD() << " m");
+  LOG_MSG(padded("Microtile size") << prj.scale.mTsize << " m");
+  LOG_MSG(padded("Mean time resolution") << stat.mdt << " s");
+  LOG_MSG(padded("Mean time deviation") << stat.mdev);
+  LOG_LINE("Microtile size=" << prj.scale.mTsize << " | Mean swath density=" << stat.density << " | Mean time resolution="
+                             << stat.mdt << ", deviation=" << stat.mdev);
+  LOG_LINE("Z_range=" << stat.Zmax - stat.Zmin << " Z_vmin=" << stat.Zmin);
+  LOG_LINE("Using total " << all.Mp << " Mp (" << mob.Mp << " mob, " << ref.Mp << " ref), tile cache size " << all.MB << " MB");
+}
+
+void warn_rollovers(const ProjectStat& stat) {
+  int nday = 0, nweek = 0;
+  for (const SwathStat& s : stat.swaths)
+    if (s.info.flags & INFO_RO) (s.info.flags & INFO_WRO ? nweek : nday)++;
+  if (nday > 0) WARNING_MSG("corrected day rollover for " << nday << " swaths");
+  if (nweek > 0) WARNING_MSG("corrected week rollover for " << nweek << " swaths");
+}
+
+bool read_stats(const Project& prj, const InfoParam& par, ProjectStat& stat) {
+  stat.swaths.resize(prj.swaths.size());
+  uint64_t nmt = 0, nocc = 0;
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    if (!comp_swath_stat(prj.swaths[i].path, par.tproc, par.median, stat.swaths[i])) {
+      ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[i].path);
+      return false;
+    }
+    nmt += stat.swaths[i].info.nmt;
+    nocc += stat.swaths[i].nocc;
+    LOG_LINE("swmdim=" << stat.swaths[i].grid.dim << " " << prj.swaths[i].path);
+  }
+  if (nmt == 0) {
+    ERROR_MSG("no microtile data");
+    return false;
+  }
+  if (nocc == 0) {
+    ERROR_MSG("no height data");
+    return false;
+  }
+  return true;
+}
+}  // namespace
+
+bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat) {
+  LOG_ENTER("InfoTI_swstat name=" << prj.name << " nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp << " mTsize="
+                                  << prj.scale.mTsize << " fixch0=" << par.fix_ch0);
+  stat = ProjectStat{};
+  if (!check_nonempty_groups(prj) || !read_stats(prj, par, stat)) return false;
+  if (!comp_mainch_swaths(prj, stat.swaths, par.fix_ch0)) return false;
+  if (!comp_project_frame(stat, par.LAREA, stat.frame)) return false;
+  add_swaths(prj, stat);
+  // One spacing serves all swaths, since pairs are compared pixel by pixel: that of their microtiles together.
+  CountHist all;
+  for (const SwathStat& s : stat.swaths) add_counts(all, s.hist);
+  prj.scale.dim = comp_GGSD_dim(all, static_cast<double>(prj.scale.mTsize), par.median).dim;
+  prj.time_res = stat.mdt;
+  if (!write_sw_stat(prj, stat)) return false;
+  warn_rollovers(stat);
+  show_table(prj, stat);
+  return true;
+}

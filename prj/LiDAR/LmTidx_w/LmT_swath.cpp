@@ -1,0 +1,86 @@
+// One swath: reuse of its cache, the two passes, and what is said about losses.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
+#include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
+
+namespace {
+constexpr uint32_t MIN_TILE_POINTS = 15;  // at least one tile must hold more
+
+// First pass, and once more over the whole file when a rollover stopped it.
+bool first_pass(const std::string& path, int sw, const TilingParam& par, uint64_t max_bytes, Rollover& rover,
+                TTresult& tt, std::string& reason) {
+  rover = Rollover::none;
+  if (!sw_LAS2TT(path, sw, par, rover, 0, max_bytes, tt, reason)) {
+    ERROR_MSG("could not tile LiDAR data, " << path);
+    return false;
+  }
+  if (!par.tproc || tt.rover == Rollover::none) return true;
+  rover = tt.rover;
+  if (tt.adj)
+    WARNING_MSG((rover == Rollover::week ? "week" : "day")
+                << " second rollover detected but timestamps are adjusted GPS, " << path);
+  if (sw_LAS2TT(path, sw, par, rover, tt.tmin, max_bytes, tt, reason)) return true;
+  ERROR_MSG("could not tile LiDAR data (rollover correction pass), " << path);
+  return false;
+}
+
+long percent(uint64_t part, uint64_t whole) {
+  return whole ? std::lround(100.0 * static_cast<double>(part) / static_cast<double>(whole)) : 0;
+}
+
+void warn_losses(const std::string& path, const TilingParam& par, const LmTstat& stat) {
+  if (const long lost = percent(stat.nlost, stat.nlost + stat.np); lost != 0)
+    WARNING_MSG(lost << "% pts lost due to microtile overflow, " << path);
+  if (const long lost = percent(stat.ndev, stat.nmt); lost != 0)
+    WARNING_MSG(lost << "% microtile timestamps lost, time deviation exceeds " << par.DTS
+                     << " s (possible self-overlap), " << path);
+}
+
+void delete_grid(const std::string& path) {
+  uint64_t nfiles = 0, nbytes = 0;
+  if (!delete_LmT_grid(path, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
+}
+}  // namespace
+
+bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool cache, uint64_t max_bytes,
+               LmTswathResult& res) {
+  TilingParam par = par_in;
+  if (par.TIO.nx == 0) {
+    par.TIO = TileInfo{};
+    par.chk = 0;
+  }
+  LOG_ENTER("LmT_swath " << path << " sw=" << sw << " DTS=" << par.DTS << " syn=" << par.syn << " all=" << par.all
+                         << " last=" << par.last << " large=" << par.large << " xlevel=" << par.xlevel << " cache="
+                         << cache << " tproc=" << par.tproc << " LAREA=" << par.LAREA);
+  log_xcls(par.xcls);
+  res = LmTswathResult{};
+  if (cache && check_TidxHdr(path, sw, par)) return true;
+  TTresult tt;
+  Rollover rover;
+  if (!first_pass(path, sw, par, max_bytes, rover, tt, res.reason)) return false;
+  const int64_t size = file_size(path);
+  if (size < 0) LOG_LINE("<!> file size");
+  // The grid goes before the new points come: it must never stand beside an index that it does not fit.
+  delete_grid(path);
+  LmTstat stat;
+  if (!sw_TT2LmT_XYZ(path, par, rover, max_bytes, tt, stat, res.reason)) {
+    if (res.reason.empty()) res.reason = "could not process tiles";
+    ERROR_MSG("could not process tiles, " << path);
+    return false;
+  }
+  if (std::none_of(tt.TI.begin(), tt.TI.end(), [](const TIsxy& t) { return t.n > MIN_TILE_POINTS; })) {
+    remove_file(cache_name(path, EXT_TIDX));
+    return swath_error(res.reason, "could not tile LiDAR data, not enough points per tile, " + path);
+  }
+  warn_losses(path, par, stat);
+  if (!check_TidxHdr(path, sw, par)) return swath_error(res.reason, "tiling: invalid index data, " + path);
+  res.MB = size < 0 ? 0.0f : static_cast<float>(static_cast<double>(size) * 1e-06);
+  res.Mp = static_cast<float>(static_cast<double>(stat.np) * 1e-06);
+  res.Mp0 = static_cast<float>(static_cast<double>(tt.nfile) * 1e-06);
+  res.done = true;
+  return true;
+}

@@ -1,0 +1,180 @@
+// Second pass over a swath: tile after tile, from the temporary tile files to the final family.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/timing.h"
+#include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+struct LmTfiles {  // the four files that are written side by side
+  BufBinFileOut idx{TILE_BUFFER}, zm{TILE_BUFFER}, dt{TILE_BUFFER}, xyz{TILE_BUFFER};
+  bool open(const std::string& path, bool tproc) {
+    return idx.open(cache_name(path, EXT_MTIDX), 0) && zm.open(cache_name(path, EXT_MTZM), 0) &&
+           xyz.open(cache_name(path, EXT_MTXYZ), 0) && (!tproc || dt.open(cache_name(path, EXT_MTDT), 0));
+  }
+  bool close() {
+    bool ok = idx.close();
+    ok = zm.close() && ok;
+    ok = dt.close() && ok;
+    return xyz.close() && ok;
+  }
+};
+
+bool read_TT_tmpXYZT(const std::string& path, const TIsxy& tile, TileWork& w) {
+  const std::string name = tile_tmp_name(path, tile.x, tile.y);
+  const uint64_t bytes = tile.n * TT_REC_BYTES;
+  if (file_size(name) != static_cast<int64_t>(bytes)) {
+    LOG_LINE("read_TT_tmpXYZT <!> fsize " << name);
+    return false;
+  }
+  if (w.raw.size() < bytes + 8) w.raw.resize(bytes + 8);
+  BufBinFileIn in(0, false);
+  if (!in.open(name)) {
+    LOG_LINE("read_TT_tmpXYZT <!> open " << name);
+    return false;
+  }
+  if (!in.read(w.raw.data(), bytes)) {
+    LOG_LINE("read_TT_tmpXYZT <!> read " << name);
+    return false;
+  }
+  return true;
+}
+
+bool write_LmT_tile(const TileWork& w, const TileCounts& c, bool tproc, LmTfiles& files) {
+  // Microtiles follow each other without a gap unless points were left out: then one write a microtile.
+  if (c.nZout == 0) {
+    if (c.np > 0 && !files.xyz.write(w.points.data(), c.np * sizeof(LmTpoint))) {
+      LOG_LINE("<!> write_LmT_XYZ_tile");
+      return false;
+    }
+  } else {
+    for (int mt = 0; mt < mTn; mt++)
+      if (w.N[mt] > 0 && !files.xyz.write(w.points.data() + w.offset[mt], w.N[mt] * sizeof(LmTpoint))) {
+        LOG_LINE("<!> write_LmT_XYZ_tile");
+        return false;
+      }
+  }
+  if (!files.idx.write(w.N, sizeof w.N) || !files.zm.write(w.Zm, sizeof w.Zm)) return false;
+  if (tproc && !files.dt.write(&w.time, sizeof w.time)) return false;
+  LOG_LINE("write_LmT_tile -> MB_xyz=" << static_cast<double>(c.np * sizeof(LmTpoint)) * 1e-6 << " MB_idx_tbl="
+                                       << static_cast<double>(sizeof w.N + sizeof w.Zm + (tproc ? sizeof w.time : 0)) * 1e-6);
+  return true;
+}
+
+void remove_TT_file(const std::string& path, const TIsxy& tile) {
+  const std::string ttname = tile_tmp_name(path, tile.x, tile.y);
+  if (file_size(ttname) >= 0 && !remove_file(ttname)) LOG_LINE("<!> delete failed ttname=" << ttname);
+}
+
+struct TileTask {  // what stays the same for all tiles
+  const std::string& path;
+  const TilingParam& par;
+  TileGeom g;
+  uint32_t stmax;
+};
+
+// One tile through all steps; counts (1024) receives the stored counts, tile.n their sum.
+bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, uint32_t* counts, LmTstat& stat) {
+  TileCounts c;
+  if (!read_TT_tmpXYZT(task.path, tile, w) || !comp_LmT_LNZm(w, tile.n, task.g, nullptr, c) ||
+      !sort_LmT_XYZT(w, tile.n, task.g, c))
+    return false;
+  stat.nlost += c.nZout;
+  stat.ntdrop += c.nmtdrop > 0;
+  stat.np += c.np;
+  stat.nmt += c.nmt;
+  tile.n = static_cast<uint32_t>(c.np);
+  if (task.par.tproc) proc_LmT(w, task.g, task.stmax, stat);
+  std::copy_n(w.N, mTn, counts);
+  if (!write_LmT_tile(w, c, task.par.tproc, files)) return false;
+  remove_TT_file(task.path, tile);
+  return true;
+}
+
+LTidxInfo make_info(const TTresult& tt, const LmTstat& stat, Rollover rover) {
+  LTidxInfo info{};
+  info.nt = static_cast<uint32_t>(tt.TI.size());
+  info.flags = static_cast<uint8_t>((tt.adj ? INFO_ADJ : 0) | (rover != Rollover::none ? INFO_RO : 0) |
+                                    (rover == Rollover::week ? INFO_WRO : 0));
+  info.t0 = tt.t0;
+  info.tmin = tt.tmin;
+  info.tmax = tt.tmax;
+  info.XImin = info.YImin = info.Nmin = UINT32_MAX;
+  for (const TIsxy& t : tt.TI) {
+    if (t.x < info.XImin) info.XImin = t.x;
+    if (t.y < info.YImin) info.YImin = t.y;
+    if (t.n < info.Nmin) info.Nmin = t.n;
+    if (t.x > info.XImax) info.XImax = t.x;
+    if (t.y > info.YImax) info.YImax = t.y;
+    if (t.n > info.Nmax) info.Nmax = t.n;
+  }
+  for (int i = 0; i < 3; i++) {
+    info.bbmin[i] = tt.kept.min[i];
+    info.bbmax[i] = tt.kept.max[i];
+    info.bbmin0[i] = tt.all.min[i];
+    info.bbmax0[i] = tt.all.max[i];
+  }
+  if (stat.nmtl > 0) {
+    info.mdt = static_cast<float>(stat.sum_dt / static_cast<double>(stat.nmtl) * TICK_S);
+    info.mdev = static_cast<float>(stat.sum_dev / static_cast<double>(stat.nmtl) * 0.001);
+  }
+  info.maxdt = static_cast<float>(static_cast<double>(stat.max_dt) * TICK_S);
+  info.maxdev = static_cast<float>(static_cast<double>(stat.max_dev) * 0.001);
+  info.amin = tt.amin;
+  info.amax = tt.amax;
+  return info;
+}
+
+bool proc_tiles(const TileTask& task, uint64_t max_bytes, Vector<TIsxy>& TI, Vector<uint32_t>& counts, LmTstat& stat,
+                std::string& reason) {
+  uint32_t nmax = 0;
+  for (const TIsxy& t : TI) nmax = std::max(nmax, t.n);
+  const uint64_t need = nmax * (TT_REC_BYTES + sizeof(LmTpoint) + sizeof(int32_t));
+  if (need > max_bytes)
+    return swath_error(reason, LOG_STR("LAS tiling: a tile requires " << need / 1000000 << " MB, only " << max_bytes / 1000000
+                                                                      << " MB reserved (use option -mem), " << task.path));
+  LmTfiles files;
+  if (!files.open(task.path, task.par.tproc)) return false;
+  TileWork w;
+  for (uint64_t k = 0; k < TI.size(); k++)
+    if (!proc_tile(task, TI.val[k], w, files, counts.val + k * mTn, stat)) return false;
+  if (task.par.tproc && stat.nfit == 0 && stat.np > 0)
+    return swath_error(reason, "timestamp processing: insufficient data, " + task.path);
+  return files.close() && stat.np > 0;
+}
+}  // namespace
+
+void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI) {
+  for (const TIsxy& tile : TI) remove_TT_file(path, tile);
+}
+
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes, TTresult& tt,
+                   LmTstat& stat, std::string& reason) {
+  const Stopwatch watch;
+  LTidxHdr hdr = make_LTidxHdr(par);
+  hdr.tstamp = tt.tstamp;
+  const TileTask task{path, par, make_tile_geom(tile_level(par.large, par.xlevel)), hdr.stmax};
+  LOG_ENTER("sw_TT2LmT_XYZ level=" << task.g.level << " nt=" << tt.TI.size() << " stmax=" << task.stmax);
+  // From here on the family that may stand there is no longer valid; the grid belongs to it.
+  remove_file(cache_name(path, EXT_TIDX));
+  Vector<uint32_t> counts(tt.TI.size() * mTn);
+  if (!proc_tiles(task, max_bytes, tt.TI, counts, stat, reason)) {
+    remove_TT_files(path, tt.TI);
+    return false;
+  }
+  if (stat.nlost + stat.ntdrop > 0)
+    LOG_LINE("<!> TOTAL lost=" << stat.nlost << " ntdrop=" << stat.ntdrop);
+  LTidxInfo info = make_info(tt, stat, rover);
+  if (!mtile_MBR_stat(task.g, tt.TI, counts, info))
+    return swath_error(reason, "LAS stat and MBR computation: insufficient data, " + path);
+  if (!write_LTidx(path, hdr, par.xcls, info, tt.TI)) return false;
+  LOG_LINE("maxdt=" << float(info.maxdt) << " mdt=" << float(info.mdt) << " maxdev=" << float(info.maxdev) << " mdev="
+                    << float(info.mdev));
+  LOG_LINE("nmt=" << stat.nmt << " nmtl=" << stat.nmtl << " np=" << stat.np << " MB="
+                  << static_cast<double>(stat.np * sizeof(LmTpoint)) * 1e-6 << " lost=" << stat.nlost << " dev=" << stat.ndev);
+  LOG_LINE(" /// SWATH_LmT_PROC_TIME=" << watch.text());
+  return true;
+}
