@@ -1,0 +1,54 @@
+#include "prj/LiDAR/TNRreg/Reg_Coef.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "lib/ImgProc/bspline3.h"
+#include "lib/general/log.h"
+#include "lib/threads/pool.h"
+#include "prj/Inference/GaussLBP1D.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
+
+namespace {
+// Works on heights above their mean: the precisions that close the holes and the recursive filters are of single
+// precision, and both leave a constant alone.
+void comp_coef(Image<float>& Z) {
+  Image<float> W(Z.xsize(), Z.ysize(), 1.0f);
+  double sum = 0;
+  uint64_t n = 0;
+  for (uint64_t k = 0; k < Z.size(); k++)
+    if (Z.val[k] != NR_NODATA) {
+      sum += static_cast<double>(Z.val[k]);
+      n++;
+    }
+  const float mean = n > 0 ? static_cast<float>(sum / static_cast<double>(n)) : 0.0f;
+  for (uint64_t k = 0; k < Z.size(); k++) {
+    const bool hole = Z.val[k] == NR_NODATA;
+    Z.val[k] = hole ? 0.0f : Z.val[k] - mean;
+    if (hole) W.val[k] = 0.0f;
+  }
+  if (n < Z.size()) GLBP_fill_image(Z, W);
+  bspline3_coef(Z);
+  for (uint64_t k = 0; k < Z.size(); k++) Z.val[k] += mean;
+}
+
+void coef_images(Vector<Image<float>>& images, int nthreads, const char* name) {
+  const int64_t nt = static_cast<int64_t>(images.size());
+  const int n = static_cast<int>(std::min<int64_t>(std::max(nthreads, 1), nt));
+  Vector<uint8_t> seen(static_cast<uint64_t>(n), 0);
+  run_units(nt, n, [&](int64_t t, int thread) {
+    if (!seen(thread)) {
+      seen(thread) = 1;
+      LOG_LINE(name << " id=" << std::this_thread::get_id());
+    }
+    comp_coef(images.val[t]);
+    return true;
+  });
+}
+}  // namespace
+
+void Reg_Coef(Vector<Image<float>>& images, int nthreads) { coef_images(images, nthreads, "th_Reg_Coef"); }
+
+void Reg_Coef_mg(Vector<Vector<Image<float>>>& levels, int l, int nthreads) {
+  coef_images(levels(l), nthreads, "th_Reg_Coef_mg");
+}

@@ -1,0 +1,172 @@
+// prj/LiDAR/TNRreg/TNRreg_internal.h
+// The registration of a pair at one level: its data and the steps on it. Private to this folder and its tests.
+//
+// With p the pixels of the region of interest, u = (ux, uy, uz) interpolated bilinearly from the vertices,
+//   E(u) = 1/2 sum_p w_p r_p^2 / s^2 + 1/2 sum_c omega_c sum_vertices (d2 u_c / dx2)^2 + (d2 u_c / dy2)^2,
+//   r_p  = Z(p) + uz(p) - C(p + buf + (ux, uy)(p)),
+// C the moved image as cubic B-spline, Z the reference, w_p Cauchy weights 1 / (1 + (r / sigma)^2).
+// Weights and s are held during a conjugate gradient run and renewed between runs.
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "lib/DataStructure/image.h"
+#include "lib/DataStructure/vector.h"
+#include "lib/Geometry/xyz.h"
+#include "lib/Optim/optNLCG.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
+
+constexpr int H_SIZE = 131072;        // bins of the histogram of absolute residuals; signed ones have twice as many
+constexpr float MINFRAC = 0.02f;      // least part of a tile's, or of a vertex cell's, pixels in use
+constexpr float MINFRAC0 = 0.02f;
+constexpr uint8_t B_USED = 0x80;      // B: the pixel takes part, the low 7 bits are its weight in percent
+constexpr uint8_t B_WEIGHT = 0x7f;
+constexpr uint8_t B_NEW = B_USED + 100;
+enum : uint8_t { V_OFF = 0, V_ACTIVE = 1, V_SLAVE = 2 };  // states of a vertex
+
+struct FCZptr {  // the images of a tile at one pyramid level
+  const Image<uint8_t>* F = nullptr;
+  const Image<float>* C = nullptr;
+  const Image<float>* Z = nullptr;
+};
+
+struct dUParamTile {
+  const Image<float>* C = nullptr;  // moved image, spline coefficients, margin buf
+  const Image<float>* Z = nullptr;  // reference heights
+  const Image<uint8_t>* F = nullptr;  // where the moved image has data
+  Image<uint8_t> B;         // the region of interest: 0, or B_USED and the weight; 0 x 0 while the tile is out
+  Image<uint8_t> Vmap;      // states of the vertices
+  uint32_t Tnpar = 0;       // active vertices
+  Image<xyz>* Def = nullptr;  // displacement at the vertices
+  Image<xyz> dU;            // descent direction at the vertices
+  Image<float> Hxx, Hyy, Hzz, Hxy, Hyz, Hxz;  // information matrix of each vertex, last level only
+  Image<float> zV, wV;      // weighted sum of reference heights about a vertex, sum of the weights
+  Vector<float> bx0, bx1;   // per column or row: weights of its lower and upper vertex
+  Vector<uint32_t> ix, iy;  // per column the lower vertex column; per row the lower vertex row times nv
+  int imin = 0, jmin = 0, imax = -1, jmax = -1;  // region of interest, inclusive
+  int buf = 0;              // margin of C at this level
+  int dim = 0;              // pixels along a vertex cell at this level
+  int nv() const { return Def->xsize(); }
+};
+
+struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a tile; it touches two vertex rows
+  uint32_t tile, row;
+};
+
+// Scratch of a thread for one row of cells: per column the displacement on the lower vertex row and its growth to
+// the upper one, and the column sums of the data term for either row; the residuals of a pixel row.
+struct RowScratch {
+  std::vector<float> u0x, u0y, u0z, dux, duy, duz;
+  std::vector<float> lox, loy, loz, hix, hiy, hiz;
+  std::vector<float> res;
+  void resize(int n);
+};
+
+struct dUParamTiles {
+  Vector<dUParamTile> tile;
+  Vector<int> right, up, diag;  // neighbours of each tile, from the tile index image; -1 none
+  uint32_t Tnpar = 0;           // active vertices of all tiles
+  Vector<uint32_t> hist;        // absolute residuals
+  xyz omega = {0, 0, 0};        // weight of the prior
+  float s = 0, out = 1, ff = -1;  // scale of the residuals, fraction of outliers, of spikes (negative: no data)
+  float sigma0 = 0;             // noise floor
+  int nthreads = 1;
+  std::vector<thRowInfo> rows;  // built once a level
+  uint64_t npix = 0;            // pixels in these rows
+  Image<dxyz> acc;              // slot of unit k: rows 2k and 2k + 1
+  std::vector<RowScratch> scratch;  // one a thread
+  NLCGwork work;
+};
+
+// Threads worth starting for npix pixels: a few thousand pixels take less time than a thread's start.
+int comp_threads(const dUParamTiles& Q, uint64_t npix);
+
+// --- Set-up of a tile (TNRreg_setup.cpp)
+void init_neighbours(dUParamTiles& Q, const Image<int16_t>& TI);
+// Takes the images and finds the box of the reference's data, clamped to [2, n - 2]. False, logged, without data.
+[[nodiscard]] bool set_FCZ_ROI(dUParamTile& T, const FCZptr& img, int buf, int dim, int ti);
+void set_BI(dUParamTile& T);  // interpolation tables for the tile's Def
+// Renews B at the present displacement: pixels with data whose cell of the moved image has data in all corners and,
+// once Vmap is set, whose vertices are in use. True if more than minfrac of the tile's data pixels are in.
+bool init_B_F(dUParamTile& T, float minfrac, bool log);
+void vertex_zw_tile(dUParamTile& T);   // zV, wV over the pixels in use
+void vertex_w_b_tile(dUParamTile& T);  // wV as sum of the data weights
+void norm_vertex_zw(dUParamTile& T);   // zV /= wV, NR_NODATA where wV is 0
+void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND);  // keep_ND: a vertex with z NR_NODATA stays off
+
+// --- Seams between tiles (TNRreg_topo.cpp)
+// The partner of slave vertex (nv - 1, nv - 1) of tile t.
+struct SeamVertex {
+  int tile = -1, i = 0, j = 0;
+};
+SeamVertex corner_partner(const dUParamTiles& Q, int t, int nv);
+void proc_Vmap_topo(dUParamTiles& Q);
+void sync_border(dUParamTiles& Q);  // copies each tile's right column, upper row and corner from the partners
+void fill_ND_Def(dUParamTiles& Q);  // gives vertices with z NR_NODATA the mean of their nearest neighbours
+bool apply_Vmap_ND(dUParamTiles& Q);  // z NR_NODATA where a vertex is not active; true if any is
+// Adds each slave's value to its partner's, for one image a tile.
+template <typename T, typename Get>
+void add_seams(dUParamTiles& Q, Get&& get) {
+  for (uint64_t t = 0; t < Q.tile.size(); t++) {
+    Image<T>& from = get(Q.tile.val[t]);
+    const int n = from.xsize() - 1;
+    if (Q.right.val[t] >= 0)
+      for (int k = 0; k < n; k++) get(Q.tile(Q.right.val[t]))(0, k) += from(n, k);
+    if (Q.up.val[t] >= 0)
+      for (int k = 0; k < n; k++) get(Q.tile(Q.up.val[t]))(k, 0) += from(k, n);
+    const SeamVertex corner = corner_partner(Q, static_cast<int>(t), n + 1);
+    if (corner.tile >= 0) get(Q.tile(corner.tile))(corner.i, corner.j) += from(n, n);
+  }
+}
+
+// --- Hot loops over a row of pixels (TNRreg_rows.cpp)
+void expand_cell_row(const dUParamTile& T, int row, RowScratch& s);  // fills u0*, du* for a row of cells
+void grad_row(const dUParamTile& T, int j, float k, RowScratch& s);  // adds e g b to lo*, hi*; k scales the weights
+void resid_row(const dUParamTile& T, int j, RowScratch& s);          // res[i - imin], valid where B is not 0
+void zero_cell_row(const dUParamTile& T, RowScratch& s);
+void reduce_cell_row(const dUParamTile& T, const RowScratch& s, dxyz* slot);  // slot: 2 nv vertices
+
+// Calls per_row(j, thread) with the residuals of each row of the region of interest in Q.scratch[thread].res; the
+// rows of a unit come in order, units on any thread.
+void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int j, int thread)>& per_row);
+
+// --- Descent direction (TNRreg_grad.cpp)
+void init_rows(dUParamTiles& Q);  // the list of units
+double dUdef_W_nr_reg_tiles(Vector<float>& g, uint64_t dim, const Vector<float>& V, dUParamTiles& Q);
+void conv_D2V(Vector<float>& V, const dUParamTiles& Q);
+void conv_V2D(const Vector<float>& V, dUParamTiles& Q);
+void conv_D2V_dU(Vector<float>& g, const dUParamTiles& Q);
+
+// --- Robust statistics (TNRreg_robust.cpp)
+// Histogram of absolute residuals -> scale, outliers, spikes. h: bin width. Removes the spikes from hist.
+void robust_stat(Vector<uint32_t>& hist, float h, float& s, float& out, float& ff);
+// Signed residuals in 2 H_SIZE bins, bin = round(r / h) + H_SIZE -> median, scale, outliers.
+void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, float h);
+void comp_stat(dUParamTiles& Q);      // Q.hist, Q.s, Q.out, Q.ff at the present displacement
+void update_weights(dUParamTiles& Q);  // Cauchy weights into B
+
+// --- Uncertainty of the vertices (TNRreg_unc.cpp)
+void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc);  // information matrices; weak vertices go off
+void delete_Vmap_unc_wb(dUParamTile& T, const Image<xyz>& Unc, int ti);
+
+// --- One level (TNRreg_core.cpp)
+bool core_nr_reg_tiles(dUParamTiles& Q, int J);
+struct NRlevel {  // what nr_reg_tiles is told about a level
+  int J = 0, Jstart = 0, Jend = 0;
+  int buf = 0, dim = 0;
+};
+// 1 converged, 0 not (or no tile with usable data), -1 no residual at all after the set-up.
+int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& param, const NRlevel& lev,
+                 NRresult& result, DZmap* dzmap);
+
+// --- Measurement (TNRreg_qc.cpp)
+// Differences before (displacement 0) and after (Def, where def is set) into the maps and statistics. QC0, QC: which
+// of the two are wanted.
+void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before, DZstat& after,
+                      DZmap* dzmap);
+
+// --- Levels (mg_nr_reg.cpp)
+Image<xyz> refine_Def(const Image<xyz>& Def, bool scale);  // side n -> 2 (n - 1) + 1; scale doubles x and y
+void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img);

@@ -1,0 +1,175 @@
+// Measurement of a pair: height differences at displacement 0 and under a deformation, their statistics and maps.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "lib/threads/pool.h"
+#include "prj/LiDAR/TNRreg/Reg_Coef.h"
+#include "prj/LiDAR/TNRreg/TNRreg_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+// Keeps the difference of larger magnitude in the cell of pixel (i, j) of the tile at (tx, ty).
+void put_DZ(Image<float>& map, const DZmap& where, int tx, int ty, int n, int i, int j, float dz) {
+  const int x = ((tx + where.tx0) * n + i) / where.sub, y = ((ty + where.ty0) * n + j) / where.sub;
+  if (x < 0 || y < 0 || x >= map.xsize() || y >= map.ysize()) return;
+  float& cell = map(x, y);
+  if (cell == NR_NODATA || std::fabs(dz) > std::fabs(cell)) cell = dz;
+}
+
+// Calls visit(tile, i, j, r, thread) for each pixel in use; rows of a tile on any thread.
+template <typename Visit>
+void for_differences(dUParamTiles& Q, Visit&& visit) {
+  for_resid_rows(Q, [&](dUParamTile& T, int j, int thread) {
+    const uint8_t* const b = T.B.row(j - T.jmin);
+    const float* const res = Q.scratch[static_cast<size_t>(thread)].res.data();
+    for (int c = 0; c < T.B.xsize(); c++)
+      if (b[c] != 0) visit(T, T.imin + c, j, res[c], thread);
+  });
+}
+
+// Statistics of the differences at the present Def and B of the tiles.
+DZstat comp_DZstat(dUParamTiles& Q) {
+  const float h = H_STEP;
+  Vector<Vector<uint32_t>> part(Q.scratch.size()), part_abs(Q.scratch.size());
+  for (uint64_t k = 0; k < part.size(); k++) {
+    part.val[k].resize(2 * H_SIZE, 0);
+    part_abs.val[k].resize(H_SIZE, 0);
+  }
+  for_differences(Q, [&](dUParamTile&, int, int, float r, int thread) {
+    const float k = r / h;
+    if (!(std::fabs(k) < static_cast<float>(H_SIZE - 1))) return;
+    part.val[thread].val[static_cast<int>(std::lrint(k)) + H_SIZE]++;
+    part_abs.val[thread].val[static_cast<int>(std::fabs(k))]++;
+  });
+  for (uint64_t k = 1; k < part.size(); k++) {
+    part.val[0] += part.val[k];
+    part_abs.val[0] += part_abs.val[k];
+  }
+  DZstat stat;
+  for (const uint32_t n : part.val[0]) stat.n += n;
+  if (stat.n == 0) return stat;
+  float s = 0, out = 0;
+  robust_stat(part_abs.val[0], h, s, out, stat.ff);
+  stat.ff = std::max(stat.ff, 0.0f);  // no scale is no failure here: the grids may be equal
+  sigma_histo_med(stat.m, stat.s, stat.out, part.val[0], h);
+  stat.rms = std::hypot(stat.m, stat.s);
+  return stat;
+}
+
+void add_to_map(dUParamTiles& Q, const NRpair& pair, const DZmap& where, Image<float>& map) {
+  Vector<int> tx(Q.tile.size(), 0), ty(Q.tile.size(), 0);
+  for (int y = 0; y < pair.TI.ysize(); y++)
+    for (int x = 0; x < pair.TI.xsize(); x++)
+      if (pair.TI(x, y) >= 0) tx(pair.TI(x, y)) = x, ty(pair.TI(x, y)) = y;
+  const int nthreads = Q.nthreads;
+  Q.nthreads = 1;  // cells at a seam of units are shared
+  for_differences(Q, [&](dUParamTile& T, int i, int j, float r, int) {
+    const int64_t t = &T - Q.tile.val;
+    put_DZ(map, where, tx.val[t], ty.val[t], T.Z->xsize(), i, j, r);
+  });
+  Q.nthreads = nthreads;
+}
+}  // namespace
+
+void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before, DZstat& after,
+                      DZmap* dzmap) {
+  const int dimx = dzmap ? std::max(dzmap->dz.xsize(), dzmap->dz0.xsize()) : 0;
+  const int dimy = dzmap ? std::max(dzmap->dz.ysize(), dzmap->dz0.ysize()) : 0;
+  LOG_ENTER("update_subDZ_def " << dimx << " x " << dimy << " dxs=" << (dzmap ? dzmap->sub : 0) << " QC=" << QC
+                                << " QC0=" << QC0 << " def=" << def);
+  int ntok = 0;
+  for (const dUParamTile& T : Q.tile) ntok += !T.B.empty();
+  if (QC && def) {
+    after = comp_DZstat(Q);
+    if (dzmap && !dzmap->dz.empty()) add_to_map(Q, pair, *dzmap, dzmap->dz);
+  }
+  if (QC0) {  // the same steps on zero displacements, with their own pixels; the tiles' own are put back
+    Vector<Image<xyz>*> own(Q.tile.size());
+    Vector<Image<xyz>> zero(Q.tile.size());
+    Vector<Image<uint8_t>> B(Q.tile.size()), Vmap(Q.tile.size());
+    for (uint64_t t = 0; t < Q.tile.size(); t++) {
+      dUParamTile& T = Q.tile.val[t];
+      own.val[t] = T.Def;
+      zero.val[t].resize(T.nv(), T.nv(), xyz{0, 0, 0});
+      T.Def = &zero.val[t];
+      B.val[t].swap(T.B);
+      Vmap.val[t].swap(T.Vmap);
+      if (!B.val[t].empty()) init_B_F(T, 0.0f, false);
+    }
+    before = comp_DZstat(Q);
+    if (dzmap && !dzmap->dz0.empty()) add_to_map(Q, pair, *dzmap, dzmap->dz0);
+    for (uint64_t t = 0; t < Q.tile.size(); t++) {
+      dUParamTile& T = Q.tile.val[t];
+      T.Def = own.val[t];
+      B.val[t].swap(T.B);
+      Vmap.val[t].swap(T.Vmap);
+    }
+  }
+  LOG_LINE("nt=" << Q.tile.size() << " ntok=" << ntok << " out=" << after.out << " ff=" << after.ff
+                 << " ndz=" << after.n << " m0=" << before.m << " s0=" << before.s << " out0=" << before.out
+                 << " ff0=" << before.ff << " ndz0=" << before.n);
+}
+
+namespace {
+// Measures under Def (all zero when def is off). Returns the number of tiles with common data.
+int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, DZstat& stat, DZmap* dzmap) {
+  LOG_ENTER("nr_qc_tiles nt=" << Def.size() << " buf=" << pair.buf << " mTsize=" << pair.mTsize
+                              << " dim=" << pair.dim << " DEF=" << def);
+  dUParamTiles Q;
+  Q.nthreads = nthreads;
+  Q.tile.resize(Def.size());
+  for (uint64_t t = 0; t < Def.size(); t++) Q.tile.val[t].Def = &Def.val[t];
+  init_neighbours(Q, pair.TI);
+  if (def) sync_border(Q);
+  int ntok = 0;
+  for (uint64_t t = 0; t < Def.size(); t++) {
+    dUParamTile& T = Q.tile.val[t];
+    const int cell = 32 * pair.dim / (T.nv() - 1);
+    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t]}, pair.buf, cell, static_cast<int>(t)))
+      continue;
+    set_BI(T);
+    if (def) {  // pixels count where all their vertices have an estimate
+      T.Vmap.resize(T.nv(), T.nv(), V_OFF);
+      for (uint64_t k = 0; k < T.Vmap.size(); k++) T.Vmap.val[k] = T.Def->val[k].z != NR_NODATA ? V_ACTIVE : V_OFF;
+    }
+    const bool ok2 = init_B_F(T, 0.0f, false);
+    if (def) LOG_LINE("ti=" << t << " ok2=" << ok2);
+    ntok += ok2;
+    if (!ok2) T.B.clear();
+  }
+  init_rows(Q);
+  DZstat other;
+  update_subDZ_def(Q, pair, !def, def, def, def ? other : stat, def ? stat : other, dzmap);
+  return ntok;
+}
+}  // namespace
+
+bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat, DZmap* dzmap) {
+  const uint64_t nt = pair.img2.size();
+  LOG_ENTER("acc_qc_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize << " dim=" << pair.dim
+                               << " DEF=" << (Def != nullptr)
+                               << " timg: " << pair.TI.xsize() << " " << pair.TI.ysize());
+  const Stopwatch watch;
+  stat = {};
+  ASSERT(pair.img1.size() == nt && (!Def || Def->size() == nt));
+  if (pair.F.empty()) set_flags(pair.F, pair.img1);
+  if (!pair.coef) {
+    Reg_Coef(pair.img1, nthreads);
+    pair.coef = true;
+  }
+  Vector<Image<xyz>> D(nt);
+  for (uint64_t t = 0; t < nt; t++) {
+    if (Def)
+      D.val[t] = Def->val[t];
+    else
+      D.val[t].resize(2, 2, xyz{0, 0, 0});
+  }
+  const int ntok = nr_qc_tiles(pair, D, Def != nullptr, nthreads, stat, dzmap);
+  const bool ok = ntok > 0 && stat.ff >= 0;
+  LOG_LINE("out=" << stat.out);
+  LOG_LINE("/// ACC_QC_TIME=" << watch.text());
+  if (!ok) LOG_LINE("<!> ACC_QC FAIL");
+  return ok;
+}

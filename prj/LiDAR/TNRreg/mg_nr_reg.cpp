@@ -1,0 +1,165 @@
+// The registration of a pair from coarse to fine: pyramids, coefficients, levels, cache.
+#include <algorithm>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "prj/LiDAR/TNRreg/ND_Pyramid.h"
+#include "prj/LiDAR/TNRreg/Reg_Coef.h"
+#include "prj/LiDAR/TNRreg/TNRreg_internal.h"
+#include "prj/LiDAR/TNRreg/reg_cache.h"
+#include "prj/LiDAR/tuning.h"
+
+// The capture range is a few pixels of the first level's images, which are those of the grid halved Jstart - 2 times.
+// Each step of -init starts one level coarser. The margin lets displacements of that range and the spline's support
+// lie inside the moved images; multiples of 8 keep it whole at each pyramid level.
+RegLevels comp_reg_levels(int init, int coarse) {
+  RegLevels levels;
+  levels.Jend = std::clamp(coarse, 0, 2);
+  levels.Jstart = std::clamp(init + 1, std::max(levels.Jend, 1), NR_JMAX);
+  levels.buf = 16 << std::max(levels.Jstart - MG_SKIP - 1, 0);
+  return levels;
+}
+
+uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels) {
+  const uint64_t n = 32ull * static_cast<uint64_t>(dim), m = n + 2ull * static_cast<uint64_t>(levels.buf);
+  uint64_t a_tile = 0;
+  const int depth = std::max(levels.Jstart - MG_SKIP, 0);
+  for (int p = 0; p <= depth; p++) a_tile += ((m * m) >> (2 * p)) * 5 + ((n * n) >> (2 * p)) * 4;
+  a_tile += n * n;                             // B
+  const uint64_t dxp = static_cast<uint64_t>(comp_dxp(levels.Jend));
+  a_tile += dxp * dxp * (5 * sizeof(xyz) + 9 * sizeof(float) + 2 * sizeof(dxyz));  // vertices
+  a_tile += 3 * dxp * dxp * 5 * sizeof(float);                                       // the solver's vectors
+  return nt * a_tile + 4 * (m * m) * sizeof(float);
+}
+
+void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img) {
+  F.resize(img.size());
+  for (uint64_t t = 0; t < img.size(); t++) {
+    F.val[t].resize(img.val[t].xsize(), img.val[t].ysize());
+    for (uint64_t k = 0; k < img.val[t].size(); k++) F.val[t].val[k] = img.val[t].val[k] != NR_NODATA;
+  }
+}
+
+namespace {
+const xyz INVALID = {0.0f, 0.0f, NR_NODATA};
+
+// The mean of two vertices, the valid one when only one is, else none.
+xyz mean_valid(const xyz& a, const xyz& b) {
+  const bool va = a.z != NR_NODATA, vb = b.z != NR_NODATA;
+  if (va && vb) return 0.5f * (a + b);
+  return va ? a : vb ? b : INVALID;
+}
+}  // namespace
+
+Image<xyz> refine_Def(const Image<xyz>& Def, bool scale) {
+  const int n = Def.xsize();
+  Image<xyz> fine(2 * (n - 1) + 1, 2 * (n - 1) + 1, INVALID);
+  for (int j = 0; j < n; j++)
+    for (int i = 0; i < n; i++) {
+      const int i1 = std::min(i + 1, n - 1), j1 = std::min(j + 1, n - 1);
+      const xyz a = mean_valid(Def(i, j), Def(i, j));  // itself, or the vector of none
+      const xyz row = mean_valid(Def(i, j), Def(i1, j)), row_up = mean_valid(Def(i, j1), Def(i1, j1));
+      fine(2 * i, 2 * j) = a;
+      if (i < n - 1) fine(2 * i + 1, 2 * j) = row;
+      if (j < n - 1) fine(2 * i, 2 * j + 1) = mean_valid(a, Def(i, j1));
+      if (i < n - 1 && j < n - 1) fine(2 * i + 1, 2 * j + 1) = mean_valid(row, row_up);
+    }
+  if (scale)
+    for (uint64_t k = 0; k < fine.size(); k++) fine.val[k].x *= 2.0f, fine.val[k].y *= 2.0f;
+  return fine;
+}
+
+namespace {
+struct MGimages {  // pyramid levels 1 and up; level 0 are the pair's own images
+  Vector<Vector<Image<float>>> C, Z;
+  Vector<Vector<Image<uint8_t>>> F;
+};
+
+void resize_Def(Vector<Image<xyz>>& Def, uint64_t nt, int J) {
+  Def.resize(nt);
+  for (Image<xyz>& D : Def) D.resize(comp_dxp(J), comp_dxp(J), xyz{0, 0, 0});
+}
+
+void prepare_images(NRpair& pair, MGimages& mg, int depth, int nthreads) {
+  if (pair.F.empty()) set_flags(pair.F, pair.img1);
+  if (depth > 0) {
+    const Stopwatch watch;
+    ND_Pyramid(mg.C, pair.img1, nthreads, depth);
+    ND_Pyramid(mg.Z, pair.img2, nthreads, depth);
+    mg.F.resize(static_cast<uint64_t>(depth));
+    for (int l = 0; l < depth; l++) set_flags(mg.F.val[l], mg.C.val[l]);
+    LOG_LINE("/// INTER_PYR_TIME=" << watch.text());
+  }
+  const Stopwatch watch;
+  for (int l = 0; l < depth; l++) Reg_Coef_mg(mg.C, l, nthreads);
+  if (!pair.coef) Reg_Coef(pair.img1, nthreads);
+  pair.coef = true;
+  LOG_LINE("/// INTER_REGCOEF_TIME=" << watch.text());
+}
+
+Vector<FCZptr> images_at(const NRpair& pair, const MGimages& mg, int p) {
+  Vector<FCZptr> img(pair.img2.size());
+  for (uint64_t t = 0; t < img.size(); t++)
+    img.val[t] = p == 0 ? FCZptr{&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t]}
+                        : FCZptr{&mg.F.val[p - 1].val[t], &mg.C.val[p - 1].val[t], &mg.Z.val[p - 1].val[t]};
+  return img;
+}
+
+// The levels from Jfirst down to Jend. Returns whether the last one converged; conv and levels are counted.
+bool level_loop(NRpair& pair, const NRparam& param, int Jfirst, const MGimages& mg, NRresult& result, DZmap* dzmap,
+                int& conv, int& levels) {
+  bool FOK = false;
+  for (int J = Jfirst; J >= param.Jend; J--) {
+    if (J < Jfirst)
+      for (Image<xyz>& D : result.Def) D = refine_Def(D, J > 1);
+    const int p = std::max(J - MG_SKIP, 0);
+    const NRlevel lev = {J, param.Jstart, param.Jend, pair.buf >> p, pair.dim << (J - p)};
+    const int converged = nr_reg_tiles(images_at(pair, mg, p), pair, param, lev, result, dzmap);
+    if (converged < 0 || (converged == 0 && p == 0)) return false;
+    conv += converged != 0;
+    levels++;
+    if (J == param.Jend) FOK = converged != 0;
+  }
+  return FOK;
+}
+}  // namespace
+
+bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result, DZmap* dzmap) {
+  const uint64_t nt = pair.img2.size();
+  const int side = nt > 0 ? pair.img1.val[0].xsize() : 0;
+  LOG_ENTER("mg_nr_reg_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize << " dim=" << pair.dim
+                                  << " timg: " << pair.TI.xsize() << " " << pair.TI.ysize()
+                                  << " cached=" << param.cached);
+  ASSERT(pair.img1.size() == nt && param.Jstart <= NR_JMAX && param.Jend >= 0);
+  ASSERT(nt == 0 || side == 32 * pair.dim + 2 * pair.buf);
+  const Stopwatch watch;
+  result = {};
+  int Jfirst = param.Jstart, Jpyr = std::max(param.Jstart - MG_SKIP, 0);
+  resize_Def(result.Def, nt, param.Jstart);
+  if (param.cached && !param.cache.empty()) {
+    resize_Def(result.Def, nt, param.Jend);
+    result.from_cache = read_reg_cache(param.cache, result.Def);
+    if (result.from_cache) {
+      Jfirst = param.Jend;
+      Jpyr = std::max(param.Jend - MG_SKIP, 0);
+    } else {
+      resize_Def(result.Def, nt, param.Jstart);
+    }
+  }
+  LOG_LINE("Jstart=" << param.Jstart << " Jend=" << param.Jend << " MG_SKIP=" << MG_SKIP << " Jpyr=" << Jpyr
+                     << " dxp=" << comp_dxp(Jfirst) << " cached=" << result.from_cache);
+  LOG_LINE("NR_BOOST=" << NR_BOOST << " MINFRAC=" << MINFRAC << " MINFRAC0=" << MINFRAC0 << " MAXREGUNC="
+                       << MAXREGUNC.x << " " << MAXREGUNC.y << " " << MAXREGUNC.z << " NR_SMAX=" << NR_SMAX
+                       << " J0_REG=" << J0_REG << " SIGMA0_REG=" << SIGMA0_REG);
+  MGimages mg;
+  ASSERT(Jpyr == 0 || !pair.coef);  // the pyramid needs heights
+  prepare_images(pair, mg, Jpyr, param.nthreads);
+
+  result.Zv.resize(nt);
+  int conv = 0, levels = 0;
+  result.ok = level_loop(pair, param, Jfirst, mg, result, dzmap, conv, levels);
+  LOG_LINE("conv/levels=" << conv << "/" << levels << " FOK=" << result.ok << " out=" << result.after.out);
+  LOG_LINE("/// INTER_REG_TIME=" << watch.text());
+  if (!result.ok) LOG_LINE("<!> MG_NR_REG FAIL");
+  return result.ok;
+}

@@ -1,0 +1,46 @@
+#include "prj/LiDAR/TNRreg/reg_cache.h"
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+
+#include "lib/general/binfile.h"
+#include "lib/general/log.h"
+
+static_assert(sizeof(xyz) == 12, "the cache holds three floats a vertex");
+
+bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def) {
+  uint64_t bytes = 0;
+  for (const Image<xyz>& D : Def) bytes += D.size() * sizeof(xyz);
+  BufBinFileIn file(BULK_BUFFER, false);
+  if (!file.open(path) || file.get_size() != static_cast<int64_t>(bytes)) return false;
+  for (Image<xyz>& D : Def) {
+    if (!file.read(D.val, D.size() * sizeof(xyz))) return false;
+    for (uint64_t k = 0; k < D.size(); k++) {
+      const xyz& v = D.val[k];
+      constexpr float FAR = 100000.0f;  // beyond any displacement; also refuses what is not a number
+      if (!(std::fabs(v.x) < FAR && std::fabs(v.y) < FAR && std::fabs(v.z) < FAR)) return false;
+    }
+  }
+  LOG_LINE("read_reg_cache -> " << path);
+  return true;
+}
+
+bool write_reg_cache(const std::string& path, const Vector<Image<xyz>>& Def) {
+  const std::string part = path + ".part";
+  BufBinFileOut file(BULK_BUFFER);
+  bool ok = file.open(part, 0);
+  for (uint64_t t = 0; t < Def.size() && ok; t++) ok = file.write(Def.val[t].val, Def.val[t].size() * sizeof(xyz));
+  ok = file.close() && ok;
+  std::error_code failed;
+  if (ok) {
+    std::filesystem::rename(part, path, failed);
+    if (failed) ERROR_MSG("renaming '" << part << "' to '" << path << "': " << failed.message());
+  }
+  if (!ok || failed) {
+    std::remove(part.c_str());
+    return false;
+  }
+  LOG_LINE("write_reg_cache -> " << path);
+  return true;
+}
