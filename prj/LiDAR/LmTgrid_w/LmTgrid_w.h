@@ -35,12 +35,15 @@ static_assert(sizeof(GridHdr) == 25);
 struct SwGrid {
   std::string file;               // ".gmT.ZDS"
   GridHdr hdr;
-  std::vector<TIsxy> TI;          // the swath's tile table
+  Vector<TIsxy> TI;               // the swath's tile table
+  Image<uint16_t> timg;           // tile map of the table's extent
+  uint32_t XImin = 0, YImin = 0;  // its lower left tile
   Vector<uint16_t> gT;            // gridded microtiles of each tile
-  Vector<Image<uint8_t>> gTocc;   // 32 x 32 per tile, not 0 = gridded; empty where gT is 0
+  Vector<Image<uint8_t>> gTocc;   // 32 x 32 per tile, 1 = gridded; empty where gridding was not wanted. A tile
+                                  // that was gridded without any height has its map here but a gT of 0.
   Vector<uint64_t> ofs;           // first word of each tile's block in the file
   // Number of the tile with these absolute indices, -1 when the swath has none.
-  int tile_at(uint32_t XI, uint32_t YI) const;
+  int tile_at(int64_t XI, int64_t YI) const;
 };
 
 // What a height must be to be taken.
@@ -71,10 +74,13 @@ struct GridResult {   // of LmT_grid
 
 // Reads only the header of ".gmT.idx". False, silently, when it is missing, short or of another version.
 [[nodiscard]] bool read_gZDSidx_hdr_data(const std::string& swath, GridHdr& hdr);
-// Reads ".gmT.idx" for a tile table; every size is checked against the two files' sizes. False, silently.
+// Reads ".gmT.idx" for the tile table that stands in grid.TI; all sizes are checked against those of the two
+// files. False, silently, when it is missing or does not fit.
 [[nodiscard]] bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid);
 // The same after reading the tile table from ".0T.idx".
 [[nodiscard]] bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid);
+// Whether a cached grid holds all wanted microtiles; the first that it lacks is logged.
+[[nodiscard]] bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted);
 
 // Heights of a tile: an image of (32 dim) x (32 dim), pixel (x, y) at (x, y) x GSD from the lower left corner,
 // NODATA where there is none. mask: 32 x 32, only microtiles that are not 0 there are taken; null for all.
@@ -84,7 +90,7 @@ bool read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, cons
 // Heights of the tile at absolute indices (XI, YI) with a margin of buf <= 32 dim pixels on every side, which
 // comes from the eight neighbours: an image of side 32 dim + 2 buf. The tile itself may be missing.
 // False, after a log line, when no pixel could come from any of the nine tiles.
-bool read_gZ_tile_8nn(const SwGrid& grid, uint32_t XI, uint32_t YI, int buf, const GridLimits& limits,
+bool read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
                       Image<float>& Z);
 
 // Largest roughness code that is compared: lroundf(16 x smax / GSD), both in metres.

@@ -1,0 +1,221 @@
+// The grid cache: index file, validity, height images of tiles.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "lib/general/binfile.h"
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTgrid_w/LKRgrid.h"
+#include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+constexpr uint32_t MAXDIM = 16384;
+
+void set_tile_map(SwGrid& grid) {
+  uint32_t XImax = 0, YImax = 0;
+  grid.XImin = grid.YImin = UINT32_MAX;
+  for (const TIsxy& t : grid.TI) {
+    grid.XImin = std::min(grid.XImin, t.x), XImax = std::max(XImax, t.x);
+    grid.YImin = std::min(grid.YImin, t.y), YImax = std::max(YImax, t.y);
+  }
+  if (grid.TI.empty()) {
+    grid.timg.clear();
+    return;
+  }
+  const TileInfo frame{grid.XImin, grid.YImin, static_cast<int>(XImax - grid.XImin) + 1,
+                       static_cast<int>(YImax - grid.YImin) + 1};
+  build_tile_map(frame, grid.TI, grid.timg);
+}
+
+// The words of a tile's block. False after a log line.
+bool read_block(const SwGrid& grid, int tile, BufBinFileIn& file, Vector<uint32_t>& words) {
+  const uint64_t n = grid.gT(tile) * static_cast<uint64_t>(grid.hdr.dim) * grid.hdr.dim;
+  words.resize(n);
+  if (file.seek(grid.ofs(tile) * sizeof(uint32_t)) && file.read(words.val, n * sizeof(uint32_t))) return true;
+  LOG_LINE("read_gZ_tile <!> read");
+  return false;
+}
+
+// Expands the block of a tile into the part of Z that starts at pixel (x0, y0) of the tile's own frame.
+uint64_t expand_block(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
+                      const uint32_t* words, int x0, int y0, Image<float>& Z) {
+  const int dim = static_cast<int>(grid.hdr.dim);
+  const uint32_t smax = static_cast<uint32_t>(std::clamp(limits.smax, 0, 31)) << 24;
+  const Image<uint8_t>& occ = grid.gTocc(tile);
+  uint64_t npix = 0, block = 0;
+  for (int m = 0; m < mTn; m++) {
+    if (occ.val[m] == 0) continue;
+    const uint32_t* w = words + block * static_cast<uint64_t>(dim) * static_cast<uint64_t>(dim);
+    block++;
+    if (mask && mask->val[m] == 0) continue;
+    const int x = m % mTsub * dim - x0, y = m / mTsub * dim - y0;  // the microtile in Z
+    const int xa = std::max(0, -x), xb = std::min(dim, Z.xsize() - x);
+    for (int row = std::max(0, -y); row < std::min(dim, Z.ysize() - y); row++) {
+      float* out = Z.row(y + row) + x;
+      const uint32_t* in = w + static_cast<int64_t>(row) * dim;
+      for (int i = xa; i < xb; i++) {
+        const float z = decode_Z(in[i]);
+        const bool ok = (in[i] & GRID_ZMASK) != 0 && (in[i] & 0x1F000000) <= smax && z >= limits.zmin &&
+                        z <= limits.zmax;
+        if (!ok) continue;
+        out[i] = z;
+        npix++;
+      }
+    }
+  }
+  return npix;
+}
+}  // namespace
+
+int SwGrid::tile_at(int64_t XI, int64_t YI) const {
+  const int64_t x = XI - XImin, y = YI - YImin;
+  if (x < 0 || y < 0 || x >= timg.xsize() || y >= timg.ysize()) return -1;
+  const uint16_t k = timg.row(static_cast<int>(y))[x];
+  return k == NO_TILE ? -1 : k;
+}
+
+int grid_smax_code(float smax, float GSD) {
+  return static_cast<int>(std::lround(std::min(16.0f * smax / GSD, 31.0f)));
+}
+
+bool read_gZDSidx_hdr_data(const std::string& swath, GridHdr& hdr) {
+  BufBinFileIn file(256, false);
+  return file.open(cache_name(swath, EXT_GMTIDX)) && file.read(&hdr, sizeof(hdr)) && hdr.magic == GridMagic &&
+         hdr.version == GridVersion;
+}
+
+bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
+  const std::string name = cache_name(swath, EXT_GMTIDX);
+  const uint64_t nt = grid.TI.size();
+  BufBinFileIn file(0x40000, false);
+  if (!file.open(name) || !file.read(&grid.hdr, sizeof(grid.hdr))) return false;
+  if (grid.hdr.magic != GridMagic || grid.hdr.version != GridVersion) return false;
+  if (grid.hdr.dim == 0 || grid.hdr.dim > MAXDIM) return false;
+  if (nt > MAX_TILES || file.get_size() < static_cast<int64_t>(sizeof(GridHdr) + 3 * nt)) return false;
+  grid.file = cache_name(swath, EXT_GMTZDS);
+  grid.gT.resize(nt);
+  if (nt > 0 && !file.read(grid.gT.val, 2 * nt)) return false;
+  grid.gTocc = Vector<Image<uint8_t>>(nt);
+  grid.ofs.resize(nt);
+  const uint64_t nmtpix = static_cast<uint64_t>(grid.hdr.dim) * grid.hdr.dim;
+  uint64_t nword = 0, nmap = 0;
+  for (uint64_t k = 0; k < nt; k++) {
+    uint8_t flag = 0;
+    if (!file.read(&flag, 1) || flag > 1) return false;
+    uint64_t n = 0;
+    if (flag) {
+      grid.gTocc.val[k].resize(mTsub, mTsub);
+      if (!file.read(grid.gTocc.val[k].val, mTn)) return false;
+      n = static_cast<uint64_t>(std::count_if(grid.gTocc.val[k].val, grid.gTocc.val[k].val + mTn,
+                                              [](uint8_t v) { return v != 0; }));
+      nmap++;
+    }
+    const uint64_t gT = grid.gT.val[k];
+    if (gT != 0 && gT != n) return false;
+    grid.ofs.val[k] = nword;
+    nword += gT * nmtpix;
+  }
+  set_tile_map(grid);
+  return file.get_size() == static_cast<int64_t>(sizeof(GridHdr) + 3 * nt + mTn * nmap) &&
+         file_size(grid.file) == static_cast<int64_t>(nword * sizeof(uint32_t));
+}
+
+bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid) {
+  return read_LTidx_TI(swath, grid.TI) && read_gZDSidx_tiles(swath, grid);
+}
+
+bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool check_dim_full) {
+  LOG_ENTER("check_gZDSidx sw=" << sw << " dim=" << dim << " full=" << full);
+  GridHdr hdr;
+  BufBinFileIn file(256, false);
+  if (!file.open(cache_name(swath, EXT_GMTIDX)) || !file.read(&hdr, sizeof(hdr))) return false;
+  if (hdr.magic != GridMagic || hdr.version != GridVersion) {
+    LOG_LINE("<!> magic=" << hdr.magic << " version=" << hdr.version);
+    return false;
+  }
+  if (file_mode(swath) != -1) {
+    const int64_t tstamp = file_mtime(swath);
+    if (tstamp == -1) {
+      ERROR_MSG("timestamp read error, " << swath);
+      return false;
+    }
+    if (CHECK_SW_TSTAMP && hdr.tstamp != tstamp) {
+      LOG_LINE("<!> _tstamp=" << hdr.tstamp << " tstamp=" << tstamp);
+      return false;
+    }
+  }
+  if (hdr.smaxf != GZ_SMAXF) {
+    LOG_LINE("<!> _smaxf=" << hdr.smaxf);
+    return false;
+  }
+  if (!is_regular_file(cache_name(swath, EXT_GMTZDS))) {
+    LOG_LINE("<!> mT_ZDS_EXT");
+    return false;
+  }
+  if (check_dim_full && (hdr.dim != static_cast<uint32_t>(dim) || (hdr.full != 0) != full)) {
+    LOG_LINE("<!> _dim=" << hdr.dim << " _full=" << static_cast<int>(hdr.full));
+    return false;
+  }
+  return true;
+}
+
+bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted) {
+  for (const ToccTile& t : wanted) {
+    if (t.k >= grid.gTocc.size() || grid.gTocc(t.k).empty()) {
+      LOG_LINE("<!> gTocc tile " << t.k);
+      return false;
+    }
+    for (int m = 0; m < mTn; m++)
+      if ((t.occ.val[m] & 1) && grid.gTocc(t.k).val[m] == 0) {
+        LOG_LINE("<!> gTocc mtile " << t.k << " " << m);
+        return false;
+      }
+  }
+  return true;
+}
+
+bool read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
+                  Image<float>& Z) {
+  const int n = mTsub * static_cast<int>(grid.hdr.dim);
+  Z.resize(n, n, NODATA);
+  if (tile < 0 || grid.gT(tile) == 0) {
+    LOG_LINE("read_gZ_tile <!> tile: nmt=0");
+    return false;
+  }
+  BufBinFileIn file(0, false);
+  Vector<uint32_t> words;
+  if (!file.open(grid.file)) {
+    LOG_LINE("read_gZ_tile <!> read");
+    return false;
+  }
+  if (!read_block(grid, tile, file, words)) return false;
+  expand_block(grid, tile, mask, limits, words.val, 0, 0, Z);
+  return true;
+}
+
+bool read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
+                      Image<float>& Z) {
+  const int n = mTsub * static_cast<int>(grid.hdr.dim);
+  ASSERT(buf >= 0 && buf <= n);
+  Z.resize(n + 2 * buf, n + 2 * buf, NODATA);
+  BufBinFileIn file(0, false);
+  Vector<uint32_t> words;
+  if (!file.open(grid.file)) {
+    LOG_LINE("read_gZ_tile <!> read");
+    return false;
+  }
+  bool any = false;
+  uint64_t npix = 0;
+  for (int dy = -1; dy <= 1; dy++)
+    for (int dx = -1; dx <= 1; dx++) {
+      const int tile = grid.tile_at(XI + dx, YI + dy);
+      if (tile < 0 || grid.gT(tile) == 0 || (buf == 0 && (dx != 0 || dy != 0))) continue;
+      if (!read_block(grid, tile, file, words)) return false;
+      any = true;
+      npix += expand_block(grid, tile, nullptr, limits, words.val, -buf - dx * n, -buf - dy * n, Z);
+    }
+  if (!any) LOG_LINE("read_gZ_tile_8nn <!> nn tiles: nmt=0 ");
+  return any && npix > 0;
+}
