@@ -24,8 +24,8 @@ enum POtimeFormat {
   WKS_UTC_DEC,  // seconds of the week, UTC
   N_PO_TIME
 };
-const char* PO_time_word(int time);      // "WKS_GPS_DEC" ...; "???" for an unknown code
-bool PO_time_needs_date(int time);       // the format can't be converted without -gps_date
+const char* PO_time_word(int time);  // "WKS_GPS_DEC" ...; "???" for an unknown code
+bool PO_time_needs_date(int time);   // the format can't be converted without -gps_date
 inline bool PO_time_is_hms(int time) { return time == DAY_UTC_HMS || time == DAY_GPS_HMS; }
 inline bool PO_time_is_day(int time) { return time >= DAY_UTC_DEC && time <= DAY_GPS_HMS; }
 
@@ -34,9 +34,11 @@ double leaps_GPS(double gps);
 // The same at a UTC time, counted in seconds since 6 January 1980 without leap seconds.
 double leaps_UTC(double utc);
 
-// Shift to be added to the times of a file whose first is t0, and the scale that they then have: adj, adjusted
-// standard GPS time, else seconds of the GPS week. Logs. False when t0 can't be in that format or the date is missing.
-[[nodiscard]] bool deltat_time_format(double t0, int time, uint32_t gweek, uint32_t gday, double& deltat, bool& adj);
+// Shift to be added to the times of a file whose first is t0, and the scale that they then have: adj,
+// adjusted standard GPS time, else seconds of the GPS week. Logs. False when t0 can't be in that format or
+// the date is missing.
+[[nodiscard]] bool deltat_time_format(double t0, int time, uint32_t gweek, uint32_t gday, double& deltat,
+                                      bool& adj);
 
 // "YYYY-MM-DD hh:mm:ss" (UTC) of an adjusted time; "GPS D <day> WS hh:mm:ss" of seconds of the week.
 std::string date_text(double t, bool adj);
