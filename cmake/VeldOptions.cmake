@@ -26,10 +26,17 @@ endif()
 # Names in the backtrace of a crash report.
 add_link_options(-rdynamic)
 
+# target_link_libraries takes the bare word "general" for a keyword, so that library goes by an alias there.
+macro(veld_spell_general)
+  list(TRANSFORM A_LIBS REPLACE "^general$" "veld::general")
+endmacro()
+
 # veld_library(name SOURCES a.cpp ... [LIBS x y])
 function(veld_library name)
   cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  veld_spell_general()
   add_library(${name} STATIC ${A_SOURCES})
+  add_library(veld::${name} ALIAS ${name})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${A_LIBS} Threads::Threads)
 endfunction()
@@ -37,6 +44,7 @@ endfunction()
 # veld_test(name SOURCES a_test.cpp ... [LIBS x y]): one GoogleTest executable, registered with CTest.
 function(veld_test name)
   cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  veld_spell_general()
   add_executable(${name} ${A_SOURCES})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${A_LIBS} test_support GTest::gtest GTest::gtest_main)
@@ -46,6 +54,7 @@ endfunction()
 # veld_bench(name SOURCES a_bench.cpp ... [LIBS x y]): one Google Benchmark executable.
 function(veld_bench name)
   cmake_parse_arguments(A "" "" "SOURCES;LIBS" ${ARGN})
+  veld_spell_general()
   add_executable(${name} ${A_SOURCES})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${A_LIBS} benchmark::benchmark benchmark::benchmark_main)
