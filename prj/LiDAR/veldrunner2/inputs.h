@@ -1,0 +1,61 @@
+// prj/LiDAR/veldrunner2/inputs.h
+// The project's inputs: from patterns and per-group options to checked lists.
+// Here:     directories, swaths, trajectories, mounts, class filter.
+// Not here: strings that steer the inversion and the output name (steer_opt.h), options themselves
+// (options.h).
+//
+// All routines write their ERROR line and return false; the caller stops.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "lib/general/filelist.h"
+#include "prj/LiDAR/project.h"
+#include "prj/LiDAR/veldrunner2/options.h"
+
+struct GroupArg {                 // one occurrence of an option that names files: one group
+  std::vector<std::string> args;  // patterns, or text files that list names
+  bool list = false;              // the latter
+};
+
+struct InputArgs {               // occurrences in the order of the command line
+  std::vector<GroupArg> mobile;  // -input, -input_list
+  std::vector<GroupArg> fixed;   // -ref, -ref_list
+  std::vector<GroupArg> po;      // -po, -po_list
+  InputDirs dirs;
+};
+
+// One pattern into the lists, with its group.
+[[nodiscard]] bool add_swathgrouplist(std::vector<std::string>& listS, std::vector<int>& listG,
+                                      const std::vector<std::string>& excl, const std::string& pattern,
+                                      int group, const InputDirs& dirs);
+// The names of a text file, one a line, into the lists.
+[[nodiscard]] bool add_swathgrouplist_lof(std::vector<std::string>& listS, std::vector<int>& listG,
+                                          const std::string& file, int group, const InputDirs& dirs);
+
+// Gives INDIR, OUTDIR, TMPDIR, GEODIR (and odir_1 with align2) their trailing "/" and tests that they can be
+// used.
+[[nodiscard]] bool dir_check(std::string& odir_1, bool align2);
+
+// Swaths of the project: exclusions, mobile groups, fixed groups. Fills swaths, nmgrp, ngrp.
+[[nodiscard]] bool get_swath_files(const InputArgs& in, const Options& o, Project& prj);
+// Channels of the mobile groups by -chgrp; all 0 without it. Sets the channel of each swath.
+[[nodiscard]] bool chk_ch_grp(const Options& o, Project& prj);
+
+// Trajectory files. required: none is an error.
+[[nodiscard]] bool get_PO_files(const InputArgs& in, bool required, Project& prj);
+// Parameters of each trajectory group: one value for all or one per group.
+[[nodiscard]] bool get_PO_param(const Options& o, Project& prj);
+void log_PO_param(const Project& prj);
+// GPS week and weekday of each trajectory group by -gps_date.
+[[nodiscard]] bool GPSdate2gweekday(const Options& o, Project& prj);
+// A calendar date as GPS week and weekday (0 Sunday). False for a date before the GPS epoch.
+bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekday);
+
+// Mounts by files or angles; one for all groups or one per group.
+[[nodiscard]] bool get_mount_files(const Options& o, const InputDirs& dirs, Project& prj);
+
+// Classes to drop, from -drop_class or -keep_class.
+[[nodiscard]] bool xclsf2xcls(const Options& o, std::vector<uint8_t>& xcls);
+// -ground_class: the classes of vegetation and noise, unless a list was given.
+void set_xcls_gnd(const Options& o, std::vector<uint8_t>& xcls);

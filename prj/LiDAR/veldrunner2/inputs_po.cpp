@@ -1,0 +1,180 @@
+// Trajectories, their parameters, dates, mounts.
+#include <cstdio>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/veldrunner2/inputs.h"
+
+namespace {
+// One value for all groups, or one per group: gives each group its own. False with another count.
+template <typename T, typename F>
+bool spread(const std::vector<T>& values, const char* what, std::vector<POgroup>& groups, F set) {
+  if (values.empty()) return true;
+  if (values.size() != 1 && values.size() != groups.size()) {
+    ERROR_MSG(values.size() << ' ' << what << " provided, expected 1 or " << groups.size()
+                            << " (1 per group)");
+    return false;
+  }
+  for (size_t g = 0; g < groups.size(); g++) set(groups[g], values[values.size() == 1 ? 0 : g]);
+  return true;
+}
+
+// Time formats of seconds of the day: a date is needed to place them.
+bool needs_date(int time) { return time >= 6 && time <= 9; }
+
+// Triplets of angles into the mounts: one for all or one per group.
+bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, std::vector<Mount>& mounts,
+                   xyz Mount::*field) {
+  if (v.empty()) return true;
+  const size_t n = v.size() / 3;
+  if (n != 1 && n != ngrp) {
+    ERROR_MSG(n << ' ' << name << " rot angle triplets provided, expected 1 or " << ngrp << " (1 per group)");
+    return false;
+  }
+  if (n == 1 && ngrp > 1) LOG_MSG("using the 3 specified " << name << " rot angles for all groups");
+  for (size_t g = 0; g < mounts.size(); g++) {
+    const double* a = v.data() + 3 * (n == 1 ? 0 : g);
+    mounts[g].*field = {static_cast<float>(a[0]), static_cast<float>(a[1]), static_cast<float>(a[2])};
+  }
+  return true;
+}
+}  // namespace
+
+bool get_PO_files(const InputArgs& in, bool required, Project& prj) {
+  LOG_ENTER("get_PO_files ngrpPO=" << in.po.size() << " required=" << required);
+  std::vector<std::string> files;
+  std::vector<int> groups;
+  bool ok = true;
+  int group = 0;
+  for (const GroupArg& g : in.po) {
+    group++;
+    for (const std::string& arg : g.args)
+      ok = (g.list ? add_swathgrouplist_lof(files, groups, arg, group, in.dirs)
+                   : update_file_list(files, groups, {}, arg, group, false, true, in.dirs)) &&
+           ok;
+  }
+  if (!ok) {
+    ERROR_MSG("could not find all specified trajectory files, cannot proceed");
+    return false;
+  }
+  if (required && files.empty()) {
+    ERROR_MSG("PO files required for correction");
+    return false;
+  }
+  ASSERT(files.size() == groups.size());
+  prj.pofiles.clear();
+  for (size_t i = 0; i < files.size(); i++) prj.pofiles.push_back({files[i], groups[i]});
+  prj.pogroups.assign(in.po.size(), POgroup());
+  return true;
+}
+
+bool get_PO_param(const Options& o, Project& prj) {
+  LOG_ENTER("get_PO_param ngrpPO=" << prj.pogroups.size());
+  std::vector<POgroup>& g = prj.pogroups;
+  if (g.empty()) return true;
+  bool ok = spread(o.po_geo, "po_geo flags", g, [](POgroup& p, int v) { p.geo = v; });
+  ok = spread(o.po_time, "po_time flags", g, [](POgroup& p, int v) { p.time = v; }) && ok;
+  ok = spread(o.po_rad, "po_rad flags", g, [](POgroup& p, int v) { p.rad = v; }) && ok;
+  ok = spread(o.po_parse, "po_parse strings", g, [](POgroup& p, const std::string& v) { p.col = v; }) && ok;
+  ok = spread(o.po_att, "po_att flags", g, [](POgroup& p, int v) { p.att = v; }) && ok;
+  for (size_t k = 0; k < g.size(); k++)
+    if (needs_date(g[k].time) && o.gps_date.empty()) {
+      ERROR_MSG("PO time format " << g[k].time << " for group " << k + 1
+                                  << " requires option -gps_date for conversion");
+      ok = false;
+    }
+  return ok;
+}
+
+void log_PO_param(const Project& prj) {
+  LOG_ENTER("log_PO_param npo=" << prj.pofiles.size());
+  LOG_LINE("[# grp geo time rad att file]");
+  for (size_t i = 0; i < prj.pofiles.size(); i++) {
+    const POgroup& g = prj.pogroups[static_cast<size_t>(prj.pofiles[i].group) - 1];
+    LOG_LINE("PO " << i << ' ' << prj.pofiles[i].group << ' ' << g.geo << ' ' << g.time << ' ' << g.rad << ' '
+                   << g.att << ' ' << prj.pofiles[i].path);
+  }
+}
+
+bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekday) {
+  // Days since 0000-03-01 by the civil calendar; the GPS epoch is 1980-01-06.
+  const auto days = [](int y, int m, int d) {
+    if (m <= 2) y--, m += 12;
+    return 365 * y + y / 4 - y / 100 + y / 400 + (153 * (m - 3) + 2) / 5 + d;
+  };
+  const int n = days(year, month, day) - days(1980, 1, 6);
+  if (n < 0) return false;
+  week = static_cast<uint32_t>(n / 7);
+  weekday = static_cast<uint32_t>(n % 7);
+  return true;
+}
+
+bool GPSdate2gweekday(const Options& o, Project& prj) {
+  LOG_ENTER("GPSdate2gweekday n=" << o.gps_date.size() << " ngrp=" << prj.pogroups.size());
+  const size_t n = o.gps_date.size(), ngrp = prj.pogroups.size();
+  if (n == 0 || ngrp == 0) return true;
+  if (n != 1 && n != ngrp) {
+    ERROR_MSG(n << " GPS dates provided, expected 1 or " << ngrp << " (1 per group)");
+    return false;
+  }
+  if (n == 1 && ngrp > 1) WARNING_MSG("using GPS date " << o.gps_date[0] << " for all groups");
+  for (size_t g = 0; g < ngrp; g++) {
+    const std::string& date = o.gps_date[n == 1 ? 0 : g];
+    std::string s = date;
+    for (char& c : s)
+      if (c == '/' || c == ' ') c = '-';
+    int y, m, d, used = 0;
+    if (std::sscanf(s.c_str(), "%d-%d-%d%n", &y, &m, &d, &used) != 3 ||
+        static_cast<size_t>(used) != s.size()) {
+      ERROR_MSG("invalid date '" << date << "', ISO 8601 format required (YYYY-MM-DD)");
+      return false;
+    }
+    POgroup& p = prj.pogroups[g];
+    if (m < 1 || m > 12 || d < 1 || d > 31 || y >= 9999 || y < 0 ||
+        !date2gweekday(y, m, d, p.gweek, p.gday)) {
+      ERROR_MSG("date '" << date << "' out of range");
+      return false;
+    }
+    LOG_LINE("g=" << g + 1 << " w=" << p.gweek << " d=" << p.gday);
+  }
+  return true;
+}
+
+bool get_mount_files(const Options& o, const InputDirs& dirs, Project& prj) {
+  const size_t ngrp = prj.pogroups.empty() ? 1 : prj.pogroups.size();
+  LOG_ENTER("get_mount_files argM.size()=" << o.mount.size() << " BORE.size()=" << o.bore.size()
+                                           << " IMU.size()=" << o.imu.size() << " ngrpPO=" << ngrp);
+  prj.mounts.assign(ngrp, Mount());
+  const bool angles = !o.bore.empty() || !o.imu.empty();
+  if (!o.mount.empty() && angles) {
+    ERROR_MSG("option -mount cannot be used together with -bore or -imu");
+    return false;
+  }
+  if (o.mount.empty() && !angles) {
+    WARNING_MSG("no -mount, -bore or -imu options found, using IMU=0 and Bore=0");
+    return true;
+  }
+  if (angles) {
+    for (const auto& [v, name] : {std::pair(&o.imu, "-imu"), std::pair(&o.bore, "-bore")})
+      if (v->size() % 3 != 0) {
+        ERROR_MSG("option " << name << " has " << v->size() << " arguments, multiple of 3 required");
+        return false;
+      }
+    return spread_angles(o.bore, "Bore", ngrp, prj.mounts, &Mount::Bore) &&
+           spread_angles(o.imu, "IMU", ngrp, prj.mounts, &Mount::IMU);
+  }
+  const size_t n = o.mount.size();
+  if (n != 1 && n != ngrp) {
+    ERROR_MSG(n << " mount files provided, expected 1 or " << ngrp << " (1 per group)");
+    return false;
+  }
+  if (n == 1 && ngrp > 1) WARNING_MSG("using mount file " << o.mount[0] << " for all groups");
+  for (size_t g = 0; g < ngrp; g++) {
+    std::string file = o.mount[n == 1 ? 0 : g];
+    if (!update_check_file(file, dirs) || !prj.mounts[g].read_file(file)) {
+      ERROR_MSG("missing mount files, cannot proceed");
+      return false;
+    }
+  }
+  return true;
+}
