@@ -1,0 +1,6 @@
+// las/laz_layers_dec.cpp
+#include "las/laz_layers_impl.h"
+
+std::vector<std::unique_ptr<LayerItem<ArithDecoder>>> make_layer_decoders(const LazScheme& scheme) {
+  return make_layer_items<ArithDecoder>(scheme);
+}
