@@ -49,12 +49,14 @@ class LASwriter {
   bool flush();
   bool write_header_again();
   bool write_evlrs();
+  bool fail(const std::string& why);
   std::unique_ptr<LasOutFile> file_;
   std::unique_ptr<PointSink> sink_;
   std::vector<uint8_t> block_;
   uint8_t* fill_ = nullptr;
   uint8_t* block_end_ = nullptr;
   uint8_t* counted_ = nullptr;  // records of the block before here are in the inventory
+  LASlayout layout_;
   int reclen_ = 0;
   bool failed_ = false;
   bool text_ = false;

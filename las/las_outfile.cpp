@@ -1,0 +1,96 @@
+#include "las/las_outfile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "las/las_file.h"
+#include "lib/general/path.h"
+
+namespace {
+constexpr uint64_t BUFFER = 1 << 18;  // bytes; larger pieces go to the file as they are
+}
+
+bool LasOutFile::fail(const std::string& what) {
+  if (error_.empty()) error_ = what + ": " + std::strerror(errno);
+  return false;
+}
+
+bool LasOutFile::open(const std::string& name, const std::vector<std::string>& sources, std::string& error) {
+  name_ = name;
+  part_ = name + ".part";
+  bool is_source = las_is_open_for_reading(name_) || las_is_open_for_reading(part_);
+  for (const std::string& source : sources)
+    is_source = is_source || same_file(name_, source) || same_file(part_, source);
+  if (is_source) {
+    error = "output is a source file";
+    return false;
+  }
+  if (is_directory(name_)) {
+    error = "is a directory";
+    return false;
+  }
+  fd_ = ::open(part_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
+  if (fd_ < 0) {
+    error = std::strerror(errno);
+    return false;
+  }
+  buffer_.reserve(BUFFER);
+  return true;
+}
+
+bool LasOutFile::write_at(uint64_t offset, const uint8_t* from, uint64_t n) {
+  if (!error_.empty()) return false;
+  while (n > 0) {
+    const ssize_t put = pwrite(fd_, from, n, static_cast<off_t>(offset));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return fail("write error");
+    from += put;
+    offset += static_cast<uint64_t>(put);
+    n -= static_cast<uint64_t>(put);
+  }
+  return true;
+}
+
+bool LasOutFile::flush() {
+  if (!write_at(written_, buffer_.data(), buffer_.size())) return false;
+  written_ += buffer_.size();
+  buffer_.clear();
+  return true;
+}
+
+bool LasOutFile::append(const void* from, uint64_t n) {
+  const uint8_t* bytes = static_cast<const uint8_t*>(from);
+  if (buffer_.size() + n > BUFFER && !flush()) return false;
+  if (n < BUFFER) {
+    buffer_.insert(buffer_.end(), bytes, bytes + n);
+    return true;
+  }
+  if (!write_at(written_, bytes, n)) return false;
+  written_ += n;
+  return true;
+}
+
+bool LasOutFile::patch(uint64_t offset, const void* from, uint64_t n) {
+  return flush() && write_at(offset, static_cast<const uint8_t*>(from), n);
+}
+
+bool LasOutFile::finish() {
+  if (!flush()) return false;
+  const int fd = fd_;
+  fd_ = -1;
+  bool ok = ::close(fd) == 0;  // a full disk may show up only here
+  if (!ok) fail("close error");
+  if (ok && ::rename(part_.c_str(), name_.c_str()) != 0) ok = fail("rename error");
+  if (!ok) ::unlink(part_.c_str());
+  return ok;
+}
+
+void LasOutFile::discard() {
+  if (fd_ < 0) return;
+  ::close(fd_);
+  fd_ = -1;
+  ::unlink(part_.c_str());
+}
