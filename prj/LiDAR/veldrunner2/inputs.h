@@ -22,16 +22,15 @@ struct InputArgs {               // occurrences in the order of the command line
   std::vector<GroupArg> mobile;  // -input, -input_list
   std::vector<GroupArg> fixed;   // -ref, -ref_list
   std::vector<GroupArg> po;      // -po, -po_list
-  InputDirs dirs;
+  PathRules rules;               // how relative names are completed
 };
 
-// One pattern into the lists, with its group.
-[[nodiscard]] bool add_swathgrouplist(std::vector<std::string>& listS, std::vector<int>& listG,
-                                      const std::vector<std::string>& excl, const std::string& pattern,
-                                      int group, const InputDirs& dirs);
-// The names of a text file, one a line, into the lists.
-[[nodiscard]] bool add_swathgrouplist_lof(std::vector<std::string>& listS, std::vector<int>& listG,
-                                          const std::string& file, int group, const InputDirs& dirs);
+// One pattern into the list, with its group; a duplicate is an error.
+[[nodiscard]] bool add_swathgrouplist(FileList& list, const FileList& excl, const std::string& pattern,
+                                      int group, const PathRules& rules);
+// The names of a text file, one a line.
+[[nodiscard]] bool add_swathgrouplist_lof(FileList& list, const FileList& excl, const std::string& file,
+                                          int group, const PathRules& rules);
 
 // Gives INDIR, OUTDIR, TMPDIR, GEODIR (and odir_1 with align2) their trailing "/" and tests that they can be
 // used.
@@ -53,7 +52,7 @@ void log_PO_param(const Project& prj);
 bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekday);
 
 // Mounts by files or angles; one for all groups or one per group.
-[[nodiscard]] bool get_mount_files(const Options& o, const InputDirs& dirs, Project& prj);
+[[nodiscard]] bool get_mount_files(const Options& o, const PathRules& rules, Project& prj);
 
 // Classes to drop, from -drop_class or -keep_class.
 [[nodiscard]] bool xclsf2xcls(const Options& o, std::vector<uint8_t>& xcls);

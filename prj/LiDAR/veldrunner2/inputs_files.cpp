@@ -1,83 +1,53 @@
 // Directories, swaths, channels, class filter.
 #include <algorithm>
-#include <climits>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
-#include "lib/general/txtfile.h"
 #include "prj/LiDAR/tuning.h"
 #include "prj/LiDAR/veldrunner2/inputs.h"
 
 namespace {
-bool add_group(std::vector<std::string>& listS, std::vector<int>& listG, const std::vector<std::string>& excl,
-               const GroupArg& group, int number, const InputDirs& dirs) {
+bool add_group(FileList& list, const FileList& excl, const GroupArg& group, int number,
+               const PathRules& rules) {
   bool ok = true;
   for (const std::string& arg : group.args)
-    ok = (group.list ? add_swathgrouplist_lof(listS, listG, arg, number, dirs)
-                     : add_swathgrouplist(listS, listG, excl, arg, number, dirs)) &&
+    ok = (group.list ? add_swathgrouplist_lof(list, excl, arg, number, rules)
+                     : add_swathgrouplist(list, excl, arg, number, rules)) &&
          ok;
   return ok;
 }
 
 // Files that are to be left out; a pattern that matches nothing is an error, as for inputs.
-bool get_exclusions(const Options& o, const InputDirs& dirs, std::vector<std::string>& excl) {
-  std::vector<int> groups;
+bool get_exclusions(const Options& o, const PathRules& rules, FileList& excl) {
   bool ok = true;
   for (const std::string& pattern : o.exclude)
-    ok = update_file_list(excl, groups, {}, pattern, 0, false, false, dirs) && ok;
+    ok = update_file_list(excl, {}, pattern, 0, false, rules) && ok;
   for (const std::string& list : o.exclude_list)
-    ok = add_swathgrouplist_lof(excl, groups, list, 0, dirs) && ok;
+    ok = update_file_list_lof(excl, {}, list, 0, false, rules) && ok;
   if (!ok) ERROR_MSG("missing or duplicate excluded files, cannot proceed");
-  for (const std::string& file : excl) LOG_LINE("EXCL " << file);
+  for (const std::string& file : excl.name) LOG_LINE("EXCL " << file);
   return ok;
 }
 
 bool usable_dir(std::string& dir, bool writable, const char* kind) {
   dir = with_slash(dir.empty() ? "." : dir);
-  if (is_directory(dir) && (!writable || directory_writable(dir))) return true;
+  if (is_directory(dir) && (!writable || dir_writable(dir))) return true;
   ERROR_MSG("not a valid " << kind << " directory, " << (writable ? "write" : "read")
                            << " permission required: " << dir);
   return false;
 }
 }  // namespace
 
-bool add_swathgrouplist(std::vector<std::string>& listS, std::vector<int>& listG,
-                        const std::vector<std::string>& excl, const std::string& pattern, int group,
-                        const InputDirs& dirs) {
-  const bool ok = update_file_list(listS, listG, excl, pattern, group, false, true, dirs);
-  ASSERT(listS.size() == listG.size());
+bool add_swathgrouplist(FileList& list, const FileList& excl, const std::string& pattern, int group,
+                        const PathRules& rules) {
+  const bool ok = update_file_list(list, excl, pattern, group, true, rules);
+  ASSERT(list.name.size() == list.idx.size());
   return ok;
 }
 
-bool add_swathgrouplist_lof(std::vector<std::string>& listS, std::vector<int>& listG, const std::string& file,
-                            int group, const InputDirs& dirs) {
-  const std::string path = resolve_input(file, dirs);
-  if (!is_regular_file(path)) {
-    ERROR_MSG("could not find list of files " << path);
-    return false;
-  }
-  TxtFileIn in(path, true);
-  if (!in.is_open()) return false;
-  std::string line;
-  int n = 0;
-  while (in.getline(line)) {
-    const size_t first = line.find_first_not_of(" \t"), last = line.find_last_not_of(" \t");
-    if (first == std::string::npos) continue;
-    const std::string name = resolve_input(line.substr(first, last - first + 1), dirs);
-    if (!is_regular_file(name)) {
-      ERROR_MSG("could not find file " << name);
-      return false;
-    }
-    if (in_list(listS, name)) {
-      ERROR_MSG("duplicate file " << name);
-      return false;
-    }
-    listS.push_back(name);
-    listG.push_back(group);
-    n++;
-  }
-  if (n == 0) ERROR_MSG("no file found in list of files " << path);
-  return n > 0;
+bool add_swathgrouplist_lof(FileList& list, const FileList& excl, const std::string& file, int group,
+                            const PathRules& rules) {
+  return update_file_list_lof(list, excl, file, group, true, rules);
 }
 
 bool dir_check(std::string& odir_1, bool align2) {
@@ -94,30 +64,28 @@ bool get_swath_files(const InputArgs& in, const Options& o, Project& prj) {
   LOG_ENTER("get_swath_files arge.size()=" << o.exclude.size() << " arge_l.size()=" << o.exclude_list.size()
                                            << " largg.size()=" << in.mobile.size() << " largr.size()="
                                            << in.fixed.size() << " chgrp.size()=" << o.chgrp.size());
-  std::vector<std::string> excl, swaths;
-  std::vector<int> grpS;
-  if (!get_exclusions(o, in.dirs, excl)) return false;
+  FileList excl, list;
+  if (!get_exclusions(o, in.rules, excl)) return false;
   bool ok = true;
   int group = 0;
-  for (const GroupArg& g : in.mobile) ok = add_group(swaths, grpS, excl, g, ++group, in.dirs) && ok;
-  const size_t nmobile = swaths.size();
-  for (const GroupArg& g : in.fixed) ok = add_group(swaths, grpS, excl, g, 0, in.dirs) && ok;
+  for (const GroupArg& g : in.mobile) ok = add_group(list, excl, g, ++group, in.rules) && ok;
+  const size_t nmobile = list.size();
+  for (const GroupArg& g : in.fixed) ok = add_group(list, excl, g, 0, in.rules) && ok;
   if (!ok) {
     ERROR_MSG("missing or duplicate input files, cannot proceed");
     return false;
   }
-  if (swaths.empty()) {
+  if (list.size() == 0) {
     ERROR_MSG("input LiDAR files required");
     return false;
   }
-  ASSERT(swaths.size() == grpS.size());
   prj.nmgrp = static_cast<int>(in.mobile.size());
   prj.ngrp = prj.nmgrp + static_cast<int>(in.fixed.size());
-  prj.swaths.assign(swaths.size(), Swath());
-  for (size_t i = 0; i < swaths.size(); i++) {
+  prj.swaths.assign(list.size(), Swath());
+  for (size_t i = 0; i < list.size(); i++) {
     Swath& s = prj.swaths[i];
-    s.path = swaths[i];
-    s.group = grpS[i];
+    s.path = list.name[i];
+    s.group = list.idx[i];
     s.fixed = i >= nmobile;
     s.mainch = static_cast<int>(i);
   }

@@ -42,28 +42,26 @@ bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, 
 
 bool get_PO_files(const InputArgs& in, bool required, Project& prj) {
   LOG_ENTER("get_PO_files ngrpPO=" << in.po.size() << " required=" << required);
-  std::vector<std::string> files;
-  std::vector<int> groups;
+  FileList files;
   bool ok = true;
   int group = 0;
   for (const GroupArg& g : in.po) {
     group++;
     for (const std::string& arg : g.args)
-      ok = (g.list ? add_swathgrouplist_lof(files, groups, arg, group, in.dirs)
-                   : update_file_list(files, groups, {}, arg, group, false, true, in.dirs)) &&
+      ok = (g.list ? add_swathgrouplist_lof(files, {}, arg, group, in.rules)
+                   : add_swathgrouplist(files, {}, arg, group, in.rules)) &&
            ok;
   }
   if (!ok) {
     ERROR_MSG("could not find all specified trajectory files, cannot proceed");
     return false;
   }
-  if (required && files.empty()) {
+  if (required && files.size() == 0) {
     ERROR_MSG("PO files required for correction");
     return false;
   }
-  ASSERT(files.size() == groups.size());
   prj.pofiles.clear();
-  for (size_t i = 0; i < files.size(); i++) prj.pofiles.push_back({files[i], groups[i]});
+  for (size_t i = 0; i < files.size(); i++) prj.pofiles.push_back({files.name[i], files.idx[i]});
   prj.pogroups.assign(in.po.size(), POgroup());
   return true;
 }
@@ -140,7 +138,7 @@ bool GPSdate2gweekday(const Options& o, Project& prj) {
   return true;
 }
 
-bool get_mount_files(const Options& o, const InputDirs& dirs, Project& prj) {
+bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
   const size_t ngrp = prj.pogroups.empty() ? 1 : prj.pogroups.size();
   LOG_ENTER("get_mount_files argM.size()=" << o.mount.size() << " BORE.size()=" << o.bore.size()
                                            << " IMU.size()=" << o.imu.size() << " ngrpPO=" << ngrp);
@@ -171,7 +169,7 @@ bool get_mount_files(const Options& o, const InputDirs& dirs, Project& prj) {
   if (n == 1 && ngrp > 1) WARNING_MSG("using mount file " << o.mount[0] << " for all groups");
   for (size_t g = 0; g < ngrp; g++) {
     std::string file = o.mount[n == 1 ? 0 : g];
-    if (!update_check_file(file, dirs) || !prj.mounts[g].read_file(file)) {
+    if (!update_check_file(file, rules) || !prj.mounts[g].read_file(file)) {
       ERROR_MSG("missing mount files, cannot proceed");
       return false;
     }
