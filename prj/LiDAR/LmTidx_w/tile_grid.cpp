@@ -66,9 +66,11 @@ TTstate TileGrid::write_outside(uint32_t XI, uint32_t YI, uint64_t word, uint32_
 }
 
 TTstate TileGrid::open_cell(Cell& cell, uint32_t XI, uint32_t YI) {
-  if (cell.n == 0) {  // empties what an earlier run may have left
-    BufBinFileOut out(0);
-    if (!out.open(tile_tmp_name(path_, XI, YI), 0) || !out.close()) return TTstate::create_failed;
+  if (!cell.file) {  // creating it empties what an earlier run may have left
+    auto file = std::make_unique<BufBinFileOut>(0);
+    if (!file->open(tile_tmp_name(path_, XI, YI), 0)) return TTstate::create_failed;
+    cell.file = file.get();
+    files_.push_back(std::move(file));
   }
   if (free_.empty()) {
     if (buffers_.size() < max_buffers_) {
@@ -85,29 +87,29 @@ TTstate TileGrid::open_cell(Cell& cell, uint32_t XI, uint32_t YI) {
 }
 
 // Appends the buffer to the tile's file. A tile cannot hold more points than its count can tell.
-TTstate TileGrid::flush_cell(Cell& cell, uint32_t XI, uint32_t YI) {
-  if (cell.n > UINT32_MAX - TILE_BUFFER) return TTstate::write_failed;
-  BufBinFileOut out(0);
-  if (!out.open(tile_tmp_name(path_, XI, YI), 1) || !out.write(cell.buf, cell.fill) || !out.close())
-    return TTstate::write_failed;
+TTstate TileGrid::flush_cell(Cell& cell) {
+  if (cell.n > UINT32_MAX - TILE_BUFFER || !cell.file->write(cell.buf, cell.fill)) return TTstate::write_failed;
   cell.fill = 0;
   return TTstate::good;
 }
 
 TTstate TileGrid::flush_all() {
-  for (uint32_t y = 0; y < ny_; y++)
-    for (uint32_t x = 0; x < nx_; x++) {
-      Cell& cell = cells_[uint64_t{y} * nx_ + x];
-      if (!cell.buf) continue;
-      if (cell.fill > 0)
-        if (const TTstate s = flush_cell(cell, XI0_ + x, YI0_ + y); s != TTstate::good) return s;
-      free_.push_back(cell.buf);
-      cell.buf = nullptr;
-    }
+  for (Cell& cell : cells_) {
+    if (!cell.buf) continue;
+    if (cell.fill > 0)
+      if (const TTstate s = flush_cell(cell); s != TTstate::good) return s;
+    free_.push_back(cell.buf);
+    cell.buf = nullptr;
+  }
   return TTstate::good;
 }
 
-TTstate TileGrid::finish() { return flush_all(); }
+TTstate TileGrid::finish() {
+  if (const TTstate s = flush_all(); s != TTstate::good) return s;
+  bool ok = true;
+  for (const std::unique_ptr<BufBinFileOut>& file : files_) ok = file->close() && ok;
+  return ok ? TTstate::good : TTstate::write_failed;
+}
 
 void TileGrid::tileinfo_tbl(double Tsize, Vector<TIsxy>& TI) const {
   uint64_t nt = 0, npts = 0;

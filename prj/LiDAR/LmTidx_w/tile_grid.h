@@ -32,7 +32,7 @@ class TileGrid {
     cell.n++;
     cell.fill += TT_REC_BYTES;
     if (cell.fill == FULL) [[unlikely]]
-      return flush_cell(cell, XI, YI);
+      return flush_cell(cell);
     return TTstate::good;
   }
   // Writes out all buffers.
@@ -45,6 +45,7 @@ class TileGrid {
  private:
   struct Cell {
     uint8_t* buf = nullptr;
+    BufBinFileOut* file = nullptr;
     uint32_t fill = 0;  // bytes
     uint32_t n = 0;     // points
   };
@@ -53,7 +54,7 @@ class TileGrid {
   bool getk_expand_NFTT(uint32_t XI, uint32_t YI);
   void place(uint32_t XI0, uint32_t YI0, uint32_t nx, uint32_t ny);
   TTstate open_cell(Cell& cell, uint32_t XI, uint32_t YI);
-  TTstate flush_cell(Cell& cell, uint32_t XI, uint32_t YI);
+  static TTstate flush_cell(Cell& cell);
   TTstate flush_all();
 
   std::string path_;
@@ -61,6 +62,7 @@ class TileGrid {
   uint64_t max_buffers_;
   uint32_t XI0_ = 0, YI0_ = 0, nx_ = 0, ny_ = 0;
   std::vector<Cell> cells_;  // row by row
+  std::vector<std::unique_ptr<BufBinFileOut>> files_;  // one a touched tile; none holds a descriptor
   std::vector<std::unique_ptr<uint8_t[]>> buffers_;
   std::vector<uint8_t*> free_;
 };

@@ -26,7 +26,7 @@ struct SwathPlot {       // one swath of a plot
 // Counts, name + ".img.txt": x0, y0 the position of pixel (0, 0), gs the grid spacing, metres.
 [[nodiscard]] bool mtiles_plot_Nimg(const std::string& name, const Image<uint32_t>& img, double x0, double y0,
                                     double gs);
-// Vectors; a z of -9999 means no data.
-[[nodiscard]] bool mtiles_plot_vecimg(const std::string& name, const Image<xyz>& img, double x0, double y0, double gs);
+// Vectors into exactly this file; a z of -9999 means no data.
+[[nodiscard]] bool mtiles_plot_vecimg(const std::string& file, const Image<xyz>& img, double x0, double y0, double gs);
 // Heights and times of every occupied microtile of the swaths: name + "_tnsg.txt" and name + "_t.txt".
 [[nodiscard]] bool mtiles_zbounds_plot_tdnsg(const std::string& name, const std::vector<SwathPlot>& swaths);
