@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cerrno>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
@@ -90,6 +92,12 @@ std::string real_path(const std::string& path) {
 bool remove_file(const std::string& path) { return unlink(path.c_str()) == 0; }
 bool rename_file(const std::string& from, const std::string& to) {
   return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool publish_file(const std::string& part, const std::string& name) {
+  if (rename_file(part, name)) return true;
+  ERROR_MSG("renaming failed, file='" << name << "': " << std::strerror(errno));
+  return false;
 }
 
 bool delete_files(const std::string& pattern, uint64_t& nfiles, uint64_t& nbytes) {

@@ -22,6 +22,8 @@ bool same_file(const std::string& a, const std::string& b);  // same device and 
 std::string real_path(const std::string& path);              // unchanged when it cannot be resolved
 bool remove_file(const std::string& path);
 bool rename_file(const std::string& from, const std::string& to);
+// The same for a result that was written beside its final name; an ERROR line says why it failed.
+[[nodiscard]] bool publish_file(const std::string& part, const std::string& name);
 // Deletes by pattern or name. Refuses an empty pattern and one that ends in "*" (WARNING). Adds to the counts.
 bool delete_files(const std::string& pattern, uint64_t& nfiles, uint64_t& nbytes);
 // "?" is one character, "*" any number of them; case counts. More than 256 characters: ERROR and false.

@@ -132,9 +132,8 @@ struct DUTpair {  // the valid vectors of a pair, one entry a vertex in every ar
 // in close_DUT_IDX; if that is never reached they are removed, and older files of that name stay.
 struct DUTwriter {
   std::string name;
-  bool nop = false;   // nothing is written at all
-  bool reg = false;   // there is a ".dut"; without it the index stands alone
-  bool open = false;
+  bool active = false;  // between open and close, unless nothing is to be written at all
+  bool reg = false;     // there is a ".dut"; without it the index stands alone
   int nint = 0;       // pairs written
   int nreg = 0;       // of these with vectors
   uint64_t nvec = 0;  // records written

@@ -171,8 +171,8 @@ bool sw_grid_post(USGDstr& u, int dim, bool full) {
   LOG_ENTER("sw_grid_post sw=" << u.sw);
   const std::string zds = cache_name(u.path, EXT_GMTZDS), idx = cache_name(u.path, EXT_GMTIDX);
   bool ok = !u.failed && write_gZDSidx_tiles(u, dim, full, idx + ".part") &&
-            merge_gZDS_tiles(u, dim, zds + ".part") && rename_file(zds + ".part", zds);
-  ok = ok && rename_file(idx + ".part", idx);
+            merge_gZDS_tiles(u, dim, zds + ".part") && publish_file(zds + ".part", zds);
+  ok = ok && publish_file(idx + ".part", idx);
   delete_blocks(u);
   if (!ok)
     for (const std::string& name : {idx, zds})
