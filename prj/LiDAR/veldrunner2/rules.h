@@ -1,0 +1,19 @@
+// prj/LiDAR/veldrunner2/rules.h
+// Rules between options: which exclude each other, which are not available yet, which follow from others.
+// Here:     the tables and the loops over them.
+// Not here: checks of one value (optparser), checks that need files (inputs.h).
+#pragma once
+#include <set>
+#include <string>
+
+#include "prj/LiDAR/veldrunner2/options.h"
+
+using GivenSet = std::set<std::string>;  // long names of the options that the user gave
+
+// Derived defaults, in their order; each only where the option was not given.
+void derive_defaults(Options& o, const GivenSet& given);
+
+// False after an ERROR line per broken rule.
+[[nodiscard]] bool check_exclusions(const Options& o, const GivenSet& given);
+// False after an ERROR line per option whose work this version does not do.
+[[nodiscard]] bool check_available(const Options& o, const GivenSet& given);
