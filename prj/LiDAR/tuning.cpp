@@ -34,7 +34,7 @@ float NR_SMAX = 0.1f;
 int NR_BOOST = 2;
 int J0_REG = 1;
 float SIGMA0_REG = 0.0f;
-xyz MAXREGUNC = {1.0f, 1.0f, 1.0f};
+xyz MAXREGUNC = {5.0f, 5.0f, 5.0f};  // the largest -unc_max, so that the inversion alone decides below it
 float H_STEP = 1.0f / 1024.0f;
 
 bool CALINTGEN = false;
