@@ -76,7 +76,6 @@ bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   par.dut = dut;
   par.auto_dt = drift.auto_dt;
   inv.dt = drift.dt;
-  inv.dt0 = 0;
   inv.HF = !drift.con && !drift.none;
   if (drift.none) inv.Ftx = inv.Fty = inv.Ftz = inv.Faw = inv.Fap = inv.Fak = false;
   const bool any_drift = inv.Ftx || inv.Fty || inv.Ftz || inv.Faw || inv.Fap || inv.Fak;

@@ -7,15 +7,15 @@
 
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
+#include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/LmTplot/LmTplot.h"
 #include "prj/LiDAR/project.h"
 
 struct ScanParam {
   // The command.
   bool REG = false;      // the run registers (-reg, -align, -calib)
-  bool QC = true;        // relative QC of the overlaps in numbers (-qc)
-  bool FASTQC = false;   // fast QC maps (-fastqc, -scan)
-  bool REL = true;       // relative QC after correction is wanted: grids are kept for it
+  bool QC = true;        // difference statistics of the pairs before and after registration (-qc)
+  bool QCRUN = false;    // a run without a command: the difference statistics are its purpose
   bool FULL = false;     // grid everything, not only overlaps (-full)
   bool GCP = false;      // control points are given
   // Tiling.
@@ -24,18 +24,12 @@ struct ScanParam {
   // Statistics.
   bool median = true;    // grid scale from the median density (-ggsd_mean off)
   bool fix_ch0 = false;  // -fix_ch0
-  // Pair selection, for registration and for QC.
-  bool ALLDZ = true;     // difference statistics of all pairs (-dz_all)
-  int RDIM = 2;          // reduction by channels (-reg_reduce): 0 none, 1 same channel or line, 2 main channels
-  int GRPREG = 1;        // groups (-reg_grp): 0 same, 1 all, 2 different
-  int REFREG = 1;        // reference swaths (-reg_ref): 0 off, 1 on, 2 only
-  int CHREG = 1;         // channels (-reg_ch): 0 same, 1 all, 2 different
-  int GRPQC = 1, REFQC = 1, CHQC = 1;  // the same for QC (-qc_grp, -qc_ref, -qc_ch)
-  // Registration.
-  int Jinit = 1;         // extra coarse levels (-init)
-  int Jend = 1;          // finest level (-end)
-  int DZ_sub = 4;        // subsampling of difference images (-sub)
-  bool DZ_16 = false;    // 16-bit difference images (-dz16)
+  PairFilter regpairs;   // pairs to register (-reg_reduce, -reg_grp, -reg_ref, -reg_ch, -dz_all)
+  PairFilter qcpairs;    // pairs of a QC run (-qc_grp, -qc_ref, -qc_ch)
+  int Jinit = 1;         // start of the registration (-init)
+  int Jend = 0;          // final level: vertices every mTsize << Jend metres
+  int DZ_sub = 4;        // subsampling of the height differences (-sub)
+  bool export_dut = false;  // the DUT file as text too
   // Plots.
   bool BB = false;       // boxes and rectangles of the swaths (-bb)
   bool OUTOBJ = false;   // plots as .obj too
@@ -48,8 +42,9 @@ struct ScanResult {
   double area = 0;       // m2, covered
   double overlap = 0;    // m2, covered by at least two
   int nrejected = 0;     // swaths that left the project
-  int nint = 0;          // pairs with an overlap
-  bool finished = false; // true when the sequence ended early with nothing to do (a single swath)
+  int ncached = 0;       // swaths whose tiles were taken as they stood
+  InterResult inter;     // of the registration, or of the QC run
+  bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
 };
 
 // Tiles all swaths, rejects those that cannot be used (they leave prj), makes the statistics and the grid
