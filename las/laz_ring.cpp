@@ -1,0 +1,66 @@
+#include "las/laz_ring.h"
+
+#include "las/lasreader.h"
+
+CodecBudget& CodecBudget::instance() {
+  static CodecBudget budget;
+  return budget;
+}
+
+void CodecBudget::set_threads(int n) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  threads_ = std::max(1, n);
+  change_.notify_all();
+}
+
+int CodecBudget::threads() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return threads_;
+}
+
+void CodecBudget::add_caller(std::thread::id caller) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  callers_.push_back(caller);
+}
+
+void CodecBudget::drop_caller(std::thread::id caller) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  callers_.erase(std::find(callers_.begin(), callers_.end(), caller));
+  change_.notify_all();
+}
+
+int CodecBudget::spare_locked() const {
+  int ncallers = 0;  // different ones; the list is short
+  for (size_t i = 0; i < callers_.size(); i++)
+    ncallers += std::find(callers_.begin(), callers_.begin() + static_cast<std::ptrdiff_t>(i), callers_[i]) ==
+                callers_.begin() + static_cast<std::ptrdiff_t>(i);
+  return std::max(0, threads_ - ncallers);
+}
+
+int CodecBudget::spare() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return spare_locked();
+}
+
+bool CodecBudget::acquire(const bool& stop) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  change_.wait(lock, [&] { return stop || running_ < spare_locked(); });
+  if (stop) return false;
+  running_++;
+  return true;
+}
+
+void CodecBudget::release() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  running_--;
+  change_.notify_all();
+}
+
+void CodecBudget::stop_waiting(bool& stop) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  stop = true;
+  change_.notify_all();
+}
+
+void las_set_threads(int n) { CodecBudget::instance().set_threads(n); }
+int las_threads() { return CodecBudget::instance().threads(); }
