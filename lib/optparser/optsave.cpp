@@ -1,0 +1,50 @@
+#include <algorithm>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/txtfile.h"
+#include "lib/optparser/opttags.h"
+#include "lib/optparser/optparser.h"
+
+namespace {
+std::string option_of(const std::string& line) {
+  std::vector<std::string> words;
+  (void)split_option_line(line, words);  // the line has been read before, so its quotes are closed
+  return words.empty() ? "" : words[0];
+}
+
+// Later lines win when the file is read again, and the persistent ones stand last: those that the run
+// overrode stay out.
+bool overridden(const OptParser& p, const std::string& line) {
+  const std::string option = option_of(line);
+  return std::any_of(p.global_lines.begin(), p.global_lines.end(),
+                     [&option](const std::string& l) { return option_of(l) == option; });
+}
+}  // namespace
+
+void SaveOptionFile(const OptParser& p, const std::string& path, const std::string& soft, const std::string& dir) {
+  LOG_ENTER("SaveOptionFile '" << path << "'");
+  LOG_MSG("Saving command line and other options to file " << path);
+  const std::string part = path + ".part";
+  TxtFileOut out(false);
+  bool good = out.open(part, 0);
+  if (good) {
+    out.fs << "<opt soft=\"" << soft << "\">\n";
+    if (!p.tag_lines.empty()) {
+      out.fs << "<!-- Input Tree -->\n";
+      for (const std::string& line : p.tag_lines) out.fs << line << '\n';
+    }
+    out.fs << "<!-- Global Options -->\n[dir=" << dir << "]\n";
+    for (const std::string& line : p.global_lines) out.fs << line << '\n';
+    if (!p.persistent_lines.empty()) {
+      out.fs << "<!-- Persistent Options -->\n";
+      for (const std::string& line : p.persistent_lines)
+        if (!overridden(p, line)) out.fs << line << '\n';
+    }
+    out.fs << "</opt>\n";
+    good = out.close() && rename_file(part, path);
+  }
+  if (good) return;
+  remove_file(part);
+  WARNING_MSG("failed to save option file " << path);
+}
