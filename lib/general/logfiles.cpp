@@ -75,7 +75,7 @@ void open_logs(const std::string& base, const std::string& program, const std::s
   const bool was_renamed = rename_by_time(base + ".log", renamed);
   std::string renamed_back;
   rename_by_time(base + "_b.log", renamed_back);
-  if (!current_directory(dir)) dir = ".";
+  if (!current_directory(dir)) dir = std::string(1, '.');
 
   const LogLock lock;
   LogState& log = log_state();
