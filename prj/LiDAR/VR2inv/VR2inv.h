@@ -17,6 +17,8 @@
 
 struct InvPair {              // one registered pair; all vectors of length np
   int sw1 = 0, sw2 = 0;       // swath numbers
+  int pair = -1;              // number in the logs; -1: the place in the list
+  uint64_t nfull = 0;         // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
   Vector<dxyz> P;             // position of each vector, m
   Vector<xyz> Def;            // displacement, m: position in sw1 less that in sw2. Becomes the residual
   Vector<xyz> Unc;            // standard deviations, m. Becomes the precisions 1/m2, 0 for vectors not used
@@ -69,12 +71,11 @@ struct InvParam {
   bool Faw = false, Fap = false, Fak = false;  // attitude roll, pitch, yaw ("w", "p", "k", "A")
   bool NOZ = false;                            // drift attitude has no Z effect (-noz)
   double dt = 0;                               // s, time interval of step 2; 0: constant per line ("con")
-  double dt0 = 0;                              // s, time interval of step 1; 0: constant per line
   bool HF = true;                              // step 2 wanted
   bool STEP1 = true;                           // step 1 wanted
   bool DCC = false;                            // drift components after calibration: none in step 1 (-dcc)
   bool FM = true;                              // subtract the mean drift (-drift_mean)
-  bool FS = false;                             // uniform shifts of swaths (-mean)
+  bool FS = false;                             // uniform shifts of swaths; for the caller's use, no effect here
   bool ShiftRef = false;                       // global shift between reference and mobile swaths (-shift_ref)
   int FA = 0;                                  // attitude mode (-fav_att): 0 symmetric, 1 favour attitude, 2 position
 
@@ -83,7 +84,7 @@ struct InvParam {
   float Spri = 0;       // smoothness prior (-imu_smooth), m/sqrt(h); 0: from the data
   float PriBoost = 1;   // divides priors from the data (-abs2rel)
   bool Epri = true;     // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
-  bool RMS95 = true;    // RMS for priors without the factor 1/0.84 (-rms_all)
+  bool RMS95 = false;   // RMS for priors of the central 95% alone, without the factor 1/0.84 (-rms_all 0)
 
   // Filters.
   float Umax = 1;       // largest uncertainty of all pairs, multiple of GSD (-unc_max)

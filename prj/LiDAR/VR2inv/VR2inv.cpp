@@ -1,0 +1,220 @@
+#include "prj/LiDAR/VR2inv/VR2inv.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "prj/LiDAR/VR2inv/VR2inv_internal.h"
+
+namespace {
+constexpr double SPRI_MAX = 400;  // smoothness prior from which on it says nothing
+constexpr double MEAN_SHIFT_MIN = 0.001;  // m, mean drift worth a word
+
+// Prior of a step: what was asked for, or half the RMS that there is to explain.
+xyz step_prior(const InvCalDrift& inv) {
+  if (inv.par.Cpri0 > 0) return {inv.par.Cpri0, inv.par.Cpri0, inv.par.Cpri0};
+  const xyz rms = comp_def_RMS(inv, false);
+  return rms.z == NO_Z ? rms : rms / (2 * inv.par.PriBoost);
+}
+
+void set_smoothness(InvCalDrift& inv) {
+  uint64_t ng = 0;
+  const xyz g = grad_stddev_def(inv, inv.par.dt, -1, ng);
+  if (ng == 0) LOG_LINE("<!> ng=0");
+  else
+    LOG_MSG("Registration data HF drift: " << g.x * 60 << ' ' << g.y * 60 << ' ' << g.z * 60 << "/sqrt[h] for dt="
+                                           << inv.par.dt << " s");
+  inv.Spri = inv.par.Spri;
+  if (inv.par.Spri <= 0) {
+    inv.Spri = static_cast<double>(norm(g)) / inv.par.PriBoost * 60;
+    LOG_MSG("-> IMU Smoothness Prior=" << inv.Spri);
+  }
+  inv.Kreg = 0;
+  if (inv.Spri >= SPRI_MAX || !(inv.Spri > 0)) WARNING_MSG("IMU smoothness prior disabled");
+  else inv.Kreg = (60 / inv.Spri) * (60 / inv.Spri);
+}
+
+// One set per combination of external and internal set that occurs.
+void collect_sets(const InvCalDrift& inv, InvResult& res) {
+  std::map<std::pair<int, int>, int> known;
+  res.calib.clear();
+  res.sw2cal.assign(inv.nsw, -1);
+  for (int s = 0; s < inv.nsw; s++) {
+    const SwState& w = inv.sw[s];
+    if (!w.mobile) continue;
+    const bool ext = w.ext_on && inv.ncalext > 0;
+    const std::pair<int, int> key = {ext ? w.ext_set : -1, inv.ncalint > 0 ? w.int_set : -1};
+    const auto [it, fresh] = known.try_emplace(key, static_cast<int>(res.calib.size()));
+    if (fresh) res.calib.push_back(swath_calib(inv, s));
+    res.sw2cal[s] = it->second;
+  }
+  const auto any = [](const bool* f, int n) { return std::any_of(f, f + n, [](bool b) { return b; }); };
+  res.CL = any(inv.FE, 3);
+  res.CB = any(inv.FE + 3, 3);
+  res.CI = any(inv.FI, N_INTERNAL);
+}
+
+void clear_step2(InvCalDrift& inv) {
+  for (SwState& w : inv.sw) {
+    w.Tt.clear();
+    w.At.clear();
+  }
+}
+
+bool run_step1(InvCalDrift& inv, InvResult& res) {
+  inv.Cpri = step_prior(inv);
+  LOG_MSG("-> STEP 1 IMU Error Prior=" << inv.Cpri.x << ' ' << inv.Cpri.y << ' ' << inv.Cpri.z);
+  display_init(inv);
+  LOG_MSG("IVERSION STEP 1, " << inv.dim << " parameters:");
+  if (!invert_RA_Cal_TA(inv)) {
+    ERROR_MSG("inversion step 1 failed, singular or badly scaled system");
+    return false;
+  }
+  collect_sets(inv, res);
+  return calib_display(inv, res) && comp_write_STAT_res(inv, res, false);
+}
+
+// False after an ERROR line. A system that can't be solved is a WARNING and leaves the result of step 1.
+bool run_step2(InvCalDrift& inv, InvResult& res) {
+  const Stopwatch watch;
+  if (!init(inv, 2)) return false;
+  init_A_int(inv);
+  init_A_sw(inv);
+  if (inv.par.dt > 0) set_smoothness(inv);
+  inv.Cpri = step_prior(inv);
+  LOG_MSG("-> STEP 2 IMU Error Prior=" << inv.Cpri.x << ' ' << inv.Cpri.y << ' ' << inv.Cpri.z);
+  display_init(inv);
+  if (inv.par.STEP1) LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: ");
+  else LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: [STEP 1 SKIPPED]");
+  res.step2_ok = invert_RA_HFTA(inv);
+  if (!res.step2_ok) {
+    WARNING_MSG("HF inversion failed, increase prior with -E or time interval with -D");
+    clear_step2(inv);
+  } else {
+    LOG_MSG("Inversion step 2 successful | " << watch.text());
+  }
+  LOG_LINE("STEP 2 INV_TIME=" << watch.text());
+  return true;
+}
+
+void subtract_mean(std::vector<Vector<xyz>>& Tt) {
+  dxyz mean = {0, 0, 0};
+  uint64_t n = 0;
+  for (const Vector<xyz>& table : Tt) {
+    for (const xyz& T : table) mean += to_dxyz(T);
+    n += table.size();
+  }
+  if (n == 0) return;
+  mean /= static_cast<double>(n);
+  if (!(norm(mean) > MEAN_SHIFT_MIN)) return;
+  LOG_MSG("Subtracting drift correction mean shift: " << mean.x << ' ' << mean.y << ' ' << mean.z);
+  for (Vector<xyz>& table : Tt)
+    for (xyz& T : table) T -= to_xyz(mean);
+}
+
+// Tables of all swaths: the constants of step 1 and, when there was one, the nodes of step 2.
+void collect_drift(const InvCalDrift& inv, InvResult& res) {
+  const bool* F = inv.FD;
+  res.CT = F[0] || F[1] || F[2];
+  res.CA = inv.drift_att;
+  res.Tt.assign(inv.nsw, {});
+  res.At.assign(inv.nsw, {});
+  res.t0.assign(inv.nsw, 0);
+  res.Dt.assign(inv.nsw, 1);
+  if (!inv.drift) return;
+  for (int s = 0; s < inv.nsw; s++) {
+    const SwState& w = inv.sw[s];
+    if (!w.mobile) continue;
+    const uint64_t n = std::max<uint64_t>(1, w.Tt.size());
+    res.t0[s] = w.t0;
+    res.Dt[s] = w.Tt.empty() ? std::max(inv.in.swaths[s].tmax - inv.in.swaths[s].tmin, 1e-3) : w.Dt;
+    res.Tt[s].resize(n, w.T1);
+    res.At[s].resize(n, w.A1);
+    if (w.Tt.empty()) continue;
+    res.Tt[s] += w.Tt;
+    res.At[s] += w.At;
+  }
+  if (inv.par.FM && !inv.hasfx && res.CT) subtract_mean(res.Tt);
+}
+}  // namespace
+
+Calib swath_calib(const InvCalDrift& inv, int swath) {
+  const SwState& w = inv.sw[swath];
+  Calib cal;
+  if (w.ext_on && w.ext_set >= 0 && inv.ncalext > 0) {
+    cal.L = inv.ext_cal[w.ext_set].L;
+    cal.B = inv.ext_cal[w.ext_set].B;
+  }
+  if (w.int_set >= 0 && inv.ncalint > 0) cal.I = inv.int_cal[w.int_set].I;
+  return cal;
+}
+
+void vec2par(InvCalDrift& inv) {
+  LOG_ENTER("vec2par dim=" << inv.dim);
+  const auto add3 = [&](xyz& to, int c, double v) {
+    float* at[3] = {&to.x, &to.y, &to.z};
+    *at[c] += static_cast<float>(v);
+  };
+  if (inv.shift0 >= 0) {
+    inv.shift += {inv.x(inv.shift0), inv.x(inv.shift0 + 1), inv.x(inv.shift0 + 2)};
+    LOG_LINE("vec2par S: " << inv.shift.x << ' ' << inv.shift.y << ' ' << inv.shift.z);
+  }
+  for (int c = 0; c < N_EXTERNAL; c++)
+    for (int set = 0; inv.FE[c] && set < inv.ncalext; set++)
+      add3(c < 3 ? inv.ext_cal[set].L : inv.ext_cal[set].B, c % 3, inv.x(inv.ext0[c] + set));
+  for (int k = 0; k < N_INTERNAL; k++)
+    for (int set = 0; inv.FI[k] && set < inv.ncalint; set++)
+      inv.int_cal[set].I(k) += static_cast<float>(inv.x(inv.int0[k] + set));
+  for (SwState& w : inv.sw) {
+    if (!w.mobile || w.node0 < 0) continue;
+    for (int node = 0; node < w.nt; node++) {
+      xyz& T = inv.step == 1 ? w.T1 : w.Tt(node);
+      xyz& A = inv.step == 1 ? w.A1 : w.At(node);
+      const int entry = inv.node_entry(w.node0 + node);
+      for (int c = 0; c < 3; c++) {
+        if (inv.FD[c]) add3(T, c, inv.x(entry + c));
+        if (inv.FD[3 + c]) add3(A, c, inv.x(entry + 3 + c));
+      }
+    }
+  }
+}
+
+bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, InvResult& res) {
+  LOG_ENTER("inv_CalTAWarp name='" << name << "' nsw=" << in.swaths.size() << " nint=" << in.pairs.size()
+                                   << " dt=" << par.dt << " Cpri0=" << par.Cpri0 << " Spri=" << par.Spri
+                                   << " PriBoost=" << par.PriBoost << " Umax=" << par.Umax << " XUmax=" << par.XUmax
+                                   << " XFUmax=" << par.XFUmax << " UADJ=" << par.UADJ << " HF=" << par.HF
+                                   << " STEP1=" << par.STEP1);
+  const Stopwatch watch;
+  res = InvResult{};
+  InvCalDrift inv(in, par, name);
+  if (!init(inv, 1) || !check_time_overlap(inv) || !init_prec(inv)) return false;
+  if (!init(inv, 1)) return false;  // again: the layout depends on what init_prec left of the global shift
+  if (!check_mem_init(inv)) return false;
+  init_A_int(inv);
+  init_A_sw(inv);
+  LOG_LINE("INV INIT TIME=" << watch.text());
+  res.def_rms = comp_def_RMS(inv, false);
+
+  if (par.STEP1 && !run_step1(inv, res)) return false;
+  if (!par.STEP1) collect_sets(inv, res), res.CL = res.CB = res.CI = false;
+  const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;
+  const bool after_calibration = par.DCC && par.STEP1;  // step 1 had no drift: constants at least
+  if (drift_wanted && ((par.HF && par.dt > 0) || after_calibration)) {
+    if (!run_step2(inv, res)) return false;
+    if (res.step2_ok) comp_corr_RMS_def(inv, false, res.def_rms);
+  }
+  res.has_shift = inv.ShiftRef;
+  res.shift = inv.shift;
+  if (res.has_shift)
+    LOG_MSG("Global shift correction component from reference data: " << res.shift.x << ' ' << res.shift.y << ' '
+                                                                      << res.shift.z);
+  collect_drift(inv, res);
+  if (inv.drift) comp_corr_RMS_def(inv, true, res.def_rms);
+  LOG_MSG("RESIDUAL STATISTICS");
+  if (!comp_write_STAT_res(inv, res, par.residual_stat)) return false;
+  LOG_LINE("/// TOTAL_INV_TIME=" << watch.text());
+  return true;
+}

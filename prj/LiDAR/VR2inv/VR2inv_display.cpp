@@ -1,0 +1,205 @@
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <ostream>
+#include <set>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/txtfile.h"
+#include "prj/LiDAR/VR2inv/VR2inv_internal.h"
+
+namespace {
+constexpr double HIGH_CORR = 0.5, TOO_HIGH_CORR = 0.95;
+constexpr double MAX_BORE = 0.00872664526;  // rad: half a degree
+
+const char* EXT_LETTERS = "xyzwpk";
+const char* ROW_LABELS[N_EXTERNAL] = {"LX       ", "LY       ", "LZ       ", "Roll     ", "Pitch    ", "Yaw      "};
+
+std::string letters(const bool* flags, const char* alphabet, int n) {
+  std::string text;
+  for (int k = 0; k < n; k++)
+    if (flags[k]) text += alphabet[k];
+  return text.empty() ? "0" : text;
+}
+
+std::string number(const char* format, double value) {
+  char text[64];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+double in_degrees(int c) { return c >= 3 && c < N_EXTERNAL ? DEG : 1.0; }  // factor of row c of the table
+float value_of(const Calib& cal, int c) {
+  return static_cast<float>(c < 3 ? axis(cal.L, c) : c < N_EXTERNAL ? axis(cal.B, c - 3) : cal.I(c - N_EXTERNAL));
+}
+
+// Writes a file under a name of its own and gives it the final one when it is complete.
+bool write_whole(const std::string& name, const std::function<void(std::ostream&)>& body) {
+  TxtFileOut out(true);
+  const std::string part = name + ".part";
+  if (!out.open(part, 0)) return false;
+  body(out.fs);
+  if (!out.close()) return false;
+  if (rename_file(part, name)) return true;
+  ERROR_MSG("could not write file " << name);
+  return false;
+}
+
+void put_calib(std::ostream& os, const Calib& cal) {
+  for (int c = 0; c < N_EXTERNAL; c++) os << number("%.6f ", value_of(cal, c) * in_degrees(c));
+  for (int k = 0; k < N_INTERNAL; k++) os << number(k + 1 < N_INTERNAL ? "%.8f " : "%.8f", cal.I(k));
+}
+
+// Swaths of each set, and the row of "_cal.log" for it.
+void put_cal_log(std::ostream& os, const InvCalDrift& inv, const InvResult& res) {
+  os << "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch#\n";
+  for (size_t set = 0; set < res.calib.size(); set++) {
+    int first = -1;
+    for (int s = inv.nsw - 1; s >= 0; s--)
+      if (res.sw2cal[s] == static_cast<int>(set)) first = s;
+    if (first < 0) continue;
+    int next = 0, nint = 0;
+    for (const SwState& w : inv.sw) {
+      next += w.mobile && w.ext_set == inv.sw[first].ext_set;
+      nint += w.mobile && w.int_set == inv.sw[first].int_set;
+    }
+    put_calib(os, res.calib[set]);
+    os << ' ' << next << ' ' << nint << ' ' << first << ' ' << inv.in.swaths[first].group << ' '
+       << inv.in.swaths[first].channel << '\n';
+  }
+}
+
+void put_cov(std::ostream& os, const InvResult& res) {
+  const int n = static_cast<int>(res.cal_names.size());
+  os << "Parameter Uncertainty Correlations{upper triangle}\n";
+  for (int i = 0; i < n; i++) {
+    os << res.cal_names[i] << ' ' << number("%.3e", res.cal_sigma(i)) << ' ';
+    for (int j = 0; j < n; j++) os << (j < i ? "       ." : number("%8.4f", res.cal_corr(j, i)));
+    os << '\n';
+  }
+}
+
+void name_parameters(const InvCalDrift& inv, InvResult& res) {
+  for (int c = 0; c < N_EXTERNAL; c++)
+    if (inv.FE[c]) res.cal_names.push_back(std::string(1, EXT_LETTERS[c]));
+  for (int k = 0; k < N_INTERNAL; k++)
+    if (inv.FI[k]) res.cal_names.push_back("I" + std::to_string(k + 1));
+  if (inv.ShiftRef)
+    for (const char* name : {"SX", "SY", "SZ"}) res.cal_names.push_back(name);
+}
+
+// Standard deviations and correlations from the covariance of the dense path.
+void comp_correlations(const InvCalDrift& inv, InvResult& res) {
+  const int n = inv.cov.xsize();
+  name_parameters(inv, res);
+  ASSERT(res.cal_names.size() == static_cast<size_t>(n));
+  res.cal_sigma.resize(n);
+  res.cal_corr.resize(n, n);
+  for (int i = 0; i < n; i++) res.cal_sigma(i) = std::sqrt(std::fmax(0.0, inv.cov(i, i)));
+  for (int i = 0; i < n; i++)
+    for (int j = 0; j < n; j++) {
+      const double s = res.cal_sigma(i) * res.cal_sigma(j);
+      res.cal_corr(j, i) = s > 0 ? inv.cov(j, i) / s : 0;
+    }
+}
+
+void warn_correlations(const InvResult& res) {
+  int nhigh = 0, ntoohigh = 0;
+  for (int i = 0; i < res.cal_corr.ysize(); i++)
+    for (int j = 0; j < i; j++) {
+      const double c = std::fabs(res.cal_corr(j, i));
+      nhigh += c > HIGH_CORR;
+      ntoohigh += c > TOO_HIGH_CORR;
+    }
+  if (nhigh > 0) WARNING_MSG(nhigh << " calibration correlation coefficients > 0.5");
+  if (ntoohigh > 0) ERROR_MSG(ntoohigh << " calibration correlation coefficients > 0.95");
+}
+
+void show_table(const InvCalDrift& inv, const InvResult& res) {
+  constexpr size_t MAX_COLUMNS = 8;  // more sets stand in the file only
+  const size_t nset = std::min(res.calib.size(), MAX_COLUMNS);
+  int unknown = 0;
+  for (int c = 0; c < N_EXTERNAL + N_INTERNAL; c++) {
+    if (!(c < N_EXTERNAL ? inv.FE[c] : inv.FI[c - N_EXTERNAL])) continue;
+    const std::string label =
+        c < N_EXTERNAL ? ROW_LABELS[c] : "I" + std::to_string(c - N_EXTERNAL + 1) + "       ";
+    std::string line = label, unc = "UNC        ";
+    for (size_t s = 0; s < nset; s++)
+      line += number(c < 3 ? " %10.4f" : " %10.6f", value_of(res.calib[s], c) * in_degrees(c));
+    LOG_MSG(line);
+    if (res.cal_sigma.size() > static_cast<uint64_t>(unknown))
+      LOG_MSG(unc << number(c < 3 ? "%10.4f" : "%10.6f", res.cal_sigma(unknown) * in_degrees(c)));
+    unknown++;
+  }
+}
+
+bool write_files(const InvCalDrift& inv, const InvResult& res) {
+  LOG_MSG("Writing calibration component output " << inv.name << "_cal.log");
+  if (!write_whole(inv.name + "_cal.log", [&](std::ostream& os) { put_cal_log(os, inv, res); })) return false;
+  for (size_t s = 0; s < res.calib.size(); s++) {  // a file a set: the form holds only one
+    const std::string file = inv.name + (res.calib.size() > 1 ? "_cal_" + std::to_string(s) : "_cal") + ".txt";
+    LOG_MSG("Writing Sarnel-compatible calibration file " << file);
+    const auto put = [&](std::ostream& os) {
+      put_calib(os, res.calib[s]);
+      os << '\n';
+    };
+    if (!write_whole(file, put)) return false;
+  }
+  if (res.cal_sigma.empty()) return true;
+  LOG_MSG("Writing calibration correlations and uncertainties " << inv.name << "_cal_cov.txt");
+  return write_whole(inv.name + "_cal_cov.txt", [&](std::ostream& os) { put_cov(os, res); });
+}
+}  // namespace
+
+void display_init(const InvCalDrift& inv) {
+  LOG_ENTER("display_init step=" << inv.step);
+  const InvParam& p = inv.par;
+  const std::string ext = letters(inv.FE, EXT_LETTERS, N_EXTERNAL), intl = letters(inv.FI, "1234567", N_INTERNAL);
+  LOG_MSG("INVERSION STEP " << inv.step << ": CAL " << (ext == "0" ? "" : ext) << (intl == "0" ? "" : intl)
+                            << (inv.FCAL ? "" : "0") << " | DRIFT=" << letters(inv.FD, EXT_LETTERS, 6));
+  if (inv.FCAL)
+    LOG_MSG("EXT=" << ext << (p.CAL1 ? "" : p.CALGE ? "/grp" : "/sw") << " n=" << inv.ncalext
+                   << (p.CALR ? " (REL) " : " ") << "INT=" << intl << (p.CAL1 ? "" : p.CALGI ? "/grp" : "/sw")
+                   << " n=" << inv.ncalint << ' ' << (p.CALINTGEN ? "Generic " : "") << (p.CALINTNOB ? "NoBias " : ""));
+  const char* modes[] = {"Sym ", "FavAtt ", "FavPos "};
+  LOG_MSG("Pri=" << modes[p.FA >= 0 && p.FA < 3 ? p.FA : 0] << (p.FM ? "MeanSub " : "")
+                 << (inv.ShiftRef ? "ShiftRef " : ""));
+  int nline = 0, nmin = 0, nmax = 0;
+  std::set<int> seen;
+  for (const SwState& w : inv.sw) {
+    if (!w.mobile || w.node0 < 0 || !seen.insert(w.node0).second) continue;
+    nmin = nline == 0 ? w.nt : std::min(nmin, w.nt);
+    nmax = std::max(nmax, w.nt);
+    nline++;
+  }
+  if (!inv.drift)
+    LOG_MSG("Time-dependent corrections: [SKIP]");
+  else if (nmax <= 1)
+    LOG_MSG("Time-dependent corrections: " << inv.nTAnd << " CP total, 1 CP/line (const/line)");
+  else if (nmax == 2 && nmin == 2)
+    LOG_MSG("Time-dependent corrections: " << inv.nTAnd << " CP total, with 2 CP/line (linear drift) dt=" << inv.dt());
+  else
+    LOG_MSG("Time-dependent corrections: " << inv.nTAnd << " CP total, btw " << nmin << " and " << nmax
+                                           << " CP/line, dt=" << inv.dt());
+  LOG_MSG("Step " << inv.step << " inversion dim " << inv.dim);
+  LOG_LINE("Calib param " << (inv.FCAL ? ext + intl : "0"));
+  LOG_LINE("Step " << inv.step << " drift param " << inv.TAstride * inv.nTAnd);
+}
+
+bool calib_display(const InvCalDrift& inv, InvResult& res) {
+  LOG_ENTER("calib_display nset=" << res.calib.size() << " ncalint=" << inv.ncalint << " ncalext=" << inv.ncalext
+                                  << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI
+                                  << " CALGE=" << inv.par.CALGE << " calib=" << inv.FCAL);
+  if (!inv.FCAL) return true;
+  if (!inv.cov.empty()) comp_correlations(inv, res);
+  show_table(inv, res);
+  if (!inv.name.empty() && !write_files(inv, res)) return false;
+  warn_correlations(res);
+  for (const Calib& cal : res.calib)
+    if (std::fabs(cal.B.x) > MAX_BORE || std::fabs(cal.B.y) > MAX_BORE) {
+      WARNING_MSG("boresight exceeds 0.5 deg, may not produce accurate results when exported");
+      break;
+    }
+  return true;
+}
