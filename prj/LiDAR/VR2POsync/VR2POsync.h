@@ -1,12 +1,12 @@
 // prj/LiDAR/VR2POsync/VR2POsync.h
-// Synchronisation: which trajectory file flew which swath, one time base for both, and a trajectory cache per swath.
-// Here:     DUT_PO_sync with its parameters and result, the caches, interpolation at times of vectors.
+// Synchronisation: which trajectory file flew which swath, one time base for both, and a trajectory cache per
+// swath. Here:     DUT_PO_sync with its parameters and result, the caches, interpolation at times of vectors.
 // Not here: reading of trajectory files (POio), the DUT file (DUTio), the sensor model (VR2geom).
 //
-// Time base: synchronised time = raw time of the swath + TimeCorr of the swath. Caches, tmin, tmax and the times in
-// `pairs` are synchronised; times read from tiles or points afterwards are raw and need TimeCorr.
-// Frames: caches hold metres in the project's projection and degrees, yaw clockwise from grid north: headings of
-// geographic trajectories count from true north and get the direction of true north in the grid added.
+// Time base: synchronised time = raw time of the swath + TimeCorr of the swath. Caches, tmin, tmax and the
+// times in `pairs` are synchronised; times read from tiles or points afterwards are raw and need TimeCorr.
+// Frames: caches hold metres in the project's projection and degrees, yaw clockwise from grid north: headings
+// of geographic trajectories count from true north and get the direction of true north in the grid added.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -29,26 +29,26 @@ struct POsyncParam {
   bool ICH = false;   // channels are independent: no common time interval (-ich)
 };
 
-struct POfileState {       // one trajectory file
-  int dup = -1;            // earlier file of the group with the same path; -1: none
-  bool ok = false;         // scanned and, if needed, read
-  bool used = false;       // at least one swath lies in it
-  POscan scan;             // times raw, adjusted flag as after synchronisation
-  double TimeCorr = 0;     // s
-  double tmin = 2e307;     // s, synchronised range
+struct POfileState {    // one trajectory file
+  int dup = -1;         // earlier file of the group with the same path; -1: none
+  bool ok = false;      // scanned and, if needed, read
+  bool used = false;    // at least one swath lies in it
+  POscan scan;          // times raw, adjusted flag as after synchronisation
+  double TimeCorr = 0;  // s
+  double tmin = 2e307;  // s, synchronised range
   double tmax = -2e307;
-  double dt = 0;           // s, mean interval
-  dxyz min = {99999999, 99999999, 9999};     // m, box of the part that was read
+  double dt = 0;                          // s, mean interval
+  dxyz min = {99999999, 99999999, 9999};  // m, box of the part that was read
   dxyz max = {-99999999, -99999999, -9999};
 };
 
-struct POgroupState {
-  double Tmin = 2e307;   // s, synchronised range of the group's swaths
+struct POgroupState {   // one trajectory group: one clock
+  double Tmin = 2e307;  // s, synchronised range of the group's swaths
   double Tmax = -2e307;
-  uint32_t week = 0;     // GPS week found in the data; 0: all times are seconds of the week
-  bool adj = false;      // synchronised times are adjusted standard GPS time
-  int nsw = 0;           // swaths with a file
-  int nPO = 0;           // files used
+  uint32_t week = 0;  // GPS week found in the data; 0: all times are seconds of the week
+  bool adj = false;   // synchronised times are adjusted standard GPS time
+  int nsw = 0;        // swaths with a file
+  int nPO = 0;        // files used
 };
 
 // Owner of the trajectory caches of a run: deletes the files that were registered with it.
@@ -68,39 +68,47 @@ class POC_TMP {
 };
 
 struct POsync {
-  DUTidx idx;                    // index of the registration; swath times as in the file (raw)
-  std::vector<DUTpair> pairs;    // its vectors; t1, t2 synchronised
-  std::vector<Vector<dxyz>> O1, O2;   // by entry of pairs: position at each vector, m; NO_PO without trajectory
+  DUTidx idx;                  // index of the registration; swath times as in the file (raw)
+  std::vector<DUTpair> pairs;  // its vectors; t1, t2 synchronised
+  std::vector<Vector<dxyz>> O1,
+      O2;  // by entry of pairs: position at each vector, m; NO_PO without trajectory
   std::vector<Vector<xyz>> Att1, Att2;  // attitude, degrees; 1000 each without trajectory
 
-  Vector<int> sw2fl;         // by swath: file number; -1 none (always for fixed swaths), -2 more than one
-  Vector<double> TimeCorr;   // by swath: s, added to raw times
-  Vector<double> tmin, tmax;  // by swath: s, synchronised
-  Vector<uint8_t> adj;       // by swath: synchronised times are adjusted standard GPS time
-  Vector<uint8_t> AREC;      // by swath: the attitude is recomputed from the track (one heading)
-  Vector<int> mainch;        // by swath: swath number of the main channel of its line
+  Vector<int> sw2fl;           // by swath: file number; -1 none (always for fixed swaths), -2 more than one
+  Vector<double> TimeCorr;     // by swath: s, added to raw times
+  Vector<double> tmin, tmax;   // by swath: s, synchronised
+  Vector<uint8_t> adj;         // by swath: synchronised times are adjusted standard GPS time
+  Vector<uint8_t> AREC;        // by swath: the attitude is recomputed from the track (one heading)
+  Vector<int> mainch;          // by swath: swath number of the main channel of its line
+  std::vector<dxyz> min, max;  // by swath: m, box of its cache
 
   std::vector<POfileState> files;    // by trajectory file
-  std::vector<POgroupState> groups;  // by group of mobile swaths - 1
+  std::vector<POgroupState> groups;  // by trajectory group - 1; a single one serves all groups of swaths
   int nswok = 0;                     // usable mobile swaths
   POC_TMP poc;                       // its end deletes the caches
 };
 
-// The whole synchronisation of a project against the registration result "<dutname>.dut", "<dutname>_idx.log".
-// Uses of prj: swath paths, trajectory files and groups, mounts, georeferencing, scale, name (base of the logs),
-// mainch. Writes "_PO_stat.log", "_PO_sync_stat.log", "_ch_stat.log", "_sw_PO_rej.log", "_PO_rej.log" and a ".poc"
-// per swath in TMPDIR. Returns the number of usable mobile swaths; 0 after an ERROR line.
-[[nodiscard]] int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par, POsync& res);
+// The whole synchronisation of a project against the registration result "<dutname>.dut",
+// "<dutname>_idx.log". Uses of prj: swath paths, trajectory files and groups, channels of groups, mounts,
+// georeferencing, name (base of the logs); times, groups, channels and the area come from the index. Writes
+// "_PO_stat.log", "_PO_sync_stat.log",
+// "_ch_stat.log", "_sw_PO_rej.log", "_PO_rej.log" and a ".poc" per swath in TMPDIR. Returns the number of
+// usable mobile swaths; 0 after an ERROR line.
+[[nodiscard]] int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par,
+                              POsync& res);
 
-// ---- trajectory caches -----------------------------------------------------------------------------------------
+// ---- trajectory caches
+// -----------------------------------------------------------------------------------------
 
 std::string POC_name(const std::string& swpath, int sw);  // file of swath number sw, in TMPDIR
 // Writes a cache whole or not at all. dt: TimeCorr of the trajectory file. False after an ERROR line.
 [[nodiscard]] bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>& po);
-// Loads a cache. False when it is missing, of a wrong size (logged with "<!> ") or holds no record; no ERROR line.
+// Loads a cache. False when it is missing, of a wrong size (logged with "<!> ") or holds no record; no ERROR
+// line.
 [[nodiscard]] bool load_POC_TMP(const std::string& swpath, int sw, Vector<PO>& po, double& dt);
 
-// Position and attitude at np times against a record list. O, Att: of the length of t (asserted). AREC: positions
-// are linear and the attitude is that of the middle record. Times without trajectory get NO_PO and 1000.
-// Returns their number.
-uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, Vector<dxyz>& O, Vector<xyz>& Att);
+// Position and attitude at np times against a record list. O, Att: of the length of t (asserted). AREC:
+// positions are linear and the attitude is that of the middle record. Times without trajectory get NO_PO and
+// 1000. Returns their number.
+uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, Vector<dxyz>& O,
+                      Vector<xyz>& Att);

@@ -1,0 +1,57 @@
+// prj/LiDAR/VR2POsync/VR2POsync_internal.h
+// The steps of a synchronisation, which work on one record.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "prj/LiDAR/VR2POsync/VR2POsync.h"
+
+struct SyncJob {
+  const Project& prj;
+  const POsyncParam& par;
+  POsync& res;
+  std::vector<uint8_t> regsw;     // by swath: it has valid registration vectors
+
+  const DUTswath& swath(int sw) const { return res.idx.swaths[static_cast<size_t>(sw)]; }
+  bool mobile(int sw) const { return !swath(sw).fixed && swath(sw).group > 0; }
+  // Trajectory group that serves a mobile swath, from 0.
+  int po_group(int sw) const { return prj.pogroups.size() == 1 ? 0 : swath(sw).group - 1; }
+  int nfiles() const { return static_cast<int>(prj.pofiles.size()); }
+  const std::string& file_path(int f) const { return prj.pofiles[static_cast<size_t>(f)].path; }
+  int file_group(int f) const { return prj.pofiles[static_cast<size_t>(f)].group - 1; }  // from 0
+  const POgroup& file_param(int f) const { return prj.pogroups[static_cast<size_t>(file_group(f))]; }
+  POfileState& file(int f) const { return res.files[static_cast<size_t>(f)]; }
+  POgroupState& group(int g) const { return res.groups[static_cast<size_t>(g)]; }
+  // Channel of a trajectory group, from 0.
+  int channel_of_group(int g) const {
+    return prj.pogroups.size() > 1 && static_cast<size_t>(g) < prj.chgrp.size()
+               ? prj.chgrp[static_cast<size_t>(g)]
+               : 0;
+  }
+};
+
+// Main channel of every swath; duplicates among the trajectory files, across channels too. False after an
+// ERROR.
+[[nodiscard]] bool comp_multich(SyncJob& job);
+// One common time interval for all channels of a line; "_ch_stat.log". False after an ERROR.
+[[nodiscard]] bool set_max_interval_ch(SyncJob& job);
+
+// Scans all trajectory files; "_PO_stat.log". False after an ERROR if none could be scanned.
+[[nodiscard]] bool scan_PO_time(SyncJob& job);
+// One time base per group: TimeCorr, synchronised times and flags of swaths and files.
+[[nodiscard]] bool grp_sync_time(SyncJob& job);
+
+POread PO_read_param(const POgroup& group);
+// Positions to metres in the project's projection, headings to grid north, in place; box of the positions.
+// False after an ERROR line.
+[[nodiscard]] bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::string& path,
+                           dxyz& min, dxyz& max);
+// The window of a swath from the records of a file, attitudes as the options want them, written as its cache.
+// An empty window is no failure: cached is false then. False after an ERROR line.
+[[nodiscard]] bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached);
+
+[[nodiscard]] bool log_posync(const SyncJob& job);
+[[nodiscard]] bool valid_PO_sync(SyncJob& job);  // sets nswok; false after an ERROR or with no swath left
+[[nodiscard]] bool display_traj_proc(const SyncJob& job);  // false after an ERROR: no overlap
+
+std::string interval_text(double seconds);  // hh:mm:ss

@@ -1,0 +1,182 @@
+// Trajectory caches of swaths, and interpolation at times of vectors.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "lib/general/binfile.h"
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
+#include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+#include "prj/LiDAR/VR2geom/VR2geom.h"
+
+namespace {
+constexpr uint64_t POC_HEAD = 12;  // bytes: u32 n, f64 dt
+constexpr double MAX_GAP = 1.0;    // s, beyond it two records are reported
+
+// Records [i0, i1] that hold the window [ta, tb] and one more at each end. False when the list ends before
+// it.
+bool window(const Vector<PO>& po, double ta, double tb, uint64_t& i0, uint64_t& i1) {
+  const uint64_t n = po.size();
+  if (n == 0 || ta > po.val[n - 1].t) return false;
+  const auto before = [](double t, const PO& rec) { return t < rec.t; };
+  const uint64_t first = static_cast<uint64_t>(std::upper_bound(po.val, po.val + n, ta, before) - po.val);
+  i0 = first > 0 ? first - 1 : 0;
+  const uint64_t behind = static_cast<uint64_t>(std::upper_bound(po.val, po.val + n, tb, before) - po.val);
+  i1 = std::min(behind, n - 1);
+  return i1 > i0;
+}
+
+// Attitude from the track: level flight along the line from the first to the last position.
+void recompute_attitude(Vector<PO>& po) {
+  const PO& a = po.val[0];
+  const PO& b = po.val[po.size() - 1];
+  const float dx = static_cast<float>(b.x - a.x), dy = static_cast<float>(b.y - a.y);
+  const float heading = dx == 0 && dy == 0 ? 0.0f : 90.0f - std::atan2(dy, dx) * RAD2DEG;
+  LOG_LINE("AREC heading=" << (heading < 0 ? heading + 360 : heading));
+  for (PO& rec : po) {
+    rec.roll = rec.pitch = 0;
+    rec.yaw = heading;
+  }
+}
+
+const Mount* mount_of(const SyncJob& job, int sw) {
+  const std::vector<Mount>& mounts = job.prj.mounts;
+  if (mounts.empty()) return nullptr;
+  const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(job.swath(sw).group - 1);
+  return g < mounts.size() ? &mounts[g] : nullptr;
+}
+}  // namespace
+
+POC_TMP::~POC_TMP() { clear(); }
+POC_TMP::POC_TMP(POC_TMP&& other) noexcept : files_(std::move(other.files_)) { other.files_.clear(); }
+POC_TMP& POC_TMP::operator=(POC_TMP&& other) noexcept {
+  if (this != &other) {
+    clear();
+    files_.swap(other.files_);
+  }
+  return *this;
+}
+void POC_TMP::clear() {
+  if (files_.empty()) return;
+  uint64_t nfiles = 0, nbytes = 0;
+  for (const std::string& path : files_) {
+    const int64_t size = file_size(path);
+    if (size < 0 || !remove_file(path)) continue;
+    nfiles++;
+    nbytes += static_cast<uint64_t>(size);
+  }
+  show_delete_file_list("POC_TMP::destructor", nfiles, nbytes);
+  files_.clear();
+}
+
+std::string POC_name(const std::string& swpath, int sw) { return cache_name(swpath, ".poc", sw); }
+
+bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>& po) {
+  const std::string name = POC_name(swpath, sw);
+  const std::string part = name + ".part";
+  LOG_ENTER("save_POC_TMP idx=" << sw);
+  const uint32_t n = static_cast<uint32_t>(po.size());
+  char head[POC_HEAD];
+  std::memcpy(head, &n, sizeof(n));
+  std::memcpy(head + sizeof(n), &dt, sizeof(dt));
+  BufBinFileOut out(BULK_BUFFER);
+  const bool ok = po.size() <= UINT32_MAX && out.open(part, 0) && out.write(head, sizeof(head)) &&
+                  out.write(po.val, po.size() * sizeof(PO)) && out.close() && rename_file(part, name);
+  if (!ok) {
+    (void)out.close();
+    remove_file(part);
+    ERROR_MSG("failed to write trajectory cache " << name);
+    return false;
+  }
+  LOG_LINE("written " << n << " records, " << static_cast<double>(POC_HEAD + po.size() * sizeof(PO)) * 1e-6
+                      << " Mb, dt=" << dt);
+  if (n > 0) LOG_LINE("t:[" << po.val[0].t << "," << po.val[n - 1].t << "] ");
+  return true;
+}
+
+bool load_POC_TMP(const std::string& swpath, int sw, Vector<PO>& po, double& dt) {
+  const std::string name = POC_name(swpath, sw);
+  const int64_t fsize = file_size(name);
+  po.clear();
+  char head[POC_HEAD];
+  BufBinFileIn in(BULK_BUFFER, false);
+  if (fsize < 0 || !in.open(name)) return false;
+  uint32_t n = 0;
+  const bool read = fsize >= static_cast<int64_t>(POC_HEAD) && in.read(head, sizeof(head));
+  if (read) {
+    std::memcpy(&n, head, sizeof(n));
+    std::memcpy(&dt, head + sizeof(n), sizeof(dt));
+  }
+  if (!read || static_cast<uint64_t>(fsize) != POC_HEAD + uint64_t{n} * sizeof(PO)) {
+    LOG_LINE("<!> fsize=" << fsize << " n=" << n << " " << name);
+    return false;
+  }
+  if (n == 0 || !std::isfinite(dt)) return false;
+  po.resize(n);
+  if (in.read(po.val, uint64_t{n} * sizeof(PO))) return true;
+  po.clear();
+  return false;
+}
+
+bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached) {
+  cached = false;
+  const double ta = job.res.tmin(sw) - job.par.buf, tb = job.res.tmax(sw) + job.par.buf;
+  LOG_ENTER("cache_PO_sw sw=" << sw << " f=" << f << " t:[" << ta << " " << tb << "]");
+  uint64_t i0 = 0, i1 = 0;
+  if (!window(po, ta, tb, i0, i1)) {
+    LOG_LINE("<!> empty cache");
+    return true;
+  }
+  const double dti0 = po.val[i0 + 1].t - po.val[i0].t, dti1 = po.val[i1].t - po.val[i1 - 1].t;
+  if (po.size() > 2 && dti0 > MAX_GAP) LOG_LINE("<!> i0=" << i0 << " dti0=" << dti0);
+  if (po.size() > 2 && dti1 > MAX_GAP) LOG_LINE("<!> i1=" << i1 << " dti1=" << dti1);
+  for (uint64_t i = i0 + 1; i <= i1; i++) {
+    const double gap = po.val[i].t - po.val[i - 1].t;
+    if (gap > MAX_GAP)
+      WARNING_MSG("abnormal timestamp difference of " << gap << " s at rec " << i << ", time " << po.val[i].t
+                                                      << ", swath " << sw << ", PO file "
+                                                      << job.file_path(f));
+  }
+  Vector<PO> part(i1 - i0 + 1);
+  std::copy(po.val + i0, po.val + i1 + 1, part.val);
+  if (job.res.AREC(sw)) recompute_attitude(part);
+  const Mount* mount = mount_of(job, sw);
+  if (job.par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(part, mount->IMU);
+  dxyz lo = {99999999, 99999999, 9999}, hi = {-99999999, -99999999, -9999};
+  for (const PO& rec : part) {
+    lo = {std::min<double>(lo.x, rec.x), std::min<double>(lo.y, rec.y), std::min<double>(lo.z, rec.z)};
+    hi = {std::max<double>(hi.x, rec.x), std::max<double>(hi.y, rec.y), std::max<double>(hi.z, rec.z)};
+  }
+  job.res.min[static_cast<size_t>(sw)] = lo;
+  job.res.max[static_cast<size_t>(sw)] = hi;
+  const std::string& path = job.prj.swaths[static_cast<size_t>(sw)].path;
+  job.res.poc.add(POC_name(path, sw));
+  if (!save_POC_TMP(path, sw, job.file(f).TimeCorr, part)) return false;
+  cached = true;
+  return true;
+}
+
+uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, Vector<dxyz>& O,
+                      Vector<xyz>& Att) {
+  const uint64_t np = t.size();
+  ASSERT(Att.size() == np && O.size() == np);
+  ASSERT(po.size());
+  const double dt = mean_dt_PO(po);
+  const PO& middle = po.val[po.size() / 2];
+  uint64_t nerr = 0;
+  for (uint64_t i = 0; i < np; i++) {
+    PO at;
+    const bool ok = AREC ? SafeInterpPO(po, t.val[i], dt, at) : InterpPO(po, t.val[i], dt, at);
+    if (!ok) {
+      nerr++;
+      O.val[i] = NO_PO;
+      Att.val[i] = {1000, 1000, 1000};
+      continue;
+    }
+    O.val[i] = {at.x, at.y, at.z};
+    Att.val[i] = AREC ? xyz{middle.roll, middle.pitch, middle.yaw} : xyz{at.roll, at.pitch, at.yaw};
+  }
+  if (nerr > 0) LOG_LINE("<!> interp_O_Att AREC=" << AREC << " np=" << np << " nerr=" << nerr);
+  return nerr;
+}

@@ -1,0 +1,172 @@
+// One time base for the swaths and the trajectory files of a group.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/txtfile.h"
+#include "prj/LiDAR/POio/POtime.h"
+#include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+
+namespace {
+constexpr double MAX_SPAN = 40000;  // s, below this two times belong to one flight
+
+struct Counts {
+  int nswa = 0, nPOa = 0;  // flags that changed to adjusted time
+  int nswc = 0, nPOc = 0;  // times that were shifted
+  int ngrpa = 0, ngrpc = 0;
+};
+
+// One time of a group: a swath's first or a file's first.
+struct Stamp {
+  double t = 0;   // s, GPS seconds if adjusted, else as it is
+  double dT = 0;  // s, shift found
+  bool adj = false;
+};
+
+// Steps over all stamps of a group: whole periods towards the latest, the week, the user's week.
+void sync_group(int g, const POgroup& user, double P, std::vector<Stamp>& sw, std::vector<Stamp>& po,
+                POgroupState& state) {
+  double Tmax = -2e307;
+  for (const Stamp& s : sw) Tmax = std::max(Tmax, s.t);
+  for (const Stamp& s : po) Tmax = std::max(Tmax, s.t);
+  uint32_t week = 0xFFFFFFFF;
+  bool ok = true;
+  const auto align = [&](std::vector<Stamp>& stamps, double period) {
+    for (Stamp& s : stamps) {
+      if (!s.adj) s.dT = std::round((Tmax - s.t) / period) * period;
+      const double w = std::floor((s.t + s.dT) / WEEK_S);
+      week = std::min(week, w > 0 ? static_cast<uint32_t>(std::min(w, 1e9)) : 0u);
+      ok = ok && std::fabs(s.t + s.dT - Tmax) < MAX_SPAN;
+    }
+  };
+  align(sw, P);
+  align(po, WEEK_S);  // trajectories are week-based whatever the swaths are
+  if (!ok) WARNING_MSG("swath and PO timestamps span more than 12 hours (group " << g + 1 << ")");
+  double offset = 0;
+  if (user.gweek != 0) {
+    if (week == 0)
+      offset = user.gweek * WEEK_S;
+    else if (week != user.gweek)
+      WARNING_MSG("different GPS weeks: user=" << user.gweek << ", data=" << week << " (group " << g + 1
+                                               << ")");
+  }
+  const auto finish = [&](std::vector<Stamp>& stamps) {
+    for (Stamp& s : stamps) {
+      if (s.adj) continue;
+      s.dT += offset;
+      if (s.t + s.dT > 2 * WEEK_S) {
+        s.adj = true;
+        s.dT -= ADJ_S;
+      }
+    }
+  };
+  finish(sw);
+  finish(po);
+  state.week = week;
+}
+}  // namespace
+
+POread PO_read_param(const POgroup& group) {
+  POread par;
+  par.proj = group.geo;
+  par.time = group.time;
+  par.gweek = group.gweek;
+  par.gday = group.gday;
+  par.rad = group.rad != 0;
+  par.sbetw0 = group.att == 2;
+  par.col = group.col;
+  return par;
+}
+
+bool scan_PO_time(SyncJob& job) {
+  LOG_ENTER("scan_PO_time npo=" << job.nfiles());
+  TxtFileOut out(true);
+  if (!out.open(job.prj.name + "_PO_stat.log", 0)) return false;
+  out.fs << "POFile# Group# Format Coord TimeFormat Att AdjGPSFile DateTime0 [Angle Parse] FileName\n";
+  bool any = false;
+  for (int f = 0; f < job.nfiles(); f++) {
+    POfileState& file = job.file(f);
+    const POgroup& par = job.file_param(f);
+    if (file.dup >= 0) {
+      file.scan = job.file(file.dup).scan;
+      file.ok = job.file(file.dup).ok;
+    } else {
+      file.ok = scan_PO(job.file_path(f), PO_read_param(par), file.scan);
+    }
+    if (!file.ok) continue;
+    any = true;
+    std::string group = std::to_string(job.file_group(f) + 1);
+    group.insert(0, group.size() < 3 ? 3 - group.size() : 0, ' ');
+    out.fs << f << ' ' << group << ' ' << PO_format_word(file.scan.fmt) << ' '
+           << PO_coord_word(PO_file_coord(file.scan.fmt, par.geo)) << ' ' << PO_time_word(par.time) << ' '
+           << par.att << ' ' << file.scan.tadj << ' ' << date_text(file.scan.t0, file.scan.tadj) << ' ';
+    if (file.scan.fmt == PO_TXT)
+      out.fs << (par.rad ? "RAD " : "DEG ") << (par.col.empty() ? "txyzwpk" : par.col) << ' ';
+    out.fs << real_path(job.file_path(f)) << '\n';
+  }
+  return out.close() && any;
+}
+
+bool grp_sync_time(SyncJob& job) {
+  POsync& res = job.res;
+  const int nsw = res.idx.nsw();
+  const double P = job.par.DAY ? DAY_S : WEEK_S;
+  LOG_ENTER("grp_sync_time nsw=" << nsw << " npo=" << job.nfiles() << " P=" << P);
+  if (!scan_PO_time(job)) return false;
+  Counts n;
+  for (int g = 0; g < static_cast<int>(res.groups.size()); g++) {
+    std::vector<int> swaths, files;
+    std::vector<Stamp> sw, po;
+    for (int s = 0; s < nsw; s++) {
+      if (!job.mobile(s) || job.po_group(s) != g) continue;
+      const bool adj = job.swath(s).adj;
+      swaths.push_back(s);
+      sw.push_back({res.tmin(s) + (adj ? ADJ_S : 0), 0, adj});
+    }
+    for (int f = 0; f < job.nfiles(); f++) {
+      if (job.file_group(f) != g || !job.file(f).ok) continue;
+      const POscan& scan = job.file(f).scan;
+      files.push_back(f);
+      po.push_back({scan.t0 + (scan.tadj ? ADJ_S : 0), 0, scan.tadj});
+    }
+    if (swaths.empty() || files.empty()) continue;
+    POgroupState& group = job.group(g);
+    sync_group(g, job.prj.pogroups[static_cast<size_t>(g)], P, sw, po, group);
+    bool flags = false, shifts = false;
+    for (size_t i = 0; i < swaths.size(); i++) {
+      const int s = swaths[i];
+      const bool changed = sw[i].adj != job.swath(s).adj;
+      n.nswa += changed, flags = flags || changed;
+      n.nswc += sw[i].dT != 0, shifts = shifts || sw[i].dT != 0;
+      res.TimeCorr(s) = sw[i].dT;
+      res.adj(s) = sw[i].adj;
+      res.tmin(s) += sw[i].dT;
+      res.tmax(s) += sw[i].dT;
+      group.Tmin = std::min(group.Tmin, res.tmin(s));
+      group.Tmax = std::max(group.Tmax, res.tmax(s));
+      group.adj = group.adj || sw[i].adj;
+    }
+    for (size_t i = 0; i < files.size(); i++) {
+      POfileState& file = job.file(files[i]);
+      const bool changed = po[i].adj != file.scan.tadj;
+      n.nPOa += changed, flags = flags || changed;
+      n.nPOc += po[i].dT != 0, shifts = shifts || po[i].dT != 0;
+      file.scan.tadj = po[i].adj;
+      file.TimeCorr = po[i].dT;
+      file.tmin = file.scan.t0 + po[i].dT;
+      file.tmax = file.scan.t1 + po[i].dT;
+    }
+    n.ngrpa += flags;
+    n.ngrpc += shifts;
+    LOG_LINE("g=" << g + 1 << " week=" << group.week << " Tmin=" << group.Tmin << " Tmax=" << group.Tmax);
+  }
+  LOG_LINE("nswa=" << n.nswa << " nPOa=" << n.nPOa << " nswc=" << n.nswc << " nPOc=" << n.nPOc);
+  if (n.nswa + n.nPOa > 0)
+    WARNING_MSG("GPS time converted to adjusted: " << n.nswa << " swaths, " << n.nPOa << " PO files in "
+                                                   << n.ngrpa << " groups");
+  if (n.nswc + n.nPOc > 0)
+    WARNING_MSG("GPS time corrected: " << n.nswc << " swaths, " << n.nPOc << " PO files in " << n.ngrpc
+                                       << " groups");
+  return true;
+}

@@ -1,0 +1,200 @@
+// Reports of a synchronisation, and the judgement on it.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "lib/general/txtfile.h"
+#include "prj/LiDAR/POio/POtime.h"
+#include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+
+namespace {
+// " Xmin Xmax Ymin Ymax Zmin Zmax", rounded outward.
+std::string box_text(const dxyz& min, const dxyz& max) {
+  char text[200];
+  std::snprintf(text, sizeof(text), " %8.0f %8.0f %8.0f %8.0f %5.0f %5.0f", std::floor(min.x),
+                std::ceil(max.x), std::floor(min.y), std::ceil(max.y), std::floor(min.z), std::ceil(max.z));
+  return text;
+}
+
+std::string span_text(double tmin, double tmax, bool adj) {
+  return interval_text(tmax - tmin) + " " + date_text(tmin, adj) + " " + date_text(tmax, adj);
+}
+
+void grow(dxyz& min, dxyz& max, const dxyz& lo, const dxyz& hi) {
+  min = {std::min(min.x, lo.x), std::min(min.y, lo.y), std::min(min.z, lo.z)};
+  max = {std::max(max.x, hi.x), std::max(max.y, hi.y), std::max(max.z, hi.z)};
+}
+
+bool log_files(const SyncJob& job) {
+  TxtFileOut out(true);
+  if (!out.open(job.prj.name + "_PO_stat.log", 0)) return false;
+  out.fs << "POFile# Freq TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax Zmin Zmax\n";
+  dxyz min = {99999999, 99999999, 9999}, max = {-99999999, -99999999, -9999};
+  double tmin = 2e307, tmax = -2e307;
+  int n = 0;
+  bool adj = false;
+  for (int g = 0; g < static_cast<int>(job.res.groups.size()); g++) {
+    for (int f = 0; f < job.nfiles(); f++) {
+      const POfileState& file = job.file(f);
+      if (job.file_group(f) != g || !file.used || file.tmin == file.tmax) continue;
+      char head[64];
+      std::snprintf(head, sizeof(head), "%3d %4.0f ", f, file.dt > 0 ? std::round(1 / file.dt) : 0);
+      out.fs << head << span_text(file.tmin, file.tmax, file.scan.tadj) << box_text(file.min, file.max)
+             << '\n';
+      grow(min, max, file.min, file.max);
+      tmin = std::min(tmin, file.tmin), tmax = std::max(tmax, file.tmax);
+      adj = file.scan.tadj;
+      n++;
+    }
+  }
+  if (n > 0) out.fs << n << " files " << span_text(tmin, tmax, adj) << box_text(min, max) << '\n';
+  return out.close();
+}
+
+bool log_swaths(const SyncJob& job) {
+  const POsync& res = job.res;
+  const std::string name = job.prj.name + "_PO_sync_stat.log";
+  TxtFileOut out(true);
+  LOG_MSG("Writing PO file synchronization stats " << name);
+  if (!out.open(name, 0)) return false;
+  out.fs << "Swath# POFile# Group# Ch# MainCh TimeCorr TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax "
+            "Zmin Zmax\n";
+  for (int sw = 0; sw < res.idx.nsw(); sw++) {
+    if (res.sw2fl(sw) < 0) continue;
+    const size_t i = static_cast<size_t>(sw);
+    out.fs << sw << ' ' << res.sw2fl(sw) << ' ' << job.swath(sw).group << ' ' << job.swath(sw).ch << ' '
+           << (res.mainch(sw) == sw) << ' ' << res.TimeCorr(sw) << ' '
+           << span_text(res.tmin(sw), res.tmax(sw), res.adj(sw) != 0) << box_text(res.min[i], res.max[i])
+           << '\n';
+  }
+  out.fs << "\nPOFile# Group# Ch# TimeCorr TimeInt DateTimeMin DateTimeMax\n";
+  for (int f = 0; f < job.nfiles(); f++) {
+    const POfileState& file = job.file(f);
+    if (!file.used) continue;
+    out.fs << f << ' ' << job.file_group(f) + 1 << ' ' << job.channel_of_group(job.file_group(f)) << ' '
+           << file.TimeCorr << ' ' << span_text(file.tmin, file.tmax, file.scan.tadj) << '\n';
+  }
+  out.fs << "\nGroup# NSwathsSync NPOFilesSync GPSWeekIn GPSDayIn GPSWeek TimeInt DateTimeMin DateTimeMax "
+            "GPSWeekDate\n";
+  for (int g = 0; g < static_cast<int>(res.groups.size()); g++) {
+    POgroupState& group = job.group(g);
+    group.nsw = group.nPO = 0;
+    for (int sw = 0; sw < res.idx.nsw(); sw++)
+      group.nsw += job.mobile(sw) && job.po_group(sw) == g && res.sw2fl(sw) >= 0;
+    for (int f = 0; f < job.nfiles(); f++) group.nPO += job.file_group(f) == g && job.file(f).used;
+    if (group.Tmin > group.Tmax) continue;
+    const POgroup& user = job.prj.pogroups[static_cast<size_t>(g)];
+    const double week = group.adj ? std::floor(group.Tmin / WEEK_S + 1653.43915344) : 0;
+    out.fs << g + 1 << ' ' << group.nsw << ' ' << group.nPO << ' ' << user.gweek << ' ' << user.gday << ' '
+           << static_cast<int64_t>(week) << ' ' << span_text(group.Tmin, group.Tmax, group.adj) << ' ';
+    // 100 s into the week, so that leap seconds don't turn it into the evening before.
+    out.fs << (group.adj ? date_text(week * WEEK_S - 999999900, true).substr(0, 10) : std::string("-"))
+           << '\n';
+  }
+  return out.close();
+}
+
+// A list of rejected inputs. An empty one leaves no file.
+bool write_rejected(const std::string& name, const char* header, const std::vector<std::string>& lines) {
+  if (lines.empty()) return true;
+  TxtFileOut out(true);
+  if (!out.open(name, 0)) return false;
+  out.fs << header << '\n';
+  for (const std::string& line : lines) out.fs << line << '\n';
+  return out.close();
+}
+
+// Words for n swaths rejected out of nswm for one reason.
+void report_rejected(int n, int nswm, const char* reason, const std::string& file) {
+  if (n == 0) return;
+  if (n == nswm)
+    WARNING_MSG("time sync failed for " << n << " mobile swaths (" << reason << ")");
+  else
+    WARNING_MSG(n << " out of " << nswm << " mobile swaths rejected, " << reason << ", see file " << file);
+}
+}  // namespace
+
+std::string interval_text(double seconds) { return hms_text(std::max(0.0, seconds)); }
+
+bool log_posync(const SyncJob& job) {
+  LOG_ENTER("log_posync nsw=" << job.res.idx.nsw() << " npo=" << job.nfiles());
+  return log_files(job) && log_swaths(job);
+}
+
+bool valid_PO_sync(SyncJob& job) {
+  POsync& res = job.res;
+  LOG_ENTER("valid_PO_sync nsw=" << res.idx.nsw() << " ALL=" << job.par.ALL);
+  int nswm = 0, nswmul = 0, nswrejint = 0, nswrejmatch = 0, ntraj0 = 0, ntrajok0 = 0;
+  const std::string swname = job.prj.name + "_sw_PO_rej.log", poname = job.prj.name + "_PO_rej.log";
+  std::vector<std::string> swrej, porej;
+  res.nswok = 0;
+  for (int sw = 0; sw < res.idx.nsw(); sw++) {
+    if (!job.mobile(sw)) continue;
+    nswm++;
+    int& fl = res.sw2fl(sw);
+    if (fl == -2) {
+      nswmul++;
+    } else if (!job.regsw[static_cast<size_t>(sw)] && !job.par.ALL) {
+      nswrejint++;
+      fl = -1;
+    } else if (fl == -1) {
+      nswrejmatch++;
+    } else {
+      res.nswok++;
+    }
+    if (fl < 0) swrej.push_back(std::to_string(sw) + " " + job.prj.swaths[static_cast<size_t>(sw)].path);
+  }
+  for (int f = 0; f < job.nfiles(); f++) {
+    if (job.file(f).dup >= 0) continue;
+    ntraj0++;
+    bool used = job.file(f).used;
+    for (int e = 0; e < job.nfiles(); e++) used = used || (job.file(e).dup == f && job.file(e).used);
+    ntrajok0 += used;
+    if (!used) porej.push_back(std::to_string(f) + " " + job.file_path(f));
+  }
+  LOG_LINE("nswm=" << nswm << " nswmul=" << nswmul << " nswrejint=" << nswrejint
+                   << " nswrejmatch=" << nswrejmatch << " ntraj0=" << ntraj0 << " ntrajok0=" << ntrajok0
+                   << " nswok=" << res.nswok);
+  if (nswmul > 0)
+    WARNING_MSG("time sync failed for " << nswmul << " mobile swaths (multiple matching PO files)");
+  report_rejected(nswrejint, nswm, "no registration data", swname);
+  report_rejected(nswrejmatch, nswm, "no single matching PO file", swname);
+  if (!porej.empty())
+    WARNING_MSG(porej.size() << " out of " << ntraj0 << " PO files were rejected, see file " << poname);
+  LOG_LINE("N PO used " << ntrajok0 << " out of " << ntraj0);
+  if (!write_rejected(swname, "Swath# FileName", swrej) || !write_rejected(poname, "POFile# FileName", porej))
+    return false;
+  for (int sw = 0; sw < res.idx.nsw(); sw++) {
+    int& fl = res.sw2fl(sw);
+    if (fl >= 0 && job.file(fl).dup >= 0) fl = job.file(fl).dup;
+  }
+  return res.nswok > 0;
+}
+
+bool display_traj_proc(const SyncJob& job) {
+  const GeoRefParam& g = job.prj.georef;
+  const bool ortho = !g.geoid.empty() || g.geoid_h != 0;
+  LOG_MSG("Attitude " << (job.par.AROT ? "IMU rotated" : "original") << " Projection=" << proj_word(g.kind)
+                      << (g.kind == ProjKind::UTM ? " " + std::to_string(g.Zone) : std::string())
+                      << (g.wkt ? " [WKT]" : "")
+                      << (g.unit == FEET_INT  ? " Unit=ft_int"
+                          : g.unit == FEET_US ? " Unit=ft_us"
+                                              : "")
+                      << " Heights=" << (ortho ? "ortho" : "ell") << " GeoHeight=" << g.geoid_h
+                      << " Geoid=" << g.geoid);
+  dxyz min = {99999999, 99999999, 9999}, max = {-99999999, -99999999, -9999};
+  for (const POfileState& file : job.res.files)
+    if (file.used) grow(min, max, file.min, file.max);
+  const double mTsize = std::ldexp(1.0, job.res.idx.level - 5);
+  const mTbox& a = job.res.idx.area;
+  const auto metres = [&](int64_t index) { return static_cast<double>(index) * mTsize - 10240000.0; };
+  const dxyz lo = {metres(a.xmin), metres(a.ymin), 0}, hi = {metres(a.xmax + 1), metres(a.ymax + 1), 0};
+  LOG_MSG("PO data X:[" << min.x << " " << max.x << "] Y:[" << min.y << " " << max.y << "] Z:[" << min.z
+                        << " " << max.z << "]");
+  LOG_MSG("mT X:[" << lo.x << " " << hi.x << "] Y:[" << lo.y << " " << hi.y << "]");
+  if (min.x <= hi.x && max.x >= lo.x && min.y <= hi.y && max.y >= lo.y) return true;
+  ERROR_MSG("no overlap between LiDAR and trajectory, wrong unit/projection or wrong PO format options");
+  return false;
+}
