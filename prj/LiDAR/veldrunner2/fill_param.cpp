@@ -37,7 +37,6 @@ void fill_scan_param(const Options& o, const std::vector<uint8_t>& xcls, bool re
   par.REG = reg;
   par.QC = o.qc != 0;
   par.FULL = o.full != 0;
-  par.REL = o.qc != 0;
   par.tiling.xcls = xcls;
   par.tiling.DTS = o.dev_max;
   par.tiling.syn = o.keep_synthetic != 0;
@@ -50,18 +49,17 @@ void fill_scan_param(const Options& o, const std::vector<uint8_t>& xcls, bool re
   par.cache_tile = o.cache_tile != 0;
   par.median = o.ggsd_mean == 0;
   par.fix_ch0 = o.fix_ch0 != 0;
-  par.ALLDZ = o.dz_all != 0;
-  par.RDIM = o.reg_reduce;
-  par.GRPREG = o.reg_grp;
-  par.REFREG = o.reg_ref;
-  par.CHREG = o.reg_ch;
-  par.GRPQC = o.qc_grp;
-  par.REFQC = o.qc_ref;
-  par.CHQC = o.qc_ch;
+  par.regpairs.RDIM = o.reg_reduce;
+  par.regpairs.GRP = o.reg_grp;
+  par.regpairs.REF = o.reg_ref;
+  par.regpairs.CH = o.reg_ch;
+  par.regpairs.ALLDZ = o.dz_all != 0;
+  par.qcpairs.GRP = o.qc_grp;
+  par.qcpairs.REF = o.qc_ref;
+  par.qcpairs.CH = o.qc_ch;
   par.Jinit = o.init;
   par.Jend = o.coarse;
   par.DZ_sub = o.sub;
-  par.DZ_16 = o.dz16 != 0;
   par.BB = o.bb != 0;
   par.OUTOBJ = o.obj != 0;
 }

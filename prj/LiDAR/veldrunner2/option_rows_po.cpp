@@ -9,7 +9,7 @@ void add_rows_po(Options& o, std::vector<OptRow>& rows) {
        "text files that list trajectories"},
       {"po_geo", "G", OptKind::intlist, 0, 2, 1, 256, &o.po_geo, "", Theme::trajectory,
        "coordinates of text trajectories: 0 projected, 1 geographic, 2 earth-centred"},
-      {"po_time", "A", OptKind::intlist, 0, 10, 1, 256, &o.po_time, "", Theme::trajectory,
+      {"po_time", "A", OptKind::intlist, 0, 10, 0, 256, &o.po_time, "", Theme::trajectory,
        "time format of trajectories, 0 to 10"},
       {"po_rad", "R", OptKind::intlist, 0, 1, 1, 256, &o.po_rad, "", Theme::trajectory,
        "1: angles of text trajectories are radians"},

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "lib/general/log.h"
+#include "lib/general/logfiles.h"
 
 namespace {
 struct FileOption {  // an option of which each occurrence is a group
@@ -88,7 +89,7 @@ void ask_row(OptParser& p, const OptRow& row) {
       auto& target = *std::get<std::vector<int>*>(row.target);
       Vector<int> value = to_vector(target);
       if (GetOptInts(p, value, name, abbr, static_cast<int>(row.lo), static_cast<int>(row.hi), row.nmin, row.nmax))
-        target = to_std(value);
+        target = value.empty() ? std::vector<int>{1} : to_std(value);  // standing alone it means 1
       break;
     }
     case OptKind::reallist: {
@@ -98,6 +99,14 @@ void ask_row(OptParser& p, const OptRow& row) {
       break;
     }
   }
+}
+
+// The flag may be followed by a word to look for.
+void ask_help(CommandLine& cl, const OptRow& row) {
+  std::vector<std::string> args;
+  if (!GetOpt(cl.parser, args, row.name, row.abbr, 0, 1, true)) return;
+  cl.o.help = true;
+  if (!args.empty()) cl.help_word = args[0];
 }
 
 // Puts the groups in the order of the command line, however -i and -l alternate.
@@ -130,7 +139,11 @@ bool read_options(CommandLine& cl) {
     for (const OptRow& row : rows) {
       const FileOption* const file = file_option(row.name);
       if (!file) {
-        ask_row(p, row);
+        if (row.target == OptTarget(&cl.o.help))
+          ask_help(cl, row);
+        else
+          ask_row(p, row);
+        if (cl.o.quiet) set_console(false);  // from here on, mistakes in other options are not shown either
         continue;
       }
       auto& all_args = *std::get<std::vector<std::string>*>(row.target);

@@ -15,6 +15,7 @@ struct CommandLine {
   OptParser parser;
   GivenSet given;  // long names of the options with a valid value
   InputArgs in;    // groups of files, in the order of the command line
+  std::string help_word;  // argument of -help: only options that hold it
 };
 
 // Asks all rows in both passes. False after ERROR lines: bad values, unknown options, extra arguments, inputs
