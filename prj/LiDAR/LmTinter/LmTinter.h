@@ -38,10 +38,10 @@ struct InterParam {
   bool REG = true;    // register; false: accurate QC only, no DUT files
   bool QC = true;     // measure the height differences before and after
   PairFilter filter;
-  int Jinit = 1;      // -init 0..4; the start level follows from it, see start_level
+  int Jinit = 1;      // -init 0..4; the start level follows from it, see comp_reg_levels
   int Jend = 0;       // final level: vertices every mTsize << Jend metres
   int nmTmin = 4;     // smallest overlap of a tile, microtiles
-  int DZ_sub = 4;     // subsampling of the height differences (-sub)
+  int DZ_sub = 4;     // subsampling of maps of the height differences (-sub)
   bool nop = false;   // no output files
   int nthreads = 1;
 };
@@ -56,9 +56,6 @@ struct InterResult {
   uint64_t nvec = 0;  // vectors written
   double Mpix = 0;    // pixels compared, millions
 };
-
-// Start level of the registration: Jend + 2 .. for -init, see docs. Never above 5 (2 x 2 vertices a tile).
-int start_level(int Jinit, int Jend);
 
 // Marks the pairs i < j whose occupied microtiles overlap: an nsw x nsw image, 1 at (i, j) and (j, i). Unused
 // swaths overlap nothing. False when a tile cache cannot be read (ERROR line).

@@ -1,0 +1,40 @@
+// prj/LiDAR/LmTinter/LmTinter_internal.h
+// The steps of reg_inter_LmT on one pair.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/LmTinter/inter_tiles.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
+#include "prj/LiDAR/stat_xyz.h"
+
+constexpr uint32_t RegCacheMagic = 0xAC810769;
+constexpr uint32_t RegCacheVersion = 0x3378A;
+
+#pragma pack(push, 1)
+struct RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
+  uint32_t magic = RegCacheMagic;
+  uint32_t version = RegCacheVersion;
+  uint64_t tstamp1 = 0, tstamp2 = 0;  // time stamps of the two grid indices, ns
+  uint64_t P1 = 0, N1 = 0, P2 = 0, N2 = 0;  // hashes of directory and file name
+  int32_t js = 0, je = 0, jreg = 0, boost = 0;
+  float smaxf = 0, zmin = 0, zmax = 0, regsmax = 0, regs0 = 0;
+  uint8_t okreg = 0;
+};
+#pragma pack(pop)
+static_assert(sizeof(RegpairIdx) == 93);
+
+// The record of a pair as it stands now, okreg off. False after an ERROR line when a grid index has no time.
+bool make_regpair_idx(const std::string& path1, const std::string& path2, const RegLevels& levels,
+                      RegpairIdx& idx);
+// Cache file of a pair, without suffix; empty when the cache is off.
+std::string regpair_name(const RegpairIdx& idx);
+// Whether the pair's deformation in the cache was made from the same grids with the same parameters, and is valid.
+bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now);
+bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg);
+
+// The records of a registered pair. stat: of the displacements written, metres. Vertices whose swath has no
+// time tile are left out.
+void write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, const InterTiles& tiles,
+               const NRresult& reg, int Jend, std::vector<DUTstr>& rec, StatXYZ& stat);

@@ -1,0 +1,99 @@
+#include "prj/LiDAR/LmTinter/inter_tiles.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/timing.h"
+#include "lib/threads/pool.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+uint64_t count_valid(const Image<float>& img) {
+  return static_cast<uint64_t>(std::count_if(img.val, img.val + img.size(), [](float z) { return z != NODATA; }));
+}
+
+GridLimits compared_heights(float GSD) { return {grid_smax_code(Z_SMAXF, GSD), KEEPZmin, KEEPZmax}; }
+
+// Image of tile numbers over the frame of the tiles.
+void set_tile_frame(InterTiles& inter, Image<int16_t>& TI) {
+  uint32_t XI1 = 0, YI1 = 0;
+  inter.XI0 = inter.YI0 = UINT32_MAX;
+  for (const ToccTile& t : inter.tiles) {
+    inter.XI0 = std::min(inter.XI0, t.x), XI1 = std::max(XI1, t.x);
+    inter.YI0 = std::min(inter.YI0, t.y), YI1 = std::max(YI1, t.y);
+  }
+  TI.resize(static_cast<int>(XI1 - inter.XI0) + 1, static_cast<int>(YI1 - inter.YI0) + 1, int16_t{-1});
+  for (size_t i = 0; i < inter.tiles.size(); i++)
+    TI(static_cast<int>(inter.tiles[i].x - inter.XI0), static_cast<int>(inter.tiles[i].y - inter.YI0)) =
+        static_cast<int16_t>(i);
+}
+}  // namespace
+
+bool read_InterSwath(const Project& prj, int sw, InterSwath& s) {
+  if (s.sw == sw) return s.ok;
+  s = InterSwath{};
+  s.sw = sw;
+  s.path = prj.swaths[static_cast<size_t>(sw)].path;
+  s.ok = read_LTidxInfo(s.path, s.info) && read_Tocc(s.path, s.occ) && read_gZDSidx_tiles_idx(s.path, s.grid) &&
+         static_cast<int>(s.grid.hdr.dim) == prj.scale.dim;
+  if (!s.ok) LOG_LINE("<!> gridok sw=" << sw);
+  return s.ok;
+}
+
+InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
+                              const RegLevels& levels, InterTiles& inter) {
+  const Tocc both = inter_Tocc(s1.occ, s2.occ);
+  LOG_LINE("inter_Tocc nt1=" << s1.occ.size() << " nt2=" << s2.occ.size() << " ntint=" << both.size());
+  inter.tiles = erode_Tocc_2(both);
+  const size_t ntX0 = inter.tiles.size();
+  std::erase_if(inter.tiles, [nmTmin](const ToccTile& t) {
+    return std::count_if(t.occ.val, t.occ.val + t.occ.size(), [](uint8_t v) { return v != 0; }) < nmTmin;
+  });
+  const uint64_t nt = inter.tiles.size();
+  const uint64_t n = static_cast<uint64_t>(mTsub * prj.scale.dim);
+  LOG_LINE("ntX0=" << ntX0 << " ntdrop=" << ntX0 - nt << " tnmti=" << count_Tocc(inter.tiles)
+                   << " Mpix=" << static_cast<double>(nt * n * n) * 1e-6);
+  if (nt == 0) return InterState::none;
+  const uint64_t MB = (comp_reg_bytes(nt, prj.scale.dim, levels) >> 20) + 1;
+  LOG_LINE(" TILES MEMORY=" << MB << " MB");
+  if (MB > static_cast<uint64_t>(MEM_MB) || nt > INT16_MAX) {
+    WARNING_MSG("swaths " << s1.sw << "/" << s2.sw << " skipped, registration and QC require " << MB << " MB, only "
+                          << MEM_MB << " reserved (use option -mem)");
+    return InterState::memory;
+  }
+  return InterState::ok;
+}
+
+bool inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
+                   const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair, InterState& state) {
+  const GridLimits limits = compared_heights(prj.scale.GSD());
+  LOG_ENTER("inter_TZ1_TZ2 nmTmin=" << nmTmin << " dim=" << prj.scale.dim << " sw1=" << s1.sw << " sw2=" << s2.sw
+                                    << " Smax=" << limits.smax << " Z:[" << limits.zmin << " " << limits.zmax
+                                    << "] ");
+  const Stopwatch time;
+  inter = InterTiles{};
+  state = choose_inter_tiles(prj, s1, s2, nmTmin, levels, inter);
+  if (state != InterState::ok) return false;
+  const uint64_t nt = inter.tiles.size();
+  pair = NRpair{};
+  pair.buf = levels.buf;
+  pair.dim = prj.scale.dim;
+  pair.mTsize = prj.scale.mTsize;
+  set_tile_frame(inter, pair.TI);
+  pair.img1.resize(nt);
+  pair.img2.resize(nt);
+  Vector<uint64_t> n1(nt, 0), n2(nt, 0);
+  run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
+    const ToccTile& t = inter.tiles[static_cast<size_t>(i)];
+    read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, limits, pair.img1.val[i]);
+    read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i]);
+    n1.val[i] = count_valid(pair.img1.val[i]);
+    n2.val[i] = count_valid(pair.img2.val[i]);
+    return true;
+  });
+  for (uint64_t i = 0; i < nt; i++) inter.nfpix1 += n1.val[i], inter.nfpix2 += n2.val[i];
+  LOG_LINE("ntX=" << nt << " -> tnfpix1=" << inter.nfpix1 << " tnfpix2=" << inter.nfpix2);
+  LOG_LINE("/// INTER_TZ1_TZ2_TIME=" << time.text());
+  return inter.nfpix1 > 0 && inter.nfpix2 > 0;
+}

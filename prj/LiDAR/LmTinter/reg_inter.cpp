@@ -1,0 +1,230 @@
+// The loop over pairs.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/progress.h"
+#include "lib/general/timing.h"
+#include "prj/LiDAR/LmTinter/LmTinter_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+// A log of one line a pair, written beside its name and renamed at the end; removed when that is not reached.
+class PairLog {
+ public:
+  PairLog() = default;
+  ~PairLog() {
+    if (name_.empty()) return;
+    (void)out_.close();
+    remove_file(name_ + ".part");
+  }
+  PairLog(const PairLog&) = delete;
+  PairLog& operator=(const PairLog&) = delete;
+  bool open(const std::string& name, const std::string& header) {
+    if (!out_.open(name + ".part", 0)) return false;
+    name_ = name;
+    out_.fs << header << '\n';
+    return true;
+  }
+  std::ofstream& fs() { return out_.fs; }
+  bool active() const { return !name_.empty(); }
+  bool finish() {
+    if (name_.empty()) return true;
+    if (!out_.close() || !publish_file(name_ + ".part", name_)) return false;
+    name_.clear();
+    return true;
+  }
+
+ private:
+  TxtFileOut out_{true};
+  std::string name_;
+};
+
+struct AreaUnit {  // of the logs: square kilometres for large projects
+  const char* name;
+  double m2;
+};
+
+AreaUnit area_unit(const Project& prj, const DUTidx& head) {
+  const double mT = static_cast<double>(prj.scale.mTsize);
+  const double dx = static_cast<double>(head.area.xmax - head.area.xmin + 1) * mT;
+  const double dy = static_cast<double>(head.area.ymax - head.area.ymin + 1) * mT;
+  return dx * dy >= 1e6 ? AreaUnit{"km2", 1e6} : AreaUnit{"m2", 1};
+}
+
+struct DZsum {  // over the pairs, weighted by their pixels
+  double n = 0, sum2 = 0, area = 0;
+  void add(const DZstat& s, double m2) {
+    n += static_cast<double>(s.n);
+    sum2 += static_cast<double>(s.n) * static_cast<double>(s.rms) * static_cast<double>(s.rms);
+    area += m2;
+  }
+  double rms() const { return n > 0 ? std::sqrt(sum2 / n) : 0; }
+};
+
+struct RegRun {  // what the loop carries
+  const Project& prj;
+  const InterParam& param;
+  RegLevels levels;
+  AreaUnit unit;
+  PairLog dz, dzreg, dxyz;
+  DUTwriter dut;
+  InterSwath s1, s2;
+  DZsum before, after;
+  StatXYZ disp;
+};
+
+void put_DZ_line(PairLog& log, int pair, const DZstat& s, const RegRun& run, DZsum& sum) {
+  const double GSD = static_cast<double>(run.prj.scale.GSD());
+  const double m2 = static_cast<double>(s.n) * GSD * GSD;
+  sum.add(s, m2);
+  if (!log.active()) return;
+  log.fs() << pair << ' ' << s.m << ' ' << s.s << ' ' << s.rms << ' ' << 100 * s.out << ' '
+           << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2 << '\n';
+}
+
+void put_DXYZ_line(PairLog& log, int pair, const StatXYZ& s) {
+  if (!log.active()) return;
+  std::ofstream& fs = log.fs();
+  fs << pair;
+  for (const dxyz& v : {s.mean(), s.stddev(), s.rms(), s.vmin, s.vmax}) {
+    fs << "  ";
+    put_xyz(fs, v);
+  }
+  fs << "  " << s.n << '\n';
+}
+
+bool open_logs_DUT(RegRun& run, const DUTidx& head) {
+  if (run.param.nop) return true;
+  const std::string DZ = std::string("Pair# Mean StdDev RMS Outlier% Filtered% Area:") + run.unit.name;
+  if (!run.dz.open(run.prj.name + "_DZ_stat.log", DZ)) return false;
+  if (!run.param.REG) return true;
+  return run.dzreg.open(run.prj.name + "_DZreg_stat.log", DZ) &&
+         run.dxyz.open(run.prj.name + "_DXYZreg_stat.log",
+                       "Pair# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts") &&
+         open_DUT_IDX(run.dut, run.prj.name, head, true, false);
+}
+
+// Registers a pair whose images are in place. Returns whether it is valid; rec holds its records then.
+bool register_pair(RegRun& run, const SwPair& p, int number, const InterTiles& inter, NRpair& pair,
+                   std::vector<DUTstr>& rec, InterResult& result) {
+  RegpairIdx idx;
+  if (!make_regpair_idx(run.s1.path, run.s2.path, run.levels, idx)) return false;
+  const std::string name = regpair_name(idx);
+  NRparam param;
+  param.Jstart = run.levels.Jstart;
+  param.Jend = run.levels.Jend;
+  param.nthreads = run.param.nthreads;
+  param.cache = name.empty() ? "" : name + ".rpc.d0";
+  param.cached = check_regpair_idx(p.sw1, p.sw2, idx);
+  if (!param.cached && !name.empty()) remove_file(name + ".rpc.idx");  // never an index of another deformation
+  NRresult reg;
+  const bool ok = mg_nr_reg_tiles(pair, param, reg);
+  if (!name.empty() && !reg.from_cache && !write_regpair_idx(p.sw1, p.sw2, idx, ok && reg.cache_written))
+    LOG_LINE("<!> pair cache not written");
+  result.ncached += ok && reg.from_cache;
+  if (!ok) return false;
+  DZstat after;
+  if (run.param.QC && acc_qc_tiles(pair, &reg.Def, run.param.nthreads, after))
+    put_DZ_line(run.dzreg, number, after, run, run.after);
+  StatXYZ stat;
+  write_DUT(run.prj, run.s1, run.s2, inter, reg, run.levels.Jend, rec, stat);
+  if (rec.empty()) return false;
+  LOG_LINE("stat_Def[img] ntX=" << inter.tiles.size() << " npts=" << stat.n);
+  put_DXYZ_line(run.dxyz, number, stat);
+  run.disp.add(stat);
+  return true;
+}
+
+// One pair from its tiles to its lines in the logs and the DUT files. False only when a file cannot be written.
+bool process_pair(RegRun& run, const SwPair& p, int number, InterResult& result) {
+  LOG_ENTER("pair " << number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
+  std::vector<DUTstr> rec;
+  InterTiles inter;
+  NRpair pair;
+  InterState state = InterState::none;
+  if (read_InterSwath(run.prj, p.sw1, run.s1) && read_InterSwath(run.prj, p.sw2, run.s2) &&
+      inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair, state)) {
+    result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
+    DZstat before;
+    if (run.param.QC && acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) {
+      put_DZ_line(run.dz, number, before, run, run.before);
+      result.nqc++;
+    }
+    if (run.param.REG && p.reg) result.nreg += register_pair(run, p, number, inter, pair, rec, result);
+  }
+  result.nvec += rec.size();
+  return write_DUT_pair(run.dut, p.sw1, p.sw2, rec);
+}
+
+std::string progress_text(const InterParam& param, int done, const InterResult& r) {
+  const std::string Mpix = std::to_string(static_cast<int64_t>(std::lround(r.Mpix))) + " Mpix";
+  if (!param.REG)
+    return "QC PROCESSED " + std::to_string(done) + " pairs, " + std::to_string(r.nqc) + " valid, " + Mpix;
+  return "REGISTERED " + std::to_string(done) + " pairs, " + std::to_string(r.ncached) + " cached, " +
+         std::to_string(done - r.ncached) + " proc, " + std::to_string(r.nreg) + " valid, " + Mpix;
+}
+
+void report(const RegRun& run, const InterResult& r, const std::string& time) {
+  if (run.param.REG)
+    LOG_MSG1("Registered " << r.nreg << " pairs | " << time);
+  else
+    LOG_MSG1("QC processed " << r.nqc << " pairs | " << time);
+  if (run.before.n > 0)
+    LOG_MSG1("Z-difference RMS=" << run.before.rms() << ", area=" << run.before.area / run.unit.m2 << " "
+                                 << run.unit.name);
+  if (run.after.n > 0) LOG_MSG1("Z-difference after registration RMS=" << run.after.rms());
+  if (run.disp.n > 0) {
+    const dxyz m = run.disp.mean(), s = run.disp.rms();
+    LOG_MSG1("Displacement mean=" << m.x << " " << m.y << " " << m.z << " RMS=" << s.x << " " << s.y << " " << s.z
+                                  << ", N vectors=" << run.disp.n);
+  }
+  LOG_LINE("nint0=" << r.nint0 << " nint1=" << r.nint1 << " nint=" << r.nint << " nreg=" << r.nreg
+                    << " nqc=" << r.nqc << " Mpix=" << r.Mpix);
+}
+
+bool read_infos(const Project& prj, std::vector<LTidxInfo>& info) {
+  info.resize(prj.swaths.size());
+  for (size_t i = 0; i < info.size(); i++)
+    if (prj.swaths[i].used && !read_LTidxInfo(prj.swaths[i].path, info[i])) {
+      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path);
+      return false;
+    }
+  return true;
+}
+}  // namespace
+
+bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap, const InterParam& param,
+                   InterResult& result) {
+  const RegLevels levels = comp_reg_levels(param.Jinit, param.Jend);
+  LOG_ENTER("reg_inter_LmT nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim << " level=" << prj.scale.level
+                                 << " large=" << prj.scale.large << " Jstart=" << levels.Jstart << " Jinit="
+                                 << param.Jinit << " Jend=" << levels.Jend << " REG=" << param.REG
+                                 << " QC=" << param.QC);
+  LOG_LINE("Tsize=" << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize << " buf=" << levels.buf << " Jend="
+                    << levels.Jend << " gsize=" << head.gsize << " H_STEP=" << H_STEP);
+  const Stopwatch time;
+  result = InterResult{};
+  std::vector<LTidxInfo> info;
+  if (!read_infos(prj, info)) return false;
+  const std::vector<SwPair> pairs =
+      comp_int_sw(prj, info, overlap, param.filter, param.REG, result.nint0, result.nint1);
+  result.nint = static_cast<int>(pairs.size());
+  LOG_MSG1((param.REG ? "REGISTRATION" : "ACCURATE QC") << " [V1] using " << pairs.size() << " pairs ["
+                                                        << param.nthreads << " TH] GridSize=" << head.gsize);
+  if (pairs.empty())
+    WARNING_MSG("insufficient overlap or all pairs filtered"
+                << (param.REG ? ", check options -reg_grp -reg_ref -reg_ch" : ""));
+  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}, {}, {}};
+  if (!open_logs_DUT(run, head)) return false;
+  if (!pairs.empty()) progress_start(result.nint);
+  for (int i = 0; i < result.nint; i++) {
+    if (!process_pair(run, pairs[static_cast<size_t>(i)], i, result)) return false;
+    progress_step(i + 1, progress_text(param, i + 1, result));
+  }
+  if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));
+  if (!run.dz.finish() || !run.dzreg.finish() || !run.dxyz.finish() || !close_DUT_IDX(run.dut)) return false;
+  report(run, result, time.text());
+  return true;
+}

@@ -1,0 +1,116 @@
+// The cache of registered pairs: under which parameters a deformation may be taken again.
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "lib/general/binfile.h"
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
+#include "prj/LiDAR/LmTinter/LmTinter_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+uint64_t hash_text(const std::string& s) {  // FNV-1a, 64 bits
+  uint64_t h = 0xCBF29CE484222325ull;
+  for (const char c : s) h = (h ^ static_cast<uint8_t>(c)) * 0x100000001B3ull;
+  return h;
+}
+
+void hash_path(const std::string& path, uint64_t& P, uint64_t& N) {
+  std::string dir, name;
+  split_path(real_path(path), dir, name);
+  P = hash_text(dir);
+  N = hash_text(name);
+}
+
+// Nanoseconds: two gridding runs within a second must differ.
+bool grid_time(const std::string& path, uint64_t& tstamp) {
+  const std::string gidx = cache_name(path, EXT_GMTIDX);
+  struct stat st;
+  if (stat(gidx.c_str(), &st) != 0) {
+    ERROR_MSG("timestamp read error, " << gidx);
+    return false;
+  }
+  tstamp = static_cast<uint64_t>(st.st_mtim.tv_sec) * 1000000000ull + static_cast<uint64_t>(st.st_mtim.tv_nsec);
+  return true;
+}
+}  // namespace
+
+bool make_regpair_idx(const std::string& path1, const std::string& path2, const RegLevels& levels,
+                      RegpairIdx& idx) {
+  idx = RegpairIdx{};
+  hash_path(path1, idx.P1, idx.N1);
+  hash_path(path2, idx.P2, idx.N2);
+  idx.js = levels.Jstart;
+  idx.je = levels.Jend;
+  idx.jreg = J0_REG;
+  idx.boost = NR_BOOST;
+  idx.smaxf = Z_SMAXF;
+  idx.zmin = KEEPZmin;
+  idx.zmax = KEEPZmax;
+  idx.regsmax = NR_SMAX;
+  idx.regs0 = SIGMA0_REG;
+  return grid_time(path1, idx.tstamp1) && grid_time(path2, idx.tstamp2);
+}
+
+std::string regpair_name(const RegpairIdx& idx) {
+  if (!CACHE_REG) return "";
+  char text[64];
+  std::snprintf(text, sizeof(text), "%08x_%08x-%08x_%08x", static_cast<uint32_t>(idx.P1),
+                static_cast<uint32_t>(idx.N1), static_cast<uint32_t>(idx.P2), static_cast<uint32_t>(idx.N2));
+  return TMPDIR + text;
+}
+
+bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
+  const std::string name = regpair_name(now);
+  LOG_ENTER("check_regpair_idx RegCacheVersion=" << RegCacheVersion << " mTcacheR=" << (CACHE_REG ? TMPDIR : ""));
+  if (name.empty() || !is_regular_file(name + ".rpc.d0")) return false;
+  LOG_LINE("sw1=" << sw1 << " sw2=" << sw2 << " pname=" << name);
+  LOG_LINE("Jstart=" << now.js << " Jend=" << now.je << " J0_REG=" << now.jreg << " NR_BOOST=" << now.boost
+                     << " Z_SMAXF=" << now.smaxf << " KEEPZmin=" << now.zmin << " KEEPZmax=" << now.zmax
+                     << " NR_SMAX=" << now.regsmax << " SIGMA0_REG=" << now.regs0);
+  BufBinFileIn file(256, false);
+  RegpairIdx c;
+  if (!file.open(name + ".rpc.idx") || !file.read(&c, sizeof(c))) return false;
+  if (c.magic != now.magic || c.version != now.version) {
+    LOG_LINE("<!> magic=" << c.magic << " version=" << c.version);
+    return false;
+  }
+  if (c.tstamp1 != now.tstamp1 || c.tstamp2 != now.tstamp2) {
+    LOG_LINE("<!> grid changed _tstamp1=" << c.tstamp1 << " tstamp1=" << now.tstamp1 << " _tstamp2=" << c.tstamp2
+                                          << " tstamp2=" << now.tstamp2);
+    return false;
+  }
+  if (c.P1 != now.P1 || c.N1 != now.N1 || c.P2 != now.P2 || c.N2 != now.N2) {
+    LOG_LINE("<!> collision P1=" << now.P1 << " N1=" << now.N1 << " _P1=" << c.P1 << " _N1=" << c.N1 << " P2="
+                                 << now.P2 << " N2=" << now.N2 << " _P2=" << c.P2 << " _N2=" << c.N2);
+    return false;
+  }
+  if (c.js != now.js || c.je != now.je || c.jreg != now.jreg || c.boost != now.boost) {
+    LOG_LINE("<!> param 1 js=" << c.js << " je=" << c.je << " jreg=" << c.jreg << " boost=" << c.boost);
+    return false;
+  }
+  if (c.smaxf != now.smaxf || c.zmin != now.zmin || c.zmax != now.zmax || c.regsmax != now.regsmax ||
+      c.regs0 != now.regs0) {
+    LOG_LINE("<!> param 2 Z_SMAXF=" << c.smaxf << " zmin=" << c.zmin << " zmax=" << c.zmax << " regsmax="
+                                    << c.regsmax << " regs0=" << c.regs0);
+    return false;
+  }
+  uint8_t more = 0;
+  if (file.read(&more, 1)) return false;
+  LOG_LINE("okreg=" << static_cast<int>(c.okreg));
+  return c.okreg == 1;
+}
+
+bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg) {
+  LOG_ENTER("write_regpair_idx RegCacheVersion=" << RegCacheVersion << " sw1=" << sw1 << " sw2=" << sw2);
+  const std::string name = regpair_name(now) + ".rpc.idx";
+  RegpairIdx idx = now;
+  idx.okreg = okreg;
+  BufBinFileOut out(256);
+  if (out.open(name + ".part", 0) && out.write(&idx, sizeof(idx)) && out.close())
+    return publish_file(name + ".part", name);
+  remove_file(name + ".part");
+  return false;
+}
