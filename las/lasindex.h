@@ -3,12 +3,12 @@
 // indices that hold its points. Kept as .lax beside the file or at the end of a LAZ file.
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "las/lasdefs.h"
+#include "las/lasreader.h"
 
 constexpr float LAX_CELL_SIZE = 100.F;     // finest cell, file units
 constexpr uint32_t LAX_THRESHOLD = 1000;   // gaps of point indices up to this are bridged
@@ -58,6 +58,7 @@ class LASindex {
   // Writes the .lax file beside a point file. False after an ERROR line.
   [[nodiscard]] bool write(const std::string& point_file) const;
   // Writes the index to the end of a finished LAZ file. False after an ERROR line.
+  // A file that is open for reading is refused.
   [[nodiscard]] bool append(const std::string& laz_file) const;
 
   // Takes the .lax form of a file of npoints points. False, with the reason, when it is damaged or belongs to
@@ -65,13 +66,21 @@ class LASindex {
   [[nodiscard]] bool from_bytes(const uint8_t* bytes, size_t nbytes, uint64_t npoints, std::string& reason);
   // Finds the index of a point file: the .lax beside it first, then at the end of a LAZ. False when there is
   // none (silent) or it is not usable (WARNING).
-  [[nodiscard]] bool read(const std::string& point_file, const LASheader& header);
+  [[nodiscard]] bool read(const std::string& point_file);
 
   // Index ranges that hold all points of the closed rectangle, ascending; every point must still be tested.
+  // Empty when the rectangle misses the quadtree's box.
   std::vector<LASinterval> query(double x0, double x1, double y0, double y1) const;
 
  private:
+  void merge_cells(uint32_t min_points);
+  void bridge_gaps(uint64_t max_gaps);
   uint32_t threshold_ = LAX_THRESHOLD;
   Cell* last_ = nullptr;  // the cell of the latest point
   int32_t last_cell_ = -1;
 };
+
+// Gives every point of the closed rectangle to `take`, in file order, reading only the ranges that the index
+// names. False when reading ended early.
+[[nodiscard]] bool read_las_box(LASreader& reader, const LASindex& index, double x0, double x1, double y0, double y1,
+                                const std::function<void(const LASpoint&)>& take);
