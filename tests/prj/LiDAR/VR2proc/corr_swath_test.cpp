@@ -1,0 +1,245 @@
+// One swath corrected: what changes, what must not, and what happens when something is wrong.
+#include "prj/LiDAR/VR2proc/corr_swath.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "las/las_access.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/VR2proc/corr_log.h"
+#include "prj/LiDAR/VR2proc/out_name.h"
+#include "prj/LiDAR/tuning.h"
+#include "tests/support/swath_writer.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+constexpr double T0 = 1000;
+
+// A level flight north at 300 m, 20 samples a second.
+Vector<PO> straight_track(double t0, double seconds) {
+  const int n = static_cast<int>(seconds * 20) + 1;
+  Vector<PO> po(static_cast<uint64_t>(n));
+  for (int i = 0; i < n; i++) po(i) = {t0 + i * 0.05, 500000, 5000000 + 40 * i * 0.05, 300, 0, 0, 0};
+  return po;
+}
+
+struct Rec {
+  double x, y, z, t;
+  int cls, rn;
+};
+
+std::vector<Rec> read_all(const std::string& path) {
+  std::vector<Rec> out;
+  std::unique_ptr<LASreader> r = las_read_open(path, "xyzt", false);
+  while (r && r->read_point())
+    out.push_back({r->point.x(), r->point.y(), r->point.z(), r->point.gps_time(), r->point.classification(),
+                   r->point.return_number()});
+  return out;
+}
+
+class CorrSwath : public testing::Test {
+ protected:
+  TempDir dir;
+  std::vector<TestPoint> points;
+  Vector<PO> po = straight_track(T0 - 2, 14);
+  SwathCorr corr;
+  CorrJob job;
+  CorrCount count;
+
+  void SetUp() override {
+    TMPDIR = dir.path + "/";
+    for (int i = 0; i < 1000; i++) {
+      TestPoint p;
+      p.t = T0 + i * 0.01;
+      p.x = 500000 + 50 * std::sin(0.1 * i);
+      p.y = 5000000 + 0.4 * i;
+      p.z = 100 + i % 7;
+      p.cls = i % 5;
+      p.rn = 1 + i % 2;
+      p.nr = 2;
+      points.push_back(p);
+    }
+    job.path = dir.path + "/a.las";
+    job.out = dir.path + "/a_c.las";
+    job.sid = "Auto Geom Corr: LB";
+    job.sources = {job.path};
+    write_test_las(job.path, points);
+  }
+  bool run() {
+    corr.po = &po;
+    return init_SwathCorr(corr) && corr_swath_las(job, corr, count);
+  }
+  bool nothing_left() const { return !exists(job.out) && !exists(job.out + ".part"); }
+};
+
+TEST_F(CorrSwath, ShiftsPointsAndNothingElse) {
+  corr.S = {1.25f, -2.5f, 0.375f};
+  ASSERT_TRUE(run());
+  EXPECT_EQ(count.nwritten, 1000u);
+  EXPECT_EQ(count.ndropped, 0u);
+  const std::vector<Rec> in = read_all(job.path), out = read_all(job.out);
+  ASSERT_EQ(out.size(), in.size());
+  for (size_t i = 0; i < in.size(); i++) {
+    EXPECT_NEAR(out[i].x - in[i].x, 1.25, 1e-9);
+    EXPECT_NEAR(out[i].y - in[i].y, -2.5, 1e-9);
+    EXPECT_NEAR(out[i].z - in[i].z, 0.375, 1e-9);
+    EXPECT_EQ(out[i].t, in[i].t);
+    EXPECT_EQ(out[i].cls, in[i].cls);
+    EXPECT_EQ(out[i].rn, in[i].rn);
+  }
+}
+
+TEST_F(CorrSwath, LeverForwardMovesAlongTheHeading) {
+  corr.CL = true;
+  corr.L = {0.5f, 0.25f, 0};  // forward is north here, right is east
+  ASSERT_TRUE(run());
+  const std::vector<Rec> in = read_all(job.path), out = read_all(job.out);
+  EXPECT_NEAR(out[500].x - in[500].x, 0.25, 1e-3);
+  EXPECT_NEAR(out[500].y - in[500].y, 0.5, 1e-3);
+}
+
+TEST_F(CorrSwath, DropsPointsWithoutTrajectory) {
+  po = straight_track(T0 + 1, 4);  // points from 1 s to 5 s remain, and 0.1 s on each side
+  ASSERT_TRUE(run());
+  EXPECT_EQ(count.nread, 1000u);
+  EXPECT_NEAR(static_cast<double>(count.nwritten), 420, 2);
+  const std::vector<Rec> out = read_all(job.out);
+  ASSERT_EQ(out.size(), count.nwritten);
+  EXPECT_NEAR(out.front().t, T0 + 0.9, 0.011);
+  EXPECT_NEAR(out.back().t, T0 + 5.1, 0.011);
+}
+
+TEST_F(CorrSwath, TimesOfTheFileAreBroughtToThoseOfTheTrajectory) {
+  const struct {
+    const char* what;
+    double deltat, track_at;
+    bool rover, ws, adj;
+    double t0;
+  } cases[] = {
+      {"shift", 5000, T0 + 5000, false, false, false, 0},
+      {"day rollover: times below 40000 s have wrapped", 0, T0 + 86400, true, false, false, 0},
+      {"week rollover", -10, T0 + 604800 - 10, true, true, false, 0},
+      {"adjusted times: the threshold follows the first time", 0, T0, true, true, true, T0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    po = straight_track(c.track_at - 2, 14);
+    job.deltat = c.deltat;
+    job.rover = c.rover;
+    job.ws = c.ws;
+    job.adj = c.adj;
+    job.t0 = c.t0;
+    count = CorrCount();
+    ASSERT_TRUE(run());
+    EXPECT_EQ(count.nwritten, 1000u);
+  }
+}
+
+TEST_F(CorrSwath, NoTrajectoryAtAllLeavesNoFile) {
+  po = straight_track(T0 + 1000, 4);
+  EXPECT_FALSE(run());
+  EXPECT_TRUE(nothing_left());
+}
+
+TEST_F(CorrSwath, BadSourcesAndOutputs) {
+  const std::string before = read_text(job.path);
+  job.out = job.path;  // the source itself
+  EXPECT_FALSE(run());
+  EXPECT_EQ(read_text(job.path), before);
+  job.out = dir.path + "/absent/a_c.las";
+  EXPECT_FALSE(run());
+  EXPECT_FALSE(exists(job.out));
+  job.out = dir.path + "/a_c.las";
+  job.path = dir.path + "/none.las";
+  EXPECT_FALSE(run());
+  EXPECT_TRUE(nothing_left());
+  TestLas untimed;
+  untimed.format = 0;
+  job.path = dir.path + "/b.las";
+  write_test_las(job.path, points, untimed);
+  EXPECT_FALSE(run());
+  EXPECT_TRUE(nothing_left());
+}
+
+TEST_F(CorrSwath, TruncatedSourceGivesWhatItHolds) {
+  TestLas cut;
+  cut.cut = 28 * 100 + 5;
+  write_test_las(job.path, points, cut);
+  ASSERT_TRUE(run());
+  EXPECT_EQ(count.nwritten, 899u);
+  EXPECT_EQ(read_all(job.out).size(), 899u);
+}
+
+TEST_F(CorrSwath, HeaderKeepsItsHistoryOnce) {
+  ASSERT_TRUE(run());
+  const std::string first = job.out;
+  job.path = first;
+  job.out = dir.path + "/a_c_c.las";
+  ASSERT_TRUE(run());
+  std::unique_ptr<LASreader> a = las_read_open(first, "", false), b = las_read_open(job.out, "", false);
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(a->header.vlrs.size(), 2u);
+  EXPECT_EQ(b->header.vlrs.size(), 2u);
+  EXPECT_EQ(b->header.offset_to_point_data, a->header.offset_to_point_data);
+}
+
+TEST(CorrNames, EqualNamesGetGroupAndSwath) {
+  Project prj;
+  for (const char* path : {"/d1/a.las", "/d2/a.las", "/d1/b.laz"}) {
+    Swath s;
+    s.path = path;
+    s.group = static_cast<int>(prj.swaths.size()) + 1;
+    prj.swaths.push_back(s);
+  }
+  int ndup = 0;
+  const auto same = comp_output_names({"p_", "_c", ""}, "out/", prj, {0, 1, 2}, ndup);
+  EXPECT_EQ(ndup, 2);
+  EXPECT_EQ(same,
+            (std::vector<std::string>{"out/p_a_c_g_1_sw_0.las", "out/p_a_c_g_2_sw_1.las", "out/p_b_c.laz"}));
+  const auto laz = comp_output_names({"", "_c", ".laz"}, "", prj, {0, 2}, ndup);
+  EXPECT_EQ(ndup, 0);
+  EXPECT_EQ(laz, (std::vector<std::string>{"a_c.laz", "b_c.laz"}));
+}
+
+TEST(CorrLog, NodesAndStatistics) {
+  TempDir dir;
+  TMPDIR = dir.path + "/";
+  Project prj;
+  prj.name = dir.path + "/r";
+  prj.swaths.resize(2);
+  InvResult res;
+  res.CT = res.CA = true;
+  for (int sw = 0; sw < 2; sw++) {  // x drifts by 1 mm a second
+    res.Tt.push_back({{0.1f, 0, 0}, {0.11f, 0, 0}, {0.12f, 0, 0}});
+    res.At.push_back({{0, 0, 0}, {0, 0, 0}, {0.01f, 0, 0}});
+    res.t0.push_back(T0);
+    res.Dt.push_back(10);
+  }
+  const Vector<PO> po = straight_track(T0 - 2, 14);
+  ASSERT_TRUE(log_corr(res, 0, {0, 0, 1}, po));
+  ASSERT_TRUE(log_corr(res, 1, {0, 0, 0}, po));
+  ASSERT_TRUE(merge_log_corr(prj, {0, 1}));
+  const std::string ta = read_text(prj.name + "_TA.log");
+  EXPECT_EQ(ta.substr(0, ta.find('\n')), "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#");
+  double t, T[3], A[3];
+  int node, sw;
+  const char* line = ta.c_str() + ta.find('\n') + 1;
+  for (int k = 0; k < 2; k++) line = std::strchr(line, '\n') + 1;  // third node of the first swath
+  ASSERT_EQ(std::sscanf(line, "%lf %lf %lf %lf %lf %lf %lf %d %d", &t, T, T + 1, T + 2, A, A + 1, A + 2,
+                        &node, &sw),
+            9);
+  EXPECT_DOUBLE_EQ(t, T0 + 20);
+  EXPECT_NEAR(T[0], 0.12, 1e-9);
+  EXPECT_NEAR(T[2], 1, 1e-9);
+  EXPECT_NEAR(A[0], 0.573, 1e-3);
+  EXPECT_EQ(node, 2);
+  EXPECT_EQ(sw, 0);
+  EXPECT_FALSE(exists(TMPDIR + "tmp_sw_0_TA.log"));
+
+  ASSERT_TRUE(drift_stat_output(prj, res, {0, 1}, {T0, T0}, {T0 + 20, T0 + 20}));
+  const std::string stat = read_text(prj.name + "_TA_stat.log");
+  EXPECT_NE(stat.find("T_Drift{X Y Z}"), std::string::npos);
+  EXPECT_NE(stat.find("3.600"), std::string::npos);  // m per hour
+}
+}  // namespace
