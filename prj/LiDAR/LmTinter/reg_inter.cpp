@@ -147,12 +147,12 @@ bool process_pair(RegRun& run, const SwPair& p, int number, InterResult& result)
   if (read_InterSwath(run.prj, p.sw1, run.s1) && read_InterSwath(run.prj, p.sw2, run.s2) &&
       inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair, state)) {
     result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-    DZstat before;
+    if (run.param.REG && p.reg) result.nreg += register_pair(run, p, number, inter, pair, rec, result);
+    DZstat before;  // after the registration, which needs the heights that a measurement turns into coefficients
     if (run.param.QC && acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) {
       put_DZ_line(run.dz, number, before, run, run.before);
       result.nqc++;
     }
-    if (run.param.REG && p.reg) result.nreg += register_pair(run, p, number, inter, pair, rec, result);
   }
   result.nvec += rec.size();
   return write_DUT_pair(run.dut, p.sw1, p.sw2, rec);

@@ -1,0 +1,209 @@
+#include "prj/LiDAR/LmTQC/LmTQC.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/timing.h"
+#include "lib/general/txtfile.h"
+#include "prj/LiDAR/LmTinter/inter_tiles.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace {
+constexpr int NM_TMIN = 4;  // smallest overlap of a tile, microtiles: as for the registration
+
+const char* word(int v, const char* same, const char* all, const char* diff) {
+  return v == KEEP_SAME ? same : v == KEEP_ALL ? all : diff;
+}
+
+// Correction of a swath at a microtile of its own tiles; the indices may run into the neighbouring tiles.
+// False where the table has none.
+bool corr_at(const InterSwath& s, const SCorrTbl& corr, int64_t XI, int64_t YI, int mx, int my, xyz& c) {
+  if (corr.C.empty()) {
+    c = corr.T0;
+    return true;
+  }
+  if (mx < 0) mx += mTsub, XI--;
+  if (my < 0) my += mTsub, YI--;
+  if (mx >= mTsub) mx -= mTsub, XI++;
+  if (my >= mTsub) my -= mTsub, YI++;
+  const int k = s.grid.tile_at(XI, YI);
+  if (k < 0 || corr.C(k).empty()) return false;
+  c = corr.C(k)(mx, my);
+  if (c.z == NODATA) return false;
+  c += corr.T0;
+  return true;
+}
+
+// Mean correction of the microtiles that meet at vertex (i, j) of a tile.
+bool corr_at_vertex(const InterSwath& s, const SCorrTbl& corr, const ToccTile& tile, int i, int j, xyz& mean) {
+  int n = 0;
+  mean = {0, 0, 0};
+  for (int dy = -1; dy <= 0; dy++)
+    for (int dx = -1; dx <= 0; dx++) {
+      xyz c;
+      if (!corr_at(s, corr, tile.x, tile.y, i + dx, j + dy, c)) continue;
+      mean += c;
+      n++;
+    }
+  if (n > 0) mean /= static_cast<float>(n);
+  return n > 0;
+}
+
+// The displacement field that the two corrections amount to, on the microtile corners: a point of the first
+// swath moves by c1, one of the second by c2, so the grids meet at p + (c2 - c1) and p. x, y in pixels.
+Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl& c1, const SCorrTbl& c2,
+                     const ToccTile& tile, float GSD) {
+  const int dxp = comp_dxp(0);
+  Image<xyz> Def(dxp, dxp, xyz{0, 0, NR_NODATA});
+  for (int j = 0; j < dxp; j++)
+    for (int i = 0; i < dxp; i++) {
+      xyz a, b;
+      if (!corr_at_vertex(s1, c1, tile, i, j, a) || !corr_at_vertex(s2, c2, tile, i, j, b)) continue;
+      const xyz d = b - a;
+      Def(i, j) = {d.x / GSD, d.y / GSD, d.z};
+    }
+  return Def;
+}
+
+float max_corr(const SCorrTbl& corr) {  // m, along an axis in the plane
+  float m = std::max(std::fabs(corr.T0.x), std::fabs(corr.T0.y));
+  float c_max = 0;
+  for (const Image<xyz>& tile : corr.C)
+    for (uint64_t k = 0; k < tile.size(); k++)
+      if (tile.val[k].z != NODATA)
+        c_max = std::max({c_max, std::fabs(tile.val[k].x), std::fabs(tile.val[k].y)});
+  return m + c_max;
+}
+
+// A margin that holds the corrections and the spline, within one tile.
+RegLevels margin_for(const SCorrTbl& c1, const SCorrTbl& c2, const TileScale& scale) {
+  const float pixels = (max_corr(c1) + max_corr(c2)) / scale.GSD() + 4;
+  RegLevels levels;
+  levels.Jstart = levels.Jend = 0;
+  const int most = mTsub * scale.dim / 8 * 8;
+  levels.buf = std::clamp(static_cast<int>(std::min(pixels, 1e6f) / 8 + 1) * 8, 16, std::max(16, most));
+  return levels;
+}
+
+struct QCsum {
+  double n = 0, sum = 0, sum2 = 0, area = 0;
+};
+
+void add_DZ(QCsum& t, const DZstat& s, double m2) {
+  const double n = static_cast<double>(s.n), m = static_cast<double>(s.m), sd = static_cast<double>(s.s);
+  t.n += n;
+  t.sum += n * m;
+  t.sum2 += n * (m * m + sd * sd);
+  t.area += m2;
+}
+
+bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTbl>& corr, int nthreads,
+                  InterSwath& s1, InterSwath& s2, DZstat& stat, double& Mpix, bool& gridok) {
+  gridok = read_InterSwath(prj, p.sw1, s1) && read_InterSwath(prj, p.sw2, s2);
+  if (!gridok) return false;
+  const SCorrTbl &c1 = corr[static_cast<size_t>(p.sw1)], &c2 = corr[static_cast<size_t>(p.sw2)];
+  LOG_ENTER("SCorr2Def sw1=" << p.sw1 << " sw2=" << p.sw2 << " SCorr1[sw1].size()=" << c1.C.size()
+                             << " SCorr1[sw2].size()=" << c2.C.size());
+  if ((!c1.C.empty() && c1.C.size() != s1.grid.TI.size()) || (!c2.C.empty() && c2.C.size() != s2.grid.TI.size())) {
+    LOG_LINE("<!> tiles and correction tables differ");
+    gridok = false;
+    return false;
+  }
+  InterTiles inter;
+  NRpair pair;
+  InterState state;
+  if (!inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, margin_for(c1, c2, prj.scale), nthreads, inter, pair, state)) return false;
+  Vector<Image<xyz>> Def(inter.tiles.size());
+  for (size_t i = 0; i < inter.tiles.size(); i++)
+    Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
+  Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
+  return acc_qc_tiles(pair, &Def, nthreads, stat);
+}
+}  // namespace
+
+std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0) {
+  LOG_ENTER("comp_int_sw_qc nint=" << idx.nint() << " ALLDZ=" << filter.ALLDZ << " GRPQC=" << filter.GRP
+                                   << " REFQC=" << filter.REF << " CHQC=" << filter.CH << " filter="
+                                   << filter.filter);
+  if (filter.filter)
+    LOG_MSG("QC pair filtering: Grp=" << word(filter.GRP, "same", "all", "diff")
+                                      << " Ref=" << word(filter.REF, "off", "on", "only")
+                                      << " Ch=" << word(filter.CH, "same", "all", "diff"));
+  const int nsw = static_cast<int>(prj.swaths.size());
+  ASSERT(idx.nsw() == nsw);
+  std::vector<LTidxInfo> info(prj.swaths.size());
+  for (size_t i = 0; i < info.size(); i++) info[i].tmin = idx.swaths[i].tmin, info[i].tmax = idx.swaths[i].tmax;
+  Image<uint8_t> overlap(nsw, nsw, uint8_t{0});
+  for (const DUTinter& p : idx.pairs) overlap(std::min(p.sw1, p.sw2), std::max(p.sw1, p.sw2)) = 1;
+  PairFilter qc = filter;
+  qc.RDIM = 0;
+  int n1 = 0;
+  std::vector<SwPair> pairs = comp_int_sw(prj, info, overlap, qc, false, n0, n1);
+  LOG_LINE("nqc0=" << n0 << " nqc=" << pairs.size());
+  return pairs;
+}
+
+bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const std::vector<SCorrTbl>& corr,
+                    int nthreads, QCcorrResult& result) {
+  const double GSD = static_cast<double>(prj.scale.GSD());
+  LOG_ENTER("QC_DZ_corr_LmT nsw=" << prj.swaths.size() << " nint=" << pairs.size() << " level=" << prj.scale.level
+                                  << " large=" << prj.scale.large << " dim=" << prj.scale.dim << " Tsize="
+                                  << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize << " GSD=" << GSD);
+  ASSERT(corr.size() == prj.swaths.size());
+  const Stopwatch time;
+  result = QCcorrResult{};
+  result.nint = static_cast<int>(pairs.size());
+  LOG_MSG("POST-CORRECTION QC:");
+  const std::string name = prj.name + "_DZcorr_stat.log";
+  std::vector<DZstat> stats(pairs.size());
+  std::vector<bool> used(pairs.size(), false);
+  QCsum sum;
+  InterSwath s1, s2;
+  int ngrid = 0;
+  for (size_t i = 0; i < pairs.size(); i++) {
+    bool gridok = false;
+    used[i] = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stats[i], result.Mpix, gridok);
+    ngrid += gridok;
+    if (!used[i]) continue;
+    result.nused++;
+    add_DZ(sum, stats[i], static_cast<double>(stats[i].n) * GSD * GSD);
+  }
+  LOG_LINE("QC CORR " << pairs.size() << " pairs, " << result.nused << " used, " << result.Mpix << " Mpix");
+  LOG_MSG("Processed " << result.Mpix << " Mpix | " << time.text());
+  LOG_LINE("nintqc=" << result.nused << " Mpix=" << result.Mpix << " ndzt=" << sum.n);
+  LOG_LINE("/// QC_CORR_INTER_TIME=" << time.text());
+  if (ngrid == 0 && !pairs.empty()) {
+    ERROR_MSG("no gridded data available");
+    return false;
+  }
+  if (sum.n > 0) {
+    const double mean = sum.sum / sum.n;
+    result.rms = std::sqrt(sum.sum2 / sum.n);
+    result.stddev = std::sqrt(std::max(0.0, sum.sum2 / sum.n - mean * mean));
+    result.area = sum.area;
+  }
+  const bool km = sum.area >= 1e6;
+  const double unit = km ? 1e6 : 1;
+  TxtFileOut out(true);
+  if (!out.open(name + ".part", 0)) return false;
+  out.fs << "Pair# Mean StdDev RMS Outlier% Filtered% Area:" << (km ? "k" : "") << "m2\n";
+  for (size_t i = 0; i < pairs.size(); i++) {
+    const DZstat& s = stats[i];
+    if (!used[i]) continue;
+    out.fs << i << ' ' << s.m << ' ' << s.s << ' ' << s.rms << ' ' << 100 * s.out << ' '
+           << 100 * std::max(s.ff, 0.0f) << ' ' << static_cast<double>(s.n) * GSD * GSD / unit << '\n';
+  }
+  out.fs << "\nNPairs StdDev RMS Area:" << (km ? "k" : "") << "m2\n"
+         << result.nused << ' ' << result.stddev << ' ' << result.rms << ' ' << result.area / unit << '\n';
+  if (!out.close() || !publish_file(name + ".part", name)) {
+    remove_file(name + ".part");
+    return false;
+  }
+  LOG_MSG("CORRECTED DATA STATISTICS");
+  LOG_MSG("StdDev DZ=" << result.stddev << " RMS DZ=" << result.rms << " Area=" << result.area / unit
+                       << (km ? " km2" : " m2"));
+  return true;
+}
