@@ -17,7 +17,7 @@ constexpr char VERSION[] = "2.26";
 constexpr char PLATFORM[] = "Ubu64";
 constexpr int LASLIB_VERSION = 210720;
 constexpr int PULSEWAVES_VERSION = 190805;
-constexpr size_t IDENTITY_BYTES = 32;
+constexpr size_t IDENTITY_BYTES = 64;
 
 // The home directory as the user database has it, with its "/"; empty when it has none.
 std::string home_directory() {

@@ -23,6 +23,7 @@ struct InputArgs {               // occurrences in the order of the command line
   std::vector<GroupArg> fixed;   // -ref, -ref_list
   std::vector<GroupArg> po;      // -po, -po_list
   PathRules rules;               // how relative names are completed
+  bool shared_po = false;        // a trajectory file may belong to several groups
 };
 
 // One pattern into the list, with its group; a duplicate is an error.

@@ -42,26 +42,28 @@ bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, 
 
 bool get_PO_files(const InputArgs& in, bool required, Project& prj) {
   LOG_ENTER("get_PO_files ngrpPO=" << in.po.size() << " required=" << required);
+  prj.pofiles.clear();
   FileList files;
   bool ok = true;
   int group = 0;
   for (const GroupArg& g : in.po) {
+    if (in.shared_po) files = FileList();
+    const size_t start = files.size();
     group++;
     for (const std::string& arg : g.args)
       ok = (g.list ? add_swathgrouplist_lof(files, {}, arg, group, in.rules)
                    : add_swathgrouplist(files, {}, arg, group, in.rules)) &&
            ok;
+    for (size_t i = start; i < files.size(); i++) prj.pofiles.push_back({files.name[i], group});
   }
   if (!ok) {
     ERROR_MSG("could not find all specified trajectory files, cannot proceed");
     return false;
   }
-  if (required && files.size() == 0) {
+  if (required && prj.pofiles.empty()) {
     ERROR_MSG("PO files required for correction");
     return false;
   }
-  prj.pofiles.clear();
-  for (size_t i = 0; i < files.size(); i++) prj.pofiles.push_back({files.name[i], files.idx[i]});
   prj.pogroups.assign(in.po.size(), POgroup());
   return true;
 }

@@ -1,0 +1,32 @@
+// The entry point: handlers, lock, logs, the run, the exit procedure.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iomanip>
+#include <iostream>
+
+#include "lib/general/crash.h"
+#include "lib/general/log.h"
+#include "lib/general/logfiles.h"
+#include "prj/LiDAR/tuning.h"
+#include "prj/LiDAR/veldrunner2/identity.h"
+#include "prj/LiDAR/veldrunner2/run_steps.h"
+
+int main(int argc, char** argv) {
+  install_crash_handlers();
+  bool mul = false;
+  for (int i = 1; i < argc; i++) mul = mul || std::strncmp(argv[i], "-mul", 4) == 0;
+  const ProgramPaths paths = find_program_paths();
+  if (!mul && !take_lock(paths.base, PROGRAM_NAME)) return EXIT_FAILURE;
+  std::cout << std::fixed << std::setprecision(3);
+  set_progress_file(paths.base + "_gui.prog");
+  open_logs(paths.base, PROGRAM_NAME, paths.execpath,
+            LOG_STR("NTHREADS=" << default_nthreads() << " NTHREADSIO=" << default_nthreads_io()
+                                << " MEM_MB=" << MEM_MB << " mul=" << mul));
+
+  CommandLine cl;
+  const int code = run_program(argc, argv, paths, cl);
+  if (code != 0 && console_on()) std::fputs("EXIT_FAILURE\r\n", stderr);
+  end_logs(OUTDIR, cl.o.log != 0, cl.o.clear_log, code);
+  return code;
+}

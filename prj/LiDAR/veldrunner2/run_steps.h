@@ -1,0 +1,10 @@
+// prj/LiDAR/veldrunner2/run_steps.h
+// The order of the work of one run, behind its logs: options, checks, project, sequences, clean-up.
+#pragma once
+#include <string>
+
+#include "prj/LiDAR/veldrunner2/identity.h"
+#include "prj/LiDAR/veldrunner2/read_options.h"
+
+// Does the whole run. The result is its exit value, 0 or 1; cl holds what the exit procedure needs.
+int run_program(int argc, char** argv, const ProgramPaths& paths, CommandLine& cl);
