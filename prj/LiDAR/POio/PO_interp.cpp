@@ -6,7 +6,8 @@
 #include "prj/LiDAR/POio/POio.h"
 
 namespace {
-constexpr int MAX_WALK = 16;  // steps from the proportional index before the bracket is searched for
+constexpr double UNEVEN = 0.01;  // relative difference of spacings up to which the kernel for even ones holds
+constexpr int MAX_WALK = 16;     // steps from the proportional index before the bracket is searched for
 
 // Index i with po[i].t <= t < po[i+1].t, in [0, n-2]; n > 1.
 int64_t find_bracket(const PO* po, int64_t n, double t, double dt) {
@@ -78,7 +79,7 @@ bool InterpPO(const Vector<PO>& po, double t, double dt, PO& out) {
   const double f = (t - p1.t) / h;
   const double before = i > 0 ? p1.t - p0.t : h;
   const double behind = i + 2 < n ? p3.t - p2.t : h;
-  if (std::fabs(before - h) <= 0.25 * h && std::fabs(behind - h) <= 0.25 * h)
+  if (std::fabs(before - h) <= UNEVEN * h && std::fabs(behind - h) <= UNEVEN * h)
     convolve(p0, p1, p2, p3, f, out);
   else
     mix(p1, p2, f, out);

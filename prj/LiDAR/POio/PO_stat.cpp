@@ -71,13 +71,8 @@ POstat comp_PO_dt_stat(const Vector<PO>& po, int proj, bool tadj) {
     s.nlarge += step > 2 * s.dt;
   }
   if (n > 1) s.devint = std::sqrt(sum2 / static_cast<double>(n - 1));
-  s.min = s.max = {po.val[0].x, po.val[0].y, po.val[0].z};
-  for (const PO& rec : po) {
-    s.min = {std::min<double>(s.min.x, rec.x), std::min<double>(s.min.y, rec.y),
-             std::min<double>(s.min.z, rec.z)};
-    s.max = {std::max<double>(s.max.x, rec.x), std::max<double>(s.max.y, rec.y),
-             std::max<double>(s.max.z, rec.z)};
-  }
+  s.min = s.max = position(po.val[0]);
+  for (const PO& rec : po) grow_box(s.min, s.max, position(rec));
   const double t0 = po.val[0].t, t1 = po.val[n - 1].t;
   LOG_LINE("TIME: t:[" << t0 << " " << t1 << "] DT=" << t1 - t0
                        << (tadj ? " from ADJ_GPS" : " from WEEKSEC"));

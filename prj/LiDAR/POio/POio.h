@@ -3,6 +3,7 @@
 // Here:     PO, reading and scanning of SBET and text files, unrolling, statistics, interpolation.
 // Not here: time scales and dates (POtime.h), projection and matching with swaths (VR2POsync).
 #pragma once
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -17,6 +18,13 @@ struct PO {                // one sample, 44 bytes in memory and in caches
 };
 #pragma pack(pop)
 static_assert(sizeof(PO) == 44);
+// The fields lie on 4-byte boundaries: take copies of them, no references.
+inline dxyz position(const PO& rec) { return {rec.x, rec.y, rec.z}; }
+// Widens a box to a point.
+inline void grow_box(dxyz& min, dxyz& max, const dxyz& p) {
+  min = {std::min(min.x, p.x), std::min(min.y, p.y), std::min(min.z, p.z)};
+  max = {std::max(max.x, p.x), std::max(max.y, p.y), std::max(max.z, p.z)};
+}
 
 // Format numbers, by the suffix of the file name.
 enum POformat { PO_TXT = 1, PO_POF = 2, PO_SBET = 3, PO_SOL = 4, PO_TRJ = 5, PO_BIN = 6, PO_LAS = 7 };

@@ -144,10 +144,7 @@ bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached
   const Mount* mount = mount_of(job, sw);
   if (job.par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(part, mount->IMU);
   dxyz lo = {99999999, 99999999, 9999}, hi = {-99999999, -99999999, -9999};
-  for (const PO& rec : part) {
-    lo = {std::min<double>(lo.x, rec.x), std::min<double>(lo.y, rec.y), std::min<double>(lo.z, rec.z)};
-    hi = {std::max<double>(hi.x, rec.x), std::max<double>(hi.y, rec.y), std::max<double>(hi.z, rec.z)};
-  }
+  for (const PO& rec : part) grow_box(lo, hi, position(rec));
   job.res.min[static_cast<size_t>(sw)] = lo;
   job.res.max[static_cast<size_t>(sw)] = hi;
   const std::string& path = job.prj.swaths[static_cast<size_t>(sw)].path;

@@ -22,11 +22,6 @@ std::string span_text(double tmin, double tmax, bool adj) {
   return interval_text(tmax - tmin) + " " + date_text(tmin, adj) + " " + date_text(tmax, adj);
 }
 
-void grow(dxyz& min, dxyz& max, const dxyz& lo, const dxyz& hi) {
-  min = {std::min(min.x, lo.x), std::min(min.y, lo.y), std::min(min.z, lo.z)};
-  max = {std::max(max.x, hi.x), std::max(max.y, hi.y), std::max(max.z, hi.z)};
-}
-
 bool log_files(const SyncJob& job) {
   TxtFileOut out(true);
   if (!out.open(job.prj.name + "_PO_stat.log", 0)) return false;
@@ -43,7 +38,8 @@ bool log_files(const SyncJob& job) {
       std::snprintf(head, sizeof(head), "%3d %4.0f ", f, file.dt > 0 ? std::round(1 / file.dt) : 0);
       out.fs << head << span_text(file.tmin, file.tmax, file.scan.tadj) << box_text(file.min, file.max)
              << '\n';
-      grow(min, max, file.min, file.max);
+      grow_box(min, max, file.min);
+      grow_box(min, max, file.max);
       tmin = std::min(tmin, file.tmin), tmax = std::max(tmax, file.tmax);
       adj = file.scan.tadj;
       n++;
@@ -186,7 +182,10 @@ bool display_traj_proc(const SyncJob& job) {
                       << " Geoid=" << g.geoid);
   dxyz min = {99999999, 99999999, 9999}, max = {-99999999, -99999999, -9999};
   for (const POfileState& file : job.res.files)
-    if (file.used) grow(min, max, file.min, file.max);
+    if (file.used) {
+      grow_box(min, max, file.min);
+      grow_box(min, max, file.max);
+    }
   const double mTsize = std::ldexp(1.0, job.res.idx.level - 5);
   const mTbox& a = job.res.idx.area;
   const auto metres = [&](int64_t index) { return static_cast<double>(index) * mTsize - 10240000.0; };

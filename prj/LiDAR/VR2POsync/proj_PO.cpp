@@ -43,9 +43,6 @@ bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::str
   }
   min = {99999999, 99999999, 9999};
   max = {-99999999, -99999999, -9999};
-  for (const PO& rec : po) {
-    min = {std::min<double>(min.x, rec.x), std::min<double>(min.y, rec.y), std::min<double>(min.z, rec.z)};
-    max = {std::max<double>(max.x, rec.x), std::max<double>(max.y, rec.y), std::max<double>(max.z, rec.z)};
-  }
+  for (const PO& rec : po) grow_box(min, max, position(rec));
   return true;
 }

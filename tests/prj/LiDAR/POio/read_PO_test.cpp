@@ -1,0 +1,330 @@
+// Readers: contents, windows, rollovers, and files that are wrong.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "prj/LiDAR/POio/POio.h"
+#include "prj/LiDAR/tuning.h"
+#include "tests/prj/LiDAR/POio/sbet_file.h"
+
+namespace {
+std::vector<SbetRow> flight(double t0, double dt, int n, double wrap = 0) {
+  std::vector<SbetRow> rows;
+  for (int i = 0; i < n; i++) {
+    double t = t0 + i * dt;
+    if (wrap > 0 && t >= wrap) t -= wrap;
+    rows.push_back(
+        sbet_row(t, 15 + 1e-6 * i, 48 - 1e-6 * i, 700 + 0.1 * i, 1, -2, std::fmod(358 + 0.1 * i, 360), 0.5));
+  }
+  return rows;
+}
+
+bool read_of(const std::string& path, const POread& par, Vector<PO>& po, std::string& said) {
+  bool tadj = false;
+  testing::internal::CaptureStderr();
+  const bool ok = read_PO(path, par, po, tadj);
+  said = testing::internal::GetCapturedStderr();
+  return ok;
+}
+}  // namespace
+
+TEST(ReadSbet, WholeFile) {
+  TempDir dir;
+  const std::string path = dir.path + "/a.OUT";
+  write_sbet(path, flight(305000, 0.01, 1000));
+  POscan scan;
+  ASSERT_TRUE(scan_PO(path, POread(), scan));
+  EXPECT_EQ(scan.fmt, PO_SBET);
+  EXPECT_FALSE(scan.tadj);
+  EXPECT_EQ(scan.t0, 305000);
+  EXPECT_NEAR(scan.t1, 305009.99, 1e-9);
+  EXPECT_EQ(scan.nrec, 1000u);
+  Vector<PO> po;
+  std::string said;
+  ASSERT_TRUE(read_of(path, POread(), po, said)) << said;
+  ASSERT_EQ(po.size(), 1000u);
+  EXPECT_NEAR(po(10).x, 15.00001, 1e-12);
+  EXPECT_NEAR(po(10).y, 47.99999, 1e-12);
+  EXPECT_NEAR(po(10).z, 701, 1e-9);
+  EXPECT_NEAR(po(10).roll, 1, 1e-6);
+  EXPECT_NEAR(po(10).pitch, -2, 1e-6);
+  EXPECT_NEAR(po(10).yaw, 358.5, 1e-4);   // heading less wander
+  EXPECT_NEAR(po(100).yaw, 367.5, 1e-4);  // unrolled
+  POread w0;
+  w0.sbetw0 = true;
+  w0.deltat = 100;
+  ASSERT_TRUE(read_of(path, w0, po, said));
+  EXPECT_NEAR(po(10).yaw, 359, 1e-4);
+  EXPECT_EQ(po(0).t, 305100);
+}
+
+TEST(ReadSbet, Windows) {
+  TempDir dir;
+  const std::string path = dir.path + "/a.out";
+  write_sbet(path, flight(1000, 0.1, 2000));  // to 1199.9
+  struct Row {
+    double tinf, tsup;
+    int n;          // samples
+    double t0, t1;  // of the first and last
+  };
+  const Row rows[] = {{1010.05, 1020.05, 104, 1009.9, 1020.2},
+                      {-2e307, 1001, 13, 1000, 1001.2},
+                      {1199, 2e307, 12, 1198.8, 1199.9},
+                      {1199.85, 5000, 3, 1199.7, 1199.9},
+                      {0, 5000, 2000, 1000, 1199.9}};
+  for (const Row& r : rows) {
+    POread par;
+    par.deltat = 1e6;
+    par.tinf = r.tinf + 1e6, par.tsup = r.tsup + 1e6;
+    Vector<PO> po;
+    std::string said;
+    ASSERT_TRUE(read_of(path, par, po, said)) << r.tinf << said;
+    EXPECT_NEAR(po(0).t - 1e6, r.t0, 1e-6) << r.tinf;
+    EXPECT_NEAR(po(static_cast<int64_t>(po.size()) - 1).t - 1e6, r.t1, 1e-6) << r.tinf;
+    EXPECT_NEAR(static_cast<double>(po.size()), r.n, 1) << r.tinf;
+  }
+}
+
+TEST(ReadSbet, Rollovers) {
+  TempDir dir;
+  for (const double wrap : {604800.0, 86400.0}) {
+    const std::string path = dir.path + "/r.out";
+    write_sbet(path, flight(wrap - 50, 0.1, 1000, wrap));
+    POscan scan;
+    ASSERT_TRUE(scan_PO(path, POread(), scan));
+    EXPECT_NEAR(scan.t1, wrap + 49.9, 1e-6);
+    for (const double tinf : {-2e307, wrap - 10.0, wrap + 10.0}) {  // before, across and behind the turn
+      POread par;
+      par.tinf = tinf, par.tsup = wrap + 20;
+      Vector<PO> po;
+      std::string said;
+      ASSERT_TRUE(read_of(path, par, po, said)) << said;
+      for (int64_t i = 1; i < static_cast<int64_t>(po.size()); i++)
+        ASSERT_NEAR(po(i).t - po(i - 1).t, 0.1, 1e-6);
+      EXPECT_NEAR(po(static_cast<int64_t>(po.size()) - 1).t, wrap + 20.1, 0.11);
+    }
+  }
+}
+
+TEST(ReadSbet, WrongFiles) {
+  TempDir dir;
+  const std::string path = dir.path + "/a.out";
+  const std::vector<SbetRow> good = flight(1000, 0.1, 20);
+  struct Row {
+    const char* name;
+    std::vector<SbetRow> rows;
+    std::string more;
+    bool ok;
+    const char* message;
+  };
+  std::vector<SbetRow> metres = good, nan = good, back = good, fall = good, notime = good, allnan = good;
+  for (SbetRow& r : metres) r[1] = 5.3e6, r[2] = 5e5;
+  nan[3][7] = std::nan("");
+  nan[4][2] = 1e300;
+  back[7][0] = back[6][0];
+  fall[19][0] = 500;
+  notime[0][0] = std::nan("");
+  for (size_t i = 1; i < 19; i++) allnan[i][8] = std::nan("");
+  const Row rows[] = {
+      {"empty", {}, "", false, "not enough data points, SBET file "},
+      {"one record", {good[0]}, "", false, "not enough data points, SBET file "},
+      {"a few bytes", {}, "abc", false, "not enough data points, SBET file "},
+      {"truncated", good, std::string(77, 'x'), true, ""},
+      {"projected", metres, "", false, "coordinates look projected (geodetic expected), SBET file="},
+      {"two bad records", nan, "", true, "2 invalid records skipped"},
+      {"time stands still", back, "", true, "1 invalid records skipped"},
+      {"time falls", fall, "", false, "incompatible GPS timestamps, SBET file "},
+      {"no time", notime, "", false, "incompatible GPS timestamps, SBET file "},
+      {"mostly bad", allnan, "", false, "not enough data points, SBET file "}};
+  for (const Row& r : rows) {
+    write_sbet(path, r.rows, r.more);
+    Vector<PO> po;
+    std::string said;
+    EXPECT_EQ(read_of(path, POread(), po, said), r.ok) << r.name << said;
+    EXPECT_NE(said.find(r.message), std::string::npos) << r.name << ": " << said;
+    EXPECT_EQ(said.find("ERROR: failed to read PO file " + path) != std::string::npos, !r.ok) << r.name;
+    testing::internal::CaptureStderr();
+    POscan scan;
+    const bool scanned = scan_PO(path, POread(), scan);
+    said = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(scanned || !r.ok) << r.name;
+    EXPECT_EQ(said.find("WARNING: invalid file size, SBET file=") != std::string::npos,
+              r.more.size() == 77 || r.more == "abc")
+        << r.name;
+  }
+  // A window that needs more memory than there is.
+  write_sbet(path, flight(1000, 0.001, 20000));
+  const int mem = MEM_MB;
+  MEM_MB = 1;
+  Vector<PO> po;
+  std::string said;
+  EXPECT_FALSE(read_of(path, POread(), po, said));
+  EXPECT_NE(said.find("of 1 MB (-mem)"), std::string::npos) << said;
+  MEM_MB = mem;
+}
+
+TEST(ReadPO, OtherFormats) {
+  TempDir dir;
+  for (const char* name : {"/a.sol", "/a.TRJ", "/a.bin", "/a.pof", "/a.las", "/a.laz"}) {
+    write_text(dir.path + name, "something");
+    Vector<PO> po;
+    std::string said;
+    EXPECT_FALSE(read_of(dir.path + name, POread(), po, said));
+    EXPECT_NE(said.find("not available yet, file " + dir.path + name), std::string::npos) << said;
+  }
+  POscan scan;
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(scan_PO(dir.path + "/absent.out", POread(), scan));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("ERROR: failed to open PO file "), std::string::npos);
+}
+
+TEST(ReadText, ColumnsAndUnits) {
+  TempDir dir;
+  const std::string path = dir.path + "/t.txt";
+  struct Row {
+    const char* col;
+    int proj, time;
+    bool rad;
+    const char* text;
+    double t, x, y, z, roll, pitch, yaw;  // of the second row
+  };
+  const Row rows[] = {
+      {"txyz", PO_PROJ, 0, false, "10.5 885358.31 629103.85 1068.37\n11 885357.13 629128.97 1069.06\n", 11,
+       885357.13, 629128.97, 1069.06, 0, 0, 0},
+      {"", PO_PROJ, 0, false,
+       "# head\nt,x,y,z,r,p,y\r\n1,500000,5e6,+7,1,2,3\r\n\n2, 500001,5e6,8,4,5,6,99\r\n", 2, 500001, 5e6, 8,
+       4, 5, 6},
+      {"tuxyzwpk", PO_GEO, 9, false, "00:00:01 A 15 48 7 1 2 3\n01:02:03.5\tB\t15.1\t48.1\t8\t4\t5\t6",
+       3723.5 + 3 * 86400, 15.1, 48.1, 8, 4, 5, 6},
+      {"xyztkpw", PO_GEO, 0, true, "0.26 0.84 7 1 0 0 0\n0.27 0.85 8 2 0.3 0.2 0.1\n", 2, 15.469860,
+       48.701413, 8, 5.729578, 11.459156, 17.188734},
+      {"txyz", PO_ECEF, 0, false,
+       "1 3771793.968 140253.342 5124304.349\n2 3771794.968 140253.342 5124304.349\n", 2, 3771794.968,
+       140253.342, 5124304.349, 0, 0, 0}};
+  for (const Row& r : rows) {
+    write_text(path, r.text);
+    POread par;
+    par.col = r.col, par.proj = r.proj, par.time = r.time, par.rad = r.rad;
+    par.gweek = 2301, par.gday = 3;
+    Vector<PO> po;
+    std::string said;
+    ASSERT_TRUE(read_of(path, par, po, said)) << r.text << said;
+    ASSERT_EQ(po.size(), 2u) << r.text;
+    EXPECT_NEAR(po(1).t, r.t, 1e-9);
+    EXPECT_NEAR(po(1).x, r.x, 1e-6);
+    EXPECT_NEAR(po(1).y, r.y, 1e-6);
+    EXPECT_NEAR(po(1).z, r.z, 1e-9);
+    EXPECT_NEAR(po(1).roll, r.roll, 1e-5);
+    EXPECT_NEAR(po(1).pitch, r.pitch, 1e-5);
+    EXPECT_NEAR(po(1).yaw, r.yaw, 1e-5);
+  }
+}
+
+TEST(ReadText, LongFileWindowAndRollover) {
+  TempDir dir;
+  const std::string path = dir.path + "/t.txt";
+  std::string text = "a header line of words\n" + std::string(600000, 'x') + "\n";  // longer than any buffer
+  for (int i = 0; i < 30000; i++) {
+    char line[100];
+    const double t = 604000 + i * 0.1;
+    std::snprintf(line, sizeof(line), "%.3f %.3f 5000000 700\n", t >= 604800 ? t - 604800 : t,
+                  500000 + i * 6.0);
+    text += line;
+  }
+  write_text(path, text);
+  POread par;
+  par.col = "txyz";
+  POscan scan;
+  ASSERT_TRUE(scan_PO(path, par, scan));
+  EXPECT_NEAR(scan.t0, 604000, 1e-9);
+  EXPECT_NEAR(scan.t1, 606999.9, 1e-6);
+  par.tinf = 604790, par.tsup = 604810;
+  Vector<PO> po;
+  std::string said;
+  ASSERT_TRUE(read_of(path, par, po, said)) << said;
+  EXPECT_NEAR(static_cast<double>(po.size()), 205, 1);
+  EXPECT_LT(po(0).t, 604790);
+  EXPECT_GT(po(static_cast<int64_t>(po.size()) - 1).t, 604810);
+  for (int64_t i = 1; i < static_cast<int64_t>(po.size()); i++) EXPECT_NEAR(po(i).t - po(i - 1).t, 0.1, 1e-6);
+}
+
+TEST(ReadText, ComplaintsNameTheOption) {
+  TempDir dir;
+  const std::string path = dir.path + "/t.txt";
+  struct Row {
+    const char* name;
+    const char* col;
+    int proj, time;
+    bool rad, ok;
+    const char* text;
+    const char* message;
+  };
+  const Row rows[] = {
+      {"empty", "", 0, 0, false, false, "", "not enough data points, PO file "},
+      {"words", "", 0, 0, false, false, "no numbers\nat all\n", "check option -po_parse"},
+      {"few columns", "", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "check option -po_parse"},
+      {"no x", "tyz", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns 'tyz'"},
+      {"capitals", "TXYZ", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns"},
+      {"roll alone", "txyzw", 0, 0, false, false, "1 2 3 4 5\n", "invalid PO columns"},
+      {"one row", "txyz", 0, 0, false, false, "1 500000 5e6 4\n", "not enough data points, PO file "},
+      {"day without date", "txyz", 0, 6, false, false, "1 500000 5e6 4\n2 5 5 5\n",
+       "day seconds timestamps require GPS date"},
+      {"degrees", "txyz", PO_PROJ, 0, false, true, "1 15 48 4\n2 15 48 5\n",
+       "coordinates look geodetic (projected expected), PO file "},
+      {"metres", "txyz", PO_GEO, 0, false, false, "1 500000 5e6 4\n2 500000 5e6 4\n",
+       "coordinates look projected (geodetic expected)"},
+      {"infinite", "txyz", 0, 0, false, false, "1 inf 5e6 4\n2 nan 5e6 4\n", "not enough data points"},
+      {"time runs back", "txyz", 0, 0, false, false, "9 500000 5e6 4\n8 500000 5e6 4\n7 500000 5e6 4\n",
+       "incompatible GPS timestamps"}};
+  for (const Row& r : rows) {
+    write_text(path, r.text);
+    POread par;
+    par.col = r.col, par.proj = r.proj, par.time = r.time, par.rad = r.rad;
+    Vector<PO> po;
+    std::string said;
+    EXPECT_EQ(read_of(path, par, po, said), r.ok) << r.name << said;
+    EXPECT_NE(said.find(r.message), std::string::npos) << r.name << ": " << said;
+  }
+  struct Scan {
+    int time;
+    bool rad;
+    const char* text;
+    const char* message;
+  };
+  const Scan scans[] = {
+      {0, false, "391949907 5e5 5e6 4 1 1 1\n", "timestamps are not week seconds, ASCII PO file "},
+      {1, false, "305000 5e5 5e6 4 1 1 1\n", "timestamps are likely week or day seconds, PO file "},
+      {0, true, "305000 5e5 5e6 4 1 1 270\n", "attitude angles likely degrees, PO file "}};
+  for (const Scan& s : scans) {
+    write_text(path, s.text);
+    POread par;
+    par.time = s.time, par.rad = s.rad;
+    POscan scan;
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(scan_PO(path, par, scan));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(s.message), std::string::npos) << s.message;
+  }
+}
+
+TEST(ScanPO, AdjustedFlagFollowsTheTimes) {
+  TempDir dir;
+  const std::string path = dir.path + "/t.txt";
+  struct Row {
+    bool auto_adj;
+    int time;
+    double t;
+    bool adj;
+  };
+  for (const Row& r :
+       {Row{false, 0, 391949907, false}, Row{true, 0, 391949907, true}, Row{true, 1, 305000, false},
+        Row{true, 0, 305000, false}, Row{true, 0, 1391949907, false}}) {
+    write_text(path, std::to_string(r.t) + " 5e5 5e6 4\n" + std::to_string(r.t + 1) + " 5e5 5e6 4\n");
+    POread par;
+    par.col = "txyz", par.time = r.time;
+    AUTO_ADJ = r.auto_adj;
+    POscan scan;
+    ASSERT_TRUE(scan_PO(path, par, scan));
+    AUTO_ADJ = false;
+    EXPECT_EQ(scan.tadj, r.adj) << r.t;
+  }
+}
