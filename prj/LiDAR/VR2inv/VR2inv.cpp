@@ -99,18 +99,37 @@ bool run_step2(InvCalDrift& inv, InvResult& res) {
   return true;
 }
 
-void subtract_mean(std::vector<Vector<xyz>>& Tt) {
+// Mean effect of the drift attitudes at the samples. Position and attitude drift of a line may cancel each other:
+// their means are only small together.
+dxyz mean_att_effect(const InvCalDrift& inv, const InvResult& res) {
+  dxyz sum = {0, 0, 0};
+  double n = 0;
+  for (int s = 0; s < inv.nsw; s++) {
+    const InvSamples& m = inv.in.swaths[s].samples;
+    const AttCols& J = inv.sw[s].A;
+    for (uint64_t i = 0; i < J.r.size() && !res.At[s].empty(); i++) {
+      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      const xyz A = InterpVt(m.t.val[i], res.t0[s], res.Dt[s], res.At[s]);
+      sum += to_dxyz(J.r.val[i] * A.x + J.p.val[i] * A.y + J.y.val[i] * A.z);
+      n++;
+    }
+  }
+  return n > 0 ? sum / n : sum;
+}
+
+void subtract_mean(const InvCalDrift& inv, InvResult& res) {
   dxyz mean = {0, 0, 0};
   uint64_t n = 0;
-  for (const Vector<xyz>& table : Tt) {
+  for (const Vector<xyz>& table : res.Tt) {
     for (const xyz& T : table) mean += to_dxyz(T);
     n += table.size();
   }
   if (n == 0) return;
   mean /= static_cast<double>(n);
+  if (inv.drift_att) mean += mean_att_effect(inv, res);
   if (!(norm(mean) > MEAN_SHIFT_MIN)) return;
   LOG_MSG("Subtracting drift correction mean shift: " << mean.x << ' ' << mean.y << ' ' << mean.z);
-  for (Vector<xyz>& table : Tt)
+  for (Vector<xyz>& table : res.Tt)
     for (xyz& T : table) T -= to_xyz(mean);
 }
 
@@ -136,7 +155,7 @@ void collect_drift(const InvCalDrift& inv, InvResult& res) {
     res.Tt[s] += w.Tt;
     res.At[s] += w.At;
   }
-  if (inv.par.FM && !inv.hasfx && res.CT) subtract_mean(res.Tt);
+  if (inv.par.FM && !inv.hasfx && res.CT) subtract_mean(inv, res);
 }
 }  // namespace
 

@@ -125,6 +125,8 @@ void sparse_P_Y_drift(const InvCalDrift& inv, SparseP& sys) {
   LOG_LINE("HFTA STEP 0 TIME=" << watch.text());
 }
 
+bool is_sample(const InvSamples& m, uint64_t i) { return m.P.val[i].z != NO_Z && m.O.val[i].z != NO_Z; }
+
 void add_diag(BlockMatrix& P, int group, int i, double value) { P.block(group, group)[i * P.stride + i] += value; }
 
 // The prior at each node, and over the swath's samples.
@@ -141,7 +143,6 @@ void add_sparse_P_pri(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
     }
   }
   if (!inv.par.Epri) return;
-  const dxyz W15 = W * 1.5;
   uint64_t nep = 0;
   int nesw = 0;
   Entry entries[2];
@@ -149,8 +150,13 @@ void add_sparse_P_pri(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
     if (!inv.sw[s].mobile || inv.sw[s].node0 < 0) continue;
     nesw++;
     const InvSamples& m = inv.in.swaths[s].samples;
+    uint64_t nsample = 0;
+    for (uint64_t i = 0; i < m.P.size(); i++) nsample += is_sample(m, i);
+    // The samples of a swath count as one observation per node together. With the full weight each, priors from
+    // the data (a few cm) outweigh the vectors, and half of the drift stays in the data.
+    const dxyz W15 = W * (1.5 * inv.sw[s].nt / std::max<double>(1, static_cast<double>(nsample)));
     for (uint64_t i = 0; i < m.P.size(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      if (!is_sample(m, i)) continue;
       nep++;
       const int n = add_nodes(inv, s, m.t.val[i], 1, inv.sw[s].A, i, entries, 0);
       add_square(sys.P, entries, n, W15);
@@ -165,7 +171,8 @@ void add_sparse_P_pri(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
   LOG_LINE("Aerr0 nep=" << nep << " nesw=" << nesw);
 }
 
-// Penalty w (x_a - x_b)^2 between neighbouring nodes, relative to the weight that the line's nodes have.
+// Penalty w (x_a - x_b)^2 between neighbouring nodes, relative to the weight that the line's nodes have. That ratio
+// is at most 1: a wide prior would otherwise tie all nodes together, although it says nothing about their change.
 void add_smoothness(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
   if (!(inv.Kreg > 0)) return;
   const int stride = inv.TAstride;
@@ -183,8 +190,10 @@ void add_smoothness(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
         sum[c] += d;
         n[c]++;
       }
-    for (int c = 0; c < stride; c++)
-      weight[c] = n[c] == 0 ? 0 : sum[c] / n[c] * (inv.Kreg / w.Dt) / (c < 3 ? axis(W, c) : W_att);
+    for (int c = 0; c < stride; c++) {
+      const double ratio = inv.Kreg / w.Dt / (c < 3 ? axis(W, c) : W_att);
+      weight[c] = n[c] == 0 ? 0 : sum[c] / n[c] * std::min(ratio, 1.0);
+    }
     for (int node = w.node0; node + 1 < w.node0 + w.nt; node++)
       for (int c = 0; c < stride; c++) {
         add_diag(sys.P, node + 1, c, weight[c]);
