@@ -285,9 +285,9 @@ bool check_times(const Pass& s, const std::string& path, const TTresult& res, st
   LOG_LINE("time t:[" << s.tmin << " " << s.tmax << "] Dt=" << hms_text(std::min(std::max(dt, 0.0), 1e9)) << " (" << dt
                       << " s) adj=" << res.adj << " NS_ROVER=" << ROLLOVER_SPAN);
   const double largest = std::max(std::abs(s.tmin), std::abs(s.tmax));
+  if (dt > MAX_SWATH_SPAN) return swath_error(reason, "LAS tiling: swath time interval exceeds 32400 s, " + path);
   if (s.n_tbad > 0 || largest > 2e9)
     return swath_error(reason, "LAS tiling: invalid timestamps (overflow), " + path);
-  if (dt > MAX_SWATH_SPAN) return swath_error(reason, "LAS tiling: swath time interval exceeds 32400 s, " + path);
   if (largest > 1e9) WARNING_MSG("LAS tiling: invalid timestamp format (might be standard GPS), " << path);
   if (s.tmax <= s.tmin) WARNING_MSG("LAS tiling: missing timestamps or 0 time interval, " << path);
   return true;

@@ -1,0 +1,139 @@
+// Files that cannot be tiled, or only in part: the message, and nothing that looks like a cache.
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "tests/support/tiling_fixture.h"
+
+namespace {
+std::vector<TestPoint> moved(std::vector<TestPoint> points, double dx, double dy, double factor) {
+  for (TestPoint& p : points) {
+    p.x = 500000 + (p.x - 500000) * factor + dx;
+    p.y = 5000000 + (p.y - 5000000) * factor + dy;
+  }
+  return points;
+}
+}  // namespace
+
+TEST_F(TilingTest, EachFaultHasItsMessageAndLeavesNothing) {
+  const TestLine line{.length = 120, .width = 100};
+  struct Case {
+    const char* message;
+    std::vector<TestPoint> points;
+    TestLas how;
+  };
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  std::vector<TestPoint> few = fly_line(line), flat = fly_line(line), wide = fly_line(line), late = fly_line(line);
+  std::vector<TestPoint> nantime = fly_line(line), classes = fly_line(line), high = fly_line(line), leap = fly_line(line);
+  std::vector<TestPoint> sparse;
+  few.resize(15);
+  for (TestPoint& p : flat) p.x = 500000 + (p.x - 500000) * 0.01;
+  wide.back().x += 60000;
+  for (TestPoint& p : late) p.t = 1e6 + (p.t - 1e6) * 35000 / 3.0;
+  nantime[700].t = nan;
+  for (TestPoint& p : classes) p.withheld = true;
+  for (TestPoint& p : high) p.z += 50000;
+  for (size_t i = 0; i < leap.size(); i++) leap[i].t += 50000.0 * static_cast<double>(i % 3);
+  for (int i = 0; i < 40; i++) sparse.push_back({.x = 500000.0 + 150 * (i % 7), .y = 5000000.0 + 150 * (i / 7), .z = 5, .t = 1e6 + i});
+  const Case cases[] = {
+      {"LAS tiling: not enough points or wrong format", few, {}},
+      {"LAS tiling: invalid coordinates, X: ", flat, {}},
+      {"XY coordinates look geodetic, LiDAR data must be projected!", moved(fly_line(line), -499990, -4999950, 1e-5),
+       {.scale = 1e-7, .xoff = 0, .yoff = 0}},
+      {"LAS tiling: coordinate range out of bounds (", wide, {}},
+      {"LAS tiling: swath time interval exceeds ", late, {}},
+      {"LAS tiling: invalid timestamps (overflow)", nantime, {}},
+      {"LAS tiling: no points left, ", classes, {}},
+      {"no points left with valid coordinates", high, {}},
+      {"second time stamp rollover", leap, {}},
+      {"timestamp processing: insufficient data", fly_line(line), {.format = 0}},
+      {"insufficient data", sparse, {}},
+  };
+  for (const Case& c : cases) {
+    const std::string path = make("bad.las", c.points, c.how);
+    EXPECT_FALSE(tile(path)) << c.message;
+    EXPECT_NE(res.reason.find(c.message), std::string::npos) << c.message << " but: " << res.reason;
+    EXPECT_FALSE(exists(cache_name(path, EXT_TIDX))) << c.message;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path))
+      EXPECT_EQ(entry.path().string().find(".XYZT"), std::string::npos) << c.message << entry.path();
+  }
+}
+
+TEST_F(TilingTest, FilesThatAreNoSwaths) {
+  EXPECT_FALSE(tile(file("missing.las")));
+  EXPECT_NE(res.reason.find("file timestamp read error"), std::string::npos);
+  write_text(file("text.las"), std::string(5000, 'x'));
+  EXPECT_FALSE(tile(file("text.las")));
+  write_text(file("empty.las"), "");
+  EXPECT_FALSE(tile(file("empty.las")));
+}
+
+TEST_F(TilingTest, TruncatedFilesAndLyingCountsKeepWhatIsThere) {
+  const std::vector<TestPoint> points = fly_line({});
+  LTidxInfo info;
+  const std::string cut = make("cut.las", points, {.cut = 28 * 1000 + 5});
+  ASSERT_TRUE(tile(cut)) << res.reason;
+  ASSERT_TRUE(read_LTidxInfo(cut, info));
+  EXPECT_EQ(info.np, points.size() - 1001);
+  const std::string more = make("more.las", points, {.count = 4000000000});
+  ASSERT_TRUE(tile(more)) << res.reason;
+  ASSERT_TRUE(read_LTidxInfo(more, info));
+  EXPECT_EQ(info.np, points.size());
+  const std::string less = make("less.las", points, {.count = 5000});
+  ASSERT_TRUE(tile(less)) << res.reason;
+  ASSERT_TRUE(read_LTidxInfo(less, info));
+  EXPECT_EQ(info.np, 5000u);
+}
+
+TEST_F(TilingTest, WithoutTimeProcessingAFileWithoutTimesIsTiled) {
+  par.tproc = false;
+  const std::string path = make("notime.las", fly_line({}), {.format = 0});
+  ASSERT_TRUE(tile(path)) << res.reason;
+  EXPECT_FALSE(exists(cache_name(path, EXT_MTDT)));
+}
+
+TEST_F(TilingTest, AnUnusableTemporaryDirectoryIsTold) {
+  const std::string path = make("a.las", fly_line({}));
+  TMPDIR = dir.path + "/none/";
+  EXPECT_FALSE(tile(path));
+  EXPECT_NE(res.reason.find("LAS tiling: I/O"), std::string::npos) << res.reason;
+}
+
+TEST_F(TilingTest, ATileBeyondTheMemoryIsRefused) {
+  const std::string path = make("a.las", fly_line({.density = 30}));
+  EXPECT_FALSE(tile(path, false, 1000000));
+  EXPECT_NE(res.reason.find("use option -mem"), std::string::npos) << res.reason;
+}
+
+TEST_F(TilingTest, ABadSwathLeavesTheOthersAlone) {
+  NTHREADSIO = 2;
+  const std::vector<std::string> paths = {make("a.las", fly_line({})), file("missing.las"),
+                                          make("c.las", fly_line({.heading = 90}))};
+  std::vector<bool> used(3, true);
+  std::vector<std::string> reason;
+  LmTtileResult total;
+  LmT_tile(paths, used, reason, par, true, 2, total);
+  EXPECT_EQ(used, (std::vector<bool>{true, false, true}));
+  EXPECT_FALSE(reason[1].empty());
+  EXPECT_EQ(total.nswt, 2);
+  EXPECT_EQ(total.ncached, 0);
+  const float first = total.Mp;
+  LmT_tile(paths, used, reason, par, true, 2, total);
+  EXPECT_EQ(total.ncached, 2);
+  EXPECT_EQ(total.Mp, 0.0f);
+  EXPECT_GT(first, 0.1f);
+  NTHREADSIO = 1;
+}
+
+TEST_F(TilingTest, LongSwathsMayRunInEveryDirection) {
+  // 12.8 km with tiles of 128 m: 101 tiles of at most 128 along an axis.
+  par.tproc = false;
+  for (const double heading : {0.0, 90.0, 180.0, 270.0}) {
+    const std::string path = make("long.las", fly_line({.heading = heading, .length = 12800, .width = 12, .density = 1.0}));
+    ASSERT_TRUE(tile(path)) << heading << res.reason;
+    SwTiles sw;
+    ASSERT_TRUE(read_SwTiles(path, sw));
+    EXPECT_GE(sw.TI.size(), 100u);
+  }
+}
