@@ -204,6 +204,7 @@ TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
   // A single buffer for all open tiles: every change of tile writes it out.
   par.xlevel = 2;
   par.tproc = false;
+  paths[0] = make("dense.las", fly_line({.heading = 20, .density = 12}));
   std::string bytes[2];
   for (const int tight : {0, 1}) {
     ASSERT_TRUE(tile(paths[0], false, tight ? 300000 : 1 << 30)) << res.reason;
