@@ -17,17 +17,18 @@ std::string version_text(const LASheader& h) {
 
 void log_header(const LASreader& reader) {
   const LASheader& h = reader.header;
-  LOG_LINE("[LAS " << version_text(h) << "] format=" << int{h.point_format} << " ext=" << h.extended() << " hasWKT="
-                   << h.has_wkt() << " nextra=" << h.nextra_bytes() << " adj=" << h.adjusted_gps() << " npoints="
-                   << h.npoints << " (" << static_cast<double>(reader.file_bytes()) * 1e-6 << " Mb) / ID="
+  LOG_LINE("[LAS " << version_text(h) << "] format=" << int{h.point_format} << " ext=" << h.extended()
+                   << " hasWKT=" << h.has_wkt() << " nextra=" << h.nextra_bytes()
+                   << " adj=" << h.adjusted_gps() << " npoints=" << h.npoints << " ("
+                   << static_cast<double>(reader.file_bytes()) * 1e-6 << " Mb) / ID="
                    << las_text(h.system_identifier) << " SOFT=" << las_text(h.generating_software));
-  LOG_LINE("BBOX X:[" << h.min_x << " " << h.max_x << "] Y:[" << h.min_y << " " << h.max_y << "] Z:[" << h.min_z << " "
-                      << h.max_z << "]");
+  LOG_LINE("BBOX X:[" << h.min_x << " " << h.max_x << "] Y:[" << h.min_y << " " << h.max_y << "] Z:["
+                      << h.min_z << " " << h.max_z << "]");
   LOG_LINE("DIM: " << h.max_x - h.min_x << " x " << h.max_y - h.min_y << " x " << h.max_z - h.min_z);
   for (size_t i = 0; i < h.attributes.size(); i++) {
     const LASattribute& a = h.attributes[i];
-    LOG_LINE("         attr " << i << ": type=" << int{a.data_type} << " opt=" << int{a.options} << " name="
-                              << las_text(a.name) << " desc=" << las_text(a.description));
+    LOG_LINE("         attr " << i << ": type=" << int{a.data_type} << " opt=" << int{a.options}
+                              << " name=" << las_text(a.name) << " desc=" << las_text(a.description));
   }
 }
 
@@ -120,8 +121,8 @@ bool check_las_header(const LASheader& h) {
   if (h.y_scale_factor == 0) std::fprintf(stderr, "WARNING: y scale factor is zero.\n");
   if (h.z_scale_factor == 0) std::fprintf(stderr, "WARNING: z scale factor is zero.\n");
   if (h.min_x > h.max_x || h.min_y > h.max_y || h.min_z > h.max_z)
-    std::fprintf(stderr, "WARNING: invalid bounding box [ %g %g %g / %g %g %g ]\n", h.min_x, h.min_y, h.min_z, h.max_x,
-                 h.max_y, h.max_z);
+    std::fprintf(stderr, "WARNING: invalid bounding box [ %g %g %g / %g %g %g ]\n", h.min_x, h.min_y, h.min_z,
+                 h.max_x, h.max_y, h.max_z);
   return ok;
 }
 
@@ -149,8 +150,8 @@ void las_read_close(std::unique_ptr<LASreader>& reader) {
   reader.reset();
 }
 
-std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LASheader& header, const std::string& parse,
-                                          const std::vector<std::string>& sources) {
+std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LASheader& header,
+                                          const std::string& parse, const std::vector<std::string>& sources) {
   LOG_ENTER("las_write_open '" << name << "' format=" << int{header.point_format});
   if (!check_las_header(header)) {
     ERROR_MSG("bad LAS header, file " << name);
@@ -166,8 +167,8 @@ std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LAShead
     return nullptr;
   }
   const LASheader& h = writer->header;
-  LOG_LINE("[LAS " << version_text(h) << "] format=" << int{h.point_format} << " ID=" << las_text(h.system_identifier)
-                   << "/ SOFT=" << las_text(h.generating_software));
+  LOG_LINE("[LAS " << version_text(h) << "] format=" << int{h.point_format} << " ID="
+                   << las_text(h.system_identifier) << "/ SOFT=" << las_text(h.generating_software));
   return writer;
 }
 
@@ -187,7 +188,8 @@ bool set_las_header_sid(LASheader& header, const std::string& text, const std::s
   LOG_ENTER("set_las_header_sid '" << text << "' copy=" << copy);
   const std::string processing = cut32(text), previous(header.generating_software.data(), 32);
   if (!copy && !header.add_vlr(VLR_USER, VLR_PROCESSING, processing.data(), 32, "PROCESSING")) return false;
-  if (!header.add_vlr(VLR_USER, VLR_PREVIOUS, previous.data(), 32, "PREVIOUS GENERATING SOFTWARE")) return false;
+  if (!header.add_vlr(VLR_USER, VLR_PREVIOUS, previous.data(), 32, "PREVIOUS GENERATING SOFTWARE"))
+    return false;
   set_las_text(header.generating_software, softinfo);
   return true;
 }

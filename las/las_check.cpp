@@ -35,8 +35,8 @@ bool las_read_check(const std::string& name, const std::string& parse) {
   auto reader = las_read_open(name, parse, true);
   if (!reader) return false;
   const LASlayout lay = reader->point.lay;
-  const int num_items = 1 + (lay.gps >= 0 && !lay.extended) + (lay.rgb >= 0) + (lay.nir >= 0) + (lay.wave >= 0) +
-                        (lay.reclen > lay.base);
+  const int num_items = 1 + (lay.gps >= 0 && !lay.extended) + (lay.rgb >= 0) + (lay.nir >= 0) +
+                        (lay.wave >= 0) + (lay.reclen > lay.base);
   LOG_MSG("before reading: total_pt_size=" << lay.reclen << " extra_bytes_size=" << lay.reclen - lay.base
                                            << " num_items=" << num_items);
   LOG_MSG("reading from file " << name);
@@ -47,9 +47,11 @@ bool las_read_check(const std::string& name, const std::string& parse) {
   const double mega_points = static_cast<double>(n) * 1e-6;
   const double mega_bytes = static_cast<double>(reader->file_bytes()) * 1e-6;
   if (n < npoints) ERROR_MSG("could only read " << n << " out of " << npoints << " pts");
-  LOG_MSG("read " << mega_points << " Mp, " << mega_bytes << " MB from " << name << " file | time=" << seconds << "s");
+  LOG_MSG("read " << mega_points << " Mp, " << mega_bytes << " MB from " << name << " file | time=" << seconds
+                  << "s");
   const double span = std::max(seconds, 1e-9);
-  std::cout << LOG_STR(" read speed: " << mega_points / span << " Mp/s, " << mega_bytes / span << " MB/s") << std::endl;
+  std::cout << LOG_STR(" read speed: " << mega_points / span << " Mp/s, " << mega_bytes / span << " MB/s")
+            << std::endl;
   las_read_close(reader);
   return n == npoints;
 }

@@ -56,7 +56,8 @@ int64_t LasInFile::read_some(uint64_t offset, void* to, uint64_t n) const {
   if (offset >= size_) return 0;
   uint64_t done = 0;
   while (done < n) {
-    const ssize_t got = pread(fd_, static_cast<char*>(to) + done, n - done, static_cast<off_t>(offset + done));
+    const ssize_t got =
+        pread(fd_, static_cast<char*>(to) + done, n - done, static_cast<off_t>(offset + done));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return -1;
     if (got == 0) break;

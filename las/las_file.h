@@ -1,6 +1,6 @@
 // las/las_file.h
-// A point file open for reading, shared by the parts of a reader; and the list of files that are open, so that
-// no writer overwrites a source.
+// A point file open for reading, shared by the parts of a reader; and the list of files that are open, so
+// that no writer overwrites a source.
 #pragma once
 #include <cstdint>
 #include <string>

@@ -10,9 +10,9 @@
 #include "lib/general/log.h"
 
 namespace {
-constexpr uint64_t MAX_CHUNK_BYTES = 1 << 29;     // of records; larger chunks are decoded piece by piece
+constexpr uint64_t MAX_CHUNK_BYTES = 1 << 29;       // of records; larger chunks are decoded piece by piece
 constexpr uint64_t THREADED_CHUNK_BYTES = 1 << 25;  // larger ones are held one at a time
-constexpr uint64_t STREAM_BLOCK = 16384;          // points
+constexpr uint64_t STREAM_BLOCK = 16384;            // points
 
 // Chunks whose places are known from the table.
 class ChunkSource : public PointSource {
@@ -47,9 +47,12 @@ class ChunkSource : public PointSource {
     const LazChunk& chunk = table_.chunks[slot.chunk];
     if (!slot.error.empty()) {
       ERROR_MSG("damaged LAZ data: " << slot.error << ", chunk " << slot.chunk << ", point "
-                                     << chunk.first_point + slot.ndecoded << ", file '" << file_->name() << "'");
+                                     << chunk.first_point + slot.ndecoded << ", file '" << file_->name()
+                                     << "'");
       return false;
     }
+    if (slot.has_more && table_.note.empty())
+      WARNING_MSG("last chunk holds more than the points of the header, file '" << file_->name() << "'");
     block = slot.records.data() + skip_ * reclen_;
     n = chunk.npoints - skip_;
     held_first_ = chunk.first_point;
@@ -79,6 +82,7 @@ class ChunkSource : public PointSource {
     uint64_t chunk = 0;
     std::vector<uint8_t> bytes, records;
     uint64_t ndecoded = 0;
+    bool has_more = false;
     std::string error;
   };
 
@@ -93,12 +97,13 @@ class ChunkSource : public PointSource {
       return;
     }
     LazDecoder& decoder = decoders_[static_cast<size_t>(thread)];
-    // The header may announce fewer points than the last chunk holds, so that chunk need not end with them.
-    uint64_t consumed = 0;
-    const bool whole = slot.chunk + 1 < table_.chunks.size() || table_.note.empty();
+    // A header may announce fewer points than the chunks hold, so the last one need not end with them.
+    uint64_t consumed = chunk.nbytes;
+    const bool last = slot.chunk + 1 == table_.chunks.size();
     if (!decoder.decode_chunk(slot.bytes.data(), chunk.nbytes, chunk.npoints, slot.records.data(),
-                              slot.records.size(), whole ? nullptr : &consumed, slot.error))
+                              slot.records.size(), last ? &consumed : nullptr, slot.error))
       slot.ndecoded = decoder.ndecoded();
+    slot.has_more = consumed < chunk.nbytes;
   }
 
   std::shared_ptr<LasInFile> file_;
@@ -151,8 +156,8 @@ class StreamSource : public PointSource {
     block = block_.data();
     if (decoder_.decode(wanted, block, n, error)) return true;
     if (n > 0) return true;  // what came before the damage; the next call meets it again
-    ERROR_MSG("damaged LAZ data: " << error << ", chunk " << decoder_.chunk() << ", point " << decoder_.position()
-                                   << ", file '" << file_->name() << "'");
+    ERROR_MSG("damaged LAZ data: " << error << ", chunk " << decoder_.chunk() << ", point "
+                                   << decoder_.position() << ", file '" << file_->name() << "'");
     return false;
   }
 
@@ -171,8 +176,8 @@ class LazSink : public PointSink {
         start_(header.offset_to_point_data),
         reclen_(header.point_reclen),
         ring_([this](Slot& slot, int thread) {
-          encoders_[static_cast<size_t>(thread)].encode_chunk(slot.records.data(), slot.records.size() / reclen_,
-                                                              slot.bytes);
+          encoders_[static_cast<size_t>(thread)].encode_chunk(slot.records.data(),
+                                                              slot.records.size() / reclen_, slot.bytes);
         }) {}
 
   bool open(std::string& error) {
@@ -210,7 +215,8 @@ class LazSink : public PointSink {
     const uint64_t table_offset = file_.position();
     std::vector<uint8_t> table;
     write_laz_chunk_table(scheme_, chunk_bytes_, {}, table);
-    return file_.append(table.data(), table.size()) && file_.patch(start_, &table_offset, sizeof table_offset);
+    return file_.append(table.data(), table.size()) &&
+           file_.patch(start_, &table_offset, sizeof table_offset);
   }
 
  private:
@@ -249,15 +255,18 @@ std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& f
   uint64_t largest = 0;
   bool use_table = scheme.chunked() && header.npoints > 0;
   if (use_table) {
-    const auto read_at = [&file](uint64_t offset, uint8_t* to, uint64_t n) { return file->read_at(offset, to, n); };
-    use_table = read_laz_chunk_table(scheme, read_at, file->size(), header.offset_to_point_data, header.npoints, table,
-                                     error);
+    const auto read_at = [&file](uint64_t offset, uint8_t* to, uint64_t n) {
+      return file->read_at(offset, to, n);
+    };
+    use_table = read_laz_chunk_table(scheme, read_at, file->size(), header.offset_to_point_data,
+                                     header.npoints, table, error);
     if (!use_table && scheme.variable()) return nullptr;
     if (!use_table)
       WARNING_MSG(error << ", chunks are read one after the other, file '" << file->name() << "'");
     else if (!table.note.empty())
       WARNING_MSG(table.note << ", file '" << file->name() << "'");
-    for (const LazChunk& chunk : table.chunks) largest = std::max(largest, chunk.npoints * header.point_reclen);
+    for (const LazChunk& chunk : table.chunks)
+      largest = std::max(largest, chunk.npoints * header.point_reclen);
     if (largest > MAX_CHUNK_BYTES && scheme.variable()) {
       error = "a chunk of " + std::to_string(largest) + " bytes is too large";
       return nullptr;
@@ -269,7 +278,8 @@ std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& f
     if (!source->open(scheme, error)) return nullptr;
     return source;
   }
-  if (scheme.variable()) return std::make_unique<ChunkSource>(file, LazChunkTable{}, header.point_reclen, false);
+  if (scheme.variable())
+    return std::make_unique<ChunkSource>(file, LazChunkTable{}, header.point_reclen, false);
   auto source = std::make_unique<StreamSource>(file, header, scheme);
   if (!source->open(error)) return nullptr;
   return source;

@@ -13,7 +13,8 @@ class LasOutFile {
   LasOutFile& operator=(const LasOutFile&) = delete;
 
   // Refuses a name that is a file open for reading or one of the sources. False with the cause in `error`.
-  [[nodiscard]] bool open(const std::string& name, const std::vector<std::string>& sources, std::string& error);
+  [[nodiscard]] bool open(const std::string& name, const std::vector<std::string>& sources,
+                          std::string& error);
   // Appends. Each failure leaves its cause in error(); the first one stays.
   [[nodiscard]] bool append(const void* from, uint64_t n);
   // Overwrites n bytes that were appended before.

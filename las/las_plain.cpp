@@ -15,8 +15,8 @@ class PlainSource : public PointSource {
     const uint64_t room = info.points_end > start_ ? (info.points_end - start_) / reclen_ : 0;
     npoints_ = std::min(header.npoints, room);
     if (npoints_ < header.npoints)
-      WARNING_MSG("file holds only " << npoints_ << " of the " << header.npoints << " points of its header, file '"
-                                     << file_->name() << "'");
+      WARNING_MSG("file holds only " << npoints_ << " of the " << header.npoints
+                                     << " points of its header, file '" << file_->name() << "'");
     per_block_ = std::max<uint64_t>(1, BLOCK / reclen_);
     block_.resize(std::min(per_block_, npoints_) * reclen_);
   }
@@ -59,8 +59,8 @@ class PlainSink : public PointSink {
 };
 }  // namespace
 
-std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>& file, const LASheader& header,
-                                               const LasFileInfo& info) {
+std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>& file,
+                                               const LASheader& header, const LasFileInfo& info) {
   return std::make_unique<PlainSource>(file, header, info);
 }
 

@@ -10,15 +10,16 @@
 #include "las/point_source.h"
 
 // Uncompressed records of a file whose header was read; a file with fewer points than announced ends early.
-std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>& file, const LASheader& header,
-                                               const LasFileInfo& info);
+std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>& file,
+                                               const LASheader& header, const LasFileInfo& info);
 // Compressed records. None, with the cause in `error`, when they can't be reached.
 std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& file, const LASheader& header,
                                              const LasFileInfo& info, std::string& error);
-// Lines of text. Reads the text once to fill the header: count, bounding box, scale and offset. None, with the
-// cause in `error`, when the pattern or the text is of no use.
-std::unique_ptr<PointSource> make_text_source(const std::shared_ptr<LasInFile>& file, const std::string& parse,
-                                              LASheader& header, std::string& error);
+// Lines of text. Reads the text once to fill the header: count, bounding box, scale and offset. None, with
+// the cause in `error`, when the pattern or the text is of no use.
+std::unique_ptr<PointSource> make_text_source(const std::shared_ptr<LasInFile>& file,
+                                              const std::string& parse, LASheader& header,
+                                              std::string& error);
 
 // The file of a sink outlives it; the header and VLRs are written already.
 std::unique_ptr<PointSink> make_plain_sink(LasOutFile& file, int reclen);

@@ -99,8 +99,8 @@ class LineReader {
 // Limits a value to the range of an integer field.
 template <typename T>
 T field(double v) {
-  return static_cast<T>(
-      std::clamp(std::round(v), double{std::numeric_limits<T>::lowest()}, double{std::numeric_limits<T>::max()}));
+  return static_cast<T>(std::clamp(std::round(v), double{std::numeric_limits<T>::lowest()},
+                                   double{std::numeric_limits<T>::max()}));
 }
 
 void encode(const TextPoint& from, const LASheader& header, LASpoint& to) {
@@ -151,8 +151,8 @@ class TextSource : public PointSource {
     }
     if (!error.empty()) return false;
     if (nbad_ > 0)
-      WARNING_MSG("skipped " << nbad_ << " lines that don't match the columns '" << parse_ << "', first is line "
-                             << first_bad_ << ", file '" << file_->name() << "'");
+      WARNING_MSG("skipped " << nbad_ << " lines that don't match the columns '" << parse_
+                             << "', first is line " << first_bad_ << ", file '" << file_->name() << "'");
     header.npoints = n;
     if (n > 0 && t_min > TWO_WEEKS) header.global_encoding |= 1;
     set_text_software(header);
@@ -206,7 +206,9 @@ class TextSource : public PointSource {
     }
     return false;
   }
-  static void set_text_software(LASheader& header) { set_las_text(header.system_identifier, "FORMAT CONVERSION"); }
+  static void set_text_software(LASheader& header) {
+    set_las_text(header.system_identifier, "FORMAT CONVERSION");
+  }
 
   std::shared_ptr<LasInFile> file_;
   std::string parse_;
@@ -222,7 +224,9 @@ class TextSink : public PointSink {
       : file_(file), parse_(parse), point_(header.point()) {
     const double scale[3] = {header.x_scale_factor, header.y_scale_factor, header.z_scale_factor};
     for (int axis = 0; axis < 3; axis++)  // digits that show each step of the scale
-      digits_[axis] = scale[axis] > 0 ? std::clamp(static_cast<int>(std::ceil(-std::log10(scale[axis]) - 1e-9)), 0, 12) : 3;
+      digits_[axis] = scale[axis] > 0
+                          ? std::clamp(static_cast<int>(std::ceil(-std::log10(scale[axis]) - 1e-9)), 0, 12)
+                          : 3;
   }
 
   bool write(const uint8_t* records, uint64_t n) override {
@@ -247,23 +251,38 @@ class TextSink : public PointSink {
   }
   void put_column(char c) {
     switch (column_of(c)) {
-      case CX: return put(point_.x(), digits_[0]);
-      case CY: return put(point_.y(), digits_[1]);
-      case CZ: return put(point_.z(), digits_[2]);
-      case CT: return put(point_.gps_time(), 6);
-      case CI: return put_int(point_.intensity());
-      case CA: return point_.lay.extended ? put(point_.scan_angle_deg(), 3) : put_int(point_.scan_angle());
-      case CR: return put_int(point_.return_number());
-      case CN: return put_int(point_.number_of_returns());
-      case CC: return put_int(point_.classification());
-      case CU: return put_int(point_.user_data());
-      case CP: return put_int(point_.point_source_id());
-      case CD: return put_int(point_.scan_direction());
-      case CE: return put_int(point_.edge());
+      case CX:
+        return put(point_.x(), digits_[0]);
+      case CY:
+        return put(point_.y(), digits_[1]);
+      case CZ:
+        return put(point_.z(), digits_[2]);
+      case CT:
+        return put(point_.gps_time(), 6);
+      case CI:
+        return put_int(point_.intensity());
+      case CA:
+        return point_.lay.extended ? put(point_.scan_angle_deg(), 3) : put_int(point_.scan_angle());
+      case CR:
+        return put_int(point_.return_number());
+      case CN:
+        return put_int(point_.number_of_returns());
+      case CC:
+        return put_int(point_.classification());
+      case CU:
+        return put_int(point_.user_data());
+      case CP:
+        return put_int(point_.point_source_id());
+      case CD:
+        return put_int(point_.scan_direction());
+      case CE:
+        return put_int(point_.edge());
       case CRED:
       case CRED + 1:
-      case CRED + 2: return put_int(point_.has_rgb() ? point_.rgb(column_of(c) - CRED) : 0);
-      default: return put_int(0);
+      case CRED + 2:
+        return put_int(point_.has_rgb() ? point_.rgb(column_of(c) - CRED) : 0);
+      default:
+        return put_int(0);
     }
   }
   void put_int(int v) { lines_ += std::to_string(v); }
@@ -295,8 +314,9 @@ void choose_las_scale(LASheader& header, const double lo[3], const double hi[3])
   }
 }
 
-std::unique_ptr<PointSource> make_text_source(const std::shared_ptr<LasInFile>& file, const std::string& parse,
-                                              LASheader& header, std::string& error) {
+std::unique_ptr<PointSource> make_text_source(const std::shared_ptr<LasInFile>& file,
+                                              const std::string& parse, LASheader& header,
+                                              std::string& error) {
   auto source = std::make_unique<TextSource>(file, parse);
   if (!source->scan(header, error)) return nullptr;
   return source;

@@ -75,27 +75,29 @@ struct LASheader {
   uint16_t creation_year = 0;
   uint16_t header_size = 227;
   uint32_t offset_to_point_data = 227;
-  uint8_t point_format = 0;     // without the compression bits
-  uint16_t point_reclen = 20;   // bytes of an uncompressed record
-  uint64_t npoints = 0;         // as announced; a file may hold fewer
+  uint8_t point_format = 0;    // without the compression bits
+  uint16_t point_reclen = 20;  // bytes of an uncompressed record
+  uint64_t npoints = 0;        // as announced; a file may hold fewer
   std::array<uint64_t, 15> npoints_by_return{};
   uint32_t legacy_npoints = 0;  // as found
   double x_scale_factor = 0.01, y_scale_factor = 0.01, z_scale_factor = 0.01;
   double x_offset = 0, y_offset = 0, z_offset = 0;
   double min_x = 0, min_y = 0, min_z = 0;
   double max_x = 0, max_y = 0, max_z = 0;
-  uint64_t start_of_waveform = 0;        // 1.3 and later
-  uint64_t start_of_first_evlr = 0;      // 1.4 and later
-  uint32_t nevlr = 0;                    // as announced
-  std::vector<uint8_t> user_header;      // bytes of the header beyond those of its version
-  std::vector<uint8_t> user_gap;         // bytes between the last VLR and the points
-  std::vector<LASvlr> vlrs;              // without the one that describes compression
+  uint64_t start_of_waveform = 0;    // 1.3 and later
+  uint64_t start_of_first_evlr = 0;  // 1.4 and later
+  uint32_t nevlr = 0;                // as announced
+  std::vector<uint8_t> user_header;  // bytes of the header beyond those of its version
+  std::vector<uint8_t> user_gap;     // bytes between the last VLR and the points
+  std::vector<LASvlr> vlrs;          // without the one that describes compression
   std::vector<LASevlr> evlrs;
   std::vector<LASattribute> attributes;  // of the extra bytes, in record order, those that fit
   bool compressed = false;               // read from a LAZ file
 
   bool extended() const { return point_format >= 6; }
-  bool adjusted_gps() const { return (global_encoding & 1) != 0; }  // adjusted standard GPS time, not week seconds
+  bool adjusted_gps() const {
+    return (global_encoding & 1) != 0;
+  }  // adjusted standard GPS time, not week seconds
   int nextra_bytes() const { return point_reclen - las_base_length(point_format); }
   LASlayout layout() const { return las_layout(point_format, point_reclen); }
   // A point of this header's format and scale; the caller sets its record.

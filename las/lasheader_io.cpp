@@ -6,9 +6,9 @@
 
 namespace {
 constexpr uint64_t MIN_HEADER = 227;
-constexpr uint64_t MAX_RECORDS = 100000;      // VLRs and EVLRs each: a file with more is not believed
-constexpr uint64_t MAX_GAP = 65536;           // bytes between VLRs and points that are carried along
-constexpr uint64_t MAX_EVLR_BYTES = 1 << 20;  // an EVLR up to here is held in memory
+constexpr uint64_t MAX_RECORDS = 100000;       // VLRs and EVLRs each: a file with more is not believed
+constexpr uint64_t MAX_GAP = 65536;            // bytes between VLRs and points that are carried along
+constexpr uint64_t MAX_EVLR_BYTES = 1 << 20;   // an EVLR up to here is held in memory
 constexpr uint64_t MAX_EVLRS_BYTES = 1 << 26;  // all of them together
 
 struct ByteReader {
@@ -76,8 +76,8 @@ uint32_t read_fixed_part(ByteReader in, LASheader& h, uint8_t& format_byte) {
   h.legacy_npoints = in.get<uint32_t>();
   h.npoints = h.legacy_npoints;
   for (size_t r = 0; r < 5; r++) h.npoints_by_return[r] = in.get<uint32_t>();
-  for (double* v : {&h.x_scale_factor, &h.y_scale_factor, &h.z_scale_factor, &h.x_offset, &h.y_offset, &h.z_offset,
-                    &h.max_x, &h.min_x, &h.max_y, &h.min_y, &h.max_z, &h.min_z})
+  for (double* v : {&h.x_scale_factor, &h.y_scale_factor, &h.z_scale_factor, &h.x_offset, &h.y_offset,
+                    &h.z_offset, &h.max_x, &h.min_x, &h.max_y, &h.min_y, &h.max_z, &h.min_z})
     *v = in.get<double>();
   return nvlr;
 }
@@ -136,7 +136,8 @@ bool read_vlrs(const LasInFile& file, uint32_t nvlr, LASheader& h, LasFileInfo& 
 // Reads one record behind the points; false when it does not lie in the file. `held`: bytes in memory so far.
 bool read_evlr(const LasInFile& file, uint64_t pos, LASevlr& evlr, uint64_t& held) {
   uint8_t head[LAS_EVLR_HEADER];
-  if (pos > file.size() || file.size() - pos < sizeof head || !file.read_at(pos, head, sizeof head)) return false;
+  if (pos > file.size() || file.size() - pos < sizeof head || !file.read_at(pos, head, sizeof head))
+    return false;
   ByteReader in{head};
   evlr.reserved = in.get<uint16_t>();
   in.text(evlr.user_id);
@@ -170,8 +171,8 @@ void read_evlrs(const LasInFile& file, LASheader& h, LasFileInfo& info) {
     if (!h.evlrs.empty()) info.points_end = std::min(info.points_end, h.start_of_first_evlr);
   }
   if (h.evlrs.size() < h.nevlr)
-    info.warnings.push_back(join("header announces ", h.nevlr, " records behind the points, ", h.evlrs.size(),
-                                 " are there"));
+    info.warnings.push_back(
+        join("header announces ", h.nevlr, " records behind the points, ", h.evlrs.size(), " are there"));
   // In 1.3 the packets are a record that nothing but the waveform offset points at.
   LASevlr packets;
   if (las_effective_minor(h) == 3 && internal_waves && read_evlr(file, h.start_of_waveform, packets, held)) {
@@ -187,14 +188,16 @@ bool points_readable(const LASheader& h, uint8_t format_byte, const LasFileInfo&
     return false;
   }
   if (h.point_reclen < las_base_length(h.point_format)) {
-    error = join("point record length ", h.point_reclen, " is too short for point format ", int{h.point_format});
+    error =
+        join("point record length ", h.point_reclen, " is too short for point format ", int{h.point_format});
     return false;
   }
   if ((format_byte & 0xC0) && !info.has_scheme) {
     error = "points are compressed in an unknown way";
     return false;
   }
-  for (double v : {h.x_scale_factor, h.y_scale_factor, h.z_scale_factor, h.x_offset, h.y_offset, h.z_offset}) {
+  for (double v :
+       {h.x_scale_factor, h.y_scale_factor, h.z_scale_factor, h.x_offset, h.y_offset, h.z_offset}) {
     if (std::isfinite(v)) continue;
     error = "scale factor or offset is not a finite number";
     return false;
@@ -205,7 +208,8 @@ bool points_readable(const LASheader& h, uint8_t format_byte, const LasFileInfo&
 // Records whose contents are only true of the file they were read from.
 bool is_bound_to_file(std::string_view user_id, uint16_t record_id) {
   return (user_id == LAZ_USER_ID && record_id == LAZ_RECORD_ID) ||
-         (user_id == "copc" && (record_id == 1 || record_id == 1000)) || (user_id == "LAStools" && record_id == 30);
+         (user_id == "copc" && (record_id == 1 || record_id == 1000)) ||
+         (user_id == "LAStools" && record_id == 30);
 }
 
 constexpr char LAZ_DESCRIPTION[] = "compression of the points";
@@ -253,7 +257,8 @@ bool read_las_header(const LasInFile& file, LASheader& header, LasFileInfo& info
     return false;
   }
   info.points_end = file.size();
-  if (!read_vlrs(file, nvlr, header, info, error) || !points_readable(header, format_byte, info, error)) return false;
+  if (!read_vlrs(file, nvlr, header, info, error) || !points_readable(header, format_byte, info, error))
+    return false;
   read_evlrs(file, header, info);
   header.compressed = info.has_scheme;
   header.read_attributes();
@@ -315,8 +320,8 @@ std::vector<uint8_t> las_header_bytes(const LASheader& h, bool compressed, uint3
   out.put(h.point_reclen);
   out.put(legacy ? static_cast<uint32_t>(h.npoints) : 0U);
   for (size_t r = 0; r < 5; r++) out.put(legacy ? static_cast<uint32_t>(h.npoints_by_return[r]) : 0U);
-  for (double v : {h.x_scale_factor, h.y_scale_factor, h.z_scale_factor, h.x_offset, h.y_offset, h.z_offset, h.max_x,
-                   h.min_x, h.max_y, h.min_y, h.max_z, h.min_z})
+  for (double v : {h.x_scale_factor, h.y_scale_factor, h.z_scale_factor, h.x_offset, h.y_offset, h.z_offset,
+                   h.max_x, h.min_x, h.max_y, h.min_y, h.max_z, h.min_z})
     out.put(v);
   if (minor >= 3) out.put(h.start_of_waveform);
   if (minor >= 4) {

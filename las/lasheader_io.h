@@ -10,12 +10,13 @@
 #include "las/lasdefs.h"
 #include "las/laz_scheme.h"
 
-struct LasFileInfo {           // what the header says beyond LASheader
-  bool sound = false;          // the header check finds no error; if not, only the public header was read
-  bool has_scheme = false;     // a record describes the compression
+struct LasFileInfo {        // what the header says beyond LASheader
+  bool sound = false;       // the header check finds no error; if not, only the public header was read
+  bool has_scheme = false;  // a record describes the compression
   LazScheme scheme;
   uint64_t scheme_payload = 0;  // file position of that record's data
-  uint64_t points_end = 0;      // bytes of points end here at the latest: first record behind them, or the file's end
+  uint64_t points_end =
+      0;  // bytes of points end here at the latest: first record behind them, or the file's end
   std::vector<std::string> warnings;
 };
 
@@ -24,8 +25,8 @@ int las_effective_minor(const LASheader& header);
 // Errors of the header check, without its messages.
 bool las_header_sound(const LASheader& header);
 
-// Reads header, VLRs and EVLRs. False with the cause in `error` when there is no header or its points can't be
-// read; a header that the check refuses is no failure (info.sound is false).
+// Reads header, VLRs and EVLRs. False with the cause in `error` when there is no header or its points can't
+// be read; a header that the check refuses is no failure (info.sound is false).
 [[nodiscard]] bool read_las_header(const LasInFile& file, LASheader& header, LasFileInfo& info,
                                    std::string& error);
 

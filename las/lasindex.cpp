@@ -112,7 +112,8 @@ bool LASindex::add(double x, double y, uint64_t index) {
 }
 
 void LASindex::merge_cells(uint32_t min_points) {
-  for (uint32_t level = quadtree.levels; level-- > 0;) {  // parents' level; from fine to coarse one round is enough
+  for (uint32_t level = quadtree.levels;
+       level-- > 0;) {  // parents' level; from fine to coarse one round is enough
     const int32_t first = LASquadtree::level_base(level + 1), end = LASquadtree::level_base(level + 2);
     for (auto it = cells.lower_bound(first); it != cells.end() && it->first < end;) {
       const int32_t child = first + ((it->first - first) & ~3);
@@ -124,7 +125,8 @@ void LASindex::merge_cells(uint32_t min_points) {
         Cell parent;
         parent.npoints = static_cast<uint32_t>(npoints);
         for (auto c = oldest; c != next; ++c)
-          parent.intervals.insert(parent.intervals.end(), c->second.intervals.begin(), c->second.intervals.end());
+          parent.intervals.insert(parent.intervals.end(), c->second.intervals.begin(),
+                                  c->second.intervals.end());
         join_intervals(parent.intervals, threshold_);
         cells.erase(oldest, next);
         cells[LASquadtree::level_base(level) + ((child - first) >> 2)] = std::move(parent);
@@ -148,8 +150,9 @@ void LASindex::bridge_gaps(uint64_t max_gaps) {
   const auto key = [](const Gap& g) { return std::tuple(g.size, g.cell, g.before); };
   std::sort(gaps.begin(), gaps.end(), [&](const Gap& a, const Gap& b) { return key(a) < key(b); });
   gaps.resize(gaps.size() - max_gaps);  // those to be closed
-  std::sort(gaps.begin(), gaps.end(),
-            [](const Gap& a, const Gap& b) { return std::tie(a.cell, a.before) > std::tie(b.cell, b.before); });
+  std::sort(gaps.begin(), gaps.end(), [](const Gap& a, const Gap& b) {
+    return std::tie(a.cell, a.before) > std::tie(b.cell, b.before);
+  });
   for (const Gap& gap : gaps) {  // from the last interval of a cell to its first
     std::vector<LASinterval>& intervals = cells[gap.cell].intervals;
     intervals[gap.before].end = intervals[gap.before + 1].end;

@@ -10,10 +10,10 @@
 
 #include "las/lasreader.h"
 
-constexpr float LAX_CELL_SIZE = 100.F;     // finest cell, file units
-constexpr uint32_t LAX_THRESHOLD = 1000;   // gaps of point indices up to this are bridged
+constexpr float LAX_CELL_SIZE = 100.F;       // finest cell, file units
+constexpr uint32_t LAX_THRESHOLD = 1000;     // gaps of point indices up to this are bridged
 constexpr uint32_t LAX_MIN_POINTS = 100000;  // cells are merged into parents up to this many points
-constexpr int LAX_MAX_INTERVALS = -20;     // per cell when negative, in all when positive, 0 no limit
+constexpr int LAX_MAX_INTERVALS = -20;       // per cell when negative, in all when positive, 0 no limit
 constexpr uint32_t LAX_MAX_LEVELS = 15;
 
 class LASquadtree {
@@ -30,7 +30,9 @@ class LASquadtree {
   // The box of a cell of any level.
   void cell_box(int32_t cell, float& x0, float& x1, float& y0, float& y1) const;
   // First cell index of a level: 0, 1, 5, 21, ...
-  static int32_t level_base(uint32_t level) { return static_cast<int32_t>(((uint64_t{1} << (2 * level)) - 1) / 3); }
+  static int32_t level_base(uint32_t level) {
+    return static_cast<int32_t>(((uint64_t{1} << (2 * level)) - 1) / 3);
+  }
 };
 
 struct LASinterval {  // point indices from start to end, both included
@@ -82,5 +84,5 @@ class LASindex {
 
 // Gives every point of the closed rectangle to `take`, in file order, reading only the ranges that the index
 // names. False when reading ended early.
-[[nodiscard]] bool read_las_box(LASreader& reader, const LASindex& index, double x0, double x1, double y0, double y1,
-                                const std::function<void(const LASpoint&)>& take);
+[[nodiscard]] bool read_las_box(LASreader& reader, const LASindex& index, double x0, double x1, double y0,
+                                double y1, const std::function<void(const LASpoint&)>& take);

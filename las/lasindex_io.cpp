@@ -55,7 +55,8 @@ bool take_quadtree(Taker& in, LASquadtree& tree) {
   in.take<uint32_t>();  // implicit levels
   for (float* v : {&tree.min_x, &tree.max_x, &tree.min_y, &tree.max_y}) *v = in.take<float>();
   return in.ok && tree.levels <= LAX_MAX_LEVELS && std::isfinite(tree.min_x) && std::isfinite(tree.max_x) &&
-         std::isfinite(tree.min_y) && std::isfinite(tree.max_y) && tree.min_x < tree.max_x && tree.min_y < tree.max_y;
+         std::isfinite(tree.min_y) && std::isfinite(tree.max_y) && tree.min_x < tree.max_x &&
+         tree.min_y < tree.max_y;
 }
 
 bool take_cell(Taker& in, uint64_t npoints, LASindex::Cell& cell) {
@@ -84,7 +85,8 @@ std::vector<uint8_t> embedded_index(const LasInFile& file, const LazScheme& sche
   uint64_t length;
   std::memcpy(&record, head + 18, 2);
   std::memcpy(&length, head + 20, 8);
-  if (std::strncmp(reinterpret_cast<const char*>(head) + 2, EVLR_USER, 16) != 0 || record != EVLR_RECORD) return bytes;
+  if (std::strncmp(reinterpret_cast<const char*>(head) + 2, EVLR_USER, 16) != 0 || record != EVLR_RECORD)
+    return bytes;
   if (length > file.size() - at - LAS_EVLR_HEADER || length > MAX_INDEX_BYTES) return bytes;
   bytes.resize(length);
   if (!file.read_at(at + LAS_EVLR_HEADER, bytes.data(), length)) bytes.clear();
@@ -115,7 +117,8 @@ bool write_all(int fd, uint64_t offset, const void* from, uint64_t n) {
   return true;
 }
 
-// Adds the record at the end of the file, then tells of it in the compression record; takes it back on failure.
+// Adds the record at the end of the file, then tells of it in the compression record; takes it back on
+// failure.
 bool append_record(const std::string& name, uint64_t size, uint64_t scheme_payload,
                    const std::vector<uint8_t>& record, std::string& error) {
   const int fd = ::open(name.c_str(), O_RDWR | O_CLOEXEC);
@@ -217,7 +220,8 @@ bool LASindex::append(const std::string& laz_file) const {
     ok = file.open(laz_file, error) && read_las_header(file, header, info, error);
     size = file.size();
     int64_t table = 0;
-    if (ok && (!info.has_scheme || !file.read_at(header.offset_to_point_data, &table, sizeof table) || table == -1)) {
+    if (ok && (!info.has_scheme || !file.read_at(header.offset_to_point_data, &table, sizeof table) ||
+               table == -1)) {
       error = "file can't take an index at its end";  // its chunk table must stay last, or it is no LAZ
       ok = false;
     }
@@ -232,7 +236,8 @@ bool LASindex::read(const std::string& point_file) {
   LasInFile points, lax;
   LASheader header;
   LasFileInfo info;
-  if (!points.open(point_file, error) || !read_las_header(points, header, info, error) || !info.sound) return false;
+  if (!points.open(point_file, error) || !read_las_header(points, header, info, error) || !info.sound)
+    return false;
   const std::string name = change_extension(point_file, ".lax");
   std::vector<uint8_t> bytes;
   if (is_regular_file(name)) {

@@ -10,13 +10,13 @@ constexpr int LAS_MAX_FORMAT = 10;
 // Byte offsets of a format's blocks in a record, -1 when the format lacks them.
 struct LASlayout {
   int format = 0;
-  int reclen = 20;       // bytes of a whole record, extra bytes included
-  int base = 20;         // bytes without the extra bytes; these start here
-  bool extended = false; // formats 6 to 10
-  int gps = -1;          // f64
-  int rgb = -1;          // 3 x u16
-  int nir = -1;          // u16
-  int wave = -1;         // 29 bytes
+  int reclen = 20;        // bytes of a whole record, extra bytes included
+  int base = 20;          // bytes without the extra bytes; these start here
+  bool extended = false;  // formats 6 to 10
+  int gps = -1;           // f64
+  int rgb = -1;           // 3 x u16
+  int nir = -1;           // u16
+  int wave = -1;          // 29 bytes
 };
 
 // Bytes of a format's record without extra bytes; 0 for an unknown format.
@@ -60,7 +60,8 @@ struct LASpoint {
   int return_number() const { return lay.extended ? rec[14] & 15 : rec[14] & 7; }
   int number_of_returns() const { return lay.extended ? rec[14] >> 4 : (rec[14] >> 3) & 7; }
   void set_returns(int r, int n) {
-    rec[14] = static_cast<uint8_t>(lay.extended ? (r & 15) | (n << 4) : (rec[14] & 0xC0) | (r & 7) | ((n & 7) << 3));
+    rec[14] = static_cast<uint8_t>(lay.extended ? (r & 15) | (n << 4)
+                                                : (rec[14] & 0xC0) | (r & 7) | ((n & 7) << 3));
   }
   int scan_direction() const { return lay.extended ? (rec[15] >> 6) & 1 : (rec[14] >> 6) & 1; }
   int edge() const { return lay.extended ? rec[15] >> 7 : rec[14] >> 7; }
@@ -96,7 +97,9 @@ struct LASpoint {
       store(16, static_cast<int8_t>(v));
   }
   static constexpr float EXTENDED_ANGLE_UNIT = 0.006F;
-  float scan_angle_deg() const { return static_cast<float>(scan_angle()) * (lay.extended ? EXTENDED_ANGLE_UNIT : 1.F); }
+  float scan_angle_deg() const {
+    return static_cast<float>(scan_angle()) * (lay.extended ? EXTENDED_ANGLE_UNIT : 1.F);
+  }
 
   uint8_t user_data() const { return rec[17]; }
   void set_user_data(uint8_t v) { rec[17] = v; }

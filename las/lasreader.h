@@ -1,6 +1,6 @@
 // las/lasreader.h
-// Reading of point files: LAS 1.0 to 1.4, LAZ and text, through one reader that holds one block of raw records.
-// Two ways through the points, which may be mixed:
+// Reading of point files: LAS 1.0 to 1.4, LAZ and text, through one reader that holds one block of raw
+// records. Two ways through the points, which may be mixed:
 //   while (reader->read_point()) use(reader->point);
 //   while (uint8_t* block = reader->read_block(n)) ...   // n raw records of header.point_reclen bytes each
 // Records may be changed in place; they are valid until the next read, seek or close.
@@ -20,8 +20,8 @@ int las_threads();
 class LASreader {
  public:
   LASheader header;
-  LASpoint point;          // the current point, after read_point() gave true
-  uint64_t p_count = 0;    // points delivered so far; after seek(i) counted from i
+  LASpoint point;        // the current point, after read_point() gave true
+  uint64_t p_count = 0;  // points delivered so far; after seek(i) counted from i
 
   LASreader() = default;
   ~LASreader() { close(); }
@@ -38,7 +38,8 @@ class LASreader {
     p_count++;
     return true;
   }
-  // The points of the current block that were not delivered yet, or the next block. None, and n = 0, at the end.
+  // The points of the current block that were not delivered yet, or the next block. None, and n = 0, at the
+  // end.
   uint8_t* read_block(uint64_t& n);
   // Makes the point of this index (from 0) the next one. False when there is no such point.
   [[nodiscard]] bool seek(uint64_t index);
@@ -69,8 +70,8 @@ class LASreadOpener {
   // n number of returns, c classification, u user data, p point source ID, d scan direction, e edge of flight
   // line, R G B colours, s or any other sign: skipped. Default "xyz".
   void set_parse_string(const std::string& parse) { parse_ = parse; }
-  // Opens the file. None, after an ERROR line that names the cause, when it cannot be opened, is too short for
-  // a header, or holds points that cannot be read. A header that the check (las_access.h) refuses gives a
+  // Opens the file. None, after an ERROR line that names the cause, when it cannot be opened, is too short
+  // for a header, or holds points that cannot be read. A header that the check (las_access.h) refuses gives a
   // reader that has no points, so that the check can tell what is wrong.
   std::unique_ptr<LASreader> open() const;
 

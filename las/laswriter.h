@@ -71,8 +71,8 @@ class LASwriteOpener {
   void set_parse_string(const std::string& parse) { parse_ = parse; }
   // A file that must not be overwritten, beside those that are open for reading.
   void add_source(const std::string& name) { sources_.push_back(name); }
-  // Opens name + ".part" and writes header and VLRs. None, after an ERROR line that names the cause, when this
-  // fails, when the header's format or record length is not valid, or when the name is that of a source.
+  // Opens name + ".part" and writes header and VLRs. None, after an ERROR line that names the cause, when
+  // this fails, when the header's format or record length is not valid, or when the name is that of a source.
   std::unique_ptr<LASwriter> open(const LASheader& header) const;
 
  private:

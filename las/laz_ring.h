@@ -1,8 +1,8 @@
 // las/laz_ring.h
-// Chunks of one file on their way through coders on several threads: the owner queues them and takes them back
-// in the same order; workers, and the owner while it waits, code those that are queued.
-// Threads: the owner's calls come from one thread at a time. A slot belongs to the owner until it is queued and
-// after it is taken; in between to the thread that codes it.
+// Chunks of one file on their way through coders on several threads: the owner queues them and takes them
+// back in the same order; workers, and the owner while it waits, code those that are queued. Threads: the
+// owner's calls come from one thread at a time. A slot belongs to the owner until it is queued and after it
+// is taken; in between to the thread that codes it.
 #pragma once
 #include <algorithm>
 #include <condition_variable>
@@ -43,7 +43,8 @@ class ChunkRing {
   // `code` codes a slot on the thread of this number: 0 the owner, 1.. workers.
   using Code = std::function<void(Slot& slot, int thread)>;
 
-  explicit ChunkRing(Code code, bool threaded = true) : code_(std::move(code)), caller_(std::this_thread::get_id()) {
+  explicit ChunkRing(Code code, bool threaded = true)
+      : code_(std::move(code)), caller_(std::this_thread::get_id()) {
     CodecBudget::instance().add_caller(caller_);
     nworkers_ = threaded ? std::clamp(CodecBudget::instance().threads() - 1, 0, MAX_WORKERS) : 0;
     slots_.resize(static_cast<size_t>(nworkers_ > 0 ? 2 * (nworkers_ + 1) : 1));
@@ -67,7 +68,8 @@ class ChunkRing {
   // May another chunk be queued? Fewer are held while other files share the threads.
   bool has_room() const {
     const int spare = nworkers_ > 0 ? CodecBudget::instance().spare() : 0;
-    return pending() < std::min<uint64_t>(slots_.size(), spare > 0 ? 2 * static_cast<uint64_t>(spare + 1) : 1);
+    return pending() <
+           std::min<uint64_t>(slots_.size(), spare > 0 ? 2 * static_cast<uint64_t>(spare + 1) : 1);
   }
   // The slot that is queued next, for the owner to fill.
   Slot& fill() { return slots_[tail_ % slots_.size()].slot; }
