@@ -53,13 +53,11 @@ struct Line {
 
 struct Bracket {
   double lo = 0, glo, hi = 0, ghi = 0;
-  double last = 0;  // where the slope was taken last
   void replace(double s, double gd) {
     if (gd <= 0)
       hi = s, ghi = gd;
     else
       lo = s, glo = gd;
-    last = s;
   }
 };
 
@@ -77,7 +75,6 @@ bool find_bracket(Line<Func>& line, Bracket& b, double first) {
     b.lo = s, b.glo = gd;
   }
   if (k == MAX_DOUBLE) return false;
-  b.last = b.hi;
   for (k = 0; k < MAX_BISECT; k++) {
     const double mid = 0.5 * (b.lo + b.hi), gd = line.slope(mid), range = b.glo - b.ghi;
     if (!(range > 0)) return false;
@@ -88,17 +85,22 @@ bool find_bracket(Line<Func>& line, Bracket& b, double first) {
   return true;
 }
 
-// The zero of the slope by secants, until no parameter moves by its precision any more. Leaves V and g there.
+inline double secant(const Bracket& b) {
+  const double range = b.glo - b.ghi;
+  const double s = range != 0 ? (b.glo * b.hi - b.lo * b.ghi) / range : 0.5 * (b.lo + b.hi);
+  return s > 0 ? s : 0;
+}
+
+// The zero of the slope by secants, until the next one would move no parameter by its precision. Leaves V and g
+// there. One pass is the rule, as the slope is nearly linear by now.
 template <typename Func>
 void find_zero(Line<Func>& line, Bracket& b, double maxstep) {
+  double s = secant(b);
   for (int k = 0; k < MAX_SECANT; k++) {
-    const double range = b.glo - b.ghi;
-    double s = range != 0 ? (b.glo * b.hi - b.lo * b.ghi) / range : 0.5 * (b.lo + b.hi);
-    if (!(s > 0)) s = 0;
-    const double moved = std::fabs(s - b.last) * maxstep;
-    const double gd = line.slope(s);
-    if (moved < 1) break;
-    b.replace(s, gd);
+    b.replace(s, line.slope(s));
+    const double next = secant(b);
+    if (std::fabs(next - s) * maxstep < 1) break;
+    s = next;
   }
 }
 }  // namespace optnlcg

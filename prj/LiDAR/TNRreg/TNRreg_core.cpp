@@ -27,14 +27,34 @@ float max_dz(const Vector<float>& a, const Vector<float>& b) {
   return maxdev;
 }
 
-// A conjugate gradient run at fixed weights, then pixels, statistics and weights at the new position. Returns the
+// A conjugate gradient run at fixed weights. The parameters go in units of their own curvature, so that shifts on
+// gentle slopes and heights, which differ in curvature by orders of magnitude, settle at the same pace; in plain
+// pixels and metres the first steps after each restart are too short for the soft ones, and the run ends early.
+NLCGresult run_cg(dUParamTiles& Q, Vector<float>& V, const Vector<float>& wild, const Vector<float>& prec) {
+  Vector<float> scale(V.size()), unscaled(V.size()), wild_s(V.size()), prec_s(V.size());
+  comp_scale(scale, Q);
+  for (uint64_t i = 0; i < V.size(); i++) {
+    V.val[i] /= scale.val[i];
+    wild_s.val[i] = wild.val[0] / scale.val[i];
+    prec_s.val[i] = prec.val[0] / scale.val[i];
+  }
+  const auto gradient = [&](Vector<float>& g, const Vector<float>& at) {
+    for (uint64_t i = 0; i < at.size(); i++) unscaled.val[i] = at.val[i] * scale.val[i];
+    const double f = dUdef_W_nr_reg_tiles(g, at.size(), unscaled, Q);
+    for (uint64_t i = 0; i < at.size(); i++) g.val[i] *= scale.val[i];
+    return f;
+  };
+  const NLCGresult cg = OptNLCG(V, gradient, wild_s, prec_s, 3 * static_cast<int64_t>(Q.Tnpar) - 1, Q.work);
+  for (uint64_t i = 0; i < V.size(); i++) V.val[i] *= scale.val[i];
+  return cg;
+}
+
+// A conjugate gradient run, then pixels, statistics and weights at the new position. Returns the
 // largest change of a vertex' height displacement, 0 after a divergence or without residuals.
 float outer_step(dUParamTiles& Q, Vector<float>& V, const Vector<float>& wild, const Vector<float>& prec,
                  NLCGresult& cg, std::string& marks) {
   const Vector<float> before = V;
-  cg = OptNLCG(
-      V, [&Q](Vector<float>& g, const Vector<float>& at) { return dUdef_W_nr_reg_tiles(g, at.size(), at, Q); }, wild,
-      prec, 3 * static_cast<int64_t>(Q.Tnpar) - 1, Q.work);
+  cg = run_cg(Q, V, wild, prec);
   if (cg.div) marks += "<!> DIV ";
   float maxdev = max_dz(before, V);
   conv_V2D(V, Q);

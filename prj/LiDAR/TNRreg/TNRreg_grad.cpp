@@ -1,5 +1,6 @@
 // The descent direction of the energy at the vertices: data term on threads, prior, seams, packing.
 #include <algorithm>
+#include <cmath>
 
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
@@ -149,6 +150,67 @@ double dUdef_W_nr_reg_tiles(Vector<float>& g, uint64_t dim, const Vector<float>&
   add_seams<xyz>(Q, [](dUParamTile& T) -> Image<xyz>& { return T.dU; });
   conv_D2V_dU(g, Q);
   return 0.0;
+}
+
+namespace {
+// Adds to dU what the data say about the curvature of the energy at each vertex by itself: slopes by differences of
+// the coefficients at the nearest pixel serve well enough.
+void add_data_diag(dUParamTile& T, float s, RowScratch& scratch) {
+  const Image<float>& C = *T.C;
+  const int nv = T.nv(), w = C.xsize(), h = C.ysize();
+  const float k = 0.01f / (s * s);
+  for (int j = T.jmin, cell = -1; j <= T.jmax; j++) {
+    if (j / T.dim != cell) expand_cell_row(T, cell = j / T.dim, scratch);
+    const uint8_t* const b_row = T.B.row(j - T.jmin);
+    const float y0 = T.bx0.val[j], y1 = T.bx1.val[j];
+    for (int i = T.imin; i <= T.imax; i++) {
+      const int n = i - T.imin;
+      const float e = static_cast<float>(b_row[n] & B_WEIGHT) * k;
+      if (e == 0.0f) continue;
+      const float px = static_cast<float>(i + T.buf) + 0.5f + (scratch.u0x[n] + y1 * scratch.dux[n]);
+      const float py = static_cast<float>(j + T.buf) + 0.5f + (scratch.u0y[n] + y1 * scratch.duy[n]);
+      if (!(px >= 1.0f && py >= 1.0f && px < static_cast<float>(w - 1) && py < static_cast<float>(h - 1))) continue;
+      const float* const c = C.row(static_cast<int>(py)) + static_cast<int>(px);
+      const float gx = 0.5f * (c[1] - c[-1]), gy = 0.5f * (c[w] - c[-w]);
+      const xyz curve = {e * gx * gx, e * gy * gy, e};
+      xyz* const at = T.dU.val + T.iy.val[j] + T.ix.val[i];
+      const float x0 = T.bx0.val[i], x1 = T.bx1.val[i];
+      at[0] += (x0 * x0 * y0 * y0) * curve;
+      at[1] += (x1 * x1 * y0 * y0) * curve;
+      at[nv] += (x0 * x0 * y1 * y1) * curve;
+      at[nv + 1] += (x1 * x1 * y1 * y1) * curve;
+    }
+  }
+}
+
+// Adds the prior's share: 4 for the second difference centred at a vertex, 1 for each that ends there.
+void add_prior_diag(dUParamTile& T, const xyz& omega) {
+  const int nv = T.nv();
+  const auto terms = [&](int at, int step, int pos) {
+    const auto on = [&](int d) {
+      return pos + d >= 0 && pos + d < nv && T.Vmap.val[at + d * step] != V_OFF;
+    };
+    return 4.0f * (on(-1) && on(1)) + 1.0f * (on(-1) && on(-2)) + 1.0f * (on(1) && on(2));
+  };
+  for (int j = 0; j < nv; j++)
+    for (int i = 0; i < nv; i++) {
+      const int at = j * nv + i;
+      if (T.Vmap.val[at] != V_OFF) T.dU.val[at] += (terms(at, 1, i) + terms(at, nv, j)) * omega;
+    }
+}
+}  // namespace
+
+void comp_scale(Vector<float>& scale, dUParamTiles& Q) {
+  run_units(static_cast<int64_t>(Q.tile.size()), comp_threads(Q, Q.npix), [&](int64_t t, int thread) {
+    dUParamTile& T = Q.tile.val[t];
+    T.dU.resize(T.nv(), T.nv(), xyz{0, 0, 0});
+    if (!T.B.empty()) add_data_diag(T, Q.s, Q.scratch[static_cast<size_t>(thread)]);
+    add_prior_diag(T, Q.omega);
+    return true;
+  });
+  add_seams<xyz>(Q, [](dUParamTile& T) -> Image<xyz>& { return T.dU; });
+  conv_D2V_dU(scale, Q);
+  for (float& v : scale) v = v > 0.0f ? 1.0f / std::sqrt(v) : 1.0f;
 }
 
 void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int, int)>& per_row) {

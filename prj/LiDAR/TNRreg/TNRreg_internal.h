@@ -138,6 +138,8 @@ double dUdef_W_nr_reg_tiles(Vector<float>& g, uint64_t dim, const Vector<float>&
 void conv_D2V(Vector<float>& V, const dUParamTiles& Q);
 void conv_V2D(const Vector<float>& V, dUParamTiles& Q);
 void conv_D2V_dU(Vector<float>& g, const dUParamTiles& Q);
+// One over the root of the energy's curvature by each parameter alone, as if all others stood still. Uses the dU images.
+void comp_scale(Vector<float>& scale, dUParamTiles& Q);
 
 // --- Robust statistics (TNRreg_robust.cpp)
 // Histogram of absolute residuals -> scale, outliers, spikes. h: bin width. Removes the spikes from hist.

@@ -19,26 +19,40 @@ Terrain make_terrain(uint32_t seed, double slope, double shortest, double longes
 }
 
 namespace {
-void punch_holes(Image<float>& img, double fraction, std::mt19937& rng) {
+// Calls set(pixel, k) on the pixels of random discs k that cover about a fraction of the image.
+template <typename Set>
+void for_discs(Image<float>& img, double fraction, double radius, std::mt19937& rng, Set&& set) {
   std::uniform_real_distribution<double> unit(0, 1);
-  const double radius = std::max(2.0, img.xsize() / 24.0);
   const int n = static_cast<int>(fraction * static_cast<double>(img.size()) / (M_PI * radius * radius));
   for (int k = 0; k < n; k++) {
     const double cx = unit(rng) * img.xsize(), cy = unit(rng) * img.ysize();
-    for (int y = 0; y < img.ysize(); y++)
-      for (int x = 0; x < img.xsize(); x++)
-        if (std::hypot(x - cx, y - cy) < radius) img(x, y) = NR_NODATA;
+    const int x0 = std::max(0, static_cast<int>(cx - radius)), x1 = std::min(img.xsize() - 1, static_cast<int>(cx + radius));
+    const int y0 = std::max(0, static_cast<int>(cy - radius)), y1 = std::min(img.ysize() - 1, static_cast<int>(cy + radius));
+    for (int y = y0; y <= y1; y++)
+      for (int x = x0; x <= x1; x++)
+        if (std::hypot(x - cx, y - cy) < radius) set(img(x, y), k);
   }
 }
 
-// Value and holes of a pixel of the first swath must not depend on the tile that shows it: noise by hashed position.
-double noise_at(int64_t x, int64_t y, uint32_t seed) {
-  std::seed_seq key{static_cast<uint32_t>(x + 100000), static_cast<uint32_t>(y + 100000), seed};
-  uint32_t out[4];
-  key.generate(out, out + 4);
-  double sum = 0;  // four uniforms make a Gaussian of variance 1/3
-  for (const uint32_t u : out) sum += u / 4294967296.0 - 0.5;
-  return sum * std::sqrt(3.0);
+// Noise of a whole frame: white, then smoothed as the gridding kernel does, since a white one would favour
+// displacements by half pixels, where interpolation smoothes most. RMS 1.
+Image<float> noise_field(int w, int h, uint32_t seed) {
+  constexpr float TAPS[5] = {0.0156f, 0.2363f, 0.5f, 0.2363f, 0.0156f};
+  constexpr float RMS = 0.6017f * 0.6017f;  // of the taps, both axes
+  std::mt19937 rng(seed);
+  std::normal_distribution<float> gauss;
+  Image<float> white(w + 4, h + 4), rows(w, h + 4), field(w, h, 0.0f);
+  for (uint64_t k = 0; k < white.size(); k++) white.val[k] = gauss(rng);
+  for (int y = 0; y < h + 4; y++)
+    for (int x = 0; x < w; x++) {
+      float sum = 0;
+      for (int k = 0; k < 5; k++) sum += TAPS[k] * white(x + k, y);
+      rows(x, y) = sum;
+    }
+  for (int y = 0; y < h; y++)
+    for (int x = 0; x < w; x++)
+      for (int k = 0; k < 5; k++) field(x, y) += TAPS[k] / RMS * rows(x, y + k);
+  return field;
 }
 }  // namespace
 
@@ -46,6 +60,10 @@ NRpair make_pair(const SynthSpec& spec) {
   const Terrain terrain = make_terrain(spec.seed, spec.slope, spec.shortest);
   const int n = 32 * spec.dim, m = n + 2 * spec.buf;
   std::mt19937 rng(spec.seed + 1);
+  const int W = spec.ntx * n + 2 * spec.buf, H = spec.nty * n + 2 * spec.buf;
+  const Image<float> noise1 = noise_field(W, H, spec.seed + 2), noise2 = noise_field(W, H, spec.seed + 3);
+  Image<float> raised(W, H, 0.0f);  // vehicles, trees: what only one swath saw
+  for_discs(raised, spec.outliers, 3.5, rng, [](float& z, int k) { z = 1.0f + 0.5f * static_cast<float>(k % 8); });
   NRpair pair;
   pair.buf = spec.buf;
   pair.dim = spec.dim;
@@ -63,7 +81,7 @@ NRpair make_pair(const SynthSpec& spec) {
     for (int j = 0; j < n; j++)
       for (int i = 0; i < n; i++) {
         const int x = tx * n + i, y = ty * n + j;
-        two(i, j) = static_cast<float>(terrain.at(x, y) + spec.noise * noise_at(x, y, 2));
+        two(i, j) = static_cast<float>(terrain.at(x, y) + spec.noise * static_cast<double>(noise2(x, y)));
       }
     for (int j = 0; j < m; j++)
       for (int i = 0; i < m; i++) {
@@ -73,15 +91,11 @@ NRpair make_pair(const SynthSpec& spec) {
           const dxyz u = spec.disp(px, py);
           px = x - u.x, py = y - u.y;
         }
-        double z = terrain.at(px, py) + spec.disp(px, py).z + spec.noise * noise_at(x, y, 3);
-        if (spec.outliers > 0 && std::fabs(noise_at(x, y, 4)) < 1.25 * spec.outliers)
-          z += 5 * std::fabs(noise_at(x, y, 5));
-        one(i, j) = static_cast<float>(z);
+        double z = terrain.at(px, py) + spec.disp(px, py).z + spec.noise * static_cast<double>(noise1(x + spec.buf, y + spec.buf));
+        one(i, j) = static_cast<float>(z) + raised(x + spec.buf, y + spec.buf);
       }
-    if (spec.holes > 0) {
-      punch_holes(one, spec.holes, rng);
-      punch_holes(two, spec.holes, rng);
-    }
+    for (Image<float>* img : {&one, &two})
+      for_discs(*img, spec.holes, n / 24.0, rng, [](float& z, int) { z = NR_NODATA; });
   }
   return pair;
 }
