@@ -15,12 +15,14 @@
 #include <type_traits>
 
 #define LAZ_INLINE __attribute__((always_inline)) inline
+#define LAZ_NOINLINE __attribute__((noinline))
 
 constexpr uint32_t ARITH_MIN_LENGTH = 1u << 24;
 constexpr uint32_t ARITH_MAX_LENGTH = 0xFFFFFFFFu;
 constexpr int ARITH_BIT_SHIFT = 13;     // precision of the bit model's probability
 constexpr int ARITH_SYMBOL_SHIFT = 15;  // and of the symbol models' distribution
 constexpr int ARITH_SYMBOL_BYTES = 2;   // most bytes that a symbol or 16 raw bits take
+constexpr int ARITH_LOOK_AHEAD = 4;     // bytes that the decoder looks at behind those it takes
 
 struct BitModel {
   uint32_t p0, c0, n, cycle, left;  // probability and count of zeros, count of bits, bits between updates
@@ -44,23 +46,27 @@ struct BitModel {
   }
 };
 
-// Model of up to S symbols. The decoder's has a table of starting points of the search for a symbol:
-// table[k] is the largest symbol that starts at or below k / 2^TABLE_BITS of the interval.
-template <int S, bool WITH_TABLE>
+// Model of up to S symbols. The decoder's has two means to find a symbol: a guess, the symbol that takes most of
+// the interval if there is such a one, and a table of starting points of the search: table[k] is the largest
+// symbol that starts at or below k / 2^TABLE_BITS of the interval.
+template <int S, bool DECODING>
 struct SymbolModel {
-  static constexpr int TABLE_BITS = S > 64 ? 8 : 7;
+  static constexpr int TABLE_BITS = S > 64 ? 9 : 7;
+  static constexpr uint32_t GUESS_SHARE = 19000;  // of 2^15, from which on a guess pays
+  static constexpr uint32_t NO_GUESS = ~0u;
   struct Entry {
     uint16_t dist, count;  // start of the symbol's share of the interval, times 2^15; occurrences
   };
-  struct NoTable {};
+  struct Nothing {};
   using Index = std::conditional_t<(S > 256), uint16_t, uint8_t>;
-  using Table = std::conditional_t<WITH_TABLE, std::array<Index, 1 << TABLE_BITS>, NoTable>;
+  using Table = std::conditional_t<DECODING, std::array<Index, 1 << TABLE_BITS>, Nothing>;
 
   uint32_t left, cycle, total;
   uint32_t nsym;
   uint32_t generation = 0;  // chunk in which it was last initialised, for models made on first use
-  [[no_unique_address]] Table table;
+  uint32_t guess;
   Entry entry[S + 1];  // the last one is the end of the interval
+  [[no_unique_address]] Table table;
 
   void init(uint32_t n = S) {
     nsym = n;
@@ -71,13 +77,13 @@ struct SymbolModel {
     update();
     cycle = left = (n + 6) >> 1;
   }
-  LAZ_INLINE void init_once(uint32_t n, uint32_t now) {
+  LAZ_INLINE void init_once(uint32_t now) {
     if (generation != now) [[unlikely]] {
       generation = now;
-      init(n);
+      init();
     }
   }
-  __attribute__((noinline)) void update() {
+  LAZ_NOINLINE void update() {
     const uint32_t n = nsym;
     total += cycle;
     if (total > 1u << ARITH_SYMBOL_SHIFT) {
@@ -93,30 +99,37 @@ struct SymbolModel {
       entry[i].dist = uint16_t((scale * sum) >> (31 - ARITH_SYMBOL_SHIFT));
       sum += entry[i].count;
     }
-    if constexpr (WITH_TABLE) fill_table();
+    if constexpr (DECODING) fill_table();
     cycle = std::min((5 * cycle) >> 2, (n + 6) << 3);
     left = cycle;
   }
   void fill_table() {
     constexpr int SHIFT = ARITH_SYMBOL_SHIFT - TABLE_BITS;
     constexpr uint32_t SIZE = 1u << TABLE_BITS;
-    uint32_t k = 0;
-    for (uint32_t i = 1; i < nsym; i++) {
-      const uint32_t end = (entry[i].dist + (1u << SHIFT) - 1) >> SHIFT;  // first k at or above symbol i
-      while (k < end) table[k++] = Index(i - 1);
+    guess = NO_GUESS;
+    uint32_t k = 0, begin = 0;
+    for (uint32_t i = 1; i <= nsym; i++) {
+      const uint32_t end = i < nsym ? entry[i].dist : 1u << ARITH_SYMBOL_SHIFT;
+      if (end - begin >= GUESS_SHARE) guess = i - 1;
+      begin = end;
+      const uint32_t k_end = (end + (1u << SHIFT) - 1) >> SHIFT;  // first one at or above symbol i
+      while (k < k_end) table[k++] = Index(i - 1);
     }
-    while (k < SIZE) table[k++] = Index(nsym - 1);
+    static_assert(SIZE << SHIFT == 1u << ARITH_SYMBOL_SHIFT);
   }
 };
 
-// floor(2^26 / (i + 1025)): reciprocals that are never too large, for the decoder's first guess of a symbol.
-inline constexpr std::array<uint16_t, 1024> ARITH_RECIPROCAL = [] {
-  std::array<uint16_t, 1024> table{};
-  for (uint32_t i = 0; i < 1024; i++) table[i] = uint16_t((1u << 26) / (i + 1025));
+// floor(2^26 / (i + 1)) for i = 1024 .. 2047: reciprocals that are never too large, where the decoder begins its
+// search for a symbol.
+inline constexpr std::array<uint16_t, 2048> ARITH_RECIPROCAL = [] {
+  std::array<uint16_t, 2048> table{};
+  for (uint32_t i = 1024; i < 2048; i++) table[i] = uint16_t((1u << 26) / (i + 1));
   return table;
 }();
 
 // value < length holds at all times, whatever the bytes: every interval that is chosen contains value.
+// Renormalisation is put off to the beginning of the next call, where it runs beside the search for a symbol
+// instead of in front of it; settle() makes up for it before `at` is looked at.
 struct ArithDecoder {
   static constexpr bool encoding = false;
   using Byte = uint8_t;  // of the records: written
@@ -138,7 +151,7 @@ struct ArithDecoder {
     }
   }
 
-  LAZ_INLINE void renormalise() {
+  LAZ_INLINE void settle() {
     while (length < ARITH_MIN_LENGTH) {
       value = value << 8 | *at++;
       length <<= 8;
@@ -146,6 +159,7 @@ struct ArithDecoder {
   }
 
   LAZ_INLINE uint32_t bit(BitModel& model, uint32_t = 0) {
+    settle();
     const uint32_t x = model.p0 * (length >> ARITH_BIT_SHIFT);
     uint32_t b;
     if (value < x) {
@@ -157,20 +171,64 @@ struct ArithDecoder {
       length -= x;
       b = 1;
     }
-    renormalise();
     if (--model.left == 0) [[unlikely]]
       model.update();
     return b;
   }
 
-  template <int S>
-  LAZ_INLINE uint32_t symbol(Symbols<S>& model, uint32_t = 0) {
-    // First guess from value / length, rounded down: value and length shifted until length has 32 bits, and a
-    // reciprocal of its upper 11 bits. The search goes upwards from there.
-    const int shift = std::countl_zero(length);
-    const uint32_t reciprocal = ARITH_RECIPROCAL[((length << shift) >> 21) & 1023];
-    const uint32_t k = uint32_t((uint64_t(value << shift) * reciprocal) >> (47 - Symbols<S>::TABLE_BITS));
+  template <class Model>
+  LAZ_INLINE uint32_t symbol(Model& model, uint32_t = 0) {
+    uint32_t s = model.guess;
+    if (s == Model::NO_GUESS || !try_guess(model, s)) s = search(model);
+    model.entry[s].count++;
+    if (--model.left == 0) [[unlikely]]
+      model.update();
+    return s;
+  }
+
+  LAZ_INLINE uint32_t bits_up_to_19(uint32_t n) {
+    settle();
+    length >>= n;
+    const uint32_t v = value / length;
+    value -= v * length;
+    bad |= v >> n;
+    return v;
+  }
+  LAZ_INLINE uint32_t bits(uint32_t n, uint32_t = 0) {  // 1 .. 32
+    if (n <= 19) return bits_up_to_19(n);
+    const uint32_t low = bits_up_to_19(16);
+    return bits_up_to_19(n - 16) << 16 | low;
+  }
+
+ private:
+  template <class Model>
+  LAZ_INLINE bool try_guess(Model& model, uint32_t s) {
+    settle();
+    const uint64_t unit = length >> ARITH_SYMBOL_SHIFT;
+    const uint64_t low = model.entry[s].dist * unit;
+    const uint64_t high = model.entry[s + 1].dist * unit;
+    if (value - low >= high - low) return false;
+    value -= uint32_t(low);
+    length = uint32_t(std::min<uint64_t>(high, length) - low);
+    return true;
+  }
+
+  // Renormalises without a branch, and searches from value / length, rounded down: both are shifted until
+  // length has 32 bits, and the reciprocal of its upper 11 bits is looked up.
+  template <class Model>
+  LAZ_INLINE uint32_t search(Model& model) {
+    uint32_t next;
+    std::memcpy(&next, at, sizeof next);
+    const uint64_t ahead = uint64_t(value) << 32 | __builtin_bswap32(next);
+    const uint32_t shift = uint32_t(std::countl_zero(length));
+    const uint64_t reciprocal = ARITH_RECIPROCAL[(length << shift) >> 21];
+    const uint32_t numerator = uint32_t(ahead << shift >> 32) & ~127u;  // without bits that are not value's
+    const uint32_t k = uint32_t((numerator * reciprocal) >> (47 - Model::TABLE_BITS));
     uint32_t s = model.table[k];
+    const uint32_t nbits = shift & 24;
+    value = uint32_t(ahead << nbits >> 32);
+    length <<= nbits;
+    at += nbits >> 3;
     const uint64_t unit = length >> ARITH_SYMBOL_SHIFT;
     uint64_t low = model.entry[s].dist * unit;
     uint64_t high = model.entry[s + 1].dist * unit;
@@ -181,55 +239,46 @@ struct ArithDecoder {
     }
     value -= uint32_t(low);
     length = uint32_t(std::min<uint64_t>(high, length) - low);
-    renormalise();
-    model.entry[s].count++;
-    if (--model.left == 0) [[unlikely]]
-      model.update();
     return s;
-  }
-
-  LAZ_INLINE uint32_t bits_up_to_19(uint32_t n) {
-    length >>= n;
-    const uint32_t v = value / length;
-    value -= v * length;
-    renormalise();
-    bad |= v >> n;
-    return v;
-  }
-  LAZ_INLINE uint32_t bits(uint32_t n, uint32_t = 0) {  // 1 .. 32
-    if (n <= 19) return bits_up_to_19(n);
-    const uint32_t low = bits_up_to_19(16);
-    return bits_up_to_19(n - 16) << 16 | low;
   }
 };
 
+// The latest two bytes of the output stand in `window` above the 32 bits of the interval's base, and are written
+// again with each call: a carry reaches bytes behind them so rarely that its branch is never mispredicted.
 struct ArithEncoder {
   static constexpr bool encoding = true;
   using Byte = const uint8_t;  // of the records: read
   template <int S>
   using Symbols = SymbolModel<S, false>;
+  static constexpr uint64_t WINDOW = (uint64_t(1) << 48) - 1;
+  static constexpr unsigned BYTES_BEFORE = 2;  // that must exist in front of the stream; they keep their values
+  static constexpr unsigned BYTES_BEHIND = 16;  // room that the latest call and finish() need
 
-  uint32_t base = 0, length = ARITH_MAX_LENGTH;
+  uint64_t window = 0;
+  uint32_t length = ARITH_MAX_LENGTH;
   uint8_t* at = nullptr;  // next byte
 
   void start(uint8_t* bytes) {
-    base = 0;
+    window = uint64_t(bytes[-2]) << 40 | uint64_t(bytes[-1]) << 32;
     length = ARITH_MAX_LENGTH;
     at = bytes;
   }
 
   LAZ_INLINE void add(uint32_t x) {
-    base += x;
-    if (base < x) [[unlikely]]  // carry; it never reaches beyond the first byte of the stream
-      for (uint8_t* byte = at - 1; ++*byte == 0; byte--) {
+    window += x;
+    if (window > WINDOW) [[unlikely]] {  // it never reaches beyond the first byte of the stream
+      window &= WINDOW;
+      for (uint8_t* byte = at - 3; ++*byte == 0; byte--) {
       }
+    }
   }
   LAZ_INLINE void renormalise() {
-    while (length < ARITH_MIN_LENGTH) {
-      *at++ = uint8_t(base >> 24);
-      base <<= 8;
-      length <<= 8;
-    }
+    const uint32_t nbits = uint32_t(std::countl_zero(length)) & 24;
+    const uint64_t bytes = __builtin_bswap64(window << 16);
+    std::memcpy(at - 2, &bytes, sizeof bytes);
+    window = window << nbits & WINDOW;
+    length <<= nbits;
+    at += nbits >> 3;
   }
 
   LAZ_INLINE uint32_t bit(BitModel& model, uint32_t b) {
@@ -247,8 +296,8 @@ struct ArithEncoder {
     return b;
   }
 
-  template <int S>
-  LAZ_INLINE uint32_t symbol(Symbols<S>& model, uint32_t s) {
+  template <class Model>
+  LAZ_INLINE uint32_t symbol(Model& model, uint32_t s) {
     const uint64_t unit = length >> ARITH_SYMBOL_SHIFT;
     const uint64_t low = model.entry[s].dist * unit;
     const uint64_t high = model.entry[s + 1].dist * unit;  // beyond the interval for the last symbol
@@ -276,21 +325,11 @@ struct ArithEncoder {
     return v;
   }
 
-  void finish() {  // takes up to 5 more bytes
-    const uint32_t old = base;
-    int nzeros = 3;
-    if (length > 2 * ARITH_MIN_LENGTH) {
-      base += ARITH_MIN_LENGTH;
-      length = ARITH_MIN_LENGTH >> 1;
-    } else {
-      base += ARITH_MIN_LENGTH >> 1;
-      length = ARITH_MIN_LENGTH >> 9;
-      nzeros = 2;
-    }
-    if (base < old)
-      for (uint8_t* byte = at - 1; ++*byte == 0; byte--) {
-      }
+  void finish() {
+    const bool wide = length > 2 * ARITH_MIN_LENGTH;
+    add(wide ? ARITH_MIN_LENGTH : ARITH_MIN_LENGTH >> 1);
+    length = wide ? ARITH_MIN_LENGTH >> 1 : ARITH_MIN_LENGTH >> 9;
     renormalise();
-    while (nzeros-- > 0) *at++ = 0;
+    for (int nzeros = wide ? 3 : 2; nzeros > 0; nzeros--) *at++ = 0;
   }
 };

@@ -2,6 +2,7 @@
 // Unaligned access to the fields of point records, and byte arithmetic that several LAZ items share.
 // Private to the codec's sources.
 #pragma once
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -19,59 +20,21 @@ inline void laz_put(uint8_t* at, T value) {
 
 inline uint32_t clamp_byte(int32_t v) { return uint32_t(v < 0 ? 0 : v > 255 ? 255 : v); }
 
-// Running median of five values: keeps them sorted, and drops the largest and the smallest in turn.
+// Running median of five values, kept sorted: a new value pushes out the largest or the smallest in turn. Written
+// without branches, because they could not be foreseen.
 struct Median5 {
   int32_t v[5] = {0, 0, 0, 0, 0};
-  bool high = true;
+  uint32_t low = 0;  // 1: the smallest goes next
 
   int32_t get() const { return v[2]; }
   void add(int32_t x) {
-    if (high) {
-      if (x < v[2]) {
-        v[4] = v[3];
-        v[3] = v[2];
-        if (x < v[0]) {
-          v[2] = v[1];
-          v[1] = v[0];
-          v[0] = x;
-        } else if (x < v[1]) {
-          v[2] = v[1];
-          v[1] = x;
-        } else {
-          v[2] = x;
-        }
-      } else {
-        if (x < v[3]) {
-          v[4] = v[3];
-          v[3] = x;
-        } else {
-          v[4] = x;
-        }
-        high = false;
-      }
-    } else {
-      if (v[2] < x) {
-        v[0] = v[1];
-        v[1] = v[2];
-        if (v[4] < x) {
-          v[2] = v[3];
-          v[3] = v[4];
-          v[4] = x;
-        } else if (v[3] < x) {
-          v[2] = v[3];
-          v[3] = x;
-        } else {
-          v[2] = x;
-        }
-      } else {
-        if (v[1] < x) {
-          v[0] = v[1];
-          v[1] = x;
-        } else {
-          v[0] = x;
-        }
-        high = true;
-      }
-    }
+    const int32_t* w = v + low;  // the four that stay
+    const int32_t w0 = w[0], w1 = w[1], w2 = w[2], w3 = w[3];
+    low = low != 0 ? v[2] < x : x >= v[2];
+    v[0] = std::min(w0, x);
+    v[1] = std::max(w0, std::min(w1, x));
+    v[2] = std::max(w1, std::min(w2, x));
+    v[3] = std::max(w2, std::min(w3, x));
+    v[4] = std::max(w3, x);
   }
 };

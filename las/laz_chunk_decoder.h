@@ -53,6 +53,8 @@ class LayerChunkDecoder {
   uint64_t used() const { return used_; }  // bytes of the whole chunk
 
  private:
+  uint64_t room_behind(size_t layer) const { return LAZ_LAYER_BLOCK * max_bytes_[layer] + ARITH_LOOK_AHEAD; }
+
   std::vector<std::unique_ptr<LayerItem<ArithDecoder>>> items_;
   std::vector<Layer<ArithDecoder>> layers_;
   std::vector<const uint8_t*> ends_;  // of the layers in the buffer

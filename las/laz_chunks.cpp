@@ -56,6 +56,7 @@ bool decode_entries(const std::vector<uint8_t>& bytes, uint64_t nbytes, uint64_t
   for (uint64_t i = 0; i < n; i++) {
     if (scheme.variable()) npoints = model->code(c, npoints, 0, 0);
     size = model->code(c, size, 0, 1);
+    c.settle();
     if (c.bad != 0 || c.at > bytes.data() + nbytes || size == 0 || size > table.table_offset - offset) {
       error = "entry " + std::to_string(i) + " of the chunk table is damaged";
       return false;
@@ -124,7 +125,7 @@ bool read_laz_chunk_table(const LazScheme& scheme, const LazReadAt& read_at, uin
 void write_laz_chunk_table(const LazScheme& scheme, const std::vector<uint32_t>& nbytes,
                            const std::vector<uint32_t>& npoints, std::vector<uint8_t>& out) {
   const size_t at = out.size();
-  out.resize(at + HEAD_BYTES + 16 + ENTRY_BYTES * nbytes.size());
+  out.resize(at + HEAD_BYTES + ArithEncoder::BYTES_BEHIND + ENTRY_BYTES * nbytes.size());
   laz_put(out.data() + at, uint32_t(0));
   laz_put(out.data() + at + 4, uint32_t(nbytes.size()));
   if (nbytes.empty()) {

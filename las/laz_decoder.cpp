@@ -14,7 +14,7 @@ void PointChunkDecoder::open(const LazScheme& scheme) {
   items_ = make_point_decoder(scheme);
   first_.resize(scheme.record_length());
   block_ = std::max<uint64_t>(1, BLOCK_BYTES / items_->max_bytes());
-  need_ = std::max(block_ * items_->max_bytes(), first_.size() + START_BYTES);
+  need_ = std::max(block_ * items_->max_bytes(), first_.size() + START_BYTES) + ARITH_LOOK_AHEAD;
 }
 
 void PointChunkDecoder::set_memory(const uint8_t* bytes, uint64_t nbytes) {
@@ -123,7 +123,7 @@ bool LayerChunkDecoder::begin(const uint8_t* bytes, uint64_t nbytes, std::string
 
   uint64_t room = 0;
   for (size_t i = 0; i < layers_.size(); i++)
-    if (wanted_[i]) room += laz_get<uint32_t>(sizes + 4 * i) + LAZ_LAYER_BLOCK * max_bytes_[i];
+    if (wanted_[i]) room += laz_get<uint32_t>(sizes + 4 * i) + room_behind(i);
   if (buffer_.size() < room) buffer_.resize(room);
   const uint8_t* from = bytes + header_bytes();
   uint8_t* to = buffer_.data();
@@ -136,10 +136,10 @@ bool LayerChunkDecoder::begin(const uint8_t* bytes, uint64_t nbytes, std::string
         return false;
       }
       std::copy_n(from, size, to);
-      std::memset(to + size, 0, LAZ_LAYER_BLOCK * max_bytes_[i]);
+      std::memset(to + size, 0, room_behind(i));
       layers_[i].coder.start(to);
       ends_[i] = to + size;
-      to += size + LAZ_LAYER_BLOCK * max_bytes_[i];
+      to += size + room_behind(i);
     }
     from += size;
   }
@@ -175,6 +175,7 @@ bool LayerChunkDecoder::decode(uint64_t n, uint8_t* out, std::string& error) {
     }
     for (size_t i = 0; i < layers_.size(); i++) {
       if (!layers_[i].active) continue;
+      layers_[i].coder.settle();
       const bool over = layers_[i].coder.at > ends_[i];
       if (!over && layers_[i].coder.bad == 0) continue;
       error = (over ? "layer " + std::to_string(i + 1) + " of the chunk ends"

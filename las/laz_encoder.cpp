@@ -9,7 +9,7 @@
 
 namespace {
 constexpr uint64_t BLOCK_BYTES = 1u << 15;  // that a block of points takes at most, if more than one point
-constexpr uint64_t FINISH_BYTES = 8;        // that the end of a stream takes at most
+constexpr uint64_t BEFORE = ArithEncoder::BYTES_BEFORE, BEHIND = ArithEncoder::BYTES_BEHIND;
 
 // Room for n more bytes behind the encoder's place; what it wrote is kept.
 void reserve(std::vector<uint8_t>& buffer, ArithEncoder& coder, uint64_t n) {
@@ -68,7 +68,7 @@ bool LazChunkEncoder::open(const LazScheme& scheme, std::string& error) {
 
 void LazChunkEncoder::encode_points(const uint8_t* records, uint64_t n, std::vector<uint8_t>& out) {
   const uint64_t block = std::max<uint64_t>(1, BLOCK_BYTES / points_->max_bytes());
-  const uint64_t room = block * points_->max_bytes() + FINISH_BYTES;
+  const uint64_t room = block * points_->max_bytes() + BEHIND;
   out.resize(std::max<uint64_t>(out.capacity(), stride_ + room));
   std::copy_n(records, stride_, out.data());
   points_->start(records);
@@ -78,15 +78,15 @@ void LazChunkEncoder::encode_points(const uint8_t* records, uint64_t n, std::vec
     reserve(out, coder, room);
     points_->run(coder, records + i * stride_, std::min(block, n - i));
   }
-  reserve(out, coder, FINISH_BYTES);
+  reserve(out, coder, BEHIND);
   coder.finish();
   out.resize(uint64_t(coder.at - out.data()));
 }
 
 void LazChunkEncoder::start_layers(const uint8_t* first) {
   for (size_t i = 0; i < layers_.size(); i++) {
-    if (buffers_[i].empty()) buffers_[i].resize(LAZ_LAYER_BLOCK * max_bytes_[i] + FINISH_BYTES);
-    layers_[i].coder.start(buffers_[i].data());
+    if (buffers_[i].empty()) buffers_[i].resize(BEFORE + LAZ_LAYER_BLOCK * max_bytes_[i] + BEHIND);
+    layers_[i].coder.start(buffers_[i].data() + BEFORE);
     layers_[i].active = false;
   }
   const unsigned channel = first[15] >> 4 & 3;
@@ -101,7 +101,7 @@ void LazChunkEncoder::encode_layers(const uint8_t* records, uint64_t n, std::vec
   uint8_t contexts[LAZ_LAYER_BLOCK];
   for (uint64_t i = 1; i < n; i += LAZ_LAYER_BLOCK) {
     for (size_t j = 0; j < layers_.size(); j++)
-      reserve(buffers_[j], layers_[j].coder, LAZ_LAYER_BLOCK * max_bytes_[j] + FINISH_BYTES);
+      reserve(buffers_[j], layers_[j].coder, LAZ_LAYER_BLOCK * max_bytes_[j] + BEHIND);
     Layer<ArithEncoder>* layer = layers_.data();
     const uint8_t* at = records + i * stride_;
     for (const auto& item : items_) {
@@ -115,7 +115,7 @@ void LazChunkEncoder::encode_layers(const uint8_t* records, uint64_t n, std::vec
   for (size_t j = 0; j < layers_.size(); j++) {
     if (!layers_[j].active) continue;
     layers_[j].coder.finish();
-    nbytes += uint64_t(layers_[j].coder.at - buffers_[j].data());
+    nbytes += uint64_t(layers_[j].coder.at - buffers_[j].data()) - BEFORE;
   }
   out.resize(nbytes);
   std::copy_n(records, stride_, out.data());
@@ -123,9 +123,9 @@ void LazChunkEncoder::encode_layers(const uint8_t* records, uint64_t n, std::vec
   uint8_t* size_at = out.data() + stride_ + 4;
   uint8_t* to = size_at + 4 * layers_.size();
   for (size_t j = 0; j < layers_.size(); j++, size_at += 4) {
-    const uint64_t size = layers_[j].active ? uint64_t(layers_[j].coder.at - buffers_[j].data()) : 0;
+    const uint64_t size = layers_[j].active ? uint64_t(layers_[j].coder.at - buffers_[j].data()) - BEFORE : 0;
     laz_put(size_at, uint32_t(size));
-    to = std::copy_n(buffers_[j].data(), size, to);
+    to = std::copy_n(buffers_[j].data() + BEFORE, size, to);
   }
 }
 

@@ -44,7 +44,7 @@ struct GpsSequences {
       nextreme[current] = 0;
     }
   }
-  void code_full(C& c, uint64_t real) {
+  LAZ_NOINLINE C code_full(C c, uint64_t real) {  // the coder by value: its state stays in registers elsewhere
     const uint32_t high = step_model.code(c, uint32_t(time[current] >> 32), uint32_t(real >> 32), 8);
     const uint32_t low = c.bits(32, uint32_t(real));
     next = (next + 1) & 3;
@@ -52,6 +52,7 @@ struct GpsSequences {
     time[current] = uint64_t(high) << 32 | low;
     step[current] = 0;
     nextreme[current] = 0;
+    return c;
   }
   // Codes the difference to the current sequence under the symbol of a multiple.
   LAZ_INLINE void code_multiple(C& c, uint32_t s, int32_t real) {
@@ -75,7 +76,7 @@ struct GpsSequences {
     else if (s == 0 || s == uint32_t(MULTIPLE_MAX) || s == LARGE_NEGATIVE)
       bump(x);
   }
-  void code_first_step(C& c, int32_t real) {
+  LAZ_INLINE void code_first_step(C& c, int32_t real) {
     const int32_t x = int32_t(step_model.code(c, 0, uint32_t(real), 0));
     step[current] = x;
     time[current] += uint64_t(int64_t(x));
@@ -91,7 +92,7 @@ struct GpsSequences {
           if (s == ZERO_STEP)
             code_first_step(c, 0);
           else
-            code_full(c, 0);
+            c = code_full(c, 0);
           return time[current];
         }
         current = (current + s - ZERO_FULL) & 3;
@@ -103,7 +104,7 @@ struct GpsSequences {
         }
         if (WITH_UNCHANGED && s == UNCHANGED) return time[current];
         if (s == FULL) {
-          code_full(c, 0);
+          c = code_full(c, 0);
           return time[current];
         }
         current = (current + s - FULL) & 3;
@@ -125,7 +126,7 @@ struct GpsSequences {
                         : nearest <= MULTIPLE_MIN ? LARGE_NEGATIVE : uint32_t(int32_t(NEGATIVE) - nearest);
   }
 
-  void encode(C& c, uint64_t real) {
+  LAZ_INLINE void encode(C& c, uint64_t real) {
     for (;;) {
       const uint64_t diff = real - time[current];
       const bool fresh = step[current] == 0;
@@ -147,7 +148,7 @@ struct GpsSequences {
       while (other < 4 && !fits(real - time[(current + other) & 3])) other++;
       if (other == 4) {
         fresh ? c.symbol(zero_model, ZERO_FULL) : c.symbol(multi_model, FULL);
-        code_full(c, real);
+        c = code_full(c, real);
         return;
       }
       fresh ? c.symbol(zero_model, ZERO_FULL + other) : c.symbol(multi_model, FULL + other);

@@ -26,6 +26,11 @@ struct IntegerModel {
     generation++;
   }
 
+  LAZ_NOINLINE void init_value(Value& model) {
+    model.init(k < 8 ? 1u << k : 256);
+    model.generation = generation;
+  }
+
   // The integer, modulo 2^BITS; `real` is looked at by the encoder only.
   LAZ_INLINE uint32_t code(C& c, uint32_t prediction, uint32_t real, uint32_t context) {
     return code_with(c, nbits[context], prediction, real);
@@ -46,7 +51,8 @@ struct IntegerModel {
       diff = c.bit(value0, diff);
     } else if (BITS < 32 || k < 32) {
       Value& model = value[k - 1];
-      model.init_once(k < 8 ? 1u << k : 256, generation);
+      if (model.generation != generation) [[unlikely]]
+        init_value(model);
       if constexpr (C::encoding) diff += int32_t(diff) < 0 ? (1u << k) - 1 : ~0u;
       if (k <= 8) {
         diff = c.symbol(model, diff);
@@ -55,7 +61,7 @@ struct IntegerModel {
         const uint32_t upper = c.symbol(model, diff >> nraw);
         diff = upper << nraw | c.bits(nraw, diff & ((1u << nraw) - 1));
       }
-      if constexpr (!C::encoding) diff += diff >> (k - 1) ? 1 : 1 - (1u << k);
+      if constexpr (!C::encoding) diff += 1 - ((diff >> (k - 1) ^ 1) << k);
     } else {
       diff = 0x80000000u;
     }

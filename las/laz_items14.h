@@ -147,9 +147,9 @@ class Wave14Item final : public LayerItem<C> {
       uint8_t* last = states_.enter(contexts[i]);
       if constexpr (C::encoding) {
         layers[0].active |= std::memcmp(last, records, LAZ_WAVE_SIZE) != 0;
-        states_.models().code(layers[0].coder, last, records);
+        layers[0].coder = states_.models().code(layers[0].coder, last, records);
       } else if (layers[0].active) {
-        states_.models().code(layers[0].coder, last, records);
+        layers[0].coder = states_.models().code(layers[0].coder, last, records);
       } else {
         std::memcpy(records, last, LAZ_WAVE_SIZE);
       }
@@ -185,12 +185,12 @@ class Byte14Item final : public LayerItem<C> {
       for (unsigned b = 0; b < size_; b++) {
         if constexpr (C::encoding) {
           layers[b].active |= records[b] != last[b];
-          models[b].init_once(256, generation_);
+          models[b].init_once(generation_);
           layers[b].coder.symbol(models[b], uint8_t(records[b] - last[b]));
           last[b] = records[b];
         } else {
           if (layers[b].active) {
-            models[b].init_once(256, generation_);
+            models[b].init_once(generation_);
             last[b] = uint8_t(last[b] + layers[b].coder.symbol(models[b]));
           }
           records[b] = last[b];

@@ -61,7 +61,7 @@ struct Point10v2 {
 
   LAZ_INLINE uint32_t code_byte(C& c, Symbols<256>* models, uint8_t previous, uint8_t value) {
     Symbols<256>& model = models[previous];
-    model.init_once(256, generation);
+    model.init_once(generation);
     return c.symbol(model, value);
   }
 
@@ -148,7 +148,7 @@ struct Point10v1 {
 
   uint8_t code_byte(C& c, Symbols256* models, uint8_t previous) {
     Symbols256& model = models[previous];
-    model.init_once(256, generation);
+    model.init_once(generation);
     return uint8_t(c.symbol(model));
   }
 

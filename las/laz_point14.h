@@ -116,8 +116,8 @@ class Point14Item final : public LayerItem<C> {
 
   template <int S>
   LAZ_INLINE uint32_t symbol(C& c, Symbols<S>& model, uint32_t s) {  // of a model made on first use
-    model.init_once(S, generation_);
-    return c.template symbol<S>(model, s);
+    model.init_once(generation_);
+    return c.symbol(model, s);
   }
 
   // Bits of the symbol that says what changed.
@@ -141,7 +141,7 @@ class Point14Item final : public LayerItem<C> {
         if (changed & GPS_TIME)
           r = symbol<16>(c, k.r_model[r], p.r());
         else
-          r = (r + c.template symbol<13>(k.r_step_model, (p.r() - r - 2) & 15) + 2) & 15;
+          r = (r + c.symbol(k.r_step_model, (p.r() - r - 2) & 15) + 2) & 15;
     }
     return n << 4 | r;
   }
@@ -161,7 +161,7 @@ class Point14Item final : public LayerItem<C> {
     changed = symbol<128>(c, k->changed_model[previous], changed);
     uint8_t context = 0;
     if (changed & CHANNEL) {
-      channel = (current_ + 1 + c.template symbol<3>(k->channel_model, (channel - current_ - 1) & 3)) & 3;
+      channel = (current_ + 1 + c.symbol(k->channel_model, (channel - current_ - 1) & 3)) & 3;
       if (!used_[channel]) create(channel, k->last);
       current_ = channel;
       k = contexts_[channel].get();

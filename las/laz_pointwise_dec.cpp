@@ -94,6 +94,7 @@ class ItemList final : public PointItems<ArithDecoder> {
         item->code(c, records);
         records += item->size();
       }
+    c.settle();
   }
   unsigned max_bytes() const override {
     unsigned sum = 0;

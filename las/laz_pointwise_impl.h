@@ -3,6 +3,7 @@
 // registers. Included by laz_pointwise_dec.cpp and laz_pointwise_enc.cpp only.
 #pragma once
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "las/laz_gpstime.h"
@@ -47,14 +48,20 @@ class FixedItems final : public PointItems<C> {
     C c = state;
     for (uint64_t i = 0; i < n; i++) {
       typename C::Byte* at = records + i * stride_;
-      std::apply([&](auto&... item) { ((item.code(c, at), at += item.SIZE), ...); }, items_);
-      if (extra_.size() > 0) extra_.code(c, at);
+      code_all(c, at, std::index_sequence_for<Items...>());
+      if (extra_.size() > 0) extra_.code(c, at + BASE);
     }
+    if constexpr (!C::encoding) c.settle();
     state = c;
   }
   unsigned max_bytes() const override { return (Items::MAX_BYTES + ...) + extra_.max_bytes(); }
 
  private:
+  template <size_t... I>
+  LAZ_INLINE void code_all(C& c, typename C::Byte* at, std::index_sequence<I...>) {
+    ((std::get<I>(items_).code(c, at), at += Items::SIZE), ...);
+  }
+
   static constexpr unsigned BASE = (Items::SIZE + ...);
   std::tuple<Items...> items_;
   Bytes2<C> extra_;

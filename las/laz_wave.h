@@ -28,8 +28,8 @@ struct WaveModels {
     last_kind = 0;
   }
 
-  // Codes the 29 bytes of `now` against `last`, and makes them the new `last`.
-  void code(C& c, uint8_t* last, typename C::Byte* now) {
+  // Codes the 29 bytes of `now` against `last`, and makes them the new `last`. Gives the coder as it then is.
+  C code(C c, uint8_t* last, typename C::Byte* now) {
     enum : uint32_t { SAME, FOLLOWS, NEAR, FAR };  // the packet's place seen from the last packet
     uint8_t p[LAZ_WAVE_SIZE] = {};
     if constexpr (C::encoding) std::memcpy(p, now, LAZ_WAVE_SIZE);
@@ -64,6 +64,7 @@ struct WaveModels {
     }
     std::memcpy(last, p, LAZ_WAVE_SIZE);
     if constexpr (!C::encoding) std::memcpy(now, p, LAZ_WAVE_SIZE);
+    return c;
   }
 };
 
@@ -78,5 +79,5 @@ struct WavePacket13 {
     models.init();
     std::memcpy(last, first, SIZE);
   }
-  void code(C& c, typename C::Byte* record) { models.code(c, last, record); }
+  void code(C& c, typename C::Byte* record) { c = models.code(c, last, record); }
 };
