@@ -24,6 +24,9 @@ std::string file_key(const std::string& path) {
   return key;
 }
 
+// A directory as messages show it.
+std::string shown(const std::string& dir) { return dir.empty() ? "./" : dir; }
+
 // One file that the user has named.
 bool add_named_file(FileList& list, const FileList& excl, const std::string& path, int idx, bool dup_error) {
   std::string dir, name;
@@ -33,7 +36,7 @@ bool add_named_file(FileList& list, const FileList& excl, const std::string& pat
     return false;
   }
   if (excl.contains(path)) {
-    ERROR_MSG("could not add file " << name << " in directory " << dir << " (excluded)");
+    ERROR_MSG("could not add file " << name << " in directory " << shown(dir) << " (excluded)");
     return false;
   }
   if (list.contains(path)) {
@@ -101,7 +104,7 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
   std::vector<std::string> files;
   if (!match_files(path, files)) return false;
   if (files.empty()) {
-    ERROR_MSG("no match for " << name << " in directory " << dir);
+    ERROR_MSG("no match for " << name << " in directory " << shown(dir));
     return false;
   }
   size_t nexcluded = 0, nadded = 0;
@@ -114,7 +117,7 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
     }
   }
   if (nexcluded == files.size()) {
-    ERROR_MSG("no match for " << name << " in directory " << dir << " (all files were excluded)");
+    ERROR_MSG("no match for " << name << " in directory " << shown(dir) << " (all files were excluded)");
     return false;
   }
   if (nadded == 0 && dup_error) {
@@ -163,11 +166,11 @@ bool update_check_file(std::string& file, const PathRules& rules) {
   std::vector<std::string> files;
   if (!match_files(path, files)) return false;
   if (files.empty()) {
-    ERROR_MSG("no match for " << name << " in " << dir);
+    ERROR_MSG("no match for " << name << " in " << shown(dir));
     return false;
   }
   if (files.size() > 1)
-    WARNING_MSG("found " << files.size() << " matches for " << name << " in directory " << dir << " - using "
+    WARNING_MSG("found " << files.size() << " matches for " << name << " in directory " << shown(dir) << " - using "
                          << base_name(files[0]));
   file = files[0];
   return true;
