@@ -10,6 +10,8 @@
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
 namespace {
+constexpr double SIDE_MARGIN = 2000;  // m, how far beside its track a part cut out of a swath may lie
+
 // " Xmin Xmax Ymin Ymax Zmin Zmax", rounded outward.
 std::string box_text(const dxyz& min, const dxyz& max) {
   char text[200];
@@ -193,7 +195,8 @@ bool display_traj_proc(const SyncJob& job) {
   LOG_MSG("PO data X:[" << min.x << " " << max.x << "] Y:[" << min.y << " " << max.y << "] Z:[" << min.z
                         << " " << max.z << "]");
   LOG_MSG("mT X:[" << lo.x << " " << hi.x << "] Y:[" << lo.y << " " << hi.y << "]");
-  if (min.x <= hi.x && max.x >= lo.x && min.y <= hi.y && max.y >= lo.y) return true;
+  const double m = SIDE_MARGIN;
+  if (min.x <= hi.x + m && max.x >= lo.x - m && min.y <= hi.y + m && max.y >= lo.y - m) return true;
   ERROR_MSG("no overlap between LiDAR and trajectory, wrong unit/projection or wrong PO format options");
   return false;
 }

@@ -89,7 +89,7 @@ TEST(PoInterp, UnevenSamples) {
   EXPECT_NEAR(s.maxint, 37.51, 2e-3);
   EXPECT_EQ(s.nlarge, 1u);
   EXPECT_EQ(s.nerr, 0u);
-  EXPECT_EQ(s.min.x, po(0).x);
+  EXPECT_EQ(s.min.x, double{po(0).x});
 }
 
 TEST(PoInterp, Unroll) {

@@ -1,0 +1,276 @@
+// The whole synchronisation: frames, matching, attitudes, messages, logs.
+#include "prj/LiDAR/VR2geom/VR2geom.h"
+#include "tests/prj/LiDAR/VR2POsync/sync_project.h"
+
+namespace {
+constexpr double DEG = 57.29577951308233;
+
+// Two swaths in one track, 1020 to 1040 and 1050 to 1070 s.
+void two_swaths(SyncProject& p) {
+  p.add_swath(1020, 1040, false);
+  p.add_swath(1050, 1070, false);
+  p.pairs.push_back({0, 1, 5});
+}
+
+double azimuth(const dxyz& a, const dxyz& b) { return std::atan2(b.x - a.x, b.y - a.y) * DEG; }
+double turn(double angle) { return angle - 360 * std::round(angle / 360); }
+}  // namespace
+
+TEST(DutPoSync, PlainProject) {
+  SyncProject p;
+  two_swaths(p);
+  p.add_track("t.txt", 1000, 1100);
+  ASSERT_EQ(p.run(), 2) << p.said;
+  EXPECT_EQ(p.res.sw2fl(0), 0);
+  EXPECT_EQ(p.res.sw2fl(1), 0);
+  ASSERT_EQ(p.res.pairs.size(), 1u);
+  for (int i = 0; i < 5; i++) {
+    EXPECT_NEAR(p.res.O1[0](i).x, 500000 + 60 * (p.res.pairs[0].t1(i) - 1000), 1e-3);
+    EXPECT_NEAR(p.res.O2[0](i).y, 5321000 + 8 * (p.res.pairs[0].t2(i) - 1000), 1e-3);
+    EXPECT_FLOAT_EQ(p.res.Att2[0](i).z, 82.4f);
+  }
+  // The cache holds the swath and the buffer, and one record more on each side.
+  Vector<PO> po;
+  double dt = -1;
+  ASSERT_TRUE(load_POC_TMP(p.prj.swaths[0].path, 0, po, dt));
+  EXPECT_EQ(dt, 0);
+  EXPECT_NEAR(po(0).t, 1018, 0.11);
+  EXPECT_LE(double{po(0).t}, 1018);
+  EXPECT_GT(double{po(static_cast<int64_t>(po.size()) - 1).t}, 1042);
+  EXPECT_NE(p.log("_PO_stat.log").find("POFile# Freq TimeInt DateTimeMin DateTimeMax Xmin"),
+            std::string::npos);
+  EXPECT_NE(p.log("_PO_stat.log").find("  0   10 00:00:"), std::string::npos) << p.log("_PO_stat.log");
+  EXPECT_NE(
+      p.log("_PO_sync_stat.log").find("\n0 0 1 0 1 0.000 00:00:20 GPS D 0 WS 00:17:00 GPS D 0 WS 00:17:20"),
+      std::string::npos)
+      << p.log("_PO_sync_stat.log");
+  EXPECT_EQ(p.log("_sw_PO_rej.log"), "");
+  const std::string cache = POC_name(p.prj.swaths[0].path, 0);
+  EXPECT_TRUE(exists(cache));
+  p.res = POsync();
+  EXPECT_FALSE(exists(cache));
+}
+
+// An aircraft that flies along a meridian has heading 0; along a parallel, heading 90. In a grid far from its
+// central meridian the track has another direction, and the heading must follow it. By the sphere's rule the
+// difference is some 2.2 degrees here.
+TEST(DutPoSync, HeadingsTurnToGridNorth) {
+  struct Row {
+    int zone;
+    double lon, lat;
+  };
+  for (const Row& row : {Row{33, 18, 48}, Row{33, 12, 48}, Row{-33, 18, -33.5}, Row{33, 15, 48}}) {
+    for (const double heading : {0.0, 90.0, 180.0, 270.0}) {
+      SyncProject p;
+      two_swaths(p);
+      std::vector<SbetRow> rows;
+      const double north = std::cos(heading / DEG) * 5e-6, east = std::sin(heading / DEG) * 5e-6;
+      for (int i = 0; i <= 1000; i++)
+        rows.push_back(sbet_row(1000 + 0.1 * i, row.lon + east * (i - 300), row.lat + north * (i - 300), 700,
+                                3, -2, heading + 1.5, 1.5));
+      write_sbet(p.dir.path + "/s.out", rows);
+      p.add_file("s.out");
+      ASSERT_TRUE(p.prj.georef.init(row.zone, "", 0, "", false));
+      dxyz o;
+      ASSERT_TRUE(geo_forward(p.prj.georef, row.lon, row.lat, 0, o));
+      p.set_area(o.x - 1000, o.y - 1000, o.x + 1000, o.y + 1000);
+      ASSERT_EQ(p.run(), 2) << p.said;
+      const Vector<dxyz>& O = p.res.O1[0];
+      const double track = azimuth(O(0), O(4));
+      for (int i = 0; i < 5; i++) {
+        // A parallel is curved against the straight line between two of its points: 0.0008 degrees on this
+        // length.
+        EXPECT_NEAR(turn(p.res.Att1[0](i).z - track), 0, 1e-3)
+            << row.zone << " " << row.lon << " " << heading;
+        EXPECT_NEAR(p.res.Att1[0](i).x, 3, 1e-5);
+        EXPECT_NEAR(p.res.Att1[0](i).y, -2, 1e-5);
+      }
+      EXPECT_EQ(std::fabs(turn(track - heading)) > 1.5, row.lon != 15);
+    }
+  }
+}
+
+TEST(DutPoSync, TrackOnlyTrajectoryGetsItsHeading) {
+  SyncProject p;
+  two_swaths(p);
+  std::string text;
+  for (int i = 0; i <= 200; i++) {  // 2 Hz, west-north-west, a curve in front of the first swath
+    const double t = 1000 + 0.5 * i, s = t - 1015;
+    char line[100];
+    std::snprintf(line, sizeof(line), "%.3f %.2f %.2f 1068.37\n", t, 500000 - 50 * s,
+                  5321000 + (s < 0 ? -30 * s : 20 * s));
+    text += line;
+  }
+  write_text(p.dir.path + "/traj.txt", text);
+  p.add_file("traj.txt");
+  p.prj.pogroups[0].col = "txyz";
+  p.prj.pogroups[0].att = 1;
+  ASSERT_EQ(p.run(), 2) << p.said;
+  const double heading = 90 - std::atan2(20, -50) * DEG;  // -68.2
+  for (int i = 0; i < 5; i++) {
+    EXPECT_NEAR(p.res.Att1[0](i).z, heading, 1e-3);
+    EXPECT_EQ(p.res.Att1[0](i).x, 0);
+    EXPECT_NEAR(p.res.O1[0](i).x, 500000 - 50 * (p.res.pairs[0].t1(i) - 1015), 0.011);
+  }
+  EXPECT_TRUE(p.res.AREC(1));
+}
+
+TEST(DutPoSync, ImuRotationGoesIntoTheCache) {
+  SyncProject p;
+  two_swaths(p);
+  p.add_track("t.txt", 1000, 1100);
+  p.prj.mounts.resize(1);
+  p.prj.mounts[0].IMU = {0, 0, 90};
+  p.par.AROT = true;
+  ASSERT_EQ(p.run(), 2) << p.said;
+  // With an IMU turned by 90 degrees about the vertical, the body's forward axis is the recorded right or
+  // left one.
+  const Rot3 before = comp_R({1, 2, 82.4f});
+  const Rot3 after = comp_R(p.res.Att1[0](0));
+  SwRot rot;
+  rot.M = mount_rows({0, 0, 90});
+  TrajFrame with_mount, plain;
+  comp_TrajFrame({0, 0, 0}, {1, 2, 82.4f}, rot, with_mount);
+  comp_TrajFrame({0, 0, 0}, p.res.Att1[0](0), SwRot(), plain);
+  EXPECT_NEAR(norm(with_mount.a - plain.a), 0, 1e-5);
+  EXPECT_NEAR(norm(with_mount.b - plain.b), 0, 1e-5);
+  EXPECT_GT(norm(column(before, 0) - column(after, 0)), 1);
+}
+
+TEST(DutPoSync, MatchingRules) {
+  struct Row {
+    const char* name;
+    double file_t0, file_t1;
+    double tol;
+    int fl0, fl1;
+  };
+  const Row rows[] = {{"inside", 1000, 1100, 1, 0, 0},
+                      {"begins exactly tol before the file", 1021, 1100, 1, -1, 0},
+                      {"begins just less than tol before it", 1020.9, 1100, 1, 0, 0},
+                      {"ends exactly tol behind it", 1000, 1069, 1, 0, -1},
+                      {"no tolerance, far inside", 1000, 1100, 0, 0, 0},
+                      {"partly inside", 1000, 1060, 1, 0, -1}};
+  for (const Row& r : rows) {
+    SyncProject p;
+    two_swaths(p);
+    p.par.tol = r.tol;
+    p.add_track("t.txt", r.file_t0, r.file_t1);
+    EXPECT_EQ(p.run(), (r.fl0 >= 0) + (r.fl1 >= 0)) << r.name << p.said;
+    EXPECT_EQ(p.res.sw2fl(0), r.fl0) << r.name;
+    EXPECT_EQ(p.res.sw2fl(1), r.fl1) << r.name;
+    const bool rejected = r.fl0 < 0 || r.fl1 < 0;
+    EXPECT_EQ(p.has("WARNING: 1 out of 2 mobile swaths rejected, no single matching PO file, see file " +
+                    p.prj.name + "_sw_PO_rej.log"),
+              rejected)
+        << r.name << p.said;
+    if (!rejected) continue;
+    EXPECT_EQ(p.log("_sw_PO_rej.log").find("Swath# FileName\n"), 0u);
+    EXPECT_EQ(p.res.O1[0](0).z == -9999, r.fl0 < 0);  // vectors of a rejected swath are marked
+    EXPECT_EQ(p.res.O2[0](0).z == -9999, r.fl1 < 0);
+  }
+}
+
+TEST(DutPoSync, SeveralFiles) {
+  SyncProject p;
+  two_swaths(p);
+  p.add_track("a.txt", 1000, 1045);
+  p.add_track("b.txt", 1046, 1100);
+  p.add_track("far.txt", 3000, 3100);
+  p.add_file("a.txt");  // listed twice
+  ASSERT_EQ(p.run(), 2) << p.said;
+  EXPECT_EQ(p.res.sw2fl(0), 0);
+  EXPECT_EQ(p.res.sw2fl(1), 1);
+  EXPECT_TRUE(
+      p.has("WARNING: no matching swath for PO file " + p.dir.path + "/far.txt in group 1, channel 0"))
+      << p.said;
+  EXPECT_TRUE(p.has("WARNING: 1 out of 3 PO files were rejected, see file ")) << p.said;
+  EXPECT_EQ(p.log("_PO_rej.log"), "POFile# FileName\n2 " + p.dir.path + "/far.txt\n");
+
+  // The same content under another name makes the choice impossible.
+  p.add_track("copy.txt", 1000, 1045);
+  EXPECT_EQ(p.run(), 1) << p.said;
+  EXPECT_EQ(p.res.sw2fl(0), -2);
+  EXPECT_TRUE(p.has("WARNING: time sync failed for 1 mobile swaths (multiple matching PO files)")) << p.said;
+
+  // A file that can't be read is left out; the others go on.
+  write_text(p.dir.path + "/copy.txt", "nothing\n");
+  EXPECT_EQ(p.run(), 2) << p.said;
+  EXPECT_TRUE(p.has("ERROR: not enough data points, PO file ")) << p.said;
+}
+
+TEST(DutPoSync, SwathsWithoutRegistrationAndReferences) {
+  SyncProject p;
+  two_swaths(p);
+  p.add_swath(1075, 1085, false);     // in no pair
+  p.add_swath(1021, 1031, false, 0);  // a reference
+  p.pairs.push_back({0, 3, 2});
+  p.add_track("t.txt", 1000, 1100);
+  EXPECT_EQ(p.run(), 2) << p.said;
+  EXPECT_EQ(p.res.sw2fl(2), -1);
+  EXPECT_EQ(p.res.sw2fl(3), -1);
+  EXPECT_EQ(p.res.O2[1](0).z, -9999);
+  EXPECT_NE(p.res.O1[1](0).z, -9999);
+  EXPECT_TRUE(p.has("1 out of 3 mobile swaths rejected, no registration data, see file ")) << p.said;
+  p.par.ALL = true;
+  EXPECT_EQ(p.run(), 3) << p.said;
+  EXPECT_EQ(p.res.sw2fl(2), 0);
+}
+
+TEST(DutPoSync, Gap) {
+  SyncProject p;
+  two_swaths(p);
+  write_text(p.dir.path + "/g.txt", p.track(1000, 1030) + p.track(1031.5, 1100));
+  p.add_file("g.txt");
+  EXPECT_EQ(p.run(), 2) << p.said;
+  EXPECT_TRUE(p.has("WARNING: abnormal timestamp difference of 1.500 s at rec ")) << p.said;
+}
+
+TEST(DutPoSync, Failures) {
+  struct Row {
+    const char* name;
+    void (*spoil)(SyncProject& p);
+    const char* message;
+  };
+  const Row rows[] = {
+      {"wrong zone",
+       [](SyncProject& p) {
+         std::vector<SbetRow> rec;
+         for (int i = 0; i <= 1000; i++)
+           rec.push_back(sbet_row(1000 + 0.1 * i, 15, 48.04 + 5e-6 * i, 700, 0, 0, 0));
+         write_sbet(p.dir.path + "/s.out", rec);
+         p.prj.pofiles[0].path = p.dir.path + "/s.out";
+         ASSERT_TRUE(p.prj.georef.init(32, "", 0, "", false));
+       },
+       "ERROR: no overlap between LiDAR and trajectory, wrong unit/projection or wrong PO format options"},
+      {"no projection",
+       [](SyncProject& p) {
+         std::vector<SbetRow> rec;
+         for (int i = 0; i <= 1000; i++)
+           rec.push_back(sbet_row(1000 + 0.1 * i, 15, 48.04 + 5e-6 * i, 700, 0, 0, 0));
+         write_sbet(p.dir.path + "/s.out", rec);
+         p.prj.pofiles[0].path = p.dir.path + "/s.out";
+       },
+       "ERROR: no overlap between LiDAR and trajectory"},
+      {"no time in common", [](SyncProject& p) { write_text(p.prj.pofiles[0].path, p.track(5000, 5100)); },
+       "ERROR: PO file synchronization failed"},
+      {"no time in common, reason",
+       [](SyncProject& p) { write_text(p.prj.pofiles[0].path, p.track(5000, 5100)); },
+       "WARNING: time sync failed for 2 mobile swaths (no single matching PO file)"},
+      {"no trajectory", [](SyncProject& p) { write_text(p.prj.pofiles[0].path, ""); },
+       "ERROR: failed to sync GPS time for DUT file "},
+      {"no vectors", [](SyncProject& p) { p.pairs[0].ndisp = 0; },
+       "ERROR: no registration data in DUT file "},
+      {"groups", [](SyncProject& p) { p.prj.pogroups.resize(2); },
+       "ERROR: group size mismatch, 2 PO groups and 1 mobile swaths groups"},
+      {"another project", [](SyncProject& p) { p.prj.swaths.pop_back(); }, "ERROR: incompatible DUT file"},
+      {"no space for caches", [](SyncProject& p) { TMPDIR = p.dir.path + "/absent/"; },
+       "ERROR: failed to write trajectory cache "}};
+  for (const Row& r : rows) {
+    SyncProject p;
+    two_swaths(p);
+    p.add_track("t.txt", 1000, 1100);
+    r.spoil(p);
+    EXPECT_EQ(p.run(), 0) << r.name;
+    EXPECT_TRUE(p.has(r.message)) << r.name << ": " << p.said;
+  }
+}
