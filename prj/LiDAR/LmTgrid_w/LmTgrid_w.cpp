@@ -254,8 +254,12 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
     USGDstr& u = units[static_cast<size_t>(block.unit)];
     uint64_t np = 0, npix = 0;
     LOG_ENTER("th_LmT_grid_tile[T] id=" << thread);
-    const bool tok = sw_grid_tile(u, block.tile, dim, mTsize, workers[static_cast<size_t>(thread)], np, npix);
-    bool last = false;
+    bool tok = false, last = false;
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      tok = !u.failed;
+    }
+    if (tok) tok = sw_grid_tile(u, block.tile, dim, mTsize, workers[static_cast<size_t>(thread)], np, npix);
     size_t ndone = 0;
     {
       const std::lock_guard<std::mutex> lock(mutex);
