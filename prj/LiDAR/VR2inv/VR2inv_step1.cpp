@@ -58,7 +58,9 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("Cal_TA STEP 0 TIME=" << watch.text());
 }
 
-// Prior on the effect of a swath's constants at its samples, in metres.
+// Prior on the effect of a swath's constants at its samples, in metres. The samples of a swath count as one
+// observation together: with the full weight each, thousands of them outweigh the vectors as soon as the prior
+// comes near the noise, and constants of strips come back too small.
 void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
   const bool FAA = inv.par.FA == 1, FTT = inv.par.FA == 2;
@@ -83,8 +85,13 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
         for (int b = 0; b <= a; b++) prod[a][b] += dot_W(W, J[a], J[b]);
       }
     }
-    for (int c = 0; c < 3; c++) sys.add(T + c, T + c, (FAA ? 2 : 1) * n * axis(W, c));
+    if (n == 0) n = 1;
+    for (int c = 0; c < 3; c++) sys.add(T + c, T + c, (FAA ? 2 : 1) * axis(W, c));
     if (!inv.drift_att) continue;
+    for (int a = 0; a < 3; a++) {
+      sum[a] /= n;
+      for (int b = 0; b <= a; b++) prod[a][b] /= n;
+    }
     for (int a = 0; a < 3; a++) {
       const double sigma = axis(ATT_PRIOR, a);
       sys.add(A + a, A + a, ATT_PRIOR_UNIT / (sigma * sigma) + (inv.FD[3 + a] ? (FTT ? 2 : 1) * prod[a][a] : 0));
@@ -99,7 +106,7 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("Cal_TA STEP 1 TIME=" << watch.text());
 }
 
-// Prior on calibration parameters: each moves the surface by about Cpri on average.
+// Prior on calibration parameters: each moves the surface by about Cpri on average over the samples of a swath.
 void set_calib_prior_area(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
   if (inv.ShiftRef)
@@ -112,23 +119,25 @@ void set_calib_prior_area(const InvCalDrift& inv, System& sys) {
     const SwState& w = inv.sw[s];
     if (!w.mobile) continue;
     const InvSamples& m = inv.in.swaths[s].samples;
-    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {};
+    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {}, n = 0;
     TrajFrame frame;
     GeomCols cols;
     for (uint64_t i = 0; i < m.P.size(); i++) {
       if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
       comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
       comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
+      n++;
       for (int c = 0; c < 3; c++) {
         ext[c] += dot_W(Wext, cols.lever[c], cols.lever[c]);
         ext[3 + c] += dot_W(Wext, cols.bore[c], cols.bore[c]);
       }
       for (int c = 0; c < N_INTERNAL; c++) intl[c] += dot_W(Wint[c], cols.internal[c], cols.internal[c]);
     }
+    if (n == 0) continue;
     for (int c = 0; c < N_EXTERNAL; c++)
-      if (inv.FE[c] && w.ext_on) sys.add(inv.ext0[c] + w.ext_set, inv.ext0[c] + w.ext_set, ext[c]);
+      if (inv.FE[c] && w.ext_on) sys.add(inv.ext0[c] + w.ext_set, inv.ext0[c] + w.ext_set, ext[c] / n);
     for (int c = 0; c < N_INTERNAL; c++)
-      if (inv.FI[c]) sys.add(inv.int0[c] + w.int_set, inv.int0[c] + w.int_set, intl[c]);
+      if (inv.FI[c]) sys.add(inv.int0[c] + w.int_set, inv.int0[c] + w.int_set, intl[c] / n);
   }
   LOG_LINE("Cal_TA STEP 2 TIME=" << watch.text());
 }

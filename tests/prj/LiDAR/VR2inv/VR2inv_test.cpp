@@ -1,0 +1,279 @@
+// Planted errors must come back from simulated flights.
+#include "prj/LiDAR/VR2inv/VR2inv.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "prj/LiDAR/tuning.h"
+#include "tests/prj/LiDAR/VR2inv/inv_sim.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+constexpr double DEGREE = 57.29577951;
+
+InvParam no_drift() {
+  InvParam p;
+  p.Ftx = p.Fty = p.Ftz = false;
+  p.HF = false;
+  p.CAL1 = true;
+  return p;
+}
+InvParam boresight() {
+  InvParam p = no_drift();
+  p.Fw = p.Fp = p.Fk = true;
+  return p;
+}
+InvParam with_drift(double dt) {
+  InvParam p = boresight();
+  p.Ftx = p.Fty = p.Ftz = true;
+  p.HF = dt > 0;
+  p.dt = dt;
+  return p;
+}
+SimParam flight(double azimuth) {
+  SimParam s;
+  s.strips = five_strips(azimuth);
+  s.bore = {-0.13, 0.085, 0.165};
+  return s;
+}
+// Reference strips under everything: absolute drift becomes visible.
+void add_references(SimParam& s) {
+  for (int k = -2; k <= 2; k++) {
+    SimStrip ref{0, 200. * k, 0, 1600};
+    ref.fixed = true;
+    s.strips.push_back(ref);
+  }
+}
+void expect_noise_left(const InvResult& r, double tol) {
+  EXPECT_NEAR(r.chi.x, 1, tol);
+  EXPECT_NEAR(r.chi.y, 1, tol);
+  EXPECT_NEAR(r.chi.z, 1, tol);
+}
+}  // namespace
+
+// All parameters at once as far as they can be told apart: each within its own reported uncertainty.
+TEST(Inversion, CalibrationComesBackWithinItsUncertainty) {
+  const struct {
+    const char* what;
+    void (*plant)(SimParam&);
+    void (*ask)(InvParam&);
+  } cases[] = {
+      {"boresight", [](SimParam&) {}, [](InvParam&) {}},
+      {"lever", [](SimParam& s) { s.lever = {0.2, -0.15, 0}; }, [](InvParam& p) { p.Fx = p.Fy = true; }},
+      {"range scale", [](SimParam& s) { s.internal[1] = 4e-4; }, [](InvParam& p) { p.FE[1] = true; }},
+      {"scan angle scale", [](SimParam& s) { s.internal[2] = 2e-3; }, [](InvParam& p) { p.FE[2] = true; }},
+      {"scan angle terms", [](SimParam& s) { s.internal[3] = -2e-3, s.internal[4] = 6e-3; },
+       [](InvParam& p) { p.FE[3] = p.FE[4] = true; }},
+      {"tilt", [](SimParam& s) { s.internal[5] = 5e-3; }, [](InvParam& p) { p.FE[5] = true; }},
+  };
+  for (double azimuth : {0., 37.})
+    for (const auto& c : cases) {
+      SCOPED_TRACE(testing::Message() << c.what << " azimuth " << azimuth);
+      SimParam s = flight(azimuth);
+      InvParam p = boresight();
+      c.plant(s), c.ask(p);
+      p.Cpri0 = 10;  // a prior that wide leaves the data alone
+      SimProject sim = simulate(s);
+      InvResult r;
+      ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+      expect_noise_left(r, 0.09);  // with the second order terms of the planted angles
+      ASSERT_EQ(r.calib.size(), 1u);
+      const Calib& cal = r.calib[0];
+      const double found[] = {cal.L.x, cal.L.y, cal.B.x, cal.B.y, cal.B.z, cal.I(0), cal.I(1), cal.I(2), cal.I(3),
+                              cal.I(4), cal.I(5)};
+      const double* I = s.internal;
+      const double truth[] = {s.lever.x, s.lever.y, s.bore.x / DEGREE, s.bore.y / DEGREE, s.bore.z / DEGREE,
+                              I[0], I[1], I[2], I[3], I[4], I[5]};
+      const std::vector<std::string> order = {"x", "y", "w", "p", "k", "I1", "I2", "I3", "I4", "I5", "I6"};
+      for (size_t i = 0; i < r.cal_names.size(); i++) {
+        const size_t k = std::find(order.begin(), order.end(), r.cal_names[i]) - order.begin();
+        ASSERT_LT(k, order.size());
+        // Second order terms of the planted angles are some 1e-5.
+        EXPECT_NEAR(found[k], truth[k], 4 * r.cal_sigma(i) + 1.5e-5) << r.cal_names[i];
+      }
+    }
+}
+
+TEST(Inversion, ReportedUncertaintyIsTheScatter) {
+  dxyz sum2 = {0, 0, 0};
+  constexpr int N = 60;
+  for (int seed = 1; seed <= N; seed++) {
+    SimParam s = flight(20);
+    s.spacing = 40, s.sample = 40, s.seed = seed;
+    SimProject sim = simulate(s);
+    InvParam p = boresight();
+    p.Cpri0 = 10;
+    InvResult r;
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+    const dxyz e = to_dxyz(r.calib[0].B) - s.bore / DEGREE;
+    sum2 += {std::pow(e.x / r.cal_sigma(0), 2), std::pow(e.y / r.cal_sigma(1), 2), std::pow(e.z / r.cal_sigma(2), 2)};
+  }
+  // The scatter of a standard deviation from 60 trials is 9%.
+  EXPECT_NEAR(std::sqrt(sum2.x / N), 1, 0.28);
+  EXPECT_NEAR(std::sqrt(sum2.y / N), 1, 0.28);
+  EXPECT_NEAR(std::sqrt(sum2.z / N), 1, 0.28);
+}
+
+TEST(Inversion, PriorsFromTheDataHardlyBias) {
+  for (double azimuth : {0., 37.}) {
+    SimParam s = flight(azimuth);
+    SimProject sim = simulate(s);
+    InvResult r;
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, boresight(), r));  // AutoPri
+    EXPECT_NEAR(r.calib[0].B.x * DEGREE, s.bore.x, 0.002 * 0.13 + 0.0003);
+    EXPECT_NEAR(r.calib[0].B.y * DEGREE, s.bore.y, 0.002 * 0.085 + 0.0003);
+    EXPECT_NEAR(r.calib[0].B.z * DEGREE, s.bore.z, 0.002 * 0.165 + 0.0009);
+    const SimError e = corrected_error(sim, r);
+    EXPECT_LT(norm(e.rms), 0.004);
+  }
+}
+
+TEST(Inversion, ConstantErrorsOfStrips) {
+  SimParam s = flight(37);
+  s.bore = {0, 0, 0};
+  s.const_pos = {0.1, 0.1, 0.1};
+  SimProject sim = simulate(s);
+  InvParam p = with_drift(0);
+  p.Fw = p.Fp = p.Fk = false;
+  InvResult r;
+  ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+  expect_noise_left(r, 0.06);
+  dxyz mean = {0, 0, 0};
+  for (const dxyz& c : sim.const_pos) mean += c / 5.;
+  for (int i = 0; i < 5; i++) {  // the correction is the error with its sign turned, but for the common part
+    ASSERT_EQ(r.Tt[i].size(), 1u);
+    EXPECT_NEAR(r.Tt[i](0).x, -(sim.const_pos[i].x - mean.x), 0.006);
+    EXPECT_NEAR(r.Tt[i](0).y, -(sim.const_pos[i].y - mean.y), 0.006);
+    EXPECT_NEAR(r.Tt[i](0).z, -(sim.const_pos[i].z - mean.z), 0.003);
+  }
+}
+
+TEST(Inversion, DriftBetweenStrips) {
+  for (double azimuth : {0., 37.})
+    for (double dt : {2., 6.}) {
+      SCOPED_TRACE(testing::Message() << "azimuth " << azimuth << " dt " << dt);
+      SimParam s = flight(azimuth);
+      s.drift_pos = {0.03, 0.03, 0.04};
+      SimProject sim = simulate(s);
+      InvResult con, hf;
+      InvInput copy = sim.in;
+      ASSERT_TRUE(inv_CalTAWarp("", copy, with_drift(0), con));
+      const SimError before = corrected_error(sim, con);
+      EXPECT_GT(con.chi.z, 1.5);  // constants leave drift behind
+      ASSERT_TRUE(inv_CalTAWarp("", sim.in, with_drift(dt), hf));
+      ASSERT_TRUE(hf.step2_ok);
+      expect_noise_left(hf, 0.09);
+      const SimError after = corrected_error(sim, hf);
+      // What all strips have in common stays: nothing between them shows it.
+      EXPECT_LT(norm(after.rms), 0.75 * norm(before.rms));
+      EXPECT_LT(norm(after.rms), 0.45 * norm(dxyz{0.03, 0.03, 0.04}));
+    }
+}
+
+TEST(Inversion, DriftAgainstReferencesIsAbsolute) {
+  for (bool att : {false, true}) {
+    SCOPED_TRACE(att);
+    SimParam s = flight(37);
+    s.drift_pos = {0.04, 0.04, 0.04};
+    if (att) s.drift_att = {0.006, 0.006, 0.01};
+    add_references(s);
+    s.fixed_shift_z = 0.4;
+    SimProject sim = simulate(s);
+    InvParam p = with_drift(4);
+    p.Faw = p.Fap = p.Fak = att;
+    p.ShiftRef = true;
+    InvResult r;
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+    ASSERT_TRUE(r.step2_ok && r.has_shift);
+    // The references lie lower: all strips go down to them.
+    EXPECT_NEAR(r.shift.z, -0.4, 0.04);
+    const SimError e = corrected_error(sim, r);
+    EXPECT_NEAR(e.mean.x, 0, 0.005);
+    EXPECT_NEAR(e.mean.y, 0, 0.005);
+    EXPECT_NEAR(e.mean.z, -0.4, 0.005);
+    EXPECT_LT(e.rms.x, 0.012);
+    EXPECT_LT(e.rms.y, 0.012);
+    EXPECT_LT(e.rms.z, 0.006);
+  }
+}
+
+TEST(Inversion, SmoothnessAndPriorDoNotTieDriftDown) {
+  SimParam s = flight(0);
+  s.drift_pos = {0.03, 0.03, 0.04};
+  for (float wide : {0.5f, 10.f}) {  // a wide prior must not tie the nodes together
+    SimProject sim = simulate(s);
+    InvParam p = with_drift(3);
+    p.Cpri0 = wide;
+    InvResult r;
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+    expect_noise_left(r, 0.1);
+  }
+}
+
+TEST(Inversion, AttitudeModesAgreeOnThePoints) {
+  for (int mode : {0, 1, 2}) {
+    SCOPED_TRACE(mode);
+    SimParam s = flight(37);
+    s.drift_pos = {0.02, 0.02, 0.02};
+    s.drift_att = {0.004, 0.004, 0.008};
+    SimProject sim = simulate(s);
+    InvParam p = with_drift(4);
+    p.Faw = p.Fap = p.Fak = true;
+    p.FA = mode;
+    InvResult r;
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+    expect_noise_left(r, 0.08);
+    const SimError e = corrected_error(sim, r);
+    EXPECT_LT(norm(e.rms), 0.035);
+    EXPECT_LT(norm(e.mean), 0.06);  // position and attitude drift must not shift the whole block
+  }
+}
+
+TEST(Inversion, DriftAfterTheCalibration) {
+  SimParam s = flight(0);
+  s.const_pos = {0.05, 0.05, 0.05};
+  SimProject sim = simulate(s);
+  InvParam p = with_drift(0);
+  p.DCC = true;
+  InvResult r;
+  ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+  ASSERT_EQ(r.Tt[0].size(), 1u);
+  EXPECT_LT(norm(corrected_error(sim, r).rms), 0.02);
+  EXPECT_GT(r.cal_sigma.size(), 0u);  // the calibration stood alone in step 1
+}
+
+TEST(Inversion, Files) {
+  TempDir dir;
+  SimParam s = flight(0);
+  SimProject sim = simulate(s);
+  for (xyz& U : sim.in.pairs[2].Unc) U = {9, 9, 9};  // above every limit
+  InvResult r;
+  const std::string base = dir.path + "/p";
+  ASSERT_TRUE(inv_CalTAWarp(base, sim.in, boresight(), r));
+  EXPECT_EQ(read_text(base + "_int_rej.log"), "Pair#\n2\n");
+  Calib back;
+  ASSERT_TRUE(back.read_file(base + "_cal.txt"));
+  EXPECT_NEAR(back.B.x, r.calib[0].B.x, 1e-8);
+  EXPECT_NEAR(back.B.z, r.calib[0].B.z, 1e-8);
+  const std::string log = read_text(base + "_cal.log");
+  EXPECT_EQ(log.substr(0, log.find('\n')),
+            "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch#");
+  EXPECT_EQ(log.substr(log.size() - 11), " 5 5 0 1 0\n");
+  const std::string stat = read_text(base + "_inv_stat.log");
+  EXPECT_EQ(std::count(stat.begin(), stat.end(), '\n'), 1 + r.npair_used + 2);
+  EXPECT_TRUE(exists(base + "_cal_cov.txt"));
+  EXPECT_FALSE(exists(base + "_cal.log.part"));
+
+  sim = simulate(s);
+  EXPECT_FALSE(inv_CalTAWarp(dir.path + "/absent/p", sim.in, boresight(), r));
+}
+
+TEST(Inversion, RefusesWhatMemoryCannotHold) {
+  SimProject sim = simulate(flight(0));
+  InvResult r;
+  const int mem = MEM_MB;
+  MEM_MB = 0;
+  EXPECT_FALSE(inv_CalTAWarp("", sim.in, boresight(), r));
+  MEM_MB = mem;
+}
