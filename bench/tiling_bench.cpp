@@ -1,6 +1,5 @@
 // Tiling of one swath of plain LAS, both passes, one thread. Items are points.
 #include <benchmark/benchmark.h>
-
 #include <unistd.h>
 
 #include <cmath>
@@ -19,8 +18,11 @@ void tiling(benchmark::State& state) {
   size_t n;
   {
     const auto height = [](double x, double y) { return 300 + 20 * std::sin(x / 90) * std::cos(y / 70); };
-    const std::vector<TestPoint> points = fly_line(
-        {.heading = 30, .length = static_cast<double>(state.range(0)), .width = 500, .density = 8, .height = height});
+    const std::vector<TestPoint> points = fly_line({.heading = 30,
+                                                    .length = static_cast<double>(state.range(0)),
+                                                    .width = 500,
+                                                    .density = 8,
+                                                    .height = height});
     n = points.size();
     write_test_las(path, points);
   }

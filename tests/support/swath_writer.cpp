@@ -18,12 +18,18 @@ struct Bytes {
 
 int record_length(int format) {
   switch (format) {
-    case 0: return 20;
-    case 1: return 28;
-    case 2: return 26;
-    case 3: return 34;
-    case 6: return 30;
-    default: return 36;
+    case 0:
+      return 20;
+    case 1:
+      return 28;
+    case 2:
+      return 26;
+    case 3:
+      return 34;
+    case 6:
+      return 30;
+    default:
+      return 36;
   }
 }
 

@@ -25,7 +25,8 @@ class TilingTest : public testing::Test {
     GGSD_OPT = -1.0f;
   }
   std::string file(const std::string& name) const { return dir.path + "/" + name; }
-  std::string make(const std::string& name, const std::vector<TestPoint>& points, const TestLas& how = {}) const {
+  std::string make(const std::string& name, const std::vector<TestPoint>& points,
+                   const TestLas& how = {}) const {
     write_test_las(file(name), points, how);
     return file(name);
   }

@@ -115,10 +115,10 @@ LTidxHdr make_LTidxHdr(const TilingParam& par) {
   hdr.msublevel = mT_SUB_LEVEL;
   hdr.nxcls = static_cast<uint8_t>(par.xcls.size());
   hdr.xlevel = static_cast<uint8_t>(par.xlevel);
-  hdr.flags = static_cast<uint8_t>(
-      (par.last ? 0 : HDR_FIRST) | (par.all ? HDR_ALL : 0) | (par.large ? HDR_LARGE : 0) |
-      (DATAUNIT != 1.0 ? HDR_FEET : 0) | (DATAUNIT == 0.3048 ? HDR_INT_FEET : 0) | (par.syn ? HDR_SYN : 0) |
-      (par.tproc ? HDR_TPROC : 0) | (dropmap ? HDR_DM : 0));
+  hdr.flags = static_cast<uint8_t>((par.last ? 0 : HDR_FIRST) | (par.all ? HDR_ALL : 0) |
+                                   (par.large ? HDR_LARGE : 0) | (DATAUNIT != 1.0 ? HDR_FEET : 0) |
+                                   (DATAUNIT == 0.3048 ? HDR_INT_FEET : 0) | (par.syn ? HDR_SYN : 0) |
+                                   (par.tproc ? HDR_TPROC : 0) | (dropmap ? HDR_DM : 0));
   return hdr;
 }
 
@@ -137,9 +137,10 @@ void log_xcls(const std::vector<uint8_t>& xcls) {
 }
 
 bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
-  LOG_ENTER("check_TidxHdr sw=" << sw << " DM=" << (par.TIO.nx > 0) << " DTS=" << par.DTS << " syn=" << par.syn
-                                << " all=" << par.all << " last=" << par.last << " xlevel=" << par.xlevel
-                                << " large=" << par.large << " tproc=" << par.tproc);
+  LOG_ENTER("check_TidxHdr sw=" << sw << " DM=" << (par.TIO.nx > 0) << " DTS=" << par.DTS
+                                << " syn=" << par.syn << " all=" << par.all << " last=" << par.last
+                                << " xlevel=" << par.xlevel << " large=" << par.large
+                                << " tproc=" << par.tproc);
   log_xcls(par.xcls);
   const std::string idx = cache_name(path, EXT_TIDX);
   BufBinFileIn in(1024, false);
@@ -156,35 +157,38 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
   }
   const int64_t tstamp = file_mtime(path);
   if ((CHECK_SW_TSTAMP && par.tproc && hdr.tstamp != tstamp) || !same_settings(hdr, want)) {
-    LOG_LINE("<!> PARAM Hdr.tstamp=" << int64_t(hdr.tstamp) << " tstamp=" << tstamp << " Hdr.xlevel="
-             << int(hdr.xlevel & 0x7F) << " Hdr.large=" << ((hdr.flags & HDR_LARGE) != 0) << " Hdr.msublevel="
-             << int(hdr.msublevel) << " mT_SUB_LEVEL=" << mT_SUB_LEVEL << " Hdr.feet="
-             << ((hdr.flags & HDR_FEET) != 0) << " feet=" << (DATAUNIT != 1.0) << " Hdr.int_feet="
-             << ((hdr.flags & HDR_INT_FEET) != 0) << " int_feet=" << (DATAUNIT == 0.3048) << " Hdr.syn="
-             << ((hdr.flags & HDR_SYN) != 0) << " Hdr.all=" << ((hdr.flags & HDR_ALL) != 0) << " Hdr.first="
-             << ((hdr.flags & HDR_FIRST) != 0));
+    LOG_LINE("<!> PARAM Hdr.tstamp=" << int64_t(hdr.tstamp) << " tstamp=" << tstamp
+                                     << " Hdr.xlevel=" << int(hdr.xlevel & 0x7F)
+                                     << " Hdr.large=" << ((hdr.flags & HDR_LARGE) != 0) << " Hdr.msublevel="
+                                     << int(hdr.msublevel) << " mT_SUB_LEVEL=" << mT_SUB_LEVEL << " Hdr.feet="
+                                     << ((hdr.flags & HDR_FEET) != 0) << " feet=" << (DATAUNIT != 1.0)
+                                     << " Hdr.int_feet=" << ((hdr.flags & HDR_INT_FEET) != 0) << " int_feet="
+                                     << (DATAUNIT == 0.3048) << " Hdr.syn=" << ((hdr.flags & HDR_SYN) != 0)
+                                     << " Hdr.all=" << ((hdr.flags & HDR_ALL) != 0)
+                                     << " Hdr.first=" << ((hdr.flags & HDR_FIRST) != 0));
     return false;
   }
-  if (par.tproc && (!(hdr.flags & HDR_TPROC) || hdr.stmax != want.stmax || hdr.str != want.str ||
-                    hdr.dtr != want.dtr)) {
+  if (par.tproc &&
+      (!(hdr.flags & HDR_TPROC) || hdr.stmax != want.stmax || hdr.str != want.str || hdr.dtr != want.dtr)) {
     LOG_LINE("<!> TIME Hdr.tproc=" << ((hdr.flags & HDR_TPROC) != 0) << " Hdr.stmax=" << uint32_t(hdr.stmax)
-             << " Hdr.str=" << hdr.str << " Hdr.dtr=" << hdr.dtr << " stmax=" << uint32_t(want.stmax)
-             << " str=" << want.str);
+                                   << " Hdr.str=" << hdr.str << " Hdr.dtr=" << hdr.dtr
+                                   << " stmax=" << uint32_t(want.stmax) << " str=" << want.str);
     return false;
   }
   if (!check_classes(in, hdr, par.xcls)) return false;
   if (((hdr.flags ^ want.flags) & HDR_DM) || hdr.TIO_XI != want.TIO_XI || hdr.TIO_YI != want.TIO_YI ||
       hdr.chk != want.chk) {
     LOG_LINE("<!> DROP MAP Hdr.DM=" << ((hdr.flags & HDR_DM) != 0) << " Hdr.TIO.XI=" << uint32_t(hdr.TIO_XI)
-             << " Hdr.TIO.YI=" << uint32_t(hdr.TIO_YI) << " Hdr.chk=" << uint64_t(hdr.chk));
+                                    << " Hdr.TIO.YI=" << uint32_t(hdr.TIO_YI)
+                                    << " Hdr.chk=" << uint64_t(hdr.chk));
     return false;
   }
   return check_files(path, sw, par);
 }
 
 bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
-  bool ok = delete_suffixes(path, std::array{EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"}, nfiles,
-                            nbytes);
+  bool ok = delete_suffixes(path, std::array{EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"},
+                            nfiles, nbytes);
   const std::string base = change_extension(cache_name(path, ""), "");
   for (const char* part : {"_s_?.laz", "_s_??.laz"}) ok = delete_files(base + part, nfiles, nbytes) && ok;
   return delete_LmT_nonessential(path, nfiles, nbytes) && ok;
@@ -201,6 +205,6 @@ bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles, uint64_t
 
 void show_delete_file_list(const std::string& label, uint64_t nfiles, uint64_t nbytes) {
   LOG_ENTER(label);
-  LOG_LINE("Deleted " << nfiles << " file" << (nfiles == 1 ? "" : "s") << ", " << static_cast<double>(nbytes) * 1e-6
-                      << " Mb)");
+  LOG_LINE("Deleted " << nfiles << " file" << (nfiles == 1 ? "" : "s") << ", "
+                      << static_cast<double>(nbytes) * 1e-6 << " Mb)");
 }

@@ -8,13 +8,13 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
 // Suffixes behind a cache name.
-extern const char* const EXT_TIDX;     // ".0T.idx": header, info, tile table
-extern const char* const EXT_MTIDX;    // ".mT.idx": counts
-extern const char* const EXT_MTZM;     // ".mT.tbl.Zm": mean heights
-extern const char* const EXT_MTDT;     // ".mT.tbl.dT": times
-extern const char* const EXT_MTXYZ;    // ".mT.XYZ": points
-extern const char* const EXT_GMTIDX;   // ".gmT.idx": grid index
-extern const char* const EXT_GMTZDS;   // ".gmT.ZDS": grid
+extern const char* const EXT_TIDX;    // ".0T.idx": header, info, tile table
+extern const char* const EXT_MTIDX;   // ".mT.idx": counts
+extern const char* const EXT_MTZM;    // ".mT.tbl.Zm": mean heights
+extern const char* const EXT_MTDT;    // ".mT.tbl.dT": times
+extern const char* const EXT_MTXYZ;   // ".mT.XYZ": points
+extern const char* const EXT_GMTIDX;  // ".gmT.idx": grid index
+extern const char* const EXT_GMTZDS;  // ".gmT.ZDS": grid
 
 // Name of a cache file of the file at path: TMPDIR, 16 hexadecimal digits that stand for the directory of the
 // resolved path, "_", the number and "_" when number >= 0, the base name, the suffix.
@@ -26,18 +26,18 @@ uint64_t cache_dir_hash(const std::string& dir);
 // Name of the temporary file of one tile: "<cache>.TT<XI>-<YI>.XYZT".
 std::string tile_tmp_name(const std::string& path, uint32_t XI, uint32_t YI);
 
-struct TilingParam {           // what decides the contents of a tile cache
-  std::vector<uint8_t> xcls;   // classes to drop, in a stable order
-  TileInfo TIO;                // frame of the drop map; nx = 0 without one
-  uint64_t chk = 0;            // its checksum
-  float DTS = 0.2f;            // largest accepted time deviation, ratio (-dev_max)
-  bool syn = false;            // keep synthetic points (-keep_synthetic)
-  bool all = false;            // keep all returns (-keep_all)
-  bool last = true;            // keep last returns, else first returns (-last)
-  bool large = false;          // -large
-  int xlevel = 0;              // -xlevel
-  bool tproc = true;           // process time stamps
-  bool LAREA = false;          // project of large area: up to 1024 tiles along an axis instead of 128
+struct TilingParam {          // what decides the contents of a tile cache
+  std::vector<uint8_t> xcls;  // classes to drop, in a stable order
+  TileInfo TIO;               // frame of the drop map; nx = 0 without one
+  uint64_t chk = 0;           // its checksum
+  float DTS = 0.2f;           // largest accepted time deviation, ratio (-dev_max)
+  bool syn = false;           // keep synthetic points (-keep_synthetic)
+  bool all = false;           // keep all returns (-keep_all)
+  bool last = true;           // keep last returns, else first returns (-last)
+  bool large = false;         // -large
+  int xlevel = 0;             // -xlevel
+  bool tproc = true;          // process time stamps
+  bool LAREA = false;         // project of large area: up to 1024 tiles along an axis instead of 128
   bool (*grid_ok)(const std::string& path, int sw) = nullptr;  // whether the grid of a swath without its
                                                                // point file is valid; none: never
 };
@@ -52,6 +52,7 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par);
 // Removes the family of a swath; each adds to the counts and returns false if a file could not be removed.
 bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes);
 bool delete_LmT_grid(const std::string& path, uint64_t& nfiles, uint64_t& nbytes);
-bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles, uint64_t& nbytes);  // points, temporary tiles
+bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles,
+                             uint64_t& nbytes);  // points, temporary tiles
 // "Deleted n files, s Mb)" in the log, under a scope named label.
 void show_delete_file_list(const std::string& label, uint64_t nfiles, uint64_t nbytes);

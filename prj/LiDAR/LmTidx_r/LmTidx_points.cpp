@@ -66,8 +66,9 @@ void decode(const LmTpoint* raw, uint32_t n, int32_t x0, int32_t y0, int32_t zm,
   }
 }
 
-// Reads the wanted microtiles of the loaded tile and appends their points. (dx, dy): the tile less the frame's
-// tile. wanted: 1024 flags; only occupied microtiles may be set. Neighbouring microtiles share one read.
+// Reads the wanted microtiles of the loaded tile and appends their points. (dx, dy): the tile less the
+// frame's tile. wanted: 1024 flags; only occupied microtiles may be set. Neighbouring microtiles share one
+// read.
 bool add_microtiles(PointFiles& files, const TileGeom& g, int dx, int dy, const uint8_t* wanted,
                     std::vector<LmTpoint>& raw, Vector<xyz>& P, uint64_t& np) {
   for (int i0 = 0; i0 < mTn; i0++) {
@@ -79,7 +80,8 @@ bool add_microtiles(PointFiles& files, const TileGeom& g, int dx, int dy, const 
     reserve_points(P, np, raw.size());
     const LmTpoint* next = raw.data();
     for (int i = i0; i <= i1; i++) {
-      const int32_t x0 = (dx * mTsub + i % mTsub) * (1 << g.mshift), y0 = (dy * mTsub + i / mTsub) * (1 << g.mshift);
+      const int32_t x0 = (dx * mTsub + i % mTsub) * (1 << g.mshift),
+                    y0 = (dy * mTsub + i / mTsub) * (1 << g.mshift);
       decode(next, files.N[i], x0, y0, files.Zm[i], P.val + np);
       next += files.N[i];
       np += files.N[i];
@@ -103,8 +105,8 @@ void spread(const Image<uint8_t>& gTocc, int reach, uint8_t* near_grid) {
 }
 }  // namespace
 
-bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int reach, Vector<xyz>& P, uint64_t& np,
-                      uint64_t& np0) {
+bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int reach, Vector<xyz>& P,
+                      uint64_t& np, uint64_t& np0) {
   ASSERT(k < sw.TI.size() && gTocc.xsize() == mTsub && gTocc.ysize() == mTsub);
   constexpr int side = mTsub + 2;
   np = np0 = 0;
@@ -121,7 +123,8 @@ bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int 
     // The tile itself first, then its neighbours row by row.
     const int place = n == 0 ? 4 : n <= 4 ? n - 1 : n;
     const int dx = place % 3 - 1, dy = place / 3 - 1;
-    const int kn = sw.find(static_cast<int64_t>(sw.TI.val[k].x) + dx, static_cast<int64_t>(sw.TI.val[k].y) + dy);
+    const int kn =
+        sw.find(static_cast<int64_t>(sw.TI.val[k].x) + dx, static_cast<int64_t>(sw.TI.val[k].y) + dy);
     if (kn < 0) continue;
     if (!files.load(static_cast<uint32_t>(kn))) return false;
     for (int i = 0; i < mTn; i++) {
@@ -144,14 +147,18 @@ bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, do
                         Vector<xyz>& P, uint64_t& np, uint64_t& nmtr, uint64_t& nmtf) {
   np = nmtr = nmtf = 0;
   if (!(x0 < x1 && y0 < y1)) return true;
-  // Microtile indices relative to the frame's tile, cut to what the swath has (and one microtile more, so that
-  // a rectangle beyond it stays empty without a long walk).
+  // Microtile indices relative to the frame's tile, cut to what the swath has (and one microtile more, so
+  // that a rectangle beyond it stays empty without a long walk).
   const auto cell = [&](double v, int64_t lo, int64_t hi) {
-    return static_cast<int64_t>(std::floor(std::clamp(v / sw.geom.mTsize, static_cast<double>(lo), static_cast<double>(hi))));
+    return static_cast<int64_t>(
+        std::floor(std::clamp(v / sw.geom.mTsize, static_cast<double>(lo), static_cast<double>(hi))));
   };
-  const int64_t xlo = (int64_t{sw.info.XImin} - XI) * mTsub - 1, xhi = (int64_t{sw.info.XImax} - XI + 1) * mTsub;
-  const int64_t ylo = (int64_t{sw.info.YImin} - YI) * mTsub - 1, yhi = (int64_t{sw.info.YImax} - YI + 1) * mTsub;
-  const int64_t i0 = cell(x0, xlo, xhi), i1 = cell(x1, xlo, xhi), j0 = cell(y0, ylo, yhi), j1 = cell(y1, ylo, yhi);
+  const int64_t xlo = (int64_t{sw.info.XImin} - XI) * mTsub - 1,
+                xhi = (int64_t{sw.info.XImax} - XI + 1) * mTsub;
+  const int64_t ylo = (int64_t{sw.info.YImin} - YI) * mTsub - 1,
+                yhi = (int64_t{sw.info.YImax} - YI + 1) * mTsub;
+  const int64_t i0 = cell(x0, xlo, xhi), i1 = cell(x1, xlo, xhi), j0 = cell(y0, ylo, yhi),
+                j1 = cell(y1, ylo, yhi);
   PointFiles files(sw);
   if (!files.open()) return false;
   std::vector<LmTpoint> raw;
@@ -168,7 +175,8 @@ bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, do
           (wanted[at] ? nmtr : nmtf)++;
         }
       const uint64_t first = np;
-      if (k >= 0 && !add_microtiles(files, sw.geom, static_cast<int>(tx), static_cast<int>(ty), wanted, raw, P, np))
+      if (k >= 0 &&
+          !add_microtiles(files, sw.geom, static_cast<int>(tx), static_cast<int>(ty), wanted, raw, P, np))
         return false;
       const auto outside = [&](const xyz& p) { return !(p.x > x0 && p.x < x1 && p.y > y0 && p.y < y1); };
       np = static_cast<uint64_t>(std::remove_if(P.val + first, P.val + np, outside) - P.val);

@@ -21,11 +21,13 @@ int header_level(const LTidxHdr& hdr) { return tile_level((hdr.flags & HDR_LARGE
 bool info_fits(const LTidxInfo& info, int level, uint64_t table_bytes) {
   const uint64_t end = static_cast<uint64_t>(GROUND_END) >> (level + 9);
   if (info.nt == 0 || info.nt > MAX_TILES || table_bytes != info.nt * sizeof(TIsxy)) return false;
-  if (info.XImin > info.XImax || info.YImin > info.YImax || info.XImax > end || info.YImax > end) return false;
+  if (info.XImin > info.XImax || info.YImin > info.YImax || info.XImax > end || info.YImax > end)
+    return false;
   if (info.XImax - info.XImin >= MAX_TILE_SPAN || info.YImax - info.YImin >= MAX_TILE_SPAN) return false;
   bool finite = std::isfinite(info.t0) && std::isfinite(info.tmin) && std::isfinite(info.tmax);
   for (int i = 0; i < 3; i++) finite = finite && std::isfinite(info.bbmin[i]) && std::isfinite(info.bbmax[i]);
-  for (int i = 0; i < 4; i++) finite = finite && std::isfinite(info.mbr[i][0]) && std::isfinite(info.mbr[i][1]);
+  for (int i = 0; i < 4; i++)
+    finite = finite && std::isfinite(info.mbr[i][0]) && std::isfinite(info.mbr[i][1]);
   return finite;
 }
 
@@ -33,7 +35,8 @@ bool info_fits(const LTidxInfo& info, int level, uint64_t table_bytes) {
 bool read_head(BufBinFileIn& in, const std::string& path, LTidxHdr& hdr, LTidxInfo& info) {
   const std::string name = cache_name(path, EXT_TIDX);
   const int64_t size = file_size(name);
-  if (size < static_cast<int64_t>(sizeof hdr + sizeof info) || !in.open(name) || !in.read(&hdr, sizeof hdr)) return false;
+  if (size < static_cast<int64_t>(sizeof hdr + sizeof info) || !in.open(name) || !in.read(&hdr, sizeof hdr))
+    return false;
   const uint64_t head = sizeof hdr + hdr.nxcls + sizeof info;
   if (!header_fits(hdr) || static_cast<uint64_t>(size) < head) return false;
   return in.seek(sizeof hdr + hdr.nxcls) && in.read(&info, sizeof info) &&
@@ -91,7 +94,8 @@ void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16
 void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg) {
   timg.resize(frame.nx, frame.ny, NO_TILE);
   for (uint64_t k = 0; k < TI.size(); k++) {
-    const int64_t x = static_cast<int64_t>(TI.val[k].x) - frame.XI, y = static_cast<int64_t>(TI.val[k].y) - frame.YI;
+    const int64_t x = static_cast<int64_t>(TI.val[k].x) - frame.XI,
+                  y = static_cast<int64_t>(TI.val[k].y) - frame.YI;
     if (x >= 0 && y >= 0 && x < frame.nx && y < frame.ny)
       timg.row(static_cast<int>(y))[x] = static_cast<uint16_t>(k);
   }

@@ -30,7 +30,7 @@ void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16
 
 // What every reader of points needs of a swath, 14 bytes or so a tile; read-only once filled.
 struct SwTiles {
-  std::string path;       // of the swath
+  std::string path;  // of the swath
   TileGeom geom;
   LTidxInfo info;
   Vector<TIsxy> TI;
@@ -50,7 +50,8 @@ struct SwTiles {
 [[nodiscard]] bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN);
 // 1 where a microtile is occupied (more than 4 points), else 0.
 [[nodiscard]] bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<uint8_t>>& mocc);
-// Mean heights in 1/512 m (NO_I32 where empty), counts, and the index of each microtile's first point in its tile.
+// Mean heights in 1/512 m (NO_I32 where empty), counts, and the index of each microtile's first point in its
+// tile.
 [[nodiscard]] bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Zm,
                                      Vector<Image<uint32_t>>& TN, Vector<Image<uint32_t>>& ofs);
 
@@ -83,5 +84,6 @@ struct SwTiles {
 // Points strictly inside the rectangle (x0, x1) x (y0, y1), metres relative to the lower left corner of tile
 // (XI, YI), which may reach into other tiles and need not exist. Coordinates as above.
 // nmtr, nmtf: microtiles read and refused (4 points or fewer, or no tile).
-[[nodiscard]] bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, double x1, double y0,
-                                      double y1, Vector<xyz>& P, uint64_t& np, uint64_t& nmtr, uint64_t& nmtf);
+[[nodiscard]] bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, double x1,
+                                      double y0, double y1, Vector<xyz>& P, uint64_t& np, uint64_t& nmtr,
+                                      uint64_t& nmtf);

@@ -14,49 +14,50 @@ struct TIsxy {       // one tile of a swath
 };
 static_assert(sizeof(TIsxy) == 12);
 
-struct TileInfo {       // a frame of tiles that is not tied to one swath
-  uint32_t XI = 0;      // indices of its lower left tile
+struct TileInfo {   // a frame of tiles that is not tied to one swath
+  uint32_t XI = 0;  // indices of its lower left tile
   uint32_t YI = 0;
-  int nx = 0;           // size in tiles
+  int nx = 0;  // size in tiles
   int ny = 0;
 };
 
 #pragma pack(push, 1)
-struct LTidxHdr {       // start of ".0T.idx": what the cache was made from and with
-  uint32_t magic;       // TileMagic
-  uint32_t stmax;       // -dev_max x 1000, truncated
-  uint16_t dtr;         // -dt_range, s
-  uint16_t str;         // -dev_range x 1000, truncated
-  uint32_t version;     // TileVersion
-  int64_t tstamp;       // modification time of the LAS file, s
-  uint32_t TIO_XI;      // tile origin of the drop map
+struct LTidxHdr {    // start of ".0T.idx": what the cache was made from and with
+  uint32_t magic;    // TileMagic
+  uint32_t stmax;    // -dev_max x 1000, truncated
+  uint16_t dtr;      // -dt_range, s
+  uint16_t str;      // -dev_range x 1000, truncated
+  uint32_t version;  // TileVersion
+  int64_t tstamp;    // modification time of the LAS file, s
+  uint32_t TIO_XI;   // tile origin of the drop map
   uint32_t TIO_YI;
-  uint32_t reserved;    // written as 0, never read
-  uint64_t chk;         // checksum of the drop map, 0 without one
-  uint8_t msublevel;    // mT_SUB_LEVEL
-  uint8_t nxcls;        // count of dropped classes: the bytes that follow this record
-  uint8_t xlevel;       // low 7 bits
-  uint8_t flags;        // HDR_* bits
+  uint32_t reserved;  // written as 0, never read
+  uint64_t chk;       // checksum of the drop map, 0 without one
+  uint8_t msublevel;  // mT_SUB_LEVEL
+  uint8_t nxcls;      // count of dropped classes: the bytes that follow this record
+  uint8_t xlevel;     // low 7 bits
+  uint8_t flags;      // HDR_* bits
 };
 
-struct LTidxInfo {      // the swath in numbers; coordinates in metres
-  uint64_t np;          // points kept in the microtiles
-  uint32_t nt;          // tiles
-  uint32_t nmt;         // microtiles that hold a point
-  uint32_t reserved;    // 0
-  uint8_t flags;        // INFO_* bits
-  double t0;            // s, time of the first kept point: origin of all stored times
-  double tmin, tmax;    // s
+struct LTidxInfo {              // the swath in numbers; coordinates in metres
+  uint64_t np;                  // points kept in the microtiles
+  uint32_t nt;                  // tiles
+  uint32_t nmt;                 // microtiles that hold a point
+  uint32_t reserved;            // 0
+  uint8_t flags;                // INFO_* bits
+  double t0;                    // s, time of the first kept point: origin of all stored times
+  double tmin, tmax;            // s
   uint32_t XImin, YImin, Nmin;  // smallest tile indices, smallest tile count
   uint32_t XImax, YImax, Nmax;
-  double bbmin[3];      // box of the kept points
+  double bbmin[3];  // box of the kept points
   double bbmax[3];
-  double bbmin0[3];     // box of all points with valid coordinates
+  double bbmin0[3];  // box of all points with valid coordinates
   double bbmax0[3];
-  float mdt, maxdt;     // s, mean and largest time range in a microtile
-  float mdev, maxdev;   // mean and largest time deviation (ratio to the range)
-  float amin, amax;     // scan angle, degrees
-  double mbr[4][2];     // corners of the minimum bounding rectangle: (umin,vmin) (umax,vmin) (umax,vmax) (umin,vmax)
+  float mdt, maxdt;    // s, mean and largest time range in a microtile
+  float mdev, maxdev;  // mean and largest time deviation (ratio to the range)
+  float amin, amax;    // scan angle, degrees
+  double mbr[4][2];    // corners of the minimum bounding rectangle: (umin,vmin) (umax,vmin) (umax,vmax)
+                       // (umin,vmax)
 };
 #pragma pack(pop)
 
@@ -67,33 +68,33 @@ static_assert(sizeof(LTidxInfo) == 253 && offsetof(LTidxInfo, t0) == 21 && offse
               offsetof(LTidxInfo, mdt) == 165 && offsetof(LTidxInfo, mbr) == 189);
 
 // Bits of LTidxHdr::flags.
-constexpr uint8_t HDR_FIRST = 1;     // only first returns were kept (-last off)
-constexpr uint8_t HDR_ALL = 2;       // -keep_all
-constexpr uint8_t HDR_LARGE = 4;     // -large
-constexpr uint8_t HDR_FEET = 8;      // DATAUNIT is not 1
-constexpr uint8_t HDR_INT_FEET = 16; // DATAUNIT is 0.3048
-constexpr uint8_t HDR_SYN = 32;      // -keep_synthetic
-constexpr uint8_t HDR_TPROC = 64;    // time stamps were processed
-constexpr uint8_t HDR_DM = 128;      // a drop map was applied
+constexpr uint8_t HDR_FIRST = 1;      // only first returns were kept (-last off)
+constexpr uint8_t HDR_ALL = 2;        // -keep_all
+constexpr uint8_t HDR_LARGE = 4;      // -large
+constexpr uint8_t HDR_FEET = 8;       // DATAUNIT is not 1
+constexpr uint8_t HDR_INT_FEET = 16;  // DATAUNIT is 0.3048
+constexpr uint8_t HDR_SYN = 32;       // -keep_synthetic
+constexpr uint8_t HDR_TPROC = 64;     // time stamps were processed
+constexpr uint8_t HDR_DM = 128;       // a drop map was applied
 
 // Bits of LTidxInfo::flags.
-constexpr uint8_t INFO_ADJ = 1;   // adjusted GPS time
-constexpr uint8_t INFO_RO = 2;    // a rollover was corrected
-constexpr uint8_t INFO_WRO = 4;   // it was a week's, else a day's
+constexpr uint8_t INFO_ADJ = 1;  // adjusted GPS time
+constexpr uint8_t INFO_RO = 2;   // a rollover was corrected
+constexpr uint8_t INFO_WRO = 4;  // it was a week's, else a day's
 
 // ".mT.tbl.dT", one record a tile: times in ticks of 1/1024 s relative to t0, NO_I32 where there is none.
 struct LmTtimeRec {
-  int32_t centre[mTn];                      // at microtile centres
+  int32_t centre[mTn];                        // at microtile centres
   int32_t vertex[(mTsub + 1) * (mTsub + 1)];  // at microtile corners, 33 a row
-  uint8_t dt[mTn];                          // coded time range: 255 is DT_RANGE seconds and above
-  uint8_t dev[mTn];                         // coded deviation: 255 is DEV_RANGE and above; 0 only for 0
+  uint8_t dt[mTn];                            // coded time range: 255 is DT_RANGE seconds and above
+  uint8_t dev[mTn];                           // coded deviation: 255 is DEV_RANGE and above; 0 only for 0
 };
 static_assert(sizeof(LmTtimeRec) == 10500);
 
 #pragma pack(push, 1)
-struct LmTpoint {   // ".mT.XYZ": one point, in units
-  uint32_t xyz;     // bits 0-13 X in the microtile, 14-27 Y, 28-31 bits 16-19 of the relative height
-  uint16_t zlow;    // bits 0-15 of the relative height
+struct LmTpoint {  // ".mT.XYZ": one point, in units
+  uint32_t xyz;    // bits 0-13 X in the microtile, 14-27 Y, 28-31 bits 16-19 of the relative height
+  uint16_t zlow;   // bits 0-15 of the relative height
 };
 #pragma pack(pop)
 static_assert(sizeof(LmTpoint) == 6);

@@ -8,7 +8,8 @@
 namespace {
 // Calls use(tile index, record) for the nt records of a file, in order.
 template <typename Record, typename Use>
-bool for_all_tiles(const std::string& path, const char* suffix, uint32_t nt, Record& record, uint64_t bytes, Use use) {
+bool for_all_tiles(const std::string& path, const char* suffix, uint32_t nt, Record& record, uint64_t bytes,
+                   Use use) {
   const std::string name = cache_name(path, suffix);
   if (file_size(name) != static_cast<int64_t>(nt * bytes)) return false;
   BufBinFileIn in(TILE_BUFFER, false);
@@ -89,7 +90,8 @@ bool read_LmT_tile_time(const std::string& path, uint32_t k, LmTtimeRec& rec) {
 
 bool read_LmT_tile_Vt(const std::string& path, uint32_t k, Image<int32_t>& Vt) {
   Vt.resize(mTsub + 1, mTsub + 1);
-  return read_cache_at(path, EXT_MTDT, k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, vertex), Vt.val, Vt.size() * 4);
+  return read_cache_at(path, EXT_MTDT, k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, vertex), Vt.val,
+                       Vt.size() * 4);
 }
 
 bool read_LmT_tile_Ct(const std::string& path, uint32_t k, Image<int32_t>& Ct) {
@@ -104,7 +106,8 @@ bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t
                        [&](uint32_t k) { to_image(rec.vertex, mTsub + 1, Vt.val[k]); });
 }
 
-bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct, Vector<Image<int32_t>>& Zm) {
+bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+                       Vector<Image<int32_t>>& Zm) {
   LmTtimeRec rec;
   Ct.resize(nt);
   return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec,
@@ -112,8 +115,8 @@ bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_
          read_images(path, EXT_MTZM, nt, Zm);
 }
 
-bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct, Vector<Image<uint8_t>>& dt,
-                     Vector<Image<uint8_t>>& dev) {
+bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+                     Vector<Image<uint8_t>>& dt, Vector<Image<uint8_t>>& dev) {
   LmTtimeRec rec;
   Ct.resize(nt);
   dt.resize(nt);

@@ -9,20 +9,20 @@
 #include <cstdint>
 
 constexpr int mT_SUB_LEVEL = 5;
-constexpr int mTsub = 1 << mT_SUB_LEVEL;         // microtiles along the side of a tile
-constexpr int mTn = mTsub * mTsub;               // microtiles of a tile; flat index = row * 32 + column
-constexpr uint32_t NMT_MIN = 4;                  // a microtile is occupied when it holds more points than this
-constexpr int64_t GROUND_BIAS = 0x138800000;     // 10,240,000 m in units
-constexpr int64_t GROUND_END = 0x61A800000;      // biased X and Y lie in [0, this)
-constexpr int64_t HEIGHT_BIAS = 0x4E2000;        // 10,000 m in units
-constexpr int64_t HEIGHT_END = 0x9C4000;         // biased Z lies in [0, this)
-constexpr double GROUND_ORIGIN = -10240000.0;    // m, ground position of tile index 0
+constexpr int mTsub = 1 << mT_SUB_LEVEL;       // microtiles along the side of a tile
+constexpr int mTn = mTsub * mTsub;             // microtiles of a tile; flat index = row * 32 + column
+constexpr uint32_t NMT_MIN = 4;                // a microtile is occupied when it holds more points than this
+constexpr int64_t GROUND_BIAS = 0x138800000;   // 10,240,000 m in units
+constexpr int64_t GROUND_END = 0x61A800000;    // biased X and Y lie in [0, this)
+constexpr int64_t HEIGHT_BIAS = 0x4E2000;      // 10,000 m in units
+constexpr int64_t HEIGHT_END = 0x9C4000;       // biased Z lies in [0, this)
+constexpr double GROUND_ORIGIN = -10240000.0;  // m, ground position of tile index 0
 constexpr double UNITS_PER_M = 512.0;
 constexpr double M_PER_UNIT = 0.001953125;
-constexpr int32_t NO_I32 = INT32_MIN;            // 0x80000000: no value in an i32 table
-constexpr double TICK_S = 0.0009765625;          // s, one tick of a stored time
-constexpr uint32_t MAX_TILES = 65535;            // tiles of a swath; 65535 itself marks an empty cell
-constexpr uint32_t MAX_TILE_SPAN = 1024;         // tiles along an axis of a swath, at most
+constexpr int32_t NO_I32 = INT32_MIN;     // 0x80000000: no value in an i32 table
+constexpr double TICK_S = 0.0009765625;   // s, one tick of a stored time
+constexpr uint32_t MAX_TILES = 65535;     // tiles of a swath; 65535 itself marks an empty cell
+constexpr uint32_t MAX_TILE_SPAN = 1024;  // tiles along an axis of a swath, at most
 
 struct TileGeom {
   int level;       // 5 to 10

@@ -88,7 +88,8 @@ void show_part(const std::string& form, const Part& p) {
   LOG_MSG(padded("Input used" + form) << p.n << " files, " << p.Mp << " Mp, " << p.MB << " MB cache");
   LOG_MSG(padded("XYZ min" + form) << p.min[0] << " " << p.min[1] << " " << p.min[2]);
   LOG_MSG(padded("XYZ max" + form) << p.max[0] << " " << p.max[1] << " " << p.max[2]);
-  LOG_MSG(padded("BB size" + form) << p.max[0] - p.min[0] << " " << p.max[1] - p.min[1] << " " << p.max[2] - p.min[2]);
+  LOG_MSG(padded("BB size" + form) << p.max[0] - p.min[0] << " " << p.max[1] - p.min[1] << " "
+                                   << p.max[2] - p.min[2]);
 }
 
 void show_table(const Project& prj, const ProjectStat& stat) {
@@ -106,10 +107,11 @@ void show_table(const Project& prj, const ProjectStat& stat) {
   LOG_MSG(padded("Microtile size") << prj.scale.mTsize << " m");
   LOG_MSG(padded("Mean time resolution") << stat.mdt << " s");
   LOG_MSG(padded("Mean time deviation") << stat.mdev);
-  LOG_LINE("Microtile size=" << prj.scale.mTsize << " | Mean swath density=" << stat.density << " | Mean time resolution="
-                             << stat.mdt << ", deviation=" << stat.mdev);
+  LOG_LINE("Microtile size=" << prj.scale.mTsize << " | Mean swath density=" << stat.density
+                             << " | Mean time resolution=" << stat.mdt << ", deviation=" << stat.mdev);
   LOG_LINE("Z_range=" << stat.Zmax - stat.Zmin << " Z_vmin=" << stat.Zmin);
-  LOG_LINE("Using total " << all.Mp << " Mp (" << mob.Mp << " mob, " << ref.Mp << " ref), tile cache size " << all.MB << " MB");
+  LOG_LINE("Using total " << all.Mp << " Mp (" << mob.Mp << " mob, " << ref.Mp << " ref), tile cache size "
+                          << all.MB << " MB");
 }
 
 void warn_rollovers(const ProjectStat& stat) {
@@ -145,14 +147,15 @@ bool read_stats(const Project& prj, const InfoParam& par, ProjectStat& stat) {
 }  // namespace
 
 bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat) {
-  LOG_ENTER("InfoTI_swstat name=" << prj.name << " nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp << " mTsize="
-                                  << prj.scale.mTsize << " fixch0=" << par.fix_ch0);
+  LOG_ENTER("InfoTI_swstat name=" << prj.name << " nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
+                                  << " mTsize=" << prj.scale.mTsize << " fixch0=" << par.fix_ch0);
   stat = ProjectStat{};
   if (!check_nonempty_groups(prj) || !read_stats(prj, par, stat)) return false;
   if (!comp_mainch_swaths(prj, stat.swaths, par.fix_ch0)) return false;
   if (!comp_project_frame(stat, par.LAREA, stat.frame)) return false;
   add_swaths(prj, stat);
-  // One spacing serves all swaths, since pairs are compared pixel by pixel: that of their microtiles together.
+  // One spacing serves all swaths, since pairs are compared pixel by pixel: that of their microtiles
+  // together.
   CountHist all;
   for (const SwathStat& s : stat.swaths) add_counts(all, s.hist);
   prj.scale.dim = comp_GGSD_dim(all, static_cast<double>(prj.scale.mTsize), par.median).dim;

@@ -11,19 +11,20 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-// A thread's share of the budget must hold some hundred open tiles: a swath crosses about that many at a time.
+// A thread's share of the budget must hold some hundred open tiles: a swath crosses about that many at a
+// time.
 constexpr uint64_t MIN_THREAD_BYTES = 512 * TILE_BUFFER;
 
 uint64_t budget_bytes() { return static_cast<uint64_t>(MEM_MB) * 1000000; }
 
-struct Totals {          // under the mutex
+struct Totals {  // under the mutex
   std::mutex mutex;
-  size_t next = 0;       // the running index
+  size_t next = 0;  // the running index
   int ndone = 0;
   LmTtileResult sum;
 };
 
-struct SwathSlot {       // of one swath, written by the thread that took it
+struct SwathSlot {  // of one swath, written by the thread that took it
   bool ok = false;
   LmTswathResult res;
 };
@@ -46,7 +47,8 @@ void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& tota
       i = totals.next++;
     }
     SwathSlot& slot = slots[i];
-    slot.ok = LmT_swath(job.paths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache, job.max_bytes, slot.res);
+    slot.ok = LmT_swath(job.paths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache,
+                        job.max_bytes, slot.res);
     const std::lock_guard<std::mutex> lock(totals.mutex);
     LmTtileResult& sum = totals.sum;
     totals.ndone++;
@@ -55,7 +57,8 @@ void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& tota
       sum.Mp0 += slot.res.Mp0;
       sum.MB += slot.res.MB;
     }
-    progress_step(totals.ndone, LOG_STR("TILED " << totals.ndone << " swaths, " << sum.Mp << " Mp, " << sum.MB << " MB"));
+    progress_step(totals.ndone,
+                  LOG_STR("TILED " << totals.ndone << " swaths, " << sum.Mp << " Mp, " << sum.MB << " MB"));
     LOG_LINE("sw=" << job.todo[i] << " swok=" << slot.ok);
   }
 }
@@ -66,12 +69,14 @@ int tiling_threads(int nthreads, int nswaths) {
   return std::max(1, std::min({nthreads, NTHREADSIO, nswaths, by_memory}));
 }
 
-void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used, std::vector<std::string>& reason,
-              const TilingParam& par, bool cache, int nthreads, LmTtileResult& res) {
+void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
+              std::vector<std::string>& reason, const TilingParam& par, bool cache, int nthreads,
+              LmTtileResult& res) {
   const Stopwatch watch;
-  LOG_ENTER("LmT_tile nsw=" << paths.size() << " nthreads=" << nthreads << " large=" << par.large << " xlevel="
-                            << par.xlevel << " DTS=" << par.DTS << " LAREA=" << par.LAREA << " xcls.size()="
-                            << par.xcls.size() << " Tdrop.size()=" << par.TIO.nx * par.TIO.ny << " syn=" << par.syn
+  LOG_ENTER("LmT_tile nsw=" << paths.size() << " nthreads=" << nthreads << " large=" << par.large
+                            << " xlevel=" << par.xlevel << " DTS=" << par.DTS << " LAREA=" << par.LAREA
+                            << " xcls.size()=" << par.xcls.size()
+                            << " Tdrop.size()=" << par.TIO.nx * par.TIO.ny << " syn=" << par.syn
                             << " all=" << par.all << " last=" << par.last << " LmTcacheT=" << cache
                             << " CHECK_SW_TSTAMP=" << CHECK_SW_TSTAMP);
   res = LmTtileResult{};
@@ -84,14 +89,14 @@ void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used, st
     return;
   }
   const int nth = tiling_threads(nthreads, static_cast<int>(todo.size()));
-  LOG_MSG("TILING: swaths (" << todo.size() << "/" << paths.size() << ") [" << nth << " TH] Unit=" << DATAUNIT);
+  LOG_MSG("TILING: swaths (" << todo.size() << "/" << paths.size() << ") [" << nth
+                             << " TH] Unit=" << DATAUNIT);
   const TileJob job{paths, todo, par, cache, budget_bytes() / static_cast<uint64_t>(nth)};
   std::vector<SwathSlot> slots(todo.size());
   Totals totals;
   progress_start(static_cast<int>(todo.size()));
   std::vector<std::thread> threads;
-  for (int id = 0; id < nth; id++)
-    threads.emplace_back([&, id] { th_LmT_tile(job, slots, totals, id); });
+  for (int id = 0; id < nth; id++) threads.emplace_back([&, id] { th_LmT_tile(job, slots, totals, id); });
   for (std::thread& thread : threads) thread.join();
   // The totals are added anew in swath order: they must not depend on the order of finishing.
   for (size_t i = 0; i < todo.size(); i++) {
@@ -107,8 +112,9 @@ void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used, st
     res.Mp0 += slot.res.Mp0;
     res.MB += slot.res.MB;
   }
-  LOG_LINE("nswt=" << res.nswt << " Mpt=" << res.Mp << " Mp0t=" << res.Mp0 << " MBt=" << res.MB << " /// TILE_TIME="
-                   << watch.text());
-  progress_end(LOG_STR(res.nswt << " swaths, read " << res.Mp0 << " Mp, " << res.MB << " MB, written " << res.Mp << " Mp, "
-                                << res.Mp * sizeof(LmTpoint) << " MB | " << watch.text()));
+  LOG_LINE("nswt=" << res.nswt << " Mpt=" << res.Mp << " Mp0t=" << res.Mp0 << " MBt=" << res.MB
+                   << " /// TILE_TIME=" << watch.text());
+  progress_end(LOG_STR(res.nswt << " swaths, read " << res.Mp0 << " Mp, " << res.MB << " MB, written "
+                                << res.Mp << " Mp, " << res.Mp * sizeof(LmTpoint) << " MB | "
+                                << watch.text()));
 }

@@ -11,13 +11,13 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
-constexpr double BIG = 2e307;                  // running minima start here, maxima at -BIG
-constexpr double ROLLOVER_SPAN = 40000;        // s: a longer span is a rollover
-constexpr double WEEK_SPAN = 300000;           // s: a longer span is a week's rollover
-constexpr double WEEK_PERIOD = 604800;         // s
-constexpr double DAY_PERIOD = 86400;           // s
-constexpr double MAX_SWATH_SPAN = 32400;       // s
-constexpr double TWO_WEEKS = 1209600;          // s: later times are adjusted GPS times
+constexpr double BIG = 2e307;             // running minima start here, maxima at -BIG
+constexpr double ROLLOVER_SPAN = 40000;   // s: a longer span is a rollover
+constexpr double WEEK_SPAN = 300000;      // s: a longer span is a week's rollover
+constexpr double WEEK_PERIOD = 604800;    // s
+constexpr double DAY_PERIOD = 86400;      // s
+constexpr double MAX_SWATH_SPAN = 32400;  // s
+constexpr double TWO_WEEKS = 1209600;     // s: later times are adjusted GPS times
 
 enum class Rollover { none, day, week };
 
@@ -33,56 +33,57 @@ struct Box {  // x, y, z
   }
 };
 
-struct TTresult {          // of the first pass
+struct TTresult {                   // of the first pass
   Rollover rover = Rollover::none;  // found now: nothing else is valid, the pass must be run again
-  bool adj = false;        // adjusted GPS time: the file's flag, later what the times tell
-  int64_t tstamp = -1;     // modification time of the file, s
-  double t0 = 0;           // s, of the first kept point
+  bool adj = false;                 // adjusted GPS time: the file's flag, later what the times tell
+  int64_t tstamp = -1;              // modification time of the file, s
+  double t0 = 0;                    // s, of the first kept point
   double tmin = BIG, tmax = -BIG;
-  Box kept, all;           // metres
+  Box kept, all;             // metres
   float amin = 0, amax = 0;  // scan angle, degrees
-  uint64_t npts = 0;       // kept points
-  uint64_t nfile = 0;      // points read
+  uint64_t npts = 0;         // kept points
+  uint64_t nfile = 0;        // points read
   Vector<TIsxy> TI;
 };
 
-struct LmTstat {           // of the second pass, summed over the tiles
-  uint64_t np = 0;         // points stored
-  uint64_t nlost = 0;      // points that fit into no microtile record
-  uint64_t ntdrop = 0;     // tiles with masked microtiles
-  uint64_t nmt = 0;        // microtiles with points
-  uint64_t nmtl = 0;       // of these, with time statistics
-  uint64_t nfit = 0;       // of these, with a time
-  uint64_t ndev = 0;       // of these, refused for their deviation
-  double sum_dt = 0;       // ticks
-  double sum_dev = 0;      // per mille
-  int64_t max_dt = 0;      // ticks
-  int64_t max_dev = 0;     // per mille
+struct LmTstat {        // of the second pass, summed over the tiles
+  uint64_t np = 0;      // points stored
+  uint64_t nlost = 0;   // points that fit into no microtile record
+  uint64_t ntdrop = 0;  // tiles with masked microtiles
+  uint64_t nmt = 0;     // microtiles with points
+  uint64_t nmtl = 0;    // of these, with time statistics
+  uint64_t nfit = 0;    // of these, with a time
+  uint64_t ndev = 0;    // of these, refused for their deviation
+  double sum_dt = 0;    // ticks
+  double sum_dev = 0;   // per mille
+  int64_t max_dt = 0;   // ticks
+  int64_t max_dev = 0;  // per mille
 };
 
 // ERROR line; keeps its text as the reason of the failure. Always false.
 bool swath_error(std::string& reason, const std::string& text);
 
-// First pass: filters the points of a file into temporary tile files. rover, tmin1: the rollover that the pass
-// before found and its smallest time. On failure the tile files made so far are removed.
+// First pass: filters the points of a file into temporary tile files. rover, tmin1: the rollover that the
+// pass before found and its smallest time. On failure the tile files made so far are removed.
 bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double tmin1,
                uint64_t max_bytes, TTresult& res, std::string& reason);
 
-// Second pass: temporary tile files into the final family, the index last. Leaves np = 0 when no point is left.
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes, TTresult& tt,
-                   LmTstat& stat, std::string& reason);
+// Second pass: temporary tile files into the final family, the index last. Leaves np = 0 when no point is
+// left.
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes,
+                   TTresult& tt, LmTstat& stat, std::string& reason);
 
 void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI);
 
 // --- steps of the second pass on one tile ---
 
-struct TileWork {                 // buffers of one swath, reused from tile to tile
-  std::vector<uint8_t> raw;       // n x 11 bytes (and 8 of slack)
-  std::vector<LmTpoint> points;   // in microtile order
-  std::vector<int32_t> ticks;     // their times
-  uint32_t N[mTn];                // points of each microtile; after sorting, those stored
-  uint32_t offset[mTn];           // first of each in points and ticks
-  int32_t Zm[mTn];                // NO_I32 where empty
+struct TileWork {                // buffers of one swath, reused from tile to tile
+  std::vector<uint8_t> raw;      // n x 11 bytes (and 8 of slack)
+  std::vector<LmTpoint> points;  // in microtile order
+  std::vector<int32_t> ticks;    // their times
+  uint32_t N[mTn];               // points of each microtile; after sorting, those stored
+  uint32_t offset[mTn];          // first of each in points and ticks
+  int32_t Zm[mTn];               // NO_I32 where empty
   int64_t sum[mTn];
   LmTtimeRec time;
 };
@@ -107,7 +108,8 @@ void proc_LmT(TileWork& w, const TileGeom& g, uint32_t stmax, LmTstat& stat);
 
 // Points, microtiles, tile table counts and minimum bounding rectangle into info. False when there are too
 // few occupied microtiles.
-bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<uint32_t>& counts, LTidxInfo& info);
+bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<uint32_t>& counts,
+                    LTidxInfo& info);
 // ".0T.idx", under a temporary name until it is whole.
-bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls, const LTidxInfo& info,
-                 const Vector<TIsxy>& TI);
+bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
+                 const LTidxInfo& info, const Vector<TIsxy>& TI);

@@ -17,7 +17,7 @@ namespace {
 constexpr uint64_t MIN_POINTS = 16;
 
 // What a byte of the record says: 0 the point stays.
-constexpr uint8_t DROP_FLAG = 1;    // withheld, or synthetic
+constexpr uint8_t DROP_FLAG = 1;  // withheld, or synthetic
 constexpr uint8_t DROP_CLASS = 2;
 constexpr uint8_t DROP_RETURN = 4;
 
@@ -49,17 +49,17 @@ Filter make_filter(const TilingParam& par, bool extended) {
   return f;
 }
 
-struct Pass {               // the pass under way
+struct Pass {  // the pass under way
   Filter filter;
   LASlayout lay;
   double scale[3], offset[3];
   TileGeom g;
   bool tuse = false;
-  double trover = -BIG;     // times below it get period added (rollover pass only)
-  double period = 0;        // s, 0: no rollover pass
+  double trover = -BIG;  // times below it get period added (rollover pass only)
+  double period = 0;     // s, 0: no rollover pass
   double t0 = 0, tmin = BIG, tmax = -BIG;
   int amin = INT16_MAX, amax = INT16_MIN;
-  Box kept, out, bad;       // file units; out: valid points that a filter took
+  Box kept, out, bad;  // file units; out: valid points that a filter took
   uint64_t nread = 0, npts = 0, n_cl = 0, n_lr = 0, n_out = 0, n_xyzout = 0, n_tbad = 0;
   TTstate state = TTstate::good;
 };
@@ -128,7 +128,8 @@ template <bool EXT>
 void tile_block(Pass& s, TileGrid& grid, const uint8_t* rec, uint64_t n) {
   const double to_units = DATAUNIT * UNITS_PER_M;
   constexpr double lo = -static_cast<double>(GROUND_BIAS), hi = static_cast<double>(GROUND_END - GROUND_BIAS);
-  constexpr double zlo = -static_cast<double>(HEIGHT_BIAS), zhi = static_cast<double>(HEIGHT_END - HEIGHT_BIAS);
+  constexpr double zlo = -static_cast<double>(HEIGHT_BIAS),
+                   zhi = static_cast<double>(HEIGHT_END - HEIGHT_BIAS);
   const TileGeom g = s.g;
   Box kept = s.kept;
   uint64_t npts = s.npts;
@@ -175,9 +176,11 @@ void tile_block(Pass& s, TileGrid& grid, const uint8_t* rec, uint64_t n) {
       }
       ticks = static_cast<uint64_t>(round_to_int(d)) & 0x3FFFFFF;
     }
-    const uint64_t word = ((static_cast<uint64_t>(x) & g.mask) | (static_cast<uint64_t>(y) & g.mask) << 19 | ticks << 38) ^
-                          0x8000000000000000u;
-    if (const TTstate state = grid.write(XI, YI, word, static_cast<uint32_t>(z)); state != TTstate::good) [[unlikely]] {
+    const uint64_t word =
+        ((static_cast<uint64_t>(x) & g.mask) | (static_cast<uint64_t>(y) & g.mask) << 19 | ticks << 38) ^
+        0x8000000000000000u;
+    if (const TTstate state = grid.write(XI, YI, word, static_cast<uint32_t>(z)); state != TTstate::good)
+        [[unlikely]] {
       s.state = state;
       break;
     }
@@ -209,8 +212,10 @@ bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uin
     if (s.tuse && s.tmax - s.tmin > ROLLOVER_SPAN) {
       res.rover = s.tmax - s.tmin > WEEK_SPAN ? Rollover::week : Rollover::day;
       LOG_LINE("<!> ROVER rover=" << static_cast<int>(res.rover) << " tmax-tmin=" << s.tmax - s.tmin << " "
-               << 100.0 * static_cast<double>(s.nread) / static_cast<double>(np) << "% tmin=" << s.tmin << " tmax="
-               << s.tmax << " trover=" << (s.period > 0 ? s.trover : ROLLOVER_SPAN) << " NS_ROVER=" << ROLLOVER_SPAN);
+                                  << 100.0 * static_cast<double>(s.nread) / static_cast<double>(np)
+                                  << "% tmin=" << s.tmin << " tmax=" << s.tmax
+                                  << " trover=" << (s.period > 0 ? s.trover : ROLLOVER_SPAN)
+                                  << " NS_ROVER=" << ROLLOVER_SPAN);
       res.tmin = s.tmin;
       if (rover == Rollover::none) return true;
       reason = "second time stamp rollover";
@@ -222,20 +227,21 @@ bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uin
 }
 
 // The file as it was read: count, coordinates, extent.
-bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool LAREA, const std::string& path, TTresult& res,
-                       std::string& reason) {
+bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool LAREA,
+                       const std::string& path, TTresult& res, std::string& reason) {
   if (s.n_xyzout > 0)
-    WARNING_MSG("LAS tiling: " << s.n_xyzout << " invalid point coordinates, " << path << " " << box_text(s.bad, 1.0)
-                               << " " << unit_text());
+    WARNING_MSG("LAS tiling: " << s.n_xyzout << " invalid point coordinates, " << path << " "
+                               << box_text(s.bad, 1.0) << " " << unit_text());
   if (s.state == TTstate::out_of_limit)
-    return swath_error(reason,
-                       LOG_STR("LAS tiling: coordinate range out of bounds ("
-                               << grid.width() << "x" << grid.height() << " tiles), limit=" << limit
-                               << " - check locations and projections"
-                               << (LAREA ? "" : ". For long swaths or large area projects use option -large")));
+    return swath_error(
+        reason, LOG_STR("LAS tiling: coordinate range out of bounds ("
+                        << grid.width() << "x" << grid.height() << " tiles), limit=" << limit
+                        << " - check locations and projections"
+                        << (LAREA ? "" : ". For long swaths or large area projects use option -large")));
   if (!grid.started() && s.n_tbad == 0) {
     if (s.n_xyzout > 0)
-      return swath_error(reason, "no points left with valid coordinates, LiDAR BBOX x:" + box_text(s.bad, 1.0));
+      return swath_error(reason,
+                         "no points left with valid coordinates, LiDAR BBOX x:" + box_text(s.bad, 1.0));
     return swath_error(reason, LOG_STR("LAS tiling: no points left, n_cl=" << s.n_cl << " n_lr=" << s.n_lr));
   }
   res.kept = s.kept;
@@ -247,14 +253,14 @@ bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool
       b->max[i] *= DATAUNIT;
     }
   const Box& k = res.kept;
-  LOG_LINE("LiDAR BBOX x:[" << k.min[0] << " " << k.max[0] << "] y:[" << k.min[1] << " " << k.max[1] << "] z:[" << k.min[2]
-                            << " " << k.max[2] << "]");
+  LOG_LINE("LiDAR BBOX x:[" << k.min[0] << " " << k.max[0] << "] y:[" << k.min[1] << " " << k.max[1]
+                            << "] z:[" << k.min[2] << " " << k.max[2] << "]");
   if (s.n_out > 0)
-    LOG_LINE("unfiltered x:[" << res.all.min[0] << " " << res.all.max[0] << "] y:[" << res.all.min[1] << " " << res.all.max[1]
-                              << "] z:[" << res.all.min[2] << " " << res.all.max[2] << "]");
+    LOG_LINE("unfiltered x:[" << res.all.min[0] << " " << res.all.max[0] << "] y:[" << res.all.min[1] << " "
+                              << res.all.max[1] << "] z:[" << res.all.min[2] << " " << res.all.max[2] << "]");
   if (s.npts > 0 && (k.max[0] - k.min[0] < 2.0 || k.max[1] - k.min[1] < 2.0)) {
-    const bool geodetic =
-        std::max({std::abs(k.min[0]), std::abs(k.max[0]), std::abs(k.min[1]), std::abs(k.max[1])}) <= 180.0 * DATAUNIT;
+    const bool geodetic = std::max({std::abs(k.min[0]), std::abs(k.max[0]), std::abs(k.min[1]),
+                                    std::abs(k.max[1])}) <= 180.0 * DATAUNIT;
     std::string text = "LAS tiling: invalid coordinates, " + box_text(k, 1.0);
     if (geodetic) text += ", XY coordinates look geodetic, LiDAR data must be projected!";
     return swath_error(reason, text);
@@ -269,7 +275,7 @@ bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, std::
   if (looks == res.adj) return true;
   if (AUTO_ADJ) {
     WARNING_MSG("LAS tiling: adjusted GPS time bit override, adj=" << res.adj << " autoadj=" << looks
-                                                                  << " from file timestamps, " << path);
+                                                                   << " from file timestamps, " << path);
     res.adj = looks;
     return true;
   }
@@ -282,10 +288,11 @@ bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, std::
 
 bool check_times(const Pass& s, const std::string& path, const TTresult& res, std::string& reason) {
   const double dt = s.tmax - s.tmin;
-  LOG_LINE("time t:[" << s.tmin << " " << s.tmax << "] Dt=" << hms_text(std::min(std::max(dt, 0.0), 1e9)) << " (" << dt
-                      << " s) adj=" << res.adj << " NS_ROVER=" << ROLLOVER_SPAN);
+  LOG_LINE("time t:[" << s.tmin << " " << s.tmax << "] Dt=" << hms_text(std::min(std::max(dt, 0.0), 1e9))
+                      << " (" << dt << " s) adj=" << res.adj << " NS_ROVER=" << ROLLOVER_SPAN);
   const double largest = std::max(std::abs(s.tmin), std::abs(s.tmax));
-  if (dt > MAX_SWATH_SPAN) return swath_error(reason, "LAS tiling: swath time interval exceeds 32400 s, " + path);
+  if (dt > MAX_SWATH_SPAN)
+    return swath_error(reason, "LAS tiling: swath time interval exceeds 32400 s, " + path);
   if (s.n_tbad > 0 || largest > 2e9)
     return swath_error(reason, "LAS tiling: invalid timestamps (overflow), " + path);
   if (largest > 1e9) WARNING_MSG("LAS tiling: invalid timestamp format (might be standard GPS), " << path);
@@ -311,10 +318,13 @@ Pass start_pass(const LASheader& h, const TilingParam& par, Rollover rover, doub
 }
 
 // Everything that is known once the reader is closed: the checks in their order, the table, the log.
-bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid& grid, uint32_t limit, uint64_t np,
-              TTresult& res, std::string& reason) {
-  if (file_mtime(path) != res.tstamp) return swath_error(reason, "LAS tiling: file timestamp changed during read, " + path);
-  if (!check_coordinates(s, grid, limit, par.LAREA, path, res, reason) || !check_adjusted(s, path, res, reason)) return false;
+bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid& grid, uint32_t limit,
+              uint64_t np, TTresult& res, std::string& reason) {
+  if (file_mtime(path) != res.tstamp)
+    return swath_error(reason, "LAS tiling: file timestamp changed during read, " + path);
+  if (!check_coordinates(s, grid, limit, par.LAREA, path, res, reason) ||
+      !check_adjusted(s, path, res, reason))
+    return false;
   if (s.nread < np && s.state == TTstate::good) {
     LOG_LINE("<!> nr=" << s.nread << " np=" << np);
     WARNING_MSG("LAS tiling: I/O read error, swath may be truncated, " << path);
@@ -325,11 +335,11 @@ bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid
                                                               << (s.state != TTstate::good) << ", " << path));
   grid.tileinfo_tbl(s.g.Tsize, res.TI);
   if (res.TI.size() > MAX_TILES)
-    return swath_error(reason, LOG_STR("LAS tiling: coordinate range out of bounds (" << res.TI.size() << " tiles), limit="
-                                                                                      << MAX_TILES));
+    return swath_error(reason, LOG_STR("LAS tiling: coordinate range out of bounds ("
+                                       << res.TI.size() << " tiles), limit=" << MAX_TILES));
   const double percent = s.nread ? 100.0 * static_cast<double>(s.npts) / static_cast<double>(s.nread) : 0.0;
-  LOG_LINE("n_cl=" << s.n_cl << " n_lr=" << s.n_lr << " n_out=" << s.n_out << " n_xyzout=" << s.n_xyzout << " np="
-                   << s.nread << " -> PTS=" << s.npts << " pf=" << s.lay.format);
+  LOG_LINE("n_cl=" << s.n_cl << " n_lr=" << s.n_lr << " n_out=" << s.n_out << " n_xyzout=" << s.n_xyzout
+                   << " np=" << s.nread << " -> PTS=" << s.npts << " pf=" << s.lay.format);
   if (percent < 20.0)
     WARNING_MSG("LAS tiling: less than " << static_cast<int>(std::ceil(percent))
                                          << "% points left due to LAS attribute filtering, " << path);
@@ -357,8 +367,8 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
                uint64_t max_bytes, TTresult& res, std::string& reason) {
   const Stopwatch watch;
   const TileGeom g = make_tile_geom(tile_level(par.large, par.xlevel));
-  LOG_ENTER("sw_LAS2TT sw=" << sw << " rover=" << static_cast<int>(rover) << " level=" << g.level << " shift=" << g.shift
-                            << " mask=" << g.mask << " size=" << g.Tsize);
+  LOG_ENTER("sw_LAS2TT sw=" << sw << " rover=" << static_cast<int>(rover) << " level=" << g.level
+                            << " shift=" << g.shift << " mask=" << g.mask << " size=" << g.Tsize);
   log_xcls(par.xcls);
   res = TTresult{};
   res.tstamp = file_mtime(path);

@@ -59,8 +59,9 @@ bool write_LmT_tile(const TileWork& w, const TileCounts& c, bool tproc, LmTfiles
   }
   if (!files.idx.write(w.N, sizeof w.N) || !files.zm.write(w.Zm, sizeof w.Zm)) return false;
   if (tproc && !files.dt.write(&w.time, sizeof w.time)) return false;
-  LOG_LINE("write_LmT_tile -> MB_xyz=" << static_cast<double>(c.np * sizeof(LmTpoint)) * 1e-6 << " MB_idx_tbl="
-                                       << static_cast<double>(sizeof w.N + sizeof w.Zm + (tproc ? sizeof w.time : 0)) * 1e-6);
+  LOG_LINE("write_LmT_tile -> MB_xyz="
+           << static_cast<double>(c.np * sizeof(LmTpoint)) * 1e-6 << " MB_idx_tbl="
+           << static_cast<double>(sizeof w.N + sizeof w.Zm + (tproc ? sizeof w.time : 0)) * 1e-6);
   return true;
 }
 
@@ -77,7 +78,8 @@ struct TileTask {  // what stays the same for all tiles
 };
 
 // One tile through all steps; counts (1024) receives the stored counts, tile.n their sum.
-bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, uint32_t* counts, LmTstat& stat) {
+bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, uint32_t* counts,
+               LmTstat& stat) {
   TileCounts c;
   if (!read_TT_tmpXYZT(task.path, tile, w) || !comp_LmT_LNZm(w, tile.n, task.g, nullptr, c) ||
       !sort_LmT_XYZT(w, tile.n, task.g, c))
@@ -128,14 +130,15 @@ LTidxInfo make_info(const TTresult& tt, const LmTstat& stat, Rollover rover) {
   return info;
 }
 
-bool proc_tiles(const TileTask& task, uint64_t max_bytes, Vector<TIsxy>& TI, Vector<uint32_t>& counts, LmTstat& stat,
-                std::string& reason) {
+bool proc_tiles(const TileTask& task, uint64_t max_bytes, Vector<TIsxy>& TI, Vector<uint32_t>& counts,
+                LmTstat& stat, std::string& reason) {
   uint32_t nmax = 0;
   for (const TIsxy& t : TI) nmax = std::max(nmax, t.n);
   const uint64_t need = nmax * (TT_REC_BYTES + sizeof(LmTpoint) + sizeof(int32_t));
   if (need > max_bytes)
-    return swath_error(reason, LOG_STR("LAS tiling: a tile requires " << need / 1000000 << " MB, only " << max_bytes / 1000000
-                                                                      << " MB reserved (use option -mem), " << task.path));
+    return swath_error(reason, LOG_STR("LAS tiling: a tile requires "
+                                       << need / 1000000 << " MB, only " << max_bytes / 1000000
+                                       << " MB reserved (use option -mem), " << task.path));
   LmTfiles files;
   if (!files.open(task.path, task.par.tproc)) return false;
   TileWork w;
@@ -151,8 +154,8 @@ void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI) {
   for (const TIsxy& tile : TI) remove_TT_file(path, tile);
 }
 
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes, TTresult& tt,
-                   LmTstat& stat, std::string& reason) {
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes,
+                   TTresult& tt, LmTstat& stat, std::string& reason) {
   const Stopwatch watch;
   LTidxHdr hdr = make_LTidxHdr(par);
   hdr.tstamp = tt.tstamp;
@@ -165,16 +168,16 @@ bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rov
     remove_TT_files(path, tt.TI);
     return false;
   }
-  if (stat.nlost + stat.ntdrop > 0)
-    LOG_LINE("<!> TOTAL lost=" << stat.nlost << " ntdrop=" << stat.ntdrop);
+  if (stat.nlost + stat.ntdrop > 0) LOG_LINE("<!> TOTAL lost=" << stat.nlost << " ntdrop=" << stat.ntdrop);
   LTidxInfo info = make_info(tt, stat, rover);
   if (!mtile_MBR_stat(task.g, tt.TI, counts, info))
     return swath_error(reason, "LAS stat and MBR computation: insufficient data, " + path);
   if (!write_LTidx(path, hdr, par.xcls, info, tt.TI)) return false;
-  LOG_LINE("maxdt=" << float(info.maxdt) << " mdt=" << float(info.mdt) << " maxdev=" << float(info.maxdev) << " mdev="
-                    << float(info.mdev));
-  LOG_LINE("nmt=" << stat.nmt << " nmtl=" << stat.nmtl << " np=" << stat.np << " MB="
-                  << static_cast<double>(stat.np * sizeof(LmTpoint)) * 1e-6 << " lost=" << stat.nlost << " dev=" << stat.ndev);
+  LOG_LINE("maxdt=" << float(info.maxdt) << " mdt=" << float(info.mdt) << " maxdev=" << float(info.maxdev)
+                    << " mdev=" << float(info.mdev));
+  LOG_LINE("nmt=" << stat.nmt << " nmtl=" << stat.nmtl << " np=" << stat.np
+                  << " MB=" << static_cast<double>(stat.np * sizeof(LmTpoint)) * 1e-6
+                  << " lost=" << stat.nlost << " dev=" << stat.ndev);
   LOG_LINE(" /// SWATH_LmT_PROC_TIME=" << watch.text());
   return true;
 }

@@ -37,10 +37,11 @@ std::string date_time(double t, bool adj) {
   if (adj) {
     int y, m, d;
     civil_date(day + 3657, y, m, d);  // GPS time starts on 1980-01-06
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", y, m, d, sec / 3600, sec / 60 % 60, sec % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%lld-%02d:%02d:%02d", static_cast<long long>(day), sec / 3600, sec / 60 % 60,
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", y, m, d, sec / 3600, sec / 60 % 60,
                   sec % 60);
+  } else {
+    std::snprintf(text, sizeof text, "%lld-%02d:%02d:%02d", static_cast<long long>(day), sec / 3600,
+                  sec / 60 % 60, sec % 60);
   }
   return text;
 }
@@ -51,14 +52,15 @@ void write_common(TxtFileOut& out, const Project& prj, size_t i, const SwathStat
   const Swath& sw = prj.swaths[i];
   out.fs << i << ' ' << sw.group << ' ' << sw.channel << ' ' << (sw.mainch == static_cast<int>(i)) << ' '
          << mega(s.info.np) << ' ' << s.info.nt << ' ' << s.info.nmt << ' ' << s.length * u.factor << ' '
-         << s.width * u.factor << ' ' << s.area * u.factor * u.factor << ' ' << s.heading << ' ' << s.density << ' '
-         << s.grid.dim << ' ' << s.grid.GGSD << ' ' << s.info.bbmin[0] << ' ' << s.info.bbmax[0] << ' '
-         << s.info.bbmin[1] << ' ' << s.info.bbmax[1] << ' ' << s.Zmin << ' ' << s.Zmax << ' ' << s.Zmed << ' ';
+         << s.width * u.factor << ' ' << s.area * u.factor * u.factor << ' ' << s.heading << ' ' << s.density
+         << ' ' << s.grid.dim << ' ' << s.grid.GGSD << ' ' << s.info.bbmin[0] << ' ' << s.info.bbmax[0] << ' '
+         << s.info.bbmin[1] << ' ' << s.info.bbmax[1] << ' ' << s.Zmin << ' ' << s.Zmax << ' ' << s.Zmed
+         << ' ';
 }
 
 void write_mobile(TxtFileOut& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
-  out.fs << "Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter << "m Area:"
-         << u.letter << "m2 Heading Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed "
+  out.fs << "Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter
+         << "m Area:" << u.letter << "m2 Heading Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed "
          << "DateTimeMin DateTimeMax Amin Amax AdjGPS RO WRO TimeRes DTmax Dev Devmax\n";
   for (size_t i = 0; i < stat.swaths.size(); i++) {
     if (prj.swaths[i].fixed) continue;
@@ -67,8 +69,8 @@ void write_mobile(TxtFileOut& out, const Project& prj, const ProjectStat& stat, 
     write_common(out, prj, i, s, u);
     out.fs << date_time(s.info.tmin, adj) << ' ' << date_time(s.info.tmax, adj) << ' ' << s.info.amin << ' '
            << s.info.amax << ' ' << adj << ' ' << ((s.info.flags & INFO_RO) != 0) << ' '
-           << ((s.info.flags & INFO_WRO) != 0) << ' ' << s.info.mdt << ' ' << s.info.maxdt << ' ' << s.info.mdev << ' '
-           << s.info.maxdev << '\n';
+           << ((s.info.flags & INFO_WRO) != 0) << ' ' << s.info.mdt << ' ' << s.info.maxdt << ' '
+           << s.info.mdev << ' ' << s.info.maxdev << '\n';
   }
   out.fs << '\n';
 }
@@ -76,8 +78,9 @@ void write_mobile(TxtFileOut& out, const Project& prj, const ProjectStat& stat, 
 void write_reference(TxtFileOut& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
   const bool any = std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
   if (!any) return;
-  out.fs << "RefSwath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter << "m Area:"
-         << u.letter << "m2 Ori Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed TimeMin TimeMax\n";
+  out.fs << "RefSwath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter
+         << "m Area:" << u.letter
+         << "m2 Ori Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed TimeMin TimeMax\n";
   for (size_t i = 0; i < stat.swaths.size(); i++) {
     if (!prj.swaths[i].fixed) continue;
     write_common(out, prj, i, stat.swaths[i], u);
@@ -104,14 +107,15 @@ void write_project(TxtFileOut& out, const Project& prj, const ProjectStat& stat,
     maxdev = std::max<double>(maxdev, static_cast<double>(s.info.maxdev));
   }
   out.fs << "NSwaths NGrp MPts NTiles NmTiles BBox_DX:" << u.letter << "m BBox_DY:" << u.letter
-         << "m TileSize mTileSize Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed Zmin0 Zmax0 Distance:" << u.letter
-         << "m Speed FlightTime TimeRes DTmax Dev Devmax\n";
-  out.fs << stat.swaths.size() << ' ' << prj.ngrp << ' ' << mega(stat.np) << ' ' << nt << ' ' << stat.nmt << ' '
-         << (hi[0] - lo[0]) * u.factor << ' ' << (hi[1] - lo[1]) * u.factor << ' ' << prj.scale.Tsize << ' '
-         << prj.scale.mTsize << ' ' << stat.density << ' ' << prj.scale.dim << ' ' << prj.scale.GSD() << ' ' << lo[0]
-         << ' ' << hi[0] << ' ' << lo[1] << ' ' << hi[1] << ' ' << stat.Zmin << ' ' << stat.Zmax << ' ' << stat.Zmed
-         << ' ' << lo[2] << ' ' << hi[2] << ' ' << distance * u.factor << ' ' << (time > 0 ? distance / time : 0.0)
-         << ' ' << time << ' ' << stat.mdt << ' ' << maxdt << ' ' << stat.mdev << ' ' << maxdev << '\n';
+         << "m TileSize mTileSize Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed Zmin0 Zmax0 Distance:"
+         << u.letter << "m Speed FlightTime TimeRes DTmax Dev Devmax\n";
+  out.fs << stat.swaths.size() << ' ' << prj.ngrp << ' ' << mega(stat.np) << ' ' << nt << ' ' << stat.nmt
+         << ' ' << (hi[0] - lo[0]) * u.factor << ' ' << (hi[1] - lo[1]) * u.factor << ' ' << prj.scale.Tsize
+         << ' ' << prj.scale.mTsize << ' ' << stat.density << ' ' << prj.scale.dim << ' ' << prj.scale.GSD()
+         << ' ' << lo[0] << ' ' << hi[0] << ' ' << lo[1] << ' ' << hi[1] << ' ' << stat.Zmin << ' '
+         << stat.Zmax << ' ' << stat.Zmed << ' ' << lo[2] << ' ' << hi[2] << ' ' << distance * u.factor << ' '
+         << (time > 0 ? distance / time : 0.0) << ' ' << time << ' ' << stat.mdt << ' ' << maxdt << ' '
+         << stat.mdev << ' ' << maxdev << '\n';
 }
 }  // namespace
 

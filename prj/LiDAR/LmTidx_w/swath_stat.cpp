@@ -94,7 +94,8 @@ GridScale comp_GGSD_dim(const CountHist& hist, double mTsize, bool median) {
   double cum[64] = {};
   for (size_t n = 1; n < hist.nmt_of.size(); n++)
     if (hist.nmt_of[n])
-      cum[std::min(63L, std::lround(static_cast<double>(n) * 32.0 / npmt))] += static_cast<double>(hist.nmt_of[n]);
+      cum[std::min(63L, std::lround(static_cast<double>(n) * 32.0 / npmt))] +=
+          static_cast<double>(hist.nmt_of[n]);
   for (int b = 1; b < 64; b++) cum[b] += cum[b - 1];
   double xm = 32;
   const double half = cum[63] * 0.5;
@@ -108,9 +109,9 @@ GridScale comp_GGSD_dim(const CountHist& hist, double mTsize, bool median) {
   const double wanted = GGSD_OPT > 0 ? static_cast<double>(GGSD_OPT) : g.GSD0;
   g.dim = std::max(1, static_cast<int>(std::lround(mTsize / wanted)));
   g.GGSD = mTsize / g.dim;
-  LOG_LINE("comp_GGSD_dim np=" << hist.np << " nmt=" << hist.nmt << " npmt=" << npmt << " mGSD=" << mTsize << " median="
-                               << median << " TARGET_DF=" << TARGET_DF << " D0=" << g.D0 << " xm=" << xm << " GSD0="
-                               << g.GSD0 << " dim=" << g.dim);
+  LOG_LINE("comp_GGSD_dim np=" << hist.np << " nmt=" << hist.nmt << " npmt=" << npmt << " mGSD=" << mTsize
+                               << " median=" << median << " TARGET_DF=" << TARGET_DF << " D0=" << g.D0
+                               << " xm=" << xm << " GSD0=" << g.GSD0 << " dim=" << g.dim);
   return g;
 }
 
@@ -165,8 +166,8 @@ int find_main(const Project& prj, const std::vector<SwathStat>& stat, size_t i, 
     const Swath& s = prj.swaths[j];
     if (s.fixed || s.channel >= prj.swaths[i].channel || s.mainch != static_cast<int>(j)) continue;
     if (only_ch0 && s.channel != 0) continue;
-    const double overlap =
-        std::min<double>(stat[i].info.tmax, stat[j].info.tmax) - std::max<double>(stat[i].info.tmin, stat[j].info.tmin);
+    const double overlap = std::min<double>(stat[i].info.tmax, stat[j].info.tmax) -
+                           std::max<double>(stat[i].info.tmin, stat[j].info.tmin);
     if (overlap > most) {
       most = overlap;
       best = static_cast<int>(j);
@@ -193,13 +194,16 @@ bool comp_mainch_swaths(Project& prj, const std::vector<SwathStat>& stat, bool f
     }
     missing++;
     if (fix_ch0)
-      ERROR_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path << ", channel " << prj.swaths[i].channel);
+      ERROR_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path << ", channel "
+                                                                << prj.swaths[i].channel);
     else
-      WARNING_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path << " - setting as main channel");
+      WARNING_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path
+                                                                  << " - setting as main channel");
   }
   if (missing == 0) return true;
   if (fix_ch0)
-    LOG_MSG("Channel 0 swath missing or dropped for " << missing << " swaths, initial consistency check failed");
+    LOG_MSG("Channel 0 swath missing or dropped for " << missing
+                                                      << " swaths, initial consistency check failed");
   else
     LOG_MSG("Main channel updated for " << missing << " swaths, initial consistency check passed");
   return !fix_ch0;

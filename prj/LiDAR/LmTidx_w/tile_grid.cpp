@@ -30,7 +30,8 @@ void TileGrid::place(uint32_t XI0, uint32_t YI0, uint32_t nx, uint32_t ny) {
   YI0_ = YI0;
   nx_ = nx;
   ny_ = ny;
-  LOG_LINE("getk_expand_NFTT XI0=" << XI0_ << " YI0=" << YI0_ << " " << nx_ << "x" << ny_ << " limit=" << limit_);
+  LOG_LINE("getk_expand_NFTT XI0=" << XI0_ << " YI0=" << YI0_ << " " << nx_ << "x" << ny_
+                                   << " limit=" << limit_);
 }
 
 // Makes room for a tile outside the grid: doubles both axes while that stays within the limit, the old grid
@@ -88,7 +89,8 @@ TTstate TileGrid::open_cell(Cell& cell, uint32_t XI, uint32_t YI) {
 
 // Appends the buffer to the tile's file. A tile cannot hold more points than its count can tell.
 TTstate TileGrid::flush_cell(Cell& cell) {
-  if (cell.n > UINT32_MAX - TILE_BUFFER || !cell.file->write(cell.buf, cell.fill)) return TTstate::write_failed;
+  if (cell.n > UINT32_MAX - TILE_BUFFER || !cell.file->write(cell.buf, cell.fill))
+    return TTstate::write_failed;
   cell.fill = 0;
   return TTstate::good;
 }
@@ -133,7 +135,8 @@ void TileGrid::tileinfo_tbl(double Tsize, Vector<TIsxy>& TI) const {
     }
   if (nt == 0) return;
   const double area = Tsize * Tsize;
-  LOG_LINE("TILES=" << nt << " XI:[" << xmin << " " << xmax << "] YI:[" << ymin << " " << ymax << "] N:[" << nmin << " "
-                    << nmax << "] npts=" << npts << " mean_D~" << static_cast<double>(npts) / static_cast<double>(nt) / area
-                    << " max_D~" << nmax / area);
+  LOG_LINE("TILES=" << nt << " XI:[" << xmin << " " << xmax << "] YI:[" << ymin << " " << ymax << "] N:["
+                    << nmin << " " << nmax << "] npts=" << npts << " mean_D~"
+                    << static_cast<double>(npts) / static_cast<double>(nt) / area << " max_D~"
+                    << nmax / area);
 }

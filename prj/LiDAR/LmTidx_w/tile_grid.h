@@ -61,7 +61,7 @@ class TileGrid {
   uint32_t limit_;
   uint64_t max_buffers_;
   uint32_t XI0_ = 0, YI0_ = 0, nx_ = 0, ny_ = 0;
-  std::vector<Cell> cells_;  // row by row
+  std::vector<Cell> cells_;                            // row by row
   std::vector<std::unique_ptr<BufBinFileOut>> files_;  // one a touched tile; none holds a descriptor
   std::vector<std::unique_ptr<uint8_t[]>> buffers_;
   std::vector<uint8_t*> free_;

@@ -97,7 +97,8 @@ bool sort_LmT_XYZT(TileWork& w, uint32_t n, const TileGeom& g, TileCounts& c) {
       LOG_LINE("sort_LmT_XYZT <!> inc " << mt);
       return false;
     }
-    points[at] = {((h << 12) & 0xF0000000u) | (p.y & g.mmask) << 14 | (p.x & g.mmask), static_cast<uint16_t>(h)};
+    points[at] = {((h << 12) & 0xF0000000u) | (p.y & g.mmask) << 14 | (p.x & g.mmask),
+                  static_cast<uint16_t>(h)};
     ticks[at] = p.tick;
   }
   c.np = c.nmt = 0;
@@ -106,8 +107,8 @@ bool sort_LmT_XYZT(TileWork& w, uint32_t n, const TileGeom& g, TileCounts& c) {
     c.np += w.N[mt];
     c.nmt += w.N[mt] > 0;
   }
-  LOG_LINE("sort_LmT_XYZT -> nTP=" << n << " np=" << c.np << " nmt=" << c.nmt << " mmask=" << g.mmask << " ndrop="
-                                   << c.ndrop << " nZout=" << c.nZout);
+  LOG_LINE("sort_LmT_XYZT -> nTP=" << n << " np=" << c.np << " nmt=" << c.nmt << " mmask=" << g.mmask
+                                   << " ndrop=" << c.ndrop << " nZout=" << c.nZout);
   if (c.nZout > 0) LOG_LINE("<!> LOSS");
   return true;
 }

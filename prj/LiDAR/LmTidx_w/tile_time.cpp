@@ -70,11 +70,13 @@ TimeFit fit_plane(const TimeSums& s, uint32_t npoints, int64_t range) {
 }
 
 uint8_t code_range(int64_t range) {
-  return static_cast<uint8_t>(std::min(255L, std::lround(static_cast<double>(range) * 0.2490234375 / DT_RANGE)));
+  return static_cast<uint8_t>(
+      std::min(255L, std::lround(static_cast<double>(range) * 0.2490234375 / DT_RANGE)));
 }
 
 uint8_t code_dev(int64_t dev) {
-  const long code = std::min(255L, std::lround(static_cast<double>(dev) * 0.255 / static_cast<double>(DEV_RANGE)));
+  const long code =
+      std::min(255L, std::lround(static_cast<double>(dev) * 0.255 / static_cast<double>(DEV_RANGE)));
   return static_cast<uint8_t>(dev != 0 && code == 0 ? 1 : code);
 }
 
@@ -142,12 +144,12 @@ void proc_LmT(TileWork& w, const TileGeom& g, uint32_t stmax, LmTstat& stat) {
   }
   const uint64_t nc = comp_vertices(corner, w.N, rec.vertex);
   const double mean = nmt ? 1.0 / static_cast<double>(nmt) : 0.0;
-  LOG_LINE("proc_LmT -> nmt=" << nmt << " ndev=" << ndev << " nmtl=" << nfit << " nc=" << nc << " MeanST="
-                              << static_cast<double>(sum_dev) * mean * 0.001 << " MaxST="
-                              << static_cast<double>(max_dev) * 0.001 << " MeanDT="
-                              << static_cast<double>(sum_dt) * mean * TICK_S << " MaxDT="
-                              << static_cast<double>(max_dt) * TICK_S << " deltaT="
-                              << static_cast<double>(max_dt) * TICK_S);
+  LOG_LINE("proc_LmT -> nmt=" << nmt << " ndev=" << ndev << " nmtl=" << nfit << " nc=" << nc
+                              << " MeanST=" << static_cast<double>(sum_dev) * mean * 0.001
+                              << " MaxST=" << static_cast<double>(max_dev) * 0.001
+                              << " MeanDT=" << static_cast<double>(sum_dt) * mean * TICK_S
+                              << " MaxDT=" << static_cast<double>(max_dt) * TICK_S
+                              << " deltaT=" << static_cast<double>(max_dt) * TICK_S);
   stat.nmtl += nmt;
   stat.nfit += nfit;
   stat.ndev += ndev;

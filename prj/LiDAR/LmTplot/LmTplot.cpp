@@ -76,7 +76,8 @@ Tovr make_Tovr(const TileInfo& frame) {
 bool read_Tocc(const std::string& path, Tocc& occ) {
   Vector<TIsxy> TI;
   Vector<Image<uint8_t>> mocc;
-  if (!read_LTidx_TI(path, TI) || !read_LmTidx_tiles_mocc(path, static_cast<uint32_t>(TI.size()), mocc)) return false;
+  if (!read_LTidx_TI(path, TI) || !read_LmTidx_tiles_mocc(path, static_cast<uint32_t>(TI.size()), mocc))
+    return false;
   occ.clear();
   occ.reserve(TI.size());
   for (uint64_t k = 0; k < TI.size(); k++)
@@ -99,10 +100,12 @@ uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ) {
     } else {
       ntovr++;
     }
-    for (int i = 0; i < mTn; i++) n.val[i] = static_cast<uint8_t>(n.val[i] + ((t.occ.val[i] & 1) && n.val[i] < 255));
+    for (int i = 0; i < mTn; i++)
+      n.val[i] = static_cast<uint8_t>(n.val[i] + ((t.occ.val[i] & 1) && n.val[i] < 255));
   }
-  LOG_LINE("add_Tovr_Tocc Nsize=" << ovr.n.size() << " nt=" << occ.size() << " dimx=" << ovr.frame.nx << " dimy="
-                                  << ovr.frame.ny << " ntnew=" << ntnew << " ntovr=" << ntovr << " ntout=" << ntout);
+  LOG_LINE("add_Tovr_Tocc Nsize=" << ovr.n.size() << " nt=" << occ.size() << " dimx=" << ovr.frame.nx
+                                  << " dimy=" << ovr.frame.ny << " ntnew=" << ntnew << " ntovr=" << ntovr
+                                  << " ntout=" << ntout);
   return ntout;
 }
 
@@ -113,7 +116,8 @@ void add_Tovr_Tovr(Tovr& ovr, const Tovr& other) {
     Image<uint8_t>& to = ovr.n.val[k];
     if (from.empty()) continue;
     if (to.empty()) to.resize(mTsub, mTsub, 0);
-    for (int i = 0; i < mTn; i++) to.val[i] = static_cast<uint8_t>(to.val[i] + (from.val[i] > 0 && to.val[i] < 255));
+    for (int i = 0; i < mTn; i++)
+      to.val[i] = static_cast<uint8_t>(to.val[i] + (from.val[i] > 0 && to.val[i] < 255));
   }
 }
 
@@ -129,8 +133,9 @@ uint64_t add_Tswlist_TI(Tswlist& list, const Vector<TIsxy>& TI, uint16_t sw) {
     (swaths.empty() ? ntnew : ntovr)++;
     swaths.push_back(sw);
   }
-  LOG_LINE("add_Tswlist_TI Nsize=" << list.sw.size() << " nt=" << TI.size() << " dimx=" << list.frame.nx << " dimy="
-                                   << list.frame.ny << " ntnew=" << ntnew << " ntovr=" << ntovr << " ntout=" << ntout);
+  LOG_LINE("add_Tswlist_TI Nsize=" << list.sw.size() << " nt=" << TI.size() << " dimx=" << list.frame.nx
+                                   << " dimy=" << list.frame.ny << " ntnew=" << ntnew << " ntovr=" << ntovr
+                                   << " ntout=" << ntout);
   return ntout;
 }
 
@@ -181,7 +186,8 @@ Tocc inter_Tocc(const Tocc& occ1, const Tocc& occ2) {
     for (int i = 0; i < mTn; i++) both.occ.val[i] = a.occ.val[i] & b.occ.val[i] & 1;
     if (!is_empty(both.occ)) result.push_back(std::move(both));
   }
-  LOG_LINE("inter_Tocc nt1=" << occ1.size() << " nt2=" << occ2.size() << " ntint=" << result.size() << " ntcomp=" << ntcomp);
+  LOG_LINE("inter_Tocc nt1=" << occ1.size() << " nt2=" << occ2.size() << " ntint=" << result.size()
+                             << " ntcomp=" << ntcomp);
   return result;
 }
 
@@ -202,7 +208,8 @@ mTbbox comp_mTbbox_Tocc(const Tocc& occ) {
   mTbbox b;
   for (const ToccTile& t : occ)
     for (int i = 0; i < mTn; i++)
-      if (t.occ.val[i] & 1) extend_bbox(b, int64_t{t.x} * mTsub + i % mTsub, int64_t{t.y} * mTsub + i / mTsub);
+      if (t.occ.val[i] & 1)
+        extend_bbox(b, int64_t{t.x} * mTsub + i % mTsub, int64_t{t.y} * mTsub + i / mTsub);
   return b;
 }
 
@@ -218,7 +225,8 @@ void count_fovr_12(const Tovr& a, const Tovr& b, double& f1, double& f2) {
   uint64_t n1 = 0, n2 = 0, both = 0;
   for (uint64_t k = 0; k < a.n.size(); k++)
     for (int i = 0; i < mTn; i++) {
-      const bool in1 = !a.n.val[k].empty() && a.n.val[k].val[i] > 0, in2 = !b.n.val[k].empty() && b.n.val[k].val[i] > 0;
+      const bool in1 = !a.n.val[k].empty() && a.n.val[k].val[i] > 0,
+                 in2 = !b.n.val[k].empty() && b.n.val[k].val[i] > 0;
       n1 += in1;
       n2 += in2;
       both += in1 && in2;
@@ -253,6 +261,7 @@ void img_Tovr_clip(const Tovr& ovr, uint8_t nmax, Image<uint8_t>& img) {
     for (int x = 0; x < ovr.frame.nx; x++) {
       const Image<uint8_t>& n = ovr.n.row(y)[x];
       for (uint64_t i = 0; i < n.size(); i++)
-        img.row(y * mTsub + static_cast<int>(i) / mTsub)[x * mTsub + static_cast<int>(i) % mTsub] = std::min(n.val[i], nmax);
+        img.row(y * mTsub + static_cast<int>(i) / mTsub)[x * mTsub + static_cast<int>(i) % mTsub] =
+            std::min(n.val[i], nmax);
     }
 }

@@ -12,27 +12,27 @@
 #include "lib/DataStructure/image.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
-struct ToccTile {        // one tile of an occupancy
-  uint32_t x = 0, y = 0;   // tile indices
-  uint32_t k = 0;          // index in the tile table of the swath (of the first one, for a pair)
-  uint32_t k2 = 0;         // index in the tile table of the second swath, for a pair
-  Image<uint8_t> occ;      // 32 x 32: bit value 1 occupied, 4 points were taken by a reader
+struct ToccTile {         // one tile of an occupancy
+  uint32_t x = 0, y = 0;  // tile indices
+  uint32_t k = 0;         // index in the tile table of the swath (of the first one, for a pair)
+  uint32_t k2 = 0;        // index in the tile table of the second swath, for a pair
+  Image<uint8_t> occ;     // 32 x 32: bit value 1 occupied, 4 points were taken by a reader
 };
 using Tocc = std::vector<ToccTile>;  // by increasing y, then x
 
-struct Tovr {                   // overlap map of a frame of tiles
+struct Tovr {  // overlap map of a frame of tiles
   TileInfo frame;
-  Image<Image<uint8_t>> n;      // per tile: 32 x 32 counts of swaths, capped at 255; empty while untouched
+  Image<Image<uint8_t>> n;  // per tile: 32 x 32 counts of swaths, capped at 255; empty while untouched
 };
 
-struct Tswlist {                         // which swaths have a tile where
+struct Tswlist {  // which swaths have a tile where
   TileInfo frame;
-  Image<std::vector<uint16_t>> sw;       // per tile, swath numbers
+  Image<std::vector<uint16_t>> sw;  // per tile, swath numbers
 };
 
-struct mTbbox {                 // box in microtiles of the whole valid range: tile index * 32 + microtile index
+struct mTbbox {  // box in microtiles of the whole valid range: tile index * 32 + microtile index
   int64_t xmin = 0, ymin = 0, xmax = -1, ymax = -1;  // inclusive; xmax < xmin when empty
-  uint64_t n = 0;               // microtiles counted in it
+  uint64_t n = 0;                                    // microtiles counted in it
   bool empty() const { return n == 0; }
 };
 
@@ -50,7 +50,8 @@ void add_Tovr_Tovr(Tovr& ovr, const Tovr& other);
 // Appends the swath number to the list of each of its tiles. Returns the tiles outside the frame.
 uint64_t add_Tswlist_TI(Tswlist& list, const Vector<TIsxy>& TI, uint16_t sw);
 
-// The map of the microtiles with at least 2 swaths: their counts, 0 elsewhere, empty tiles where none is left.
+// The map of the microtiles with at least 2 swaths: their counts, 0 elsewhere, empty tiles where none is
+// left.
 Tovr comp_Tovr2(const Tovr& ovr);
 
 // Restricts an occupancy to the microtiles where the map counts at least 2; drops tiles left empty.
@@ -70,9 +71,9 @@ void count_fovr_12(const Tocc& a, const Tocc& b, double& f1, double& f2);
 // Adds the ring of microtiles (8 neighbours) around the occupied ones, across tile borders, into tiles that
 // stand in the swath's table TI; tiles that come in new are added, in order. Nothing is added elsewhere.
 Tocc dilate_Tocc(const Tocc& occ, const Vector<TIsxy>& TI);
-// Removes what is thinner than 2 microtiles: a microtile stays when it is part of a full block of 2 x 2,
-// which may lie across tile borders. Tiles left empty are dropped.
-Tocc erode_Tocc_2(const Tocc& occ);
+// Removes what is thinner than k microtiles (2 to 32): a microtile stays when it is part of a full block of
+// k x k, which may lie across tile borders. Tiles left empty are dropped.
+Tocc erode_Tocc_2(const Tocc& occ, int k = 2);
 
 // One pixel a microtile; img has the size of the frame x 32 and is set to 0 first. Returns the tiles outside.
 uint64_t img_Tocc(const Tocc& occ, const TileInfo& frame, Image<uint8_t>& img);

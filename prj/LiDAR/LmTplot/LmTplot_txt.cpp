@@ -10,8 +10,8 @@
 namespace {
 // A closed polygon of four corners per swath, as text and, with outobj, as .obj.
 template <typename Corners>
-bool write_polygons(const std::string& name, const char* suffix, const std::vector<SwathPlot>& swaths, bool outobj,
-                    bool app, Corners corners) {
+bool write_polygons(const std::string& name, const char* suffix, const std::vector<SwathPlot>& swaths,
+                    bool outobj, bool app, Corners corners) {
   const std::string file = name + suffix;
   TxtFileOut txt(true);
   if (!txt.open(file + ".txt", app ? 1 : 0)) return false;
@@ -43,14 +43,14 @@ long ground(double v) { return std::lround(v); }
 }  // namespace
 
 bool write_MBR(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj, bool app) {
-  return write_polygons(name, "_mbr", swaths, outobj, app, [](const LTidxInfo& info, double (*c)[2]) {
+  return write_polygons(name, "_mbr", swaths, outobj, app, [](const LTidxInfo& info, double(*c)[2]) {
     for (int i = 0; i < 4; i++)
       for (int k = 0; k < 2; k++) c[i][k] = info.mbr[i][k];
   });
 }
 
 bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj, bool app) {
-  return write_polygons(name, "_bb", swaths, outobj, app, [](const LTidxInfo& info, double (*c)[2]) {
+  return write_polygons(name, "_bb", swaths, outobj, app, [](const LTidxInfo& info, double(*c)[2]) {
     box_corners(info.bbmin[0], info.bbmin[1], info.bbmax[0], info.bbmax[1], c);
   });
 }
@@ -75,7 +75,8 @@ bool mtiles_plot_Nimg(const std::string& name, const Image<uint32_t>& img, doubl
   for (int y = 0; y < img.ysize(); y++)
     for (int x = 0; x < img.xsize(); x++) {
       if (img.row(y)[x] == 0) continue;
-      std::snprintf(line, sizeof line, "%ld %ld  %d\n", ground(x0 + x * gs), ground(y0 + y * gs), static_cast<int>(img.row(y)[x]));
+      std::snprintf(line, sizeof line, "%ld %ld  %d\n", ground(x0 + x * gs), ground(y0 + y * gs),
+                    static_cast<int>(img.row(y)[x]));
       txt.fs << line;
     }
   return txt.close();
@@ -122,8 +123,9 @@ bool plot_swath_tnsg(const SwathPlot& s, TxtFileOut& tnsg, TxtFileOut& times) {
       const double y = tile_origin(sw.geom, sw.TI.val[k].y) + (mt / mTsub + 0.5) * sw.geom.mTsize;
       const int32_t tick = Ct.val[k].val[mt];
       const double t = tick == NO_I32 ? -9999.0 : t0 + tick * TICK_S;
-      tnsg.fs << x << ' ' << y << ' ' << Z.val[mt] * M_PER_UNIT << ' ' << t << ' ' << dt.val[k].val[mt] * code_s << ' '
-              << dev.val[k].val[mt] * code_dev << ' ' << n << ' ' << s.sw << ' ' << s.group << '\n';
+      tnsg.fs << x << ' ' << y << ' ' << Z.val[mt] * M_PER_UNIT << ' ' << t << ' '
+              << dt.val[k].val[mt] * code_s << ' ' << dev.val[k].val[mt] * code_dev << ' ' << n << ' ' << s.sw
+              << ' ' << s.group << '\n';
       if (tick != NO_I32) times.fs << x << ' ' << y << ' ' << t << ' ' << s.sw << ' ' << s.group << '\n';
     }
   }

@@ -43,12 +43,63 @@ bool any_near(const Lattice& a, int x, int y) {
   return false;
 }
 
-// Whether one of the four 2 x 2 blocks that hold (x, y) is full.
-bool in_block(const Lattice& a, int x, int y) {
-  for (int v = y - 1; v <= y; v++)
-    for (int u = x - 1; u <= x; u++)
-      if (at(a, u, v) && at(a, u + 1, v) && at(a, u, v + 1) && at(a, u + 1, v + 1)) return true;
-  return false;
+// A tile with its eight neighbours, and sums over rectangles of it.
+constexpr int WIDE = 3 * mTsub;
+struct Window {
+  std::array<uint8_t, WIDE * WIDE> set;
+  std::array<int, (WIDE + 1) * (WIDE + 1)> sum;  // entry (x, y): of all elements left of x and below y
+};
+
+template <typename Value>
+void integrate(Window& w, Value value) {
+  w.sum.fill(0);
+  for (int y = 0; y < WIDE; y++)
+    for (int x = 0; x < WIDE; x++) {
+      const auto at_sum = [&](int u, int v) -> int& {
+        return w.sum[static_cast<size_t>(v * (WIDE + 1) + u)];
+      };
+      at_sum(x + 1, y + 1) = value(x, y) + at_sum(x, y + 1) + at_sum(x + 1, y) - at_sum(x, y);
+    }
+}
+// Sum over [x0, x1) x [y0, y1), cut to the window.
+int sum_of(const Window& w, int x0, int y0, int x1, int y1) {
+  x0 = std::max(x0, 0), y0 = std::max(y0, 0), x1 = std::min(x1, WIDE), y1 = std::min(y1, WIDE);
+  if (x0 >= x1 || y0 >= y1) return 0;
+  const auto at_sum = [&](int u, int v) { return w.sum[static_cast<size_t>(v * (WIDE + 1) + u)]; };
+  return at_sum(x1, y1) - at_sum(x0, y1) - at_sum(x1, y0) + at_sum(x0, y0);
+}
+
+void gather_window(const TileIndex& index, uint32_t XI, uint32_t YI, Window& w) {
+  w.set.fill(0);
+  for (int dy = -1; dy <= 1; dy++)
+    for (int dx = -1; dx <= 1; dx++) {
+      const auto found = index.find(tile_key(int64_t{XI} + dx, int64_t{YI} + dy));
+      if (found == index.end()) continue;
+      for (int y = 0; y < mTsub; y++)
+        for (int x = 0; x < mTsub; x++)
+          w.set[static_cast<size_t>(((dy + 1) * mTsub + y) * WIDE + (dx + 1) * mTsub + x)] =
+              found->second->row(y)[x] & 1;
+    }
+}
+
+// Marks the microtiles of the middle tile that are part of a full k x k block. False when there is none.
+bool open_window(Window& w, int k, Image<uint8_t>& occ) {
+  integrate(w, [&](int x, int y) { return static_cast<int>(w.set[static_cast<size_t>(y * WIDE + x)]); });
+  std::array<uint8_t, WIDE * WIDE> full;  // the block whose lower left element this is
+  for (int y = 0; y < WIDE; y++)
+    for (int x = 0; x < WIDE; x++)
+      full[static_cast<size_t>(y * WIDE + x)] = sum_of(w, x, y, x + k, y + k) == k * k;
+  integrate(w, [&](int x, int y) { return static_cast<int>(full[static_cast<size_t>(y * WIDE + x)]); });
+  bool any = false;
+  occ.resize(mTsub, mTsub);
+  for (int y = 0; y < mTsub; y++)
+    for (int x = 0; x < mTsub; x++) {
+      const int u = x + mTsub, v = y + mTsub;
+      const bool stays = sum_of(w, u - k + 1, v - k + 1, u + 1, v + 1) > 0;
+      occ.row(y)[x] = stays;
+      any = any || stays;
+    }
+  return any;
 }
 
 // Applies a rule to every microtile of a tile. False when nothing is left.
@@ -79,12 +130,15 @@ Tocc dilate_Tocc(const Tocc& occ, const Vector<TIsxy>& TI) {
   return result;
 }
 
-Tocc erode_Tocc_2(const Tocc& occ) {
+Tocc erode_Tocc_2(const Tocc& occ, int k) {
+  ASSERT(k >= 1 && k <= mTsub);
   const TileIndex index = index_tiles(occ);
   Tocc result;
+  Window window;
   for (const ToccTile& from : occ) {
+    gather_window(index, from.x, from.y, window);
     ToccTile t = from;
-    if (apply(gather(index, t.x, t.y), t.occ, in_block)) result.push_back(std::move(t));
+    if (open_window(window, k, t.occ)) result.push_back(std::move(t));
   }
   return result;
 }

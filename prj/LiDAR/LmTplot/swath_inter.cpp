@@ -21,8 +21,8 @@ Span project(const LTidxInfo& info, double ux, double uy) {
   return s;
 }
 
-// Whether one of the two sides of rectangle `of` separates the two rectangles. Along its own sides a rectangle
-// grows by the margin; the other one by no more than sqrt(2) times that.
+// Whether one of the two sides of rectangle `of` separates the two rectangles. Along its own sides a
+// rectangle grows by the margin; the other one by no more than sqrt(2) times that.
 bool separated(const LTidxInfo& of, const LTidxInfo& other, double margin) {
   const double theta = std::atan2(of.mbr[1][1] - of.mbr[0][1], of.mbr[1][0] - of.mbr[0][0]);
   const double co = std::cos(theta), si = std::sin(theta);
@@ -46,7 +46,8 @@ bool inter_MBR(const LTidxInfo& a, const LTidxInfo& b, double margin) {
 }
 
 std::vector<std::pair<int, int>> check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos,
-                                                         const std::vector<bool>& fixed, double mTsize, int& nbb) {
+                                                         const std::vector<bool>& fixed, double mTsize,
+                                                         int& nbb) {
   LOG_ENTER("check_BBOX_MBR_fx_inter nsw=" << infos.size());
   std::vector<std::pair<int, int>> pairs;
   nbb = 0;

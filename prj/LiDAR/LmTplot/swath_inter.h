@@ -10,11 +10,12 @@
 // Whether two boxes (kept points, X and Y) have a point in common; touching counts.
 bool inter_BBOX(const LTidxInfo& a, const LTidxInfo& b);
 
-// The same for the minimum bounding rectangles, each grown by margin (m) on all sides: the rectangles stand on
-// the lower left corners of microtiles, so one microtile makes them cover the swaths. By the separating axes
-// of the two rectangles.
+// The same for the minimum bounding rectangles, each grown by margin (m) on all sides: the rectangles stand
+// on the lower left corners of microtiles, so one microtile makes them cover the swaths. By the separating
+// axes of the two rectangles.
 bool inter_MBR(const LTidxInfo& a, const LTidxInfo& b, double margin);
 
 // Pairs (i < j) that pass both tests and are not both fixed. nbb: pairs that pass the first.
 std::vector<std::pair<int, int>> check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos,
-                                                         const std::vector<bool>& fixed, double mTsize, int& nbb);
+                                                         const std::vector<bool>& fixed, double mTsize,
+                                                         int& nbb);

@@ -13,37 +13,37 @@
 
 struct ScanParam {
   // The command.
-  bool REG = false;      // the run registers (-reg, -align, -calib)
-  bool QC = true;        // difference statistics of the pairs before and after registration (-qc)
-  bool QCRUN = false;    // a run without a command: the difference statistics are its purpose
-  bool FULL = false;     // grid everything, not only overlaps (-full)
-  bool GCP = false;      // control points are given
+  bool REG = false;    // the run registers (-reg, -align, -calib)
+  bool QC = true;      // difference statistics of the pairs before and after registration (-qc)
+  bool QCRUN = false;  // a run without a command: the difference statistics are its purpose
+  bool FULL = false;   // grid everything, not only overlaps (-full)
+  bool GCP = false;    // control points are given
   // Tiling.
-  TilingParam tiling;    // filters, levels, time stamps; large and xlevel as in Project::scale
+  TilingParam tiling;      // filters, levels, time stamps; large and xlevel as in Project::scale
   bool cache_tile = true;  // -cache_tile
   // Statistics.
-  bool median = true;    // grid scale from the median density (-ggsd_mean off)
-  bool fix_ch0 = false;  // -fix_ch0
-  PairFilter regpairs;   // pairs to register (-reg_reduce, -reg_grp, -reg_ref, -reg_ch, -dz_all)
-  PairFilter qcpairs;    // pairs of a QC run (-qc_grp, -qc_ref, -qc_ch)
-  int Jinit = 1;         // start of the registration (-init)
-  int Jend = 0;          // final level: vertices every mTsize << Jend metres
-  int DZ_sub = 4;        // subsampling of the height differences (-sub)
+  bool median = true;       // grid scale from the median density (-ggsd_mean off)
+  bool fix_ch0 = false;     // -fix_ch0
+  PairFilter regpairs;      // pairs to register (-reg_reduce, -reg_grp, -reg_ref, -reg_ch, -dz_all)
+  PairFilter qcpairs;       // pairs of a QC run (-qc_grp, -qc_ref, -qc_ch)
+  int Jinit = 1;            // start of the registration (-init)
+  int Jend = 0;             // final level: vertices every mTsize << Jend metres
+  int DZ_sub = 4;           // subsampling of the height differences (-sub)
   bool export_dut = false;  // the DUT file as text too
   // Plots.
-  bool BB = false;       // boxes and rectangles of the swaths (-bb)
-  bool OUTOBJ = false;   // plots as .obj too
+  bool BB = false;      // boxes and rectangles of the swaths (-bb)
+  bool OUTOBJ = false;  // plots as .obj too
 };
 
 struct ScanResult {
-  ProjectStat stat;      // statistics and tile frame, by swath number of the project as it is now
-  mTbbox full;           // microtiles with at least one swath
-  mTbbox over;           // microtiles with at least two
-  double area = 0;       // m2, covered
-  double overlap = 0;    // m2, covered by at least two
-  int nrejected = 0;     // swaths that left the project
-  int ncached = 0;       // swaths whose tiles were taken as they stood
-  InterResult inter;     // of the registration, or of the QC run
+  ProjectStat stat;       // statistics and tile frame, by swath number of the project as it is now
+  mTbbox full;            // microtiles with at least one swath
+  mTbbox over;            // microtiles with at least two
+  double area = 0;        // m2, covered
+  double overlap = 0;     // m2, covered by at least two
+  int nrejected = 0;      // swaths that left the project
+  int ncached = 0;        // swaths whose tiles were taken as they stood
+  InterResult inter;      // of the registration, or of the QC run
   bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
 };
 

@@ -10,6 +10,7 @@
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/tuning.h"
 #include "prj/LiDAR/veldrunner2/sequence.h"
 
@@ -30,20 +31,22 @@ std::string area_text(double m2) {
 }
 
 std::string size_text(const mTbbox& b, double mTsize) {
-  return LOG_STR(static_cast<double>(b.xmax - b.xmin + 1) * mTsize << " x " << static_cast<double>(b.ymax - b.ymin + 1) * mTsize
-                                                                    << " m");
+  return LOG_STR(static_cast<double>(b.xmax - b.xmin + 1) * mTsize
+                 << " x " << static_cast<double>(b.ymax - b.ymin + 1) * mTsize << " m");
 }
 
 void log_bbox(const char* label, const mTbbox& b) {
-  LOG_LINE(label << " mTI X:[" << b.xmin << " " << b.xmax << "] Y:[" << b.ymin << " " << b.ymax << "] n=" << b.n);
+  LOG_LINE(label << " mTI X:[" << b.xmin << " " << b.xmax << "] Y:[" << b.ymin << " " << b.ymax
+                 << "] n=" << b.n);
 }
 
 void log_param(const Project& prj, const ScanParam& par) {
-  LOG_LINE("mGSD=" << prj.scale.mTsize << " median=" << par.median << " large=" << prj.scale.large << " xlevel="
-                   << prj.scale.xlevel << " DTS=" << par.tiling.DTS << " REG=" << par.REG << " QC=" << par.QC << " FULL="
-                   << par.FULL << " ALLDZ=" << par.regpairs.ALLDZ << " GRPREG=" << par.regpairs.GRP << " REFREG="
-                   << par.regpairs.REF << " CHREG=" << par.regpairs.CH << " chgrp.size()=" << prj.chgrp.size() << " RDIM="
-                   << par.regpairs.RDIM << " LAREA=" << par.tiling.LAREA);
+  LOG_LINE("mGSD=" << prj.scale.mTsize << " median=" << par.median << " large=" << prj.scale.large
+                   << " xlevel=" << prj.scale.xlevel << " DTS=" << par.tiling.DTS << " REG=" << par.REG
+                   << " QC=" << par.QC << " FULL=" << par.FULL << " ALLDZ=" << par.regpairs.ALLDZ
+                   << " GRPREG=" << par.regpairs.GRP << " REFREG=" << par.regpairs.REF
+                   << " CHREG=" << par.regpairs.CH << " chgrp.size()=" << prj.chgrp.size()
+                   << " RDIM=" << par.regpairs.RDIM << " LAREA=" << par.tiling.LAREA);
   LOG_LINE("level=" << prj.scale.level << " Tsize=" << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize);
 }
 
@@ -56,20 +59,22 @@ bool write_rejected(const Project& prj, const std::vector<bool>& used, const std
   out.fs << "FileName\n";
   for (size_t i = 0; i < prj.swaths.size(); i++)
     if (!used[i])
-      out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path << "\n              + " << reason[i]
-             << '\n';
+      out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path
+             << "\n              + " << reason[i] << '\n';
   return out.close();
 }
 
 int count_empty_groups(const Project& prj) {
   int n = 0;
   for (int g = 1; g <= prj.nmgrp; g++)
-    n += std::none_of(prj.swaths.begin(), prj.swaths.end(), [g](const Swath& s) { return !s.fixed && s.group == g; });
+    n += std::none_of(prj.swaths.begin(), prj.swaths.end(),
+                      [g](const Swath& s) { return !s.fixed && s.group == g; });
   return n;
 }
 
 // Takes the swaths that tiling could not use out of the project.
-bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason, ScanResult& res) {
+bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason,
+                ScanResult& res) {
   const auto nok = std::count(used.begin(), used.end(), true);
   LOG_ENTER("rej_swaths nisw=" << prj.swaths.size() << " nwsw=" << prj.swaths.size() << " nok=" << nok);
   res.nrejected = static_cast<int>(prj.swaths.size()) - static_cast<int>(nok);
@@ -79,7 +84,8 @@ bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<s
     return true;
   }
   if (!write_rejected(prj, used, reason, file)) return false;
-  LOG_MSG(res.nrejected << " input swaths rejected (unreadable, inconsistent, or filtered out), see file " << file);
+  LOG_MSG(res.nrejected << " input swaths rejected (unreadable, inconsistent, or filtered out), see file "
+                        << file);
   std::vector<Swath> kept;
   for (size_t i = 0; i < prj.swaths.size(); i++)
     if (used[i]) kept.push_back(prj.swaths[i]);
@@ -110,7 +116,8 @@ bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
 
 // The map of all swaths; the covered area.
 bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, TxtFileOut& qclog) {
-  LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp << " mTsize=" << prj.scale.mTsize);
+  LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
+                                   << " mTsize=" << prj.scale.mTsize);
   ovr = make_Tovr(res.stat.frame);
   for (const Swath& s : prj.swaths) {
     Tocc occ;
@@ -130,7 +137,8 @@ bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, TxtFileOut&
 }
 
 // Box test of the pairs, then the overlap itself. Without any overlap only a run over everything goes on.
-bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, ScanResult& res, TxtFileOut& qclog) {
+bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, ScanResult& res,
+                  TxtFileOut& qclog) {
   std::vector<LTidxInfo> infos;
   std::vector<bool> fixed;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
@@ -165,14 +173,16 @@ bool write_overlap_box(const Project& prj, const mTbbox& b) {
   LOG_MSG("Writing overlapping area bounding box '" << prj.name << "_ovr_bb.txt'");
   const double m = static_cast<double>(prj.scale.mTsize);
   const auto ground = [m](int64_t i) { return static_cast<double>(i) * m + GROUND_ORIGIN; };
-  return write_BBOX(prj.name + "_ovr_bb.txt", ground(b.xmin), ground(b.ymin), ground(b.xmax + 1), ground(b.ymax + 1));
+  return write_BBOX(prj.name + "_ovr_bb.txt", ground(b.xmin), ground(b.ymin), ground(b.xmax + 1),
+                    ground(b.ymax + 1));
 }
 
 bool write_boxes(const Project& prj, const ScanParam& par, const ScanResult& res) {
   std::vector<SwathPlot> plots;
   for (size_t i = 0; i < prj.swaths.size(); i++)
     plots.push_back({prj.swaths[i].path, static_cast<int>(i), prj.swaths[i].group, res.stat.swaths[i].info});
-  return write_MBR(prj.name + "_sw", plots, par.OUTOBJ, false) && write_BBOX(prj.name + "_sw", plots, par.OUTOBJ, false);
+  return write_MBR(prj.name + "_sw", plots, par.OUTOBJ, false) &&
+         write_BBOX(prj.name + "_sw", plots, par.OUTOBJ, false);
 }
 
 // --- grids, registration, index ---
@@ -183,8 +193,8 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   w.DOREG = par.REG;
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
   w.DOGRID = w.DOREG || w.DOQC;
-  LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " QC=" << par.QC << " -> DOFQC=0 DOREG=" << w.DOREG << " DOGRID="
-                  << w.DOGRID);
+  LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " QC=" << par.QC << " -> DOFQC=0 DOREG=" << w.DOREG
+                  << " DOGRID=" << w.DOGRID);
   return w;
 }
 
@@ -192,7 +202,9 @@ mTbox to_mTbox(const mTbbox& b) { return {b.xmin, b.ymin, b.xmax, b.ymax}; }
 
 DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& res) {
   DUTidx idx;
-  idx.gsize = std::max(1, static_cast<int>(std::lround(prj.scale.mTsize * static_cast<float>(1 << par.Jend))));
+  idx.gsize =
+      std::max(1, static_cast<int>(std::lround(prj.scale.mTsize *
+                                               static_cast<float>(1 << comp_Jend(par.Jend, prj.scale.dim)))));
   idx.level = prj.scale.level;
   idx.dim = prj.scale.dim;
   idx.unit = DATAUNIT == 1.0 ? 0 : DATAUNIT == 0.3048 ? 1 : 2;
@@ -230,17 +242,23 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   inter.QC = par.QC;
   inter.filter = work.DOREG ? par.regpairs : par.qcpairs;
   inter.Jinit = par.Jinit;
-  inter.Jend = par.Jend;
+  inter.Jend = comp_Jend(par.Jend, prj.scale.dim);
   inter.DZ_sub = par.DZ_sub;
   inter.nthreads = NTHREADS;
   if (!reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter)) return false;
   return !work.DOREG || !par.export_dut || export_DUT(prj.name);
 }
 
-// The index without vectors, for runs that register nothing.
+// The index without vectors, for runs that register nothing. That of a registration of the same name stays:
+// its vectors would be lost with it.
 bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res) {
-  LOG_ENTER("QC_DUT_IDX nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim << " level=" << prj.scale.level << " mTsize="
-                              << prj.scale.mTsize << " tr=" << prj.time_res << " nGCP=0 nXYZGCP=0");
+  LOG_ENTER("QC_DUT_IDX nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim << " level=" << prj.scale.level
+                              << " mTsize=" << prj.scale.mTsize << " tr=" << prj.time_res
+                              << " nGCP=0 nXYZGCP=0");
+  if (file_size(prj.name + ".dut") >= 0) {
+    LOG_LINE("<!> kept the index of " << prj.name << ".dut");
+    return true;
+  }
   LOG_MSG("Writing index " << prj.name << "_idx.log");
   DUTwriter w;
   return open_DUT_IDX(w, prj.name, make_index(prj, par, res), false, false) && close_DUT_IDX(w);

@@ -27,7 +27,8 @@ bool read_all(const std::string& path) {
   Vector<Image<uint32_t>> TN, ofs;
   const uint32_t nt = sw.info.nt;
   bool ok = read_LmTidx_tiles_mocc(path, nt, mocc) && read_sw_LmTidx_Zm(path, nt, Zm, TN, ofs) &&
-            read_sw_CZt_tiles(path, nt, Ct, Zm) && read_sw_Vt_tiles(path, nt, Vt) && read_sw_t_tiles(path, nt, Ct, dt, dev);
+            read_sw_CZt_tiles(path, nt, Ct, Zm) && read_sw_Vt_tiles(path, nt, Vt) &&
+            read_sw_t_tiles(path, nt, Ct, dt, dev);
   Vector<xyz> P;
   uint64_t np, np0;
   for (uint32_t k = 0; k < nt && ok; k++) {
@@ -72,7 +73,10 @@ TEST_F(TilingTest, ACacheFitsOnlyItsOwnSettings) {
       {"xlevel", [](TilingParam& p) { p.xlevel = 1; }},
       {"dev_max", [](TilingParam& p) { p.DTS = 0.3f; }},
       {"fewer classes", [](TilingParam& p) { p.xcls = {7}; }},
-      {"other classes", [](TilingParam& p) { p.xcls = {7, 17}; }},
+      {"other classes",
+       [](TilingParam& p) {
+         p.xcls = {7, 17};
+       }},
       {"drop map", [](TilingParam& p) { p.TIO.nx = p.TIO.ny = 1; }},
   };
   for (const auto& [name, change] : changes) {
@@ -126,7 +130,8 @@ TEST_F(TilingTest, TruncatedCachesAreRefusedAtEachField) {
   par.xcls = {7};
   ASSERT_TRUE(tile(path));
   ASSERT_TRUE(read_all(path));
-  const size_t idx_fields[] = {0, 4, 8, 12, 16, 24, 36, 44, 47, 48, 49, 57, 61, 69, 70, 94, 118, 166, 214, 238, 301, 302, 313};
+  const size_t idx_fields[] = {0,  4,  8,  12, 16,  24,  36,  44,  47,  48,  49, 57,
+                               61, 69, 70, 94, 118, 166, 214, 238, 301, 302, 313};
   for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ}) {
     const std::string name = cache_name(path, e), whole = read_text(name);
     std::vector<size_t> cuts = {whole.size() - 1, whole.size() / 2, 0};
@@ -146,19 +151,19 @@ TEST_F(TilingTest, LyingHeadersAreRefused) {
   const std::string name = cache_name(path, EXT_TIDX), whole = read_text(name);
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const std::pair<size_t, std::string> lies[] = {
-      {0, bytes_of(0u)},                            // magic
-      {12, bytes_of(0x3ADDFu)},                     // version
-      {44, bytes_of(uint8_t{6})},                   // microtile level
-      {45, bytes_of(uint8_t{200})},                 // classes
-      {46, bytes_of(uint8_t{90})},                  // xlevel
-      {48, bytes_of(uint64_t{1} << 62)},            // points
-      {48 + 8, bytes_of(0u)},                       // tiles
+      {0, bytes_of(0u)},                  // magic
+      {12, bytes_of(0x3ADDFu)},           // version
+      {44, bytes_of(uint8_t{6})},         // microtile level
+      {45, bytes_of(uint8_t{200})},       // classes
+      {46, bytes_of(uint8_t{90})},        // xlevel
+      {48, bytes_of(uint64_t{1} << 62)},  // points
+      {48 + 8, bytes_of(0u)},             // tiles
       {48 + 8, bytes_of(0xFFFFFFFFu)},
-      {48 + 21, bytes_of(nan)},                     // t0
-      {48 + 45, bytes_of(0u)},                      // XImin: an extent too wide
-      {48 + 57, bytes_of(0xFFFFFFFFu)},             // XImax
-      {48 + 253, bytes_of(0u)},                     // a tile outside the extent
-      {48 + 253 + 8, bytes_of(0xFFFFFFF0u)},        // a tile's count
+      {48 + 21, bytes_of(nan)},               // t0
+      {48 + 45, bytes_of(0u)},                // XImin: an extent too wide
+      {48 + 57, bytes_of(0xFFFFFFFFu)},       // XImax
+      {48 + 253, bytes_of(0u)},               // a tile outside the extent
+      {48 + 253 + 8, bytes_of(0xFFFFFFF0u)},  // a tile's count
   };
   for (const auto& [at, bytes] : lies) {
     write_text(name, whole);

@@ -19,7 +19,8 @@ struct Oracle {  // all points of occupied microtiles, by absolute microtile
 Oracle make_oracle(const std::vector<TestPoint>& points) {
   Oracle o;
   for (const TestPoint& p : points) {
-    const Units u{std::llround(p.x * 512) + GROUND_BIAS, std::llround(p.y * 512) + GROUND_BIAS, std::llround(p.z * 512)};
+    const Units u{std::llround(p.x * 512) + GROUND_BIAS, std::llround(p.y * 512) + GROUND_BIAS,
+                  std::llround(p.z * 512)};
     o.cells[{u[0] / 2048, u[1] / 2048}].push_back(u);
   }
   std::erase_if(o.cells, [](const auto& c) { return c.second.size() <= 4; });
@@ -29,8 +30,8 @@ Oracle make_oracle(const std::vector<TestPoint>& points) {
 std::vector<Units> to_units(const Vector<xyz>& P, uint64_t np, int64_t XI, int64_t YI, int shift) {
   std::vector<Units> all;
   for (uint64_t i = 0; i < np; i++)
-    all.push_back({std::lround(P.val[i].x * 512.0f) + (XI << shift), std::lround(P.val[i].y * 512.0f) + (YI << shift),
-                   std::lround(P.val[i].z * 512.0f)});
+    all.push_back({std::lround(P.val[i].x * 512.0f) + (XI << shift),
+                   std::lround(P.val[i].y * 512.0f) + (YI << shift), std::lround(P.val[i].z * 512.0f)});
   std::sort(all.begin(), all.end());
   return all;
 }
@@ -57,8 +58,9 @@ class ReaderTest : public TilingTest {
 }  // namespace
 
 TEST(TileGeometry, FollowsFromTheLevel) {
-  const std::tuple<bool, int, int, double> rows[] = {{false, 0, 7, 128}, {false, 1, 6, 64}, {false, 2, 5, 32},
-                                                     {true, 0, 10, 1024}, {true, 1, 9, 512}, {true, 2, 8, 256}};
+  const std::tuple<bool, int, int, double> rows[] = {{false, 0, 7, 128}, {false, 1, 6, 64},
+                                                     {false, 2, 5, 32},  {true, 0, 10, 1024},
+                                                     {true, 1, 9, 512},  {true, 2, 8, 256}};
   for (const auto& [large, xlevel, level, Tsize] : rows) {
     EXPECT_EQ(tile_level(large, xlevel), level);
     const TileGeom g = make_tile_geom(level);
@@ -98,7 +100,8 @@ TEST_F(ReaderTest, ATileComesWithItsRing) {
 }
 
 TEST_F(ReaderTest, OnlyTheNeighbourhoodOfTheGridIsRead) {
-  const auto most = std::max_element(sw.TI.begin(), sw.TI.end(), [](const TIsxy& a, const TIsxy& b) { return a.n < b.n; });
+  const auto most =
+      std::max_element(sw.TI.begin(), sw.TI.end(), [](const TIsxy& a, const TIsxy& b) { return a.n < b.n; });
   const uint32_t k = static_cast<uint32_t>(most - sw.TI.begin());
   Vector<xyz> P;
   uint64_t np, np0;

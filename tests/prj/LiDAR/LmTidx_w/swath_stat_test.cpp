@@ -20,9 +20,12 @@ CountHist hist_of(const std::vector<std::pair<uint32_t, uint64_t>>& counts) {
 
 TEST_F(TilingTest, StatisticsTellLengthWidthHeadingAndDensity) {
   for (const double heading : {10.0, 100.0, 190.0, 300.0}) {
-    const std::string path =
-        make("h.las", fly_line({.heading = heading, .length = 600, .width = 150, .density = 5,
-                                .height = [](double x, double y) { return 200 + 0.02 * (x - 500000) + 0.01 * (y - 5000000); }}));
+    const std::string path = make(
+        "h.las",
+        fly_line(
+            {.heading = heading, .length = 600, .width = 150, .density = 5, .height = [](double x, double y) {
+               return 200 + 0.02 * (x - 500000) + 0.01 * (y - 5000000);
+             }}));
     ASSERT_TRUE(tile(path)) << res.reason;
     SwathStat s;
     ASSERT_TRUE(comp_swath_stat(path, true, true, s));
@@ -32,7 +35,8 @@ TEST_F(TilingTest, StatisticsTellLengthWidthHeadingAndDensity) {
     EXPECT_NEAR(s.grid.D0, 5, 0.3) << "the median microtile is full";
     EXPECT_LT(s.density, s.grid.D0) << "those at the border are not";
     const double h = heading * M_PI / 180;  // the surface rises 2 cm a metre to the east, 1 cm to the north
-    const double relief = std::abs(0.02 * std::sin(h) + 0.01 * std::cos(h)) * 600 + std::abs(0.02 * std::cos(h) - 0.01 * std::sin(h)) * 150;
+    const double relief = std::abs(0.02 * std::sin(h) + 0.01 * std::cos(h)) * 600 +
+                          std::abs(0.02 * std::cos(h) - 0.01 * std::sin(h)) * 150;
     EXPECT_LT(s.Zmax - s.Zmin, relief);
     EXPECT_GT(s.Zmax - s.Zmin, relief * 0.8) << "percentiles 1 and 99";
     EXPECT_GT(s.cache_bytes, s.info.np * 6);
@@ -51,9 +55,9 @@ TEST(GridScale, SpacingGivesTheTargetPointsAPixel) {
       {{{64, 1000}}, 4, true, 4},
       {{{64, 1000}}, 4, false, 4},
       {{{16, 1000}}, 1, true, 2},
-      {{{64, 1000}, {2, 300}}, 4, true, 4},         // thin borders do not pull the median down
-      {{{100, 600}, {4, 400}}, 4, false, 4},        // but the mean: 61.6 points
-      {{{1, 5}}, 4, true, 1},                       // never below one pixel
+      {{{64, 1000}, {2, 300}}, 4, true, 4},   // thin borders do not pull the median down
+      {{{100, 600}, {4, 400}}, 4, false, 4},  // but the mean: 61.6 points
+      {{{1, 5}}, 4, true, 1},                 // never below one pixel
       {{}, 4, true, 1},
   };
   for (const Case& c : cases) EXPECT_EQ(comp_GGSD_dim(hist_of(c.counts), c.mTsize, c.median).dim, c.dim);
@@ -100,7 +104,8 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   prj.chgrp = {0};
   for (int i = 0; i < 2; i++) {
     Swath s;
-    s.path = make("p" + std::to_string(i) + ".las", fly_line({.x0 = 500000 + 60.0 * i, .tstart = 3e8 + 60 * i}));
+    s.path =
+        make("p" + std::to_string(i) + ".las", fly_line({.x0 = 500000 + 60.0 * i, .tstart = 3e8 + 60 * i}));
     ASSERT_TRUE(tile(s.path)) << res.reason;
     prj.swaths.push_back(s);
   }
@@ -109,7 +114,9 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   EXPECT_EQ(prj.scale.dim, 4);
   EXPECT_NEAR(prj.time_res, 0.1, 0.03);
   const std::string log = read_text(prj.name + "_sw_stat.log");
-  EXPECT_EQ(log.rfind("Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:m Width:m Area:m2 Heading Density", 0), 0u);
+  EXPECT_EQ(
+      log.rfind("Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:m Width:m Area:m2 Heading Density", 0),
+      0u);
   EXPECT_NE(log.find("\n1 1 0 1 "), std::string::npos);
   EXPECT_NE(log.find("\nNSwaths NGrp MPts NTiles NmTiles BBox_DX:m"), std::string::npos);
   // GPS time 1.3e9 s after 1980-01-06.

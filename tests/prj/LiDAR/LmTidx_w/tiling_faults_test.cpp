@@ -24,8 +24,10 @@ TEST_F(TilingTest, EachFaultHasItsMessageAndLeavesNothing) {
     TestLas how;
   };
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  std::vector<TestPoint> few = fly_line(line), flat = fly_line(line), wide = fly_line(line), late = fly_line(line);
-  std::vector<TestPoint> nantime = fly_line(line), classes = fly_line(line), high = fly_line(line), leap = fly_line(line);
+  std::vector<TestPoint> few = fly_line(line), flat = fly_line(line), wide = fly_line(line),
+                         late = fly_line(line);
+  std::vector<TestPoint> nantime = fly_line(line), classes = fly_line(line), high = fly_line(line),
+                         leap = fly_line(line);
   std::vector<TestPoint> sparse;
   few.resize(15);
   for (TestPoint& p : flat) p.x = 500000 + (p.x - 500000) * 0.01;
@@ -35,11 +37,13 @@ TEST_F(TilingTest, EachFaultHasItsMessageAndLeavesNothing) {
   for (TestPoint& p : classes) p.withheld = true;
   for (TestPoint& p : high) p.z += 50000;
   for (size_t i = 0; i < leap.size(); i++) leap[i].t += 50000.0 * static_cast<double>(i % 3);
-  for (int i = 0; i < 40; i++) sparse.push_back({.x = 500000.0 + 150 * (i % 7), .y = 5000000.0 + 150 * (i / 7), .z = 5, .t = 1e6 + i});
+  for (int i = 0; i < 40; i++)
+    sparse.push_back({.x = 500000.0 + 150 * (i % 7), .y = 5000000.0 + 150 * (i / 7), .z = 5, .t = 1e6 + i});
   const Case cases[] = {
       {"LAS tiling: not enough points or wrong format", few, {}},
       {"LAS tiling: invalid coordinates, X: ", flat, {}},
-      {"XY coordinates look geodetic, LiDAR data must be projected!", moved(fly_line(line), -499990, -4999950, 1e-5),
+      {"XY coordinates look geodetic, LiDAR data must be projected!",
+       moved(fly_line(line), -499990, -4999950, 1e-5),
        {.scale = 1e-7, .xoff = 0, .yoff = 0}},
       {"LAS tiling: coordinate range out of bounds (", wide, {}},
       {"LAS tiling: swath time interval exceeds ", late, {}},
@@ -130,7 +134,8 @@ TEST_F(TilingTest, LongSwathsMayRunInEveryDirection) {
   // 12.8 km with tiles of 128 m: 101 tiles of at most 128 along an axis.
   par.tproc = false;
   for (const double heading : {0.0, 90.0, 180.0, 270.0}) {
-    const std::string path = make("long.las", fly_line({.heading = heading, .length = 12800, .width = 12, .density = 1.0}));
+    const std::string path =
+        make("long.las", fly_line({.heading = heading, .length = 12800, .width = 12, .density = 1.0}));
     ASSERT_TRUE(tile(path)) << heading << res.reason;
     SwTiles sw;
     ASSERT_TRUE(read_SwTiles(path, sw));

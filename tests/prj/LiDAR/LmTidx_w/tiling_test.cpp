@@ -1,4 +1,5 @@
-// What tiling must keep: every point that passes the filters, its place, its height, and the time of the ground.
+// What tiling must keep: every point that passes the filters, its place, its height, and the time of the
+// ground.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -22,10 +23,12 @@ std::vector<Units> cached_points(const std::string& path) {
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
     uint64_t np, nmtr, nmtf;
     const double side = sw.geom.Tsize;
-    EXPECT_TRUE(read_LmT_tile_bbox(sw, sw.TI.val[k].x, sw.TI.val[k].y, -1e-9, side - 1e-9, -1e-9, side - 1e-9, P, np, nmtr, nmtf));
+    EXPECT_TRUE(read_LmT_tile_bbox(sw, sw.TI.val[k].x, sw.TI.val[k].y, -1e-9, side - 1e-9, -1e-9, side - 1e-9,
+                                   P, np, nmtr, nmtf));
     for (uint64_t i = 0; i < np; i++)
       all.push_back({std::lround(P.val[i].x * 512.0) + (int64_t{sw.TI.val[k].x} << sw.geom.shift),
-                     std::lround(P.val[i].y * 512.0) + (int64_t{sw.TI.val[k].y} << sw.geom.shift), std::lround(P.val[i].z * 512.0)});
+                     std::lround(P.val[i].y * 512.0) + (int64_t{sw.TI.val[k].y} << sw.geom.shift),
+                     std::lround(P.val[i].z * 512.0)});
   }
   std::sort(all.begin(), all.end());
   return all;
@@ -38,7 +41,8 @@ std::vector<Units> expected_points(const std::vector<TestPoint>& points, double 
   const int64_t side = static_cast<int64_t>(mTsize * 512);
   for (const TestPoint& p : points) {
     if (!keep(p)) continue;
-    const Units u{std::llround(p.x * 512) + GROUND_BIAS, std::llround(p.y * 512) + GROUND_BIAS, std::llround(p.z * 512)};
+    const Units u{std::llround(p.x * 512) + GROUND_BIAS, std::llround(p.y * 512) + GROUND_BIAS,
+                  std::llround(p.z * 512)};
     cells[{u[0] / side, u[1] / side}].push_back(u);
   }
   std::vector<Units> all;
@@ -62,8 +66,9 @@ const TestLas exact_las{.scale = 1.0 / 512};
 }  // namespace
 
 TEST_F(TilingTest, EveryPointIsKeptAtItsPlaceOnEveryLevel) {
-  const std::vector<TestPoint> points =
-      exact_line({.heading = 37, .height = [](double x, double y) { return -20 + 15 * std::sin(x / 9) * std::cos(y / 13); }});
+  const std::vector<TestPoint> points = exact_line({.heading = 37, .height = [](double x, double y) {
+                                                      return -20 + 15 * std::sin(x / 9) * std::cos(y / 13);
+                                                    }});
   const std::string path = make("a.las", points, exact_las);
   par.tproc = false;  // a time needs some 30 points a microtile
   for (const auto& [large, xlevel, mTsize] :
@@ -71,7 +76,8 @@ TEST_F(TilingTest, EveryPointIsKeptAtItsPlaceOnEveryLevel) {
     par.large = large;
     par.xlevel = xlevel;
     ASSERT_TRUE(tile(path)) << res.reason;
-    EXPECT_EQ(cached_points(path), expected_points(points, mTsize, [](const TestPoint&) { return true; })) << mTsize;
+    EXPECT_EQ(cached_points(path), expected_points(points, mTsize, [](const TestPoint&) { return true; }))
+        << mTsize;
     EXPECT_FALSE(exists(cache_name(path, ".TT*"))) << "temporary tiles are removed";
   }
 }
@@ -93,11 +99,26 @@ TEST_F(TilingTest, FiltersTakeExactlyTheirPoints) {
     bool (*keep)(const TestPoint&);
   };
   const Case cases[] = {
-      {"last", false, false, true, {}, [](const TestPoint& p) { return !p.withheld && !p.synthetic && p.rn >= p.nr; }},
-      {"first", false, false, false, {}, [](const TestPoint& p) { return !p.withheld && !p.synthetic && p.rn <= 1; }},
+      {"last",
+       false,
+       false,
+       true,
+       {},
+       [](const TestPoint& p) { return !p.withheld && !p.synthetic && p.rn >= p.nr; }},
+      {"first",
+       false,
+       false,
+       false,
+       {},
+       [](const TestPoint& p) { return !p.withheld && !p.synthetic && p.rn <= 1; }},
       {"all", false, true, true, {}, [](const TestPoint& p) { return !p.withheld && !p.synthetic; }},
       {"all and synthetic", true, true, false, {}, [](const TestPoint& p) { return !p.withheld; }},
-      {"classes", true, true, true, {7, 2, 3}, [](const TestPoint& p) { return !p.withheld && p.cls != 7 && p.cls != 2 && p.cls != 3; }},
+      {"classes",
+       true,
+       true,
+       true,
+       {7, 2, 3},
+       [](const TestPoint& p) { return !p.withheld && p.cls != 7 && p.cls != 2 && p.cls != 3; }},
   };
   for (const int format : {1, 3, 6, 7}) {
     TestLas how = exact_las;
@@ -124,7 +145,9 @@ TEST_F(TilingTest, TimesOfTheGroundFollowTheFlight) {
   SwTiles sw;
   ASSERT_TRUE(read_SwTiles(path, sw));
   const double fx = std::sin(60 * M_PI / 180), fy = std::cos(60 * M_PI / 180);
-  const auto time_at = [&](double x, double y) { return line.tstart + ((x - line.x0) * fx + (y - line.y0) * fy) / line.speed; };
+  const auto time_at = [&](double x, double y) {
+    return line.tstart + ((x - line.x0) * fx + (y - line.y0) * fy) / line.speed;
+  };
   int ncentre = 0, nvertex = 0;
   Image<int32_t> Ct, Vt;
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
@@ -195,7 +218,8 @@ TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
     EXPECT_EQ(total.nswt, 3);
     std::string bytes;
     for (const std::string& p : paths)
-      for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ}) bytes += read_text(cache_name(p, e));
+      for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ})
+        bytes += read_text(cache_name(p, e));
     return bytes;
   };
   const std::string one = run(1, 1);
@@ -208,7 +232,8 @@ TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
   std::string bytes[2];
   for (const int tight : {0, 1}) {
     ASSERT_TRUE(tile(paths[0], false, tight ? 300000 : 1 << 30)) << res.reason;
-    for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTXYZ}) bytes[tight] += read_text(cache_name(paths[0], e));
+    for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTXYZ})
+      bytes[tight] += read_text(cache_name(paths[0], e));
   }
   EXPECT_TRUE(bytes[0] == bytes[1]);
   NTHREADSIO = 1;
@@ -220,7 +245,8 @@ TEST_F(TilingTest, RolloversAreCorrectedByTheirPeriod) {
     double tstart, period;  // of the points past the middle the period is taken off
     uint8_t flags;
   };
-  for (const Case& c : {Case{"week", 604796, 604800, INFO_RO | INFO_WRO}, Case{"day", 86396, 86400, INFO_RO}}) {
+  for (const Case& c :
+       {Case{"week", 604796, 604800, INFO_RO | INFO_WRO}, Case{"day", 86396, 86400, INFO_RO}}) {
     std::vector<TestPoint> points = fly_line({.tstart = c.tstart});
     for (TestPoint& p : points)
       if (p.t >= c.period) p.t -= c.period;

@@ -23,7 +23,8 @@ Tocc to_Tocc(const Cells& cells) {
   }
   Tocc occ;
   for (auto& [place, img] : tiles)
-    occ.push_back({static_cast<uint32_t>(place.second), static_cast<uint32_t>(place.first), static_cast<uint32_t>(occ.size()), 0, std::move(img)});
+    occ.push_back({static_cast<uint32_t>(place.second), static_cast<uint32_t>(place.first),
+                   static_cast<uint32_t>(occ.size()), 0, std::move(img)});
   return occ;
 }
 

@@ -22,7 +22,8 @@ TEST(TextPlots, BoxesAndRectanglesAreClosedPolygons) {
   ASSERT_TRUE(write_BBOX(name, {plot(0, 1)}, true, false));
   ASSERT_TRUE(write_BBOX(name, {plot(1, 3)}, true, true));
   EXPECT_EQ(read_text(name + "_bb.txt"),
-            "X Y Swath# Group#\n1.000 0.000 0 2\n11.000 0.000 0 2\n11.000 5.000 0 2\n1.000 5.000 0 2\n1.000 0.000 0 2\n"
+            "X Y Swath# Group#\n1.000 0.000 0 2\n11.000 0.000 0 2\n11.000 5.000 0 2\n1.000 5.000 0 2\n1.000 "
+            "0.000 0 2\n"
             "3.000 0.000 1 2\n13.000 0.000 1 2\n13.000 5.000 1 2\n3.000 5.000 1 2\n3.000 0.000 1 2\n");
   const std::string obj = read_text(name + "_bb.obj");
   EXPECT_EQ(obj.rfind("v 1.000 0.000 0\nv 11.000 0.000 0\n", 0), 0u);
