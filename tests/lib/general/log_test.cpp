@@ -1,0 +1,156 @@
+#include "lib/general/log.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "lib/general/path.h"
+#include "lib/general/progress.h"
+#include "lib/general/timing.h"
+#include "tests/lib/general/log_capture.h"
+
+namespace {
+void inner() {
+  LOG_ENTER("inner n=" << 3);
+  LOG_LINE("x=" << 0.5);
+  LOG_MSG("seen");
+}
+}  // namespace
+
+TEST(Log, LinesShowTheTreeOfScopes) {
+  LogCapture log;
+  testing::internal::CaptureStdout();
+  {
+    LOG_LINE("top");
+    LOG_ENTER("outer file='a'");
+    inner();
+    LOG_MSG1("one");
+  }
+  LOG_MSG("outside");
+  const std::string console = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(console, "seen\none\noutside\n");
+  EXPECT_TRUE(holds(log.main_text(),
+                    "| top\n"
+                    ".   / outer file='a'\n"
+                    ".   |   / inner n=3\n"
+                    ".   |   | x=0.500\n"
+                    ".   |   | @ seen\n"
+                    ".   |   > @ one\n"
+                    ".   > @ outside\n"));
+}
+
+TEST(Log, OtherThreadsWriteToTheBackgroundLog) {
+  LogCapture log;
+  std::thread([] {
+    LOG_ENTER("body");
+    LOG_ENTER("deeper");
+    LOG_LINE("work");
+  }).join();
+  const std::string back = log.back_text();
+  EXPECT_EQ(back.rfind("[background thread log]\n", 0), 0u);
+  const size_t line = back.find("/ body");
+  ASSERT_NE(line, std::string::npos);
+  EXPECT_EQ(back.find_last_of('\n', line), line - 21) << "16 digits and 4 signs in front";
+  EXPECT_TRUE(holds(back, ":   |   | work\n"));
+  EXPECT_FALSE(holds(log.main_text(), "work"));
+}
+
+TEST(Log, ErrorsGoToStandardErrorAndQuietSilencesAll) {
+  LogCapture log;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  ERROR_MSG("bad " << 1);
+  set_console(false);
+  ERROR_MSG("quiet");
+  WARNING_MSG("too");
+  set_console(true);
+  WARNING_MSG("loud");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: bad 1\nWARNING: loud\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  const std::string text = log.main_text();
+  EXPECT_TRUE(holds(text, "> @ ERROR: bad 1\n"));
+  EXPECT_TRUE(holds(text, "> @ ERROR: quiet\n.   > @ WARNING: too\n"));
+}
+
+TEST(Log, TextIsNotComposedWithoutLogFiles) {
+  int composed = 0;
+  const auto count = [&composed] { return ++composed; };
+  LOG_LINE(count());
+  LOG_ENTER(count());
+  EXPECT_EQ(composed, 0);
+  LogCapture log;
+  LOG_LINE(count());
+  EXPECT_EQ(composed, 1);
+}
+
+TEST(Log, AMessageEndsAPendingProgressLine) {
+  testing::internal::CaptureStdout();
+  progress_start(4);
+  progress_step(1, "a");
+  LOG_MSG("text");
+  progress_step(9, "b");
+  progress_step(-1, "c");
+  progress_end("end");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "[******-------------------]  25% a\r"
+            "\ntext\n"
+            "[*************************] 100% b\r"
+            "[-------------------------]   0% c\r"
+            "[*************************] 100% end\n");
+}
+
+TEST(Log, FilesOfEarlierRunsAreKeptUnderTheirTime) {
+  TempDir dir;
+  const std::string base = dir.path + "/prog";
+  write_text(base + ".log", "old");
+  write_text(base + "_b.log", "old b");
+  const std::string old = "touch -d '2025-03-23 20:50:50' " + base + ".log " + base + "_b.log";
+  ASSERT_EQ(std::system(old.c_str()), 0);
+  open_logs(base, "prog", base, "none");
+  EXPECT_EQ(read_text(base + ".250323-205050.log"), "old");
+  EXPECT_EQ(read_text(base + "_b.250323-205050.log"), "old b");
+  testing::internal::CaptureStdout();
+  end_logs("", false, true, 1);  // old logs are deleted at the end
+  EXPECT_TRUE(holds(testing::internal::GetCapturedStdout(), "TOTAL PROCESSING TIME: 00:00:0"));
+  EXPECT_FALSE(exists(base + ".250323-205050.log"));
+  EXPECT_FALSE(exists(base + "_b.250323-205050.log"));
+  const std::string text = read_text(base + ".log");
+  EXPECT_EQ(text.rfind("Log started: ", 0), 0u);
+  EXPECT_TRUE(holds(text, "Renamed existing prog.log using timestamp\n"));
+  EXPECT_TRUE(holds(text, "Deleted " + base + ".*.log 1 files, 0.000 Mb\n"));
+  EXPECT_TRUE(holds(text, "EXIT=FAIL\nTOTAL TIME: Clock=00:00:0"));
+  EXPECT_TRUE(holds(read_text(base + "_b.log"), "EXIT_CODE=1\n"));
+}
+
+TEST(Log, RenameByTimePutsItAtTheEndWithoutExtension) {
+  TempDir dir;
+  const std::string path = dir.path + "/a.b/name";
+  ASSERT_EQ(std::system(("mkdir " + dir.path + "/a.b && touch -d '2001-02-03 04:05:06' " + path).c_str()), 0);
+  std::string renamed;
+  EXPECT_TRUE(rename_by_time(path, renamed));
+  EXPECT_EQ(renamed, path + ".010203-040506");
+  EXPECT_FALSE(rename_by_time(path, renamed));
+}
+
+TEST(Log, CopiesGoToTheOutputDirectoryAndTheLockGoes) {
+  TempDir dir, out;
+  const std::string base = dir.path + "/prog";
+  ASSERT_TRUE(take_lock(base, "prog"));
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(take_lock(base, "prog"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ERROR: one instance of prog is already running!\nfile \"" + base + ".lock\" found.\n");
+  open_logs(base, "prog", base, "none");
+  testing::internal::CaptureStdout();
+  end_logs(out.path, true, false, 0);
+  testing::internal::GetCapturedStdout();
+  EXPECT_FALSE(exists(base + ".lock"));
+  EXPECT_TRUE(holds(read_text(out.path + "/prog.log"), "EXIT=OK\n"));
+  EXPECT_TRUE(holds(read_text(out.path + "/prog_b.log"), "EXIT_CODE=0\n"));
+}
+
+TEST(Timing, HoursAreNotWrapped) {
+  EXPECT_EQ(hms_text(0), "00:00:00");
+  EXPECT_EQ(hms_text(3599.6), "01:00:00");
+  EXPECT_EQ(hms_text(360000 + 61), "100:01:01");
+}
