@@ -1,0 +1,166 @@
+#include "tests/lib/optparser/opt_support.h"
+
+TEST(OptCore, TokensAndArguments) {
+  for (const char* const token : {"-a", "-x1", "-?", "-$", "-help"})
+    EXPECT_TRUE(is_option_token(token)) << token;
+  for (const char* const token : {"-", "", "a", "-1", "-.5", "--a", "-_"})
+    EXPECT_FALSE(is_option_token(token)) << token;
+}
+
+// One integer option -nthreads / -N, range 1 to 256, default 9, asked in both modes.
+TEST(OptCore, Forms) {
+  const struct {
+    std::vector<std::string> args;
+    int64_t value;
+    bool error;
+    const char* message;
+  } cases[] = {
+      {{"-nthreads", "4"}, 4, false, ""},
+      {{"-nthreads=4"}, 4, false, ""},
+      {{"-N", "4"}, 4, false, ""},
+      {{"-N8"}, 8, false, ""},
+      {{"-N=8"}, 8, false, ""},
+      {{"-nthreads", "4", "-N", "2"}, 4, false, "WARNING: option -nthreads used, short option N ignored\n"},
+      {{"-N", "1", "-N", "2"},
+       2,
+       false,
+       "WARNING: option -N found 2 times, last valid occurrence overrides previous ones\n"},
+      {{"-nthreadsX", "4"}, 9, false, ""},
+      {{}, 9, false, ""},
+      {{"-nthreads"}, 9, true, "ERROR: option -nthreads requires 1 argument, found 0\n"},
+      {{"-N", "2", "3"}, 2, true, "ERROR: option -N takes 1 argument, found 2, discarding last 1\n"},
+      {{"-N", "x"},
+       9,
+       true,
+       "ERROR: option -N: invalid argument 'x', integer required, keeping default value 9\n"},
+      {{"-N", "2.5"},
+       9,
+       true,
+       "ERROR: option -N: invalid argument '2.5', integer required, keeping default value 9\n"},
+      {{"-N", "-1"}, 9, true, "ERROR: option -N: value -1 out of range [1,256], keeping default value 9\n"},
+      {{"-N", "99999999999999999999"},
+       9,
+       true,
+       "ERROR: option -N: invalid argument '99999999999999999999', integer required, keeping default value "
+       "9\n"},
+      {{"-N="},
+       9,
+       true,
+       "ERROR: option -N: invalid argument '', integer required, keeping default value 9\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    OptParser p = make_parser(c.args);
+    int64_t value = 9;
+    StdErr err;
+    for (p.mode = 1; p.mode >= 0; p.mode--) GetOptInt(p, value, "nthreads", "N", 1, 256);
+    EXPECT_EQ(err.text(), c.message);
+    EXPECT_EQ(value, c.value);
+    EXPECT_EQ(p.error, c.error);
+    EXPECT_EQ(opt_given(p, "nthreads"), value != 9);
+  }
+}
+
+TEST(OptCore, BooleansMayStandAlone) {
+  const struct {
+    std::vector<std::string> args;
+    int64_t value;
+    const char* message;
+  } cases[] = {
+      {{"-q"}, 1, ""},
+      {{"-q", "0"}, 0, ""},
+      {{"-q", "1"}, 1, ""},
+      {{"-q", "2"},
+       0,
+       "ERROR: option -q: invalid argument '2', boolean (0 or 1) required, keeping default value 0\n"},
+      {{"-q", "file"},
+       0,
+       "ERROR: option -q: invalid argument 'file', boolean (0 or 1) required, keeping default value 0\n"},
+  };
+  for (const auto& c : cases) {
+    OptParser p = make_parser(c.args);
+    p.mode = 0;
+    int64_t value = 0;
+    StdErr err;
+    GetOptInt(p, value, "quiet", "q", 0, 1);
+    EXPECT_EQ(err.text(), c.message);
+    EXPECT_EQ(value, c.value);
+  }
+}
+
+TEST(OptCore, Numbers) {
+  const struct {
+    const char* arg;
+    bool float_parse;
+    double deflt, value;
+    const char* message;
+  } cases[] = {
+      {"0.5", true, 1, 0.5, ""},
+      {"0.01", true, 1, static_cast<double>(0.01f), ""},  // a bound is a bound in 32 bits too
+      {"0.01", false, 1, 0.01, ""},
+      {"0.5x", true, 1, 1,
+       "ERROR: option -v: invalid input '0.5x', numeric required, keeping default value 1.000\n"},
+      {"9", true, 1, 1,
+       "ERROR: option -v: value 9.000 out of range [0.010,2.000], keeping default value 1.000\n"},
+      {"nan", true, 1, 1,
+       "ERROR: option -v: value nan out of range [0.010,2.000], keeping default value 1.000\n"},
+      {"9", false, -1, -1,
+       "ERROR: option -v: value 9.000 out of range [0.010,2.000], keeping default value (auto)\n"},
+  };
+  for (const auto& c : cases) {
+    OptParser p = make_parser({"-v", c.arg});
+    double value = c.deflt;
+    StdErr err;
+    GetOptDouble(p, value, "v", "", c.float_parse, 0.01, 2);
+    EXPECT_EQ(err.text(), c.message);
+    EXPECT_EQ(value, c.value);
+  }
+}
+
+TEST(OptCore, Lists) {
+  OptParser p = make_parser({"-imu", "1", "-2.5", "3", "-ch", "0", "x", "40", "-two", "1", "7", "-f", "a/b"});
+  Vector<double> imu, two(2, 0.0);
+  Vector<int> ch;
+  std::string file = "keep";
+  StdErr err;
+  EXPECT_TRUE(GetOptDoubles(p, imu, "imu", "", {-10.}, {10.}, 3, 300, false));
+  EXPECT_FALSE(GetOptInts(p, ch, "ch", "", 0, 31, 1, 32));
+  EXPECT_FALSE(GetOptDoubles(p, two, "two", "", {0., 0.}, {5., 5.}));
+  EXPECT_FALSE(GetOptFileName(p, file, "f", ""));
+  EXPECT_EQ(
+      err.text(),
+      "ERROR: option -ch, argument 2: invalid argument 'x', integer required\n"
+      "ERROR: option -ch, argument 3: value 40 out of range [0,31]\n"
+      "ERROR: option -two, argument 2: value 7.000 out of range [0.000,5.000], keeping default value 0.000\n"
+      "ERROR: option -f: invalid file name 'a/b' (illegal characters), keeping keep\n");
+  ASSERT_EQ(imu.size(), 3u);
+  EXPECT_EQ(imu(1), -2.5);
+  EXPECT_TRUE(ch.empty());
+  EXPECT_EQ(two(0), 0);
+  EXPECT_EQ(p.given, std::vector<std::string>{"imu"});
+}
+
+TEST(OptCore, OccurrencesKeepTheirOrder) {
+  OptParser p = make_parser({"-i", "a", "b", "-x", "-i", "c"});
+  p.mode = 0;
+  const auto found = GetOptAll(p, "input", "i", 1, 256, true, true);
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_EQ(found[0].args, (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(found[1].pos, 4);
+  EXPECT_EQ(p.last_match, 4);
+}
+
+TEST(OptCore, WhatIsLeftIsNamed) {
+  OptParser p = make_parser({"stray", "-foo", "1", "-ok", "-bar"});
+  StdErr err;
+  EXPECT_TRUE(GetOptFlag(p, "ok", ""));
+  EXPECT_FALSE(CheckUnknownOpt(p));
+  EXPECT_EQ(err.text(), "ERROR: unknown options: -foo -bar \nERROR: extra arguments: stray 1 \n");
+}
+
+TEST(OptCoreDeathTest, AShortNameIsAskedOnce) {
+  OptParser p = make_parser({});
+  p.mode = 0;
+  GetOptFlag(p, "one", "o");
+  EXPECT_DEATH(GetOptFlag(p, "other", "o"), "\\(OPTION PARSING\\) single -o repeated");
+}
