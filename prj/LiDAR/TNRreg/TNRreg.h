@@ -24,6 +24,9 @@ struct RegLevels {
 
 // The levels for the options -init (0..4) and -coarse (0..2); see docs of the body for the capture range.
 RegLevels comp_reg_levels(int init, int coarse);
+// Final level for the option -coarse and the pixels along a microtile: coarser where a vertex cell would hold too
+// few pixels for three unknowns a vertex (the gridding kernel ties pixels over about 5 together).
+int comp_Jend(int coarse, int dim);
 
 // Vertices along the side of a tile at level J.
 constexpr int comp_dxp(int J) { return (1 << (5 - J)) + 1; }

@@ -9,12 +9,23 @@
 #include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
-// The capture range is a few pixels of the first level's images, which are those of the grid halved Jstart - 2 times.
-// Each step of -init starts one level coarser. The margin lets displacements of that range and the spline's support
-// lie inside the moved images; multiples of 8 keep it whole at each pyramid level.
+namespace {
+constexpr int J_END_MAX = 3;
+constexpr int MIN_CELL = 6;  // pixels along a vertex cell of the final level
+}  // namespace
+
+int comp_Jend(int coarse, int dim) {
+  int J = std::clamp(coarse, 0, J_END_MAX);
+  while (J < J_END_MAX && dim << J < MIN_CELL) J++;
+  return J;
+}
+
+// The capture range is a few pixels of the first level's images, which are those of the grid halved Jstart -
+// 2 times. Each step of -init starts one level coarser. The margin lets displacements of that range and the
+// spline's support lie inside the moved images; multiples of 8 keep it whole at each pyramid level.
 RegLevels comp_reg_levels(int init, int coarse) {
   RegLevels levels;
-  levels.Jend = std::clamp(coarse, 0, 2);
+  levels.Jend = std::clamp(coarse, 0, J_END_MAX);
   levels.Jstart = std::clamp(init + 1, std::max(levels.Jend, 1), NR_JMAX);
   levels.buf = 16 << std::max(levels.Jstart - MG_SKIP - 1, 0);
   return levels;
@@ -25,10 +36,10 @@ uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels) {
   uint64_t a_tile = 0;
   const int depth = std::max(levels.Jstart - MG_SKIP, 0);
   for (int p = 0; p <= depth; p++) a_tile += ((m * m) >> (2 * p)) * 5 + ((n * n) >> (2 * p)) * 4;
-  a_tile += n * n;                             // B
+  a_tile += n * n;  // B
   const uint64_t dxp = static_cast<uint64_t>(comp_dxp(levels.Jend));
   a_tile += dxp * dxp * (5 * sizeof(xyz) + 9 * sizeof(float) + 2 * sizeof(dxyz));  // vertices
-  a_tile += 3 * dxp * dxp * 5 * sizeof(float);                                       // the solver's vectors
+  a_tile += 3 * dxp * dxp * 5 * sizeof(float);                                     // the solver's vectors
   return nt * a_tile + 4 * (m * m) * sizeof(float);
 }
 
@@ -106,8 +117,8 @@ Vector<FCZptr> images_at(const NRpair& pair, const MGimages& mg, int p) {
 }
 
 // The levels from Jfirst down to Jend. Returns whether the last one converged; conv and levels are counted.
-bool level_loop(NRpair& pair, const NRparam& param, int Jfirst, const MGimages& mg, NRresult& result, DZmap* dzmap,
-                int& conv, int& levels) {
+bool level_loop(NRpair& pair, const NRparam& param, int Jfirst, const MGimages& mg, NRresult& result,
+                DZmap* dzmap, int& conv, int& levels) {
   bool FOK = false;
   for (int J = Jfirst; J >= param.Jend; J--) {
     if (J < Jfirst)
@@ -127,9 +138,9 @@ bool level_loop(NRpair& pair, const NRparam& param, int Jfirst, const MGimages& 
 bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result, DZmap* dzmap) {
   const uint64_t nt = pair.img2.size();
   const int side = nt > 0 ? pair.img1.val[0].xsize() : 0;
-  LOG_ENTER("mg_nr_reg_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize << " dim=" << pair.dim
-                                  << " timg: " << pair.TI.xsize() << " " << pair.TI.ysize()
-                                  << " cached=" << param.cached);
+  LOG_ENTER("mg_nr_reg_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize
+                                  << " dim=" << pair.dim << " timg: " << pair.TI.xsize() << " "
+                                  << pair.TI.ysize() << " cached=" << param.cached);
   ASSERT(pair.img1.size() == nt && param.Jstart <= NR_JMAX && param.Jend >= 0);
   ASSERT(nt == 0 || side == 32 * pair.dim + 2 * pair.buf);
   const Stopwatch watch;
@@ -148,9 +159,9 @@ bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result, DZmap
   }
   LOG_LINE("Jstart=" << param.Jstart << " Jend=" << param.Jend << " MG_SKIP=" << MG_SKIP << " Jpyr=" << Jpyr
                      << " dxp=" << comp_dxp(Jfirst) << " cached=" << result.from_cache);
-  LOG_LINE("NR_BOOST=" << NR_BOOST << " MINFRAC=" << MINFRAC << " MINFRAC0=" << MINFRAC0 << " MAXREGUNC="
-                       << MAXREGUNC.x << " " << MAXREGUNC.y << " " << MAXREGUNC.z << " NR_SMAX=" << NR_SMAX
-                       << " J0_REG=" << J0_REG << " SIGMA0_REG=" << SIGMA0_REG);
+  LOG_LINE("NR_BOOST=" << NR_BOOST << " MINFRAC=" << MINFRAC << " MINFRAC0=" << MINFRAC0
+                       << " MAXREGUNC=" << MAXREGUNC.x << " " << MAXREGUNC.y << " " << MAXREGUNC.z
+                       << " NR_SMAX=" << NR_SMAX << " J0_REG=" << J0_REG << " SIGMA0_REG=" << SIGMA0_REG);
   MGimages mg;
   ASSERT(Jpyr == 0 || !pair.coef);  // the pyramid needs heights
   prepare_images(pair, mg, Jpyr, param.nthreads);
