@@ -78,10 +78,12 @@ const LASvlr* LASheader::find_vlr(std::string_view user_id, uint16_t record_id) 
 }
 
 std::string LASheader::wkt() const {
-  if (const LASvlr* vlr = find_vlr("LASF_Projection", 2112)) {
-    const std::string text = text_of(vlr->data);
-    if (!text.empty()) return text;
-  }
+  // Files from before the record was standardised carry it under the name of the library that wrote them.
+  for (const char* user_id : {"LASF_Projection", "liblas"})
+    if (const LASvlr* vlr = find_vlr(user_id, 2112)) {
+      const std::string text = text_of(vlr->data);
+      if (!text.empty()) return text;
+    }
   for (const LASevlr& evlr : evlrs)
     if (is_record("LASF_Projection", 2112, evlr.user_id, evlr.record_id)) return text_of(evlr.data);
   return {};
