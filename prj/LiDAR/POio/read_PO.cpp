@@ -61,15 +61,14 @@ int PO_file_coord(int fmt, int geo) {
   return fmt == PO_TRJ ? static_cast<int>(PO_PROJ) : geo;
 }
 
-bool file_time_scale(const std::string& path, const char* what, double first, const POread& par,
-                     double& deltat, bool& adj) {
+bool file_time_scale(const std::string& path, double first, const POread& par, double& deltat, bool& adj) {
   if (PO_time_needs_date(par.time) && par.gweek == 0) {
     ERROR_MSG("day seconds timestamps require GPS date, PO file " << path
                                                                   << " (check options -A and -gps_date)");
     return false;
   }
   if (!deltat_time_format(first, par.time, par.gweek, par.gday, deltat, adj)) {
-    ERROR_MSG("incompatible GPS timestamps, " << what << " file " << path);
+    ERROR_MSG("time conversion error, PO file " << path << " (check option -A)");
     return false;
   }
   if (AUTO_ADJ && par.time <= ADJ_GPS_DEC) {

@@ -113,7 +113,7 @@ bool scan_SBET(const std::string& path, const POread& par, POscan& scan) {
   SBETtimes times;
   double last = 0, deltat = 0;
   if (!open_times(path, true, times, last)) return false;
-  if (!file_time_scale(path, "SBET", times.first, par, deltat, scan.tadj)) return false;
+  if (!file_time_scale(path, times.first, par, deltat, scan.tadj)) return false;
   scan.nrec = times.nrec;
   scan.t0 = times.first + deltat + par.deltat;
   scan.t1 = last + deltat + par.deltat;
@@ -124,7 +124,7 @@ bool read_SBET(const std::string& path, const POread& par, Vector<PO>& po, bool&
   SBETtimes times;
   double last = 0, deltat = 0;
   if (!open_times(path, false, times, last)) return false;
-  if (!file_time_scale(path, "SBET", times.first, par, deltat, tadj)) return false;
+  if (!file_time_scale(path, times.first, par, deltat, tadj)) return false;
   deltat += par.deltat;
   LOG_ENTER("read_SBET (Applanix) deltat=" << deltat << " MAX_TRAJ_DT=" << MAX_TRAJ_DT);
 

@@ -77,7 +77,7 @@ bool start_txt(const std::string& path, const POread& par, LineReader& lines, PO
     ERROR_MSG("not enough data points, PO file " << path << " (check option -po_parse)");
     return false;
   }
-  return file_time_scale(path, "PO", row.t, par, deltat, adj);
+  return file_time_scale(path, row.t, par, deltat, adj);
 }
 }  // namespace
 

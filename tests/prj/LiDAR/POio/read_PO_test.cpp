@@ -266,6 +266,8 @@ TEST(ReadText, ComplaintsNameTheOption) {
       {"no x", "tyz", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns 'tyz'"},
       {"capitals", "TXYZ", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns"},
       {"roll alone", "txyzw", 0, 0, false, false, "1 2 3 4 5\n", "invalid PO columns"},
+      {"beyond all dates", "txyz", 0, 2, false, false, "1e15 5e5 5e6 4\n2e15 5e5 5e6 4\n",
+       "time conversion error, PO file "},
       {"one row", "txyz", 0, 0, false, false, "1 500000 5e6 4\n", "not enough data points, PO file "},
       {"day without date", "txyz", 0, 6, false, false, "1 500000 5e6 4\n2 5 5 5\n",
        "day seconds timestamps require GPS date"},

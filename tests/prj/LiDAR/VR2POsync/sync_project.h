@@ -23,6 +23,7 @@ struct SyncProject {
 
   SyncProject() {
     TMPDIR = dir.path + "/";
+    NTHREADS = NTHREADSIO = 2;
     prj.name = dir.path + "/run";
     prj.pogroups.resize(1);
     idx.gsize = 8, idx.level = 7, idx.dim = 4, idx.time_res = 0.1;
