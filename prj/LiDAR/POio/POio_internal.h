@@ -8,8 +8,8 @@
 
 // Shift and scale of a file's times from its first time stamp, with AUTO_ADJ applied; what is the format's
 // word in messages. False after an ERROR line.
-[[nodiscard]] bool file_time_scale(const std::string& path, const char* what, double first, const POread& par,
-                                   double& deltat, bool& adj);
+[[nodiscard]] bool file_time_scale(const std::string& path, double first, const POread& par, double& deltat,
+                                   bool& adj);
 
 // Period of the rollover that a fall of the time stamp by `fall` seconds stands for: a week, a day, or 0 if
 // none.
