@@ -20,8 +20,13 @@ void make_case(Case& c, int echoes, bool internals) {
   c.po.resize(nrec);
   for (int i = 0; i < nrec; i++) {
     const double t = i / RATE;
-    c.po(i) = {1000 + t, 500000 + 60 * t, 5300000 + std::sin(t), 1500,
-               static_cast<float>(std::sin(t)), 2, static_cast<float>(90 + std::cos(t))};
+    c.po(i) = {1000 + t,
+               500000 + 60 * t,
+               5300000 + std::sin(t),
+               1500,
+               static_cast<float>(std::sin(t)),
+               2,
+               static_cast<float>(90 + std::cos(t))};
   }
   c.Tt.resize(7, xyz{0.1f, 0.2f, 0.3f});
   c.At.resize(7, xyz{1e-4f, 2e-4f, 3e-4f});
@@ -54,5 +59,9 @@ void BM_PointCorr(benchmark::State& state) {
 }
 }  // namespace
 
-BENCHMARK(BM_PointCorr)->ArgNames({"echoes", "internals"})->Args({1, 0})->Args({1, 1})->Args({3, 1})
+BENCHMARK(BM_PointCorr)
+    ->ArgNames({"echoes", "internals"})
+    ->Args({1, 0})
+    ->Args({1, 1})
+    ->Args({3, 1})
     ->Unit(benchmark::kMillisecond);

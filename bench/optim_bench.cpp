@@ -1,5 +1,5 @@
-// The conjugate gradient of the inversion, on a system of its shape: nodes of 6 unknowns along lines, each node
-// tied to its neighbours and to nodes of crossing lines.
+// The conjugate gradient of the inversion, on a system of its shape: nodes of 6 unknowns along lines, each
+// node tied to its neighbours and to nodes of crossing lines.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -35,8 +35,10 @@ System make_system(int nline, int nnode) {
       }
       for (int a = 0; a < 2 * STRIDE; a++)
         for (int b = 0; b < 2 * STRIDE; b++)
-          if (idx[a] == idx[b]) s.D(idx[a]) += col[a] * col[a];
-          else if (idx[a] < idx[b]) off[{idx[a], idx[b]}] += col[a] * col[b];
+          if (idx[a] == idx[b])
+            s.D(idx[a]) += col[a] * col[a];
+          else if (idx[a] < idx[b])
+            off[{idx[a], idx[b]}] += col[a] * col[b];
     }
   };
   std::uniform_int_distribution<int> line(0, nline - 1), at(0, nnode - 1);

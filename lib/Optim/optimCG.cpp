@@ -49,11 +49,12 @@ void substitute(const Image<double>& L, const double* y, double* x) {
   }
 }
 
-bool check_list(const Vector<double>& A_s, const Vector<uint32_t>& U_s, const Vector<uint32_t>& V_s, uint64_t dim,
-                uint64_t dim_s) {
+bool check_list(const Vector<double>& A_s, const Vector<uint32_t>& U_s, const Vector<uint32_t>& V_s,
+                uint64_t dim, uint64_t dim_s) {
   for (uint64_t k = 0; k < dim_s; k++) {
     if (V_s.val[k] <= U_s.val[k]) {
-      LOG_LINE("<!> u<v " << "(A_s[k]==0.0)" << (A_s.val[k] == 0.0));
+      LOG_LINE("<!> u<v "
+               << "(A_s[k]==0.0)" << (A_s.val[k] == 0.0));
       return false;
     }
     if (V_s.val[k] >= dim) {  // u < v, so one test does for both
@@ -101,10 +102,14 @@ bool vec_sanitize(uint64_t dim, const Vector<double>& vec, uint64_t n) {
   uint64_t ni = 0, nn = 0, ns = 0, nz = 0;
   for (uint64_t i = 0; i < n; i++) {
     const double a = std::fabs(vec.val[i]);
-    if (!(a > 0.0)) nz++;  // NaN as well
-    else if (a == std::numeric_limits<double>::infinity()) ni++;
-    else if (a < std::numeric_limits<double>::min()) ns++;
-    else nn++;
+    if (!(a > 0.0))
+      nz++;  // NaN as well
+    else if (a == std::numeric_limits<double>::infinity())
+      ni++;
+    else if (a < std::numeric_limits<double>::min())
+      ns++;
+    else
+      nn++;
   }
   LOG_LINE("vec_sanitize dim=" << dim << " ni=" << ni << " nn=" << nn << " ns=" << ns << " nz=" << nz);
   return ni == 0;
@@ -222,14 +227,15 @@ uint64_t inv_sparse_linsys_CG_DI(Vector<double>& X, const Vector<double>& Y, con
     for (uint64_t k = 0; k < dim; k++) p[k] = r[k] + beta * p[k];
     rr = rr_new;
   }
-  LOG_LINE("inv_sparse_linsys_CG_DI OP.niter=" << limit << "-> " << (done ? "" : "<!> ") << "niter=" << niter);
+  LOG_LINE("inv_sparse_linsys_CG_DI OP.niter=" << limit << "-> " << (done ? "" : "<!> ")
+                                               << "niter=" << niter);
   if (OPTIM_DEBUG.level == 94341) std::printf("niter=%llu\n", static_cast<unsigned long long>(niter));
   return niter;
 }
 
 bool inv_sparse_LS_CG(Vector<double>& X, Vector<double>& Y, Vector<double>& D, Vector<double>& A_s,
-                      const Vector<uint32_t>& U_s, const Vector<uint32_t>& V_s, uint64_t dim_s, uint64_t kiter,
-                      double prec) {
+                      const Vector<uint32_t>& U_s, const Vector<uint32_t>& V_s, uint64_t dim_s,
+                      uint64_t kiter, double prec) {
   const uint64_t dim = Y.size();
   LOG_ENTER("inv_sparse_LS_CG dim=" << dim << " dim_s=" << dim_s << " kiter=" << kiter
                                     << " -log10(prec)=" << (prec > 0 ? -std::log10(prec) : 0.0));
@@ -269,14 +275,16 @@ bool inv_sparse_LS_CG(Vector<double>& X, Vector<double>& Y, Vector<double>& D, V
   return true;
 }
 
-bool inv_LS_CG_sparsify(Vector<double>& X, const Image<double>& P, Vector<double>& Y, uint64_t kiter, double prec) {
+bool inv_LS_CG_sparsify(Vector<double>& X, const Image<double>& P, Vector<double>& Y, uint64_t kiter,
+                        double prec) {
   ASSERT(P.xsize() == P.ysize() && static_cast<uint64_t>(P.xsize()) == Y.size());
   const int dim = P.xsize();
   uint64_t dim_s = 0;
   for (int row = 1; row < dim; row++)
     for (int col = 0; col < row; col++) dim_s += P.row(row)[col] != 0.0;
   LOG_ENTER("inv_LS_CG_sparsify dim=" << dim << " dim_s=" << dim_s << " (dim*(dim-1))/2="
-                                      << static_cast<uint64_t>(dim) * (dim > 0 ? dim - 1 : 0) / 2 << " kiter=" << kiter);
+                                      << static_cast<uint64_t>(dim) * (dim > 0 ? dim - 1 : 0) / 2
+                                      << " kiter=" << kiter);
   Vector<double> D(dim), A_s(dim_s);
   Vector<uint32_t> U_s(dim_s), V_s(dim_s);
   uint64_t k = 0;

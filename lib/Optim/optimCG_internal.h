@@ -11,5 +11,6 @@ struct SparseView {  // a system as inv_sparse_LS_CG holds it
   uint64_t dim_s;
 };
 void dump_unscaled(const SparseView& view, const Vector<double>& Y);  // "M_", "Y_", "D"
-void dump_scaled(const SparseView& view, const Vector<double>& Y);    // "M", "Y", "M.mat", "Y.mat"; unit diagonal
+void dump_scaled(const SparseView& view,
+                 const Vector<double>& Y);  // "M", "Y", "M.mat", "Y.mat"; unit diagonal
 void dump_vector(const char* suffix, const Vector<double>& v);

@@ -6,7 +6,8 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/tuning.h"
 
-// ---- rotations -------------------------------------------------------------------------------------------------
+// ---- rotations
+// -------------------------------------------------------------------------------------------------
 
 Rot3 product(const Rot3& A, const Rot3& B) {
   Rot3 C;
@@ -47,7 +48,8 @@ Rot3 mount_rows(const xyz& angles_deg) {
   return transposed(comp_T(angles_deg * DEG2RAD));
 }
 
-void chMount2R(const Vector<int>& group, const std::vector<Mount>& mounts, bool AROT, std::vector<SwRot>& rot) {
+void chMount2R(const Vector<int>& group, const std::vector<Mount>& mounts, bool AROT,
+               std::vector<SwRot>& rot) {
   LOG_ENTER("chMount2R nsw=" << group.size() << " ngrp=" << mounts.size() << " AROT=" << AROT);
   rot.assign(group.size(), SwRot{});
   if (mounts.empty()) return;
@@ -72,7 +74,8 @@ void rotate_IMU(Vector<PO>& po, const xyz& imu_deg) {
   if (!po.empty()) unroll_PO(po);
 }
 
-// ---- frame of a time, columns of a point -----------------------------------------------------------------------
+// ---- frame of a time, columns of a point
+// -----------------------------------------------------------------------
 
 void comp_TrajFrame(const dxyz& O, const xyz& Att, const SwRot& rot, TrajFrame& frame) {
   frame.O = O;
@@ -167,7 +170,8 @@ float comp_int_pitch(const TrajFrame& frame, const dxyz& P) {
   return Rs == 0 ? NO_ANGLE : std::asin(std::clamp(dot(frame.u, r) / Rs, -1.0f, 1.0f)) * RAD2DEG;
 }
 
-// ---- tables over time ------------------------------------------------------------------------------------------
+// ---- tables over time
+// ------------------------------------------------------------------------------------------
 
 namespace {
 xyz sample_nodes(const NodePos& pos, const Vector<xyz>& table) {

@@ -26,9 +26,12 @@ void move_cursor(const SwathCorr& corr, CorrCursor& cursor, double t) {
   }
   cursor.valid = true;
   if (corr.CM) return;
-  if (corr.CT && corr.CA) InterpTA(t, corr.t0, corr.Dt, *corr.Tt, *corr.At, cursor.drift_T, cursor.drift_A);
-  else if (corr.CT) cursor.drift_T = InterpVt(t, corr.t0, corr.Dt, *corr.Tt);
-  else if (corr.CA) cursor.drift_A = InterpVt(t, corr.t0, corr.Dt, *corr.At);
+  if (corr.CT && corr.CA)
+    InterpTA(t, corr.t0, corr.Dt, *corr.Tt, *corr.At, cursor.drift_T, cursor.drift_A);
+  else if (corr.CT)
+    cursor.drift_T = InterpVt(t, corr.t0, corr.Dt, *corr.Tt);
+  else if (corr.CA)
+    cursor.drift_A = InterpVt(t, corr.t0, corr.Dt, *corr.At);
 }
 
 xyz warp_at(const CorrWarp& warp, const dxyz& P) {

@@ -9,7 +9,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
 namespace {
-constexpr double SPRI_MAX = 400;  // smoothness prior from which on it says nothing
+constexpr double SPRI_MAX = 400;          // smoothness prior from which on it says nothing
 constexpr double MEAN_SHIFT_MIN = 0.001;  // m, mean drift worth a word
 
 // Prior of a step: what was asked for, or half the RMS that there is to explain.
@@ -22,18 +22,21 @@ xyz step_prior(const InvCalDrift& inv) {
 void set_smoothness(InvCalDrift& inv) {
   uint64_t ng = 0;
   const xyz g = grad_stddev_def(inv, inv.par.dt, -1, ng);
-  if (ng == 0) LOG_LINE("<!> ng=0");
+  if (ng == 0)
+    LOG_LINE("<!> ng=0");
   else
-    LOG_MSG("Registration data HF drift: " << g.x * 60 << ' ' << g.y * 60 << ' ' << g.z * 60 << "/sqrt[h] for dt="
-                                           << inv.par.dt << " s");
+    LOG_MSG("Registration data HF drift: " << g.x * 60 << ' ' << g.y * 60 << ' ' << g.z * 60
+                                           << "/sqrt[h] for dt=" << inv.par.dt << " s");
   inv.Spri = inv.par.Spri;
   if (inv.par.Spri <= 0) {
     inv.Spri = static_cast<double>(norm(g)) / inv.par.PriBoost * 60;
     LOG_MSG("-> IMU Smoothness Prior=" << inv.Spri);
   }
   inv.Kreg = 0;
-  if (inv.Spri >= SPRI_MAX || !(inv.Spri > 0)) WARNING_MSG("IMU smoothness prior disabled");
-  else inv.Kreg = (60 / inv.Spri) * (60 / inv.Spri);
+  if (inv.Spri >= SPRI_MAX || !(inv.Spri > 0))
+    WARNING_MSG("IMU smoothness prior disabled");
+  else
+    inv.Kreg = (60 / inv.Spri) * (60 / inv.Spri);
 }
 
 // One set per combination of external and internal set that occurs.
@@ -86,8 +89,10 @@ bool run_step2(InvCalDrift& inv, InvResult& res) {
   inv.Cpri = step_prior(inv);
   LOG_MSG("-> STEP 2 IMU Error Prior=" << inv.Cpri.x << ' ' << inv.Cpri.y << ' ' << inv.Cpri.z);
   display_init(inv);
-  if (inv.par.STEP1) LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: ");
-  else LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: [STEP 1 SKIPPED]");
+  if (inv.par.STEP1)
+    LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: ");
+  else
+    LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: [STEP 1 SKIPPED]");
   res.step2_ok = invert_RA_HFTA(inv);
   if (!res.step2_ok) {
     WARNING_MSG("HF inversion failed, increase prior with -E or time interval with -D");
@@ -99,8 +104,8 @@ bool run_step2(InvCalDrift& inv, InvResult& res) {
   return true;
 }
 
-// Mean effect of the drift attitudes at the samples. Position and attitude drift of a line may cancel each other:
-// their means are only small together.
+// Mean effect of the drift attitudes at the samples. Position and attitude drift of a line may cancel each
+// other: their means are only small together.
 dxyz mean_att_effect(const InvCalDrift& inv, const InvResult& res) {
   dxyz sum = {0, 0, 0};
   double n = 0;
@@ -203,9 +208,9 @@ void vec2par(InvCalDrift& inv) {
 bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, InvResult& res) {
   LOG_ENTER("inv_CalTAWarp name='" << name << "' nsw=" << in.swaths.size() << " nint=" << in.pairs.size()
                                    << " dt=" << par.dt << " Cpri0=" << par.Cpri0 << " Spri=" << par.Spri
-                                   << " PriBoost=" << par.PriBoost << " Umax=" << par.Umax << " XUmax=" << par.XUmax
-                                   << " XFUmax=" << par.XFUmax << " UADJ=" << par.UADJ << " HF=" << par.HF
-                                   << " STEP1=" << par.STEP1);
+                                   << " PriBoost=" << par.PriBoost << " Umax=" << par.Umax
+                                   << " XUmax=" << par.XUmax << " XFUmax=" << par.XFUmax
+                                   << " UADJ=" << par.UADJ << " HF=" << par.HF << " STEP1=" << par.STEP1);
   const Stopwatch watch;
   res = InvResult{};
   InvCalDrift inv(in, par, name);
@@ -217,8 +222,12 @@ bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, I
   LOG_LINE("INV INIT TIME=" << watch.text());
   res.def_rms = comp_def_RMS(inv, false);
 
-  if (par.STEP1 && !run_step1(inv, res)) return false;
-  if (!par.STEP1) collect_sets(inv, res), res.CL = res.CB = res.CI = false;
+  if (par.STEP1) {
+    if (!run_step1(inv, res)) return false;
+  } else {
+    collect_sets(inv, res);  // zeros for all swaths
+    res.CL = res.CB = res.CI = false;
+  }
   const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;
   const bool after_calibration = par.DCC && par.STEP1;  // step 1 had no drift: constants at least
   if (drift_wanted && ((par.HF && par.dt > 0) || after_calibration)) {
@@ -228,8 +237,8 @@ bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, I
   res.has_shift = inv.ShiftRef;
   res.shift = inv.shift;
   if (res.has_shift)
-    LOG_MSG("Global shift correction component from reference data: " << res.shift.x << ' ' << res.shift.y << ' '
-                                                                      << res.shift.z);
+    LOG_MSG("Global shift correction component from reference data: " << res.shift.x << ' ' << res.shift.y
+                                                                      << ' ' << res.shift.z);
   collect_drift(inv, res);
   if (inv.drift) comp_corr_RMS_def(inv, true, res.def_rms);
   LOG_MSG("RESIDUAL STATISTICS");

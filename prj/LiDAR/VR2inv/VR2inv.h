@@ -3,8 +3,8 @@
 // Here:     its input, parameters, result and the one call.
 // Not here: the DUT file (DUTio), synchronisation (VR2POsync), application to points (VR2geom, VR2proc).
 //
-// Signs: corrections are added to points. The displacement of a pair is the position in its first swath less that
-// in its second, so with x the corrections d = J2 x - J1 x, and the residual is d - (J2 x - J1 x).
+// Signs: corrections are added to points. The displacement of a pair is the position in its first swath less
+// that in its second, so with x the corrections d = J2 x - J1 x, and the residual is d - (J2 x - J1 x).
 #pragma once
 #include <string>
 #include <vector>
@@ -13,58 +13,60 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
-// ---- input -----------------------------------------------------------------------------------------------------
+// ---- input
+// -----------------------------------------------------------------------------------------------------
 
-struct InvPair {              // one registered pair; all vectors of length np
-  int sw1 = 0, sw2 = 0;       // swath numbers
-  int pair = -1;              // number in the logs; -1: the place in the list
-  uint64_t nfull = 0;         // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
-  Vector<dxyz> P;             // position of each vector, m
-  Vector<xyz> Def;            // displacement, m: position in sw1 less that in sw2. Becomes the residual
-  Vector<xyz> Unc;            // standard deviations, m. Becomes the precisions 1/m2, 0 for vectors not used
-  Vector<double> t1, t2;      // times in sw1, sw2; the same base as the trajectories
-  Vector<dxyz> O1, O2;        // trajectory positions at these times; (1000, 1000, -9999) when there is none
-  Vector<xyz> Att1, Att2;     // attitudes, degrees
+struct InvPair {           // one registered pair; all vectors of length np
+  int sw1 = 0, sw2 = 0;    // swath numbers
+  int pair = -1;           // number in the logs; -1: the place in the list
+  uint64_t nfull = 0;      // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
+  Vector<dxyz> P;          // position of each vector, m
+  Vector<xyz> Def;         // displacement, m: position in sw1 less that in sw2. Becomes the residual
+  Vector<xyz> Unc;         // standard deviations, m. Becomes the precisions 1/m2, 0 for vectors not used
+  Vector<double> t1, t2;   // times in sw1, sw2; the same base as the trajectories
+  Vector<dxyz> O1, O2;     // trajectory positions at these times; (1000, 1000, -9999) when there is none
+  Vector<xyz> Att1, Att2;  // attitudes, degrees
 };
 
-struct InvSamples {    // where a swath has points: one sample per microtile. All vectors of the same length
-  Vector<dxyz> P;      // centre and mean height, m; z = -9999 is skipped
-  Vector<double> t;    // time, s
-  Vector<dxyz> O;      // trajectory at that time; z = -9999 is skipped
-  Vector<xyz> Att;     // degrees
+struct InvSamples {  // where a swath has points: one sample per microtile. All vectors of the same length
+  Vector<dxyz> P;    // centre and mean height, m; z = -9999 is skipped
+  Vector<double> t;  // time, s
+  Vector<dxyz> O;    // trajectory at that time; z = -9999 is skipped
+  Vector<xyz> Att;   // degrees
 };
 
-struct InvSwath {          // one swath, by swath number
-  int group = 1;           // 1-based group; 0 for fixed swaths
-  int channel = 0;         // laser channel
-  int mainch = 0;          // swath number of the main channel of its line
-  int fl = -1;             // trajectory file (flight line) number; below 0: none, the swath gets no correction
-  bool fixed = false;      // a reference
+struct InvSwath {      // one swath, by swath number
+  int group = 1;       // 1-based group; 0 for fixed swaths
+  int channel = 0;     // laser channel
+  int mainch = 0;      // swath number of the main channel of its line
+  int fl = -1;         // trajectory file (flight line) number; below 0: none, the swath gets no correction
+  bool fixed = false;  // a reference
   double tmin = 0, tmax = 0;  // s, synchronised
   SwRot rot;
-  InvSamples samples;      // may be empty for fixed swaths
+  InvSamples samples;  // may be empty for fixed swaths
 };
 
 struct InvInput {
   std::vector<InvSwath> swaths;
-  std::vector<InvPair> pairs;    // overwritten by the inversion: residuals and precisions
-  Vector<xyz> shift0;            // initial shift already subtracted from the displacements per pair; may be empty
-  float GSD = 1;                 // m, grid spacing: uncertainty limits are multiples of it
+  std::vector<InvPair> pairs;  // overwritten by the inversion: residuals and precisions
+  Vector<xyz> shift0;  // initial shift already subtracted from the displacements per pair; may be empty
+  float GSD = 1;       // m, grid spacing: uncertainty limits are multiples of it
 };
 
-// ---- parameters ------------------------------------------------------------------------------------------------
+// ---- parameters
+// ------------------------------------------------------------------------------------------------
 
 struct InvParam {
   // Calibration (-cal): which unknowns exist.
-  bool Fx = false, Fy = false, Fz = false;   // lever X, Y, Z ("x", "y", "z", "L")
-  bool Fw = false, Fp = false, Fk = false;   // boresight roll, pitch, yaw ("w", "p", "k", "B")
-  bool FE[N_INTERNAL] = {};                  // internals 1..7 ("1".."7", "I"); 7 only with CALINTGEN
-  bool CAL1 = false;                         // one set of all parameters for the project (-cal_1)
-  bool CALGI = false;                        // internals: a set per group, otherwise per swath (-int_sw 0)
-  bool CALGE = true;                         // externals: a set per group, otherwise per swath (-ext_sw 0)
-  bool CALR = false;                         // externals relative to the main channel of the group (-cal_rel)
-  bool CALINTGEN = false;                    // generic internal model (-int_gen)
-  bool CALINTNOB = false;                    // no range-bias shift (-int_nob)
+  bool Fx = false, Fy = false, Fz = false;  // lever X, Y, Z ("x", "y", "z", "L")
+  bool Fw = false, Fp = false, Fk = false;  // boresight roll, pitch, yaw ("w", "p", "k", "B")
+  bool FE[N_INTERNAL] = {};                 // internals 1..7 ("1".."7", "I"); 7 only with CALINTGEN
+  bool CAL1 = false;                        // one set of all parameters for the project (-cal_1)
+  bool CALGI = false;                       // internals: a set per group, otherwise per swath (-int_sw 0)
+  bool CALGE = true;                        // externals: a set per group, otherwise per swath (-ext_sw 0)
+  bool CALR = false;                        // externals relative to the main channel of the group (-cal_rel)
+  bool CALINTGEN = false;                   // generic internal model (-int_gen)
+  bool CALINTNOB = false;                   // no range-bias shift (-int_nob)
 
   // Drift (-dpoc, -drift).
   bool Ftx = true, Fty = true, Ftz = true;     // position X, Y, Z ("x", "y", "z", "T")
@@ -75,57 +77,60 @@ struct InvParam {
   bool STEP1 = true;                           // step 1 wanted
   bool DCC = false;                            // drift components after calibration: none in step 1 (-dcc)
   bool FM = true;                              // subtract the mean drift (-drift_mean)
-  bool FS = false;                             // uniform shifts of swaths; for the caller's use, no effect here
-  bool ShiftRef = false;                       // global shift between reference and mobile swaths (-shift_ref)
-  int FA = 0;                                  // attitude mode (-fav_att): 0 symmetric, 1 favour attitude, 2 position
+  bool FS = false;        // uniform shifts of swaths; for the caller's use, no effect here
+  bool ShiftRef = false;  // global shift between reference and mobile swaths (-shift_ref)
+  int FA = 0;             // attitude mode (-fav_att): 0 symmetric, 1 favour attitude, 2 position
 
   // Priors.
-  float Cpri0 = 0;      // m, IMU error prior (-imu_err); 0: from the data
-  float Spri = 0;       // smoothness prior (-imu_smooth), m/sqrt(h); 0: from the data
-  float PriBoost = 1;   // divides priors from the data (-abs2rel)
-  bool Epri = true;     // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
-  bool RMS95 = false;   // RMS for priors of the central 95% alone, without the factor 1/0.84 (-rms_all 0)
+  float Cpri0 = 0;     // m, IMU error prior (-imu_err); 0: from the data
+  float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: from the data
+  float PriBoost = 1;  // divides priors from the data (-abs2rel)
+  bool Epri = true;    // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
+  bool RMS95 = false;  // RMS for priors of the central 95% alone, without the factor 1/0.84 (-rms_all 0)
 
   // Filters.
-  float Umax = 1;       // largest uncertainty of all pairs, multiple of GSD (-unc_max)
-  float XUmax = 1;      // between groups or lines (-xg_unc_max)
-  float XFUmax = 1;     // with reference swaths (-ref_unc_max)
-  int GRPC = 1;         // pairs used: 0 same group and line, 1 all, 2 different (-corr_grp)
-  int REFC = 1;         // pairs with a reference: 0 none, 1 all, 2 only these (-corr_ref)
-  int UADJ = 0;         // uncertainty adjustment (-unc_adj): 0 none, 1 when significant, 2 only upward replacement,
-                        // 3 always, 4 as 1 with a second round in step 2
+  float Umax = 1;    // largest uncertainty of all pairs, multiple of GSD (-unc_max)
+  float XUmax = 1;   // between groups or lines (-xg_unc_max)
+  float XFUmax = 1;  // with reference swaths (-ref_unc_max)
+  int GRPC = 1;      // pairs used: 0 same group and line, 1 all, 2 different (-corr_grp)
+  int REFC = 1;      // pairs with a reference: 0 none, 1 all, 2 only these (-corr_ref)
+  int UADJ = 0;  // uncertainty adjustment (-unc_adj): 0 none, 1 when significant, 2 only upward replacement,
+                 // 3 always, 4 as 1 with a second round in step 2
 
   bool residual_stat = true;  // write the residual statistics "_inv_stat.log"
 };
 
-// ---- result ----------------------------------------------------------------------------------------------------
+// ---- result
+// ----------------------------------------------------------------------------------------------------
 
 struct InvResult {
-  std::vector<Calib> calib;      // distinct calibration sets (lever m, boresight rad, internals)
-  std::vector<int> sw2cal;       // set of each swath; -1: none (fixed, or no trajectory)
+  std::vector<Calib> calib;                 // distinct calibration sets (lever m, boresight rad, internals)
+  std::vector<int> sw2cal;                  // set of each swath; -1: none (fixed, or no trajectory)
   bool CL = false, CB = false, CI = false;  // which kinds of calibration were estimated
   bool CT = false, CA = false;              // drift position, attitude estimated
 
-  std::vector<Vector<xyz>> Tt;   // drift position per swath and node, m (empty for fixed swaths)
-  std::vector<Vector<xyz>> At;   // drift attitude, rad; same length as Tt
-  std::vector<double> t0;        // s, time of the first node
-  std::vector<double> Dt;        // s, node interval
-  dxyz shift = {0, 0, 0};        // global shift of the mobile swaths to the reference data (ShiftRef)
+  std::vector<Vector<xyz>> Tt;  // drift position per swath and node, m (empty for fixed swaths)
+  std::vector<Vector<xyz>> At;  // drift attitude, rad; same length as Tt
+  std::vector<double> t0;       // s, time of the first node
+  std::vector<double> Dt;       // s, node interval
+  dxyz shift = {0, 0, 0};       // global shift of the mobile swaths to the reference data (ShiftRef)
   bool has_shift = false;
 
   // Step 1 without drift: standard deviations and correlations of the parameters, in the order of cal_names.
   std::vector<std::string> cal_names;
-  Vector<double> cal_sigma;      // m, rad; empty when not available
+  Vector<double> cal_sigma;  // m, rad; empty when not available
   Image<double> cal_corr;
 
-  xyz def_rms = {0, 0, 0};       // m, weighted RMS of the displacements used
-  xyz res_rms = {0, 0, 0};       // m, and of their residuals
-  xyz chi = {0, 0, 0};           // sqrt(chi2/n) of the residuals
+  xyz def_rms = {0, 0, 0};  // m, weighted RMS of the displacements used
+  xyz res_rms = {0, 0, 0};  // m, and of their residuals
+  xyz chi = {0, 0, 0};      // sqrt(chi2/n) of the residuals
   int npair_used = 0;
   uint64_t nvec_used = 0;
-  bool step2_ok = false;         // time-dependent drift found
+  bool step2_ok = false;  // time-dependent drift found
 };
 
-// Runs the inversion. name: base path of the outputs ("_cal.log", "_cal.txt", "_cal_cov.txt", "_inv_stat.log",
-// "_int_rej.log"); empty for none. False after an ERROR line. A failed step 2 is a WARNING: the result of step 1 stands.
+// Runs the inversion. name: base path of the outputs ("_cal.log", "_cal.txt", "_cal_cov.txt",
+// "_inv_stat.log",
+// "_int_rej.log"); empty for none. False after an ERROR line. A failed step 2 is a WARNING: the result of
+// step 1 stands.
 [[nodiscard]] bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, InvResult& res);

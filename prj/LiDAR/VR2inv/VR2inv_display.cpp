@@ -14,7 +14,8 @@ constexpr double HIGH_CORR = 0.5, TOO_HIGH_CORR = 0.95;
 constexpr double MAX_BORE = 0.00872664526;  // rad: half a degree
 
 const char* EXT_LETTERS = "xyzwpk";
-const char* ROW_LABELS[N_EXTERNAL] = {"LX       ", "LY       ", "LZ       ", "Roll     ", "Pitch    ", "Yaw      "};
+const char* ROW_LABELS[N_EXTERNAL] = {"LX       ", "LY       ", "LZ       ",
+                                      "Roll     ", "Pitch    ", "Yaw      "};
 
 std::string letters(const bool* flags, const char* alphabet, int n) {
   std::string text;
@@ -31,7 +32,9 @@ std::string number(const char* format, double value) {
 
 double in_degrees(int c) { return c >= 3 && c < N_EXTERNAL ? DEG : 1.0; }  // factor of row c of the table
 float value_of(const Calib& cal, int c) {
-  return static_cast<float>(c < 3 ? axis(cal.L, c) : c < N_EXTERNAL ? axis(cal.B, c - 3) : cal.I(c - N_EXTERNAL));
+  return static_cast<float>(c < 3            ? axis(cal.L, c)
+                            : c < N_EXTERNAL ? axis(cal.B, c - 3)
+                                             : cal.I(c - N_EXTERNAL));
 }
 
 // Writes a file under a name of its own and gives it the final one when it is complete.
@@ -138,7 +141,8 @@ bool write_files(const InvCalDrift& inv, const InvResult& res) {
   LOG_MSG("Writing calibration component output " << inv.name << "_cal.log");
   if (!write_whole(inv.name + "_cal.log", [&](std::ostream& os) { put_cal_log(os, inv, res); })) return false;
   for (size_t s = 0; s < res.calib.size(); s++) {  // a file a set: the form holds only one
-    const std::string file = inv.name + (res.calib.size() > 1 ? "_cal_" + std::to_string(s) : "_cal") + ".txt";
+    const std::string file =
+        inv.name + (res.calib.size() > 1 ? "_cal_" + std::to_string(s) : "_cal") + ".txt";
     LOG_MSG("Writing Sarnel-compatible calibration file " << file);
     const auto put = [&](std::ostream& os) {
       put_calib(os, res.calib[s]);
@@ -155,13 +159,21 @@ bool write_files(const InvCalDrift& inv, const InvResult& res) {
 void display_init(const InvCalDrift& inv) {
   LOG_ENTER("display_init step=" << inv.step);
   const InvParam& p = inv.par;
-  const std::string ext = letters(inv.FE, EXT_LETTERS, N_EXTERNAL), intl = letters(inv.FI, "1234567", N_INTERNAL);
+  const std::string ext = letters(inv.FE, EXT_LETTERS, N_EXTERNAL),
+                    intl = letters(inv.FI, "1234567", N_INTERNAL);
   LOG_MSG("INVERSION STEP " << inv.step << ": CAL " << (ext == "0" ? "" : ext) << (intl == "0" ? "" : intl)
                             << (inv.FCAL ? "" : "0") << " | DRIFT=" << letters(inv.FD, EXT_LETTERS, 6));
   if (inv.FCAL)
-    LOG_MSG("EXT=" << ext << (p.CAL1 ? "" : p.CALGE ? "/grp" : "/sw") << " n=" << inv.ncalext
-                   << (p.CALR ? " (REL) " : " ") << "INT=" << intl << (p.CAL1 ? "" : p.CALGI ? "/grp" : "/sw")
-                   << " n=" << inv.ncalint << ' ' << (p.CALINTGEN ? "Generic " : "") << (p.CALINTNOB ? "NoBias " : ""));
+    LOG_MSG("EXT=" << ext
+                   << (p.CAL1    ? ""
+                       : p.CALGE ? "/grp"
+                                 : "/sw")
+                   << " n=" << inv.ncalext << (p.CALR ? " (REL) " : " ") << "INT=" << intl
+                   << (p.CAL1    ? ""
+                       : p.CALGI ? "/grp"
+                                 : "/sw")
+                   << " n=" << inv.ncalint << ' ' << (p.CALINTGEN ? "Generic " : "")
+                   << (p.CALINTNOB ? "NoBias " : ""));
   const char* modes[] = {"Sym ", "FavAtt ", "FavPos "};
   LOG_MSG("Pri=" << modes[p.FA >= 0 && p.FA < 3 ? p.FA : 0] << (p.FM ? "MeanSub " : "")
                  << (inv.ShiftRef ? "ShiftRef " : ""));
@@ -178,7 +190,8 @@ void display_init(const InvCalDrift& inv) {
   else if (nmax <= 1)
     LOG_MSG("Time-dependent corrections: " << inv.nTAnd << " CP total, 1 CP/line (const/line)");
   else if (nmax == 2 && nmin == 2)
-    LOG_MSG("Time-dependent corrections: " << inv.nTAnd << " CP total, with 2 CP/line (linear drift) dt=" << inv.dt());
+    LOG_MSG("Time-dependent corrections: " << inv.nTAnd
+                                           << " CP total, with 2 CP/line (linear drift) dt=" << inv.dt());
   else
     LOG_MSG("Time-dependent corrections: " << inv.nTAnd << " CP total, btw " << nmin << " and " << nmax
                                            << " CP/line, dt=" << inv.dt());
@@ -188,8 +201,8 @@ void display_init(const InvCalDrift& inv) {
 }
 
 bool calib_display(const InvCalDrift& inv, InvResult& res) {
-  LOG_ENTER("calib_display nset=" << res.calib.size() << " ncalint=" << inv.ncalint << " ncalext=" << inv.ncalext
-                                  << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI
+  LOG_ENTER("calib_display nset=" << res.calib.size() << " ncalint=" << inv.ncalint << " ncalext="
+                                  << inv.ncalext << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI
                                   << " CALGE=" << inv.par.CALGE << " calib=" << inv.FCAL);
   if (!inv.FCAL) return true;
   if (!inv.cov.empty()) comp_correlations(inv, res);

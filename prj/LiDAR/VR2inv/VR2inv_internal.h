@@ -1,8 +1,9 @@
 // prj/LiDAR/VR2inv/VR2inv_internal.h
 // The state of one inversion and its steps, for the sources of VR2inv and their tests.
 //
-// Parameter vector x: externals (a run of ncalext entries per enabled one), internals (ncalint each), the global
-// shift (3), that is dimcal; then per node of each line TAstride entries: T x y z, and A roll pitch yaw with attitude.
+// Parameter vector x: externals (a run of ncalext entries per enabled one), internals (ncalint each), the
+// global shift (3), that is dimcal; then per node of each line TAstride entries: T x y z, and A roll pitch
+// yaw with attitude.
 #pragma once
 #include <string>
 #include <unordered_map>
@@ -12,20 +13,21 @@
 #include "lib/DataStructure/vector.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 
-constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};    // m2, added to variances
-constexpr xyz ATT_PRIOR = {0.2f, 0.2f, 0.4f};       // degrees, roll pitch yaw
-constexpr double ATT_PRIOR_UNIT = 3282.80713;       // (degrees per radian) squared
+constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};  // m2, added to variances
+constexpr xyz ATT_PRIOR = {0.2f, 0.2f, 0.4f};     // degrees, roll pitch yaw
+constexpr double ATT_PRIOR_UNIT = 3282.80713;     // (degrees per radian) squared
 constexpr double DEG = 57.2957795131;
 constexpr int N_EXTERNAL = 6;
-constexpr int MAX_SLOT = 2 * (N_EXTERNAL + N_INTERNAL + 6) + 3;  // most parameters that one vector touches in step 1
+constexpr int MAX_SLOT =
+    2 * (N_EXTERNAL + N_INTERNAL + 6) + 3;  // most parameters that one vector touches in step 1
 
-struct AttCols {          // drift attitude columns of many points; empty while attitude is off
-  Vector<xyz> r, p, y;    // m per radian
+struct AttCols {        // drift attitude columns of many points; empty while attitude is off
+  Vector<xyz> r, p, y;  // m per radian
 };
 
 struct SwState {
-  bool mobile = false;    // not fixed and with a trajectory: gets corrections
-  int ext_set = -1;       // calibration sets
+  bool mobile = false;  // not fixed and with a trajectory: gets corrections
+  int ext_set = -1;     // calibration sets
   int int_set = -1;
   bool ext_on = false;    // external columns (off for the main channel of a relative calibration)
   int node0 = -1;         // first node of the line, -1 for none
@@ -34,14 +36,14 @@ struct SwState {
   AttCols A;              // at the samples
   xyz T1 = {0, 0, 0};     // constant drift of step 1: m, rad
   xyz A1 = {0, 0, 0};
-  Vector<xyz> Tt, At;     // drift of step 2 alone
+  Vector<xyz> Tt, At;  // drift of step 2 alone
 };
 
 struct PairState {
-  bool use = false;       // passed the filters and has accepted vectors
+  bool use = false;        // passed the filters and has accepted vectors
   bool samegrpfl = false;  // same group and flight line
-  uint64_t nok = 0;       // accepted vectors
-  AttCols A[2];           // for the first and the second swath
+  uint64_t nok = 0;        // accepted vectors
+  AttCols A[2];            // for the first and the second swath
 };
 
 struct InvCalDrift {
@@ -54,9 +56,9 @@ struct InvCalDrift {
 
   // Flags of the step that runs.
   int step = 1;
-  bool FCAL = false;      // any calibration parameter
-  bool drift = false;     // any drift parameter
-  bool drift_att = false;  // attitude among them
+  bool FCAL = false;         // any calibration parameter
+  bool drift = false;        // any drift parameter
+  bool drift_att = false;    // attitude among them
   bool FE[N_EXTERNAL] = {};  // lever X Y Z, bore roll pitch yaw
   bool FI[N_INTERNAL] = {};
   bool FD[6] = {};        // drift X Y Z roll pitch yaw
@@ -71,29 +73,34 @@ struct InvCalDrift {
   int shift0 = -1;
   int dimcal = 0, dim = 0;
   int TAstride = 3;
-  int nTA = 0, nTAnd = 0;        // nodes of all swaths, and without those that lines share
+  int nTA = 0, nTAnd = 0;  // nodes of all swaths, and without those that lines share
 
-  Vector<double> x;              // parameters of the latest solve
-  xyz Cpri = {0, 0, 0};          // m, prior in use
-  double Spri = 0, Kreg = 0;     // m/sqrt(h); 1/m2 s
+  Vector<double> x;                     // parameters of the latest solve
+  xyz Cpri = {0, 0, 0};                 // m, prior in use
+  double Spri = 0, Kreg = 0;            // m/sqrt(h); 1/m2 s
   std::vector<Calib> ext_cal, int_cal;  // by set, from step 1
-  dxyz shift = {0, 0, 0};        // sum over the steps
-  Image<double> cov;             // step 1, dense path
+  dxyz shift = {0, 0, 0};               // sum over the steps
+  Image<double> cov;                    // step 1, dense path
   uint64_t nvec_used = 0;
   int npair_used = 0;
 
   InvCalDrift(InvInput& input, const InvParam& param, const std::string& base)
-      : in(input), par(param), name(base), nsw(static_cast<int>(input.swaths.size())),
-        nint(static_cast<int>(input.pairs.size())), sw(input.swaths.size()), pair(input.pairs.size()),
+      : in(input),
+        par(param),
+        name(base),
+        nsw(static_cast<int>(input.swaths.size())),
+        nint(static_cast<int>(input.pairs.size())),
+        sw(input.swaths.size()),
+        pair(input.pairs.size()),
         ShiftRef(param.ShiftRef) {}
   int node_entry(int node) const { return dimcal + TAstride * node; }
   double dt() const { return step == 2 ? par.dt : 0.0; }
   bool dense_path() const { return !drift && ncalext <= 1 && ncalint <= 1; }
 };
 
-struct PairChi {          // residuals of a pair against their precisions, per axis
-  dxyz c = {0, 0, 0};     // sqrt(chi2/n)
-  dxyz rms = {0, 0, 0};   // m
+struct PairChi {         // residuals of a pair against their precisions, per axis
+  dxyz c = {0, 0, 0};    // sqrt(chi2/n)
+  dxyz rms = {0, 0, 0};  // m
 };
 
 inline double axis(const xyz& v, int c) { return c == 0 ? v.x : c == 1 ? v.y : v.z; }
@@ -110,19 +117,19 @@ void init_A_sw(InvCalDrift& inv);
 [[nodiscard]] bool init_prec(InvCalDrift& inv);
 bool adj_prec(InvCalDrift& inv, const std::vector<PairChi>& chi);  // true if any pair changed
 xyz comp_def_RMS(const InvCalDrift& inv, bool remove_mean);        // (1000, 1000, -9999) without data
-// Change of the displacements along time, m/sqrt(s), between neighbouring bins of width dt, of one pair or all
-// (k < 0). ng: differences that were found; 0 gives zeros.
+// Change of the displacements along time, m/sqrt(s), between neighbouring bins of width dt, of one pair or
+// all (k < 0). ng: differences that were found; 0 gives zeros.
 xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng);
 std::vector<PairChi> comp_chi(const InvCalDrift& inv);
 
 // Rows of step 1 (VR2inv_rows.cpp): the parameters that the vectors of a pair touch, and their columns.
 struct PairSlots {
   int n = 0;
-  int idx[MAX_SLOT];                // entries of x
-  int ext[2][N_EXTERNAL];           // slot of each column per side; -1 for none
+  int idx[MAX_SLOT];       // entries of x
+  int ext[2][N_EXTERNAL];  // slot of each column per side; -1 for none
   int intl[2][N_INTERNAL];
   int ta[2][6];
-  int shift = -1;                   // first of three slots
+  int shift = -1;  // first of three slots
   double shift_sign = 0;
 };
 struct PairRow {
@@ -133,7 +140,7 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
 
 // Step 1 (VR2inv_step1.cpp).
 [[nodiscard]] bool invert_Cal_TA(InvCalDrift& inv);
-void comp_res(InvCalDrift& inv);             // d := d - (J2 x - J1 x)
+void comp_res(InvCalDrift& inv);  // d := d - (J2 x - J1 x)
 [[nodiscard]] bool invert_RA_Cal_TA(InvCalDrift& inv);
 
 // Step 2 (VR2inv_step2.cpp).
@@ -141,7 +148,8 @@ void comp_res(InvCalDrift& inv);             // d := d - (J2 x - J1 x)
 void comp_res_TA(InvCalDrift& inv);
 [[nodiscard]] bool invert_RA_HFTA(InvCalDrift& inv);
 
-// Adds one solve to the results: step 1 adds to sets, T1 and A1, step 2 to Tt and At; both to the global shift.
+// Adds one solve to the results: step 1 adds to sets, T1 and A1, step 2 to Tt and At; both to the global
+// shift.
 void vec2par(InvCalDrift& inv);
 
 // Words and files (VR2inv_display.cpp, VR2inv_stat.cpp).

@@ -11,16 +11,16 @@
 namespace {
 constexpr uint64_t MIN_REF_VECTORS = 10;  // fewer can't carry a global shift
 
-struct PrecCount {       // what init_prec tells in the end
-  int nfiltered = 0;     // pairs removed by the filters
-  int nadjusted = 0;     // pairs with thinned data
-  int nint_ok = 0;       // pairs with accepted vectors
-  uint64_t n = 0;        // vectors of the pairs that passed the filters
-  uint64_t nok = 0;      // accepted
+struct PrecCount {                        // what init_prec tells in the end
+  int nfiltered = 0;                      // pairs removed by the filters
+  int nadjusted = 0;                      // pairs with thinned data
+  int nint_ok = 0;                        // pairs with accepted vectors
+  uint64_t n = 0;                         // vectors of the pairs that passed the filters
+  uint64_t nok = 0;                       // accepted
   uint64_t nfu = 0, nfxu = 0, nffxu = 0;  // above Umax, XUmax, XFUmax
-  uint64_t nout = 0;     // without trajectory, or not finite
-  uint64_t nref = 0;     // accepted, with a reference swath
-  dxyz sum2 = {0, 0, 0};  // of accepted uncertainties
+  uint64_t nout = 0;                      // without trajectory, or not finite
+  uint64_t nref = 0;                      // accepted, with a reference swath
+  dxyz sum2 = {0, 0, 0};                  // of accepted uncertainties
 };
 
 bool all_below(const xyz& u, float limit) {
@@ -64,11 +64,13 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
     W = {0, 0, 0};
     count.n++;
     // The negated tests turn down what isn't a number, too.
-    if (!all_below(U, limits.x)) count.nfu++;
-    else if (!reference && !state.samegrpfl && !all_below(U, limits.y)) count.nfxu++;
-    else if (reference && !all_below(U, limits.z)) count.nffxu++;
-    else if ((!a.fixed && p.O1.val[i].z == NO_Z) || (!b.fixed && p.O2.val[i].z == NO_Z) ||
-             !is_finite(p, i))
+    if (!all_below(U, limits.x))
+      count.nfu++;
+    else if (!reference && !state.samegrpfl && !all_below(U, limits.y))
+      count.nfxu++;
+    else if (reference && !all_below(U, limits.z))
+      count.nffxu++;
+    else if ((!a.fixed && p.O1.val[i].z == NO_Z) || (!b.fixed && p.O2.val[i].z == NO_Z) || !is_finite(p, i))
       count.nout++;
     else {
       const auto prec = [thin](float u, float floor) {
@@ -77,7 +79,8 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
       W = {prec(U.x, VAR_FLOOR.x), prec(U.y, VAR_FLOOR.y), prec(U.z, VAR_FLOOR.z)};
       p.Def.val[i] -= shift0;
       state.nok++;
-      count.sum2 += {static_cast<double>(U.x) * U.x, static_cast<double>(U.y) * U.y, static_cast<double>(U.z) * U.z};
+      count.sum2 +=
+          {static_cast<double>(U.x) * U.x, static_cast<double>(U.y) * U.y, static_cast<double>(U.z) * U.z};
     }
   }
   count.nok += state.nok;
@@ -113,7 +116,8 @@ void check_sizes(const InvInput& in) {
 void report(const InvCalDrift& inv, const PrecCount& c, size_t nrejected) {
   const int nint = inv.nint, nused = nint - c.nfiltered;
   const bool different_out = inv.par.GRPC == 0;
-  if (c.nadjusted > 0) LOG_MSG("registration data adjusted for " << c.nadjusted << " pairs due to missing/skipped pairs");
+  if (c.nadjusted > 0)
+    LOG_MSG("registration data adjusted for " << c.nadjusted << " pairs due to missing/skipped pairs");
   if (c.nfiltered > 0)
     WARNING_MSG(c.nfiltered << " out of " << nint << " pairs removed using filtering options");
   LOG_MSG("Using " << c.nint_ok << " out of " << nint << " pairs"
@@ -130,20 +134,20 @@ void report(const InvCalDrift& inv, const PrecCount& c, size_t nrejected) {
   const char* refs[] = {"off", "on", "only"};
   LOG_LINE("N vectors used " << c.nok << " out of " << c.n);
   LOG_LINE("N pairs used " << c.nint_ok << " out of " << nint);
-  LOG_LINE("Pair filtering Grp=" << words[std::clamp(inv.par.GRPC, 0, 2)] << " Ref="
-                                 << refs[std::clamp(inv.par.REFC, 0, 2)]);
+  LOG_LINE("Pair filtering Grp=" << words[std::clamp(inv.par.GRPC, 0, 2)]
+                                 << " Ref=" << refs[std::clamp(inv.par.REFC, 0, 2)]);
   const double n = std::max<double>(1, static_cast<double>(c.nok));
-  LOG_LINE("rms=" << std::sqrt(c.sum2.x / n) << ' ' << std::sqrt(c.sum2.y / n) << ' ' << std::sqrt(c.sum2.z / n)
-                  << " nintused=" << nused << " nintok=" << c.nint_ok);
+  LOG_LINE("rms=" << std::sqrt(c.sum2.x / n) << ' ' << std::sqrt(c.sum2.y / n) << ' '
+                  << std::sqrt(c.sum2.z / n) << " nintused=" << nused << " nintok=" << c.nint_ok);
   LOG_LINE("filter: nintf=" << c.nfiltered << " nfok=" << c.nok << " nfu=" << c.nfu << " nfxu=" << c.nfxu
                             << " nffxu=" << c.nffxu << " nout=" << c.nout);
 }
 }  // namespace
 
 bool init_prec(InvCalDrift& inv) {
-  LOG_ENTER("init_prec nint=" << inv.nint << " nsw=" << inv.nsw << " Umax=" << inv.par.Umax << " XUmax="
-                              << inv.par.XUmax << " XFUmax=" << inv.par.XFUmax << " GRPC=" << inv.par.GRPC
-                              << " REFC=" << inv.par.REFC);
+  LOG_ENTER("init_prec nint=" << inv.nint << " nsw=" << inv.nsw << " Umax=" << inv.par.Umax
+                              << " XUmax=" << inv.par.XUmax << " XFUmax=" << inv.par.XFUmax
+                              << " GRPC=" << inv.par.GRPC << " REFC=" << inv.par.REFC);
   check_sizes(inv.in);
   const xyz limits = xyz{inv.par.Umax, inv.par.XUmax, inv.par.XFUmax} * inv.in.GSD;
   LOG_LINE("scaled*GSD Umax=" << limits.x << " XUmax=" << limits.y << " XFUmax=" << limits.z);
@@ -192,12 +196,15 @@ std::vector<PairChi> comp_chi(const InvCalDrift& inv) {
     for (uint64_t i = 0; i < p.P.size(); i++) {
       const xyz &W = p.Unc.val[i], &d = p.Def.val[i];
       if (!(W.x > 0)) continue;
-      const dxyz d2 = {static_cast<double>(d.x) * d.x, static_cast<double>(d.y) * d.y, static_cast<double>(d.z) * d.z};
+      const dxyz d2 = {static_cast<double>(d.x) * d.x, static_cast<double>(d.y) * d.y,
+                       static_cast<double>(d.z) * d.z};
       chi[k].c += {W.x * d2.x, W.y * d2.y, W.z * d2.z};
       chi[k].rms += d2;
     }
     const double n = static_cast<double>(inv.pair[k].nok);
-    const auto root = [n](dxyz v) { return dxyz{std::sqrt(v.x / n), std::sqrt(v.y / n), std::sqrt(v.z / n)}; };
+    const auto root = [n](dxyz v) {
+      return dxyz{std::sqrt(v.x / n), std::sqrt(v.y / n), std::sqrt(v.z / n)};
+    };
     chi[k].c = root(chi[k].c);
     chi[k].rms = root(chi[k].rms);
   }
@@ -216,8 +223,10 @@ bool adj_prec(InvCalDrift& inv, const std::vector<PairChi>& chi) {
     const dxyz c = {std::max(1.0, chi[k].c.x), std::max(1.0, chi[k].c.y), std::max(1.0, chi[k].c.z)};
     if (!forced && !(c.x > SIGNIFICANT || c.y > SIGNIFICANT || c.z > SIGNIFICANT)) continue;
     const auto adjust = [&](float& W, double ratio, double rms) {
-      if (!only_up) W = static_cast<float>(W / (ratio * ratio));
-      else if (1.0 / W < rms * rms) W = static_cast<float>(1.0 / (rms * rms));
+      if (!only_up)
+        W = static_cast<float>(W / (ratio * ratio));
+      else if (1.0 / W < rms * rms)
+        W = static_cast<float>(1.0 / (rms * rms));
     };
     for (xyz& W : inv.in.pairs[k].Unc) {
       if (!(W.x > 0)) continue;
@@ -227,7 +236,8 @@ bool adj_prec(InvCalDrift& inv, const std::vector<PairChi>& chi) {
     }
     nchanged++;
   }
-  if (nchanged > 0) WARNING_MSG("uncertainty adjusted due to significant residuals for " << nchanged << " pairs");
+  if (nchanged > 0)
+    WARNING_MSG("uncertainty adjusted due to significant residuals for " << nchanged << " pairs");
   return nchanged > 0;
 }
 
@@ -283,8 +293,8 @@ xyz comp_def_RMS(const InvCalDrift& inv, bool remove_mean) {
   rms.z = def_RMS_T95(inv, 2, mean.z, CI95.z);
   LOG_LINE("comp_def_RMS_T95 -> CI95=" << CI95.x << ' ' << CI95.y << ' ' << CI95.z);
   if (!inv.par.RMS95) rms.x *= 1.1904762, rms.y *= 1.1904762;
-  LOG_MSG((inv.par.RMS95 ? "95" : "100") << "% XYZ-displacements RMS: " << rms.x << ' ' << rms.y << ' ' << rms.z
-                                         << (remove_mean ? " (mean removed)" : ""));
+  LOG_MSG((inv.par.RMS95 ? "95" : "100") << "% XYZ-displacements RMS: " << rms.x << ' ' << rms.y << ' '
+                                         << rms.z << (remove_mean ? " (mean removed)" : ""));
   return to_xyz(rms);
 }
 
@@ -307,7 +317,8 @@ xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng) {
         const xyz &d = p.Def.val[i], &W = p.Unc.val[i];
         if (!(W.x > 0)) continue;
         Bin& b = bins[static_cast<int64_t>(std::floor((t.val[i] - inv.in.swaths[s].tmin) / dt))];
-        b.sum += {static_cast<double>(W.x) * d.x, static_cast<double>(W.y) * d.y, static_cast<double>(W.z) * d.z};
+        b.sum +=
+            {static_cast<double>(W.x) * d.x, static_cast<double>(W.y) * d.y, static_cast<double>(W.z) * d.z};
         b.weight += to_dxyz(W);
       }
       const Bin* last = nullptr;

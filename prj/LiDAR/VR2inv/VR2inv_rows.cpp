@@ -30,7 +30,8 @@ PairSlots make_slots(const InvCalDrift& inv, int k) {
     for (int c = 0; c < N_INTERNAL; c++)
       slots.intl[side][c] = s.mobile && inv.FI[c] ? slot_of(slots, inv.int0[c] + s.int_set) : -1;
     for (int c = 0; c < 6; c++)
-      slots.ta[side][c] = s.mobile && s.node0 >= 0 && inv.FD[c] ? slot_of(slots, inv.node_entry(s.node0) + c) : -1;
+      slots.ta[side][c] =
+          s.mobile && s.node0 >= 0 && inv.FD[c] ? slot_of(slots, inv.node_entry(s.node0) + c) : -1;
   }
   if (inv.ShiftRef && a.fixed != b.fixed) {
     slots.shift_sign = a.fixed ? 1 : -1;

@@ -42,7 +42,8 @@ bool check_main_channels(const InvCalDrift& inv) {
   return true;
 }
 
-// Calibration sets: numbers of groups and swaths in use are made consecutive, so that no set is without a swath.
+// Calibration sets: numbers of groups and swaths in use are made consecutive, so that no set is without a
+// swath.
 void set_calibration_sets(InvCalDrift& inv) {
   std::map<int, int> group_set;
   for (int s = 0; s < inv.nsw; s++)
@@ -116,13 +117,15 @@ double time_overlap(const InvSwath& a, const InvSwath& b) {
 bool init(InvCalDrift& inv, int step) {
   set_flags(inv, step);
   LOG_ENTER("init step=" << step << " nsw=" << inv.nsw << " nint=" << inv.nint << " FCAL=" << inv.FCAL
-                         << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI << " CALGE=" << inv.par.CALGE
-                         << " CALR=" << inv.par.CALR << " hasfx=" << inv.hasfx << " ShiftRef=" << inv.ShiftRef
-                         << " dt=" << inv.dt());
+                         << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI
+                         << " CALGE=" << inv.par.CALGE << " CALR=" << inv.par.CALR << " hasfx=" << inv.hasfx
+                         << " ShiftRef=" << inv.ShiftRef << " dt=" << inv.dt());
   for (int s = 0; s < inv.nsw; s++) inv.sw[s].mobile = !inv.in.swaths[s].fixed && inv.in.swaths[s].fl >= 0;
   if (step == 1 && !check_main_channels(inv)) return false;
-  if (inv.FCAL || step == 1) set_calibration_sets(inv);
-  else inv.ncalext = inv.ncalint = 0;
+  if (inv.FCAL || step == 1)
+    set_calibration_sets(inv);
+  else
+    inv.ncalext = inv.ncalint = 0;
   set_nodes(inv);
   set_layout(inv);
   for (SwState& w : inv.sw)
@@ -134,8 +137,8 @@ bool init(InvCalDrift& inv, int step) {
     inv.ext_cal.assign(std::max(1, inv.ncalext), Calib{});
     inv.int_cal.assign(std::max(1, inv.ncalint), Calib{});
   }
-  LOG_LINE("ncalext=" << inv.ncalext << " ncalint=" << inv.ncalint << " dimcal=" << inv.dimcal << " nTA=" << inv.nTA
-                      << " nTAnd=" << inv.nTAnd << " dim=" << inv.dim);
+  LOG_LINE("ncalext=" << inv.ncalext << " ncalint=" << inv.ncalint << " dimcal=" << inv.dimcal
+                      << " nTA=" << inv.nTA << " nTAnd=" << inv.nTAnd << " dim=" << inv.dim);
   return true;
 }
 
@@ -154,14 +157,16 @@ bool check_time_overlap(const InvCalDrift& inv) {
       if (A.group != B.group) continue;
       if (time_dependent) {
         if (ok)
-          ERROR_MSG("at least 2 swaths (" << a << " and " << b << ") in group " << A.group
-                                          << " have time overlap, time-dependent corrections cannot be computed");
+          ERROR_MSG("at least 2 swaths ("
+                    << a << " and " << b << ") in group " << A.group
+                    << " have time overlap, time-dependent corrections cannot be computed");
         ok = false;
       } else {
         WARNING_MSG("swaths " << a << " and " << b << " in group " << A.group << " should be merged");
       }
     }
-  if (nchannel > 0) WARNING_MSG(nchannel << " mobile pairs with same channel have time overlap regardless of group");
+  if (nchannel > 0)
+    WARNING_MSG(nchannel << " mobile pairs with same channel have time overlap regardless of group");
   return ok;
 }
 
@@ -177,7 +182,8 @@ bool check_mem_init(const InvCalDrift& inv) {
   }
   const uint64_t per_vec = sizeof(dxyz) * 3 + sizeof(xyz) * 4 + sizeof(double) * 2, per_sample = 68;
   const uint64_t att = inv.drift_att ? 3 * sizeof(xyz) : 0;
-  const double MB = static_cast<double>(nvec * (per_vec + 2 * att) + nsample * (per_sample + att)) / 1048576.0;
+  const double MB =
+      static_cast<double>(nvec * (per_vec + 2 * att) + nsample * (per_sample + att)) / 1048576.0;
   LOG_ENTER("check_mem_init nint=" << inv.nint << " nsw=" << inv.nsw << " npm=" << npm << " nmtm=" << nmtm);
   LOG_LINE("INVERSION INIT MEMORY=" << std::ceil(MB) << " MB");
   if (MB <= MEM_MB) return true;

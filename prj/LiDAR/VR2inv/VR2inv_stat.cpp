@@ -22,9 +22,7 @@ struct ResStat {
   }
 };
 
-std::string text(const dxyz& v) {
-  return LOG_STR(v.x << ' ' << v.y << ' ' << v.z);
-}
+std::string text(const dxyz& v) { return LOG_STR(v.x << ' ' << v.y << ' ' << v.z); }
 
 void put_pair(std::ostream& os, const InvCalDrift& inv, int k, const ResStat& r) {
   os.width(4), os << (inv.in.pairs[k].pair < 0 ? k : inv.in.pairs[k].pair);

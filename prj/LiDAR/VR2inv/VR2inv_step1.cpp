@@ -9,7 +9,7 @@
 namespace {
 constexpr uint64_t KITER = 10;  // iterations of the conjugate gradient per unknown
 
-struct System {      // P x = Y, P dense and symmetric; the lower triangle is filled
+struct System {  // P x = Y, P dense and symmetric; the lower triangle is filled
   Image<double> P;
   Vector<double> Y;
   void add(int i, int j, double value) {
@@ -59,8 +59,8 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
 }
 
 // Prior on the effect of a swath's constants at its samples, in metres. The samples of a swath count as one
-// observation together: with the full weight each, thousands of them outweigh the vectors as soon as the prior
-// comes near the noise, and constants of strips come back too small.
+// observation together: with the full weight each, thousands of them outweigh the vectors as soon as the
+// prior comes near the noise, and constants of strips come back too small.
 void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
   const bool FAA = inv.par.FA == 1, FTT = inv.par.FA == 2;
@@ -94,7 +94,8 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
     }
     for (int a = 0; a < 3; a++) {
       const double sigma = axis(ATT_PRIOR, a);
-      sys.add(A + a, A + a, ATT_PRIOR_UNIT / (sigma * sigma) + (inv.FD[3 + a] ? (FTT ? 2 : 1) * prod[a][a] : 0));
+      sys.add(A + a, A + a,
+              ATT_PRIOR_UNIT / (sigma * sigma) + (inv.FD[3 + a] ? (FTT ? 2 : 1) * prod[a][a] : 0));
       if (!inv.FD[3 + a]) continue;
       // The products of two attitudes keep the prior a sum of squares, in every mode.
       for (int b = 0; b < a; b++)
@@ -106,7 +107,8 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("Cal_TA STEP 1 TIME=" << watch.text());
 }
 
-// Prior on calibration parameters: each moves the surface by about Cpri on average over the samples of a swath.
+// Prior on calibration parameters: each moves the surface by about Cpri on average over the samples of a
+// swath.
 void set_calib_prior_area(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
   if (inv.ShiftRef)
@@ -167,15 +169,16 @@ bool check_memory(const InvCalDrift& inv) {
   const double MB = std::ceil(static_cast<double>(inv.dim) * inv.dim * 16 / 1048576.0);
   LOG_LINE("INVERSION 1 MEMORY=" << MB << " Mb");
   if (MB <= MEM_MB) return true;
-  ERROR_MSG(inv.dim << "-parameter inversion STEP 1 requires " << static_cast<int64_t>(MB) << " MB, only " << MEM_MB
-                    << " reserved (use option -mem)");
+  ERROR_MSG(inv.dim << "-parameter inversion STEP 1 requires " << static_cast<int64_t>(MB) << " MB, only "
+                    << MEM_MB << " reserved (use option -mem)");
   return false;
 }
 }  // namespace
 
 bool invert_Cal_TA(InvCalDrift& inv) {
-  LOG_ENTER("invert_Cal_TA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << inv.Cpri.x << ' ' << inv.Cpri.y
-                                    << ' ' << inv.Cpri.z << " calib=" << inv.FCAL << " NR_BOOST=" << NR_BOOST);
+  LOG_ENTER("invert_Cal_TA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << inv.Cpri.x << ' '
+                                    << inv.Cpri.y << ' ' << inv.Cpri.z << " calib=" << inv.FCAL
+                                    << " NR_BOOST=" << NR_BOOST);
   inv.cov.clear();
   inv.x.resize(inv.dim, 0.0);
   if (inv.dim == 0) return true;  // nothing was asked for

@@ -12,8 +12,9 @@
 namespace {
 constexpr uint64_t KITER = 10;  // iterations of the conjugate gradient per unknown
 
-// The normal matrix in blocks of stride x stride between groups of parameters: group 0 is the global shift (three
-// entries), group k + 1 is node k. Only blocks (a, b) with a <= b are kept, in the order of their first use.
+// The normal matrix in blocks of stride x stride between groups of parameters: group 0 is the global shift
+// (three entries), group k + 1 is node k. Only blocks (a, b) with a <= b are kept, in the order of their
+// first use.
 struct BlockMatrix {
   int stride = 3;
   std::unordered_map<uint64_t, size_t> index;
@@ -32,9 +33,9 @@ struct BlockMatrix {
   }
 };
 
-struct Entry {          // the columns of one vector or sample for one group
+struct Entry {  // the columns of one vector or sample for one group
   int group;
-  double col[6][3];     // by parameter of the group, then world axis
+  double col[6][3];  // by parameter of the group, then world axis
 };
 
 struct SparseP {
@@ -42,17 +43,20 @@ struct SparseP {
   Vector<double> Y;
 };
 
-int group_base(const InvCalDrift& inv, int group) { return group == 0 ? inv.shift0 : inv.node_entry(group - 1); }
+int group_base(const InvCalDrift& inv, int group) {
+  return group == 0 ? inv.shift0 : inv.node_entry(group - 1);
+}
 int group_size(const InvCalDrift& inv, int group) { return group == 0 ? 3 : inv.TAstride; }
 
 // Appends the two nodes that a swath has at time t; columns of a group that is there already are added up.
-int add_nodes(const InvCalDrift& inv, int swath, double t, double sign, const AttCols& A, uint64_t i, Entry* entries,
-              int n) {
+int add_nodes(const InvCalDrift& inv, int swath, double t, double sign, const AttCols& A, uint64_t i,
+              Entry* entries, int n) {
   const SwState& w = inv.sw[swath];
   if (!w.mobile || w.node0 < 0) return n;
   const NodePos pos = comp_NodePos(t, w.t0, w.Dt, w.nt);
   const bool att = inv.drift_att;
-  const xyz J[3] = {att ? A.r.val[i] : xyz{0, 0, 0}, att ? A.p.val[i] : xyz{0, 0, 0}, att ? A.y.val[i] : xyz{0, 0, 0}};
+  const xyz J[3] = {att ? A.r.val[i] : xyz{0, 0, 0}, att ? A.p.val[i] : xyz{0, 0, 0},
+                    att ? A.y.val[i] : xyz{0, 0, 0}};
   for (int side = 0; side < 2; side++) {
     const double weight = sign * (side == 0 ? 1 - static_cast<double>(pos.f) : static_cast<double>(pos.f));
     if (weight == 0) continue;
@@ -120,14 +124,17 @@ void sparse_P_Y_drift(const InvCalDrift& inv, SparseP& sys) {
       }
     }
   }
-  LOG_LINE("nintpos=" << nintpos << " nintm=" << inv.nint - nintpos << " nTA=" << inv.nTA << " size=" << inv.dim
-                      << " AdimD=" << inv.dim << " AdimND=" << sys.P.val.size() << " NDdim=" << sys.P.keys.size());
+  LOG_LINE("nintpos=" << nintpos << " nintm=" << inv.nint - nintpos << " nTA=" << inv.nTA
+                      << " size=" << inv.dim << " AdimD=" << inv.dim << " AdimND=" << sys.P.val.size()
+                      << " NDdim=" << sys.P.keys.size());
   LOG_LINE("HFTA STEP 0 TIME=" << watch.text());
 }
 
 bool is_sample(const InvSamples& m, uint64_t i) { return m.P.val[i].z != NO_Z && m.O.val[i].z != NO_Z; }
 
-void add_diag(BlockMatrix& P, int group, int i, double value) { P.block(group, group)[i * P.stride + i] += value; }
+void add_diag(BlockMatrix& P, int group, int i, double value) {
+  P.block(group, group)[i * P.stride + i] += value;
+}
 
 // The prior at each node, and over the swath's samples.
 void add_sparse_P_pri(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
@@ -152,8 +159,8 @@ void add_sparse_P_pri(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
     const InvSamples& m = inv.in.swaths[s].samples;
     uint64_t nsample = 0;
     for (uint64_t i = 0; i < m.P.size(); i++) nsample += is_sample(m, i);
-    // The samples of a swath count as one observation per node together. With the full weight each, priors from
-    // the data (a few cm) outweigh the vectors, and half of the drift stays in the data.
+    // The samples of a swath count as one observation per node together. With the full weight each, priors
+    // from the data (a few cm) outweigh the vectors, and half of the drift stays in the data.
     const dxyz W15 = W * (1.5 * inv.sw[s].nt / std::max<double>(1, static_cast<double>(nsample)));
     for (uint64_t i = 0; i < m.P.size(); i++) {
       if (!is_sample(m, i)) continue;
@@ -164,15 +171,17 @@ void add_sparse_P_pri(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
       for (int e = 0; e < n; e++)  // the part that isn't favoured counts once more
         for (int c = FAA ? 0 : 3; c < (FAA ? 3 : inv.TAstride); c++) {
           const double* col = entries[e].col[c];
-          add_diag(sys.P, entries[e].group, c, W15.x * col[0] * col[0] + W15.y * col[1] * col[1] + W15.z * col[2] * col[2]);
+          add_diag(sys.P, entries[e].group, c,
+                   W15.x * col[0] * col[0] + W15.y * col[1] * col[1] + W15.z * col[2] * col[2]);
         }
     }
   }
   LOG_LINE("Aerr0 nep=" << nep << " nesw=" << nesw);
 }
 
-// Penalty w (x_a - x_b)^2 between neighbouring nodes, relative to the weight that the line's nodes have. That ratio
-// is at most 1: a wide prior would otherwise tie all nodes together, although it says nothing about their change.
+// Penalty w (x_a - x_b)^2 between neighbouring nodes, relative to the weight that the line's nodes have. That
+// ratio is at most 1: a wide prior would otherwise tie all nodes together, although it says nothing about
+// their change.
 void add_smoothness(const InvCalDrift& inv, const dxyz& W, SparseP& sys) {
   if (!(inv.Kreg > 0)) return;
   const int stride = inv.TAstride;
@@ -240,15 +249,16 @@ SparseList sparsify_more(const InvCalDrift& inv, const BlockMatrix& P) {
     }
   });
   const double dim2 = static_cast<double>(inv.dim) * inv.dim;
-  LOG_LINE("sparsify_more dim*dim=" << dim2 << " fill=" << (2.0 * static_cast<double>(list.n) + inv.dim) / dim2);
+  LOG_LINE("sparsify_more dim*dim=" << dim2
+                                    << " fill=" << (2.0 * static_cast<double>(list.n) + inv.dim) / dim2);
   return list;
 }
 }  // namespace
 
 bool invert_HFTA(InvCalDrift& inv) {
-  LOG_ENTER("invert_HFTA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << inv.Cpri.x << ' ' << inv.Cpri.y
-                                  << ' ' << inv.Cpri.z << " Kreg=" << inv.Kreg << " Epri=" << inv.par.Epri
-                                  << " NR_BOOST=" << NR_BOOST);
+  LOG_ENTER("invert_HFTA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << inv.Cpri.x << ' '
+                                  << inv.Cpri.y << ' ' << inv.Cpri.z << " Kreg=" << inv.Kreg
+                                  << " Epri=" << inv.par.Epri << " NR_BOOST=" << NR_BOOST);
   inv.x.resize(inv.dim, 0.0);
   if (inv.dim == 0) return true;
   SparseP sys;
@@ -289,7 +299,8 @@ void comp_res_TA(InvCalDrift& inv) {
       }
       xyz& d = p.Def.val[i];
       d -= to_xyz(model);
-      sum2 += {static_cast<double>(d.x) * d.x, static_cast<double>(d.y) * d.y, static_cast<double>(d.z) * d.z};
+      sum2 +=
+          {static_cast<double>(d.x) * d.x, static_cast<double>(d.y) * d.y, static_cast<double>(d.z) * d.z};
     }
   }
   const double n = std::max<double>(1, static_cast<double>(inv.nvec_used));

@@ -88,9 +88,14 @@ TEST(OptimCG, ScalesOverManyOrdersOfMagnitude) {  // metres beside radians: diag
 }
 
 TEST(OptimCG, CholeskyRefusesWhatIsNotPositiveDefinite) {
-  const struct { const char* what; double p00, p01, p11; } cases[] = {
-      {"zero pivot", 1, 1, 1}, {"indefinite", 1, 2, 1}, {"negative", -1, 0, 1}, {"zero", 0, 0, 0},
-      {"not a number", NOT_A_NUMBER, 0, 1}};
+  const struct {
+    const char* what;
+    double p00, p01, p11;
+  } cases[] = {{"zero pivot", 1, 1, 1},
+               {"indefinite", 1, 2, 1},
+               {"negative", -1, 0, 1},
+               {"zero", 0, 0, 0},
+               {"not a number", NOT_A_NUMBER, 0, 1}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     Image<double> P(2, 2), M(1, 1, 5.0);
@@ -136,7 +141,10 @@ TEST(OptimCG, SparseSpecialCases) {
 }
 
 TEST(OptimCG, SparseRefusals) {
-  const struct { const char* what; void (*spoil)(Sparse&); } cases[] = {
+  const struct {
+    const char* what;
+    void (*spoil)(Sparse&);
+  } cases[] = {
       {"u = v, value 0", [](Sparse& s) { s.V(0) = 0, s.A(0) = 0; }},
       {"u > v", [](Sparse& s) { s.U(0) = 2; }},
       {"index out of range", [](Sparse& s) { s.V(1) = 3; }},
@@ -186,5 +194,6 @@ TEST(OptimCG, DumpsHoldTheSystem) {
   OPTIM_DEBUG = {};
   EXPECT_EQ(read_text(dir.path + "/M_").substr(0, 36), "0 0 4.000000\n1 0 1.000000\n2 0 0.0000");
   EXPECT_EQ(read_text(dir.path + "/Y.mat").substr(0, 42), "#type: matrix\n#rows: 3\n#columns: 1\n0.5\n0.8");
-  for (const char* name : {"Y_", "D", "M", "Y", "M.mat", "X"}) EXPECT_TRUE(exists(dir.path + "/" + name)) << name;
+  for (const char* name : {"Y_", "D", "M", "Y", "M.mat", "X"})
+    EXPECT_TRUE(exists(dir.path + "/" + name)) << name;
 }

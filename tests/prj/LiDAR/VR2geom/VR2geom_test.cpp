@@ -44,7 +44,10 @@ TrajFrame level_north() {  // flying north, level, no mount: u north, v east, w 
 }  // namespace
 
 TEST(VR2geom, BodyAxesInTheWorld) {
-  const struct { const char* what; xyz att, forward, right, down; } cases[] = {
+  const struct {
+    const char* what;
+    xyz att, forward, right, down;
+  } cases[] = {
       {"north", {0, 0, 0}, {0, 1, 0}, {1, 0, 0}, {0, 0, -1}},
       {"east", {0, 0, 90}, {1, 0, 0}, {0, -1, 0}, {0, 0, -1}},
       {"nose up", {0, 90, 0}, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}},
@@ -79,7 +82,11 @@ TEST(VR2geom, ColumnsAreDerivativesOfTheExactModel) {
         return (exact_point(v, plus, generic) - exact_point(v, minus, generic)) / (2 * h);
       };
       // Tolerances: f32 of vectors of some 250 m, columns of up to that length.
-      const struct { const char* what; const xyz& col; std::function<void(ExactParam&, double)> set; } cases[] = {
+      const struct {
+        const char* what;
+        const xyz& col;
+        std::function<void(ExactParam&, double)> set;
+      } cases[] = {
           {"lever X", cols.lever[0], [](ExactParam& p, double h) { p.lever.x = h; }},
           {"lever Y", cols.lever[1], [](ExactParam& p, double h) { p.lever.y = h; }},
           {"lever Z", cols.lever[2], [](ExactParam& p, double h) { p.lever.z = h; }},
@@ -92,8 +99,8 @@ TEST(VR2geom, ColumnsAreDerivativesOfTheExactModel) {
       };
       for (const auto& c : cases) expect_near(c.col, derivative(c.set, 1e-5), 3e-3, c.what);
       for (int k = 0; k < N_INTERNAL; k++)
-        expect_near(cols.internal[k],
-                    derivative([k](ExactParam& p, double h) { p.internal[k] = h; }, 1e-5), 2e-3, "internal");
+        expect_near(cols.internal[k], derivative([k](ExactParam& p, double h) { p.internal[k] = h; }, 1e-5),
+                    2e-3, "internal");
     }
 }
 
@@ -155,10 +162,10 @@ TEST(VR2geom, MountRotations) {
   chMount2R(group, {turned, zero}, false, rot);
   chMount2R(group, {turned, zero}, true, arot);
   expect_near(rotate(rot[0].M, rotate_t(rot[0].M, {1, 2, 3})), {1, 2, 3}, 1e-6, "orthonormal");
-  EXPECT_LT(rot[0].M.row[0].x, 0);                    // turned by 170 degrees
-  EXPECT_EQ(rot[1].M.row[0], (xyz{1, 0, 0}));         // the second group has no rotation
-  EXPECT_EQ(rot[2].Q.row[1], (xyz{0, 1, 0}));         // nor have fixed swaths
-  EXPECT_EQ(arot[0].M.row[0], (xyz{1, 0, 0}));        // the attitudes are rotated already
+  EXPECT_LT(rot[0].M.row[0].x, 0);              // turned by 170 degrees
+  EXPECT_EQ(rot[1].M.row[0], (xyz{1, 0, 0}));   // the second group has no rotation
+  EXPECT_EQ(rot[2].Q.row[1], (xyz{0, 1, 0}));   // nor have fixed swaths
+  EXPECT_EQ(arot[0].M.row[0], (xyz{1, 0, 0}));  // the attitudes are rotated already
   EXPECT_EQ(arot[0].Q.row[0], rot[0].Q.row[0]);
 }
 
@@ -184,9 +191,11 @@ TEST(VR2geom, RotatedAttitudesReplaceTheImuRows) {
 
 TEST(VR2geom, TablesOverTime) {
   const Vector<xyz> Tt{{1, 0, -1}, {3, 2, -5}, {4, 2, -5}}, At{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}};
-  const struct { double t; xyz T; } cases[] = {
-      {-1e9, {1, 0, -1}}, {10, {1, 0, -1}}, {11, {2, 1, -3}}, {12, {3, 2, -5}}, {13.5, {3.75f, 2, -5}},
-      {14, {4, 2, -5}},   {15, {4, 2, -5}}, {1e300, {4, 2, -5}}};
+  const struct {
+    double t;
+    xyz T;
+  } cases[] = {{-1e9, {1, 0, -1}},     {10, {1, 0, -1}}, {11, {2, 1, -3}}, {12, {3, 2, -5}},
+               {13.5, {3.75f, 2, -5}}, {14, {4, 2, -5}}, {15, {4, 2, -5}}, {1e300, {4, 2, -5}}};
   for (const auto& c : cases) {
     xyz T, A;
     InterpTA(c.t, 10, 2, Tt, At, T, A);
@@ -219,7 +228,7 @@ TEST(VR2geom, CorrectionImageSample) {
   const xyz hole = sample_corr_img(img, 3.25, 2.5);
   EXPECT_NEAR(hole.z, 0.5, 1e-5);
   EXPECT_LT(hole.x, 10);
-  EXPECT_NEAR(sample_corr_img(img, 0, 0).z, 0.5, 1e-5);    // part of the support is outside
+  EXPECT_NEAR(sample_corr_img(img, 0, 0).z, 0.5, 1e-5);  // part of the support is outside
   for (const dxyz& at : {dxyz{-3, 0, 0}, dxyz{1e30, 0, 0}, dxyz{0, 9, 0}, dxyz{std::nan(""), 0, 0}})
     EXPECT_EQ(sample_corr_img(img, at.x, at.y).z, NO_Z);
 }

@@ -21,13 +21,13 @@ dxyz exact_point(const ExactView& view, const ExactParam& par, bool generic) {
   if (generic) {
     s += {I[5] * th * th, th * (I[2] + th * (I[3] + th * I[4])), th * th * (I[0] + th * (I[1] + th * I[6]))};
   } else {
-    s = s * ((R + I[0]) / R * (1 + I[1]));                    // range
+    s = s * ((R + I[0]) / R * (1 + I[1]));                             // range
     s = turn(0, I[2] * th + I[3] * th * th + I[4] * th * th * th, s);  // scan angle, in the scan plane
     s.x += I[5] * (R - view.s.z);
   }
-  dxyz body = turn_rpy(view.bore * RAD, s);        // scanner to mount
+  dxyz body = turn_rpy(view.bore * RAD, s);  // scanner to mount
   body = turn_rpy(par.bore, body) + par.lever;
-  body = turn_rpy(view.imu * RAD, body);           // mount to body
+  body = turn_rpy(view.imu * RAD, body);  // mount to body
   const dxyz ned = turn_rpy(view.Att * RAD + par.A, body);
   return view.O + par.T + dxyz{ned.y, ned.x, -ned.z};  // north-east-down to east-north-up
 }

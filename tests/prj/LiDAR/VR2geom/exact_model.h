@@ -7,13 +7,13 @@ struct ExactParam {        // corrections to be added
   dxyz lever = {0, 0, 0};  // m
   dxyz bore = {0, 0, 0};   // rad
   double internal[7] = {};
-  dxyz T = {0, 0, 0};      // m
-  dxyz A = {0, 0, 0};      // rad
+  dxyz T = {0, 0, 0};  // m
+  dxyz A = {0, 0, 0};  // rad
 };
-struct ExactView {   // one measurement
-  dxyz O, Att;       // m; degrees
-  dxyz imu, bore;    // mount angles, degrees
-  dxyz s;            // in internal coordinates, m
+struct ExactView {  // one measurement
+  dxyz O, Att;      // m; degrees
+  dxyz imu, bore;   // mount angles, degrees
+  dxyz s;           // in internal coordinates, m
 };
 // World position of the point with these corrections. generic: the polynomial internal model.
 dxyz exact_point(const ExactView& view, const ExactParam& par, bool generic);

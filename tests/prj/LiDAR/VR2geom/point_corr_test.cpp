@@ -12,13 +12,19 @@ Vector<PO> track(double rate = 100) {  // 20 s at 22 m/s, gentle motion
   Vector<PO> po(n);
   for (int i = 0; i < n; i++) {
     const double t = i / rate;
-    po(i) = {1000 + t, 500000 + 22 * t, 5300000 + 3 * std::sin(t / 3), 500 + std::sin(t / 4),
-             static_cast<float>(3 * std::sin(t)), static_cast<float>(2 + std::sin(t / 2)), static_cast<float>(85 + t)};
+    po(i) = {1000 + t,
+             500000 + 22 * t,
+             5300000 + 3 * std::sin(t / 3),
+             500 + std::sin(t / 4),
+             static_cast<float>(3 * std::sin(t)),
+             static_cast<float>(2 + std::sin(t / 2)),
+             static_cast<float>(85 + t)};
   }
   return po;
 }
 dxyz exact_with(const PO& rec, const dxyz& s, const ExactParam& par) {
-  return exact_point({{rec.x, rec.y, rec.z}, {rec.roll, rec.pitch, rec.yaw}, {0, 0, 0}, {0, 0, 0}, s}, par, false);
+  return exact_point({{rec.x, rec.y, rec.z}, {rec.roll, rec.pitch, rec.yaw}, {0, 0, 0}, {0, 0, 0}, s}, par,
+                     false);
 }
 void expect_near(const xyz& a, const dxyz& b, double tol) {
   EXPECT_NEAR(a.x, b.x, tol);
@@ -106,9 +112,11 @@ TEST(PointCorr, TimesOutsideTheTrajectory) {
   c.CL = true;
   c.L = {1, 0, 0};
   ASSERT_TRUE(init_SwathCorr(c));
-  const struct { double t; bool ok; } cases[] = {{999.95, true}, {999.8, false}, {1000, true}, {1020, true},
-                                                 {1020.05, true}, {1020.2, false}, {-2e307, false},
-                                                 {std::nan(""), false}, {HUGE_VAL, false}};
+  const struct {
+    double t;
+    bool ok;
+  } cases[] = {{999.95, true},  {999.8, false},  {1000, true},          {1020, true},     {1020.05, true},
+               {1020.2, false}, {-2e307, false}, {std::nan(""), false}, {HUGE_VAL, false}};
   CorrCursor cursor;
   for (const auto& k : cases) {
     const xyz C = comp_point_corr(c, cursor, {500000, 5300000, 300}, k.t);

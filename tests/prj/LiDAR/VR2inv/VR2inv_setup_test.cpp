@@ -32,8 +32,10 @@ InvInput small_input(int n = 20) {
 }  // namespace
 
 TEST(InvSetup, NodesOfASwath) {
-  const struct { double T, dt; int nt; } cases[] = {
-      {100, 0, 1}, {4, 10, 2}, {14, 10, 2}, {15, 10, 3}, {24.9, 10, 3}, {25, 10, 4}, {0, 10, 2}};
+  const struct {
+    double T, dt;
+    int nt;
+  } cases[] = {{100, 0, 1}, {4, 10, 2}, {14, 10, 2}, {15, 10, 3}, {24.9, 10, 3}, {25, 10, 4}, {0, 10, 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "T " << c.T << " dt " << c.dt);
     InvInput in = small_input();
@@ -73,9 +75,16 @@ TEST(InvSetup, ChannelsShareTheNodesOfTheirLine) {
 }
 
 TEST(InvSetup, PairFilters) {
-  const struct { int GRPC, REFC; bool use[3]; bool ok; } cases[] = {  // pair 0 mobile, 1 and 2 with the reference
-      {1, 1, {true, true, true}, true},   {1, 0, {true, false, false}, true}, {1, 2, {false, true, true}, true},
-      {2, 0, {false, false, false}, false}, {0, 1, {true, true, true}, true}};
+  const struct {
+    int GRPC, REFC;
+    bool use[3];
+    bool ok;
+  } cases[] = {// pair 0 mobile, 1 and 2 with the reference
+               {1, 1, {true, true, true}, true},
+               {1, 0, {true, false, false}, true},
+               {1, 2, {false, true, true}, true},
+               {2, 0, {false, false, false}, false},
+               {0, 1, {true, true, true}, true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "GRPC " << c.GRPC << " REFC " << c.REFC);
     InvInput in = small_input();
@@ -90,16 +99,28 @@ TEST(InvSetup, PairFilters) {
 
 TEST(InvSetup, VectorsAdmittedAndTheirWeights) {
   constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
-  const struct { const char* what; void (*spoil)(InvInput&); bool kept; } cases[] = {
+  const struct {
+    const char* what;
+    void (*spoil)(InvInput&);
+    bool kept;
+  } cases[] = {
       {"as it is", [](InvInput&) {}, true},
       {"at the limit", [](InvInput& in) { in.pairs[0].Unc(0).y = 0.5f; }, false},
       {"just below", [](InvInput& in) { in.pairs[0].Unc(0).y = 0.49999f; }, true},
-      {"no trajectory", [](InvInput& in) { in.pairs[0].O2(0) = {1000, 1000, -9999}; }, false},
+      {"no trajectory",
+       [](InvInput& in) {
+         in.pairs[0].O2(0) = {1000, 1000, -9999};
+       },
+       false},
       {"uncertainty not a number", [](InvInput& in) { in.pairs[0].Unc(0).z = NaN; }, false},
       {"negative uncertainty", [](InvInput& in) { in.pairs[0].Unc(0).z = -1; }, false},
       {"displacement not a number", [](InvInput& in) { in.pairs[0].Def(0).x = NaN; }, false},
       {"infinite time", [](InvInput& in) { in.pairs[0].t1(0) = HUGE_VAL; }, false},
-      {"uncertainty zero", [](InvInput& in) { in.pairs[0].Unc(0) = {0, 0, 0}; }, true},
+      {"uncertainty zero",
+       [](InvInput& in) {
+         in.pairs[0].Unc(0) = {0, 0, 0};
+       },
+       true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -128,8 +149,11 @@ TEST(InvSetup, VectorsAdmittedAndTheirWeights) {
 }
 
 TEST(InvSetup, OverlapInTime) {
-  const struct { double overlap; double dt; bool ok; } cases[] = {
-      {0.05, 10, true}, {0.2, 10, false}, {0.2, 0, true}, {-5, 10, true}};
+  const struct {
+    double overlap;
+    double dt;
+    bool ok;
+  } cases[] = {{0.05, 10, true}, {0.2, 10, false}, {0.2, 0, true}, {-5, 10, true}};
   for (const auto& c : cases) {
     InvInput in = small_input();
     in.swaths[1].tmin = in.swaths[0].tmax - c.overlap;
@@ -142,9 +166,14 @@ TEST(InvSetup, OverlapInTime) {
 }
 
 TEST(InvSetup, AdjustmentOfPrecisions) {
-  const struct { int UADJ; double c; bool changed; double W; } cases[] = {
-      {1, 1.41, false, 100}, {1, 2, true, 25}, {3, 1.2, true, 100 / 1.44}, {3, 0.5, true, 100},
-      {2, 2, true, 25},  // the residuals' variance, as it is larger
+  const struct {
+    int UADJ;
+    double c;
+    bool changed;
+    double W;
+  } cases[] = {
+      {1, 1.41, false, 100}, {1, 2, true, 25}, {3, 1.2, true, 100 / 1.44},
+      {3, 0.5, true, 100},   {2, 2, true, 25},  // the residuals' variance, as it is larger
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "UADJ " << c.UADJ << " c " << c.c);

@@ -60,7 +60,11 @@ TEST(Inversion, CalibrationComesBackWithinItsUncertainty) {
     void (*ask)(InvParam&);
   } cases[] = {
       {"boresight", [](SimParam&) {}, [](InvParam&) {}},
-      {"lever", [](SimParam& s) { s.lever = {0.2, -0.15, 0}; }, [](InvParam& p) { p.Fx = p.Fy = true; }},
+      {"lever",
+       [](SimParam& s) {
+         s.lever = {0.2, -0.15, 0};
+       },
+       [](InvParam& p) { p.Fx = p.Fy = true; }},
       {"range scale", [](SimParam& s) { s.internal[1] = 4e-4; }, [](InvParam& p) { p.FE[1] = true; }},
       {"scan angle scale", [](SimParam& s) { s.internal[2] = 2e-3; }, [](InvParam& p) { p.FE[2] = true; }},
       {"scan angle terms", [](SimParam& s) { s.internal[3] = -2e-3, s.internal[4] = 6e-3; },
@@ -80,11 +84,20 @@ TEST(Inversion, CalibrationComesBackWithinItsUncertainty) {
       expect_noise_left(r, 0.09);  // with the second order terms of the planted angles
       ASSERT_EQ(r.calib.size(), 1u);
       const Calib& cal = r.calib[0];
-      const double found[] = {cal.L.x, cal.L.y, cal.B.x, cal.B.y, cal.B.z, cal.I(0), cal.I(1), cal.I(2), cal.I(3),
-                              cal.I(4), cal.I(5)};
+      const double found[] = {cal.L.x,  cal.L.y,  cal.B.x,  cal.B.y,  cal.B.z, cal.I(0),
+                              cal.I(1), cal.I(2), cal.I(3), cal.I(4), cal.I(5)};
       const double* I = s.internal;
-      const double truth[] = {s.lever.x, s.lever.y, s.bore.x / DEGREE, s.bore.y / DEGREE, s.bore.z / DEGREE,
-                              I[0], I[1], I[2], I[3], I[4], I[5]};
+      const double truth[] = {s.lever.x,
+                              s.lever.y,
+                              s.bore.x / DEGREE,
+                              s.bore.y / DEGREE,
+                              s.bore.z / DEGREE,
+                              I[0],
+                              I[1],
+                              I[2],
+                              I[3],
+                              I[4],
+                              I[5]};
       const std::vector<std::string> order = {"x", "y", "w", "p", "k", "I1", "I2", "I3", "I4", "I5", "I6"};
       for (size_t i = 0; i < r.cal_names.size(); i++) {
         const size_t k = std::find(order.begin(), order.end(), r.cal_names[i]) - order.begin();
@@ -107,7 +120,8 @@ TEST(Inversion, ReportedUncertaintyIsTheScatter) {
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
     const dxyz e = to_dxyz(r.calib[0].B) - s.bore / DEGREE;
-    sum2 += {std::pow(e.x / r.cal_sigma(0), 2), std::pow(e.y / r.cal_sigma(1), 2), std::pow(e.z / r.cal_sigma(2), 2)};
+    sum2 += {std::pow(e.x / r.cal_sigma(0), 2), std::pow(e.y / r.cal_sigma(1), 2),
+             std::pow(e.z / r.cal_sigma(2), 2)};
   }
   // The scatter of a standard deviation from 60 trials is 9%.
   EXPECT_NEAR(std::sqrt(sum2.x / N), 1, 0.28);

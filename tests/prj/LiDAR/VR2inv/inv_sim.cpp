@@ -39,7 +39,8 @@ Mat attitude(const dxyz& deg) {
 }
 
 double ground(double x, double y) {
-  return 12 * std::sin(x / 140) * std::cos(y / 190) + 4 * std::sin((x + y) / 55) + 3 * std::cos((x - 2 * y) / 37);
+  return 12 * std::sin(x / 140) * std::cos(y / 190) + 4 * std::sin((x + y) / 55) +
+         3 * std::cos((x - 2 * y) / 37);
 }
 
 class Drift {  // a sum of sines with random phases: standard deviation 1, correlation time about tau
@@ -77,7 +78,8 @@ struct Flight {
   double across(double x, double y) const { return (x - s.x) * dir().y - (y - s.y) * dir().x; }
   bool sees(double x, double y) const {
     const double along = (x - s.x) * dir().x + (y - s.y) * dir().y;
-    return std::fabs(along) < s.length / 2 && std::fabs(across(x, y)) < s.height * std::tan(par.half_fov * RAD);
+    return std::fabs(along) < s.length / 2 &&
+           std::fabs(across(x, y)) < s.height * std::tan(par.half_fov * RAD);
   }
   dxyz O(double t) const {
     const double d = (t - t0 - duration() / 2) * speed;
@@ -133,7 +135,8 @@ SimProject simulate(const SimParam& par) {
   for (const SimStrip& s : par.strips) {
     std::vector<Drift> drift;
     for (int k = 0; k < 6; k++) drift.emplace_back(gen, par.drift_time);
-    const dxyz c = {par.const_pos.x * normal(gen), par.const_pos.y * normal(gen), par.const_pos.z * normal(gen)};
+    const dxyz c = {par.const_pos.x * normal(gen), par.const_pos.y * normal(gen),
+                    par.const_pos.z * normal(gen)};
     flights.push_back({s, par.speed, t0, drift, par, c});
     t0 += s.length / par.speed + 60;
   }
