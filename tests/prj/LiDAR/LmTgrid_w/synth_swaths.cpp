@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <random>
 
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/tuning.h"
@@ -32,9 +33,11 @@ Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& st
     line.tstart = s.tstart;
     line.height = synth_height;
     std::vector<TestPoint> points = fly_line(line);
+    std::mt19937 gen(static_cast<uint32_t>(i) + 1);
+    std::normal_distribution<double> noise(0, s.noise);
     for (TestPoint& p : points) {
       const double e[3] = {static_cast<double>(s.error.x), static_cast<double>(s.error.y), static_cast<double>(s.error.z)};
-      p.x += e[0], p.y += e[1], p.z += e[2];
+      p.x += e[0], p.y += e[1], p.z += e[2] + noise(gen);
     }
     Swath sw;
     sw.path = dir.path + "/s" + std::to_string(i) + ".las";

@@ -12,7 +12,8 @@ struct SynthStrip {
   double east = 0;          // m, of the strip's axis from the first one's
   xyz error = {0, 0, 0};    // m, added to every point
   double tstart = 1000000;  // s
-  double length = 280, width = 130, density = 12;
+  double length = 280, width = 130, density = 9;
+  double noise = 0.03;      // m, standard deviation of the heights; without any, a registration finds no scale
   bool fixed = false;
 };
 
