@@ -1,8 +1,8 @@
 // lib/ImgProc/bspline3.h
 // Cubic B-spline interpolation: coefficients of lines and images, and the basis functions.
 // The boundary is mirrored about the end samples: index -i is i, and n - 1 + i is n - 1 - i.
-// Source: Unser, Aldroubi, Eden, B-spline signal processing, IEEE Trans. Signal Processing 41 (1993), recursive
-// filtering with the pole sqrt(3) - 2.
+// Source: Unser, Aldroubi, Eden, B-spline signal processing, IEEE Trans. Signal Processing 41 (1993),
+// recursive filtering with the pole sqrt(3) - 2.
 #pragma once
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
@@ -14,8 +14,8 @@ void bspline3_coef(Image<float>& image);  // along columns, then along rows
 // Index after reflection at the ends of a line of n samples, one reflection only: -i and 2n - 2 - i.
 inline int bspline3_mirror(int i, int n) { return i < 0 ? -i : i >= n ? 2 * n - 2 - i : i; }
 
-// Weights of the four coefficients floor(x) - 1 .. floor(x) + 2 for the fraction t of x, and their derivatives.
-// T: float, double, or a vector type of them.
+// Weights of the four coefficients floor(x) - 1 .. floor(x) + 2 for the fraction t of x, and their
+// derivatives. T: float, double, or a vector type of them.
 template <typename T>
 [[gnu::always_inline]] inline void bspline3_weights(const T& t, T w[4]) {
   const T t3 = t * t * t * (1.0f / 6.0f);
@@ -40,5 +40,6 @@ template <typename T>
   d[2] = 1.0f - 3.0f * t;
 }
 
-// Value of a line given by its coefficients, anywhere in [0, n - 1]; 0 where more than one reflection is needed.
+// Value of a line given by its coefficients, anywhere in [0, n - 1]; 0 where more than one reflection is
+// needed.
 float bspline3_value(const Vector<float>& coef, double x);

@@ -1,9 +1,9 @@
 // lib/Optim/optNLCG.h
 // OptNLCG: non-linear conjugate gradients on the gradient alone, in single precision.
 // beta is the Fletcher-Reeves quotient, with a restart every 20 iterations. The line search finds
-// the zero of the slope d . g between two points of opposite sign: doubling, bisection until the slope is nearly
-// linear, secant. Source of the method: Fletcher, Reeves, Function minimization by conjugate gradients, Comput. J. 7
-// (1964).
+// the zero of the slope d . g between two points of opposite sign: doubling, bisection until the slope is
+// nearly linear, secant. Source of the method: Fletcher, Reeves, Function minimization by conjugate
+// gradients, Comput. J. 7 (1964).
 #pragma once
 #include <algorithm>
 #include <cmath>
@@ -16,9 +16,10 @@ struct NLCGwork {  // working vectors, kept by the caller between calls
   Vector<float> g, d, X0;
 };
 struct NLCGresult {
-  int niter = 0;      // iterations done
-  int neval = 0;      // gradients evaluated
-  bool div = false;   // the line search found no bracket, or the objective rose: V is what it was before the run
+  int niter = 0;  // iterations done
+  int neval = 0;  // gradients evaluated
+  bool div =
+      false;  // the line search found no bracket, or the objective rose: V is what it was before the run
 };
 
 namespace optnlcg {
@@ -28,7 +29,8 @@ constexpr float LINEAR = 0.05f;                                   // largest ben
 
 inline double dot(const Vector<float>& a, const Vector<float>& b) {
   double sum = 0;
-  for (uint64_t i = 0; i < a.size(); i++) sum += static_cast<double>(a.val[i]) * static_cast<double>(b.val[i]);
+  for (uint64_t i = 0; i < a.size(); i++)
+    sum += static_cast<double>(a.val[i]) * static_cast<double>(b.val[i]);
   return sum;
 }
 // wild and prec hold one value for all parameters, or one each.
@@ -91,8 +93,8 @@ inline double secant(const Bracket& b) {
   return s > 0 ? s : 0;
 }
 
-// The zero of the slope by secants, until the next one would move no parameter by its precision. Leaves V and g
-// there. One pass is the rule, as the slope is nearly linear by now.
+// The zero of the slope by secants, until the next one would move no parameter by its precision. Leaves V and
+// g there. One pass is the rule, as the slope is nearly linear by now.
 template <typename Func>
 void find_zero(Line<Func>& line, Bracket& b, double maxstep) {
   double s = secant(b);
@@ -105,13 +107,14 @@ void find_zero(Line<Func>& line, Bracket& b, double maxstep) {
 }
 }  // namespace optnlcg
 
-// Minimises from V, in place. func(g, V) writes the descent direction (minus the gradient) at V into g, of V's size,
-// and gives the objective's value, or constant 0 where none is computed. wild: the largest first move of a parameter
-// in a line search; prec: the move below which it counts as settled; both of size 1 or of V's size (asserted).
-// Ends when all parameters are settled (after 4 iterations at the earliest), at niter iterations, or diverged.
+// Minimises from V, in place. func(g, V) writes the descent direction (minus the gradient) at V into g, of
+// V's size, and gives the objective's value, or constant 0 where none is computed. wild: the largest first
+// move of a parameter in a line search; prec: the move below which it counts as settled; both of size 1 or of
+// V's size (asserted). Ends when all parameters are settled (after 4 iterations at the earliest), at niter
+// iterations, or diverged.
 template <typename Func>
-NLCGresult OptNLCG(Vector<float>& V, Func&& func, const Vector<float>& wild, const Vector<float>& prec, int64_t niter,
-                   NLCGwork& w) {
+NLCGresult OptNLCG(Vector<float>& V, Func&& func, const Vector<float>& wild, const Vector<float>& prec,
+                   int64_t niter, NLCGwork& w) {
   using namespace optnlcg;
   const uint64_t dim = V.size(), dimwild = wild.size(), dimprec = prec.size();
   ASSERT(dimwild == dim || dimwild == 1);
@@ -152,8 +155,7 @@ NLCGresult OptNLCG(Vector<float>& V, Func&& func, const Vector<float>& wild, con
     res.niter++;
 
     bool settled = iter > 2;
-    for (uint64_t i = 0; i < dim && settled; i++)
-      settled = std::fabs(V.val[i] - w.X0.val[i]) < at(prec, i);
+    for (uint64_t i = 0; i < dim && settled; i++) settled = std::fabs(V.val[i] - w.X0.val[i]) < at(prec, i);
     if (settled) break;
     const double gg_new = dot(w.g, w.g);
     if (gg_new == 0) break;

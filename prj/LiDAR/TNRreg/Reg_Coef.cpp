@@ -10,8 +10,8 @@
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
 namespace {
-// Works on heights above their mean: the precisions that close the holes and the recursive filters are of single
-// precision, and both leave a constant alone.
+// Works on heights above their mean: the precisions that close the holes and the recursive filters are of
+// single precision, and both leave a constant alone.
 void comp_coef(Image<float>& Z) {
   Image<float> W(Z.xsize(), Z.ysize(), 1.0f);
   double sum = 0;

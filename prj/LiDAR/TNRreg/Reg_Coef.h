@@ -1,5 +1,6 @@
 // prj/LiDAR/TNRreg/Reg_Coef.h
-// Heights with holes to cubic B-spline coefficients: holes closed by belief propagation, then the spline transform.
+// Heights with holes to cubic B-spline coefficients: holes closed by belief propagation, then the spline
+// transform.
 #pragma once
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"

@@ -10,10 +10,10 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
-constexpr float NR_NODATA = -9999.0f;     // a height without data; a vertex (its z) without estimate
-constexpr float NR_NO_UNC = 1000.0f;      // uncertainty of a vertex without estimate
-constexpr int MG_SKIP = 2;                // level J works on pyramid level max(J - MG_SKIP, 0)
-constexpr int NR_JMAX = 5;                // coarsest level: 2 x 2 vertices a tile
+constexpr float NR_NODATA = -9999.0f;  // a height without data; a vertex (its z) without estimate
+constexpr float NR_NO_UNC = 1000.0f;   // uncertainty of a vertex without estimate
+constexpr int MG_SKIP = 2;             // level J works on pyramid level max(J - MG_SKIP, 0)
+constexpr int NR_JMAX = 5;             // coarsest level: 2 x 2 vertices a tile
 
 // Levels of a registration and the margin that the moved images need for them.
 struct RegLevels {
@@ -24,8 +24,8 @@ struct RegLevels {
 
 // The levels for the options -init (0..4) and -coarse (0..2); see docs of the body for the capture range.
 RegLevels comp_reg_levels(int init, int coarse);
-// Final level for the option -coarse and the pixels along a microtile: coarser where a vertex cell would hold too
-// few pixels for three unknowns a vertex (the gridding kernel ties pixels over about 5 together).
+// Final level for the option -coarse and the pixels along a microtile: coarser where a vertex cell would hold
+// too few pixels for three unknowns a vertex (the gridding kernel ties pixels over about 5 together).
 int comp_Jend(int coarse, int dim);
 
 // Vertices along the side of a tile at level J.
@@ -37,42 +37,42 @@ uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels);
 // The images of a pair, one per tile; n = 32 * dim pixels along a tile's side. Row 0 is the southern edge,
 // pixel (0, 0) is the tile's lower left corner, where vertex (0, 0) stands too.
 struct NRpair {
-  Image<int16_t> TI;           // tile number by tile cell of the pair's frame, -1 none; y upward
-  Vector<Image<float>> img1;   // moved heights (first swath), n + 2 * buf square; NR_NODATA in holes
-  Vector<Image<float>> img2;   // reference heights (second swath), n square
-  int buf = 0;                 // margin of img1
-  int dim = 0;                 // pixels along the side of a microtile
-  float mTsize = 0;            // m, side of a microtile
+  Image<int16_t> TI;          // tile number by tile cell of the pair's frame, -1 none; y upward
+  Vector<Image<float>> img1;  // moved heights (first swath), n + 2 * buf square; NR_NODATA in holes
+  Vector<Image<float>> img2;  // reference heights (second swath), n square
+  int buf = 0;                // margin of img1
+  int dim = 0;                // pixels along the side of a microtile
+  float mTsize = 0;           // m, side of a microtile
 
   // Filled on the way, left alone by the caller.
-  Vector<Image<uint8_t>> F;    // 1 where img1 had data
-  bool coef = false;           // img1 holds spline coefficients instead of heights
+  Vector<Image<uint8_t>> F;  // 1 where img1 had data
+  bool coef = false;         // img1 holds spline coefficients instead of heights
 };
 
 struct NRparam {
-  int Jstart = 2;         // levels, from comp_reg_levels
+  int Jstart = 2;  // levels, from comp_reg_levels
   int Jend = 0;
-  int nthreads = 1;       // no result depends on it
-  std::string cache;      // deformation cache of the pair (".rpc.d0"); empty: none is read or written
-  bool cached = false;    // take the deformation from the cache instead of computing it
+  int nthreads = 1;     // no result depends on it
+  std::string cache;    // deformation cache of the pair (".rpc.d0"); empty: none is read or written
+  bool cached = false;  // take the deformation from the cache instead of computing it
 };
 
 // Statistics of the height differences reference - moved, in height units.
 struct DZstat {
-  float m = 0;        // median
-  float s = 0;        // robust scale about the median
-  float rms = 0;      // hypot(m, s)
-  float out = 1;      // fraction of outliers
-  float ff = -1;      // fraction filtered as spikes; negative: no data
-  uint64_t n = 0;     // pixels compared
+  float m = 0;     // median
+  float s = 0;     // robust scale about the median
+  float rms = 0;   // hypot(m, s)
+  float out = 1;   // fraction of outliers
+  float ff = -1;   // fraction filtered as spikes; negative: no data
+  uint64_t n = 0;  // pixels compared
 };
 
 // Optional project-wide images of the differences, sub-sampled: a cell keeps the difference of largest
 // magnitude that any pair puts there. Cells without data hold NR_NODATA.
 struct DZmap {
-  int sub = 4;            // grid pixels along a cell
-  int tx0 = 0, ty0 = 0;   // tile cell (0, 0) of the pair's frame, in tiles from the images' lower left
-  Image<float> dz0, dz;   // before and after the deformation; either may be empty
+  int sub = 4;           // grid pixels along a cell
+  int tx0 = 0, ty0 = 0;  // tile cell (0, 0) of the pair's frame, in tiles from the images' lower left
+  Image<float> dz0, dz;  // before and after the deformation; either may be empty
 };
 
 struct NRresult {
@@ -80,20 +80,23 @@ struct NRresult {
   bool from_cache = false;     // Def was read from the cache
   bool cache_written = false;  // the cache was written, whole
   // Per tile, comp_dxp(Jend) square, raster order. Def: position in the first swath less position in the
-  // second: x, y in grid pixels (times 2^max(Jend - 2, 0)), z in height units. A vertex shared by tiles stands
-  // in one of them only; its copies on right and upper edges, and all vertices without estimate, have z NR_NODATA.
+  // second: x, y in grid pixels (times 2^max(Jend - 2, 0)), z in height units. A vertex shared by tiles
+  // stands in one of them only; its copies on right and upper edges, and all vertices without estimate, have
+  // z NR_NODATA.
   Vector<Image<xyz>> Def;
-  Vector<Image<xyz>> Unc;      // standard deviations in the units of Def, NR_NO_UNC where Def has none
-  Vector<Image<float>> Zv;     // mean reference height about the vertex, NR_NODATA without
-  DZstat before, after;        // differences at displacement 0 and at Def
+  Vector<Image<xyz>> Unc;   // standard deviations in the units of Def, NR_NO_UNC where Def has none
+  Vector<Image<float>> Zv;  // mean reference height about the vertex, NR_NODATA without
+  DZstat before, after;     // differences at displacement 0 and at Def
 };
 
-// Registers a pair from coarse to fine. The images of the pair are used up: img1 holds coefficients afterwards.
-// dzmap may be null. Returns result.ok; what failed stands in the log, a failed pair is no error of the run.
-[[nodiscard]] bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result, DZmap* dzmap = nullptr);
+// Registers a pair from coarse to fine. The images of the pair are used up: img1 holds coefficients
+// afterwards. dzmap may be null. Returns result.ok; what failed stands in the log, a failed pair is no error
+// of the run.
+[[nodiscard]] bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result,
+                                   DZmap* dzmap = nullptr);
 
-// Measures a pair without solving: at displacement 0 when Def is null, else under that deformation (as returned
-// by mg_nr_reg_tiles; copied, not changed). False when nothing could be compared. Works before and after
-// mg_nr_reg_tiles on the same pair.
+// Measures a pair without solving: at displacement 0 when Def is null, else under that deformation (as
+// returned by mg_nr_reg_tiles; copied, not changed). False when nothing could be compared. Works before and
+// after mg_nr_reg_tiles on the same pair.
 [[nodiscard]] bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat,
                                 DZmap* dzmap = nullptr);

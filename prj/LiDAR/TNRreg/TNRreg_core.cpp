@@ -27,9 +27,10 @@ float max_dz(const Vector<float>& a, const Vector<float>& b) {
   return maxdev;
 }
 
-// A conjugate gradient run at fixed weights. The parameters go in units of their own curvature, so that shifts on
-// gentle slopes and heights, which differ in curvature by orders of magnitude, settle at the same pace; in plain
-// pixels and metres the first steps after each restart are too short for the soft ones, and the run ends early.
+// A conjugate gradient run at fixed weights. The parameters go in units of their own curvature, so that
+// shifts on gentle slopes and heights, which differ in curvature by orders of magnitude, settle at the same
+// pace; in plain pixels and metres the first steps after each restart are too short for the soft ones, and
+// the run ends early.
 NLCGresult run_cg(dUParamTiles& Q, Vector<float>& V, const Vector<float>& wild, const Vector<float>& prec) {
   Vector<float> scale(V.size()), unscaled(V.size()), wild_s(V.size()), prec_s(V.size());
   comp_scale(scale, Q);
@@ -102,7 +103,8 @@ bool core_nr_reg_tiles(dUParamTiles& Q, int J) {
 
 namespace {
 // Set-up of all tiles. Returns the number of tiles whose images overlap enough; 0: nothing to register.
-int setup_tiles(dUParamTiles& Q, const Vector<FCZptr>& img, const NRpair& pair, const NRlevel& lev, bool cached) {
+int setup_tiles(dUParamTiles& Q, const Vector<FCZptr>& img, const NRpair& pair, const NRlevel& lev,
+                bool cached) {
   const int64_t nt = static_cast<int64_t>(img.size());
   init_neighbours(Q, pair.TI);
   if (!cached) fill_ND_Def(Q);
@@ -132,7 +134,8 @@ int setup_tiles(dUParamTiles& Q, const Vector<FCZptr>& img, const NRpair& pair, 
 // The uncertainty stage at the last level: Unc, Zv, and Def without the vertices that are too weak.
 bool keep_certain(dUParamTiles& Q, NRresult& result) {
   comp_unc(Q, result.Unc);
-  for (uint64_t t = 0; t < Q.tile.size(); t++) delete_Vmap_unc_wb(Q.tile.val[t], result.Unc.val[t], static_cast<int>(t));
+  for (uint64_t t = 0; t < Q.tile.size(); t++)
+    delete_Vmap_unc_wb(Q.tile.val[t], result.Unc.val[t], static_cast<int>(t));
   const bool any = apply_Vmap_ND(Q);
   const xyz none = {NR_NO_UNC, NR_NO_UNC, NR_NO_UNC};
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
@@ -146,8 +149,8 @@ bool keep_certain(dUParamTiles& Q, NRresult& result) {
   return any;
 }
 
-// Writes the deformation as it stands before weak vertices go; those that were never estimated are marked, so that a
-// run from the cache has the same vertices.
+// Writes the deformation as it stands before weak vertices go; those that were never estimated are marked, so
+// that a run from the cache has the same vertices.
 bool write_cache(const dUParamTiles& Q, const std::string& path) {
   Vector<Image<xyz>> Def(Q.tile.size());
   for (uint64_t t = 0; t < Q.tile.size(); t++) {

@@ -7,7 +7,8 @@
 
 int comp_threads(const dUParamTiles& Q, uint64_t npix) {
   constexpr uint64_t MIN_PIXELS = 20000;  // a fraction of a millisecond of work
-  return static_cast<int>(std::clamp<uint64_t>(npix / MIN_PIXELS, 1, static_cast<uint64_t>(std::max(Q.nthreads, 1))));
+  return static_cast<int>(
+      std::clamp<uint64_t>(npix / MIN_PIXELS, 1, static_cast<uint64_t>(std::max(Q.nthreads, 1))));
 }
 
 void init_rows(dUParamTiles& Q) {
@@ -44,12 +45,13 @@ void th_data_dU_rows(dUParamTiles& Q, int64_t unit, int thread) {
   const int row = static_cast<int>(info.row);
   expand_cell_row(T, row, s);
   zero_cell_row(T, s);
-  for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++) grad_row(T, j, k, s);
+  for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++)
+    grad_row(T, j, k, s);
   reduce_cell_row(T, s, Q.acc.row(static_cast<int>(2 * unit)));
 }
 
-// Adds the slots up in their order, in double, and stores them as the tiles' dU. A tile's units follow each other, so
-// that a vertex row is the upper row of one unit plus the lower row of the next.
+// Adds the slots up in their order, in double, and stores them as the tiles' dU. A tile's units follow each
+// other, so that a vertex row is the upper row of one unit plus the lower row of the next.
 void merge_slots(dUParamTiles& Q) {
   for (dUParamTile& T : Q.tile) T.dU.resize(T.nv(), T.nv(), xyz{0, 0, 0});
   for (size_t k = 0; k < Q.rows.size(); k++) {
@@ -153,8 +155,8 @@ double dUdef_W_nr_reg_tiles(Vector<float>& g, uint64_t dim, const Vector<float>&
 }
 
 namespace {
-// Adds to dU what the data say about the curvature of the energy at each vertex by itself: slopes by differences of
-// the coefficients at the nearest pixel serve well enough.
+// Adds to dU what the data say about the curvature of the energy at each vertex by itself: slopes by
+// differences of the coefficients at the nearest pixel serve well enough.
 void add_data_diag(dUParamTile& T, float s, RowScratch& scratch) {
   const Image<float>& C = *T.C;
   const int nv = T.nv(), w = C.xsize(), h = C.ysize();
@@ -169,7 +171,8 @@ void add_data_diag(dUParamTile& T, float s, RowScratch& scratch) {
       if (e == 0.0f) continue;
       const float px = static_cast<float>(i + T.buf) + 0.5f + (scratch.u0x[n] + y1 * scratch.dux[n]);
       const float py = static_cast<float>(j + T.buf) + 0.5f + (scratch.u0y[n] + y1 * scratch.duy[n]);
-      if (!(px >= 1.0f && py >= 1.0f && px < static_cast<float>(w - 1) && py < static_cast<float>(h - 1))) continue;
+      if (!(px >= 1.0f && py >= 1.0f && px < static_cast<float>(w - 1) && py < static_cast<float>(h - 1)))
+        continue;
       const float* const c = C.row(static_cast<int>(py)) + static_cast<int>(px);
       const float gx = 0.5f * (c[1] - c[-1]), gy = 0.5f * (c[w] - c[-w]);
       const xyz curve = {e * gx * gx, e * gy * gy, e};
@@ -187,9 +190,7 @@ void add_data_diag(dUParamTile& T, float s, RowScratch& scratch) {
 void add_prior_diag(dUParamTile& T, const xyz& omega) {
   const int nv = T.nv();
   const auto terms = [&](int at, int step, int pos) {
-    const auto on = [&](int d) {
-      return pos + d >= 0 && pos + d < nv && T.Vmap.val[at + d * step] != V_OFF;
-    };
+    const auto on = [&](int d) { return pos + d >= 0 && pos + d < nv && T.Vmap.val[at + d * step] != V_OFF; };
     return 4.0f * (on(-1) && on(1)) + 1.0f * (on(-1) && on(-2)) + 1.0f * (on(1) && on(2));
   };
   for (int j = 0; j < nv; j++)

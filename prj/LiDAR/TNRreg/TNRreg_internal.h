@@ -1,5 +1,6 @@
 // prj/LiDAR/TNRreg/TNRreg_internal.h
-// The registration of a pair at one level: its data and the steps on it. Private to this folder and its tests.
+// The registration of a pair at one level: its data and the steps on it. Private to this folder and its
+// tests.
 //
 // With p the pixels of the region of interest, u = (ux, uy, uz) interpolated bilinearly from the vertices,
 //   E(u) = 1/2 sum_p w_p r_p^2 / s^2 + 1/2 sum_c omega_c sum_vertices (d2 u_c / dx2)^2 + (d2 u_c / dy2)^2,
@@ -18,10 +19,10 @@
 #include "lib/Optim/optNLCG.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
-constexpr int H_SIZE = 131072;        // bins of the histogram of absolute residuals; signed ones have twice as many
-constexpr float MINFRAC = 0.02f;      // least part of a tile's, or of a vertex cell's, pixels in use
+constexpr int H_SIZE = 131072;  // bins of the histogram of absolute residuals; signed ones have twice as many
+constexpr float MINFRAC = 0.02f;  // least part of a tile's, or of a vertex cell's, pixels in use
 constexpr float MINFRAC0 = 0.02f;
-constexpr uint8_t B_USED = 0x80;      // B: the pixel takes part, the low 7 bits are its weight in percent
+constexpr uint8_t B_USED = 0x80;  // B: the pixel takes part, the low 7 bits are its weight in percent
 constexpr uint8_t B_WEIGHT = 0x7f;
 constexpr uint8_t B_NEW = B_USED + 100;
 enum : uint8_t { V_OFF = 0, V_ACTIVE = 1, V_SLAVE = 2 };  // states of a vertex
@@ -33,30 +34,31 @@ struct FCZptr {  // the images of a tile at one pyramid level
 };
 
 struct dUParamTile {
-  const Image<float>* C = nullptr;  // moved image, spline coefficients, margin buf
-  const Image<float>* Z = nullptr;  // reference heights
+  const Image<float>* C = nullptr;    // moved image, spline coefficients, margin buf
+  const Image<float>* Z = nullptr;    // reference heights
   const Image<uint8_t>* F = nullptr;  // where the moved image has data
-  Image<uint8_t> B;         // the region of interest: 0, or B_USED and the weight; 0 x 0 while the tile is out
-  Image<uint8_t> Vmap;      // states of the vertices
-  uint32_t Tnpar = 0;       // active vertices
-  Image<xyz>* Def = nullptr;  // displacement at the vertices
-  Image<xyz> dU;            // descent direction at the vertices
+  Image<uint8_t> B;     // the region of interest: 0, or B_USED and the weight; 0 x 0 while the tile is out
+  Image<uint8_t> Vmap;  // states of the vertices
+  uint32_t Tnpar = 0;   // active vertices
+  Image<xyz>* Def = nullptr;                  // displacement at the vertices
+  Image<xyz> dU;                              // descent direction at the vertices
   Image<float> Hxx, Hyy, Hzz, Hxy, Hyz, Hxz;  // information matrix of each vertex, last level only
   Image<float> zV, wV;      // weighted sum of reference heights about a vertex, sum of the weights
   Vector<float> bx0, bx1;   // per column or row: weights of its lower and upper vertex
   Vector<uint32_t> ix, iy;  // per column the lower vertex column; per row the lower vertex row times nv
   int imin = 0, jmin = 0, imax = -1, jmax = -1;  // region of interest, inclusive
-  int buf = 0;              // margin of C at this level
-  int dim = 0;              // pixels along a vertex cell at this level
+  int buf = 0;                                   // margin of C at this level
+  int dim = 0;                                   // pixels along a vertex cell at this level
   int nv() const { return Def->xsize(); }
 };
 
-struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a tile; it touches two vertex rows
+struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a tile; it touches two vertex
+                    // rows
   uint32_t tile, row;
 };
 
-// Scratch of a thread for one row of cells: per column the displacement on the lower vertex row and its growth to
-// the upper one, and the column sums of the data term for either row; the residuals of a pixel row.
+// Scratch of a thread for one row of cells: per column the displacement on the lower vertex row and its
+// growth to the upper one, and the column sums of the data term for either row; the residuals of a pixel row.
 struct RowScratch {
   std::vector<float> u0x, u0y, u0z, dux, duy, duz;
   std::vector<float> lox, loy, loz, hix, hiy, hiz;
@@ -70,12 +72,13 @@ struct dUParamTiles {
   uint32_t Tnpar = 0;           // active vertices of all tiles
   Vector<uint32_t> hist;        // absolute residuals
   xyz omega = {0, 0, 0};        // weight of the prior
-  float s = 0, out = 1, ff = -1;  // scale of the residuals, fraction of outliers, of spikes (negative: no data)
-  float sigma0 = 0;             // noise floor
+  float s = 0, out = 1,
+        ff = -1;     // scale of the residuals, fraction of outliers, of spikes (negative: no data)
+  float sigma0 = 0;  // noise floor
   int nthreads = 1;
-  std::vector<thRowInfo> rows;  // built once a level
-  uint64_t npix = 0;            // pixels in these rows
-  Image<dxyz> acc;              // slot of unit k: rows 2k and 2k + 1
+  std::vector<thRowInfo> rows;      // built once a level
+  uint64_t npix = 0;                // pixels in these rows
+  Image<dxyz> acc;                  // slot of unit k: rows 2k and 2k + 1
   std::vector<RowScratch> scratch;  // one a thread
   NLCGwork work;
 };
@@ -85,15 +88,17 @@ int comp_threads(const dUParamTiles& Q, uint64_t npix);
 
 // --- Set-up of a tile (TNRreg_setup.cpp)
 void init_neighbours(dUParamTiles& Q, const Image<int16_t>& TI);
-// Takes the images and finds the box of the reference's data, clamped to [2, n - 2]. False, logged, without data.
+// Takes the images and finds the box of the reference's data, clamped to [2, n - 2]. False, logged, without
+// data.
 [[nodiscard]] bool set_FCZ_ROI(dUParamTile& T, const FCZptr& img, int buf, int dim, int ti);
 void set_BI(dUParamTile& T);  // interpolation tables for the tile's Def
-// Renews B at the present displacement: pixels with data whose cell of the moved image has data in all corners and,
-// once Vmap is set, whose vertices are in use. True if more than minfrac of the tile's data pixels are in.
+// Renews B at the present displacement: pixels with data whose cell of the moved image has data in all
+// corners and, once Vmap is set, whose vertices are in use. True if more than minfrac of the tile's data
+// pixels are in.
 bool init_B_F(dUParamTile& T, float minfrac, bool log);
-void vertex_zw_tile(dUParamTile& T);   // zV, wV over the pixels in use
-void vertex_w_b_tile(dUParamTile& T);  // wV as sum of the data weights
-void norm_vertex_zw(dUParamTile& T);   // zV /= wV, NR_NODATA where wV is 0
+void vertex_zw_tile(dUParamTile& T);                           // zV, wV over the pixels in use
+void vertex_w_b_tile(dUParamTile& T);                          // wV as sum of the data weights
+void norm_vertex_zw(dUParamTile& T);                           // zV /= wV, NR_NODATA where wV is 0
 void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND);  // keep_ND: a vertex with z NR_NODATA stays off
 
 // --- Seams between tiles (TNRreg_topo.cpp)
@@ -123,13 +128,14 @@ void add_seams(dUParamTiles& Q, Get&& get) {
 
 // --- Hot loops over a row of pixels (TNRreg_rows.cpp)
 void expand_cell_row(const dUParamTile& T, int row, RowScratch& s);  // fills u0*, du* for a row of cells
-void grad_row(const dUParamTile& T, int j, float k, RowScratch& s);  // adds e g b to lo*, hi*; k scales the weights
-void resid_row(const dUParamTile& T, int j, RowScratch& s);          // res[i - imin], valid where B is not 0
+void grad_row(const dUParamTile& T, int j, float k,
+              RowScratch& s);                                // adds e g b to lo*, hi*; k scales the weights
+void resid_row(const dUParamTile& T, int j, RowScratch& s);  // res[i - imin], valid where B is not 0
 void zero_cell_row(const dUParamTile& T, RowScratch& s);
 void reduce_cell_row(const dUParamTile& T, const RowScratch& s, dxyz* slot);  // slot: 2 nv vertices
 
-// Calls per_row(j, thread) with the residuals of each row of the region of interest in Q.scratch[thread].res; the
-// rows of a unit come in order, units on any thread.
+// Calls per_row(j, thread) with the residuals of each row of the region of interest in Q.scratch[thread].res;
+// the rows of a unit come in order, units on any thread.
 void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int j, int thread)>& per_row);
 
 // --- Descent direction (TNRreg_grad.cpp)
@@ -138,7 +144,8 @@ double dUdef_W_nr_reg_tiles(Vector<float>& g, uint64_t dim, const Vector<float>&
 void conv_D2V(Vector<float>& V, const dUParamTiles& Q);
 void conv_V2D(const Vector<float>& V, dUParamTiles& Q);
 void conv_D2V_dU(Vector<float>& g, const dUParamTiles& Q);
-// One over the root of the energy's curvature by each parameter alone, as if all others stood still. Uses the dU images.
+// One over the root of the energy's curvature by each parameter alone, as if all others stood still. Uses the
+// dU images.
 void comp_scale(Vector<float>& scale, dUParamTiles& Q);
 
 // --- Robust statistics (TNRreg_robust.cpp)
@@ -146,7 +153,7 @@ void comp_scale(Vector<float>& scale, dUParamTiles& Q);
 void robust_stat(Vector<uint32_t>& hist, float h, float& s, float& out, float& ff);
 // Signed residuals in 2 H_SIZE bins, bin = round(r / h) + H_SIZE -> median, scale, outliers.
 void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, float h);
-void comp_stat(dUParamTiles& Q);      // Q.hist, Q.s, Q.out, Q.ff at the present displacement
+void comp_stat(dUParamTiles& Q);       // Q.hist, Q.s, Q.out, Q.ff at the present displacement
 void update_weights(dUParamTiles& Q);  // Cauchy weights into B
 
 // --- Uncertainty of the vertices (TNRreg_unc.cpp)
@@ -164,10 +171,10 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
                  NRresult& result, DZmap* dzmap);
 
 // --- Measurement (TNRreg_qc.cpp)
-// Differences before (displacement 0) and after (Def, where def is set) into the maps and statistics. QC0, QC: which
-// of the two are wanted.
-void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before, DZstat& after,
-                      DZmap* dzmap);
+// Differences before (displacement 0) and after (Def, where def is set) into the maps and statistics. QC0,
+// QC: which of the two are wanted.
+void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before,
+                      DZstat& after, DZmap* dzmap);
 
 // --- Levels (mg_nr_reg.cpp)
 Image<xyz> refine_Def(const Image<xyz>& Def, bool scale);  // side n -> 2 (n - 1) + 1; scale doubles x and y

@@ -1,4 +1,5 @@
-// Measurement of a pair: height differences at displacement 0 and under a deformation, their statistics and maps.
+// Measurement of a pair: height differences at displacement 0 and under a deformation, their statistics and
+// maps.
 #include <algorithm>
 #include <cmath>
 
@@ -73,12 +74,12 @@ void add_to_map(dUParamTiles& Q, const NRpair& pair, const DZmap& where, Image<f
 }
 }  // namespace
 
-void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before, DZstat& after,
-                      DZmap* dzmap) {
+void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before,
+                      DZstat& after, DZmap* dzmap) {
   const int dimx = dzmap ? std::max(dzmap->dz.xsize(), dzmap->dz0.xsize()) : 0;
   const int dimy = dzmap ? std::max(dzmap->dz.ysize(), dzmap->dz0.ysize()) : 0;
-  LOG_ENTER("update_subDZ_def " << dimx << " x " << dimy << " dxs=" << (dzmap ? dzmap->sub : 0) << " QC=" << QC
-                                << " QC0=" << QC0 << " def=" << def);
+  LOG_ENTER("update_subDZ_def " << dimx << " x " << dimy << " dxs=" << (dzmap ? dzmap->sub : 0)
+                                << " QC=" << QC << " QC0=" << QC0 << " def=" << def);
   int ntok = 0;
   for (const dUParamTile& T : Q.tile) ntok += !T.B.empty();
   if (QC && def) {
@@ -127,12 +128,14 @@ int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, D
   for (uint64_t t = 0; t < Def.size(); t++) {
     dUParamTile& T = Q.tile.val[t];
     const int cell = 32 * pair.dim / (T.nv() - 1);
-    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t]}, pair.buf, cell, static_cast<int>(t)))
+    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t]}, pair.buf, cell,
+                     static_cast<int>(t)))
       continue;
     set_BI(T);
     if (def) {  // pixels count where all their vertices have an estimate
       T.Vmap.resize(T.nv(), T.nv(), V_OFF);
-      for (uint64_t k = 0; k < T.Vmap.size(); k++) T.Vmap.val[k] = T.Def->val[k].z != NR_NODATA ? V_ACTIVE : V_OFF;
+      for (uint64_t k = 0; k < T.Vmap.size(); k++)
+        T.Vmap.val[k] = T.Def->val[k].z != NR_NODATA ? V_ACTIVE : V_OFF;
     }
     const bool ok2 = init_B_F(T, 0.0f, false);
     if (def) LOG_LINE("ti=" << t << " ok2=" << ok2);
@@ -148,8 +151,8 @@ int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, D
 
 bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat, DZmap* dzmap) {
   const uint64_t nt = pair.img2.size();
-  LOG_ENTER("acc_qc_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize << " dim=" << pair.dim
-                               << " DEF=" << (Def != nullptr)
+  LOG_ENTER("acc_qc_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize
+                               << " dim=" << pair.dim << " DEF=" << (Def != nullptr)
                                << " timg: " << pair.TI.xsize() << " " << pair.TI.ysize());
   const Stopwatch watch;
   stat = {};

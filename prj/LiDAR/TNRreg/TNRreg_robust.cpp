@@ -11,7 +11,8 @@
 namespace {
 constexpr float S_FLOOR = 0.0001f;  // height units, below it a scale counts as zero
 
-// Bins that stand out against both neighbours by more than a factor are cut down; returns the counts taken away.
+// Bins that stand out against both neighbours by more than a factor are cut down; returns the counts taken
+// away.
 uint64_t remove_spikes(Vector<uint32_t>& hist) {
   uint64_t nspike = 0;
   for (int k = 1; k < H_SIZE - 1; k++) {
@@ -65,7 +66,8 @@ void truncated_mean(const Vector<uint32_t>& hist, float h, float& s, float& out)
 void robust_stat(Vector<uint32_t>& hist, float h, float& s, float& out, float& ff) {
   ASSERT(hist.size() == H_SIZE);
   const uint64_t total = sum_of(hist);
-  ff = total > 0 ? static_cast<float>(static_cast<double>(remove_spikes(hist)) / static_cast<double>(total)) : -1.0f;
+  ff = total > 0 ? static_cast<float>(static_cast<double>(remove_spikes(hist)) / static_cast<double>(total))
+                 : -1.0f;
   truncated_mean(hist, h, s, out);
   if (s <= S_FLOOR) ff = -1.0f;
 }
@@ -119,9 +121,7 @@ Folded fold_hist(const Vector<uint32_t>& H, double index) {
   Vector<float> bs(static_cast<uint64_t>(last - first + 1));
   for (int i = first; i <= last; i++) bs.val[i - first] = static_cast<float>(H.val[i]);
   bspline3_coef(bs);
-  const auto at = [&](double x) {
-    return x < first || x > last ? 0.0f : bspline3_value(bs, x - first);
-  };
+  const auto at = [&](double x) { return x < first || x > last ? 0.0f : bspline3_value(bs, x - first); };
   Folded f;
   f.bin.resize(H_SIZE, 0);
   const int reach = static_cast<int>(std::min<double>(H_SIZE - 1, std::max(last - index, index - first) + 1));
@@ -143,7 +143,8 @@ double misfit_slope(const Folded& f, int K, double h, double sig, double N) {
   return sum / (sig * sig * sig * N);
 }
 
-// The Gaussian's width by a secant search about s0; nsec counts its steps. s0 itself when the search finds none.
+// The Gaussian's width by a secant search about s0; nsec counts its steps. s0 itself when the search finds
+// none.
 float fit_half_gaussian(const Folded& f, float s0, float h, double N, int& nsec) {
   const int K = static_cast<int>(std::min(5.0 * s0 / h, static_cast<double>(H_SIZE - 1)));
   double a = 0.8 * s0, b = 1.2 * s0, s = s0;

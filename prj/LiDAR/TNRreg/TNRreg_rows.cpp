@@ -1,10 +1,10 @@
 // Hot loops of the data term and of the residuals: one row of pixels at a time, eight pixels at once.
 //
-// The columns of a row of cells get the displacement on both vertex rows once (u0 and du), so that a pixel row needs
-// u0 + f du only. Neighbouring pixels mostly land in neighbouring cells of the moved image: then the 16 coefficients
-// of eight pixels are 16 contiguous loads. Where the displacement jumps over an integer they are gathered one by one.
-// The data term is summed by columns over the rows of the cell, times the rows' weights, and brought to the vertices
-// once per row of cells.
+// The columns of a row of cells get the displacement on both vertex rows once (u0 and du), so that a pixel
+// row needs u0 + f du only. Neighbouring pixels mostly land in neighbouring cells of the moved image: then
+// the 16 coefficients of eight pixels are 16 contiguous loads. Where the displacement jumps over an integer
+// they are gathered one by one. The data term is summed by columns over the rows of the cell, times the rows'
+// weights, and brought to the vertices once per row of cells.
 #include <cstring>
 
 #include "lib/ImgProc/bspline3.h"
@@ -12,7 +12,8 @@
 
 #pragma GCC diagnostic ignored "-Wpsabi"  // vectors are passed to inlined functions only
 
-// The same source for machines with and without AVX2 (asked for by name: "arch=" would match one model only); without contraction to fused operations both give the same bits.
+// The same source for machines with and without AVX2 (asked for by name: "arch=" would match one model only);
+// without contraction to fused operations both give the same bits.
 #if defined(VELD_SANITIZED) || !defined(__x86_64__)
 #define HOT_CLONES
 #else
@@ -41,9 +42,10 @@ typedef int64_t v4l __attribute__((vector_size(32)));
   return i + (__builtin_convertvector(i, v8f) > x);  // a true lane is -1
 }
 
-// The coefficients of eight pixels one by one, mirrored at the edges: c[row][column][lane]. Lanes that are not wanted
-// or need more than one reflection become 0 in use, and their coefficients too.
-void gather8(const Image<float>& C, const int32_t* ix, const int32_t* iy, int32_t* use, float (*c)[4][LANES]) {
+// The coefficients of eight pixels one by one, mirrored at the edges: c[row][column][lane]. Lanes that are
+// not wanted or need more than one reflection become 0 in use, and their coefficients too.
+void gather8(const Image<float>& C, const int32_t* ix, const int32_t* iy, int32_t* use,
+             float (*c)[4][LANES]) {
   const int w = C.xsize(), h = C.ysize();
   for (int l = 0; l < LANES; l++) {
     const int x = ix[l], y = iy[l];
@@ -73,7 +75,8 @@ struct Spline8 {
 
 // Value and, with GRAD, derivatives of C at eight positions. Lanes outside get use = 0 and zero values.
 template <bool GRAD>
-[[gnu::always_inline]] inline void spline8(const Image<float>& C, const v8f& x, const v8f& y, v8i& use, Spline8& o) {
+[[gnu::always_inline]] inline void spline8(const Image<float>& C, const v8f& x, const v8f& y, v8i& use,
+                                           Spline8& o) {
   const v8i ix = floor8(x), iy = floor8(y);
   v8f tx = x - __builtin_convertvector(ix, v8f), ty = y - __builtin_convertvector(iy, v8f);
   const v8i iota = {0, 1, 2, 3, 4, 5, 6, 7};
@@ -81,7 +84,8 @@ template <bool GRAD>
   alignas(32) float gathered[4][4][LANES];
   const float* from = &gathered[0][0][0];
   int64_t row_step = 4 * LANES, col_step = LANES;
-  if (all_zero((ix - iota - x0) | (iy - y0)) && x0 >= 1 && y0 >= 1 && x0 < w - LANES - 1 && y0 < C.ysize() - 2) {
+  if (all_zero((ix - iota - x0) | (iy - y0)) && x0 >= 1 && y0 >= 1 && x0 < w - LANES - 1 &&
+      y0 < C.ysize() - 2) {
     from = C.val + static_cast<int64_t>(y0 - 1) * w + x0 - 1;
     row_step = w;
     col_step = 1;
@@ -208,13 +212,15 @@ void expand_cell_row(const dUParamTile& T, int row, RowScratch& s) {
     s.u0x[c] = lo.x, s.u0y[c] = lo.y, s.u0z[c] = lo.z;
     s.dux[c] = hi.x - lo.x, s.duy[c] = hi.y - lo.y, s.duz[c] = hi.z - lo.z;
   }
-  for (std::vector<float>* v : {&s.u0x, &s.u0y, &s.u0z, &s.dux, &s.duy, &s.duz})  // the last group stays regular
+  for (std::vector<float>* v :
+       {&s.u0x, &s.u0y, &s.u0z, &s.dux, &s.duy, &s.duz})  // the last group stays regular
     for (int c = std::max(n, 1); c < n + LANES; c++) (*v)[c] = (*v)[c - 1];
 }
 
 void zero_cell_row(const dUParamTile& T, RowScratch& s) {
   const size_t n = static_cast<size_t>(T.imax - T.imin + 1 + LANES);
-  for (std::vector<float>* v : {&s.lox, &s.loy, &s.loz, &s.hix, &s.hiy, &s.hiz}) std::fill_n(v->data(), n, 0.0f);
+  for (std::vector<float>* v : {&s.lox, &s.loy, &s.loz, &s.hix, &s.hiy, &s.hiz})
+    std::fill_n(v->data(), n, 0.0f);
 }
 
 void reduce_cell_row(const dUParamTile& T, const RowScratch& s, dxyz* slot) {

@@ -129,7 +129,8 @@ bool init_B_F(dUParamTile& T, float minfrac, bool log) {
       const int c = i - T.imin;
       const float x = static_cast<float>(i + T.buf) + (s.u0x[c] + f * s.dux[c]);
       const float y = static_cast<float>(j + T.buf) + (s.u0y[c] + f * s.duy[c]);
-      if (!(x >= 0.0f && y >= 0.0f && x < static_cast<float>(w - 1) && y < static_cast<float>(h - 1))) continue;
+      if (!(x >= 0.0f && y >= 0.0f && x < static_cast<float>(w - 1) && y < static_cast<float>(h - 1)))
+        continue;
       const uint8_t* const at = F.row(static_cast<int>(y)) + static_cast<int>(x);
       if (!(at[0] && at[1] && at[w] && at[w + 1])) continue;
       if (use_map && !vertices_in_use(T, i, j)) continue;

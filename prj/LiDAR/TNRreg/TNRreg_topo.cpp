@@ -50,8 +50,8 @@ void sync_border(dUParamTiles& Q) {
 namespace {
 bool valid(const xyz& v) { return v.z != NR_NODATA; }
 
-// One step of growth: each vertex without estimate that has estimated neighbours takes their mean. Returns the
-// number of vertices still without.
+// One step of growth: each vertex without estimate that has estimated neighbours takes their mean. Returns
+// the number of vertices still without.
 uint64_t grow_Def(Image<xyz>& D, Image<xyz>& before) {
   before = D;
   uint64_t nleft = 0;

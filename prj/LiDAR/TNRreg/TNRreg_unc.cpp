@@ -1,5 +1,5 @@
-// Uncertainty of the vertices at the last level: the information matrix of each vertex from the curvature of the
-// data term, its inverse's diagonal, and the removal of vertices that are too weak.
+// Uncertainty of the vertices at the last level: the information matrix of each vertex from the curvature of
+// the data term, its inverse's diagonal, and the removal of vertices that are too weak.
 #include <algorithm>
 #include <cmath>
 
@@ -105,8 +105,9 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
     }
     return true;
   });
-  for (Image<float> dUParamTile::*H : {&dUParamTile::Hxx, &dUParamTile::Hyy, &dUParamTile::Hzz, &dUParamTile::Hxy,
-                                       &dUParamTile::Hyz, &dUParamTile::Hxz, &dUParamTile::zV, &dUParamTile::wV})
+  for (Image<float> dUParamTile::*H :
+       {&dUParamTile::Hxx, &dUParamTile::Hyy, &dUParamTile::Hzz, &dUParamTile::Hxy, &dUParamTile::Hyz,
+        &dUParamTile::Hxz, &dUParamTile::zV, &dUParamTile::wV})
     add_seams<float>(Q, [H](dUParamTile& T) -> Image<float>& { return T.*H; });
 
   Unc.resize(static_cast<uint64_t>(nt));

@@ -30,7 +30,8 @@ bool write_reg_cache(const std::string& path, const Vector<Image<xyz>>& Def) {
   const std::string part = path + ".part";
   BufBinFileOut file(BULK_BUFFER);
   bool ok = file.open(part, 0);
-  for (uint64_t t = 0; t < Def.size() && ok; t++) ok = file.write(Def.val[t].val, Def.val[t].size() * sizeof(xyz));
+  for (uint64_t t = 0; t < Def.size() && ok; t++)
+    ok = file.write(Def.val[t].val, Def.val[t].size() * sizeof(xyz));
   ok = file.close() && ok;
   std::error_code failed;
   if (ok) {

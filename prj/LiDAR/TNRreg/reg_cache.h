@@ -1,6 +1,6 @@
 // prj/LiDAR/TNRreg/reg_cache.h
-// The deformation cache of a pair: the raw xyz of each tile's vertices in raster order, tiles in order, no header.
-// Under which parameters a file is valid is the matter of the pair's index (LmTinter).
+// The deformation cache of a pair: the raw xyz of each tile's vertices in raster order, tiles in order, no
+// header. Under which parameters a file is valid is the matter of the pair's index (LmTinter).
 #pragma once
 #include <string>
 
@@ -8,8 +8,8 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
-// Fills Def, whose images have their sizes already. False, without a word on the console and with Def undefined, when
-// the file is absent, of another size, or holds values that no registration writes.
+// Fills Def, whose images have their sizes already. False, without a word on the console and with Def
+// undefined, when the file is absent, of another size, or holds values that no registration writes.
 [[nodiscard]] bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def);
 
 // Writes beside the name and renames when whole. False after an ERROR line of the file class or the renaming.

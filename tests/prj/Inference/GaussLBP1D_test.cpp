@@ -7,7 +7,8 @@
 
 namespace {
 // The chain's precision matrix, inverted densely: means and marginal precisions.
-void dense_chain(const Vector<float>& h, const Vector<float>& J, std::vector<double>& mean, std::vector<double>& prec) {
+void dense_chain(const Vector<float>& h, const Vector<float>& J, std::vector<double>& mean,
+                 std::vector<double>& prec) {
   const int n = static_cast<int>(h.size());
   std::vector<std::vector<double>> a(n, std::vector<double>(2 * n, 0.0));
   for (int i = 0; i < n; i++) {
@@ -67,14 +68,16 @@ TEST(GaussLBP1D, ImageHolesAreClosedSmoothly) {
   const auto plane = [](int x, int y) { return 0.5f * static_cast<float>(x) - 0.2f * static_cast<float>(y); };
   for (int y = 0; y < n; y++)
     for (int x = 0; x < w; x++) {
-      const bool hole = (x > 10 && x < 16 && y > 4 && y < 9) || y == 12 || y == 19;  // inside, a whole row, an edge
+      const bool hole =
+          (x > 10 && x < 16 && y > 4 && y < 9) || y == 12 || y == 19;  // inside, a whole row, an edge
       Z(x, y) = hole ? 0.0f : plane(x, y);
       W(x, y) = hole ? 0.0f : 1.0f;
     }
   GLBP_fill_image(Z, W);
   for (int y = 0; y < n; y++)
     for (int x = 0; x < w; x++)
-      EXPECT_NEAR(Z(x, y), plane(x, y), y == 19 ? 0.21 : 0.01) << x << ' ' << y;  // beyond the data: the last row's
+      EXPECT_NEAR(Z(x, y), plane(x, y), y == 19 ? 0.21 : 0.01)
+          << x << ' ' << y;  // beyond the data: the last row's
 }
 
 TEST(GaussLBP1D, AnImageWithoutDataStaysAtZero) {

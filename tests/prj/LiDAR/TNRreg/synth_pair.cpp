@@ -26,8 +26,10 @@ void for_discs(Image<float>& img, double fraction, double radius, std::mt19937& 
   const int n = static_cast<int>(fraction * static_cast<double>(img.size()) / (M_PI * radius * radius));
   for (int k = 0; k < n; k++) {
     const double cx = unit(rng) * img.xsize(), cy = unit(rng) * img.ysize();
-    const int x0 = std::max(0, static_cast<int>(cx - radius)), x1 = std::min(img.xsize() - 1, static_cast<int>(cx + radius));
-    const int y0 = std::max(0, static_cast<int>(cy - radius)), y1 = std::min(img.ysize() - 1, static_cast<int>(cy + radius));
+    const int x0 = std::max(0, static_cast<int>(cx - radius)),
+              x1 = std::min(img.xsize() - 1, static_cast<int>(cx + radius));
+    const int y0 = std::max(0, static_cast<int>(cy - radius)),
+              y1 = std::min(img.ysize() - 1, static_cast<int>(cy + radius));
     for (int y = y0; y <= y1; y++)
       for (int x = x0; x <= x1; x++)
         if (std::hypot(x - cx, y - cy) < radius) set(img(x, y), k);
@@ -63,7 +65,8 @@ NRpair make_pair(const SynthSpec& spec) {
   const int W = spec.ntx * n + 2 * spec.buf, H = spec.nty * n + 2 * spec.buf;
   const Image<float> noise1 = noise_field(W, H, spec.seed + 2), noise2 = noise_field(W, H, spec.seed + 3);
   Image<float> raised(W, H, 0.0f);  // vehicles, trees: what only one swath saw
-  for_discs(raised, spec.outliers, 3.5, rng, [](float& z, int k) { z = 1.0f + 0.5f * static_cast<float>(k % 8); });
+  for_discs(raised, spec.outliers, 3.5, rng,
+            [](float& z, int k) { z = 1.0f + 0.5f * static_cast<float>(k % 8); });
   NRpair pair;
   pair.buf = spec.buf;
   pair.dim = spec.dim;
@@ -91,7 +94,8 @@ NRpair make_pair(const SynthSpec& spec) {
           const dxyz u = spec.disp(px, py);
           px = x - u.x, py = y - u.y;
         }
-        double z = terrain.at(px, py) + spec.disp(px, py).z + spec.noise * static_cast<double>(noise1(x + spec.buf, y + spec.buf));
+        double z = terrain.at(px, py) + spec.disp(px, py).z +
+                   spec.noise * static_cast<double>(noise1(x + spec.buf, y + spec.buf));
         one(i, j) = static_cast<float>(z) + raised(x + spec.buf, y + spec.buf);
       }
     for (Image<float>* img : {&one, &two})
@@ -115,7 +119,8 @@ DefError compare(const SynthSpec& spec, const NRresult& result) {
         e.n++;
         add(e.mean, d);
         add(e.rms, {d.x * d.x, d.y * d.y, d.z * d.z});
-        e.max = {std::max(e.max.x, std::fabs(d.x)), std::max(e.max.y, std::fabs(d.y)), std::max(e.max.z, std::fabs(d.z))};
+        e.max = {std::max(e.max.x, std::fabs(d.x)), std::max(e.max.y, std::fabs(d.y)),
+                 std::max(e.max.z, std::fabs(d.z))};
         add(e.unc, to_dxyz(u));
         add(e.chi, {d.x * d.x / (u.x * u.x), d.y * d.y / (u.y * u.y), d.z * d.z / (u.z * u.z)});
       }

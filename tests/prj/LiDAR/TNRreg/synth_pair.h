@@ -1,5 +1,6 @@
 // tests/prj/LiDAR/TNRreg/synth_pair.h
-// Synthetic pairs of height grids with a known displacement: analytic terrain, noise, holes, outliers, seeded.
+// Synthetic pairs of height grids with a known displacement: analytic terrain, noise, holes, outliers,
+// seeded.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -21,29 +22,31 @@ struct Terrain {
     return z;
   }
 };
-// Slopes of about the given RMS (m per pixel) in all directions, spread over wave lengths from shortest to longest.
+// Slopes of about the given RMS (m per pixel) in all directions, spread over wave lengths from shortest to
+// longest.
 Terrain make_terrain(uint32_t seed, double slope, double shortest = 10, double longest = 300);
 
 struct SynthSpec {
-  int ntx = 2, nty = 2;      // tiles
+  int ntx = 2, nty = 2;  // tiles
   int dim = 4, buf = 16;
   float mTsize = 4;
   uint32_t seed = 1;
   double slope = 0.15;
   double shortest = 10;
-  double noise = 0.02;       // m, of each swath
-  double outliers = 0;       // fraction of pixels of the first swath raised by up to 5 m
-  double holes = 0;          // fraction of the area of each swath without data, in round holes
-  // Position in the first swath less that in the second, for the pixel (x, y) of the second: pixels, pixels, metres.
+  double noise = 0.02;  // m, of each swath
+  double outliers = 0;  // fraction of pixels of the first swath raised by up to 5 m
+  double holes = 0;     // fraction of the area of each swath without data, in round holes
+  // Position in the first swath less that in the second, for the pixel (x, y) of the second: pixels, pixels,
+  // metres.
   std::function<dxyz(double x, double y)> disp = [](double, double) { return dxyz{0, 0, 0}; };
 };
 NRpair make_pair(const SynthSpec& spec);
 
 // Deviation of a result from the planted displacement over its vertices, in pixels and metres.
 struct DefError {
-  uint64_t n = 0;             // vertices with an estimate
+  uint64_t n = 0;  // vertices with an estimate
   dxyz mean = {0, 0, 0}, rms = {0, 0, 0}, max = {0, 0, 0};
-  dxyz chi = {0, 0, 0};       // RMS of error / uncertainty
-  dxyz unc = {0, 0, 0};       // mean uncertainty
+  dxyz chi = {0, 0, 0};  // RMS of error / uncertainty
+  dxyz unc = {0, 0, 0};  // mean uncertainty
 };
 DefError compare(const SynthSpec& spec, const NRresult& result);
