@@ -126,11 +126,13 @@ bool check_las_header(const LASheader& h) {
   return ok;
 }
 
-std::unique_ptr<LASreader> las_read_open(const std::string& name, const std::string& parse, bool log) {
+std::unique_ptr<LASreader> las_read_open(const std::string& name, const std::string& parse, bool log,
+                                         uint32_t fields) {
   LOG_ENTER("las_read_open '" << name << "' log=" << log);
   LASreadOpener opener;
   opener.set_file_name(name);
   if (name.ends_with(".txt")) opener.set_parse_string(parse);
+  opener.set_fields(fields);
   auto reader = opener.open();
   if (!reader) {
     ERROR_MSG("cannot open LASreader, file " << name);

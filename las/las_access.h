@@ -19,8 +19,10 @@ constexpr int LAS_BUILD = 210720;  // build number of the point library
 // Writes each problem of a header to standard error; false for errors, true for warnings only.
 [[nodiscard]] bool check_las_header(const LASheader& header);
 
-// Opens a point file; with log, writes what it is to the log. None after an ERROR line.
-std::unique_ptr<LASreader> las_read_open(const std::string& name, const std::string& parse, bool log);
+// Opens a point file; with log, writes what it is to the log. None after an ERROR line. `fields`: what the
+// caller needs, see LASreadOpener::set_fields.
+std::unique_ptr<LASreader> las_read_open(const std::string& name, const std::string& parse, bool log,
+                                         uint32_t fields = LAS_ALL_FIELDS);
 // Logs the count of points read and closes. Does nothing for none.
 void las_read_close(std::unique_ptr<LASreader>& reader);
 

@@ -23,10 +23,10 @@ class ChunkSource : public PointSource {
         reclen_(reclen),
         ring_([this](Slot& slot, int thread) { decode(slot, thread); }, threaded) {}
 
-  bool open(const LazScheme& scheme, std::string& error) {
+  bool open(const LazScheme& scheme, uint32_t fields, std::string& error) {
     decoders_.resize(static_cast<size_t>(ring_.nthreads()));
     for (LazDecoder& decoder : decoders_)
-      if (!decoder.open(scheme, error)) return false;
+      if (!decoder.open(scheme, error, fields)) return false;
     return true;
   }
 
@@ -249,7 +249,7 @@ class LazSink : public PointSink {
 }  // namespace
 
 std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& file, const LASheader& header,
-                                             const LasFileInfo& info, std::string& error) {
+                                             const LasFileInfo& info, uint32_t fields, std::string& error) {
   const LazScheme& scheme = info.scheme;
   LazChunkTable table;
   uint64_t largest = 0;
@@ -275,7 +275,7 @@ std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& f
   if (use_table && largest <= MAX_CHUNK_BYTES) {
     const bool threaded = largest <= THREADED_CHUNK_BYTES && table.chunks.size() > 1;
     auto source = std::make_unique<ChunkSource>(file, std::move(table), header.point_reclen, threaded);
-    if (!source->open(scheme, error)) return nullptr;
+    if (!source->open(scheme, fields, error)) return nullptr;
     return source;
   }
   if (scheme.variable())

@@ -14,7 +14,7 @@ std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>&
                                                const LASheader& header, const LasFileInfo& info);
 // Compressed records. None, with the cause in `error`, when they can't be reached.
 std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& file, const LASheader& header,
-                                             const LasFileInfo& info, std::string& error);
+                                             const LasFileInfo& info, uint32_t fields, std::string& error);
 // Lines of text. Reads the text once to fill the header: count, bounding box, scale and offset. None, with
 // the cause in `error`, when the pattern or the text is of no use.
 std::unique_ptr<PointSource> make_text_source(const std::shared_ptr<LasInFile>& file,

@@ -73,7 +73,7 @@ std::unique_ptr<LASreader> LASreadOpener::open() const {
     for (const std::string& warning : info.warnings) WARNING_MSG(warning << ", file '" << name_ << "'");
     if (!info.sound) return reader;
     const bool coded = info.has_scheme && info.scheme.compressor != LazCompressor::none;
-    reader->source_ = coded ? make_laz_source(file, reader->header, info, error)
+    reader->source_ = coded ? make_laz_source(file, reader->header, info, fields_, error)
                             : make_plain_source(file, reader->header, info);
     if (!reader->source_) return refuse(error);
     reader->description_ = coded ? "via LASreaderLAZ" : "via LASreaderLAS";

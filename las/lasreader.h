@@ -12,6 +12,8 @@
 #include "las/lasdefs.h"
 #include "las/point_source.h"
 
+constexpr uint32_t LAS_ALL_FIELDS = 0xFFFFFFFF;
+
 // Threads that reading and writing of LAZ may use in all; they are shared evenly by the open files, and the
 // callers' own threads count. Default 1: everything happens on the caller's thread.
 void las_set_threads(int n);
@@ -70,6 +72,10 @@ class LASreadOpener {
   // n number of returns, c classification, u user data, p point source ID, d scan direction, e edge of flight
   // line, R G B colours, s or any other sign: skipped. Default "xyz".
   void set_parse_string(const std::string& parse) { parse_ = parse; }
+  // Fields that are wanted (LazField in laz_codec.h). Of LAZ files of formats 6 to 10 the others are not
+  // decoded and have the value of the first point of their chunk; X, Y and the returns always come. Default:
+  // all.
+  void set_fields(uint32_t fields) { fields_ = fields; }
   // Opens the file. None, after an ERROR line that names the cause, when it cannot be opened, is too short
   // for a header, or holds points that cannot be read. A header that the check (las_access.h) refuses gives a
   // reader that has no points, so that the check can tell what is wrong.
@@ -78,4 +84,5 @@ class LASreadOpener {
  private:
   std::string name_;
   std::string parse_;
+  uint32_t fields_ = LAS_ALL_FIELDS;
 };

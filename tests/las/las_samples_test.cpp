@@ -88,12 +88,13 @@ TEST(LasSamples, EachGivesItsDigestOrIsRefused) {
       } else {
         EXPECT_TRUE(whole) << text;
         EXPECT_EQ(sha256_hex(records), sample.digest);
+        if (nthreads > 1) continue;
         std::string laz_around, las_around;
-        if (nthreads == 1) testing::internal::CaptureStderr();
+        testing::internal::CaptureStderr();
         EXPECT_TRUE(rewritten(SAMPLES + sample.file, dir.path + "/o.laz", laz_around) == records);
         EXPECT_TRUE(rewritten(dir.path + "/o.laz", dir.path + "/o.las", las_around) == records);
         EXPECT_EQ(laz_around, las_around);
-        if (nthreads == 1) testing::internal::GetCapturedStderr();
+        testing::internal::GetCapturedStderr();
       }
     }
   }
