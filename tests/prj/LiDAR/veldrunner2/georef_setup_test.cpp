@@ -1,0 +1,61 @@
+#include "prj/LiDAR/veldrunner2/georef_setup.h"
+
+#include "prj/LiDAR/tuning.h"
+#include "tests/prj/LiDAR/veldrunner2/read_support.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+const char TM[] =
+    "PROJCS[\"grid\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
+    "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],PROJECTION[\"Transverse_Mercator\"],"
+    "PARAMETER[\"latitude_of_origin\",0],PARAMETER[\"central_meridian\",15],PARAMETER[\"scale_factor\",0."
+    "9996],"
+    "PARAMETER[\"false_easting\",500000],PARAMETER[\"false_northing\",0],UNIT[\"US survey "
+    "foot\",0.3048006096012192]]";
+}  // namespace
+
+TEST(GeorefSetup, UnitsAndFaults) {
+  TempDir dir;
+  write_text(dir.path + "/tm.prj", TM);
+  write_text(dir.path + "/empty.prj", " \n");
+  std::string merc = TM;
+  merc.replace(merc.find("Transverse_Mercator"), 19, "Mercator_1SP");
+  write_text(dir.path + "/merc.prj", merc);
+  write_text(dir.path + "/bad.las", "no point file");
+  const struct {
+    std::vector<std::string> args;
+    bool ok;
+    double unit, out;
+    std::string words;
+  } cases[] = {
+      {{"-utm", "33"}, true, 1, 1, ""},
+      {{"-feet"}, true, 0.3048, 1, ""},
+      {{"-feet_us", "-out_metre", "0"}, true, 1200.0 / 3937.0, 1200.0 / 3937.0, ""},
+      {{"-wkt", "tm.prj"}, true, 1200.0 / 3937.0, 1, ""},
+      {{"-wkt", "tm.prj", "-metre"}, true, 1, 1, ""},
+      {{"-wkt", "tm.prj", "-utm", "33"}, true, 1, 1, "WARNING: wkt ignored due to -utm option\n"},
+      {{"-wkt", "empty.prj"}, false, 0, 0, "ERROR: empty WKT file " + dir.path + "/empty.prj\n"},
+      {{"-wkt", "merc.prj"},
+       false,
+       0,
+       0,
+       "ERROR: unsupported projection, WKT file " + dir.path + "/merc.prj\n"},
+      {{"-wkt", "absent.prj"}, false, 0, 0, "ERROR: could not find file " + dir.path + "/absent.prj\n"},
+      {{"-wkt", "bad.las"}, false, 0, 0, "ERROR: WKT not found in LAS file " + dir.path + "/bad.las\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    ReadResult r;
+    read_into(r, c.args);
+    GeoRefParam georef;
+    testing::internal::CaptureStdout();
+    const std::string errors = errors_of([&] {
+      EXPECT_EQ(setup_georef(r.cl.o, {"", dir.path}, georef), c.ok);
+    });
+    testing::internal::GetCapturedStdout();
+    EXPECT_NE(errors.find(c.words), std::string::npos) << errors;
+    if (!c.ok) continue;
+    EXPECT_NEAR(DATAUNIT, c.unit, 1e-9);
+    EXPECT_NEAR(OUTDATAUNIT, c.out, 1e-9);
+  }
+}

@@ -1,0 +1,191 @@
+#include "prj/LiDAR/veldrunner2/inputs.h"
+
+#include "prj/LiDAR/tuning.h"
+#include "tests/prj/LiDAR/veldrunner2/read_support.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+struct InputsTest : testing::Test {
+  TempDir dir;
+  Project prj;
+  InputsTest() {
+    for (const char* const name :
+         {"/a_A.laz", "/b_A.laz", "/a_B.laz", "/r.las", "/t.out", "/m1.txt", "/m2.txt"})
+      write_text(dir.path + name, "1 2 3\n4 5 6\n");
+  }
+  // Reads the options, then the lists; gives what went to standard error.
+  template <typename F>
+  std::string run(const std::vector<std::string>& args, F&& step) {
+    ReadResult r;
+    read_into(r, args);
+    EXPECT_TRUE(r.ok) << r.errors;
+    r.cl.in.rules.idir = dir.path;
+    return errors_of([&] { ok = step(r); });
+  }
+  std::string swaths(const std::vector<std::string>& args) {
+    return run(args, [this](ReadResult& r) {
+      return get_swath_files(r.cl.in, r.cl.o, prj) && chk_ch_grp(r.cl.o, prj);
+    });
+  }
+  std::string trajectories(const std::vector<std::string>& args) {
+    return run(args, [this](ReadResult& r) {
+      return get_PO_files(r.cl.in, true, prj) && get_PO_param(r.cl.o, prj) && GPSdate2gweekday(r.cl.o, prj);
+    });
+  }
+  std::string mounts(const std::vector<std::string>& args) {
+    return run(args, [this](ReadResult& r) {
+      return get_PO_files(r.cl.in, true, prj) && get_mount_files(r.cl.o, r.cl.in.rules, prj);
+    });
+  }
+  bool ok = false;
+};
+}  // namespace
+
+TEST_F(InputsTest, GroupsAndChannels) {
+  EXPECT_EQ(swaths({"-i", "*_A.laz", "-i", "*_B.laz", "-r", "r.las", "-chgrp", "0", "1"}), "");
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(prj.swaths.size(), 4u);
+  EXPECT_EQ(prj.nmgrp, 2);
+  EXPECT_EQ(prj.ngrp, 3);
+  const int expected[4][3] = {{1, 0, 0}, {1, 0, 0}, {2, 1, 0}, {0, 0, 1}};
+  for (size_t i = 0; i < 4; i++) {
+    EXPECT_EQ(prj.swaths[i].group, expected[i][0]);
+    EXPECT_EQ(prj.swaths[i].channel, expected[i][1]);
+    EXPECT_EQ(prj.swaths[i].fixed, expected[i][2] == 1);
+  }
+}
+
+TEST_F(InputsTest, FaultsOfSwathsAndChannels) {
+  const std::string missing = "ERROR: missing or duplicate input files, cannot proceed\n";
+  const struct {
+    std::vector<std::string> args;
+    std::string message;
+  } cases[] = {
+      {{"-utm", "1"}, "ERROR: input LiDAR files required\n"},
+      {{"-i", "x*.las"}, "ERROR: no match for x*.las in directory " + dir.path + "/\n" + missing},
+      {{"-i", "r.las", "-r", "r.las"}, "ERROR: duplicate file " + dir.path + "/r.las\n" + missing},
+      {{"-i", "*_A.laz", "-e", "x.laz"},
+       "ERROR: could not find file " + dir.path +
+           "/x.laz\nERROR: missing or duplicate excluded files, cannot proceed\n"},
+      {{"-i", "*_A.laz", "-chgrp", "0", "1"},
+       "ERROR: 2 channel numbers provided, expected 1 (1 per mobile group)\n"},
+      {{"-i", "*_A.laz", "-i", "*_B.laz", "-chgrp", "1", "0"},
+       "ERROR: syntax error in option -chgrp, group 0 must be 0\n"},
+      {{"-i", "*_A.laz", "-i", "*_B.laz", "-chgrp", "0", "2"},
+       "ERROR: syntax error in option -chgrp, check groups 0,1\n"},
+      {{"-i", "*_A.laz", "-i", "*_B.laz", "-chgrp", "1", "2"},
+       "ERROR: channel 0 (first channel) is missing from option -chgrp\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(swaths(c.args), c.message);
+    EXPECT_FALSE(ok);
+  }
+}
+
+TEST_F(InputsTest, TrajectoriesAndTheirParameters) {
+  write_text(dir.path + "/u.out", "x");
+  EXPECT_EQ(trajectories({"-po", "t.out", "-po", "u.out", "-po_time", "7", "-po_geo", "1", "0", "-gps_date",
+                          "2025/03/23"}),
+            "WARNING: using GPS date 2025/03/23 for all groups\n");
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(prj.pofiles.size(), 2u);
+  EXPECT_EQ(prj.pofiles[1].group, 2);
+  ASSERT_EQ(prj.pogroups.size(), 2u);
+  EXPECT_EQ(prj.pogroups[0].geo, 1);
+  EXPECT_EQ(prj.pogroups[1].geo, 0);
+  EXPECT_EQ(prj.pogroups[1].time, 7);
+  EXPECT_EQ(prj.pogroups[1].gweek, 2359u);
+  EXPECT_EQ(prj.pogroups[1].gday, 0u);
+  const struct {
+    std::vector<std::string> args;
+    std::string message;
+  } cases[] = {
+      {{"-utm", "1"}, "ERROR: PO files required for correction\n"},
+      {{"-po", "x.out"},
+       "ERROR: could not find file " + dir.path +
+           "/x.out\nERROR: could not find all specified trajectory files, cannot proceed\n"},
+      {{"-po", "t.out", "-po_geo", "1", "0"},
+       "ERROR: 2 po_geo flags provided, expected 1 or 1 (1 per group)\n"},
+      {{"-po", "t.out", "-gps_date", "2025-01-01", "2025-01-02"},
+       "ERROR: 2 GPS dates provided, expected 1 or 1 (1 per group)\n"},
+      {{"-po", "t.out", "-gps_date", "yesterday"},
+       "ERROR: invalid date 'yesterday', ISO 8601 format required (YYYY-MM-DD)\n"},
+      {{"-po", "t.out", "-gps_date", "2025-13-01"}, "ERROR: date '2025-13-01' out of range\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(trajectories(c.args), c.message);
+    EXPECT_FALSE(ok);
+  }
+}
+
+// 6 January 1980 is day 0 of week 0; each day is the next one, through leap years.
+TEST(InputsDate, DaysCountOnFromTheEpoch) {
+  static const int lengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  uint32_t week, day;
+  EXPECT_FALSE(date2gweekday(1980, 1, 5, week, day));
+  int n = -5;
+  for (int y = 1980; y < 2105; y++)
+    for (int m = 1; m <= 12; m++) {
+      const bool leap = m == 2 && y % 4 == 0 && (y % 100 != 0 || y % 400 == 0);
+      for (int d = 1; d <= lengths[m - 1] + (leap ? 1 : 0); d++, n++)
+        if (n >= 0) {
+          ASSERT_TRUE(date2gweekday(y, m, d, week, day));
+          ASSERT_EQ(static_cast<int>(7 * week + day), n) << y << ' ' << m << ' ' << d;
+        }
+    }
+}
+
+TEST_F(InputsTest, MountsByFilesOrAngles) {
+  EXPECT_EQ(mounts({"-po", "t.out"}),
+            "WARNING: no -mount, -bore or -imu options found, using IMU=0 and Bore=0\n");
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(mounts({"-po", "t.out", "-mount", "m1.txt"}), "");
+  ASSERT_TRUE(ok);
+  ASSERT_GE(prj.mounts.size(), 1u);
+  EXPECT_EQ(prj.mounts[0].IMU.y, 2);
+  EXPECT_EQ(prj.mounts[0].Bore.z, 6);
+  EXPECT_EQ(mounts({"-po", "t.out", "-imu", "1", "2", "3", "-bore", "-0.5", "0", "7"}), "");
+  ASSERT_TRUE(ok);
+  EXPECT_EQ(prj.mounts[0].IMU.z, 3);
+  EXPECT_EQ(prj.mounts[0].Bore.x, -0.5f);
+  EXPECT_NE(mounts({"-po", "t.out", "-mount", "m1.txt", "-imu", "1", "2", "3"})
+                .find("option -mount cannot be used together with -bore or -imu"),
+            std::string::npos);
+  EXPECT_NE(mounts({"-po", "t.out", "-imu", "1", "2", "3", "4"})
+                .find("option -imu has 4 arguments, multiple of 3 required"),
+            std::string::npos);
+  EXPECT_NE(mounts({"-po", "t.out", "-mount", "absent.txt"}).find("missing mount files, cannot proceed"),
+            std::string::npos);
+}
+
+TEST(InputsClasses, DropKeepAndGround) {
+  Options o;
+  std::vector<uint8_t> xcls;
+  o.drop_class = {7, 18};
+  EXPECT_TRUE(xclsf2xcls(o, xcls));
+  EXPECT_EQ(xcls, (std::vector<uint8_t>{7, 18}));
+  o.keep_class = {2};
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(xclsf2xcls(o, xcls)); }),
+            "ERROR: options -keep_class and -drop_class are exclusive\n");
+  o.drop_class.clear();
+  EXPECT_TRUE(xclsf2xcls(o, xcls));
+  EXPECT_EQ(xcls.size(), 255u);
+  o.ground_class = 1;
+  EXPECT_EQ(errors_of([&] { set_xcls_gnd(o, xcls); }),
+            "WARNING: option -keep_class or -drop_class overrides option -ground_filter\n");
+  o.keep_class.clear();
+  set_xcls_gnd(o, xcls);
+  EXPECT_EQ(xcls, (std::vector<uint8_t>{3, 4, 5, 7, 18}));
+}
+
+TEST(InputsDirectories, MustExistAndBeWritable) {
+  TempDir dir;
+  INDIR = TMPDIR = GEODIR = dir.path;
+  OUTDIR = dir.path + "/absent";
+  std::string odir_1;
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(dir_check(odir_1, false)); }),
+            "ERROR: not a valid output directory, write permission required: " + dir.path + "/absent/\n");
+  OUTDIR = dir.path;
+  EXPECT_TRUE(dir_check(odir_1, false));
+  EXPECT_EQ(OUTDIR, dir.path + "/");
+}

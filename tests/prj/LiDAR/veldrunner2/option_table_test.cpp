@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+#include <sstream>
+
+#include "prj/LiDAR/veldrunner2/help.h"
+#include "tests/prj/LiDAR/veldrunner2/read_support.h"
+
+namespace {
+std::string value_text(const OptTarget& target) {
+  std::ostringstream text;
+  text.precision(9);
+  std::visit(
+      [&text](const auto* value) {
+        using T = std::decay_t<decltype(*value)>;
+        if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, std::string>)
+          text << *value;
+        else
+          for (const auto& element : *value) text << element << ' ';
+      },
+      target);
+  return text.str();
+}
+
+std::string number(double x) {
+  std::ostringstream text;
+  text.precision(15);
+  text << x;
+  return text.str();
+}
+
+bool is_number(OptKind kind) {
+  return kind == OptKind::boolean || kind == OptKind::integer || kind == OptKind::real ||
+         kind == OptKind::intlist || kind == OptKind::reallist;
+}
+bool is_list(OptKind kind) {
+  return kind == OptKind::textlist || kind == OptKind::intlist || kind == OptKind::reallist;
+}
+
+// Option tokens in long or short form with n equal arguments.
+std::vector<std::string> form(const OptRow& row, bool abbreviated, const std::string& arg, int n) {
+  std::vector<std::string> args{std::string("-") + (abbreviated ? row.abbr : row.name)};
+  args.insert(args.end(), static_cast<size_t>(n), arg);
+  return args;
+}
+
+// What the target holds after n arguments of this text.
+std::string expected(const OptRow& row, const std::string& arg, int n) {
+  const bool word_of_help = std::string(row.name) == "help";
+  if (row.kind == OptKind::flag || word_of_help || (row.kind == OptKind::boolean && n == 0)) return "1";
+  if (row.kind == OptKind::intlist && n == 0) return "1 ";  // standing alone
+  if (row.kind == OptKind::real) {
+    const float value = std::strtof(arg.c_str(), nullptr);
+    return value_text(OptTarget(const_cast<float*>(&value)));
+  }
+  std::string text;
+  for (int i = 0; i < n; i++) text += arg + (is_list(row.kind) ? " " : "");
+  return text;
+}
+
+// Calls check(row, abbreviated) for every row in each of its forms.
+template <typename F>
+void for_each_form(F&& check) {
+  Options o;
+  for (const OptRow& row : option_rows(o))
+    for (const bool abbreviated : {false, true}) {
+      if (abbreviated && row.abbr[0] == '\0') continue;
+      SCOPED_TRACE(std::string("-") + (abbreviated ? row.abbr : row.name));
+      check(row, abbreviated);
+    }
+}
+
+// The value of an option after reading, by its name, as the rows of cl point into cl.
+std::string value_of(ReadResult& r, const char* name) {
+  for (const OptRow& row : option_rows(r.cl.o))
+    if (std::string(row.name) == name) return value_text(row.target);
+  return "?";
+}
+}  // namespace
+
+TEST(OptionTable, NamesAreUniqueAndDefaultsAreTheFields) {
+  Options o;
+  o.nthreads = default_nthreads();
+  o.nthreads_io = default_nthreads_io();
+  std::set<std::string> names;
+  const std::vector<OptRow> rows = option_rows(o);
+  EXPECT_EQ(rows.size(), 300u);
+  for (const OptRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_TRUE(names.insert(row.name).second);
+    if (row.abbr[0] != '\0') {
+      EXPECT_TRUE(names.insert(row.abbr).second);
+      EXPECT_EQ(row.abbr[1], '\0');
+    }
+    EXPECT_TRUE(is_option_token(std::string("-") + row.name));
+    EXPECT_GT(std::string(row.meaning).size(), 5u);
+    EXPECT_LE(row.lo, row.hi);
+    EXPECT_LE(row.nmin, row.nmax);
+    const bool by_machine = std::string(row.name).rfind("nthreads", 0) == 0;
+    const bool shown = !is_list(row.kind) && row.kind != OptKind::directory && !by_machine;
+    const std::string as_help = row.kind == OptKind::flag ? "off" : value_text(row.target);
+    EXPECT_TRUE(!shown || as_help == row.deflt) << as_help;
+  }
+}
+
+TEST(OptionTable, EveryOptionTakesItsBounds) {
+  for_each_form([](const OptRow& row, bool abbreviated) {
+    std::vector<std::string> values;
+    if (is_number(row.kind))
+      values = {number(row.lo), number(row.hi)};
+    else if (row.kind == OptKind::directory)
+      values = {"/"};
+    else
+      values = {"word"};
+    for (const std::string& value : values)
+      for (const int n : {row.nmin, row.nmax}) {
+        ReadResult r;
+        read_into(r, form(row, abbreviated, value, n));
+        EXPECT_TRUE(r.ok) << value << " x " << n << ": " << r.errors;
+        EXPECT_EQ(r.errors, "");
+        EXPECT_EQ(r.cl.given, GivenSet{row.name});
+        EXPECT_EQ(value_of(r, row.name), expected(row, value, n));
+      }
+  });
+}
+
+TEST(OptionTable, BeyondTheBoundsIsRefusedInTheWordsOfItsType) {
+  for_each_form([](const OptRow& row, bool abbreviated) {
+    const std::string key = std::string("option -") + (abbreviated ? row.abbr : row.name);
+    const auto refused = [&](const std::string& value, int n, const std::string& words) {
+      ReadResult r;
+      read_into(r, form(row, abbreviated, value, n));
+      EXPECT_FALSE(r.ok) << value;
+      EXPECT_EQ(r.errors.rfind("ERROR: " + key, 0), 0u) << r.errors;
+      EXPECT_NE(r.errors.find(words), std::string::npos) << r.errors;
+      EXPECT_NE(r.errors.find("ERROR: stopping due to option argument errors: use -h for help\n"),
+                std::string::npos);
+      if (!is_list(row.kind)) {
+        ReadResult untouched;
+        read_into(untouched, {});
+        EXPECT_EQ(value_of(r, row.name), value_of(untouched, row.name));
+      }
+    };
+    const int n = std::max(row.nmin, 1);
+    switch (row.kind) {
+      case OptKind::boolean:
+        refused("-1", 1, "boolean (0 or 1) required, keeping default value");
+        refused("2", 1, "boolean (0 or 1) required");
+        break;
+      case OptKind::integer:
+      case OptKind::intlist:
+        refused(number(row.lo - 1), n, " out of range [");
+        refused(number(row.hi + 1), n, " out of range [");
+        refused("1x", n, "integer required");
+        break;
+      case OptKind::real:
+      case OptKind::reallist:
+        refused(number(row.lo - std::fabs(row.lo) * 0.01 - 0.01), n, " out of range [");
+        refused(number(row.hi + std::fabs(row.hi) * 0.01 + 0.01), n, " out of range [");
+        refused("word", n, "numeric required");
+        break;
+      case OptKind::filename:
+        refused("a*b", 1, "(illegal characters), keeping");
+        break;
+      case OptKind::directory:
+        refused("/no/such/place", 1, ": invalid directory '/no/such/place', keeping");
+        break;
+      default:
+        break;
+    }
+    if (row.nmin > 0) refused("1", row.nmin - 1, " requires ");
+    if (std::string(row.name) != "help")
+      refused(row.kind == OptKind::directory ? "/" : "0", row.nmax + 1, " takes ");
+  });
+}
+
+TEST(OptionTable, HelpHasAllAndFinds) {
+  const std::string all = help_text("");
+  Options o;
+  for (const OptRow& row : option_rows(o)) {
+    EXPECT_NE(all.find(std::string("  -") + row.name + " "), std::string::npos) << row.name;
+    EXPECT_NE(all.find(row.meaning), std::string::npos) << row.name;
+  }
+  EXPECT_NE(all.find("veldrunner -clear_log -c\n"), std::string::npos);
+  EXPECT_NE(all.find("\nOPTIONS AND ARGUMENTS\n"), std::string::npos);
+  const std::string some = help_text("NTHREADS");
+  EXPECT_NE(some.find("-nthreads -N"), std::string::npos);
+  EXPECT_EQ(some.find("-drift"), std::string::npos);
+  EXPECT_NE(help_text("zzz").find("no option matches 'zzz'"), std::string::npos);
+}
+
+TEST(ReadOptions, GroupsKeepTheOrderOfTheCommandLine) {
+  ReadResult r;
+  read_into(r, {"-l", "x.txt", "-i", "a", "b", "-l", "y.txt", "-r", "f", "-po", "p", "-po", "q"});
+  ASSERT_TRUE(r.ok) << r.errors;
+  EXPECT_EQ(r.errors, "");
+  const InputArgs& in = r.cl.in;
+  ASSERT_EQ(in.mobile.size(), 3u);
+  EXPECT_TRUE(in.mobile[0].list);
+  EXPECT_EQ(in.mobile[1].args, (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(in.mobile[2].args[0], "y.txt");
+  EXPECT_EQ(in.fixed.size(), 1u);
+  EXPECT_EQ(in.po.size(), 2u);
+
+  ReadResult wrong;
+  read_into(wrong, {"-i", "a", "-r", "f", "-i", "b"});
+  EXPECT_FALSE(wrong.ok);
+  EXPECT_EQ(wrong.errors, "ERROR: inputs must always precede references in the command line\n");
+}
+
+TEST(ReadOptions, UnknownOptionsStopAndQuietHidesThem) {
+  ReadResult r;
+  read_into(r, {"-utm", "33", "-zzz", "stray"});
+  EXPECT_FALSE(r.ok);
+  EXPECT_EQ(r.errors,
+            "ERROR: unknown options: -zzz \nERROR: extra arguments: stray \n"
+            "ERROR: stopping due to unknown options or syntax errors: use -h for help\n");
+  ReadResult quiet;
+  read_into(quiet, {"-quiet", "-mem", "1", "-zzz"});
+  EXPECT_FALSE(quiet.ok);
+  EXPECT_EQ(quiet.errors, "");
+}
