@@ -58,9 +58,9 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("Cal_TA STEP 0 TIME=" << watch.text());
 }
 
-// Prior on the effect of a swath's constants at its samples, in metres. The samples of a swath count as one
-// observation together: with the full weight each, thousands of them outweigh the vectors as soon as the
-// prior comes near the noise, and constants of strips come back too small.
+// Prior on the effect of a swath's constants, in metres, at every sample of the swath with full weight:
+// vectors and samples are both one a microtile or so. A weaker prior leaves what flat ground cannot tell
+// apart (pitch and a shift along the track) to the few vectors whose uncertainty is too small.
 void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
   const bool FAA = inv.par.FA == 1, FTT = inv.par.FA == 2;
@@ -85,13 +85,8 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
         for (int b = 0; b <= a; b++) prod[a][b] += dot_W(W, J[a], J[b]);
       }
     }
-    if (n == 0) n = 1;
-    for (int c = 0; c < 3; c++) sys.add(T + c, T + c, (FAA ? 2 : 1) * axis(W, c));
+    for (int c = 0; c < 3; c++) sys.add(T + c, T + c, n * (FAA ? 2 : 1) * axis(W, c));
     if (!inv.drift_att) continue;
-    for (int a = 0; a < 3; a++) {
-      sum[a] /= n;
-      for (int b = 0; b <= a; b++) prod[a][b] /= n;
-    }
     for (int a = 0; a < 3; a++) {
       const double sigma = axis(ATT_PRIOR, a);
       sys.add(A + a, A + a,
@@ -107,8 +102,7 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("Cal_TA STEP 1 TIME=" << watch.text());
 }
 
-// Prior on calibration parameters: each moves the surface by about Cpri on average over the samples of a
-// swath.
+// Prior on calibration parameters: each moves the surface by about Cpri over the samples of all swaths.
 void set_calib_prior_area(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
   if (inv.ShiftRef)
@@ -121,25 +115,23 @@ void set_calib_prior_area(const InvCalDrift& inv, System& sys) {
     const SwState& w = inv.sw[s];
     if (!w.mobile) continue;
     const InvSamples& m = inv.in.swaths[s].samples;
-    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {}, n = 0;
+    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {};
     TrajFrame frame;
     GeomCols cols;
     for (uint64_t i = 0; i < m.P.size(); i++) {
       if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
       comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
       comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
-      n++;
       for (int c = 0; c < 3; c++) {
         ext[c] += dot_W(Wext, cols.lever[c], cols.lever[c]);
         ext[3 + c] += dot_W(Wext, cols.bore[c], cols.bore[c]);
       }
       for (int c = 0; c < N_INTERNAL; c++) intl[c] += dot_W(Wint[c], cols.internal[c], cols.internal[c]);
     }
-    if (n == 0) continue;
     for (int c = 0; c < N_EXTERNAL; c++)
-      if (inv.FE[c] && w.ext_on) sys.add(inv.ext0[c] + w.ext_set, inv.ext0[c] + w.ext_set, ext[c] / n);
+      if (inv.FE[c] && w.ext_on) sys.add(inv.ext0[c] + w.ext_set, inv.ext0[c] + w.ext_set, ext[c]);
     for (int c = 0; c < N_INTERNAL; c++)
-      if (inv.FI[c]) sys.add(inv.int0[c] + w.int_set, inv.int0[c] + w.int_set, intl[c] / n);
+      if (inv.FI[c]) sys.add(inv.int0[c] + w.int_set, inv.int0[c] + w.int_set, intl[c]);
   }
   LOG_LINE("Cal_TA STEP 2 TIME=" << watch.text());
 }

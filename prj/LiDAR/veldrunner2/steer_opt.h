@@ -18,7 +18,7 @@ struct DriftOpt {
 };
 [[nodiscard]] bool parse_drift_opt(const std::string& arg, DriftOpt& drift);
 
-// -dpoc: letters of "0TAxyzwpk". Empty: position and attitude.
+// -dpoc: letters of "0TAxyzwpk". Empty: position.
 [[nodiscard]] bool parse_drift_comp_opt(const std::string& arg, InvParam& inv);
 
 // -out: prefix, one star, suffix, extension. A star alone keeps name and extension.
