@@ -3,9 +3,9 @@
 // Here:     bit and symbol models, ArithDecoder, ArithEncoder. Private to the codec's sources.
 // Not here: integers against a prediction (laz_integer.h), the items (laz_point10.h and its siblings).
 //
-// The items are written once for both directions: c.symbol(model, s) of the encoder codes s and gives it back,
-// that of the decoder ignores s and gives the symbol read. Neither tests for the end of its buffer: their
-// callers see to it that MAX bytes a point (the items' max_bytes) are there.
+// The items are written once for both directions: c.symbol(model, s) of the encoder codes s and gives it
+// back, that of the decoder ignores s and gives the symbol read. Neither tests for the end of its buffer:
+// their callers see to it that MAX bytes a point (the items' max_bytes) are there.
 #pragma once
 #include <algorithm>
 #include <array>
@@ -16,6 +16,20 @@
 
 #define LAZ_INLINE __attribute__((always_inline)) inline
 #define LAZ_NOINLINE __attribute__((noinline))
+
+// The points' loops exist twice: for any x86-64, and with the bit instructions of all since about 2014, which
+// make them a seventh faster. The results are the same.
+#if defined(__x86_64__)
+#define LAZ_BIT_INSTRUCTIONS __attribute__((target("bmi,bmi2,lzcnt")))
+inline bool has_bit_instructions() {
+  static const bool has =
+      __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("lzcnt");
+  return has;
+}
+#else
+#define LAZ_BIT_INSTRUCTIONS
+inline bool has_bit_instructions() { return false; }
+#endif
 
 constexpr uint32_t ARITH_MIN_LENGTH = 1u << 24;
 constexpr uint32_t ARITH_MAX_LENGTH = 0xFFFFFFFFu;
@@ -46,11 +60,12 @@ struct BitModel {
   }
 };
 
-// Model of up to S symbols. The decoder's has two means to find a symbol: a guess, the symbol that takes most of
-// the interval if there is such a one, and a table of starting points of the search: table[k] is the largest
-// symbol that starts at or below k / 2^TABLE_BITS of the interval.
-template <int S, bool DECODING>
+// Model of up to S symbols. The decoder's has two means to find a symbol: a guess, the symbol that takes most
+// of the interval if there is such a one (WITH_GUESS), and a table of starting points of the search: table[k]
+// is the largest symbol that starts at or below k / 2^TABLE_BITS of the interval.
+template <int S, bool DECODING, bool WITH_GUESS>
 struct SymbolModel {
+  static constexpr bool GUESSES = DECODING && WITH_GUESS;
   static constexpr int TABLE_BITS = S > 64 ? 9 : 7;
   static constexpr uint32_t GUESS_SHARE = 19000;  // of 2^15, from which on a guess pays
   static constexpr uint32_t NO_GUESS = ~0u;
@@ -119,8 +134,8 @@ struct SymbolModel {
   }
 };
 
-// floor(2^26 / (i + 1)) for i = 1024 .. 2047: reciprocals that are never too large, where the decoder begins its
-// search for a symbol.
+// floor(2^26 / (i + 1)) for i = 1024 .. 2047: reciprocals that are never too large, where the decoder begins
+// its search for a symbol.
 inline constexpr std::array<uint16_t, 2048> ARITH_RECIPROCAL = [] {
   std::array<uint16_t, 2048> table{};
   for (uint32_t i = 1024; i < 2048; i++) table[i] = uint16_t((1u << 26) / (i + 1));
@@ -134,7 +149,9 @@ struct ArithDecoder {
   static constexpr bool encoding = false;
   using Byte = uint8_t;  // of the records: written
   template <int S>
-  using Symbols = SymbolModel<S, true>;
+  using Symbols = SymbolModel<S, true, true>;
+  template <int S>
+  using EvenSymbols = SymbolModel<S, true, false>;  // for models where no symbol prevails
 
   uint32_t value = 0, length = ARITH_MAX_LENGTH;
   const uint8_t* at = nullptr;  // next byte
@@ -179,7 +196,7 @@ struct ArithDecoder {
   template <class Model>
   LAZ_INLINE uint32_t symbol(Model& model, uint32_t = 0) {
     uint32_t s = model.guess;
-    if (s == Model::NO_GUESS || !try_guess(model, s)) s = search(model);
+    if (!Model::GUESSES || s == Model::NO_GUESS || !try_guess(model, s)) s = search(model);
     model.entry[s].count++;
     if (--model.left == 0) [[unlikely]]
       model.update();
@@ -243,15 +260,19 @@ struct ArithDecoder {
   }
 };
 
-// The latest two bytes of the output stand in `window` above the 32 bits of the interval's base, and are written
-// again with each call: a carry reaches bytes behind them so rarely that its branch is never mispredicted.
+// The latest two bytes of the output stand in `window` above the 32 bits of the interval's base, and are
+// written again with each call: a carry reaches bytes behind them so rarely that its branch is never
+// mispredicted.
 struct ArithEncoder {
   static constexpr bool encoding = true;
   using Byte = const uint8_t;  // of the records: read
   template <int S>
-  using Symbols = SymbolModel<S, false>;
+  using Symbols = SymbolModel<S, false, false>;
+  template <int S>
+  using EvenSymbols = Symbols<S>;
   static constexpr uint64_t WINDOW = (uint64_t(1) << 48) - 1;
-  static constexpr unsigned BYTES_BEFORE = 2;  // that must exist in front of the stream; they keep their values
+  static constexpr unsigned BYTES_BEFORE =
+      2;  // that must exist in front of the stream; they keep their values
   static constexpr unsigned BYTES_BEHIND = 16;  // room that the latest call and finish() need
 
   uint64_t window = 0;

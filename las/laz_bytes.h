@@ -20,8 +20,8 @@ inline void laz_put(uint8_t* at, T value) {
 
 inline uint32_t clamp_byte(int32_t v) { return uint32_t(v < 0 ? 0 : v > 255 ? 255 : v); }
 
-// Running median of five values, kept sorted: a new value pushes out the largest or the smallest in turn. Written
-// without branches, because they could not be foreseen.
+// Running median of five values, kept sorted: a new value pushes out the largest or the smallest in turn.
+// Written without branches, because they could not be foreseen.
 struct Median5 {
   int32_t v[5] = {0, 0, 0, 0, 0};
   uint32_t low = 0;  // 1: the smallest goes next

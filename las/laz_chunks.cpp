@@ -14,8 +14,8 @@ constexpr uint64_t NO_SEEK = ~uint64_t(0);
 
 // Finds the table: its position stands in front of the chunks, or in the last bytes of a file whose writer
 // could not seek.
-bool find_table(const LazReadAt& read_at, uint64_t file_size, uint64_t point_offset, uint64_t& at, uint64_t& end,
-                std::string& error) {
+bool find_table(const LazReadAt& read_at, uint64_t file_size, uint64_t point_offset, uint64_t& at,
+                uint64_t& end, std::string& error) {
   uint8_t bytes[8];
   end = file_size;
   if (file_size < point_offset || file_size - point_offset < sizeof bytes ||
@@ -110,7 +110,8 @@ bool read_laz_chunk_table(const LazScheme& scheme, const LazReadAt& read_at, uin
   if (nchunks > 0) {
     const uint64_t most_bytes = ENTRY_BYTES * nchunks;
     const uint64_t nbytes = std::min(end - read.table_offset - HEAD_BYTES, 4 + most_bytes);
-    std::vector<uint8_t> bytes(4 + 2 * most_bytes, 0);  // behind the stream zeros, for a stream that is too short
+    std::vector<uint8_t> bytes(4 + 2 * most_bytes,
+                               0);  // behind the stream zeros, for a stream that is too short
     if (!read_at(read.table_offset + HEAD_BYTES, bytes.data(), nbytes)) {
       error = "the chunk table can't be read";
       return false;

@@ -44,7 +44,8 @@ struct GpsSequences {
       nextreme[current] = 0;
     }
   }
-  LAZ_NOINLINE C code_full(C c, uint64_t real) {  // the coder by value: its state stays in registers elsewhere
+  LAZ_NOINLINE C code_full(C c,
+                           uint64_t real) {  // the coder by value: its state stays in registers elsewhere
     const uint32_t high = step_model.code(c, uint32_t(time[current] >> 32), uint32_t(real >> 32), 8);
     const uint32_t low = c.bits(32, uint32_t(real));
     next = (next + 1) & 3;
@@ -122,8 +123,9 @@ struct GpsSequences {
     if (q >= float(MULTIPLE_MAX)) return uint32_t(MULTIPLE_MAX);
     if (q <= float(MULTIPLE_MIN)) return LARGE_NEGATIVE;
     const int32_t nearest = int32_t(q < 0 ? q - 0.5f : q + 0.5f);
-    return nearest >= 0 ? uint32_t(nearest)
-                        : nearest <= MULTIPLE_MIN ? LARGE_NEGATIVE : uint32_t(int32_t(NEGATIVE) - nearest);
+    return nearest >= 0              ? uint32_t(nearest)
+           : nearest <= MULTIPLE_MIN ? LARGE_NEGATIVE
+                                     : uint32_t(int32_t(NEGATIVE) - nearest);
   }
 
   LAZ_INLINE void encode(C& c, uint64_t real) {

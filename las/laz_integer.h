@@ -11,8 +11,8 @@ template <class C, int BITS, int CONTEXTS>
 struct IntegerModel {
   static constexpr int NVALUE = BITS < 31 ? BITS : 31;
   static constexpr unsigned MAX_BYTES = 8;  // of one integer: two symbols, raw bits in two parts
-  using Bits = typename C::template Symbols<BITS + 1>;
-  using Value = typename C::template Symbols<256>;
+  using Bits = typename C::template EvenSymbols<BITS + 1>;
+  using Value = typename C::template EvenSymbols<256>;
 
   uint32_t k = 0;  // number of bits of the latest difference
   uint32_t generation = 0;

@@ -31,7 +31,8 @@ struct ChannelStates {
     create(channel, first);
   }
   // Makes the channel's models current, and gives the item that is the prediction of the next point and takes
-  // its value. On a switch to a channel in use this is, up to version 3, still the item of the channel before.
+  // its value. On a switch to a channel in use this is, up to version 3, still the item of the channel
+  // before.
   uint8_t* enter(unsigned channel) {
     uint8_t* last = states[current]->last;
     if (channel != current) [[unlikely]] {
@@ -230,4 +231,3 @@ class Byte14Item final : public LayerItem<C> {
   unsigned current_ = 0;
   State states_[LAZ_NCHANNELS];
 };
-

@@ -23,9 +23,9 @@ template <class C>
 class LayerItem {
  public:
   virtual ~LayerItem() = default;
-  virtual unsigned size() const = 0;       // bytes in the record
+  virtual unsigned size() const = 0;  // bytes in the record
   virtual unsigned nlayers() const = 0;
-  virtual unsigned max_bytes() const = 0;  // of one point in any one layer
+  virtual unsigned max_bytes() const = 0;            // of one point in any one layer
   virtual uint32_t field(unsigned layer) const = 0;  // its LazField, 0 for a layer that is always decoded
   virtual void start(const uint8_t* first, unsigned channel) = 0;
   // Codes this item of n (up to LAZ_LAYER_BLOCK) records; `records` points at the item in the first one. The

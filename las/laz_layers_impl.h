@@ -8,13 +8,24 @@ template <class C>
 std::vector<std::unique_ptr<LayerItem<C>>> make_layer_items(const LazScheme& scheme) {
   std::vector<std::unique_ptr<LayerItem<C>>> items;
   for (const LazItem& item : scheme.items) {
-    const bool own_channel = item.version >= 4;  // before, the items behind POINT14 mixed up the channels' states
+    const bool own_channel =
+        item.version >= 4;  // before, the items behind POINT14 mixed up the channels' states
     switch (item.type) {
-      case LazType::point14: items.push_back(std::make_unique<Point14Item<C>>(own_channel)); break;
-      case LazType::rgb14: items.push_back(std::make_unique<Rgb14Item<C, false>>(own_channel)); break;
-      case LazType::rgbnir14: items.push_back(std::make_unique<Rgb14Item<C, true>>(own_channel)); break;
-      case LazType::wavepacket14: items.push_back(std::make_unique<Wave14Item<C>>(own_channel)); break;
-      default: items.push_back(std::make_unique<Byte14Item<C>>(item.size, own_channel)); break;
+      case LazType::point14:
+        items.push_back(std::make_unique<Point14Item<C>>(own_channel));
+        break;
+      case LazType::rgb14:
+        items.push_back(std::make_unique<Rgb14Item<C, false>>(own_channel));
+        break;
+      case LazType::rgbnir14:
+        items.push_back(std::make_unique<Rgb14Item<C, true>>(own_channel));
+        break;
+      case LazType::wavepacket14:
+        items.push_back(std::make_unique<Wave14Item<C>>(own_channel));
+        break;
+      default:
+        items.push_back(std::make_unique<Byte14Item<C>>(item.size, own_channel));
+        break;
     }
   }
   return items;

@@ -7,9 +7,9 @@
 
 // Class of a return by number of returns and return number: returns of like echoes share their predictors.
 inline constexpr uint8_t LAZ_RETURN_CLASS[8][8] = {
-    {15, 14, 13, 12, 11, 10, 9, 8},    {14, 0, 1, 3, 6, 10, 10, 9},      {13, 1, 2, 4, 7, 11, 11, 10},
-    {12, 3, 4, 5, 8, 12, 12, 11},      {11, 6, 7, 8, 9, 13, 13, 12},     {10, 10, 11, 12, 13, 14, 14, 13},
-    {9, 10, 11, 12, 13, 14, 15, 14},   {8, 9, 10, 11, 12, 13, 14, 15}};
+    {15, 14, 13, 12, 11, 10, 9, 8},  {14, 0, 1, 3, 6, 10, 10, 9},   {13, 1, 2, 4, 7, 11, 11, 10},
+    {12, 3, 4, 5, 8, 12, 12, 11},    {11, 6, 7, 8, 9, 13, 13, 12},  {10, 10, 11, 12, 13, 14, 14, 13},
+    {9, 10, 11, 12, 13, 14, 15, 14}, {8, 9, 10, 11, 12, 13, 14, 15}};
 
 struct Point10 {
   int32_t x, y, z;
@@ -81,14 +81,14 @@ struct Point10v2 {
     const uint32_t r = p.flags & 7, n = p.flags >> 3 & 7;
     const uint32_t m = LAZ_RETURN_CLASS[n][r], l = n > r ? n - r : r - n;
     if (changed & INTENSITY)
-      last_intensity[m] =
-          uint16_t(intensity_model.code(c, last_intensity[m], p.intensity, std::min(m, 3u)));
+      last_intensity[m] = uint16_t(intensity_model.code(c, last_intensity[m], p.intensity, std::min(m, 3u)));
     p.intensity = last_intensity[m];
     if (changed & (CLASS | ANGLE | USER | SOURCE)) {
       if (changed & CLASS)
         p.classification = uint8_t(code_byte(c, class_model, last.classification, p.classification));
       if (changed & ANGLE)
-        p.angle = uint8_t(last.angle + c.symbol(angle_model[p.flags >> 6 & 1], uint8_t(p.angle - last.angle)));
+        p.angle =
+            uint8_t(last.angle + c.symbol(angle_model[p.flags >> 6 & 1], uint8_t(p.angle - last.angle)));
       if (changed & USER) p.user = uint8_t(code_byte(c, user_model, last.user, p.user));
       if (changed & SOURCE) p.source = uint16_t(source_model.code(c, last.source, p.source, 0));
     }

@@ -65,10 +65,20 @@ class Point14Item final : public LayerItem<C> {
 
   void run(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
            uint8_t* contexts) override {
-    for (uint64_t i = 0; i < n; i++) contexts[i] = code(layers, records + i * stride);
+    has_bit_instructions() ? run_fast(layers, records, stride, n, contexts)
+                           : run_plain(layers, records, stride, n, contexts);
   }
 
  private:
+  LAZ_BIT_INSTRUCTIONS void run_fast(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
+                                     uint8_t* contexts) {
+    for (uint64_t i = 0; i < n; i++) contexts[i] = code(layers, records + i * stride);
+  }
+  void run_plain(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
+                 uint8_t* contexts) {
+    for (uint64_t i = 0; i < n; i++) contexts[i] = code(layers, records + i * stride);
+  }
+
   enum LayerIndex { RETURNS_XY, Z, CLASS, FLAGS, INTENSITY, ANGLE, USER, SOURCE, TIME };
   template <int S>
   using Symbols = typename C::template Symbols<S>;
@@ -130,13 +140,18 @@ class Point14Item final : public LayerItem<C> {
            (p.source != last.source ? SOURCE_ID : 0);
   }
 
-  uint32_t code_returns(C& c, Context& k, uint32_t changed, const Point14& p) {
+  LAZ_INLINE uint32_t code_returns(C& c, Context& k, uint32_t changed, const Point14& p) {
     uint32_t n = k.last.n(), r = k.last.r();
     if (changed & N_RETURNS) n = symbol<16>(c, k.n_model[n], p.n());
     switch (changed & RETURN_STEP) {
-      case 0: break;
-      case 1: r = (r + 1) & 15; break;
-      case 2: r = (r + 15) & 15; break;
+      case 0:
+        break;
+      case 1:
+        r = (r + 1) & 15;
+        break;
+      case 2:
+        r = (r + 15) & 15;
+        break;
       default:
         if (changed & GPS_TIME)
           r = symbol<16>(c, k.r_model[r], p.r());
@@ -157,7 +172,8 @@ class Point14Item final : public LayerItem<C> {
                 (channel != current_ ? CHANNEL : 0);
     }
     C c = layers[RETURNS_XY].coder;
-    const uint32_t previous = (k->last.r() == 1) | (k->last.r() >= k->last.n()) << 1 | k->last_time_changed << 2;
+    const uint32_t previous =
+        (k->last.r() == 1) | (k->last.r() >= k->last.n()) << 1 | k->last_time_changed << 2;
     changed = symbol<128>(c, k->changed_model[previous], changed);
     uint8_t context = 0;
     if (changed & CHANNEL) {
@@ -175,7 +191,8 @@ class Point14Item final : public LayerItem<C> {
     }
     p.returns = uint8_t(code_returns(c, *k, changed, p));
     const uint32_t n = p.n(), r = p.r(), g = (changed & GPS_TIME) != 0;
-    const uint32_t m = 2 * uint32_t(LAZ_RETURN_CLASS14[n][r] - '0') + g, l = std::min(n > r ? n - r : r - n, 7u);
+    const uint32_t m = 2 * uint32_t(LAZ_RETURN_CLASS14[n][r] - '0') + g,
+                   l = std::min(n > r ? n - r : r - n, 7u);
     const uint32_t position = (r == 1 ? 2 : 0) + (r >= n ? 1 : 0);  // first, last, only, between
     const uint32_t single = n == 1;
 
@@ -210,12 +227,15 @@ class Point14Item final : public LayerItem<C> {
           uint16_t(k->intensity_model.code(layers[INTENSITY].coder, prediction, p.intensity, position));
       p.intensity = prediction;
     }
-    if (changed & SCAN_ANGLE && enter(layers[ANGLE], true))
+    if (changed & SCAN_ANGLE && enter(layers[ANGLE], true)) {
       p.angle = uint16_t(k->angle_model.code(layers[ANGLE].coder, last.angle, p.angle, g));
-    if (enter(layers[USER], p.user != last.user))
+    }
+    if (enter(layers[USER], p.user != last.user)) {
       p.user = uint8_t(symbol<256>(layers[USER].coder, k->user_model[last.user >> 2], p.user));
-    if (changed & SOURCE_ID && enter(layers[SOURCE], true))
+    }
+    if (changed & SOURCE_ID && enter(layers[SOURCE], true)) {
       p.source = uint16_t(k->source_model.code(layers[SOURCE].coder, last.source, p.source, 0));
+    }
     if (changed & GPS_TIME && enter(layers[TIME], true)) {
       if constexpr (C::encoding)
         k->times.encode(layers[TIME].coder, p.time);

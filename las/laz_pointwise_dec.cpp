@@ -4,7 +4,7 @@
 namespace {
 struct Bytes1 {  // extra bytes, version 1
   IntegerModel<ArithDecoder, 8, 1> value_model;
-  std::vector<ArithDecoder::Symbols<9>> nbits;  // one context a byte
+  std::vector<IntegerModel<ArithDecoder, 8, 1>::Bits> nbits;  // one context a byte
   std::vector<uint8_t> last;
 
   explicit Bytes1(unsigned size) : nbits(size), last(size) {}
@@ -69,11 +69,13 @@ std::unique_ptr<AnyItem> make_item(const LazItem& item) {
     case LazType::rgb12:
       if (old) return std::make_unique<FixedSizeItem<Rgb12v1>>();
       return std::make_unique<FixedSizeItem<Rgb12v2<C>>>();
-    case LazType::wavepacket13: return std::make_unique<FixedSizeItem<WavePacket13<C>>>();
+    case LazType::wavepacket13:
+      return std::make_unique<FixedSizeItem<WavePacket13<C>>>();
     case LazType::byte:
       if (old) return std::make_unique<ByteItem<Bytes1>>(item.size);
       return std::make_unique<ByteItem<Bytes2<C>>>(item.size);
-    default: return nullptr;
+    default:
+      return nullptr;
   }
 }
 

@@ -1,6 +1,6 @@
 // las/laz_pointwise_impl.h
-// PointItems for lists of items known at compile time: the items' code runs inlined, with the coder's state in
-// registers. Included by laz_pointwise_dec.cpp and laz_pointwise_enc.cpp only.
+// PointItems for lists of items known at compile time: the items' code runs inlined, with the coder's state
+// in registers. Included by laz_pointwise_dec.cpp and laz_pointwise_enc.cpp only.
 #pragma once
 #include <tuple>
 #include <utility>
@@ -44,7 +44,16 @@ class FixedItems final : public PointItems<C> {
     std::apply([&](auto&... item) { ((item.start(first), first += item.SIZE), ...); }, items_);
     if (extra_.size() > 0) extra_.start(first);
   }
-  void run(C& state, typename C::Byte* records, uint64_t n) override {
+  void run(C& c, typename C::Byte* records, uint64_t n) override {
+    has_bit_instructions() ? run_fast(c, records, n) : run_plain(c, records, n);
+  }
+  unsigned max_bytes() const override { return (Items::MAX_BYTES + ...) + extra_.max_bytes(); }
+
+ private:
+  LAZ_BIT_INSTRUCTIONS void run_fast(C& c, typename C::Byte* records, uint64_t n) { run_any(c, records, n); }
+  void run_plain(C& c, typename C::Byte* records, uint64_t n) { run_any(c, records, n); }
+
+  LAZ_INLINE void run_any(C& state, typename C::Byte* records, uint64_t n) {
     C c = state;
     for (uint64_t i = 0; i < n; i++) {
       typename C::Byte* at = records + i * stride_;
@@ -54,9 +63,6 @@ class FixedItems final : public PointItems<C> {
     if constexpr (!C::encoding) c.settle();
     state = c;
   }
-  unsigned max_bytes() const override { return (Items::MAX_BYTES + ...) + extra_.max_bytes(); }
-
- private:
   template <size_t... I>
   LAZ_INLINE void code_all(C& c, typename C::Byte* at, std::index_sequence<I...>) {
     ((std::get<I>(items_).code(c, at), at += Items::SIZE), ...);

@@ -26,7 +26,8 @@ struct RgbModels {
   }
 
   // A byte that changed: coded as difference to a prediction; else the byte it was.
-  LAZ_INLINE uint32_t code_byte(C& c, bool changed, int i, uint32_t prediction, uint32_t value, uint32_t last) {
+  LAZ_INLINE uint32_t code_byte(C& c, bool changed, int i, uint32_t prediction, uint32_t value,
+                                uint32_t last) {
     return changed ? (prediction + c.symbol(diff[i], (value - prediction) & 255)) & 255 : last;
   }
 
@@ -44,15 +45,20 @@ struct RgbModels {
     const uint32_t rh = code_byte(c, s & 2, 1, high_byte(last.r), high_byte(now.r), high_byte(last.r));
     now.r = uint16_t(rh << 8 | rl);
     if (s & COLOURED) {
-      const int32_t dl = int32_t(rl) - int32_t(low_byte(last.r)), dh = int32_t(rh) - int32_t(high_byte(last.r));
+      const int32_t dl = int32_t(rl) - int32_t(low_byte(last.r)),
+                    dh = int32_t(rh) - int32_t(high_byte(last.r));
       const int32_t last_gl = int32_t(low_byte(last.g)), last_gh = int32_t(high_byte(last.g));
       const int32_t last_bl = int32_t(low_byte(last.b)), last_bh = int32_t(high_byte(last.b));
-      const uint32_t gl = code_byte(c, s & 4, 2, clamp_byte(dl + last_gl), low_byte(now.g), uint32_t(last_gl));
+      const uint32_t gl =
+          code_byte(c, s & 4, 2, clamp_byte(dl + last_gl), low_byte(now.g), uint32_t(last_gl));
       const int32_t dl2 = (dl + int32_t(gl) - last_gl) / 2;
-      const uint32_t bl = code_byte(c, s & 16, 4, clamp_byte(dl2 + last_bl), low_byte(now.b), uint32_t(last_bl));
-      const uint32_t gh = code_byte(c, s & 8, 3, clamp_byte(dh + last_gh), high_byte(now.g), uint32_t(last_gh));
+      const uint32_t bl =
+          code_byte(c, s & 16, 4, clamp_byte(dl2 + last_bl), low_byte(now.b), uint32_t(last_bl));
+      const uint32_t gh =
+          code_byte(c, s & 8, 3, clamp_byte(dh + last_gh), high_byte(now.g), uint32_t(last_gh));
       const int32_t dh2 = (dh + int32_t(gh) - last_gh) / 2;
-      const uint32_t bh = code_byte(c, s & 32, 5, clamp_byte(dh2 + last_bh), high_byte(now.b), uint32_t(last_bh));
+      const uint32_t bh =
+          code_byte(c, s & 32, 5, clamp_byte(dh2 + last_bh), high_byte(now.b), uint32_t(last_bh));
       now.g = uint16_t(gh << 8 | gl);
       now.b = uint16_t(bh << 8 | bl);
     } else {

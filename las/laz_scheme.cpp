@@ -37,18 +37,30 @@ const ItemRule* find_rule(LazType type) {
 std::vector<LazType> items_of_format(int point_format) {
   using T = LazType;
   switch (point_format) {
-    case 0: return {T::point10};
-    case 1: return {T::point10, T::gpstime11};
-    case 2: return {T::point10, T::rgb12};
-    case 3: return {T::point10, T::gpstime11, T::rgb12};
-    case 4: return {T::point10, T::gpstime11, T::wavepacket13};
-    case 5: return {T::point10, T::gpstime11, T::rgb12, T::wavepacket13};
-    case 6: return {T::point14};
-    case 7: return {T::point14, T::rgb14};
-    case 8: return {T::point14, T::rgbnir14};
-    case 9: return {T::point14, T::wavepacket14};
-    case 10: return {T::point14, T::rgbnir14, T::wavepacket14};
-    default: return {};
+    case 0:
+      return {T::point10};
+    case 1:
+      return {T::point10, T::gpstime11};
+    case 2:
+      return {T::point10, T::rgb12};
+    case 3:
+      return {T::point10, T::gpstime11, T::rgb12};
+    case 4:
+      return {T::point10, T::gpstime11, T::wavepacket13};
+    case 5:
+      return {T::point10, T::gpstime11, T::rgb12, T::wavepacket13};
+    case 6:
+      return {T::point14};
+    case 7:
+      return {T::point14, T::rgb14};
+    case 8:
+      return {T::point14, T::rgbnir14};
+    case 9:
+      return {T::point14, T::wavepacket14};
+    case 10:
+      return {T::point14, T::rgbnir14, T::wavepacket14};
+    default:
+      return {};
   }
 }
 
@@ -110,7 +122,8 @@ bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LazScheme& scheme, s
   }
   const uint16_t nitems = get<uint16_t>(payload + 32);
   if (nitems == 0 || nbytes != FIXED_BYTES + ITEM_BYTES * nitems) {
-    error = "LAZ record of " + std::to_string(nbytes) + " bytes announces " + std::to_string(nitems) + " items";
+    error =
+        "LAZ record of " + std::to_string(nbytes) + " bytes announces " + std::to_string(nitems) + " items";
     return false;
   }
   LazScheme read;

@@ -37,13 +37,15 @@ struct LazScheme {
   LazCompressor compressor = LazCompressor::none;
   uint8_t version_major = 3, version_minor = 4;  // of the compressing software, for information
   uint16_t version_revision = 3;
-  uint32_t options = 0;              // bit 0: 1.4 content in compatibility form
+  uint32_t options = 0;                  // bit 0: 1.4 content in compatibility form
   uint32_t chunk_size = LAZ_CHUNK_SIZE;  // points; LAZ_VARIABLE: each chunk has its own
-  int64_t nspecial_evlr = -1;        // special EVLRs (the embedded index), -1: unused
-  int64_t special_evlr_offset = -1;  // file position of the first, -1: unused
-  std::vector<LazItem> items;        // in record order
+  int64_t nspecial_evlr = -1;            // special EVLRs (the embedded index), -1: unused
+  int64_t special_evlr_offset = -1;      // file position of the first, -1: unused
+  std::vector<LazItem> items;            // in record order
 
-  bool chunked() const { return compressor == LazCompressor::chunked || compressor == LazCompressor::layered; }
+  bool chunked() const {
+    return compressor == LazCompressor::chunked || compressor == LazCompressor::layered;
+  }
   bool layered() const { return compressor == LazCompressor::layered; }
   bool variable() const { return chunked() && chunk_size == LAZ_VARIABLE; }
   uint32_t record_length() const;  // bytes of one uncompressed record: the sum of the item sizes

@@ -56,8 +56,8 @@ bool decode_stream(const LazTestFile& file, std::vector<uint8_t>& records, std::
   if (!decoder.open(file.scheme, pull, file.npoints, error)) return false;
   bool ok = true;
   while (ok && done < file.npoints) {  // an odd number at a time, across the chunks
-    ok = decoder.decode(std::min<uint64_t>(777, file.npoints - done), records.data() + done * file.record_length,
-                        now, error);
+    ok = decoder.decode(std::min<uint64_t>(777, file.npoints - done),
+                        records.data() + done * file.record_length, now, error);
     done += now;
   }
   records.resize(done * file.record_length);
@@ -149,8 +149,8 @@ bool decode_file(const LazTestFile& file, std::vector<uint8_t>& records, std::st
     return true;
   };
   LazChunkTable table;
-  if (file.scheme.chunked() && read_laz_chunk_table(file.scheme, read_at, file.bytes.size(), file.point_offset,
-                                                    file.npoints, table, error))
+  if (file.scheme.chunked() && read_laz_chunk_table(file.scheme, read_at, file.bytes.size(),
+                                                    file.point_offset, file.npoints, table, error))
     return decode_table(file, table, records, error);
   return decode_stream(file, records, error);
 }
@@ -223,7 +223,8 @@ std::vector<uint8_t> made_records(int format, uint32_t nextra, uint64_t n, Fligh
       put(wave + 25, -1.5e-4f);
       if (r == nreturns) packet += rng() % 200 == 0 ? 9000000000 : size;
     }
-    for (uint32_t b = 0; b < nextra; b++) p[base[format] + b] = b % 3 == 2 ? 7 : uint8_t(i / (9 << b % 4) + rng() % 2);
+    for (uint32_t b = 0; b < nextra; b++)
+      p[base[format] + b] = b % 3 == 2 ? 7 : uint8_t(i / (9 << b % 4) + rng() % 2);
   }
   return records;
 }

@@ -30,7 +30,10 @@ bool open_laz(std::vector<uint8_t> bytes, LazTestFile& file, std::string& error)
 // those that came before it.
 bool decode_file(const LazTestFile& file, std::vector<uint8_t>& records, std::string& error);
 
-enum class Flight { smooth, random };  // records as flown, with returns, channels and colours; or random bytes
+enum class Flight {
+  smooth,
+  random
+};  // records as flown, with returns, channels and colours; or random bytes
 
 // n records of a point format with extra bytes behind its fields.
 std::vector<uint8_t> made_records(int format, uint32_t nextra, uint64_t n, Flight flight, uint32_t seed);
