@@ -43,9 +43,9 @@ void assert_failed(const char* cond, const char* func, int line, const char* fil
 
 void assert_failed_index(const char* cond, const char* name, int64_t value, const char* func,
                          const char* type, int line, const char* file) {
-  report_and_abort(std::string("ERROR: ASSERT (") + cond + ") " + name + "=" + std::to_string(value) + " in " +
-                   func + " <" + type_name(type) + ">, line " + std::to_string(line) + " of " + file_of(file) +
-                   build_time());
+  report_and_abort(std::string("ERROR: ASSERT (") + cond + ") " + name + "=" + std::to_string(value) +
+                   " in " + func + " <" + type_name(type) + ">, line " + std::to_string(line) + " of " +
+                   file_of(file) + build_time());
 }
 
 void alloc_failed(const char* tag, uint64_t n, uint64_t bytes) {
@@ -54,6 +54,6 @@ void alloc_failed(const char* tag, uint64_t n, uint64_t bytes) {
 }
 
 void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t bytes) {
-  report_and_abort(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(xsize) + " x " +
-                   std::to_string(ysize) + " x " + std::to_string(bytes));
+  report_and_abort(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(xsize) +
+                   " x " + std::to_string(ysize) + " x " + std::to_string(bytes));
 }

@@ -19,7 +19,8 @@ char* take_buffer(uint64_t bsize, char* given, bool& own) {
 }
 
 void report_failure(const char* what, const std::string& name, int reason) {
-  ERROR_MSG(what << " failed, file='" << name << "': " << (reason ? std::strerror(reason) : "stream failure"));
+  ERROR_MSG(what << " failed, file='" << name
+                 << "': " << (reason ? std::strerror(reason) : "stream failure"));
 }
 
 std::streamsize as_stream_size(uint64_t n) { return static_cast<std::streamsize>(n); }
@@ -36,7 +37,8 @@ BufBinFileOut::~BufBinFileOut() {
 
 bool BufBinFileOut::open(const std::string& name, int mode) {
   if (!close()) return false;
-  const std::ios::openmode how = std::ios::binary | std::ios::out | (mode == 1 ? std::ios::app : std::ios::trunc);
+  const std::ios::openmode how =
+      std::ios::binary | std::ios::out | (mode == 1 ? std::ios::app : std::ios::trunc);
   errno = 0;
   fs_.clear();
   fs_.open(name, how);
@@ -101,7 +103,8 @@ bool BufBinFileOut::close() {
   const bool good = flush();
   open_ = false;
   if (!good) {
-    LOG_LINE("<!> BufBinFileOut::close '" << name_ << "' bad=" << fs_.bad() << " n=" << n << " bsize=" << bsize_);
+    LOG_LINE("<!> BufBinFileOut::close '" << name_ << "' bad=" << fs_.bad() << " n=" << n
+                                          << " bsize=" << bsize_);
     if (report_) report_failure("BufBinFileOut: close", name_, errno);
   }
   return good;

@@ -29,8 +29,8 @@ const SignalLabel labels[] = {{SIGABRT, "ABRT"}, {SIGFPE, "FPE"},   {SIGILL, "IL
                               {SIGSYS, "SYS"},   {SIGBUS, "BUS"}};
 
 volatile std::sig_atomic_t exit_value = 1;
-pthread_t reporter;                // the thread of the report, once crashed is set
-const char* lock_file = nullptr;   // for the watchdog, which may not touch strings
+pthread_t reporter;               // the thread of the report, once crashed is set
+const char* lock_file = nullptr;  // for the watchdog, which may not touch strings
 
 std::string frame_line(int number, void* address) {
   char line[1024];

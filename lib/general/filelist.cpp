@@ -92,8 +92,8 @@ bool match_files(const std::string& pattern, std::vector<std::string>& files) {
   return true;
 }
 
-bool update_file_list(FileList& list, const FileList& excl, const std::string& pattern, int idx, bool dup_error,
-                      const PathRules& rules) {
+bool update_file_list(FileList& list, const FileList& excl, const std::string& pattern, int idx,
+                      bool dup_error, const PathRules& rules) {
   LOG_ENTER("update_file_list '" << pattern << "' idx=" << idx << " IL=0 DUP=" << dup_error
                                  << " flist.size()=" << list.size() << " excl.size()=" << excl.size());
   const std::string path = complete_path(pattern, rules);
@@ -127,8 +127,8 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
   return true;
 }
 
-bool update_file_list_lof(FileList& list, const FileList& excl, const std::string& lof, int idx, bool dup_error,
-                          const PathRules& rules) {
+bool update_file_list_lof(FileList& list, const FileList& excl, const std::string& lof, int idx,
+                          bool dup_error, const PathRules& rules) {
   LOG_ENTER("update_file_list '" << lof << "' idx=" << idx << " IL=1 DUP=" << dup_error
                                  << " flist.size()=" << list.size() << " excl.size()=" << excl.size());
   const std::string path = complete_path(lof, rules);
@@ -170,8 +170,8 @@ bool update_check_file(std::string& file, const PathRules& rules) {
     return false;
   }
   if (files.size() > 1)
-    WARNING_MSG("found " << files.size() << " matches for " << name << " in directory " << shown(dir) << " - using "
-                         << base_name(files[0]));
+    WARNING_MSG("found " << files.size() << " matches for " << name << " in directory " << shown(dir)
+                         << " - using " << base_name(files[0]));
   file = files[0];
   return true;
 }

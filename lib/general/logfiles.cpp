@@ -62,8 +62,8 @@ bool take_lock(const std::string& base, const std::string& program) {
     return true;
   }
   if (errno == EEXIST)
-    std::fprintf(stderr, "ERROR: one instance of %s is already running!\nfile \"%s\" found.\n", program.c_str(),
-                 path.c_str());
+    std::fprintf(stderr, "ERROR: one instance of %s is already running!\nfile \"%s\" found.\n",
+                 program.c_str(), path.c_str());
   else
     std::fprintf(stderr, "ERROR: could not create file \"%s\"\n", path.c_str());
   return false;
@@ -151,9 +151,10 @@ bool rename_by_time(const std::string& path, std::string& renamed) {
   struct tm parts;
   if (stat(path.c_str(), &info) != 0 || !localtime_r(&info.st_mtime, &parts)) return false;
   char text[MAX_PATH_BYTES];
-  const int n = std::snprintf(text, sizeof text, "%s.%02d%02d%02d-%02d%02d%02d%s", change_extension(path, "").c_str(),
-                              parts.tm_year % 100, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
-                              parts.tm_sec, get_extension(path).c_str());
+  const int n =
+      std::snprintf(text, sizeof text, "%s.%02d%02d%02d-%02d%02d%02d%s", change_extension(path, "").c_str(),
+                    parts.tm_year % 100, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
+                    parts.tm_sec, get_extension(path).c_str());
   if (n < 0 || static_cast<size_t>(n) >= sizeof text) return false;
   if (std::rename(path.c_str(), text) != 0) return false;
   renamed = text;

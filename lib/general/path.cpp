@@ -3,11 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cerrno>
-#include <cstring>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "lib/general/filelist.h"
@@ -41,9 +41,7 @@ void split_path(const std::string& path, std::string& dir, std::string& name) {
   name = path.substr(start);
   dir = path.substr(0, start);
 }
-std::string with_slash(const std::string& dir) {
-  return dir.empty() || dir.back() == '/' ? dir : dir + '/';
-}
+std::string with_slash(const std::string& dir) { return dir.empty() || dir.back() == '/' ? dir : dir + '/'; }
 
 bool current_directory(std::string& dir) {
   char text[PATH_MAX];
@@ -61,7 +59,8 @@ std::string add_input_directory(const std::string& path, const std::string& idir
 int64_t file_mode(const std::string& path) {
   struct stat info;
   const bool strip = path.size() > 1 && path.back() == '/';
-  return get_stat(strip ? path.substr(0, path.size() - 1) : path, info) ? static_cast<int64_t>(info.st_mode) : -1;
+  return get_stat(strip ? path.substr(0, path.size() - 1) : path, info) ? static_cast<int64_t>(info.st_mode)
+                                                                        : -1;
 }
 bool is_regular_file(const std::string& path) {
   struct stat info;

@@ -58,7 +58,8 @@ void progress_step(int i, const std::string& text) {
   const int stars = static_cast<int>(width * static_cast<int64_t>(i) / n);
   const int percent = static_cast<int>(100 * static_cast<int64_t>(i) / n);
   if (mode == ProgressMode::console && log.console) {
-    std::printf("[%s%s] %3d%% ", std::string(stars, '*').c_str(), std::string(width - stars, '-').c_str(), percent);
+    std::printf("[%s%s] %3d%% ", std::string(stars, '*').c_str(), std::string(width - stars, '-').c_str(),
+                percent);
     log.progress_pending = true;
     std::printf("%s\r", text.c_str());
     std::fflush(stdout);

@@ -8,7 +8,8 @@
 
 namespace {
 void report_failure(const char* what, const std::string& name, int reason) {
-  ERROR_MSG(what << " failed, file='" << name << "': " << (reason ? std::strerror(reason) : "stream failure"));
+  ERROR_MSG(what << " failed, file='" << name
+                 << "': " << (reason ? std::strerror(reason) : "stream failure"));
 }
 }  // namespace
 

@@ -20,17 +20,19 @@ bool matches(const std::string& token, const std::string& key, int mode, std::ve
 }
 
 // Checks the count, cuts what is too much. False when the occurrence is not valid.
-bool check_count(OptParser& p, std::vector<std::string>& args, const std::string& key, int nargmin, int nargmax) {
+bool check_count(OptParser& p, std::vector<std::string>& args, const std::string& key, int nargmin,
+                 int nargmax) {
   const int n = static_cast<int>(args.size());
   if (n < nargmin) {
-    ERROR_MSG("option " << key << " requires " << (nargmax > nargmin ? "at least " : "") << nargmin << " argument"
-                        << (nargmin > 1 ? "s" : "") << ", found " << n);
+    ERROR_MSG("option " << key << " requires " << (nargmax > nargmin ? "at least " : "") << nargmin
+                        << " argument" << (nargmin > 1 ? "s" : "") << ", found " << n);
     p.error = true;
     return false;
   }
   if (n > nargmax) {
     ERROR_MSG("option " << key << " takes " << (nargmin < nargmax ? "maximum " : "") << nargmax << " argument"
-                        << (nargmax > 1 ? "s" : "") << ", found " << n << ", discarding last " << n - nargmax);
+                        << (nargmax > 1 ? "s" : "") << ", found " << n << ", discarding last "
+                        << n - nargmax);
     p.error = true;
     args.resize(static_cast<size_t>(nargmax));
   }
@@ -92,7 +94,8 @@ std::vector<OptOccurrence> GetOptAll(OptParser& p, const std::string& longopt, c
       found.clear();  // the last occurrence decides
   }
   if (count >= 2 && !repeatable)
-    WARNING_MSG("option " << key << " found " << count << " times, last valid occurrence overrides previous ones");
+    WARNING_MSG("option " << key << " found " << count
+                          << " times, last valid occurrence overrides previous ones");
   if (!found.empty()) {
     const bool both = !shortopt.empty() && !longopt.empty();
     p.given.push_back(both ? shortopt + "|" + longopt : shortopt + longopt);
@@ -100,8 +103,8 @@ std::vector<OptOccurrence> GetOptAll(OptParser& p, const std::string& longopt, c
   return found;
 }
 
-bool GetOpt(OptParser& p, std::vector<std::string>& args, const std::string& longopt, const std::string& shortopt,
-            int nargmin, int nargmax, bool single) {
+bool GetOpt(OptParser& p, std::vector<std::string>& args, const std::string& longopt,
+            const std::string& shortopt, int nargmin, int nargmax, bool single) {
   const std::vector<OptOccurrence> found = GetOptAll(p, longopt, shortopt, nargmin, nargmax, single, false);
   if (found.empty()) return false;
   args = found.back().args;

@@ -3,8 +3,8 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/txtfile.h"
-#include "lib/optparser/opttags.h"
 #include "lib/optparser/optparser.h"
+#include "lib/optparser/opttags.h"
 
 namespace {
 std::string option_of(const std::string& line) {
@@ -22,7 +22,8 @@ bool overridden(const OptParser& p, const std::string& line) {
 }
 }  // namespace
 
-void SaveOptionFile(const OptParser& p, const std::string& path, const std::string& soft, const std::string& dir) {
+void SaveOptionFile(const OptParser& p, const std::string& path, const std::string& soft,
+                    const std::string& dir) {
   LOG_ENTER("SaveOptionFile '" << path << "'");
   LOG_MSG("Saving command line and other options to file " << path);
   const std::string part = path + ".part";

@@ -3,8 +3,8 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/txtfile.h"
-#include "lib/optparser/opttags.h"
 #include "lib/optparser/optparser.h"
+#include "lib/optparser/opttags.h"
 
 namespace {
 // Reads the file of options that hold for every run with this executable.
@@ -15,7 +15,8 @@ bool AddPersistentOpt(OptParser& p, const std::string& path, std::vector<std::st
   std::string line;
   for (int n = 1; in.getline(line); n++) {
     const size_t start = line.find_first_not_of(" \t=");
-    if (start == std::string::npos || line[start] == '#' || line[start] == '/' || line[start] == '[') continue;
+    if (start == std::string::npos || line[start] == '#' || line[start] == '/' || line[start] == '[')
+      continue;
     std::vector<std::string> words;
     const bool closed = split_option_line(line, words);
     if (!words.empty()) words[0].insert(0, 1, '-');

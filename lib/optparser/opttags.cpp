@@ -16,7 +16,8 @@ std::string strip(const std::string& text) {
   return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
 
-// A line that belongs to the saved form of an option file and says nothing: <opt ...>, </opt>, <!-- -->, <? ?>.
+// A line that belongs to the saved form of an option file and says nothing: <opt ...>, </opt>, <!-- -->, <?
+// ?>.
 bool is_frame_line(const std::string& line) {
   for (const char* const start : {"opt ", "opt>", "/opt>", "OPT ", "OPT>", "/OPT>", "!", "?"})
     if (line.compare(1, std::char_traits<char>::length(start), start) == 0) return true;
@@ -35,11 +36,14 @@ struct TagReader {
     ERROR_MSG(what << " of option file '" << path << "'");
     return false;
   }
-  bool error_here(const std::string& what) const { return error(what + " at line " + std::to_string(line_number)); }
+  bool error_here(const std::string& what) const {
+    return error(what + " at line " + std::to_string(line_number));
+  }
 
   bool in_list() const {
-    return !stack.empty() && std::any_of(list_tags.begin(), list_tags.end(),
-                                         [this](const std::string& t) { return equal_nocase(t, stack.back()); });
+    return !stack.empty() && std::any_of(list_tags.begin(), list_tags.end(), [this](const std::string& t) {
+      return equal_nocase(t, stack.back());
+    });
   }
   bool option_line(const std::string& line);
   bool check_delimiters(const std::string& line, size_t& ntags) const;
@@ -54,7 +58,8 @@ bool TagReader::option_line(const std::string& line) {
   if (!words.empty()) words[0].insert(0, 1, '-');
   if (words.empty() || !is_option_token(words[0]))
     return error_here("invalid option: " + (words.empty() ? line : words[0]));
-  if (tokens.size() + words.size() > MAX_OPT) return error_here("more than " + std::to_string(MAX_OPT) + " words");
+  if (tokens.size() + words.size() > MAX_OPT)
+    return error_here("more than " + std::to_string(MAX_OPT) + " words");
   p.global_lines.push_back(line);
   for (const std::string& word : words) {
     LOG_LINE("F_ARG: " << word);
@@ -144,7 +149,9 @@ bool TagReader::read_line(std::string line) {
 }
 }  // namespace
 
-bool equal_nocase(const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
+bool equal_nocase(const std::string& a, const std::string& b) {
+  return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
 
 bool is_tag(const std::string& text) { return !text.empty() && text[0] == '<'; }
 
@@ -211,7 +218,8 @@ bool ParseTagLine(const std::string& line, TagLine& tag) {
   const size_t start = tag.closing ? 2 : 1;
   const size_t blank = line.find_first_of(BLANKS, 1);
   tag.name = line.substr(std::min(start, line.size()), std::min(blank, end) - start);
-  if (end == std::string::npos || line[0] != '<') return error("attribute syntax error for tag <" + tag.name + ">");
+  if (end == std::string::npos || line[0] != '<')
+    return error("attribute syntax error for tag <" + tag.name + ">");
 
   size_t i = std::min(blank, end);
   for (;;) {
@@ -238,7 +246,8 @@ bool ParseTagLine(const std::string& line, TagLine& tag) {
       value = line.substr(i, stop - i);
       i = stop;
     }
-    if (strip(value).empty()) return error("missing value for attribute " + name + " for tag <" + tag.name + ">");
+    if (strip(value).empty())
+      return error("missing value for attribute " + name + " for tag <" + tag.name + ">");
     if (tag.find(name)) return error("multiple attribute " + name + " for tag <" + tag.name + ">");
     tag.attr.emplace_back(name, value);
   }

@@ -16,8 +16,8 @@ struct TagLine {
 };
 
 // Reads a tagged file: option tokens into tokens, tags and values into p.taglist. False after an ERROR line.
-[[nodiscard]] bool AddFileOpt(OptParser& p, const std::string& path, const std::vector<std::string>& list_tags,
-                              std::vector<std::string>& tokens);
+[[nodiscard]] bool AddFileOpt(OptParser& p, const std::string& path,
+                              const std::vector<std::string>& list_tags, std::vector<std::string>& tokens);
 
 // Takes a tag of the tag list, "<name attribute="value" ...>", apart. False after ERROR lines.
 [[nodiscard]] bool ParseTagLine(const std::string& line, TagLine& tag);

@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cfloat>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 #include "lib/general/filelist.h"
@@ -31,11 +32,22 @@ bool parse_int(const std::string& text, int64_t& value) {
 
 bool parse_double(const std::string& text, bool float_parse, double& value) {
   char* end = nullptr;
-  value = float_parse ? static_cast<double>(std::strtof(text.c_str(), &end)) : std::strtod(text.c_str(), &end);
+  value =
+      float_parse ? static_cast<double>(std::strtof(text.c_str(), &end)) : std::strtod(text.c_str(), &end);
   return !text.empty() && *end == '\0';
 }
 
-double as_float(double x) { return std::fabs(x) <= static_cast<double>(FLT_MAX) ? static_cast<double>(static_cast<float>(x)) : x; }
+double as_float(double x) {
+  return std::fabs(x) <= static_cast<double>(FLT_MAX) ? static_cast<double>(static_cast<float>(x)) : x;
+}
+
+// Three decimals, but bounds that mean "any number" do not fill the screen with digits.
+std::string number_text(double x) {
+  if (std::fabs(x) < 1e15) return LOG_STR(x);
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", x);
+  return text;
+}
 
 std::string keeping_text(double deflt, double min) {
   if (deflt < min) return "keeping default value (auto)";
@@ -55,7 +67,8 @@ bool check_double(const std::string& text, const std::string& name, bool float_p
     max = as_float(max);
   }
   if (!(v >= min && v <= max)) {
-    ERROR_MSG(name << ": value " << v << " out of range [" << min << "," << max << "], " << keeping);
+    ERROR_MSG(name << ": value " << number_text(v) << " out of range [" << number_text(min) << ","
+                   << number_text(max) << "], " << keeping);
     return false;
   }
   value = v;
@@ -79,7 +92,8 @@ bool GetOptString(OptParser& p, std::string& value, const std::string& longopt, 
   return true;
 }
 
-bool GetOptFileName(OptParser& p, std::string& value, const std::string& longopt, const std::string& shortopt) {
+bool GetOptFileName(OptParser& p, std::string& value, const std::string& longopt,
+                    const std::string& shortopt) {
   std::vector<std::string> args;
   if (!GetOpt(p, args, longopt, shortopt, 1, 1, !shortopt.empty())) return false;
   if (has_illegal_chars(args[0])) {
@@ -91,7 +105,8 @@ bool GetOptFileName(OptParser& p, std::string& value, const std::string& longopt
   return true;
 }
 
-bool GetOptDirectory(OptParser& p, std::string& value, const std::string& longopt, const std::string& shortopt) {
+bool GetOptDirectory(OptParser& p, std::string& value, const std::string& longopt,
+                     const std::string& shortopt) {
   std::vector<std::string> args;
   if (!GetOpt(p, args, longopt, shortopt, 1, 1, !shortopt.empty())) return false;
   const std::string dir = expand_refdir(args[0], p.refdir);
@@ -104,8 +119,8 @@ bool GetOptDirectory(OptParser& p, std::string& value, const std::string& longop
   return true;
 }
 
-bool GetOptInt(OptParser& p, int64_t& value, const std::string& longopt, const std::string& shortopt, int64_t min,
-               int64_t max) {
+bool GetOptInt(OptParser& p, int64_t& value, const std::string& longopt, const std::string& shortopt,
+               int64_t min, int64_t max) {
   const bool boolean = min == 0 && max == 1;
   std::vector<std::string> args;
   if (!GetOpt(p, args, longopt, shortopt, boolean ? 0 : 1, 1, !shortopt.empty())) return false;
@@ -136,15 +151,15 @@ bool GetOptDouble(OptParser& p, double& value, const std::string& longopt, const
   return check_double(args[0], name, float_parse, min, max, keeping_text(value, min), value) || fail(p);
 }
 
-bool GetOptDoubles(OptParser& p, Vector<double>& value, const std::string& longopt, const std::string& shortopt,
-                   const Vector<double>& min, const Vector<double>& max) {
+bool GetOptDoubles(OptParser& p, Vector<double>& value, const std::string& longopt,
+                   const std::string& shortopt, const Vector<double>& min, const Vector<double>& max) {
   const int n = static_cast<int>(value.size());
   return GetOptDoubles(p, value, longopt, shortopt, min, max, n, n, false);
 }
 
-bool GetOptDoubles(OptParser& p, Vector<double>& value, const std::string& longopt, const std::string& shortopt,
-                   const Vector<double>& min, const Vector<double>& max, int nargmin, int nargmax,
-                   bool float_parse) {
+bool GetOptDoubles(OptParser& p, Vector<double>& value, const std::string& longopt,
+                   const std::string& shortopt, const Vector<double>& min, const Vector<double>& max,
+                   int nargmin, int nargmax, bool float_parse) {
   std::vector<std::string> args;
   if (!GetOpt(p, args, longopt, shortopt, nargmin, nargmax, !shortopt.empty())) return false;
   Vector<double> list(args.size());
@@ -162,8 +177,8 @@ bool GetOptDoubles(OptParser& p, Vector<double>& value, const std::string& longo
   return true;
 }
 
-bool GetOptInts(OptParser& p, Vector<int>& value, const std::string& longopt, const std::string& shortopt, int min,
-                int max, int nargmin, int nargmax) {
+bool GetOptInts(OptParser& p, Vector<int>& value, const std::string& longopt, const std::string& shortopt,
+                int min, int max, int nargmin, int nargmax) {
   std::vector<std::string> args;
   if (!GetOpt(p, args, longopt, shortopt, nargmin, nargmax, !shortopt.empty())) return false;
   Vector<int> list(args.size());

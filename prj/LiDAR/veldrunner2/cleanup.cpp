@@ -5,13 +5,14 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-struct Group {            // files of one kind
-  bool xyz;               // with -clear_xyz, else with -clear_tmp
-  const char* label;      // scope in the log
+struct Group {             // files of one kind
+  bool xyz;                // with -clear_xyz, else with -clear_tmp
+  const char* label;       // scope in the log
   const char* pattern[8];  // behind the temporary directory, up to the first null
 };
 const Group GROUPS[] = {
-    {true, "delete_LmT_tile",
+    {true,
+     "delete_LmT_tile",
      {"*.0T.idx", "*.mT.idx", "*.mT.tbl.Zm", "*.mT.tbl.dT", "*.mT.XYZ", "*_s_?.laz", "*_s_??.laz", "*.sidx"}},
     {false, "delete_LmT_grid", {"*.gmT.idx", "*.gmT.ZDS"}},
     {false, "delete_mT_reg", {"*.rpc.d0", "*.rpc.idx"}},

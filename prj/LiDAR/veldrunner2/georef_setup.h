@@ -5,8 +5,8 @@
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/veldrunner2/options.h"
 
-// Sets DATAUNIT, OUTDATAUNIT and the coordinate system. False after an ERROR line: WKT missing, empty or with a
-// projection that is not supported.
+// Sets DATAUNIT, OUTDATAUNIT and the coordinate system. False after an ERROR line: WKT missing, empty or with
+// a projection that is not supported.
 [[nodiscard]] bool setup_georef(const Options& o, const PathRules& rules, GeoRefParam& georef);
 
 // Projects the values of -test_proj2 or -test_proj3 (longitude, latitude, height) and back, and prints both.

@@ -33,9 +33,7 @@ std::string lower(std::string text) {
   return text;
 }
 
-bool holds(const char* text, const std::string& word) {
-  return lower(text).find(word) != std::string::npos;
-}
+bool holds(const char* text, const std::string& word) { return lower(text).find(word) != std::string::npos; }
 
 std::string number_text(double x) {
   char text[32];
@@ -46,8 +44,8 @@ std::string number_text(double x) {
 // What the option takes: kind, range, count.
 std::string argument_text(const OptRow& row) {
   std::string text = kind_word(row.kind);
-  const bool ranged = row.kind == OptKind::integer || row.kind == OptKind::real || row.kind == OptKind::intlist ||
-                      row.kind == OptKind::reallist;
+  const bool ranged = row.kind == OptKind::integer || row.kind == OptKind::real ||
+                      row.kind == OptKind::intlist || row.kind == OptKind::reallist;
   if (ranged && row.hi < 2e307) text += " " + number_text(row.lo) + " to " + number_text(row.hi);
   if (row.kind == OptKind::textlist || row.kind == OptKind::intlist || row.kind == OptKind::reallist) {
     text += ", " + std::to_string(row.nmin);

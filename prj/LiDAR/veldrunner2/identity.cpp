@@ -23,7 +23,8 @@ constexpr size_t IDENTITY_BYTES = 64;
 std::string home_directory() {
   struct passwd entry, *found = nullptr;
   std::vector<char> buffer(16384);
-  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found || !found->pw_dir) return "";
+  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found || !found->pw_dir)
+    return "";
   return with_slash(found->pw_dir);
 }
 
@@ -73,7 +74,8 @@ ProgramPaths find_program_paths() {
   paths.base = paths.options_base = change_extension(paths.execpath, "");
   std::string dir, name;
   split_path(paths.base, dir, name);
-  // Without a place in the home directory the one beside the executable stays, and the lock tells the failure.
+  // Without a place in the home directory the one beside the executable stays, and the lock tells the
+  // failure.
   if (!dir_writable(dir.empty() ? "." : dir)) use_state_directory(paths);
   return paths;
 }

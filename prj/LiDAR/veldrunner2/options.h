@@ -37,10 +37,10 @@ struct Options {
   int vreg_opt1 = 1;
   int vreg_degf = 0;
   int vreg_qc0 = 0;
-  float X0 = 0.0f;
-  float Y0 = 0.0f;
-  float DX = 0.0f;
-  float DY = 0.0f;
+  double X0 = 0;
+  double Y0 = 0;
+  double DX = 0;
+  double DY = 0;
   int keystone = 0;
   int key_size = 3;
   bool help = false;
@@ -337,8 +337,8 @@ enum class Theme {
 const char* theme_title(Theme theme);
 const char* kind_word(OptKind kind);  // as the help prints it
 
-using OptTarget = std::variant<bool*, int*, int64_t*, float*, std::string*, std::vector<std::string>*,
-                               std::vector<int>*, std::vector<double>*>;
+using OptTarget = std::variant<bool*, int*, int64_t*, float*, double*, std::string*,
+                               std::vector<std::string>*, std::vector<int>*, std::vector<double>*>;
 struct OptRow {
   const char* name;  // long name, without the dash
   const char* abbr;  // one letter, or empty

@@ -68,6 +68,10 @@ void ask_row(OptParser& p, const OptRow& row) {
       break;
     }
     case OptKind::real: {
+      if (double* const* const wide = std::get_if<double*>(&row.target)) {
+        GetOptDouble(p, **wide, name, abbr, false, row.lo, row.hi);
+        break;
+      }
       double value = static_cast<double>(*std::get<float*>(row.target));
       if (GetOptDouble(p, value, name, abbr, true, row.lo, row.hi))
         *std::get<float*>(row.target) = static_cast<float>(value);
@@ -83,19 +87,22 @@ void ask_row(OptParser& p, const OptRow& row) {
       GetOptDirectory(p, *std::get<std::string*>(row.target), name, abbr);
       break;
     case OptKind::textlist:
-      GetOpt(p, *std::get<std::vector<std::string>*>(row.target), name, abbr, row.nmin, row.nmax, !abbr.empty());
+      GetOpt(p, *std::get<std::vector<std::string>*>(row.target), name, abbr, row.nmin, row.nmax,
+             !abbr.empty());
       break;
     case OptKind::intlist: {
       auto& target = *std::get<std::vector<int>*>(row.target);
       Vector<int> value = to_vector(target);
-      if (GetOptInts(p, value, name, abbr, static_cast<int>(row.lo), static_cast<int>(row.hi), row.nmin, row.nmax))
+      if (GetOptInts(p, value, name, abbr, static_cast<int>(row.lo), static_cast<int>(row.hi), row.nmin,
+                     row.nmax))
         target = value.empty() ? std::vector<int>{1} : to_std(value);  // standing alone it means 1
       break;
     }
     case OptKind::reallist: {
       auto& target = *std::get<std::vector<double>*>(row.target);
       Vector<double> value = to_vector(target);
-      if (GetOptDoubles(p, value, name, abbr, {row.lo}, {row.hi}, row.nmin, row.nmax, false)) target = to_std(value);
+      if (GetOptDoubles(p, value, name, abbr, {row.lo}, {row.hi}, row.nmin, row.nmax, false))
+        target = to_std(value);
       break;
     }
   }
@@ -111,8 +118,9 @@ void ask_help(CommandLine& cl, const OptRow& row) {
 
 // Puts the groups in the order of the command line, however -i and -l alternate.
 bool sort_groups(std::vector<FoundGroup>& found, InputArgs& in) {
-  std::stable_sort(found.begin(), found.end(),
-                   [](const FoundGroup& a, const FoundGroup& b) { return a.occurrence.pos < b.occurrence.pos; });
+  std::stable_sort(found.begin(), found.end(), [](const FoundGroup& a, const FoundGroup& b) {
+    return a.occurrence.pos < b.occurrence.pos;
+  });
   int last_input = -1, first_ref = INT_MAX;
   for (const FoundGroup& f : found) {
     (in.*f.option->groups).push_back({f.occurrence.args, f.option->list});

@@ -1,7 +1,7 @@
 // prj/LiDAR/veldrunner2/read_options.h
 // From the command line to option values: one loop asks the rows of the table, first by long, then by short
-// names. Here:     the questions and what the program keeps of them. Not here: the rows (options.h), the parser
-// (lib/optparser), derived defaults and rules (rules.h).
+// names. Here:     the questions and what the program keeps of them. Not here: the rows (options.h), the
+// parser (lib/optparser), derived defaults and rules (rules.h).
 #pragma once
 #include <string>
 
@@ -13,8 +13,8 @@
 struct CommandLine {
   Options o;
   OptParser parser;
-  GivenSet given;  // long names of the options with a valid value
-  InputArgs in;    // groups of files, in the order of the command line
+  GivenSet given;         // long names of the options with a valid value
+  InputArgs in;           // groups of files, in the order of the command line
   std::string help_word;  // argument of -help: only options that hold it
 };
 

@@ -154,7 +154,8 @@ void derive_defaults(Options& o, const GivenSet& given) {
   }
   o.nthreads_io = std::min(o.nthreads_io, o.nthreads);
   if (absent("dz_color")) o.dz_color = o.dz_mix ? 2 : 7;
-  // Of each pair of ranges the one that is not given follows the other; the first step's start from the plain ones.
+  // Of each pair of ranges the one that is not given follows the other; the first step's start from the plain
+  // ones.
   if (absent("dz_range") && !absent("dz16_range")) o.dz_range = o.dz16_range;
   if (absent("dz16_range") && !absent("dz_range")) o.dz16_range = o.dz_range;
   const bool absent_1 = absent("dz_range_1"), absent16_1 = absent("dz16_range_1");

@@ -87,8 +87,8 @@ Step defaults_and_directories(Run& run) {
   SOFTINFO = soft_info();
   LOG_LINE("MEM_MB=" << MEM_MB << " NTHREADS=" << NTHREADS << " NTHREADSIO=" << NTHREADSIO
                      << " logflush=" << o.log_flush);
-  LOG_LINE("cleanup=" << o.clear_tmp << " cleartile=" << o.clear_xyz << " DELHIST=" << o.clear_log << " UAV=" << o.uav
-                      << " QC=" << o.qc << " FASTQC=" << o.fastqc << " FULL=" << o.full);
+  LOG_LINE("cleanup=" << o.clear_tmp << " cleartile=" << o.clear_xyz << " DELHIST=" << o.clear_log
+                      << " UAV=" << o.uav << " QC=" << o.qc << " FASTQC=" << o.fastqc << " FULL=" << o.full);
   if (!dir_check(o.odir_1, o.align2)) {
     OUTDIR.clear();  // nothing can be copied there at the end
     return Step::failed;
@@ -156,7 +156,8 @@ Step decide_commands(Run& run) {
   c.inv_corr = c.corr || c.calib || c.align;
   c.reg = o.reg || c.align || (c.calib && o.calib.empty());
   c.reg_qc = true;  // a correction from a displacement file needs the tiles too
-  LOG_LINE("reg_qc=" << c.reg_qc << " corr=" << c.corr << " align=" << c.align << " man=0 inv_corr=" << c.inv_corr);
+  LOG_LINE("reg_qc=" << c.reg_qc << " corr=" << c.corr << " align=" << c.align
+                     << " man=0 inv_corr=" << c.inv_corr);
 
   bool ok = check_exclusions(o, given);
   ok = check_available(o, given) && ok;
@@ -246,16 +247,18 @@ Step prepare_project(Run& run) {
 bool only_cleanup(const Run& run) {
   const Options& o = run.cl.o;
   const InputArgs& in = run.cl.in;
-  return (o.clear_tmp || o.clear_xyz || o.clear_log) && in.mobile.empty() && in.fixed.empty() && in.po.empty() &&
-         !o.reg && !o.align && !o.align2 && !o.scan && !o.fastqc && !run.cl.given.count("corr") &&
-         !run.cl.given.count("calib");
+  return (o.clear_tmp || o.clear_xyz || o.clear_log) && in.mobile.empty() && in.fixed.empty() &&
+         in.po.empty() && !o.reg && !o.align && !o.align2 && !o.scan && !o.fastqc &&
+         !run.cl.given.count("corr") && !run.cl.given.count("calib");
 }
 }  // namespace
 
 int run_program(int argc, char** argv, const ProgramPaths& paths, CommandLine& cl) {
   LOG_LINE("SOFTINFO=" << banner());
   if (paths.per_user) LOG_LINE("directory of the executable not writable, using " << paths.base << ".*");
-  if (!InitGetOptAll(cl.parser, argc, argv, paths.options_base, {"map", "bore", "input", "po", "ref"}) || !read_options(cl)) return 1;
+  if (!InitGetOptAll(cl.parser, argc, argv, paths.options_base, {"map", "bore", "input", "po", "ref"}) ||
+      !read_options(cl))
+    return 1;
 
   Run run{paths, cl, {}, {}, {}, {}};
   using StepFunction = Step (*)(Run&);

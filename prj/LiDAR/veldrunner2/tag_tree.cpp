@@ -86,8 +86,7 @@ bool Tree::open_input(const TagLine& tag) {
   if (tag.find("split")) return fail("split <input> is not available yet, input/channel #" + input_number());
   if (const std::string* const bore = tag.find("bore")) {
     input.has_bore = parse_triplet(*bore, input.bore);
-    if (!input.has_bore)
-      return fail("attribute bore needs three angles, input/channel #" + input_number());
+    if (!input.has_bore) return fail("attribute bore needs three angles, input/channel #" + input_number());
   }
   flights.back().inputs.push_back(input);
   open = Open::input;
@@ -105,8 +104,8 @@ bool Tree::open_po(const TagLine& tag) {
   for (const auto& n : numbers)
     if (const std::string* const text = tag.find(n.name))
       if (!parse_int(*text, 0, n.max, *n.value))
-        return fail("attribute " + std::string(n.name) + " '" + *text + "' out of range [0," + std::to_string(n.max) +
-                    "], flight #" + flight_number());
+        return fail("attribute " + std::string(n.name) + " '" + *text + "' out of range [0," +
+                    std::to_string(n.max) + "], flight #" + flight_number());
   if (const std::string* const text = tag.find("parse")) po.parse = *text;
   if (const std::string* const text = tag.find("gps_date")) po.date = *text;
   if (const std::string* const text = tag.find("imu")) {
@@ -132,7 +131,8 @@ bool Tree::open_tag(const TagLine& tag) {
   }
   for (const char* const name : {"map", "bore"})
     if (equal_nocase(tag.name, name))
-      return fail("<" + std::string(name) + "> must be defined inside split <input>, flight #" + flight_number());
+      return fail("<" + std::string(name) + "> must be defined inside split <input>, flight #" +
+                  flight_number());
   return fail("unknown tag <" + tag.name + ">");
 }
 
@@ -174,7 +174,9 @@ bool Tree::value(const std::string& text) {
 // Trajectory of input i of a flight: its own, or the one that all inputs share.
 const TreePO& po_of(const Flight& f, size_t i) { return f.po[f.po.size() == 1 ? 0 : i]; }
 
-void append(std::vector<double>& list, const double values[3]) { list.insert(list.end(), values, values + 3); }
+void append(std::vector<double>& list, const double values[3]) {
+  list.insert(list.end(), values, values + 3);
+}
 
 void fill_po_options(const Tree& tree, InputArgs& in, Options& o, bool& any_imu, bool& any_date) {
   for (const Flight& f : tree.flights)
@@ -200,8 +202,8 @@ bool fill_options(const Tree& tree, InputArgs& in, Options& o) {
   in.fixed.clear();
   in.po.clear();
   in.shared_po = true;
-  for (auto* const list : {&o.input, &o.input_list, &o.ref, &o.ref_list, &o.po, &o.po_list, &o.po_parse, &o.gps_date,
-                           &o.mount, &o.split, &o.split_mount})
+  for (auto* const list : {&o.input, &o.input_list, &o.ref, &o.ref_list, &o.po, &o.po_list, &o.po_parse,
+                           &o.gps_date, &o.mount, &o.split, &o.split_mount})
     list->clear();
   for (auto* const list : {&o.chgrp, &o.splitgrp, &o.po_geo, &o.po_time, &o.po_rad, &o.po_att}) list->clear();
   o.imu.clear();
@@ -234,8 +236,8 @@ bool fill_options(const Tree& tree, InputArgs& in, Options& o) {
 
 void log_tree(const Tree& tree, const InputArgs& in) {
   LOG_LINE("nmgrp=" << in.mobile.size() << " ngrpf=" << in.fixed.size() << " ngrpPO=" << in.po.size()
-                    << " nfl=" << tree.flights.size() << " nmob=" << tree.mobile.size() << " nref="
-                    << tree.fixed.size() << " nsw=" << tree.mobile.size() + tree.fixed.size());
+                    << " nfl=" << tree.flights.size() << " nmob=" << tree.mobile.size()
+                    << " nref=" << tree.fixed.size() << " nsw=" << tree.mobile.size() + tree.fixed.size());
   for (size_t i = 0; i < tree.mobile.size(); i++)
     LOG_LINE("SW " << i << " GRP " << tree.mobile.idx[i] << " " << tree.mobile.name[i]);
   for (const std::string& file : tree.fixed.name) LOG_LINE("SW REF " << file);

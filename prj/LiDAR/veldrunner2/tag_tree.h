@@ -9,6 +9,7 @@
 
 #include "prj/LiDAR/veldrunner2/inputs.h"
 
-// taglist: tags and values in file order. Replaces the groups of `in` and the per-group options of `o` (channels,
-// trajectory parameters, angles of the mount). Checks that every pattern names files. False after an ERROR line.
+// taglist: tags and values in file order. Replaces the groups of `in` and the per-group options of `o`
+// (channels, trajectory parameters, angles of the mount). Checks that every pattern names files. False after
+// an ERROR line.
 [[nodiscard]] bool get_tag_tree_input(const std::vector<std::string>& taglist, InputArgs& in, Options& o);

@@ -58,7 +58,7 @@ TEST(SteerOpt, DriftString) {
   EXPECT_TRUE(parse_drift_opt("2.5", d));
   EXPECT_EQ(d.dt, 2.5);
   EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_opt("abc", d)); }),
-            "ERROR: option -drift: invalid argument abc- expecting 'con' or nonzero time interval\n");
+            "ERROR: option -drift: invalid argument abc - expecting 'con' or nonzero time interval\n");
   EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_opt("-1", d)); }),
             "ERROR: option -drift: time interval must be >=0\n");
 }

@@ -1,0 +1,42 @@
+#include "tests/run/program.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+Program::Program() { std::filesystem::copy_file(VELDRUNNER_PATH, base); }
+
+pid_t Program::start(const std::vector<std::string>& args) const {
+  std::vector<char*> argv{const_cast<char*>(base.c_str())};
+  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
+  const std::string out = home.path + "/out.txt", err = home.path + "/err.txt";
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+  if (chdir(work.path.c_str()) == 0 && dup2(open(out.c_str(), flags, 0600), 1) == 1 &&
+      dup2(open(err.c_str(), flags, 0600), 2) == 2)
+    execv(argv[0], argv.data());
+  _exit(127);
+}
+
+RunOutput Program::finish(pid_t pid) const {
+  RunOutput result;
+  int status = 0;
+  if (waitpid(pid, &status, 0) == pid && WIFEXITED(status)) result.code = WEXITSTATUS(status);
+  result.out = read_text(home.path + "/out.txt");
+  result.err = read_text(home.path + "/err.txt");
+  return result;
+}
+
+RunOutput Program::run(const std::vector<std::string>& args) const { return finish(start(args)); }
+
+bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+bool wait_for(const std::string& path) {
+  for (int i = 0; i < 1000 && !exists(path); i++) usleep(10000);
+  return exists(path);
+}

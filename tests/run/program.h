@@ -1,0 +1,30 @@
+// tests/run/program.h
+// A copy of the program in a directory of its own, so that its lock, logs and option file are the test's.
+#pragma once
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+struct RunOutput {
+  int code = -1;  // exit value; -1 when a signal ended the process
+  std::string out, err;
+};
+
+struct Program {
+  TempDir home;  // of the program
+  TempDir work;  // its current directory
+  std::string base = home.path + "/veldrunner";
+  Program();
+  RunOutput run(const std::vector<std::string>& args) const;
+  // Starts it and returns at once; finish() waits for the end.
+  pid_t start(const std::vector<std::string>& args) const;
+  RunOutput finish(pid_t pid) const;
+  std::string log() const { return read_text(base + ".log"); }
+};
+
+bool holds(const std::string& text, const std::string& part);
+// Waits up to ten seconds for a file.
+bool wait_for(const std::string& path);

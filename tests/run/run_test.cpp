@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "tests/run/program.h"
+
+TEST(Run, CommandLinesAndTheirEnds) {
+  const struct {
+    std::vector<std::string> args;
+    int code;
+    std::string out, err;
+  } cases[] = {
+      {{}, 1, "(this is a command line tool", "ERROR: this program requires arguments\n"},
+      {{"-version"}, 0, "Tarnwick-Veldrunner 2.26 [Ubu64] ", ""},
+      {{"-v", "-q"}, 0, "Tarnwick-Veldrunner 2.26 [Ubu64] ", ""},
+      {{"-h"}, 0, "OPTIONS AND ARGUMENTS\n", ""},
+      {{"-help", "drift"}, 0, "  -drift -D ", ""},
+      {{"-mem", "512"},
+       1,
+       "",
+       "ERROR: option -mem: value 512 out of range [1024,262144], keeping default value 4096\n"},
+      {{"-zzz"}, 1, "", "ERROR: stopping due to unknown options or syntax errors: use -h for help\n"},
+      {{"-i", "a", "-r", "b", "-i", "c"}, 1, "", "inputs must always precede references in the command line"},
+      {{"-reg"}, 1, "TMPDIR ./\n", "ERROR: missing input files, cannot proceed\n"},
+      {{"-i", "*.las"}, 1, "", "ERROR: no match for *.las in directory ./\n"},
+      {{"-corr", "x", "-reg", "-i", "a"}, 1, "", "are mutually exclusive\n"},
+      {{"-undo", "-i", "a"}, 1, "", "ERROR: option -undo is not available yet\n"},
+      {{"-corr", "x", "-i", "a", "-po", "b"}, 1, "", "ERROR: could not find file b\n"},
+      {{"-utm", "33", "-test_proj2", "15", "0"}, 0, "forward: 500000.000 0.000 ", ""},
+      {{"-las_read_check", "none.las"}, 1, "", "ERROR: could not find file none.las\n"},
+      {{"-export_dut", "none"}, 1, "", "ERROR: "},
+      {{"-wkt", "none.prj", "-reg"}, 1, "", "ERROR: could not find file none.prj\n"},
+      {{"-odir", "/no/where"}, 1, "", "ERROR: option -odir: invalid directory '/no/where', keeping \n"},
+      {{"-opt", "none.xml"}, 1, "", "ERROR: could not read option file none.xml\n"},
+      {{"-clear_log", "-c"}, 0, "ok\n", ""},
+  };
+  const Program program;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    const RunOutput r = program.run(c.args);
+    EXPECT_EQ(r.code, c.code);
+    EXPECT_TRUE(holds(r.out, c.out)) << r.out;
+    EXPECT_TRUE(holds(r.err, c.err)) << r.err;
+    EXPECT_EQ(holds(r.err, "EXIT_FAILURE\r\n"), c.code == 1) << r.err;
+    EXPECT_TRUE(holds(r.out, "TOTAL PROCESSING TIME: ") || holds(c.args.empty() ? "" : c.args.back(), "-q"));
+    EXPECT_FALSE(exists(program.base + ".lock"));
+    const std::string log = program.log();
+    EXPECT_TRUE(holds(log, c.code == 0 ? "EXIT=OK\n" : "EXIT=FAIL\n"));
+    EXPECT_TRUE(c.code == 0 || holds(log, "ERROR: "));
+  }
+}
+
+TEST(Run, QuietLeavesAllToTheLog) {
+  const Program program;
+  const RunOutput r = program.run({"-quiet", "1", "-i", "*.las", "-zmap", "-smap"});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(holds(program.log(), "> @ ERROR: options {-smap -zmap} are mutually exclusive\n"));
+}
+
+TEST(Run, OnlyOneInstanceUnlessMul) {
+  const Program program;
+  const pid_t first = program.start({"-testgui"});
+  ASSERT_TRUE(wait_for(program.base + ".log"));
+  Program second;
+  second.base = program.base;  // the same executable, other output files
+  const RunOutput refused = second.run({"-version"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err, "ERROR: one instance of veldrunner is already running!\nfile \"" + program.base +
+                             ".lock\" found.\n");
+  const RunOutput multiple = second.run({"-mul", "-version"});
+  EXPECT_EQ(multiple.code, 0);
+  EXPECT_TRUE(holds(multiple.err, "WARNING: multiple instance check override, logs may get corrupted\n"));
+  EXPECT_TRUE(exists(program.base + ".lock"));
+  const RunOutput r = program.finish(first);
+  EXPECT_EQ(r.code, 0);
+  for (const char* const text :
+       {"init...", "first step", "second step", "third step", "[*************************] 100%"})
+    EXPECT_TRUE(holds(r.out, text)) << text;
+  EXPECT_FALSE(exists(program.base + ".lock"));
+}
+
+#ifndef VELD_SANITIZED
+TEST(Run, ASignalIsReportedAndFreesTheLock) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    const Program program;
+    const pid_t pid = program.start({"-testgui"});
+    ASSERT_TRUE(wait_for(program.base + "_b.log"));
+    usleep(200000);
+    kill(pid, number);
+    const RunOutput r = program.finish(pid);
+    EXPECT_EQ(r.code, 128 + number);
+    EXPECT_TRUE(holds(r.err, "ABNORMAL TERMINATION]\n")) << r.err;
+    EXPECT_TRUE(
+        holds(r.err, "WARNING: logs not copied to output directory, see " + program.base + "*.log\n"));
+    EXPECT_FALSE(exists(program.base + ".lock"));
+    EXPECT_TRUE(holds(program.log(), "EXIT=FAIL\n"));
+  }
+}
+#endif
+
+TEST(Run, PersistentAndTaggedOptionFiles) {
+  const Program program;
+  write_text(program.base + ".opt.txt", "mem = 2048\nnthreads 1\n");
+  write_text(program.work.path + "/f.xml",
+             "<opt>\nname \"x y\"\n<flight>\n<input>none.las</input>\n</flight>\n</opt>\n");
+  const RunOutput r = program.run({"-opt", "f.xml", "-mem", "1024", "-i", "a.las"});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_TRUE(
+      holds(r.err, "WARNING: tagged option file overrides LiDAR input options -i -l -r -ref_list -chgrp\n"));
+  EXPECT_TRUE(holds(r.err, "ERROR: failed to add files to input/channel #1\n"));
+  EXPECT_TRUE(holds(program.log(), "MEM_MB=1024 NTHREADS=1 NTHREADSIO=1 "));
+  const std::string saved = read_text(program.work.path + "/x y_opt.xml");
+  EXPECT_TRUE(holds(saved, "<opt soft=\"VELDRUNNER 2.26 "));
+  EXPECT_TRUE(
+      holds(saved, "name \"x y\"\nmem 1024\ni a.las\n<!-- Persistent Options -->\nnthreads 1\n</opt>\n"));
+  const RunOutput again = program.run({"-opt", "x y_opt.xml"});
+  EXPECT_TRUE(holds(again.err, "ERROR: failed to add files to input/channel #1\n"));
+}
+
+TEST(Run, LogsGoToTheOutputDirectoryAndOldOnesAreKept) {
+  const Program program;
+  const TempDir out;
+  program.run({"-i", "x.las", "-odir", out.path});
+  EXPECT_TRUE(holds(read_text(out.path + "/veldrunner.log"), "EXIT=FAIL\n"));
+  EXPECT_TRUE(holds(read_text(out.path + "/veldrunner_b.log"), "EXIT_CODE=1\n"));
+  const TempDir none;
+  program.run({"-i", "x.las", "-odir", none.path, "-log", "0"});
+  EXPECT_FALSE(exists(none.path + "/veldrunner.log"));
+  EXPECT_TRUE(holds(program.log(), "Renamed existing veldrunner.log using timestamp\n"));
+}
+
+TEST(Run, CleanUpRemovesCachesAndNothingElse) {
+  const Program program;
+  const char* const tiles[] = {"a.0T.idx", "a.mT.idx",  "a.mT.tbl.Zm", "a.mT.tbl.dT",
+                               "a.mT.XYZ", "a_s_1.laz", "a_s_12.laz"};
+  const char* const others[] = {"a.gmT.idx", "a.gmT.ZDS",           "a.rpc.d0",
+                                "a.rpc.idx", "a.TT0001-00002.XYZT", "a.poc"};
+  const char* const kept[] = {"a.las", "a_s_123.laz", "a.dut", "a_idx.log"};
+  const auto make = [&](const auto& names) {
+    for (const char* const name : names) write_text(program.work.path + "/" + name, "12345678");
+  };
+  const auto count = [&](const auto& names) {
+    int n = 0;
+    for (const char* const name : names) n += exists(program.work.path + "/" + name);
+    return n;
+  };
+  make(tiles), make(others), make(kept);
+  EXPECT_EQ(program.run({"-clear_tmp", "-log", "0"}).code, 0);
+  EXPECT_EQ(count(others), 0);
+  EXPECT_EQ(count(tiles), 7);
+  EXPECT_EQ(program.run({"-k", "-log", "0"}).code, 0);
+  EXPECT_EQ(count(tiles), 0);
+  EXPECT_EQ(count(kept), 4);
+}
