@@ -18,7 +18,8 @@ std::vector<xyz> scan_points(float mTsize, double ppm2) {
   for (double y = 0; y < Tsize; y += step)
     for (double x = 0; x < Tsize; x += step) {
       seed = seed * 1664525u + 1013904223u;
-      const double jx = x + step * 0.2 * ((seed >> 8 & 255) / 255.0), jy = y + 0.3 * step * (seed >> 24) / 255.0;
+      const double jx = x + step * 0.2 * ((seed >> 8 & 255) / 255.0),
+                   jy = y + 0.3 * step * (seed >> 24) / 255.0;
       const float px = std::floor(jx * 512) / 512.f, py = std::floor(jy * 512) / 512.f;
       if (px >= Tsize || py >= Tsize) continue;
       const int m = static_cast<int>(py / mTsize) * 32 + static_cast<int>(px / mTsize);

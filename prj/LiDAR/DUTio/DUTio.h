@@ -1,8 +1,8 @@
 // prj/LiDAR/DUTio/DUTio.h
-// The DUT files (displacement, uncertainty, time): the result of a registration. "<name>.dut" holds one record
-// a vertex and pair, "<name>_idx.log" describes the project, the swaths and the pairs.
-// Here:     the records, the index, writing (open, append, close), reading, export as text.
-// Not here: the loop over pairs that makes the records (LmTinter), the inversion of them (VR2inv).
+// The DUT files (displacement, uncertainty, time): the result of a registration. "<name>.dut" holds one
+// record a vertex and pair, "<name>_idx.log" describes the project, the swaths and the pairs. Here:     the
+// records, the index, writing (open, append, close), reading, export as text. Not here: the loop over pairs
+// that makes the records (LmTinter), the inversion of them (VR2inv).
 #pragma once
 #include <cstdint>
 #include <string>
@@ -35,8 +35,8 @@ struct DUTstr {          // one vertex of one pair
   xyz Disp = {0, 0, 0};  // m, position in the first swath less that in the second
   xyz Unc = {0, 0, 0};   // m, standard deviation
   uint32_t pad1 = 0;
-  double Time1 = 0;  // s, time of the vertex in the first swath; DUT_NOTIME: invalid
-  double Time2 = 0;  // s, in the second
+  double Time1 = 0;   // s, time of the vertex in the first swath; DUT_NOTIME: invalid
+  double Time2 = 0;   // s, in the second
   uint16_t Pair = 0;  // pair number, from 0
   uint8_t pad2[6] = {0, 0, 0, 0, 0, 0};
 };
@@ -67,20 +67,20 @@ struct DUTinter {      // a "#P " line
   uint64_t ndisp = 0;  // records of the pair in ".dut", 0 when it could not be registered
 };
 
-struct GCPctrl {  // "#G ": ground control points
-  std::string col;   // columns of the file, empty without one
-  double C0 = 0;     // default control flag
-  double S0 = 0;     // m, default sigma
-  bool EQ = false;   // equal weights
-  int exp = 0;       // export of the point cloud around the points
+struct GCPctrl {    // "#G ": ground control points
+  std::string col;  // columns of the file, empty without one
+  double C0 = 0;    // default control flag
+  double S0 = 0;    // m, default sigma
+  bool EQ = false;  // equal weights
+  int exp = 0;      // export of the point cloud around the points
   std::string file;
 };
 
 struct XYZGCPctrl {  // "#H ": XYZ ground control points
   std::string col;
-  double C0 = 0;    // default control flag
-  double SH0 = 0;   // m, default sigma in X and Y
-  double SZ0 = 0;   // m, default sigma in Z
+  double C0 = 0;   // default control flag
+  double SH0 = 0;  // m, default sigma in X and Y
+  double SZ0 = 0;  // m, default sigma in Z
   bool EQ = false;
   std::string file;
 };
@@ -93,7 +93,7 @@ struct DUTidx {  // the whole content of "_idx.log"
   int gsize = 0;
   int level = 0;
   int dim = 0;
-  int unit = 0;         // unit of the input files: 0 metres, 1 international feet, 2 US survey feet
+  int unit = 0;  // unit of the input files: 0 metres, 1 international feet, 2 US survey feet
   int nGCP = 0;
   int nXYZGCP = 0;
   mTbox area;           // of all swaths
@@ -128,15 +128,15 @@ struct DUTpair {  // the valid vectors of a pair, one entry a vertex in every ar
   uint64_t size() const { return pos.size(); }
 };
 
-// The two files under construction, as "<name>.dut.part" and "<name>_idx.log.part". They get their final names
-// in close_DUT_IDX; if that is never reached they are removed, and older files of that name stay.
+// The two files under construction, as "<name>.dut.part" and "<name>_idx.log.part". They get their final
+// names in close_DUT_IDX; if that is never reached they are removed, and older files of that name stay.
 struct DUTwriter {
   std::string name;
   bool active = false;  // between open and close, unless nothing is to be written at all
   bool reg = false;     // there is a ".dut"; without it the index stands alone
-  int nint = 0;       // pairs written
-  int nreg = 0;       // of these with vectors
-  uint64_t nvec = 0;  // records written
+  int nint = 0;         // pairs written
+  int nreg = 0;         // of these with vectors
+  uint64_t nvec = 0;    // records written
   BufBinFileOut dut{BULK_BUFFER};
   TxtFileOut idx{true};
   DUTwriter() = default;

@@ -170,17 +170,18 @@ void log_index(const DUTidx& idx) {
   for (int sw = 0; sw < idx.nsw(); sw++) {
     const DUTswath& s = idx.swaths[static_cast<size_t>(sw)];
     groups.insert(s.group);
-    LOG_LINE("S " << sw << " g " << s.group << "ch " << s.ch << (s.mainch ? "* " : "- ") << (s.fixed ? "F " : "")
-                  << (s.adj ? "ADJ " : "M ") << (s.wro ? " WS " : "") << "t:[" << s.tmin << " " << s.tmax
-                  << "] dt=" << s.tmax - s.tmin);
+    LOG_LINE("S " << sw << " g " << s.group << "ch " << s.ch << (s.mainch ? "* " : "- ")
+                  << (s.fixed ? "F " : "") << (s.adj ? "ADJ " : "M ") << (s.wro ? " WS " : "") << "t:["
+                  << s.tmin << " " << s.tmax << "] dt=" << s.tmax - s.tmin);
   }
   LOG_LINE("nsw=" << idx.nsw() << " nint=" << idx.nint() << " nreg=" << idx.nreg << " ngrp=" << groups.size()
-                  << " npt=" << idx.nvec() << " nGCP=" << idx.nGCP << " nXYZGCP=" << idx.nXYZGCP << " gsize="
-                  << idx.gsize << " level=" << idx.level << " dim=" << idx.dim << " feet=" << idx.feet()
-                  << " tr=" << idx.time_res);
+                  << " npt=" << idx.nvec() << " nGCP=" << idx.nGCP << " nXYZGCP=" << idx.nXYZGCP
+                  << " gsize=" << idx.gsize << " level=" << idx.level << " dim=" << idx.dim
+                  << " feet=" << idx.feet() << " tr=" << idx.time_res);
   LOG_LINE("full mTI X: " << idx.area.xmin << " " << idx.area.xmax << " Y: " << idx.area.ymin << " "
                           << idx.area.ymax);
-  LOG_LINE("over mTI X: " << idx.ovr.xmin << " " << idx.ovr.xmax << " Y: " << idx.ovr.ymin << " " << idx.ovr.ymax);
+  LOG_LINE("over mTI X: " << idx.ovr.xmin << " " << idx.ovr.xmax << " Y: " << idx.ovr.ymin << " "
+                          << idx.ovr.ymax);
 }
 }  // namespace
 

@@ -4,6 +4,6 @@
 
 constexpr const char* DUT_EXT = ".dut";
 constexpr const char* IDX_EXT = "_idx.log";
-constexpr const char* IDX_TAG = "#[IDX-23.05.15]";       // written and read
-constexpr const char* IDX_TAG_OLD = "#[IDX-21.09.09]";   // of other contents, refused
+constexpr const char* IDX_TAG = "#[IDX-23.05.15]";      // written and read
+constexpr const char* IDX_TAG_OLD = "#[IDX-21.09.09]";  // of other contents, refused
 constexpr const char* IDX_TAG_OLD2 = "#[IDX-23.04.11]";

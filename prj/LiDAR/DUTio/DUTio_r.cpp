@@ -109,8 +109,8 @@ bool export_DUT(const std::string& name) {
       break;
     }
     tnok += DUT_valid(r);
-    out.fs << r.X * unit << ' ' << r.Y * unit << ' ' << static_cast<double>(r.Z) * unit << ' ' << r.Disp.x << ' '
-           << r.Disp.y << ' ' << r.Disp.z << ' ' << r.Unc.x << ' ' << r.Unc.y << ' ' << r.Unc.z << ' ';
+    out.fs << r.X * unit << ' ' << r.Y * unit << ' ' << static_cast<double>(r.Z) * unit << ' ' << r.Disp.x
+           << ' ' << r.Disp.y << ' ' << r.Disp.z << ' ' << r.Unc.x << ' ' << r.Unc.y << ' ' << r.Unc.z << ' ';
     if (r.Time1 == DUT_NOTIME || r.Time2 == DUT_NOTIME)
       out.fs << "-1E10 -1E10 ";
     else

@@ -28,8 +28,8 @@ bool write_idx_head(std::ofstream& fs, const DUTidx& idx) {
   fs << IDX_TAG << '\n';
   fs << "NSwaths GridSize Level Dim Unit NGCP NXYZGCP"
      << " Area{Xmin Ymin Xmax Ymax}:mT Ovr{Xmin Ymin Xmax Ymax}:mT TimeRes\n";
-  fs << idx.nsw() << ' ' << idx.gsize << ' ' << idx.level << ' ' << idx.dim << ' ' << idx.unit << ' ' << idx.nGCP
-     << ' ' << idx.nXYZGCP;
+  fs << idx.nsw() << ' ' << idx.gsize << ' ' << idx.level << ' ' << idx.dim << ' ' << idx.unit << ' '
+     << idx.nGCP << ' ' << idx.nXYZGCP;
   put_box(fs, idx.area);
   put_box(fs, idx.ovr);
   fs.precision(9);
@@ -37,7 +37,8 @@ bool write_idx_head(std::ofstream& fs, const DUTidx& idx) {
   const GCPctrl& g = idx.gcp;
   fs.precision(6);
   fs << "Parse Ctrl0 Sigma0 EqualWeights PCExport GCPFileName\n"
-     << "#G " << word(g.col) << ' ' << g.C0 << ' ' << g.S0 << ' ' << g.EQ << ' ' << g.exp << ' ' << g.file << "\n\n";
+     << "#G " << word(g.col) << ' ' << g.C0 << ' ' << g.S0 << ' ' << g.EQ << ' ' << g.exp << ' ' << g.file
+     << "\n\n";
   const XYZGCPctrl& h = idx.xyzgcp;
   fs << "Parse Ctrl0 SigmaH0 SigmaZ0 EqualWeights XYZGCPFileName\n"
      << "#H " << word(h.col) << ' ' << h.C0 << ' ' << h.SH0 << ' ' << h.SZ0 << ' ' << h.EQ << ' ' << h.file
@@ -47,8 +48,8 @@ bool write_idx_head(std::ofstream& fs, const DUTidx& idx) {
   for (int sw = 0; sw < idx.nsw(); sw++) {
     const DUTswath& s = idx.swaths[static_cast<size_t>(sw)];
     if (!one_line(s.path)) return false;
-    fs << "#S " << sw << ' ' << s.group << ' ' << s.ch << ' ' << s.mainch << ' ' << s.fixed << ' ' << s.adj << ' '
-       << s.ro << ' ' << s.wro << ' ' << s.tmin << ' ' << s.tmax << ' ' << s.path << '\n';
+    fs << "#S " << sw << ' ' << s.group << ' ' << s.ch << ' ' << s.mainch << ' ' << s.fixed << ' ' << s.adj
+       << ' ' << s.ro << ' ' << s.wro << ' ' << s.tmin << ' ' << s.tmax << ' ' << s.path << '\n';
   }
   fs << "\nPair# Swath#1 Swath#2 NDisp\n";
   return true;
@@ -68,14 +69,14 @@ DUTwriter::~DUTwriter() {
 }
 
 bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool reg, bool nop) {
-  LOG_ENTER("open_DUT_IDX nsw=" << idx.nsw() << " dim=" << idx.dim << " level=" << idx.level << " gsize="
-                                << idx.gsize << " DATAUNIT=" << idx.feet() << " tr=" << idx.time_res
-                                << " REG=" << reg << " NOP=" << nop);
+  LOG_ENTER("open_DUT_IDX nsw=" << idx.nsw() << " dim=" << idx.dim << " level=" << idx.level
+                                << " gsize=" << idx.gsize << " DATAUNIT=" << idx.feet()
+                                << " tr=" << idx.time_res << " REG=" << reg << " NOP=" << nop);
   LOG_LINE("sizeof(DUTstr)=" << sizeof(DUTstr) << " sizeof(DUTHdr)=" << sizeof(DUTHdr));
   LOG_LINE("GCPfile=" << idx.gcp.file << " C0=" << idx.gcp.C0 << " S0=" << idx.gcp.S0 << " EQ=" << idx.gcp.EQ
-                      << " exp=" << idx.gcp.exp << " XYZGCPfile=" << idx.xyzgcp.file << " XYZC0=" << idx.xyzgcp.C0
-                      << " XYZSH0=" << idx.xyzgcp.SH0 << " XYZSZ0=" << idx.xyzgcp.SZ0
-                      << " XYZEQ=" << idx.xyzgcp.EQ);
+                      << " exp=" << idx.gcp.exp << " XYZGCPfile=" << idx.xyzgcp.file
+                      << " XYZC0=" << idx.xyzgcp.C0 << " XYZSH0=" << idx.xyzgcp.SH0
+                      << " XYZSZ0=" << idx.xyzgcp.SZ0 << " XYZEQ=" << idx.xyzgcp.EQ);
   ASSERT(!w.active);
   w.name = name;
   w.reg = reg;

@@ -38,7 +38,8 @@ bool corr_at(const InterSwath& s, const SCorrTbl& corr, int64_t XI, int64_t YI, 
 }
 
 // Mean correction of the microtiles that meet at vertex (i, j) of a tile.
-bool corr_at_vertex(const InterSwath& s, const SCorrTbl& corr, const ToccTile& tile, int i, int j, xyz& mean) {
+bool corr_at_vertex(const InterSwath& s, const SCorrTbl& corr, const ToccTile& tile, int i, int j,
+                    xyz& mean) {
   int n = 0;
   mean = {0, 0, 0};
   for (int dy = -1; dy <= 0; dy++)
@@ -107,7 +108,8 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
   const SCorrTbl &c1 = corr[static_cast<size_t>(p.sw1)], &c2 = corr[static_cast<size_t>(p.sw2)];
   LOG_ENTER("SCorr2Def sw1=" << p.sw1 << " sw2=" << p.sw2 << " SCorr1[sw1].size()=" << c1.C.size()
                              << " SCorr1[sw2].size()=" << c2.C.size());
-  if ((!c1.C.empty() && c1.C.size() != s1.grid.TI.size()) || (!c2.C.empty() && c2.C.size() != s2.grid.TI.size())) {
+  if ((!c1.C.empty() && c1.C.size() != s1.grid.TI.size()) ||
+      (!c2.C.empty() && c2.C.size() != s2.grid.TI.size())) {
     LOG_LINE("<!> tiles and correction tables differ");
     gridok = false;
     return false;
@@ -115,19 +117,50 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
   InterTiles inter;
   NRpair pair;
   InterState state;
-  if (!inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, margin_for(c1, c2, prj.scale), nthreads, inter, pair, state)) return false;
+  if (!inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, margin_for(c1, c2, prj.scale), nthreads, inter, pair, state))
+    return false;
   Vector<Image<xyz>> Def(inter.tiles.size());
   for (size_t i = 0; i < inter.tiles.size(); i++)
     Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
   Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-  return acc_qc_tiles(pair, &Def, nthreads, stat);
+  return acc_qc_tiles(pair, &Def, nthreads, stat) && stat.n > 0;
+}
+
+void set_totals(const QCsum& sum, QCcorrResult& result) {
+  if (!(sum.n > 0)) return;
+  const double mean = sum.sum / sum.n;
+  result.rms = std::sqrt(sum.sum2 / sum.n);
+  result.stddev = std::sqrt(std::max(0.0, sum.sum2 / sum.n - mean * mean));
+  result.area = sum.area;
+}
+
+// A line a measured pair, then the totals. pixel: m2.
+bool write_DZcorr_log(const std::string& name, const std::vector<DZstat>& stats, double pixel,
+                      const QCcorrResult& total) {
+  const bool km = total.area >= 1e6;
+  const char* unit_name = km ? "km2" : "m2";
+  const double unit = km ? 1e6 : 1;
+  TxtFileOut out(true);
+  if (!out.open(name + ".part", 0)) return false;
+  out.fs << "Pair# Mean StdDev RMS Outlier% Filtered% Area:" << unit_name << '\n';
+  for (size_t i = 0; i < stats.size(); i++) {
+    const DZstat& s = stats[i];
+    if (s.n == 0) continue;
+    out.fs << i << ' ' << s.m << ' ' << s.s << ' ' << s.rms << ' ' << 100 * s.out << ' '
+           << 100 * std::max(s.ff, 0.0f) << ' ' << static_cast<double>(s.n) * pixel / unit << '\n';
+  }
+  out.fs << "\nNPairs StdDev RMS Area:" << unit_name << '\n'
+         << total.nused << ' ' << total.stddev << ' ' << total.rms << ' ' << total.area / unit << '\n';
+  if (out.close() && publish_file(name + ".part", name)) return true;
+  remove_file(name + ".part");
+  return false;
 }
 }  // namespace
 
 std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0) {
   LOG_ENTER("comp_int_sw_qc nint=" << idx.nint() << " ALLDZ=" << filter.ALLDZ << " GRPQC=" << filter.GRP
-                                   << " REFQC=" << filter.REF << " CHQC=" << filter.CH << " filter="
-                                   << filter.filter);
+                                   << " REFQC=" << filter.REF << " CHQC=" << filter.CH
+                                   << " filter=" << filter.filter);
   if (filter.filter)
     LOG_MSG("QC pair filtering: Grp=" << word(filter.GRP, "same", "all", "diff")
                                       << " Ref=" << word(filter.REF, "off", "on", "only")
@@ -135,7 +168,8 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
   const int nsw = static_cast<int>(prj.swaths.size());
   ASSERT(idx.nsw() == nsw);
   std::vector<LTidxInfo> info(prj.swaths.size());
-  for (size_t i = 0; i < info.size(); i++) info[i].tmin = idx.swaths[i].tmin, info[i].tmax = idx.swaths[i].tmax;
+  for (size_t i = 0; i < info.size(); i++)
+    info[i].tmin = idx.swaths[i].tmin, info[i].tmax = idx.swaths[i].tmax;
   Image<uint8_t> overlap(nsw, nsw, uint8_t{0});
   for (const DUTinter& p : idx.pairs) overlap(std::min(p.sw1, p.sw2), std::max(p.sw1, p.sw2)) = 1;
   PairFilter qc = filter;
@@ -149,25 +183,26 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
 bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const std::vector<SCorrTbl>& corr,
                     int nthreads, QCcorrResult& result) {
   const double GSD = static_cast<double>(prj.scale.GSD());
-  LOG_ENTER("QC_DZ_corr_LmT nsw=" << prj.swaths.size() << " nint=" << pairs.size() << " level=" << prj.scale.level
-                                  << " large=" << prj.scale.large << " dim=" << prj.scale.dim << " Tsize="
-                                  << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize << " GSD=" << GSD);
+  LOG_ENTER("QC_DZ_corr_LmT nsw=" << prj.swaths.size() << " nint=" << pairs.size()
+                                  << " level=" << prj.scale.level << " large=" << prj.scale.large
+                                  << " dim=" << prj.scale.dim << " Tsize=" << prj.scale.Tsize
+                                  << " mTsize=" << prj.scale.mTsize << " GSD=" << GSD);
   ASSERT(corr.size() == prj.swaths.size());
   const Stopwatch time;
   result = QCcorrResult{};
   result.nint = static_cast<int>(pairs.size());
   LOG_MSG("POST-CORRECTION QC:");
-  const std::string name = prj.name + "_DZcorr_stat.log";
-  std::vector<DZstat> stats(pairs.size());
-  std::vector<bool> used(pairs.size(), false);
+  std::vector<DZstat> stats(pairs.size());  // n stays 0 for pairs that cannot be measured
   QCsum sum;
   InterSwath s1, s2;
   int ngrid = 0;
   for (size_t i = 0; i < pairs.size(); i++) {
     bool gridok = false;
-    used[i] = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stats[i], result.Mpix, gridok);
+    DZstat stat;
+    const bool used = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, result.Mpix, gridok);
     ngrid += gridok;
-    if (!used[i]) continue;
+    if (!used) continue;
+    stats[i] = stat;
     result.nused++;
     add_DZ(sum, stats[i], static_cast<double>(stats[i].n) * GSD * GSD);
   }
@@ -179,31 +214,9 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     ERROR_MSG("no gridded data available");
     return false;
   }
-  if (sum.n > 0) {
-    const double mean = sum.sum / sum.n;
-    result.rms = std::sqrt(sum.sum2 / sum.n);
-    result.stddev = std::sqrt(std::max(0.0, sum.sum2 / sum.n - mean * mean));
-    result.area = sum.area;
-  }
-  const bool km = sum.area >= 1e6;
-  const double unit = km ? 1e6 : 1;
-  TxtFileOut out(true);
-  if (!out.open(name + ".part", 0)) return false;
-  out.fs << "Pair# Mean StdDev RMS Outlier% Filtered% Area:" << (km ? "k" : "") << "m2\n";
-  for (size_t i = 0; i < pairs.size(); i++) {
-    const DZstat& s = stats[i];
-    if (!used[i]) continue;
-    out.fs << i << ' ' << s.m << ' ' << s.s << ' ' << s.rms << ' ' << 100 * s.out << ' '
-           << 100 * std::max(s.ff, 0.0f) << ' ' << static_cast<double>(s.n) * GSD * GSD / unit << '\n';
-  }
-  out.fs << "\nNPairs StdDev RMS Area:" << (km ? "k" : "") << "m2\n"
-         << result.nused << ' ' << result.stddev << ' ' << result.rms << ' ' << result.area / unit << '\n';
-  if (!out.close() || !publish_file(name + ".part", name)) {
-    remove_file(name + ".part");
-    return false;
-  }
+  set_totals(sum, result);
+  if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", stats, GSD * GSD, result)) return false;
   LOG_MSG("CORRECTED DATA STATISTICS");
-  LOG_MSG("StdDev DZ=" << result.stddev << " RMS DZ=" << result.rms << " Area=" << result.area / unit
-                       << (km ? " km2" : " m2"));
+  LOG_MSG("StdDev DZ=" << result.stddev << " RMS DZ=" << result.rms << " Area=" << result.area << " m2");
   return true;
 }

@@ -13,27 +13,27 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
-#include "prj/LiDAR/stat_xyz.h"
 #include "prj/LiDAR/project.h"
+#include "prj/LiDAR/stat_xyz.h"
 
 // The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the
 // swath's tile table (".0T.idx", same order), 32 x 32 microtile centres, z = -9999 where there is none.
 struct SCorrTbl {
-  Vector<Image<xyz>> C;       // m; empty: the swath is not corrected (fixed, or without a trajectory)
-  xyz T0 = {0, 0, 0};         // m, added to the whole swath on top of C (global shifts)
+  Vector<Image<xyz>> C;  // m; empty: the swath is not corrected (fixed, or without a trajectory)
+  xyz T0 = {0, 0, 0};    // m, added to the whole swath on top of C (global shifts)
 };
 
 struct QCcorrResult {
-  int nint = 0;      // pairs of the list
-  int nused = 0;     // pairs measured
+  int nint = 0;   // pairs of the list
+  int nused = 0;  // pairs measured
   double Mpix = 0;
   double stddev = 0;  // m, of the height differences of all pairs
   double rms = 0;     // m
   double area = 0;    // m2
 };
 
-// Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not used).
-// With ALLDZ every pair stays. Messages by the caller's choice; n0: pairs before.
+// Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not
+// used). With ALLDZ every pair stays. Messages by the caller's choice; n0: pairs before.
 std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0);
 
 // Measures the pairs on the grids with the corrections applied: with d the field that moves swath 1 onto

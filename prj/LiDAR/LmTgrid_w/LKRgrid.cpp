@@ -16,8 +16,8 @@
 namespace {
 constexpr float NO_Z = -9999.0f;
 
-// Eight floats of one vector register (of two with the portable baseline). Held by reference or in locals only,
-// so that no calling convention depends on the vector unit.
+// Eight floats of one vector register (of two with the portable baseline). Held by reference or in locals
+// only, so that no calling convention depends on the vector unit.
 typedef float f8 __attribute__((vector_size(32)));
 typedef float f8u __attribute__((vector_size(32), aligned(4), may_alias));  // anywhere in an array of floats
 typedef float f8a __attribute__((vector_size(32), may_alias));
@@ -35,9 +35,9 @@ __attribute__((always_inline)) inline void comp_taps(float frac, f8& d, f8& w) {
 
 // A microtile with the ring of pixels that its points reach: local pixel (0, 0) is pixel (-2, -2) of it.
 struct Window {
-  int mx, my;   // microtile in the tile, -1 to 32 (or beyond)
-  int side;     // pixels along a side, lanes beyond the taps included
-  int x0, x1;   // columns and rows in use: first, and last + 1
+  int mx, my;  // microtile in the tile, -1 to 32 (or beyond)
+  int side;    // pixels along a side, lanes beyond the taps included
+  int x0, x1;  // columns and rows in use: first, and last + 1
   int y0, y1;
 };
 
@@ -85,7 +85,8 @@ LKR_CLONES void add_run(const RunPoint* run, uint64_t n, int side, LKRsums* __re
     comp_taps(run[i].y - static_cast<float>(by), dy, wy);
     for (int k = 0; k < KSIZE; k++) {
       const float d = dx[k];
-      col[k] = f8{1, 0, 0, 0, 1, 1, 1, 0} + d * f8{0, 1, 0, 1, 0, 0, 0, 1} + d * d * f8{0, 0, 1, 0, 0, 0, 0, 0};
+      col[k] =
+          f8{1, 0, 0, 0, 1, 1, 1, 0} + d * f8{0, 1, 0, 1, 0, 0, 0, 1} + d * d * f8{0, 0, 1, 0, 0, 0, 0, 0};
     }
     for (int j = 0; j < KSIZE; j++) {
       const float d = dy[j];
@@ -116,8 +117,8 @@ LKR_CLONES void add_run_residuals(const RunPoint* run, uint64_t n, int side, con
       const int64_t o = static_cast<int64_t>(iy + j) * side + ix;
       const f8 w0 = wy[j] * wx;
       const f8 w = w0 > LKR_WMIN ? w0 : f8{};
-      const f8 r = *reinterpret_cast<const f8u*>(bx + o) * dx + *reinterpret_cast<const f8u*>(by + o) * dy[j] - z +
-                   *reinterpret_cast<const f8u*>(Z + o);
+      const f8 r = *reinterpret_cast<const f8u*>(bx + o) * dx +
+                   *reinterpret_cast<const f8u*>(by + o) * dy[j] - z + *reinterpret_cast<const f8u*>(Z + o);
       *reinterpret_cast<f8u*>(R + o) += r * r * w;
     }
   }
@@ -139,8 +140,8 @@ void walk_window(const LKRtile& t, const Window& win, const F& f) {
       const int len = std::min(dim - rx, xend - x);
       const int32_t ofs = t.gmofs.val[my * LKR_MTSUB + mx];
       if (ofs >= 0)
-        f(static_cast<int64_t>(y) * win.side + x, static_cast<int64_t>(ofs) + static_cast<int64_t>(ry) * dim + rx,
-          len);
+        f(static_cast<int64_t>(y) * win.side + x,
+          static_cast<int64_t>(ofs) + static_cast<int64_t>(ry) * dim + rx, len);
       x += len;
     }
   }
@@ -168,7 +169,8 @@ void LKRgrid_add_LmT_mtile(LKRtile& t, const Window& win, const RunPoint* run, u
 }
 
 void add_mtile_residuals(LKRtile& t, const Window& win, const RunPoint* run, uint64_t n) {
-  for (int y = win.y0; y < win.y1; y++) {  // pixels that are not gridded stay 0: no harm, their sums are dropped
+  for (int y = win.y0; y < win.y1;
+       y++) {  // pixels that are not gridded stay 0: no harm, their sums are dropped
     const int64_t o = static_cast<int64_t>(y) * win.side + win.x0;
     const size_t bytes = static_cast<size_t>(win.side - win.x0) * sizeof(float);
     for (float* a : {t.lZ.val, t.lbx.val, t.lby.val, t.lS.val}) std::memset(a + o, 0, bytes);
@@ -324,12 +326,14 @@ LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, const Image<uint8_t>& gTocc,
   t.z0 = mean_height(p, np);
   {
     LOG_ENTER("LKRgrid_LmT_mtile np=" << np << " mTsize=" << mTsize << " dim=" << dim << " KSIZE=" << KSIZE);
-    for_each_run(t, p, np,
-                 [&t](const Window& win, const RunPoint* run, uint64_t n) { LKRgrid_add_LmT_mtile(t, win, run, n); });
+    for_each_run(t, p, np, [&t](const Window& win, const RunPoint* run, uint64_t n) {
+      LKRgrid_add_LmT_mtile(t, win, run, n);
+    });
   }
   if (LKRgrid_inv3x3(t) > 0)
-    for_each_run(t, p, np,
-                 [&t](const Window& win, const RunPoint* run, uint64_t n) { add_mtile_residuals(t, win, run, n); });
+    for_each_run(t, p, np, [&t](const Window& win, const RunPoint* run, uint64_t n) {
+      add_mtile_residuals(t, win, run, n);
+    });
   const float GSD = mTsize / static_cast<float>(dim);
   if (comp_S_outf(t, smaxf * GSD) == 0) {
     LOG_LINE("<!> DROP TILE (empty)");

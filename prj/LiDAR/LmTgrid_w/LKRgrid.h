@@ -31,12 +31,12 @@ struct alignas(32) LKRsums {  // the kernel sums of a pixel but for Syz: one vec
 // The pixels of the gridded microtiles of one tile. After LKRgrid_tile_nn Z holds the heights less z0,
 // bx and by the slopes, S the roughness. A worker keeps one and uses it for tile after tile.
 struct LKRtile {
-  int dim = 0;            // pixels along the side of a microtile
-  float mTsize = 0;       // m
-  double z0 = 0;          // m, taken off all heights while the tile is worked on
-  uint64_t npix = 0;      // pixels of the block
-  Vector<int32_t> gmofs;  // 32 x 32: first pixel of a gridded microtile in the block, -1 else
-  Vector<LKRsums> sums;   // npix
+  int dim = 0;                      // pixels along the side of a microtile
+  float mTsize = 0;                 // m
+  double z0 = 0;                    // m, taken off all heights while the tile is worked on
+  uint64_t npix = 0;                // pixels of the block
+  Vector<int32_t> gmofs;            // 32 x 32: first pixel of a gridded microtile in the block, -1 else
+  Vector<LKRsums> sums;             // npix
   Vector<float> Syz, Z, bx, by, S;  // npix each; Z is -9999 where there is no height
   Vector<LKRsums> lsums;            // window of one microtile
   Vector<float> lSyz, lZ, lbx, lby, lS;
@@ -45,8 +45,8 @@ struct LKRtile {
 // What became of a tile.
 enum class LKRstate { done, size0, empty, Zempty };
 
-// Offsets of the gridded microtiles (gTocc: 32 x 32, bit value 1 = gridded). Returns the pixels of the block; more
-// than 2^31 - 1 are none (0).
+// Offsets of the gridded microtiles (gTocc: 32 x 32, bit value 1 = gridded). Returns the pixels of the block;
+// more than 2^31 - 1 are none (0).
 uint64_t init_gmofs(const Image<uint8_t>& gTocc, int dim, Vector<int32_t>& gmofs);
 
 // Bytes that a tile of nmt gridded microtiles needs while it is worked on.
@@ -59,8 +59,8 @@ uint64_t comp_LKR_bytes(uint64_t nmt, int dim);
 LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, const Image<uint8_t>& gTocc, int dim, float mTsize,
                          float smaxf, float ppp, LKRtile& t, Vector<uint32_t>& words);
 
-// The word of a pixel: height z in metres (nodata: without), roughness s and grid spacing in metres, density in
-// points per pixel. over is set when the height does not fit (its field is then 0).
+// The word of a pixel: height z in metres (nodata: without), roughness s and grid spacing in metres, density
+// in points per pixel. over is set when the height does not fit (its field is then 0).
 uint32_t encode_ZDS(double z, bool nodata, float s, float GSD, float density, float ppp, bool& over);
 // Height of a word in metres, -9999 without one.
 inline float decode_Z(uint32_t word) {

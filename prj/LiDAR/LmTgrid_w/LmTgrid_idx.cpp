@@ -57,8 +57,8 @@ uint64_t expand_block(const SwGrid& grid, int tile, const Image<uint8_t>* mask, 
       const uint32_t* in = w + static_cast<int64_t>(row) * dim;
       for (int i = xa; i < xb; i++) {
         const float z = decode_Z(in[i]);
-        const bool ok = (in[i] & GRID_ZMASK) != 0 && (in[i] & 0x1F000000) <= smax && z >= limits.zmin &&
-                        z <= limits.zmax;
+        const bool ok =
+            (in[i] & GRID_ZMASK) != 0 && (in[i] & 0x1F000000) <= smax && z >= limits.zmin && z <= limits.zmax;
         if (!ok) continue;
         out[i] = z;
         npix++;

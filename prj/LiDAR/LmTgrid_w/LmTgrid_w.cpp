@@ -18,9 +18,9 @@ struct USGDstr {
   int sw = 0;
   std::string path;
   SwTiles tiles;
-  Tocc want;                 // tiles and microtiles to grid
-  Vector<uint16_t> gT;       // by tile of the table: gridded microtiles in the file
-  size_t ngt_w = 0;          // tiles done
+  Tocc want;            // tiles and microtiles to grid
+  Vector<uint16_t> gT;  // by tile of the table: gridded microtiles in the file
+  size_t ngt_w = 0;     // tiles done
   bool failed = false;
 };
 
@@ -41,7 +41,8 @@ std::string block_name(const USGDstr& u, uint32_t k) {
 }
 
 uint64_t count_mtiles(const Image<uint8_t>& occ) {
-  return static_cast<uint64_t>(std::count_if(occ.val, occ.val + occ.size(), [](uint8_t v) { return (v & 1) != 0; }));
+  return static_cast<uint64_t>(
+      std::count_if(occ.val, occ.val + occ.size(), [](uint8_t v) { return (v & 1) != 0; }));
 }
 
 // The microtiles of a swath that are to be gridded.
@@ -120,7 +121,8 @@ bool write_gZDSidx_tiles(const USGDstr& u, int dim, bool full, const std::string
   hdr.dim = static_cast<uint32_t>(dim);
   hdr.full = full;
   BufBinFileOut out(0x40000);
-  if (!out.open(name, 0) || !out.write(&hdr, sizeof(hdr)) || !out.write(u.gT.val, u.gT.size() * 2)) return false;
+  if (!out.open(name, 0) || !out.write(&hdr, sizeof(hdr)) || !out.write(u.gT.val, u.gT.size() * 2))
+    return false;
   size_t next = 0;  // the wanted tiles stand in the order of the table
   for (uint32_t k = 0; k < u.gT.size(); k++) {
     const uint8_t flag = next < u.want.size() && u.want[next].k == k;
@@ -192,15 +194,18 @@ int threads_in_budget(const std::vector<USGDstr>& units, int dim, int nthreads) 
     }
   const uint64_t budget = static_cast<uint64_t>(MEM_MB) << 20;
   if (need > budget) {
-    ERROR_MSG("gridding requires " << (need >> 20) + 1 << " MB, only " << MEM_MB << " reserved (use option -mem)");
+    ERROR_MSG("gridding requires " << (need >> 20) + 1 << " MB, only " << MEM_MB
+                                   << " reserved (use option -mem)");
     return 0;
   }
   return need == 0 ? nthreads
-                   : static_cast<int>(std::min(static_cast<uint64_t>(nthreads), std::max<uint64_t>(1, budget / need)));
+                   : static_cast<int>(
+                         std::min(static_cast<uint64_t>(nthreads), std::max<uint64_t>(1, budget / need)));
 }
 
 // Fills the list of units: swaths that need a grid. Cached and skipped ones are counted.
-bool collect_units(const Project& prj, const Tovr& ovr, bool full, std::vector<USGDstr>& units, GridResult& result) {
+bool collect_units(const Project& prj, const Tovr& ovr, bool full, std::vector<USGDstr>& units,
+                   GridResult& result) {
   bool ok = true;
   for (size_t sw = 0; sw < prj.swaths.size(); sw++) {
     if (!prj.swaths[sw].used) continue;
@@ -229,8 +234,8 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
   const int dim = prj.scale.dim;
   const float mTsize = prj.scale.mTsize;
   ASSERT(dim > 0 && nthreads > 0);
-  LOG_ENTER("LmT_grid[T] nsw=" << prj.swaths.size() << " nthreads=" << nthreads << " dim=" << dim << " mTsize="
-                               << mTsize << " full=" << full << " LmTcacheG=" << CACHE_GRID
+  LOG_ENTER("LmT_grid[T] nsw=" << prj.swaths.size() << " nthreads=" << nthreads << " dim=" << dim
+                               << " mTsize=" << mTsize << " full=" << full << " LmTcacheG=" << CACHE_GRID
                                << " CHECK_SW_TSTAMP=" << CHECK_SW_TSTAMP);
   const Stopwatch time;
   result = GridResult{};
@@ -239,7 +244,8 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
   LOG_LINE("nswu=" << units.size());
   std::vector<Block> blocks;
   for (size_t i = 0; i < units.size(); i++)
-    for (size_t k = 0; k < units[i].want.size(); k++) blocks.push_back({static_cast<int>(i), static_cast<int>(k)});
+    for (size_t k = 0; k < units[i].want.size(); k++)
+      blocks.push_back({static_cast<int>(i), static_cast<int>(k)});
   result.nblocks = blocks.size();
   const int nth = threads_in_budget(units, dim, nthreads);
   if (nth == 0) return false;
@@ -283,7 +289,8 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
     ERROR_MSG(units.size() << " swaths, at least one failed");
     ok = false;
   }
-  const double Mpt = static_cast<double>(result.npoints) * 1e-6, Mpixt = static_cast<double>(result.npixels) * 1e-6;
+  const double Mpt = static_cast<double>(result.npoints) * 1e-6,
+               Mpixt = static_cast<double>(result.npixels) * 1e-6;
   LOG_LINE("ngt=" << blocks.size() << " ngs=" << units.size() << " ngt_w=" << ngt_w << " ngs_w=" << ngs_w
                   << " Mpt=" << Mpt << " Mpixt=" << Mpixt);
   LOG_LINE("/// GRID_TIME=" << time.text());

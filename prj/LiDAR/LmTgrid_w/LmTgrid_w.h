@@ -33,15 +33,15 @@ static_assert(sizeof(GridHdr) == 25);
 
 // The grid of one swath as its index tells it; tile numbers are those of the tile table.
 struct SwGrid {
-  std::string file;               // ".gmT.ZDS"
+  std::string file;  // ".gmT.ZDS"
   GridHdr hdr;
   Vector<TIsxy> TI;               // the swath's tile table
   Image<uint16_t> timg;           // tile map of the table's extent
   uint32_t XImin = 0, YImin = 0;  // its lower left tile
   Vector<uint16_t> gT;            // gridded microtiles of each tile
-  Vector<Image<uint8_t>> gTocc;   // 32 x 32 per tile, 1 = gridded; empty where gridding was not wanted. A tile
-                                  // that was gridded without any height has its map here but a gT of 0.
-  Vector<uint64_t> ofs;           // first word of each tile's block in the file
+  Vector<Image<uint8_t>> gTocc;  // 32 x 32 per tile, 1 = gridded; empty where gridding was not wanted. A tile
+                                 // that was gridded without any height has its map here but a gT of 0.
+  Vector<uint64_t> ofs;          // first word of each tile's block in the file
   // Number of the tile with these absolute indices, -1 when the swath has none.
   int tile_at(int64_t XI, int64_t YI) const;
 };
@@ -53,10 +53,10 @@ struct GridLimits {
   float zmax = 10000.f;   // m
 };
 
-struct GridResult {   // of LmT_grid
-  int ncached = 0;    // swaths whose grid was taken as it stood
-  int nskipped = 0;   // swaths without overlap
-  int ngridded = 0;   // swaths gridded now
+struct GridResult {  // of LmT_grid
+  int ncached = 0;   // swaths whose grid was taken as it stood
+  int nskipped = 0;  // swaths without overlap
+  int ngridded = 0;  // swaths gridded now
   uint64_t nblocks = 0;
   uint64_t npoints = 0;  // points read (those on the ring of a tile count again)
   uint64_t npixels = 0;  // words written
@@ -68,8 +68,8 @@ struct GridResult {   // of LmT_grid
 // failed; the others are finished first.
 [[nodiscard]] bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, GridResult& result);
 
-// Tests the cached grid of a swath against the source's time, GZ_SMAXF and (with check_dim_full) dim and full;
-// a mismatch is logged behind "<!> ". No ERROR but for a source whose time cannot be read.
+// Tests the cached grid of a swath against the source's time, GZ_SMAXF and (with check_dim_full) dim and
+// full; a mismatch is logged behind "<!> ". No ERROR but for a source whose time cannot be read.
 [[nodiscard]] bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool check_dim_full);
 
 // Reads only the header of ".gmT.idx". False, silently, when it is missing, short or of another version.
@@ -82,9 +82,9 @@ struct GridResult {   // of LmT_grid
 // Whether a cached grid holds all wanted microtiles; the first that it lacks is logged.
 [[nodiscard]] bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted);
 
-// Heights of a tile: an image of (32 dim) x (32 dim), pixel (x, y) at (x, y) x GSD from the lower left corner,
-// NODATA where there is none. mask: 32 x 32, only microtiles that are not 0 there are taken; null for all.
-// False, after a log line, when the tile has no grid or the read fails (Z is then all NODATA).
+// Heights of a tile: an image of (32 dim) x (32 dim), pixel (x, y) at (x, y) x GSD from the lower left
+// corner, NODATA where there is none. mask: 32 x 32, only microtiles that are not 0 there are taken; null for
+// all. False, after a log line, when the tile has no grid or the read fails (Z is then all NODATA).
 bool read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
                   Image<float>& Z);
 // Heights of the tile at absolute indices (XI, YI) with a margin of buf <= 32 dim pixels on every side, which

@@ -11,8 +11,8 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
-#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/project.h"
 
 constexpr int KEEP_SAME = 0;  // values of the pair filters
@@ -20,39 +20,39 @@ constexpr int KEEP_ALL = 1;
 constexpr int KEEP_DIFF = 2;
 
 struct PairFilter {
-  int RDIM = 0;      // reduction: 0 none, 1 same channel or line, 2 main channels (-reg_reduce)
-  int GRP = 1;       // 0 same group or line, 1 all, 2 different (-reg_grp, -qc_grp)
-  int REF = 1;       // 0 without reference swaths, 1 on, 2 only with one (-reg_ref, -qc_ref)
-  int CH = 1;        // 0 same channel, 1 all, 2 different (-reg_ch, -qc_ch)
+  int RDIM = 0;        // reduction: 0 none, 1 same channel or line, 2 main channels (-reg_reduce)
+  int GRP = 1;         // 0 same group or line, 1 all, 2 different (-reg_grp, -qc_grp)
+  int REF = 1;         // 0 without reference swaths, 1 on, 2 only with one (-reg_ref, -qc_ref)
+  int CH = 1;          // 0 same channel, 1 all, 2 different (-reg_ch, -qc_ch)
   bool filter = true;  // GRP, REF and CH apply
   bool ALLDZ = true;   // pairs that are not kept stay in the list for their height differences (-dz_all)
 };
 
-struct SwPair {    // a pair of the list
-  int sw1 = 0;     // the lower swath number: the moved image
+struct SwPair {  // a pair of the list
+  int sw1 = 0;   // the lower swath number: the moved image
   int sw2 = 0;
   bool reg = true;  // false: only its height differences are wanted
 };
 
 struct InterParam {
-  bool REG = true;    // register; false: accurate QC only, no DUT files
-  bool QC = true;     // measure the height differences before and after
+  bool REG = true;  // register; false: accurate QC only, no DUT files
+  bool QC = true;   // measure the height differences before and after
   PairFilter filter;
-  int Jinit = 1;      // -init 0..4; the start level follows from it, see comp_reg_levels
-  int Jend = 0;       // final level: vertices every mTsize << Jend metres
-  int nmTmin = 4;     // smallest overlap of a tile, microtiles
-  int DZ_sub = 4;     // subsampling of maps of the height differences (-sub)
-  bool nop = false;   // no output files
+  int Jinit = 1;     // -init 0..4; the start level follows from it, see comp_reg_levels
+  int Jend = 0;      // final level: vertices every mTsize << Jend metres
+  int nmTmin = 4;    // smallest overlap of a tile, microtiles
+  int DZ_sub = 4;    // subsampling of maps of the height differences (-sub)
+  bool nop = false;  // no output files
   int nthreads = 1;
 };
 
 struct InterResult {
-  int nint0 = 0;    // overlapping pairs
-  int nint1 = 0;    // after the filters
-  int nint = 0;     // pairs in the index
-  int nreg = 0;     // registered
-  int nqc = 0;      // measured
-  int ncached = 0;  // of the registered ones, taken from the cache
+  int nint0 = 0;      // overlapping pairs
+  int nint1 = 0;      // after the filters
+  int nint = 0;       // pairs in the index
+  int nreg = 0;       // registered
+  int nqc = 0;        // measured
+  int ncached = 0;    // of the registered ones, taken from the cache
   uint64_t nvec = 0;  // vectors written
   double Mpix = 0;    // pixels compared, millions
 };
@@ -61,8 +61,8 @@ struct InterResult {
 // swaths overlap nothing. False when a tile cache cannot be read (ERROR line).
 [[nodiscard]] bool comp_sw_overlap(const Project& prj, Image<uint8_t>& overlap);
 
-// Chooses the pairs. overlap: nsw x nsw, not 0 where i and j overlap; info: by swath number. label is "Reg" or
-// "QC" and stands in the lines. n0, n1: pairs before and after the filters.
+// Chooses the pairs. overlap: nsw x nsw, not 0 where i and j overlap; info: by swath number. label is "Reg"
+// or "QC" and stands in the lines. n0, n1: pairs before and after the filters.
 std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>& info,
                                 const Image<uint8_t>& overlap, const PairFilter& filter, bool REG, int& n0,
                                 int& n1);
@@ -70,6 +70,7 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
 // Registers (or, without REG, measures) all chosen pairs. head: the index as far as it is known before the
 // pairs (scale, swaths, boxes, control parameters). Writes prj.name + ".dut", "_idx.log", "_DZ_stat.log",
 // "_DZreg_stat.log", "_DXYZreg_stat.log". A pair that cannot be read, is too large for -mem or does not
-// converge gets no vectors and does not stop the loop. False after an ERROR line when nothing could be written.
+// converge gets no vectors and does not stop the loop. False after an ERROR line when nothing could be
+// written.
 [[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap,
                                  const InterParam& param, InterResult& result);

@@ -16,7 +16,7 @@ constexpr uint32_t RegCacheVersion = 0x3378A;
 struct RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
   uint32_t magic = RegCacheMagic;
   uint32_t version = RegCacheVersion;
-  uint64_t tstamp1 = 0, tstamp2 = 0;  // time stamps of the two grid indices, ns
+  uint64_t tstamp1 = 0, tstamp2 = 0;        // time stamps of the two grid indices, ns
   uint64_t P1 = 0, N1 = 0, P2 = 0, N2 = 0;  // hashes of directory and file name
   int32_t js = 0, je = 0, jreg = 0, boost = 0;
   float smaxf = 0, zmin = 0, zmax = 0, regsmax = 0, regs0 = 0;
@@ -30,7 +30,8 @@ bool make_regpair_idx(const std::string& path1, const std::string& path2, const 
                       RegpairIdx& idx);
 // Cache file of a pair, without suffix; empty when the cache is off.
 std::string regpair_name(const RegpairIdx& idx);
-// Whether the pair's deformation in the cache was made from the same grids with the same parameters, and is valid.
+// Whether the pair's deformation in the cache was made from the same grids with the same parameters, and is
+// valid.
 bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now);
 bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg);
 

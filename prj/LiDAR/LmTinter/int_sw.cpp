@@ -77,9 +77,9 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
                                 int& n1) {
   const int nsw = static_cast<int>(prj.swaths.size());
   const char* label = REG ? "Reg Pair filtering" : "QC Pair filtering";
-  LOG_ENTER("comp_int_sw nsw=" << nsw << " REG=" << REG << " ALLDZ=" << filter.ALLDZ << " RDIM=" << filter.RDIM
-                               << " GRPREG=" << filter.GRP << " REFREG=" << filter.REF << " CHREG=" << filter.CH
-                               << " filter=" << filter.filter);
+  LOG_ENTER("comp_int_sw nsw=" << nsw << " REG=" << REG << " ALLDZ=" << filter.ALLDZ << " RDIM="
+                               << filter.RDIM << " GRPREG=" << filter.GRP << " REFREG=" << filter.REF
+                               << " CHREG=" << filter.CH << " filter=" << filter.filter);
   if (filter.filter)
     LOG_LINE(label << ": Grp=" << filter_word(filter.GRP, "same", "all", "diff")
                    << " Ref=" << filter_word(filter.REF, "off", "on", "only")

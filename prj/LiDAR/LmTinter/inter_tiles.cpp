@@ -10,7 +10,8 @@
 
 namespace {
 uint64_t count_valid(const Image<float>& img) {
-  return static_cast<uint64_t>(std::count_if(img.val, img.val + img.size(), [](float z) { return z != NODATA; }));
+  return static_cast<uint64_t>(
+      std::count_if(img.val, img.val + img.size(), [](float z) { return z != NODATA; }));
 }
 
 GridLimits compared_heights(float GSD) { return {grid_smax_code(Z_SMAXF, GSD), KEEPZmin, KEEPZmax}; }
@@ -35,8 +36,8 @@ bool read_InterSwath(const Project& prj, int sw, InterSwath& s) {
   s = InterSwath{};
   s.sw = sw;
   s.path = prj.swaths[static_cast<size_t>(sw)].path;
-  s.ok = read_LTidxInfo(s.path, s.info) && read_Tocc(s.path, s.occ) && read_gZDSidx_tiles_idx(s.path, s.grid) &&
-         static_cast<int>(s.grid.hdr.dim) == prj.scale.dim;
+  s.ok = read_LTidxInfo(s.path, s.info) && read_Tocc(s.path, s.occ) &&
+         read_gZDSidx_tiles_idx(s.path, s.grid) && static_cast<int>(s.grid.hdr.dim) == prj.scale.dim;
   if (!s.ok) LOG_LINE("<!> gridok sw=" << sw);
   return s.ok;
 }
@@ -45,7 +46,8 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
                               const RegLevels& levels, InterTiles& inter) {
   const Tocc both = inter_Tocc(s1.occ, s2.occ);
   LOG_LINE("inter_Tocc nt1=" << s1.occ.size() << " nt2=" << s2.occ.size() << " ntint=" << both.size());
-  // A strip narrower than a few vertices has no neighbours to hold its estimates: they would be bent to fit noise.
+  // A strip narrower than a few vertices has no neighbours to hold its estimates: they would be bent to fit
+  // noise.
   constexpr int MIN_WIDTH = 4;  // vertex spacings
   inter.tiles = erode_Tocc_2(both, std::min(MIN_WIDTH << levels.Jend, static_cast<int>(mTsub)));
   const size_t ntX0 = inter.tiles.size();
@@ -60,19 +62,20 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
   const uint64_t MB = (comp_reg_bytes(nt, prj.scale.dim, levels) >> 20) + 1;
   LOG_LINE(" TILES MEMORY=" << MB << " MB");
   if (MB > static_cast<uint64_t>(MEM_MB) || nt > INT16_MAX) {
-    WARNING_MSG("swaths " << s1.sw << "/" << s2.sw << " skipped, registration and QC require " << MB << " MB, only "
-                          << MEM_MB << " reserved (use option -mem)");
+    WARNING_MSG("swaths " << s1.sw << "/" << s2.sw << " skipped, registration and QC require " << MB
+                          << " MB, only " << MEM_MB << " reserved (use option -mem)");
     return InterState::memory;
   }
   return InterState::ok;
 }
 
 bool inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
-                   const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair, InterState& state) {
+                   const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair,
+                   InterState& state) {
   const GridLimits limits = compared_heights(prj.scale.GSD());
-  LOG_ENTER("inter_TZ1_TZ2 nmTmin=" << nmTmin << " dim=" << prj.scale.dim << " sw1=" << s1.sw << " sw2=" << s2.sw
-                                    << " Smax=" << limits.smax << " Z:[" << limits.zmin << " " << limits.zmax
-                                    << "] ");
+  LOG_ENTER("inter_TZ1_TZ2 nmTmin=" << nmTmin << " dim=" << prj.scale.dim << " sw1=" << s1.sw
+                                    << " sw2=" << s2.sw << " Smax=" << limits.smax << " Z:[" << limits.zmin
+                                    << " " << limits.zmax << "] ");
   const Stopwatch time;
   inter = InterTiles{};
   state = choose_inter_tiles(prj, s1, s2, nmTmin, levels, inter);

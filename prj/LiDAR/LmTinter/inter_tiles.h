@@ -18,23 +18,24 @@ struct InterSwath {  // what the pairs of a swath share; read when the swath com
   SwGrid grid;
   bool ok = false;  // tiles and grid could be read
 };
-// Reads the tables of swath sw unless they stand in s already. False, after a log line, when a cache is missing.
+// Reads the tables of swath sw unless they stand in s already. False, after a log line, when a cache is
+// missing.
 bool read_InterSwath(const Project& prj, int sw, InterSwath& s);
 
-struct InterTiles {   // the tiles of a pair
-  Tocc tiles;         // occ: microtiles of the overlap; k, k2: indices in the tables of the two swaths
-  uint32_t XI0 = 0;   // lower left tile of the frame
+struct InterTiles {  // the tiles of a pair
+  Tocc tiles;        // occ: microtiles of the overlap; k, k2: indices in the tables of the two swaths
+  uint32_t XI0 = 0;  // lower left tile of the frame
   uint32_t YI0 = 0;
   uint64_t nfpix1 = 0, nfpix2 = 0;  // pixels with a height, moved (with margin) and reference
 };
 
 enum class InterState { ok, none, memory };
 
-// Chooses the overlap tiles: microtiles that both swaths occupy, less what is thinner than two of them, in tiles
-// with at least nmTmin left. memory: after a WARNING, when the pair needs more than MEM_MB.
+// Chooses the overlap tiles: microtiles that both swaths occupy, less what is thinner than two of them, in
+// tiles with at least nmTmin left. memory: after a WARNING, when the pair needs more than MEM_MB.
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter);
-// Reads the heights into the pair's images: the moved ones (first swath) with the margin, the reference ones on
-// the microtiles of the overlap. False when either swath has no height there.
+// Reads the heights into the pair's images: the moved ones (first swath) with the margin, the reference ones
+// on the microtiles of the overlap. False when either swath has no height there.
 bool inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                    const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair, InterState& state);

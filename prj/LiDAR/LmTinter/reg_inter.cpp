@@ -118,7 +118,8 @@ bool register_pair(RegRun& run, const SwPair& p, int number, const InterTiles& i
   param.nthreads = run.param.nthreads;
   param.cache = name.empty() ? "" : name + ".rpc.d0";
   param.cached = check_regpair_idx(p.sw1, p.sw2, idx);
-  if (!param.cached && !name.empty()) remove_file(name + ".rpc.idx");  // never an index of another deformation
+  if (!param.cached && !name.empty())
+    remove_file(name + ".rpc.idx");  // never an index of another deformation
   NRresult reg;
   const bool ok = mg_nr_reg_tiles(pair, param, reg);
   if (!name.empty() && !reg.from_cache && !write_regpair_idx(p.sw1, p.sw2, idx, ok && reg.cache_written))
@@ -137,7 +138,8 @@ bool register_pair(RegRun& run, const SwPair& p, int number, const InterTiles& i
   return true;
 }
 
-// One pair from its tiles to its lines in the logs and the DUT files. False only when a file cannot be written.
+// One pair from its tiles to its lines in the logs and the DUT files. False only when a file cannot be
+// written.
 bool process_pair(RegRun& run, const SwPair& p, int number, InterResult& result) {
   LOG_ENTER("pair " << number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
   std::vector<DUTstr> rec;
@@ -145,10 +147,12 @@ bool process_pair(RegRun& run, const SwPair& p, int number, InterResult& result)
   NRpair pair;
   InterState state = InterState::none;
   if (read_InterSwath(run.prj, p.sw1, run.s1) && read_InterSwath(run.prj, p.sw2, run.s2) &&
-      inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair, state)) {
+      inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair,
+                    state)) {
     result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
     if (run.param.REG && p.reg) result.nreg += register_pair(run, p, number, inter, pair, rec, result);
-    DZstat before;  // after the registration, which needs the heights that a measurement turns into coefficients
+    DZstat
+        before;  // after the registration, which needs the heights that a measurement turns into coefficients
     if (run.param.QC && acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) {
       put_DZ_line(run.dz, number, before, run, run.before);
       result.nqc++;
@@ -177,8 +181,8 @@ void report(const RegRun& run, const InterResult& r, const std::string& time) {
   if (run.after.n > 0) LOG_MSG1("Z-difference after registration RMS=" << run.after.rms());
   if (run.disp.n > 0) {
     const dxyz m = run.disp.mean(), s = run.disp.rms();
-    LOG_MSG1("Displacement mean=" << m.x << " " << m.y << " " << m.z << " RMS=" << s.x << " " << s.y << " " << s.z
-                                  << ", N vectors=" << run.disp.n);
+    LOG_MSG1("Displacement mean=" << m.x << " " << m.y << " " << m.z << " RMS=" << s.x << " " << s.y << " "
+                                  << s.z << ", N vectors=" << run.disp.n);
   }
   LOG_LINE("nint0=" << r.nint0 << " nint1=" << r.nint1 << " nint=" << r.nint << " nreg=" << r.nreg
                     << " nqc=" << r.nqc << " Mpix=" << r.Mpix);
@@ -195,15 +199,16 @@ bool read_infos(const Project& prj, std::vector<LTidxInfo>& info) {
 }
 }  // namespace
 
-bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap, const InterParam& param,
-                   InterResult& result) {
+bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap,
+                   const InterParam& param, InterResult& result) {
   const RegLevels levels = comp_reg_levels(param.Jinit, param.Jend);
-  LOG_ENTER("reg_inter_LmT nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim << " level=" << prj.scale.level
-                                 << " large=" << prj.scale.large << " Jstart=" << levels.Jstart << " Jinit="
-                                 << param.Jinit << " Jend=" << levels.Jend << " REG=" << param.REG
-                                 << " QC=" << param.QC);
-  LOG_LINE("Tsize=" << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize << " buf=" << levels.buf << " Jend="
-                    << levels.Jend << " gsize=" << head.gsize << " H_STEP=" << H_STEP);
+  LOG_ENTER("reg_inter_LmT nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim
+                                 << " level=" << prj.scale.level << " large=" << prj.scale.large
+                                 << " Jstart=" << levels.Jstart << " Jinit=" << param.Jinit
+                                 << " Jend=" << levels.Jend << " REG=" << param.REG << " QC=" << param.QC);
+  LOG_LINE("Tsize=" << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize << " buf=" << levels.buf
+                    << " Jend=" << levels.Jend << " gsize=" << head.gsize << " H_STEP=" << H_STEP);
+  ASSERT(head.gsize == std::lround(prj.scale.mTsize * static_cast<float>(1 << levels.Jend)));
   const Stopwatch time;
   result = InterResult{};
   std::vector<LTidxInfo> info;

@@ -32,7 +32,8 @@ bool grid_time(const std::string& path, uint64_t& tstamp) {
     ERROR_MSG("timestamp read error, " << gidx);
     return false;
   }
-  tstamp = static_cast<uint64_t>(st.st_mtim.tv_sec) * 1000000000ull + static_cast<uint64_t>(st.st_mtim.tv_nsec);
+  tstamp =
+      static_cast<uint64_t>(st.st_mtim.tv_sec) * 1000000000ull + static_cast<uint64_t>(st.st_mtim.tv_nsec);
   return true;
 }
 }  // namespace
@@ -64,7 +65,8 @@ std::string regpair_name(const RegpairIdx& idx) {
 
 bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
   const std::string name = regpair_name(now);
-  LOG_ENTER("check_regpair_idx RegCacheVersion=" << RegCacheVersion << " mTcacheR=" << (CACHE_REG ? TMPDIR : ""));
+  LOG_ENTER("check_regpair_idx RegCacheVersion=" << RegCacheVersion
+                                                 << " mTcacheR=" << (CACHE_REG ? TMPDIR : ""));
   if (name.empty() || !is_regular_file(name + ".rpc.d0")) return false;
   LOG_LINE("sw1=" << sw1 << " sw2=" << sw2 << " pname=" << name);
   LOG_LINE("Jstart=" << now.js << " Jend=" << now.je << " J0_REG=" << now.jreg << " NR_BOOST=" << now.boost
@@ -78,8 +80,8 @@ bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
     return false;
   }
   if (c.tstamp1 != now.tstamp1 || c.tstamp2 != now.tstamp2) {
-    LOG_LINE("<!> grid changed _tstamp1=" << c.tstamp1 << " tstamp1=" << now.tstamp1 << " _tstamp2=" << c.tstamp2
-                                          << " tstamp2=" << now.tstamp2);
+    LOG_LINE("<!> grid changed _tstamp1=" << c.tstamp1 << " tstamp1=" << now.tstamp1
+                                          << " _tstamp2=" << c.tstamp2 << " tstamp2=" << now.tstamp2);
     return false;
   }
   if (c.P1 != now.P1 || c.N1 != now.N1 || c.P2 != now.P2 || c.N2 != now.N2) {
@@ -93,8 +95,8 @@ bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
   }
   if (c.smaxf != now.smaxf || c.zmin != now.zmin || c.zmax != now.zmax || c.regsmax != now.regsmax ||
       c.regs0 != now.regs0) {
-    LOG_LINE("<!> param 2 Z_SMAXF=" << c.smaxf << " zmin=" << c.zmin << " zmax=" << c.zmax << " regsmax="
-                                    << c.regsmax << " regs0=" << c.regs0);
+    LOG_LINE("<!> param 2 Z_SMAXF=" << c.smaxf << " zmin=" << c.zmin << " zmax=" << c.zmax
+                                    << " regsmax=" << c.regsmax << " regs0=" << c.regs0);
     return false;
   }
   uint8_t more = 0;

@@ -6,7 +6,7 @@
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 
 namespace {
-struct TimeTile {   // vertex times of one tile of one swath
+struct TimeTile {  // vertex times of one tile of one swath
   bool fixed = false;
   bool ok = false;  // false: a mobile swath without a time tile
   double t0 = 0, tmin = 0, tmax = 0;
@@ -41,10 +41,11 @@ void write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
   const int dxp = comp_dxp(Jend);
   const int gsize = static_cast<int>(std::lround(scale.mTsize * static_cast<float>(1 << Jend)));
   const float pixel = scale.GSD() * static_cast<float>(1 << std::max(Jend - MG_SKIP, 0));  // m
-  LOG_ENTER("write_DUT sw1=" << s1.sw << " sw2=" << s2.sw << " fx1=" << prj.swaths[static_cast<size_t>(s1.sw)].fixed
-                             << " fx2=" << prj.swaths[static_cast<size_t>(s2.sw)].fixed << " nt="
-                             << inter.tiles.size() << " dim=" << scale.dim << " gsize=" << gsize << " mTsub=" << mTsub
-                             << " Tsize=" << scale.Tsize);
+  LOG_ENTER("write_DUT sw1=" << s1.sw << " sw2=" << s2.sw
+                             << " fx1=" << prj.swaths[static_cast<size_t>(s1.sw)].fixed
+                             << " fx2=" << prj.swaths[static_cast<size_t>(s2.sw)].fixed
+                             << " nt=" << inter.tiles.size() << " dim=" << scale.dim << " gsize=" << gsize
+                             << " mTsub=" << mTsub << " Tsize=" << scale.Tsize);
   LOG_LINE("Tsize=" << scale.Tsize << " mTsize=" << scale.mTsize << " GSD=" << scale.GSD() << " dxp=" << dxp
                     << " t01=" << s1.info.t0 << " t02=" << s2.info.t0);
   rec.clear();

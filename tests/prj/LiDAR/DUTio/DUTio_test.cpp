@@ -80,8 +80,8 @@ TEST(DUTio, RoundTrip) {
     const DUTswath &s = idx.swaths[i], &o = was.swaths[i];
     EXPECT_EQ(s.path, o.path);
     EXPECT_EQ(s.tmin, o.tmin);  // times are multiples of 1/1024 s
-    EXPECT_TRUE(s.group == o.group && s.ch == o.ch && s.mainch == o.mainch && s.fixed == o.fixed && s.adj == o.adj &&
-                s.ro == o.ro && s.wro == o.wro);
+    EXPECT_TRUE(s.group == o.group && s.ch == o.ch && s.mainch == o.mainch && s.fixed == o.fixed &&
+                s.adj == o.adj && s.ro == o.ro && s.wro == o.wro);
   }
   ASSERT_EQ(idx.nint(), 3);
   EXPECT_EQ(idx.nreg, 2);
@@ -106,7 +106,9 @@ TEST(DUTio, IndexThatLiesIsRefused) {
   const std::string name = dir.path + "/p";
   write_sample(name);
   const std::string good = read_text(name + "_idx.log");
-  const struct { const char *from, *to, *error; } cases[] = {
+  const struct {
+    const char *from, *to, *error;
+  } cases[] = {
       {"#[IDX-23.05.15]", "#[IDX-21.09.09]", "invalid DUT.IDX format or unsupported version, file "},
       {"#[IDX-23.05.15]", "", "invalid DUT.IDX format or unsupported version, file "},
       {"\n3 4 7", "\nx 4 7", "invalid DUT.IDX header, file "},
@@ -158,8 +160,15 @@ TEST(DUTio, RecordsThatDoNotFitAreRefused) {
   DUTidx good;
   ASSERT_TRUE(read_DUT_IDX(name, good));
   const std::string bytes = read_text(name + ".dut");
-  const auto set = [&](size_t at, const std::string& v) { return std::string(bytes).replace(at, v.size(), v); };
-  const struct { const char* what; std::string bytes; uint64_t ndisp; const char* error; } cases[] = {
+  const auto set = [&](size_t at, const std::string& v) {
+    return std::string(bytes).replace(at, v.size(), v);
+  };
+  const struct {
+    const char* what;
+    std::string bytes;
+    uint64_t ndisp;
+    const char* error;
+  } cases[] = {
       {"magic", set(0, "x"), 5, "invalid DUT format, file "},
       {"short header", bytes.substr(0, 19), 5, "invalid DUT format, file "},
       {"other dim", set(8, "\x09"), 5, "incompatible DUT file "},

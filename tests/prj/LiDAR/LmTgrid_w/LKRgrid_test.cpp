@@ -71,7 +71,8 @@ SlowPixel slow_fit(const std::vector<xyz>& p, double scale, int px, int py) {
 
 TEST(LKRgrid, KernelIsADensity) {
   double integral = 0;
-  for (int i = -3000; i <= 3000; i++) integral += static_cast<double>(LKR_weight(static_cast<float>(i) * 1e-3f)) * 1e-3;
+  for (int i = -3000; i <= 3000; i++)
+    integral += static_cast<double>(LKR_weight(static_cast<float>(i) * 1e-3f)) * 1e-3;
   EXPECT_NEAR(integral, 1, 1e-5);
   for (float d = -3; d <= 3; d += 0.01f)
     EXPECT_NEAR(static_cast<double>(LKR_weight(d)), slow_weight(static_cast<double>(d)), 1e-6) << d;
@@ -88,15 +89,23 @@ TEST(LKRgrid, PlaneGivesItsHeightAndNoRoughness) {
   ASSERT_EQ(words.size(), 32u * 32 * dim * dim);
   for (uint64_t i = 0; i < words.size(); i++) {
     const uint64_t m = i / (dim * dim), r = i % (dim * dim);
-    const double x = static_cast<double>(m % 32 * dim + r % dim) / dim, y = static_cast<double>(m / 32 * dim + r / dim) / dim;
-    ASSERT_NEAR(static_cast<double>(decode_Z(words(static_cast<int64_t>(i)))), plane(x, y), 1.0 / 1024 + 1e-4);
+    const double x = static_cast<double>(m % 32 * dim + r % dim) / dim,
+                 y = static_cast<double>(m / 32 * dim + r / dim) / dim;
+    ASSERT_NEAR(static_cast<double>(decode_Z(words(static_cast<int64_t>(i)))), plane(x, y),
+                1.0 / 1024 + 1e-4);
     ASSERT_EQ(decode_S(words(static_cast<int64_t>(i))), 0);
   }
 }
 
 TEST(LKRgrid, AgreesWithSlowFit) {
-  const auto rough = [](double x, double y) { return 2000 + 3 * std::sin(x) * std::cos(1.3 * y) + (x > 9 ? 6 : 0); };
-  const struct { int dim; float mTsize; int npoints; } cases[] = {{1, 1, 3000}, {2, 1, 9000}, {4, 1, 9000}, {5, 2, 6000}};
+  const auto rough = [](double x, double y) {
+    return 2000 + 3 * std::sin(x) * std::cos(1.3 * y) + (x > 9 ? 6 : 0);
+  };
+  const struct {
+    int dim;
+    float mTsize;
+    int npoints;
+  } cases[] = {{1, 1, 3000}, {2, 1, 9000}, {4, 1, 9000}, {5, 2, 6000}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.dim);
     const float T = 32 * c.mTsize;
@@ -106,7 +115,8 @@ TEST(LKRgrid, AgreesWithSlowFit) {
     occ(5, 5) = 4;  // read, but not to be gridded
     LKRtile tile;
     Vector<uint32_t> words;
-    ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), occ, c.dim, c.mTsize, 1000, 4, tile, words), LKRstate::done);
+    ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), occ, c.dim, c.mTsize, 1000, 4, tile, words),
+              LKRstate::done);
     const double scale = static_cast<double>(static_cast<float>(c.dim) / c.mTsize), GSD = 1 / scale;
     int64_t i = 0;
     int nok = 0;
@@ -134,7 +144,13 @@ TEST(LKRgrid, TilesWithoutAnyHeightAreDropped) {
   std::vector<xyz> line;  // along one direction: no plane
   for (int i = 0; i < 4000; i++) line.push_back({static_cast<float>(i) * 0.008f, 16, 50});
   const std::vector<xyz> high = random_points(20000, 0, 32, [](double, double) { return 9000.0; });
-  const struct { const char* what; const xyz* p; uint64_t np; uint8_t occ; LKRstate state; } cases[] = {
+  const struct {
+    const char* what;
+    const xyz* p;
+    uint64_t np;
+    uint8_t occ;
+    LKRstate state;
+  } cases[] = {
       {"nothing to grid", high.data(), high.size(), 4, LKRstate::size0},
       {"no point", one, 0, 1, LKRstate::empty},
       {"one point", one, 1, 1, LKRstate::empty},
@@ -161,7 +177,14 @@ TEST(LKRgrid, RoughPixelsLoseTheirHeightAboveTheLimit) {
 }
 
 TEST(LKRgrid, WordsAtTheirBounds) {
-  const struct { double z; bool nodata; float s, density; uint32_t Z; int S, D; bool over; } cases[] = {
+  const struct {
+    double z;
+    bool nodata;
+    float s, density;
+    uint32_t Z;
+    int S, D;
+    bool over;
+  } cases[] = {
       {-7500, false, 0, 0, 0, 0, 0, false},
       {-7500 + 1.0 / 1024, false, 0, 1, 1, 0, 1, false},
       {-7500.001, false, 0.5f, 4, 0, 16, 4, true},

@@ -35,7 +35,8 @@ TEST(LmT_grid, HeightsStandAtTheirPlace) {
     for (int y = 0; y < Z.ysize(); y++)
       for (int x = 0; x < Z.xsize(); x++) {
         if (Z(x, y) == NODATA) continue;
-        const double e = static_cast<double>(Z(x, y)) - synth_height(t.x * 128. - 10240000 + x, t.y * 128. - 10240000 + y);
+        const double e =
+            static_cast<double>(Z(x, y)) - synth_height(t.x * 128. - 10240000 + x, t.y * 128. - 10240000 + y);
         n++;
         nfar += std::fabs(e) > 0.3;  // at the houses
         if (std::fabs(e) <= 0.3) sum2 += e * e;
@@ -134,7 +135,8 @@ TEST(LmT_grid, CacheIsUsedUntilSomethingChanges) {
   Project prj = make_synth_project(dir, {{}, {90}});
   EXPECT_EQ(grid_all(prj, false, 1).ngridded, 2);
   EXPECT_EQ(grid_all(prj, false, 1).ncached, 2);
-  std::filesystem::last_write_time(prj.swaths[0].path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(5));
+  std::filesystem::last_write_time(prj.swaths[0].path,
+                                   std::filesystem::file_time_type::clock::now() - std::chrono::hours(5));
   EXPECT_EQ(grid_all(prj, false, 1).ngridded, 1);
   GZ_SMAXF = 900;
   EXPECT_EQ(grid_all(prj, false, 1).ngridded, 2);
@@ -155,7 +157,10 @@ TEST(LmT_grid, DamagedGridsAreMadeAnew) {
   const size_t nt = (idx.size() - 25) / 1027;
   ASSERT_EQ(idx.size(), 25 + nt * 1027);  // every tile of the strip has heights
   const auto with = [](std::string s, size_t at, char c) { return s.replace(at, 1, 1, c); };
-  const struct { const char* what; std::string idx, zds; } cases[] = {
+  const struct {
+    const char* what;
+    std::string idx, zds;
+  } cases[] = {
       {"magic", with(idx, 0, 1), zds},
       {"version", with(idx, 4, 1), zds},
       {"no pixels", with(idx, 20, 0), zds},

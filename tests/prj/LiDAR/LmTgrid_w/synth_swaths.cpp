@@ -11,8 +11,10 @@
 double synth_height(double x, double y) {
   const double u = x - 500000, v = y - 5000000;
   const double hills = 4 * std::sin(u / 17 + 0.4) * std::cos(v / 23) + 2 * std::sin((u + 2 * v) / 31);
+  const double mounds =
+      0.6 * std::sin(u / 2.3 + std::sin(v / 9)) * std::sin(v / 2.7 + 1.5 * std::sin(u / 11));
   const bool house = std::fmod(u + 1000, 45) < 14 && std::fmod(v + 1000, 40) < 12;
-  return 100 + hills + (house ? 5 : 0);
+  return 100 + hills + mounds + (house ? 5 : 0);
 }
 
 Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& strips) {
@@ -36,7 +38,8 @@ Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& st
     std::mt19937 gen(static_cast<uint32_t>(i) + 1);
     std::normal_distribution<double> noise(0, s.noise);
     for (TestPoint& p : points) {
-      const double e[3] = {static_cast<double>(s.error.x), static_cast<double>(s.error.y), static_cast<double>(s.error.z)};
+      const double e[3] = {static_cast<double>(s.error.x), static_cast<double>(s.error.y),
+                           static_cast<double>(s.error.z)};
       p.x += e[0], p.y += e[1], p.z += e[2] + noise(gen);
     }
     Swath sw;

@@ -13,14 +13,15 @@ struct SynthStrip {
   xyz error = {0, 0, 0};    // m, added to every point
   double tstart = 1000000;  // s
   double length = 280, width = 130, density = 9;
-  double noise = 0.03;      // m, standard deviation of the heights; without any, a registration finds no scale
+  double noise = 0.03;  // m, standard deviation of the heights; without any, a registration finds no scale
   bool fixed = false;
 };
 
 // Relief in all directions, with steps of buildings.
 double synth_height(double x, double y);
 
-// Writes and tiles the strips into dir (also the temporary directory); dim 4, level 7. Aborts when that fails.
+// Writes and tiles the strips into dir (also the temporary directory); dim 4, level 7. Aborts when that
+// fails.
 Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& strips);
 // The overlap map of all swaths of it.
 Tovr make_synth_Tovr(const Project& prj);

@@ -1,0 +1,64 @@
+// Which pairs the filters keep.
+#include <gtest/gtest.h>
+
+#include "prj/LiDAR/LmTinter/LmTinter.h"
+
+namespace {
+// Swaths 0, 1: two channels of one line, group 1; 2: a later line of group 2; 3: a second channel without its
+// main channel, group 1; 4, 5: references.
+Project six_swaths(std::vector<LTidxInfo>& info) {
+  Project prj;
+  const struct {
+    int group, ch, mainch;
+    bool fixed;
+    double tmin, tmax;
+  } rows[] = {{1, 0, 0, false, 0, 100},   {1, 1, 0, false, 0, 100}, {2, 0, 2, false, 200, 300},
+              {1, 1, 0, false, 400, 500}, {0, 0, 4, true, 50, 60},  {0, 0, 5, true, 50, 60}};
+  for (const auto& r : rows) {
+    Swath s;
+    s.group = r.group, s.channel = r.ch, s.mainch = r.mainch, s.fixed = r.fixed;
+    prj.swaths.push_back(s);
+    LTidxInfo i{};
+    i.tmin = r.tmin, i.tmax = r.tmax;
+    info.push_back(i);
+  }
+  return prj;
+}
+}  // namespace
+
+TEST(comp_int_sw, FiltersKeepWhatTheySay) {
+  std::vector<LTidxInfo> info;
+  const Project prj = six_swaths(info);
+  Image<uint8_t> overlap(6, 6, 1);
+  overlap(0, 3) = overlap(3, 0) = 0;
+  // RDIM, GRP, REF, CH, filter, ALLDZ; pairs kept as "ij"
+  const struct {
+    PairFilter f;
+    int n1;
+    std::string kept;
+  } cases[] = {
+      {{0, 1, 1, 1, true, false}, 13, "01 02 04 05 12 13 14 15 23 24 25 34 35 "},
+      {{0, 0, 0, 0, false, true},
+       13,
+       "01 02 04 05 12 13 14 15 23 24 25 34 35 45 "},  // filters off, all listed
+      {{1, 1, 1, 1, true, false}, 8, "01 02 04 05 13 14 15 24 25 "},
+      {{2, 1, 1, 1, true, false}, 6, "01 02 04 05 14 15 24 25 "},
+      {{0, 0, 1, 1, true, false}, 4, "01 13 14 15 "},
+      {{0, 2, 0, 1, true, false}, 3, "02 12 23 "},
+      {{0, 1, 2, 1, true, false}, 8, "04 05 14 15 24 25 34 35 "},
+      {{0, 1, 0, 0, true, false}, 2, "02 13 "},
+      {{0, 1, 0, 2, true, false}, 3, "01 12 23 "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.kept);
+    int n0 = 0, n1 = 0;
+    std::string kept;
+    for (const SwPair& p : comp_int_sw(prj, info, overlap, c.f, true, n0, n1)) {
+      kept += std::to_string(p.sw1) + std::to_string(p.sw2) + " ";
+      EXPECT_TRUE(p.reg || (c.f.ALLDZ && p.sw1 == 4));
+    }
+    EXPECT_EQ(kept, c.kept);
+    EXPECT_EQ(n0, 14);
+    EXPECT_EQ(n1, static_cast<int>(c.kept.size() / 3) - (c.f.ALLDZ ? 1 : 0));
+  }
+}

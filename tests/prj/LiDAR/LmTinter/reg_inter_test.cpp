@@ -1,0 +1,174 @@
+// The whole way from tiles to DUT files: a planted shift comes back with its sign; the pair cache; faults.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <set>
+
+#include "lib/general/path.h"
+#include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/LmTinter/inter_tiles.h"
+#include "prj/LiDAR/tuning.h"
+#include "tests/prj/LiDAR/LmTgrid_w/synth_swaths.h"
+
+namespace {
+struct RegProject {
+  TempDir dir;
+  Project prj;
+  DUTidx head;
+  Image<uint8_t> overlap;
+  InterParam param;
+
+  explicit RegProject(const std::vector<SynthStrip>& strips) {
+    prj = make_synth_project(dir, strips);
+    grid();
+    param.Jend = comp_Jend(0, prj.scale.dim);
+    head.gsize = 4 << param.Jend, head.level = 7, head.dim = prj.scale.dim;
+    for (const Swath& s : prj.swaths) {
+      LTidxInfo info;
+      EXPECT_TRUE(read_LTidxInfo(s.path, info));
+      DUTswath d;
+      d.path = s.path, d.tmin = info.tmin, d.tmax = info.tmax, d.fixed = s.fixed;
+      head.swaths.push_back(d);
+    }
+    EXPECT_TRUE(comp_sw_overlap(prj, overlap));
+    param.filter.RDIM = 2;
+  }
+  void grid() {
+    GridResult grids;
+    EXPECT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 2, grids));
+  }
+  InterResult run(int nthreads = 1) {
+    InterResult res;
+    param.nthreads = nthreads;
+    EXPECT_TRUE(reg_inter_LmT(prj, head, overlap, param, res));
+    return res;
+  }
+  std::string file(const std::string& ext) const { return read_text(prj.name + ext); }
+};
+
+const std::vector<SynthStrip> shifted = {{0, {0.6f, -0.45f, 0.21f}, 1000000}, {60, {0, 0, 0}, 1000500}};
+}  // namespace
+
+TEST(reg_inter_LmT, PlantedShiftComesBackAsFirstLessSecond) {
+  RegProject p(shifted);
+  const InterResult res = p.run();
+  EXPECT_EQ(res.nint, 1);
+  ASSERT_EQ(res.nreg, 1);
+  EXPECT_GT(res.nvec, 200u);
+  DUTidx idx;
+  std::vector<DUTpair> pairs;
+  ASSERT_TRUE(read_DUT_IDX(p.prj.name, idx));
+  ASSERT_TRUE(read_DUT(p.prj.name, idx, pairs));
+  ASSERT_EQ(pairs.size(), 1u);
+  const DUTpair& v = pairs[0];
+  dxyz sum = {0, 0, 0};
+  double weight = 0;
+  std::set<std::pair<double, double>> places;
+  for (uint64_t i = 0; i < v.size(); i++) {
+    const double w = 1 / static_cast<double>(v.unc.val[i].x * v.unc.val[i].x);
+    sum += to_dxyz(v.disp.val[i]) * w;
+    weight += w;
+    places.insert({v.pos.val[i].x, v.pos.val[i].y});
+    EXPECT_GT(v.pos.val[i].x, 500050);  // inside the overlap of the strips, of 500090 to 500170
+    EXPECT_LT(v.pos.val[i].x, 500200);
+    EXPECT_NEAR(v.pos.val[i].z, synth_height(v.pos.val[i].x, v.pos.val[i].y), 6);
+    const double along = v.pos.val[i].y - 5000010;  // flown at 40 m/s
+    EXPECT_NEAR(v.t1.val[i], 1000000 + along / 40, 0.5);
+    EXPECT_NEAR(v.t2.val[i], 1000500 + along / 40, 0.5);
+  }
+  EXPECT_EQ(places.size(), v.size());  // a vertex of a seam stands once
+  EXPECT_NEAR(sum.x / weight, 0.6, 0.05);
+  EXPECT_NEAR(sum.y / weight, -0.45, 0.05);
+  EXPECT_NEAR(sum.z / weight, 0.21, 0.02);
+  EXPECT_EQ(idx.gsize, 8);
+  EXPECT_EQ(p.file("_DZ_stat.log").find("Pair# Mean StdDev RMS Outlier% Filtered% Area:m2\n0 "), 0u);
+  EXPECT_EQ(p.file("_DZreg_stat.log").find("Pair# Mean StdDev RMS Outlier% Filtered% Area:m2\n0 "), 0u);
+  EXPECT_EQ(p.file("_DXYZreg_stat.log")
+                .find("Pair# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n0 "),
+            0u);
+}
+
+TEST(reg_inter_LmT, SameBytesForAnyThreadsAndFromTheCache) {
+  RegProject p(shifted);
+  EXPECT_EQ(p.run(1).ncached, 0);
+  const std::string dut = p.file(".dut"), idx = p.file("_idx.log"), stat = p.file("_DZreg_stat.log");
+  EXPECT_EQ(p.run(2).ncached, 1);
+  EXPECT_EQ(p.file(".dut"), dut);
+  EXPECT_EQ(p.file("_idx.log"), idx);
+  EXPECT_EQ(p.file("_DZreg_stat.log"), stat);
+  CACHE_REG = false;
+  EXPECT_EQ(p.run(2).ncached, 0);
+  CACHE_REG = true;
+  EXPECT_EQ(p.file(".dut"), dut);
+  EXPECT_EQ(p.file("_DZreg_stat.log"), stat);
+}
+
+TEST(reg_inter_LmT, PairCacheFallsWithEachParameter) {
+  RegProject p(shifted);
+  p.run();
+  const struct {
+    const char* what;
+    void (*change)();
+    void (*back)();
+  } cases[] = {
+      {"boost", [] { NR_BOOST = 3; }, [] { NR_BOOST = 2; }},
+      {"j0", [] { J0_REG = 2; }, [] { J0_REG = 1; }},
+      {"rough_max", [] { Z_SMAXF = 0.8f; }, [] { Z_SMAXF = 1; }},
+      {"height range", [] { KEEPZmin = -100; }, [] { KEEPZmin = -10000; }},
+      {"s_max", [] { NR_SMAX = 0.2f; }, [] { NR_SMAX = 0.1f; }},
+      {"s0", [] { SIGMA0_REG = 0.01f; }, [] { SIGMA0_REG = 0; }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    c.change();
+    EXPECT_EQ(p.run().ncached, 0);
+    EXPECT_EQ(p.run().ncached, 1);
+    c.back();
+  }
+  p.param.Jinit = 2;
+  EXPECT_EQ(p.run().ncached, 0);
+  EXPECT_EQ(p.run().ncached, 1);
+  std::filesystem::last_write_time(p.prj.swaths[1].path,
+                                   std::filesystem::file_time_type::clock::now() - std::chrono::hours(9));
+  p.grid();  // of the second swath anew
+  EXPECT_EQ(p.run().ncached, 0);
+  for (const auto& entry : std::filesystem::directory_iterator(p.dir.path))
+    if (entry.path().extension() == ".d0") std::filesystem::resize_file(entry.path(), 100);
+  EXPECT_EQ(p.run().ncached, 0);
+  for (const auto& entry : std::filesystem::directory_iterator(p.dir.path))
+    if (entry.path().string().ends_with(".rpc.idx")) std::filesystem::resize_file(entry.path(), 92);
+  const InterResult res = p.run();
+  EXPECT_EQ(res.ncached, 0);
+  EXPECT_EQ(res.nreg, 1);
+}
+
+TEST(reg_inter_LmT, PairsThatCannotBeRegisteredDoNotStopTheOthers) {
+  RegProject p({shifted[0], shifted[1], {120, {0, 0, 0}, 1001000}, {3000, {0, 0, 0}, 1002000}});
+  EXPECT_EQ(p.overlap(0, 1), 1);
+  EXPECT_EQ(p.overlap(0, 3), 0);
+  MEM_MB = 1;
+  const InterResult small = p.run();
+  EXPECT_EQ(small.nreg, 0);
+  EXPECT_GE(small.nint, 2);
+  DUTidx idx;
+  ASSERT_TRUE(read_DUT_IDX(p.prj.name, idx));
+  EXPECT_EQ(idx.nint(), small.nint);  // each with no vectors
+  EXPECT_EQ(idx.nvec(), 0u);
+  MEM_MB = 4096;
+  remove_file(cache_name(p.prj.swaths[2].path, EXT_GMTZDS));
+  EXPECT_EQ(p.run().nreg, 1);
+  p.prj.name = p.dir.path + "/absent/out";
+  InterResult res;
+  EXPECT_FALSE(reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res));
+}
+
+TEST(reg_inter_LmT, AccurateQCWritesItsStatisticsOnly) {
+  RegProject p(shifted);
+  p.param.REG = false;
+  const InterResult res = p.run();
+  EXPECT_EQ(res.nqc, 1);
+  EXPECT_TRUE(exists(p.prj.name + "_DZ_stat.log"));
+  EXPECT_FALSE(exists(p.prj.name + ".dut"));
+  EXPECT_FALSE(exists(p.prj.name + "_DZreg_stat.log"));
+}
