@@ -1,0 +1,114 @@
+// fuzz/seed_corpus.cpp
+// Writes small sound inputs of every harness below a directory: where the fuzzers begin.
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "las/lasindex.h"
+#include "tests/las/laz_file.h"
+
+namespace {
+std::string root;
+
+void write(const std::string& harness, const std::string& name, const std::vector<uint8_t>& bytes) {
+  std::filesystem::create_directories(root + "/" + harness);
+  std::ofstream out(root + "/" + harness + "/" + name, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+template <typename T>
+void put(std::vector<uint8_t>& bytes, size_t at, T value) {
+  if (bytes.size() < at + sizeof value) bytes.resize(at + sizeof value);
+  std::memcpy(bytes.data() + at, &value, sizeof value);
+}
+
+// A whole file: header, the LAZ record if there is a scheme, points.
+std::vector<uint8_t> file_of(int format, const LazScheme* scheme, const std::vector<uint8_t>& records,
+                             uint64_t n) {
+  const uint16_t header_size = format >= 6 ? 375 : 227;
+  std::vector<uint8_t> file(header_size);
+  std::memcpy(file.data(), "LASF", 4);
+  file[24] = 1;
+  file[25] = format >= 6 ? 4 : format >= 4 ? 3 : 2;
+  put(file, 94, header_size);
+  file[104] = uint8_t(format | (scheme ? 0x80 : 0));
+  put(file, 105, uint16_t(records.size() / n));
+  put(file, 107, uint32_t(format >= 6 ? 0 : n));
+  if (format >= 6) put(file, 247, n);
+  for (int axis = 0; axis < 3; axis++) put(file, 131 + 8 * size_t(axis), 0.01);
+  if (scheme) {
+    const std::vector<uint8_t> payload = make_laz_vlr(*scheme);
+    put(file, 100, uint32_t(1));
+    std::vector<uint8_t> vlr(54);
+    std::memcpy(&vlr[2], LAZ_USER_ID, sizeof LAZ_USER_ID);
+    put(vlr, 18, LAZ_RECORD_ID);
+    put(vlr, 20, uint16_t(payload.size()));
+    file.insert(file.end(), vlr.begin(), vlr.end());
+    file.insert(file.end(), payload.begin(), payload.end());
+  }
+  const uint64_t points = file.size();
+  put(file, 96, uint32_t(points));
+  if (!scheme) {
+    file.insert(file.end(), records.begin(), records.end());
+    return file;
+  }
+  file.resize(points + 8);
+  LazEncoder encoder;
+  std::string error;
+  std::vector<uint8_t> chunk;
+  std::vector<uint32_t> sizes;
+  if (!encoder.open(*scheme, error)) return {};
+  const uint64_t length = records.size() / n;
+  for (uint64_t i = 0; i < n; i += scheme->chunk_size) {
+    encoder.encode_chunk(records.data() + i * length, std::min<uint64_t>(scheme->chunk_size, n - i), chunk);
+    file.insert(file.end(), chunk.begin(), chunk.end());
+    sizes.push_back(uint32_t(chunk.size()));
+  }
+  put(file, points, uint64_t(file.size()));
+  write_laz_chunk_table(*scheme, sizes, {}, file);
+  return file;
+}
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) return 1;
+  root = argv[1];
+  for (int format = 0; format <= 10; format++)
+    for (const uint32_t nextra : {0u, 3u}) {
+      const uint64_t n = 60;
+      const std::vector<uint8_t> records = made_records(format, nextra, n, Flight::smooth, 1);
+      LazScheme scheme;
+      std::string error;
+      if (!default_laz_scheme(format, uint32_t(records.size() / n), scheme, error)) return 1;
+      const std::string name = "pf" + std::to_string(format) + "_eb" + std::to_string(nextra);
+      LazEncoder encoder;
+      std::vector<uint8_t> chunk;
+      if (!encoder.open(scheme, error)) return 1;
+      encoder.encode_chunk(records.data(), n, chunk);
+      std::vector<uint8_t> input = {uint8_t(format < 6 ? format : format - 6), uint8_t(nextra),
+                                    uint8_t(n - 1), 0};
+      input.insert(input.end(), chunk.begin(), chunk.end());
+      write(format < 6 ? "pointwise" : "layered", name, input);
+      scheme.chunk_size = 25;
+      const std::vector<uint8_t> file = file_of(format, &scheme, records, n);
+      write("reader", name + ".laz", file);
+      write("header", name + ".laz", file);
+      write("reader", name + ".las", file_of(format, nullptr, records, n));
+      std::vector<uint8_t> table = {0, 0, 0, 60, 0, 0, 0, 0};
+      table.resize(16 + 1500);
+      put(table, 8, uint64_t(1508));
+      write_laz_chunk_table(scheme, {700, 500, 300}, {}, table);
+      write("chunk_table", name, table);
+    }
+  const std::string text = "xyzt\n1.5 2.25 3 4.125\n-7e3,8;9\t10\n# note\n11 12 13 14\n";
+  write("text", "xyzt", {text.begin(), text.end()});
+  LASquadtree tree;
+  LASindex index;
+  if (!tree.setup(635000, 638000, 848000, 854000)) return 1;
+  index.prepare(tree);
+  for (uint32_t i = 0; i < 110000; i++) index.add(635000 + i % 3000, 848000 + i / 20, i);
+  index.complete();
+  write("index", "lax", index.to_bytes());
+  return 0;
+}
