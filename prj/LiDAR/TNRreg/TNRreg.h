@@ -30,6 +30,9 @@ int comp_Jend(int coarse, int dim);
 
 // Vertices along the side of a tile at level J.
 constexpr int comp_dxp(int J) { return (1 << (5 - J)) + 1; }
+// Width in grid pixels of a pixel of Def, whose tiles have dxp vertices along their side: 2^max(J - MG_SKIP,
+// 0).
+constexpr int comp_pixel(int dxp) { return dxp > 9 ? 1 : 8 / (dxp - 1); }
 
 // Bytes that the registration of nt tiles holds at its peak, images of the pair included.
 uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels);

@@ -11,7 +11,7 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-// Keeps the difference of larger magnitude in the cell of pixel (i, j) of the tile at (tx, ty).
+// Keeps the difference of larger magnitude in the cell of grid pixel (i, j) of the tile at (tx, ty).
 void put_DZ(Image<float>& map, const DZmap& where, int tx, int ty, int n, int i, int j, float dz) {
   const int x = ((tx + where.tx0) * n + i) / where.sub, y = ((ty + where.ty0) * n + j) / where.sub;
   if (x < 0 || y < 0 || x >= map.xsize() || y >= map.ysize()) return;
@@ -68,7 +68,8 @@ void add_to_map(dUParamTiles& Q, const NRpair& pair, const DZmap& where, Image<f
   Q.nthreads = 1;  // cells at a seam of units are shared
   for_differences(Q, [&](dUParamTile& T, int i, int j, float r, int) {
     const int64_t t = &T - Q.tile.val;
-    put_DZ(map, where, tx.val[t], ty.val[t], T.Z->xsize(), i, j, r);
+    const int n = 32 * pair.dim, grid = n / T.Z->xsize();  // a level's pixel is this many grid pixels wide
+    put_DZ(map, where, tx.val[t], ty.val[t], n, i * grid, j * grid, r);
   });
   Q.nthreads = nthreads;
 }
@@ -164,10 +165,13 @@ bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZs
   }
   Vector<Image<xyz>> D(nt);
   for (uint64_t t = 0; t < nt; t++) {
-    if (Def)
-      D.val[t] = Def->val[t];
-    else
+    if (!Def) {
       D.val[t].resize(2, 2, xyz{0, 0, 0});
+      continue;
+    }
+    D.val[t] = Def->val[t];
+    const float grid = static_cast<float>(comp_pixel(D.val[t].xsize()));
+    for (uint64_t k = 0; k < D.val[t].size(); k++) D.val[t].val[k].x *= grid, D.val[t].val[k].y *= grid;
   }
   const int ntok = nr_qc_tiles(pair, D, Def != nullptr, nthreads, stat, dzmap);
   const bool ok = ntok > 0 && stat.ff >= 0;

@@ -20,12 +20,12 @@ struct Problem {
   Vector<Image<xyz>> Def;
   dUParamTiles Q;
   Problem(int J, double size, double holes, bool whole = false) {
-    SynthSpec spec;
-    spec.dim = 2;
-    spec.buf = 8;
-    spec.holes = holes;
-    spec.slope = 0.3;
-    pair = make_pair(spec);
+    SynthPair synth;
+    synth.dim = 2;
+    synth.buf = 8;
+    synth.holes = holes;
+    synth.slope = 0.3;
+    pair = make_pair(synth);
     if (!whole) pair.TI(1, 1) = -1;
     const uint64_t nt = whole ? 4 : 3;
     set_flags(pair.F, pair.img1);

@@ -58,25 +58,25 @@ Image<float> noise_field(int w, int h, uint32_t seed) {
 }
 }  // namespace
 
-NRpair make_pair(const SynthSpec& spec) {
-  const Terrain terrain = make_terrain(spec.seed, spec.slope, spec.shortest);
-  const int n = 32 * spec.dim, m = n + 2 * spec.buf;
-  std::mt19937 rng(spec.seed + 1);
-  const int W = spec.ntx * n + 2 * spec.buf, H = spec.nty * n + 2 * spec.buf;
-  const Image<float> noise1 = noise_field(W, H, spec.seed + 2), noise2 = noise_field(W, H, spec.seed + 3);
+NRpair make_pair(const SynthPair& synth) {
+  const Terrain terrain = make_terrain(synth.seed, synth.slope, synth.shortest);
+  const int n = 32 * synth.dim, m = n + 2 * synth.buf;
+  std::mt19937 rng(synth.seed + 1);
+  const int W = synth.ntx * n + 2 * synth.buf, H = synth.nty * n + 2 * synth.buf;
+  const Image<float> noise1 = noise_field(W, H, synth.seed + 2), noise2 = noise_field(W, H, synth.seed + 3);
   Image<float> raised(W, H, 0.0f);  // vehicles, trees: what only one swath saw
-  for_discs(raised, spec.outliers, 3.5, rng,
+  for_discs(raised, synth.outliers, 3.5, rng,
             [](float& z, int k) { z = 1.0f + 0.5f * static_cast<float>(k % 8); });
   NRpair pair;
-  pair.buf = spec.buf;
-  pair.dim = spec.dim;
-  pair.mTsize = spec.mTsize;
-  const int nt = spec.ntx * spec.nty;
-  pair.TI.resize(spec.ntx, spec.nty);
+  pair.buf = synth.buf;
+  pair.dim = synth.dim;
+  pair.mTsize = synth.mTsize;
+  const int nt = synth.ntx * synth.nty;
+  pair.TI.resize(synth.ntx, synth.nty);
   pair.img1.resize(static_cast<uint64_t>(nt));
   pair.img2.resize(static_cast<uint64_t>(nt));
   for (int t = 0; t < nt; t++) {
-    const int tx = t % spec.ntx, ty = t / spec.ntx;
+    const int tx = t % synth.ntx, ty = t / synth.ntx;
     pair.TI(tx, ty) = static_cast<int16_t>(t);
     Image<float>&one = pair.img1(t), &two = pair.img2(t);
     one.resize(m, m);
@@ -84,38 +84,41 @@ NRpair make_pair(const SynthSpec& spec) {
     for (int j = 0; j < n; j++)
       for (int i = 0; i < n; i++) {
         const int x = tx * n + i, y = ty * n + j;
-        two(i, j) = static_cast<float>(terrain.at(x, y) + spec.noise * static_cast<double>(noise2(x, y)));
+        two(i, j) = static_cast<float>(terrain.at(x, y) + synth.noise * static_cast<double>(noise2(x, y)));
       }
     for (int j = 0; j < m; j++)
       for (int i = 0; i < m; i++) {
-        const int x = tx * n + i - spec.buf, y = ty * n + j - spec.buf;
+        const int x = tx * n + i - synth.buf, y = ty * n + j - synth.buf;
         double px = x, py = y;  // where this position lies in the second swath
         for (int k = 0; k < 8; k++) {
-          const dxyz u = spec.disp(px, py);
+          const dxyz u = synth.disp(px, py);
           px = x - u.x, py = y - u.y;
         }
-        double z = terrain.at(px, py) + spec.disp(px, py).z +
-                   spec.noise * static_cast<double>(noise1(x + spec.buf, y + spec.buf));
-        one(i, j) = static_cast<float>(z) + raised(x + spec.buf, y + spec.buf);
+        double z = terrain.at(px, py) + synth.disp(px, py).z +
+                   synth.noise * static_cast<double>(noise1(x + synth.buf, y + synth.buf));
+        one(i, j) = static_cast<float>(z) + raised(x + synth.buf, y + synth.buf);
       }
     for (Image<float>* img : {&one, &two})
-      for_discs(*img, spec.holes, n / 24.0, rng, [](float& z, int) { z = NR_NODATA; });
+      for_discs(*img, synth.holes, n / 24.0, rng, [](float& z, int) { z = NR_NODATA; });
   }
   return pair;
 }
 
-DefError compare(const SynthSpec& spec, const NRresult& result) {
-  const int n = 32 * spec.dim;
+DefError compare(const SynthPair& synth, const NRresult& result) {
+  const int n = 32 * synth.dim;
   DefError e;
   const auto add = [](dxyz& sum, const dxyz& v) { sum += v; };
-  for (int t = 0; t < spec.ntx * spec.nty; t++) {
+  for (int t = 0; t < synth.ntx * synth.nty; t++) {
     const Image<xyz>& D = result.Def(t);
     const int cell = n / (D.xsize() - 1);
+    const float pixel = static_cast<float>(comp_pixel(D.xsize()));
     for (int j = 0; j < D.ysize(); j++)
       for (int i = 0; i < D.xsize(); i++) {
         if (D(i, j).z == NR_NODATA) continue;
-        const dxyz d = to_dxyz(D(i, j)) - spec.disp(t % spec.ntx * n + i * cell, t / spec.ntx * n + j * cell);
-        const xyz& u = result.Unc(t)(i, j);
+        const dxyz d = dxyz{D(i, j).x * pixel, D(i, j).y * pixel, D(i, j).z} -
+                       synth.disp(t % synth.ntx * n + i * cell, t / synth.ntx * n + j * cell);
+        xyz u = result.Unc(t)(i, j);
+        u.x *= pixel, u.y *= pixel;
         e.n++;
         add(e.mean, d);
         add(e.rms, {d.x * d.x, d.y * d.y, d.z * d.z});

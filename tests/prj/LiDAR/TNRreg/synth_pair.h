@@ -26,7 +26,7 @@ struct Terrain {
 // longest.
 Terrain make_terrain(uint32_t seed, double slope, double shortest = 10, double longest = 300);
 
-struct SynthSpec {
+struct SynthPair {
   int ntx = 2, nty = 2;  // tiles
   int dim = 4, buf = 16;
   float mTsize = 4;
@@ -40,7 +40,7 @@ struct SynthSpec {
   // metres.
   std::function<dxyz(double x, double y)> disp = [](double, double) { return dxyz{0, 0, 0}; };
 };
-NRpair make_pair(const SynthSpec& spec);
+NRpair make_pair(const SynthPair& synth);
 
 // Deviation of a result from the planted displacement over its vertices, in pixels and metres.
 struct DefError {
@@ -49,4 +49,4 @@ struct DefError {
   dxyz chi = {0, 0, 0};  // RMS of error / uncertainty
   dxyz unc = {0, 0, 0};  // mean uncertainty
 };
-DefError compare(const SynthSpec& spec, const NRresult& result);
+DefError compare(const SynthPair& synth, const NRresult& result);
