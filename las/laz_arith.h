@@ -7,6 +7,10 @@
 // back, that of the decoder ignores s and gives the symbol read. Neither tests for the end of its buffer:
 // their callers see to it that MAX bytes a point (the items' max_bytes) are there.
 #pragma once
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -22,8 +26,11 @@
 #if defined(__x86_64__)
 #define LAZ_BIT_INSTRUCTIONS __attribute__((target("bmi,bmi2,lzcnt")))
 inline bool has_bit_instructions() {
-  static const bool has =
-      __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("lzcnt");
+  static const bool has = [] {
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    const bool lzcnt = __get_cpuid(0x80000001, &eax, &ebx, &ecx, &edx) && (ecx & bit_LZCNT) != 0;
+    return lzcnt && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
+  }();
   return has;
 }
 #else
