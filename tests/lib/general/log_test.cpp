@@ -44,15 +44,15 @@ TEST(Log, OtherThreadsWriteToTheBackgroundLog) {
   std::thread([] {
     LOG_ENTER("body");
     LOG_ENTER("deeper");
-    LOG_LINE("work");
+    LOG_LINE("said beside");
   }).join();
   const std::string back = log.back_text();
   EXPECT_EQ(back.rfind("[background thread log]\n", 0), 0u);
   const size_t line = back.find("/ body");
   ASSERT_NE(line, std::string::npos);
   EXPECT_EQ(back.find_last_of('\n', line), line - 21) << "16 digits and 4 signs in front";
-  EXPECT_TRUE(holds(back, ":   |   | work\n"));
-  EXPECT_FALSE(holds(log.main_text(), "work"));
+  EXPECT_TRUE(holds(back, ":   |   | said beside\n"));
+  EXPECT_FALSE(holds(log.main_text(), "said beside"));
 }
 
 TEST(Log, ErrorsGoToStandardErrorAndQuietSilencesAll) {
