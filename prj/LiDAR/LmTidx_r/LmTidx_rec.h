@@ -1,5 +1,6 @@
 // prj/LiDAR/LmTidx_r/LmTidx_rec.h
-// Records of the tile cache files, byte for byte. Little-endian; packed, so fields stand unaligned.
+// Records of the tile cache files, byte for byte. Little-endian; packed, so fields stand unaligned: a field
+// goes into a reference (std::min, a container) as a copy only: double{info.bbmin[0]}.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -21,15 +22,14 @@ struct TileInfo {   // a frame of tiles that is not tied to one swath
   int ny = 0;
 };
 
-#pragma pack(push, 1)
-struct LTidxHdr {    // start of ".0T.idx": what the cache was made from and with
-  uint32_t magic;    // TileMagic
-  uint32_t stmax;    // -dev_max x 1000, truncated
-  uint16_t dtr;      // -dt_range, s
-  uint16_t str;      // -dev_range x 1000, truncated
-  uint32_t version;  // TileVersion
-  int64_t tstamp;    // modification time of the LAS file, s
-  uint32_t TIO_XI;   // tile origin of the drop map
+struct [[gnu::packed]] LTidxHdr {  // start of ".0T.idx": what the cache was made from and with
+  uint32_t magic;                  // TileMagic
+  uint32_t stmax;                  // -dev_max x 1000, truncated
+  uint16_t dtr;                    // -dt_range, s
+  uint16_t str;                    // -dev_range x 1000, truncated
+  uint32_t version;                // TileVersion
+  int64_t tstamp;                  // modification time of the LAS file, s
+  uint32_t TIO_XI;                 // tile origin of the drop map
   uint32_t TIO_YI;
   uint32_t reserved;  // written as 0, never read
   uint64_t chk;       // checksum of the drop map, 0 without one
@@ -39,15 +39,15 @@ struct LTidxHdr {    // start of ".0T.idx": what the cache was made from and wit
   uint8_t flags;      // HDR_* bits
 };
 
-struct LTidxInfo {              // the swath in numbers; coordinates in metres
-  uint64_t np;                  // points kept in the microtiles
-  uint32_t nt;                  // tiles
-  uint32_t nmt;                 // microtiles that hold a point
-  uint32_t reserved;            // 0
-  uint8_t flags;                // INFO_* bits
-  double t0;                    // s, time of the first kept point: origin of all stored times
-  double tmin, tmax;            // s
-  uint32_t XImin, YImin, Nmin;  // smallest tile indices, smallest tile count
+struct [[gnu::packed]] LTidxInfo {  // the swath in numbers; coordinates in metres
+  uint64_t np;                      // points kept in the microtiles
+  uint32_t nt;                      // tiles
+  uint32_t nmt;                     // microtiles that hold a point
+  uint32_t reserved;                // 0
+  uint8_t flags;                    // INFO_* bits
+  double t0;                        // s, time of the first kept point: origin of all stored times
+  double tmin, tmax;                // s
+  uint32_t XImin, YImin, Nmin;      // smallest tile indices, smallest tile count
   uint32_t XImax, YImax, Nmax;
   double bbmin[3];  // box of the kept points
   double bbmax[3];
@@ -59,7 +59,6 @@ struct LTidxInfo {              // the swath in numbers; coordinates in metres
   double mbr[4][2];    // corners of the minimum bounding rectangle: (umin,vmin) (umax,vmin) (umax,vmax)
                        // (umin,vmax)
 };
-#pragma pack(pop)
 
 static_assert(sizeof(LTidxHdr) == 48 && offsetof(LTidxHdr, tstamp) == 16 && offsetof(LTidxHdr, chk) == 36 &&
               offsetof(LTidxHdr, flags) == 47);
@@ -91,12 +90,10 @@ struct LmTtimeRec {
 };
 static_assert(sizeof(LmTtimeRec) == 10500);
 
-#pragma pack(push, 1)
-struct LmTpoint {  // ".mT.XYZ": one point, in units
-  uint32_t xyz;    // bits 0-13 X in the microtile, 14-27 Y, 28-31 bits 16-19 of the relative height
-  uint16_t zlow;   // bits 0-15 of the relative height
+struct [[gnu::packed]] LmTpoint {  // ".mT.XYZ": one point, in units
+  uint32_t xyz;   // bits 0-13 X in the microtile, 14-27 Y, 28-31 bits 16-19 of the relative height
+  uint16_t zlow;  // bits 0-15 of the relative height
 };
-#pragma pack(pop)
 static_assert(sizeof(LmTpoint) == 6);
 
 constexpr uint64_t MT_IMG_BYTES = mTn * 4;  // one tile of ".mT.idx" or ".mT.tbl.Zm"

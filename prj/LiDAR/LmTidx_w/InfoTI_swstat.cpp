@@ -11,10 +11,10 @@ namespace {
 bool comp_project_frame(const ProjectStat& stat, bool LAREA, TileInfo& frame) {
   uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
   for (const SwathStat& s : stat.swaths) {
-    x0 = std::min<uint32_t>(x0, s.info.XImin);
-    y0 = std::min<uint32_t>(y0, s.info.YImin);
-    x1 = std::max<uint32_t>(x1, s.info.XImax);
-    y1 = std::max<uint32_t>(y1, s.info.YImax);
+    x0 = std::min(x0, uint32_t{s.info.XImin});
+    y0 = std::min(y0, uint32_t{s.info.YImin});
+    x1 = std::max(x1, uint32_t{s.info.XImax});
+    y1 = std::max(y1, uint32_t{s.info.YImax});
   }
   const uint32_t nx = x1 - x0 + 1, ny = y1 - y0 + 1;
   if (nx > MAX_FRAME || ny > MAX_FRAME) {
@@ -72,8 +72,8 @@ Part sum_part(const Project& prj, const ProjectStat& stat, bool mob, bool ref) {
     p.Mp += static_cast<double>(s.info.np) * 1e-6;
     p.MB += static_cast<double>(s.cache_bytes) * 1e-6;
     for (int c = 0; c < 3; c++) {
-      p.min[c] = std::min<double>(p.min[c], s.info.bbmin[c]);
-      p.max[c] = std::max<double>(p.max[c], s.info.bbmax[c]);
+      p.min[c] = std::min(p.min[c], double{s.info.bbmin[c]});
+      p.max[c] = std::max(p.max[c], double{s.info.bbmax[c]});
     }
   }
   return p;

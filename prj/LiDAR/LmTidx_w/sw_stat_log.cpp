@@ -97,14 +97,14 @@ void write_project(TxtFileOut& out, const Project& prj, const ProjectStat& stat,
     const SwathStat& s = stat.swaths[i];
     nt += s.info.nt;
     for (int c = 0; c < 3; c++) {
-      lo[c] = std::min<double>(lo[c], s.info.bbmin[c]);
-      hi[c] = std::max<double>(hi[c], s.info.bbmax[c]);
+      lo[c] = std::min(lo[c], double{s.info.bbmin[c]});
+      hi[c] = std::max(hi[c], double{s.info.bbmax[c]});
     }
     if (prj.swaths[i].fixed || prj.swaths[i].mainch != static_cast<int>(i)) continue;
     distance += s.length;
     time += s.info.tmax - s.info.tmin;
-    maxdt = std::max<double>(maxdt, static_cast<double>(s.info.maxdt));
-    maxdev = std::max<double>(maxdev, static_cast<double>(s.info.maxdev));
+    maxdt = std::max(maxdt, double{s.info.maxdt});
+    maxdev = std::max(maxdev, double{s.info.maxdev});
   }
   out.fs << "NSwaths NGrp MPts NTiles NmTiles BBox_DX:" << u.letter << "m BBox_DY:" << u.letter
          << "m TileSize mTileSize Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed Zmin0 Zmax0 Distance:"

@@ -166,8 +166,8 @@ int find_main(const Project& prj, const std::vector<SwathStat>& stat, size_t i, 
     const Swath& s = prj.swaths[j];
     if (s.fixed || s.channel >= prj.swaths[i].channel || s.mainch != static_cast<int>(j)) continue;
     if (only_ch0 && s.channel != 0) continue;
-    const double overlap = std::min<double>(stat[i].info.tmax, stat[j].info.tmax) -
-                           std::max<double>(stat[i].info.tmin, stat[j].info.tmin);
+    const double overlap = std::min(double{stat[i].info.tmax}, double{stat[j].info.tmax}) -
+                           std::max(double{stat[i].info.tmin}, double{stat[j].info.tmin});
     if (overlap > most) {
       most = overlap;
       best = static_cast<int>(j);

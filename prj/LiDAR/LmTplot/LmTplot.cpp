@@ -54,10 +54,10 @@ TileInfo comp_frame(const std::vector<const LTidxInfo*>& infos) {
   if (infos.empty()) return frame;
   uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
   for (const LTidxInfo* info : infos) {
-    x0 = std::min<uint32_t>(x0, info->XImin);
-    y0 = std::min<uint32_t>(y0, info->YImin);
-    x1 = std::max<uint32_t>(x1, info->XImax);
-    y1 = std::max<uint32_t>(y1, info->YImax);
+    x0 = std::min(x0, uint32_t{info->XImin});
+    y0 = std::min(y0, uint32_t{info->YImin});
+    x1 = std::max(x1, uint32_t{info->XImax});
+    y1 = std::max(y1, uint32_t{info->YImax});
   }
   frame.XI = x0;
   frame.YI = y0;

@@ -155,8 +155,8 @@ TEST(PairBoxes, BoxesFirstThenRectangles) {
       info.mbr[i][0] = cx + r[i] * c - t[i] * s;
       info.mbr[i][1] = cy + r[i] * s + t[i] * c;
       for (int k = 0; k < 2; k++) {
-        info.bbmin[k] = std::min<double>(info.bbmin[k], info.mbr[i][k]);
-        info.bbmax[k] = std::max<double>(info.bbmax[k], info.mbr[i][k]);
+        info.bbmin[k] = std::min(double{info.bbmin[k]}, double{info.mbr[i][k]});
+        info.bbmax[k] = std::max(double{info.bbmax[k]}, double{info.mbr[i][k]});
       }
     }
     return info;
