@@ -1,5 +1,5 @@
 # Two commands that do everything on a fresh machine: "make demo" and "make test".
-.PHONY: setup build demo test bench
+.PHONY: setup build demo test bench install deb check_deb
 
 setup:
 	scripts/setup.sh
@@ -16,3 +16,16 @@ test: build
 
 bench: build
 	scripts/bench.sh
+
+PREFIX ?= /usr/local
+install: build
+	DESTDIR=$(DESTDIR) cmake --install build/release --prefix $(PREFIX)
+
+deb: setup
+	scripts/setup_deb.sh
+	cmake --preset package
+	cmake --build --preset package
+	cd build/package && cpack
+
+check_deb: deb
+	scripts/check_deb

@@ -13,7 +13,6 @@
 
 namespace {
 constexpr char DISPLAY_NAME[] = "Tarnwick-Veldrunner";
-constexpr char VERSION[] = "2.26";
 constexpr char PLATFORM[] = "Ubu64";
 constexpr int LASLIB_VERSION = 210720;
 constexpr int PULSEWAVES_VERSION = 190805;
@@ -37,13 +36,14 @@ bool use_state_directory(ProgramPaths& paths) {
   if (failed || !dir_writable(dir)) return false;
   paths.base = dir + base_name(paths.base);
   paths.per_user = true;
+  if (is_regular_file(paths.base + ".opt.txt")) paths.options_base = paths.base;
   return true;
 }
 }  // namespace
 
 std::string short_identity() {
   char text[IDENTITY_BYTES];
-  std::snprintf(text, sizeof text, "%s %s [%s]", DISPLAY_NAME, VERSION, PLATFORM);
+  std::snprintf(text, sizeof text, "%s %s [%s]", DISPLAY_NAME, PROGRAM_VERSION, PLATFORM);
   return text;
 }
 
@@ -56,7 +56,7 @@ std::string soft_info() {
   std::string upper = PROGRAM_NAME;
   for (char& c : upper) c = static_cast<char>(c - 'a' + 'A');
   char text[IDENTITY_BYTES];
-  std::snprintf(text, sizeof text, "%s %s %02d%02d%02d [%s]", upper.c_str(), VERSION, year % 100,
+  std::snprintf(text, sizeof text, "%s %s %02d%02d%02d [%s]", upper.c_str(), PROGRAM_VERSION, year % 100,
                 static_cast<int>(month % 100), day % 100, PLATFORM);
   return text;
 }

@@ -349,6 +349,8 @@ struct OptRow {
   const char* deflt;  // the default as the help prints it
   Theme theme;
   const char* meaning;  // one line
+  // What the shell offers for an argument: file patterns ("*.las *.laz", "*" for any file) or words.
+  const char* complete = "";
 };
 
 // All rows, in the order in which they are asked.
