@@ -1,5 +1,5 @@
 # Two commands that do everything on a fresh machine: "make demo" and "make test".
-.PHONY: setup build demo test bench install deb check_deb
+.PHONY: setup build demo test bench install deb check_deb fuzz
 
 setup:
 	scripts/setup.sh
@@ -29,3 +29,9 @@ deb: setup
 
 check_deb: deb
 	scripts/check_deb
+
+# SECONDS: time over all harnesses together.
+SECONDS ?= 480
+fuzz:
+	scripts/setup_fuzz.sh
+	scripts/fuzz.sh $(SECONDS)

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "las/lasheader_io.h"
 #include "las/lasindex.h"
 #include "tests/las/laz_file.h"
 
@@ -102,13 +103,50 @@ int main(int argc, char** argv) {
       write("chunk_table", name, table);
     }
   const std::string text = "xyzt\n1.5 2.25 3 4.125\n-7e3,8;9\t10\n# note\n11 12 13 14\n";
+  const std::string many =
+      "xyztiarncupdeRGBs\n1 2 3 4 5 -6 1 2 3 4 5 0 1 100 200 300 skip\n+1e3 .5 -0.5 1e9 70000 200 9 9 99 999 "
+      "99999 1 1 1 1 70000 x\n";
   write("text", "xyzt", {text.begin(), text.end()});
+  write("text", "all", {many.begin(), many.end()});
+
+  LASheader header;  // records of all kinds that the header reads
+  const std::string wkt = "PROJCS[\"made\",GEOGCS[\"made\"]]";
+  std::vector<uint8_t> extra(2 * 192);
+  extra[2] = 3, extra[3] = 24, extra[192 + 2] = 10;
+  const std::vector<uint8_t> geokeys = {1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0, 0, 1, 0, 1, 0};
+  LazScheme laz;
+  std::string error;
+  if (!header.add_vlr("LASF_Projection", 2112, wkt.data(), wkt.size() + 1, "wkt") ||
+      !header.add_vlr("LASF_Spec", 4, extra.data(), extra.size(), "extra") ||
+      !header.add_vlr("LASF_Projection", 34735, geokeys.data(), geokeys.size()) ||
+      !header.add_vlr("Tarnwick", 4001, extra.data(), 32, "PROCESSING") ||
+      !default_laz_scheme(0, 45, laz, error))
+    return 1;
+  for (const bool coded : {false, true}) {
+    std::vector<uint8_t> records = las_vlr_bytes(header, coded ? &laz : nullptr);
+    std::vector<uint8_t> input = {4, uint8_t(header.vlrs.size() + coded), uint8_t(records.size()),
+                                  uint8_t(records.size() >> 8)};
+    input.insert(input.end(), records.begin(), records.end());
+    write("vlrs", coded ? "before_laz" : "before", input);
+    LASevlr evlr;
+    set_las_text(evlr.user_id, "LASF_Projection");
+    evlr.record_id = 2112;
+    evlr.length = wkt.size();
+    const std::vector<uint8_t> head = las_evlr_header_bytes(evlr);
+    input[0] = coded ? 49 : 34;  // version 1.4, one record behind the points, with waves or without
+    input.insert(input.end(), head.begin(), head.end());
+    input.insert(input.end(), wkt.begin(), wkt.end());
+    write("vlrs", coded ? "behind_laz" : "behind", input);
+  }
+
   LASquadtree tree;
   LASindex index;
   if (!tree.setup(635000, 638000, 848000, 854000)) return 1;
   index.prepare(tree);
   for (uint32_t i = 0; i < 110000; i++) index.add(635000 + i % 3000, 848000 + i / 20, i);
+  const std::vector<uint8_t> full = index.to_bytes();
   index.complete();
   write("index", "lax", index.to_bytes());
+  write("index", "cut", {full.begin(), full.begin() + 2000});
   return 0;
 }

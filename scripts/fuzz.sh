@@ -1,29 +1,34 @@
 #!/usr/bin/env bash
-# Builds the fuzz harnesses and runs each for SECONDS_EACH seconds (first argument, default 60), from made inputs
-# and what earlier runs found, in build/fuzz. Further arguments: the harnesses to run, default all.
-# Ends with 1 if one found a fault; the input is then kept as build/fuzz/crash_*.
+# Builds the fuzz harnesses and runs one after the other for SECONDS in all (first argument, default 480), from
+# made inputs and what earlier runs found. Further arguments: the harnesses to run, default all.
+# Ends with 1 if one found a fault; the input is then kept as crash_* in the build directory.
+# FUZZ_BUILD: the build directory, default build/fuzz.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-seconds=${1:-60}
+seconds=${1:-480}
 shift || true
-harnesses=${*:-header reader text index chunk_table pointwise layered}
-build=build/fuzz
-cmake -S fuzz -B $build -G Ninja -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=None >/dev/null
-nice cmake --build $build -j"${JOBS:-2}"
-$build/seed_corpus $build/seeds
+harnesses=${*:-header vlrs reader text index chunk_table pointwise layered}
+# shellcheck disable=SC2086
+each=$((seconds / $(wc -w <<<"$harnesses")))
+build=${FUZZ_BUILD:-build/fuzz}
+cmake -S fuzz -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=None >/dev/null
+nice cmake --build "$build" -j"${JOBS:-2}"
+rm -rf "$build/seeds"
+"$build/seed_corpus" "$build/seeds"
 
 failed=0
 for name in $harnesses; do
   mkdir -p "$build/corpus/$name"
   log=$build/$name.log
-  if nice -n 19 "$build/fuzz_$name" "$build/corpus/$name" "$build/seeds/$name" -max_total_time="$seconds" -timeout=20 \
-      -rss_limit_mb=3000 -max_len=20000 -artifact_prefix="$build/crash_${name}_" -print_final_stats=1 \
-      -close_fd_mask=1 >"$log" 2>&1; then
+  if nice -n 10 "$build/fuzz_$name" "$build/corpus/$name" "$build/seeds/$name" -max_total_time="$((each > 0 ? each : 1))" \
+      -timeout=20 -rss_limit_mb=1500 -malloc_limit_mb=600 -max_len=20000 -artifact_prefix="$build/crash_${name}_" \
+      -print_final_stats=1 -close_fd_mask=3 >"$log" 2>&1; then
     result=clean
   else
     result="FAILED, see $log"
     failed=1
   fi
-  echo "$name: $(grep -ao 'number_of_executed_units: [0-9]*' "$log" | grep -o '[0-9]*' || echo 0) executions, $result"
+  stat() { grep -ao "stat::$1: *[0-9]*" "$log" | grep -o '[0-9]*$' || echo 0; }
+  echo "$name: $(stat number_of_executed_units) executions in $each s, $(stat peak_rss_mb) MB at most, $result"
 done
 exit $failed
