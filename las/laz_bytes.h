@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 template <typename T>
 inline T laz_get(const uint8_t* at) {
@@ -21,20 +22,23 @@ inline void laz_put(uint8_t* at, T value) {
 inline uint32_t clamp_byte(int32_t v) { return uint32_t(v < 0 ? 0 : v > 255 ? 255 : v); }
 
 // Running median of five values, kept sorted: a new value pushes out the largest or the smallest in turn.
-// Written without branches, because they could not be foreseen.
+// Without branches, because they could not be foreseen: of the five the lower four and the upper four are
+// held, and those four that stay are shifted against each other.
 struct Median5 {
-  int32_t v[5] = {0, 0, 0, 0, 0};
-  uint32_t low = 0;  // 1: the smallest goes next
+  using Four = int32_t __attribute__((vector_size(16)));
+  Four four[2] = {{0, 0, 0, 0}, {0, 0, 0, 0}};
+  uint32_t upper = 0;  // 1: the smallest goes next
 
-  int32_t get() const { return v[2]; }
+  int32_t get() const { return four[0][2]; }
   void add(int32_t x) {
-    const int32_t* w = v + low;  // the four that stay
-    const int32_t w0 = w[0], w1 = w[1], w2 = w[2], w3 = w[3];
-    low = low != 0 ? v[2] < x : x >= v[2];
-    v[0] = std::min(w0, x);
-    v[1] = std::max(w0, std::min(w1, x));
-    v[2] = std::max(w1, std::min(w2, x));
-    v[3] = std::max(w2, std::min(w3, x));
-    v[4] = std::max(w3, x);
+    constexpr int32_t LEAST = std::numeric_limits<int32_t>::min(), MOST = std::numeric_limits<int32_t>::max();
+    const Four stay = four[upper], all = {x, x, x, x};
+    const int32_t median = get();
+    upper = uint32_t(x > median) | (uint32_t(x == median) & (upper ^ 1));
+    const Four below = __builtin_shufflevector(stay, Four{LEAST, LEAST, LEAST, LEAST}, 4, 0, 1, 2);
+    const Four above = __builtin_shufflevector(stay, Four{MOST, MOST, MOST, MOST}, 1, 2, 3, 4);
+    const Four low = stay < all ? stay : all, high = above < all ? above : all;
+    four[0] = below > low ? below : low;
+    four[1] = stay > high ? stay : high;
   }
 };
