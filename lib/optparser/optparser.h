@@ -40,6 +40,8 @@ struct OptParser {
   std::vector<std::string> tag_lines;     // its tag lines as given, indented
   std::vector<std::string> global_lines;  // option lines of the tagged file and the command line
   std::vector<std::string> persistent_lines;
+  std::vector<std::string>
+      saved_persistent;  // lines of the tagged file that were persistent when it was saved
 };
 
 bool is_option_token(const std::string& text);  // "-" and then a letter, "?" or "$"

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 
 #include "lib/general/log.h"
@@ -30,7 +31,13 @@ bool AddPersistentOpt(OptParser& p, const std::string& path, std::vector<std::st
       ERROR_MSG("more than " << MAX_OPT << " words in persistent option file " << path);
       return false;
     }
-    p.persistent_lines.push_back(line.substr(start));
+    // A saved option file brings its persistent lines along: a list of files must not come twice.
+    const std::string text = line.substr(start, line.find_last_not_of(" \t") + 1 - start);
+    if (std::find(p.saved_persistent.begin(), p.saved_persistent.end(), text) != p.saved_persistent.end()) {
+      LOG_LINE("already in the option file: " << text);
+      continue;
+    }
+    p.persistent_lines.push_back(text);
     for (const std::string& word : words) {
       LOG_LINE("P_ARG: " << word);
       tokens.push_back(word);

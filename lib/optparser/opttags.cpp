@@ -24,6 +24,9 @@ bool is_frame_line(const std::string& line) {
   return false;
 }
 
+// The heading that SaveOptionFile puts over the lines of the persistent file.
+constexpr char PERSISTENT_HEADING[] = "<!-- Persistent Options -->";
+
 struct TagReader {
   OptParser& p;
   const std::string& path;
@@ -31,6 +34,7 @@ struct TagReader {
   std::vector<std::string>& tokens;
   std::vector<std::string> stack;  // names of the open tags
   int line_number = 0;
+  bool persistent = false;  // below the heading of persistent options
 
   bool error(const std::string& what) const {
     ERROR_MSG(what << " of option file '" << path << "'");
@@ -61,6 +65,7 @@ bool TagReader::option_line(const std::string& line) {
   if (tokens.size() + words.size() > MAX_OPT)
     return error_here("more than " + std::to_string(MAX_OPT) + " words");
   p.global_lines.push_back(line);
+  if (persistent) p.saved_persistent.push_back(line);
   for (const std::string& word : words) {
     LOG_LINE("F_ARG: " << word);
     tokens.push_back(word);
@@ -110,7 +115,10 @@ bool TagReader::tag_line(const std::string& line) {
     return error_here("extra text before tag delimiter <");
   if (last != std::string::npos && !strip(line.substr(last + 1)).empty())
     return error_here("extra text after tag delimiter >");
-  if (first == 0 && is_frame_line(line)) return true;
+  if (first == 0 && is_frame_line(line)) {
+    persistent = persistent || line == PERSISTENT_HEADING;
+    return true;
+  }
   size_t ntags = 0;
   if (!check_delimiters(line, ntags)) return false;
 
@@ -186,7 +194,7 @@ bool AddFileOpt(OptParser& p, const std::string& path, const std::vector<std::st
   }
   TagReader reader{p, path, list_tags, tokens, {}};
   std::string line;
-  while (in.getline(line))
+  while (std::getline(in.fs, line))  // as it stands: a carriage return is a fault of the file
     if (!reader.read_line(line)) return false;
   if (in.fs.bad()) {
     ERROR_MSG("could not read option file " << path);

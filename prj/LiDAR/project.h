@@ -25,23 +25,23 @@ struct POfile {
   int group = 1;  // 1-based trajectory group
 };
 
-struct POgroup {         // parameters that all trajectory files of one group share
-  int geo = 0;           // coordinates (-po_geo): 0 projected, 1 geographic, 2 earth-centred; see POio
-  int time = 0;          // time format code 0..10 (-po_time)
-  int rad = 0;           // 1: angles of text files are radians (-po_rad)
-  int att = 0;           // attitude mode (-po_att); 1: recomputed from the track, 2: SBET heading as it stands
-  std::string col;       // columns of text files (-po_parse)
-  uint32_t gweek = 0;    // GPS week of the user's date, 0 when not given
-  uint32_t gday = 0;     // day of the week of that date
+struct POgroup {       // parameters that all trajectory files of one group share
+  int geo = 0;         // coordinates (-po_geo): 0 projected, 1 geographic, 2 earth-centred; see POio
+  int time = 0;        // time format code 0..10 (-po_time)
+  int rad = 0;         // 1: angles of text files are radians (-po_rad)
+  int att = 0;         // attitude mode (-po_att); 1: recomputed from the track, 2: SBET heading as it stands
+  std::string col;     // columns of text files (-po_parse)
+  uint32_t gweek = 0;  // GPS week of the user's date, 0 when not given
+  uint32_t gday = 0;   // day of the week of that date
 };
 
-struct TileScale {   // geometry of tiles and grids, the same for all swaths
+struct TileScale {  // geometry of tiles and grids, the same for all swaths
   bool large = false;
   int xlevel = 0;
-  int level = 7;       // max(5, 3*large + 7 - xlevel)
-  float Tsize = 128;   // m, side of a tile: 2^level
-  float mTsize = 4;    // m, side of a microtile: Tsize/32
-  int dim = 0;         // pixels along the side of a microtile; 0 until the statistics have been made
+  int level = 7;      // max(5, 3*large + 7 - xlevel)
+  float Tsize = 128;  // m, side of a tile: 2^level
+  float mTsize = 4;   // m, side of a microtile: Tsize/32
+  int dim = 0;        // pixels along the side of a microtile; 0 until the statistics have been made
   float GSD() const { return mTsize / static_cast<float>(dim); }  // m
 };
 
@@ -57,15 +57,17 @@ inline TileScale make_tile_scale(bool large, int xlevel) {
 }
 
 struct Project {
-  std::string name;              // base path of the outputs: output directory + run name
-  std::vector<Swath> swaths;     // mobile swaths first, then fixed ones
-  int nmgrp = 0;                 // groups of mobile swaths
-  int ngrp = 0;                  // all groups
-  std::vector<int> chgrp;        // channel of each mobile group
+  std::string name;           // base path of the outputs: output directory + run name
+  std::vector<Swath> swaths;  // mobile swaths first, then fixed ones
+  int nmgrp = 0;              // groups of mobile swaths
+  int ngrp = 0;               // all groups
+  std::vector<int> chgrp;     // channel of each mobile group
   std::vector<POfile> pofiles;
-  std::vector<POgroup> pogroups; // by group - 1
-  std::vector<Mount> mounts;     // by group - 1; one entry serves all groups
+  std::vector<POgroup> pogroups;  // by group - 1
+  std::vector<Mount> mounts;      // by group - 1; one entry serves all groups
+  std::vector<Shift> shifts;      // by group - 1, of a manual correction; empty without
+  std::vector<Calib> calibs;      // the same
   GeoRefParam georef;
   TileScale scale;
-  double time_res = 0;           // s, mean time resolution of a microtile over the swaths
+  double time_res = 0;  // s, mean time resolution of a microtile over the swaths
 };

@@ -126,7 +126,8 @@ bool read_stats(const Project& prj, const InfoParam& par, ProjectStat& stat) {
   stat.swaths.resize(prj.swaths.size());
   uint64_t nmt = 0, nocc = 0;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
-    if (!comp_swath_stat(prj.swaths[i].path, par.tproc, par.median, stat.swaths[i])) {
+    const bool times = par.tproc && !prj.swaths[i].fixed;  // references are tiled without
+    if (!comp_swath_stat(prj.swaths[i].path, times, par.median, stat.swaths[i])) {
       ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[i].path);
       return false;
     }

@@ -112,6 +112,8 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
     jobs[c].path = prj.swaths[static_cast<size_t>(swc[c])].path;
     jobs[c].out = names[c];
     jobs[c].sid = run_id(res);
+    jobs[c].lax = par.lax;
+    jobs[c].lax_append = par.lax_append;
     for (const Swath& s : prj.swaths) jobs[c].sources.push_back(s.path);
     for (const POfile& f : prj.pofiles) jobs[c].sources.push_back(f.path);
   }
@@ -136,8 +138,12 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   progress_end(LOG_STR("CORRECTED " << done << " swaths, " << sum.Mp << " Mp, " << sum.MB << " MB"));
 
   std::vector<int> good;
-  for (size_t c = 0; c < swc.size(); c++)
-    if (oks[c]) good.push_back(swc[c]);
+  result.files.assign(prj.swaths.size(), std::string());
+  for (size_t c = 0; c < swc.size(); c++) {
+    if (!oks[c]) continue;
+    good.push_back(swc[c]);
+    if (par.CORR) result.files[static_cast<size_t>(swc[c])] = names[c];
+  }
   const bool ok = good.size() == swc.size();
   if (ndup > 0)
     LOG_MSG("_g_group#_s_swath# appended to file names to avoid duplicates for " << ndup << " swaths");

@@ -4,6 +4,7 @@
 // Not here: the steps (corr_tables.h, corr_swaths.h, VR2inv, VR2POsync, LmTQC).
 #pragma once
 #include <string>
+#include <vector>
 
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
@@ -27,14 +28,17 @@ struct CorrParam {
   bool CORR = true;  // write corrected files (off with -nil and -calib)
   OutputName out;    // name pattern (-out)
   std::string odir;  // output directory with its "/"
+  bool lax = false;         // write a spatial index of each corrected file (-olax)
+  bool lax_append = false;  // at the end of the file itself if that is a LAZ (-lax_append)
   int nthreads = 1;  // swaths corrected at once
 };
 
 struct CorrResult {
-  int nswc = 0;    // swaths corrected
-  int nswrej = 0;  // mobile swaths left as they are
-  double Mp = 0;   // points written, millions
-  double MB = 0;   // bytes written, millions
+  int nswc = 0;                    // swaths corrected
+  int nswrej = 0;                  // mobile swaths left as they are
+  double Mp = 0;                   // points written, millions
+  double MB = 0;                   // bytes written, millions
+  std::vector<std::string> files;  // by swath: its corrected file; empty without
 };
 
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside

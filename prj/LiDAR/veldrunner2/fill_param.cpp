@@ -47,6 +47,7 @@ void fill_scan_param(const Options& o, const std::vector<uint8_t>& xcls, bool re
   par.tiling.tproc = true;
   par.tiling.LAREA = o.large != 0;
   par.cache_tile = o.cache_tile != 0;
+  par.rej_ref = o.rej_ref != 0;
   par.median = o.ggsd_mean == 0;
   par.fix_ch0 = o.fix_ch0 != 0;
   par.regpairs.RDIM = o.reg_reduce;
@@ -68,9 +69,10 @@ bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   par = CorrParam();
   InvParam& inv = par.inv;
   DriftOpt drift;
-  if (!parse_calib_opt(o.cal, o.uav != 0, inv) || !parse_drift_opt(o.drift, drift) ||
-      !parse_drift_comp_opt(o.dpoc, inv) || !parse_output_name(o.out, par.out))
-    return false;
+  bool ok = parse_calib_opt(o.cal, o.uav != 0, inv);
+  ok = parse_drift_opt(o.drift, drift) && ok;
+  ok = parse_drift_comp_opt(o.dpoc, inv) && ok;
+  if (!parse_output_name(o.out, par.out) || !ok) return false;
   par.dut = dut;
   par.auto_dt = drift.auto_dt;
   inv.dt = drift.dt;
@@ -115,6 +117,8 @@ bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   par.CD = o.d_dz != 0;
   par.CORR = !o.nil;
   par.odir = OUTDIR;
+  par.lax = o.olax != 0;
+  par.lax_append = o.lax_append != 0;
   par.nthreads = o.nthreads;
   return true;
 }

@@ -12,18 +12,26 @@
 #include "lib/general/filelist.h"
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/veldrunner2/options.h"
+#include "prj/LiDAR/veldrunner2/split_opt.h"
 
 struct GroupArg {                 // one occurrence of an option that names files: one group
   std::vector<std::string> args;  // patterns, or text files that list names
   bool list = false;              // the latter
 };
 
-struct InputArgs {               // occurrences in the order of the command line
-  std::vector<GroupArg> mobile;  // -input, -input_list
-  std::vector<GroupArg> fixed;   // -ref, -ref_list
-  std::vector<GroupArg> po;      // -po, -po_list
-  PathRules rules;               // how relative names are completed
-  bool shared_po = false;        // a trajectory file may belong to several groups
+struct SplitGroup {  // a mobile group whose files hold several channels
+  int group = 1;     // 1-based
+  SplitOpt split;
+  std::vector<xyz> bore;  // degrees, by channel; empty: that of the group
+  std::vector<int> map;  // channel of each value of the attribute, 0 none; empty: channel = rank of the value
+};
+
+struct InputArgs {                // occurrences in the order of the command line
+  std::vector<GroupArg> mobile;   // -input, -input_list
+  std::vector<GroupArg> fixed;    // -ref, -ref_list
+  std::vector<GroupArg> po;       // -po, -po_list
+  PathRules rules;                // how relative names are completed
+  std::vector<SplitGroup> split;  // groups whose files are split into channels
 };
 
 // One pattern into the list, with its group; a duplicate is an error.
@@ -42,7 +50,7 @@ struct InputArgs {               // occurrences in the order of the command line
 // Channels of the mobile groups by -chgrp; all 0 without it. Sets the channel of each swath.
 [[nodiscard]] bool chk_ch_grp(const Options& o, Project& prj);
 
-// Trajectory files. required: none is an error.
+// Trajectory files. A file may belong to several groups. required: none is an error.
 [[nodiscard]] bool get_PO_files(const InputArgs& in, bool required, Project& prj);
 // Parameters of each trajectory group: one value for all or one per group.
 [[nodiscard]] bool get_PO_param(const Options& o, Project& prj);
@@ -54,6 +62,10 @@ bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekd
 
 // Mounts by files or angles; one for all groups or one per group.
 [[nodiscard]] bool get_mount_files(const Options& o, const PathRules& rules, Project& prj);
+
+// Shifts and calibrations of a manual correction (-shift_corr, -calib_corr), one file for all mobile groups
+// or one per group. Without the options the lists stay empty.
+[[nodiscard]] bool get_shift_calib_files(const Options& o, const PathRules& rules, Project& prj);
 
 // Classes to drop, from -drop_class or -keep_class.
 [[nodiscard]] bool xclsf2xcls(const Options& o, std::vector<uint8_t>& xcls);

@@ -29,6 +29,7 @@ bool get_exclusions(const Options& o, const PathRules& rules, FileList& excl) {
   return ok;
 }
 
+// The directory with its "/"; tests that it can be used.
 bool usable_dir(std::string& dir, bool writable, const char* kind) {
   dir = with_slash(dir.empty() ? "." : dir);
   if (is_directory(dir) && (!writable || dir_writable(dir))) return true;
@@ -56,16 +57,29 @@ bool dir_check(std::string& odir_1, bool align2) {
   ok = usable_dir(OUTDIR, true, "output") && ok;
   ok = usable_dir(TMPDIR, true, "temporary") && ok;
   ok = usable_dir(GEODIR, false, "geoid") && ok;
-  if (align2) ok = usable_dir(odir_1, true, "output") && ok;
-  return ok;
+  if (!align2) return ok;
+  if (odir_1.empty()) {
+    ERROR_MSG("not a valid output directory, write permission required: option -align2 needs -odir_1");
+    return false;
+  }
+  if (!usable_dir(odir_1, true, "output") || !ok) return false;
+  if (!dum_chk_dir_eq(OUTDIR, odir_1)) return true;
+  ERROR_MSG("-odir and -odir_1 are the same directory: " << OUTDIR);
+  return false;
 }
 
 bool get_swath_files(const InputArgs& in, const Options& o, Project& prj) {
-  LOG_ENTER("get_swath_files arge.size()=" << o.exclude.size() << " arge_l.size()=" << o.exclude_list.size()
-                                           << " largg.size()=" << in.mobile.size() << " largr.size()="
-                                           << in.fixed.size() << " chgrp.size()=" << o.chgrp.size());
+  const auto nlists = [](const std::vector<GroupArg>& groups) {
+    return std::count_if(groups.begin(), groups.end(), [](const GroupArg& g) { return g.list; });
+  };
+  const auto nmob_l = nlists(in.mobile), nref_l = nlists(in.fixed);
+  LOG_ENTER("get_swath_files arge.size()="
+            << o.exclude.size() << " arge_l.size()=" << o.exclude_list.size() << " largg.size()="
+            << static_cast<int64_t>(in.mobile.size()) - nmob_l << " largg_l.size()=" << nmob_l
+            << " largr.size()=" << static_cast<int64_t>(in.fixed.size()) - nref_l
+            << " largr_l.size()=" << nref_l << " chgrp.size()=" << o.chgrp.size());
   FileList excl, list;
-  if (!get_exclusions(o, in.rules, excl)) return false;
+  const bool excl_ok = get_exclusions(o, in.rules, excl);
   bool ok = true;
   int group = 0;
   for (const GroupArg& g : in.mobile) ok = add_group(list, excl, g, ++group, in.rules) && ok;
@@ -75,6 +89,7 @@ bool get_swath_files(const InputArgs& in, const Options& o, Project& prj) {
     ERROR_MSG("missing or duplicate input files, cannot proceed");
     return false;
   }
+  if (!excl_ok) return false;
   if (list.size() == 0) {
     ERROR_MSG("input LiDAR files required");
     return false;

@@ -1,8 +1,10 @@
-// Trajectories, their parameters, dates, mounts.
+// Trajectories, their parameters, dates, mounts, files of manual corrections.
+#include <algorithm>
 #include <cstdio>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/veldrunner2/inputs.h"
 
 namespace {
@@ -18,9 +20,6 @@ bool spread(const std::vector<T>& values, const char* what, std::vector<POgroup>
   for (size_t g = 0; g < groups.size(); g++) set(groups[g], values[values.size() == 1 ? 0 : g]);
   return true;
 }
-
-// Time formats of seconds of the day: a date is needed to place them.
-bool needs_date(int time) { return time >= 6 && time <= 9; }
 
 // Triplets of angles into the mounts: one for all or one per group.
 bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, std::vector<Mount>& mounts,
@@ -38,23 +37,50 @@ bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, 
   }
   return true;
 }
+// Reads a record per group from one file for all or one each. Reports every file that cannot be read.
+template <typename T>
+bool read_group_files(const std::vector<std::string>& files, const PathRules& rules,
+                      std::vector<T>& records) {
+  bool ok = true;
+  for (size_t f = 0; f < files.size(); f++) {
+    std::string file = files[f];
+    ok = update_check_file(file, rules) && records[f].read_file(file) && ok;
+  }
+  for (size_t g = files.size(); g < records.size(); g++) records[g] = records[0];
+  return ok;
+}
+
+// Files of a manual correction; none is no fault.
+template <typename T>
+bool group_files(const std::vector<std::string>& files, const char* kind, const PathRules& rules,
+                 std::vector<T>& records) {
+  if (files.empty()) return true;
+  if (files.size() != 1 && files.size() != records.size()) {
+    ERROR_MSG("group size mismatch, " << files.size() << ' ' << kind << " files and " << records.size()
+                                      << " groups");
+    return false;
+  }
+  if (files.size() == 1 && records.size() > 1)
+    WARNING_MSG("using " << kind << " file " << files[0] << " for all groups");
+  if (read_group_files(files, rules, records)) return true;
+  ERROR_MSG("missing " << kind << " files, cannot proceed");
+  return false;
+}
 }  // namespace
 
 bool get_PO_files(const InputArgs& in, bool required, Project& prj) {
   LOG_ENTER("get_PO_files ngrpPO=" << in.po.size() << " required=" << required);
   prj.pofiles.clear();
-  FileList files;
   bool ok = true;
   int group = 0;
   for (const GroupArg& g : in.po) {
-    if (in.shared_po) files = FileList();
-    const size_t start = files.size();
+    FileList files;  // of one group: the channels of a sensor share their trajectory
     group++;
     for (const std::string& arg : g.args)
       ok = (g.list ? add_swathgrouplist_lof(files, {}, arg, group, in.rules)
                    : add_swathgrouplist(files, {}, arg, group, in.rules)) &&
            ok;
-    for (size_t i = start; i < files.size(); i++) prj.pofiles.push_back({files.name[i], group});
+    for (const std::string& file : files.name) prj.pofiles.push_back({file, group});
   }
   if (!ok) {
     ERROR_MSG("could not find all specified trajectory files, cannot proceed");
@@ -78,7 +104,7 @@ bool get_PO_param(const Options& o, Project& prj) {
   ok = spread(o.po_parse, "po_parse strings", g, [](POgroup& p, const std::string& v) { p.col = v; }) && ok;
   ok = spread(o.po_att, "po_att flags", g, [](POgroup& p, int v) { p.att = v; }) && ok;
   for (size_t k = 0; k < g.size(); k++)
-    if (needs_date(g[k].time) && o.gps_date.empty()) {
+    if (PO_time_needs_date(g[k].time) && o.gps_date.empty()) {
       ERROR_MSG("PO time format " << g[k].time << " for group " << k + 1
                                   << " requires option -gps_date for conversion");
       ok = false;
@@ -118,7 +144,8 @@ bool GPSdate2gweekday(const Options& o, Project& prj) {
     return false;
   }
   if (n == 1 && ngrp > 1) WARNING_MSG("using GPS date " << o.gps_date[0] << " for all groups");
-  for (size_t g = 0; g < ngrp; g++) {
+  bool ok = true;
+  for (size_t g = 0; g < (n == 1 ? 1 : ngrp); g++) {
     const std::string& date = o.gps_date[n == 1 ? 0 : g];
     std::string s = date;
     for (char& c : s)
@@ -127,17 +154,22 @@ bool GPSdate2gweekday(const Options& o, Project& prj) {
     if (std::sscanf(s.c_str(), "%d-%d-%d%n", &y, &m, &d, &used) != 3 ||
         static_cast<size_t>(used) != s.size()) {
       ERROR_MSG("invalid date '" << date << "', ISO 8601 format required (YYYY-MM-DD)");
-      return false;
+      ok = false;
+      continue;
     }
     POgroup& p = prj.pogroups[g];
     if (m < 1 || m > 12 || d < 1 || d > 31 || y >= 9999 || y < 0 ||
         !date2gweekday(y, m, d, p.gweek, p.gday)) {
       ERROR_MSG("date '" << date << "' out of range");
-      return false;
+      ok = false;
     }
-    LOG_LINE("g=" << g + 1 << " w=" << p.gweek << " d=" << p.gday);
   }
-  return true;
+  for (size_t g = 0; g < ngrp; g++) {
+    POgroup& p = prj.pogroups[g];
+    if (n == 1) p.gweek = prj.pogroups[0].gweek, p.gday = prj.pogroups[0].gday;
+    if (ok) LOG_LINE("g=" << g + 1 << " w=" << p.gweek << " d=" << p.gday);
+  }
+  return ok;
 }
 
 bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
@@ -155,13 +187,15 @@ bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
     return true;
   }
   if (angles) {
+    bool triplets = true;
     for (const auto& [v, name] : {std::pair(&o.imu, "-imu"), std::pair(&o.bore, "-bore")})
       if (v->size() % 3 != 0) {
         ERROR_MSG("option " << name << " has " << v->size() << " arguments, multiple of 3 required");
-        return false;
+        triplets = false;
       }
-    return spread_angles(o.bore, "Bore", ngrp, prj.mounts, &Mount::Bore) &&
-           spread_angles(o.imu, "IMU", ngrp, prj.mounts, &Mount::IMU);
+    if (!triplets) return false;
+    const bool ok = spread_angles(o.bore, "Bore", ngrp, prj.mounts, &Mount::Bore);
+    return spread_angles(o.imu, "IMU", ngrp, prj.mounts, &Mount::IMU) && ok;
   }
   const size_t n = o.mount.size();
   if (n != 1 && n != ngrp) {
@@ -169,12 +203,20 @@ bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
     return false;
   }
   if (n == 1 && ngrp > 1) WARNING_MSG("using mount file " << o.mount[0] << " for all groups");
-  for (size_t g = 0; g < ngrp; g++) {
-    std::string file = o.mount[n == 1 ? 0 : g];
-    if (!update_check_file(file, rules) || !prj.mounts[g].read_file(file)) {
-      ERROR_MSG("missing mount files, cannot proceed");
-      return false;
-    }
-  }
-  return true;
+  if (read_group_files(o.mount, rules, prj.mounts)) return true;
+  ERROR_MSG("missing mount files, cannot proceed");
+  return false;
+}
+
+bool get_shift_calib_files(const Options& o, const PathRules& rules, Project& prj) {
+  LOG_ENTER("get_shift_calib_files shift.size()=" << o.shift_corr.size() << " calib.size()="
+                                                  << o.calib_corr.size() << " nmgrp=" << prj.nmgrp);
+  const size_t ngrp = static_cast<size_t>(std::max(prj.nmgrp, 1));
+  std::vector<chShift> shifts(o.shift_corr.empty() ? 0 : ngrp);
+  std::vector<Calib> calibs(o.calib_corr.empty() ? 0 : ngrp);
+  const bool shifts_ok = group_files(o.shift_corr, "shift", rules, shifts);
+  const bool calibs_ok = group_files(o.calib_corr, "calibration", rules, calibs);
+  prj.shifts.assign(shifts.begin(), shifts.end());
+  prj.calibs.swap(calibs);
+  return shifts_ok && calibs_ok;
 }

@@ -7,6 +7,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
+#include "prj/LiDAR/veldrunner2/steer_opt.h"
 
 namespace {
 struct FileOption {  // an option of which each occurrence is a group
@@ -131,6 +132,16 @@ bool sort_groups(std::vector<FoundGroup>& found, InputArgs& in) {
   ERROR_MSG("inputs must always precede references in the command line");
   return false;
 }
+
+// What else is wrong with a command line that is refused already: the user shall see it all in one run.
+void tell_other_mistakes(const CommandLine& cl, std::vector<FoundGroup>& found) {
+  InputArgs in;
+  Options o = cl.o;
+  derive_defaults(o, cl.given);
+  (void)sort_groups(found, in);
+  (void)check_exclusions(o, cl.given, false);
+  (void)check_steering(o);
+}
 }  // namespace
 
 int default_nthreads() { return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 256); }
@@ -163,13 +174,9 @@ bool read_options(CommandLine& cl) {
     }
   for (const std::string& names : p.given) cl.given.insert(names.substr(names.find('|') + 1));
 
-  if (p.error) {
-    ERROR_MSG("stopping due to option argument errors: use -h for help");
-    return false;
-  }
-  if (!CheckUnknownOpt(p)) {
-    ERROR_MSG("stopping due to unknown options or syntax errors: use -h for help");
-    return false;
-  }
-  return sort_groups(found, cl.in);
+  const bool known = CheckUnknownOpt(p);
+  if (p.error || !known) tell_other_mistakes(cl, found);
+  if (p.error) ERROR_MSG("stopping due to option argument errors: use -h for help");
+  if (!known) ERROR_MSG("stopping due to unknown options or syntax errors: use -h for help");
+  return !p.error && known && sort_groups(found, cl.in);
 }

@@ -8,6 +8,7 @@ namespace {
 struct Rule {
   bool (*broken)(const Options& o, const GivenSet& given);
   const char* message;
+  bool wants_all = false;  // says nothing of a command line some of whose values were refused
 };
 
 int ncommands(const Options& o, const GivenSet& g) {
@@ -31,8 +32,8 @@ const Rule EXCLUSIONS[] = {
               !o.oa && !o.oi && o.gcp.empty();
      },
      "option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) or "
-     "time/angle "
-     "update"},
+     "time/angle update",
+     true},
     {[](const Options& o, const GivenSet& g) { return ncommands(o, g) > 1; },
      "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
     {[](const Options& o, const GivenSet&) { return o.smap && o.zmap; },
@@ -58,17 +59,13 @@ const Missing MISSING[] = {
     {"exp_reg", ON(exp_reg)},
     {"exp_grid", ON(exp_grid)},
     {"keystone", ON(keystone)},
-    {"align2", ON(align2)},
     {"undo", ON(undo)},
     {"cut", ON(cut)},
     {"plot_po", ON(plot_po)},
     {"fastqc", [](const Options& o, const GivenSet& g) { return g.count("fastqc") && o.fastqc; }},
-    {"ref", TEXT(ref)},
-    {"ref_list", TEXT(ref_list)},
     {"drop_map", TEXT(drop_map)},
     {"bbox_x", TEXT(bbox_x)},
     {"bbox_y", TEXT(bbox_y)},
-    {"split", TEXT(split)},
     {"splitgrp", TEXT(splitgrp)},
     {"osplit", ON(osplit)},
     {"split_mount", TEXT(split_mount)},
@@ -164,10 +161,10 @@ void derive_defaults(Options& o, const GivenSet& given) {
   if (absent("v_range_1")) o.v_range_1 = o.v_range;
 }
 
-bool check_exclusions(const Options& o, const GivenSet& given) {
+bool check_exclusions(const Options& o, const GivenSet& given, bool all_read) {
   bool ok = true;
   for (const Rule& rule : EXCLUSIONS)
-    if (rule.broken(o, given)) {
+    if ((all_read || !rule.wants_all) && rule.broken(o, given)) {
       ERROR_MSG(rule.message);
       ok = false;
     }

@@ -13,7 +13,7 @@ using GivenSet = std::set<std::string>;  // long names of the options that the u
 // Derived defaults, in their order; each only where the option was not given.
 void derive_defaults(Options& o, const GivenSet& given);
 
-// False after an ERROR line per broken rule.
-[[nodiscard]] bool check_exclusions(const Options& o, const GivenSet& given);
+// False after an ERROR line per broken rule. all_read: every option that was given got its value.
+[[nodiscard]] bool check_exclusions(const Options& o, const GivenSet& given, bool all_read = true);
 // False after an ERROR line per option whose work this version does not do.
 [[nodiscard]] bool check_available(const Options& o, const GivenSet& given);

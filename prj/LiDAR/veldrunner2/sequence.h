@@ -21,6 +21,7 @@ struct ScanParam {
   // Tiling.
   TilingParam tiling;      // filters, levels, time stamps; large and xlevel as in Project::scale
   bool cache_tile = true;  // -cache_tile
+  bool rej_ref = true;     // references without overlap leave the project (-rej_ref)
   // Statistics.
   bool median = true;       // grid scale from the median density (-ggsd_mean off)
   bool fix_ch0 = false;     // -fix_ch0

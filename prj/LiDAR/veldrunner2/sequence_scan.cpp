@@ -12,7 +12,7 @@
 #include "prj/LiDAR/LmTplot/swath_inter.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/tuning.h"
-#include "prj/LiDAR/veldrunner2/sequence.h"
+#include "prj/LiDAR/veldrunner2/sequence_internal.h"
 
 namespace {
 constexpr uint64_t MIN_REG_MT = 16;  // microtiles of overlap that a registration needs at least
@@ -99,16 +99,55 @@ bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<s
   return true;
 }
 
+template <typename T>
+void keep(std::vector<T>& list, const std::vector<bool>& dropped) {
+  size_t n = 0;
+  for (size_t i = 0; i < list.size(); i++)
+    if (!dropped[i]) list[n++] = list[i];
+  list.resize(n);
+}
+
+// Takes references without overlap out of the project before anything is read of them, tiles the others.
+// Their times do not matter, so files without time stamps will do.
+bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std::vector<bool>& used,
+                     std::vector<std::string>& reason, ScanResult& res) {
+  std::vector<bool> dropped(prj.swaths.size(), false);
+  const bool any = std::find(used.begin(), used.end(), true) != used.end();
+  if (any && par.rej_ref && !select_references(prj, used, dropped)) return false;
+  keep(prj.swaths, dropped);
+  keep(used, dropped);
+  keep(reason, dropped);
+  LOG_LINE("<!> TILE REF");
+  std::vector<std::string> paths;
+  std::vector<bool> todo;
+  for (const Swath& s : prj.swaths) {
+    paths.push_back(s.path);
+    todo.push_back(s.fixed);
+  }
+  tiling.tproc = false;
+  LmTtileResult tiled;
+  LmT_tile(paths, todo, reason, tiling, par.cache_tile, NTHREADS, tiled);
+  res.ncached += tiled.ncached;
+  for (size_t i = 0; i < todo.size(); i++)
+    if (prj.swaths[i].fixed) used[i] = todo[i];
+  return true;
+}
+
 bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
-  LOG_LINE("<!> TILE ALL");
   std::vector<std::string> paths, reason;
-  for (const Swath& s : prj.swaths) paths.push_back(s.path);
-  std::vector<bool> used(paths.size(), true);
+  std::vector<bool> used;
+  for (const Swath& s : prj.swaths) {
+    paths.push_back(s.path);
+    used.push_back(!s.fixed);
+  }
+  const bool references = std::find(used.begin(), used.end(), false) != used.end();
+  LOG_LINE("<!> TILE " << (references ? "MOB" : "ALL"));
   TilingParam tiling = par.tiling;
   tiling.grid_ok = grid_is_valid;
   LmTtileResult tiled;
   LmT_tile(paths, used, reason, tiling, par.cache_tile, NTHREADS, tiled);
   res.ncached = tiled.ncached;
+  if (references && !tile_references(prj, par, tiling, used, reason, res)) return false;
   return rej_swaths(prj, used, reason, res);
 }
 

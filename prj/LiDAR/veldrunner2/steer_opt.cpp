@@ -29,11 +29,12 @@ bool has(const std::string& arg, char letter, char group) {
 }  // namespace
 
 bool parse_calib_opt(const std::string& arg, bool uav, InvParam& inv) {
-  LOG_ENTER("parse_calib_opt arg='" << arg << "' uav=" << uav);
+  const std::string deflt = uav ? "B3" : "B23456";
+  LOG_ENTER("parse_calib_opt arg='" << arg << "' ref='" << CAL_LETTERS << "' def='" << deflt << "'");
   std::string value = arg;
   if (value.empty()) {
-    value = uav ? "B3" : "B23456";
-    WARNING_MSG("calibration parameter string: using default \"" << value << "\"");
+    value = deflt;
+    LOG_MSG("calibration parameter string: using default " << value);
   }
   if (!letters_ok("-cal", value, CAL_LETTERS)) return false;
   inv.Fx = has(value, 'x', 'L');
@@ -110,6 +111,22 @@ bool parse_output_name(const std::string& pattern, OutputName& out) {
     ERROR_MSG("output format extension not supported");
     return false;
   }
-  LOG_MSG("LiDAR output: '" << out.prefix << "*" << out.suffix << out.ext << "'");
   return true;
+}
+
+void show_output_name(const OutputName& out, const Options& o) {
+  LOG_MSG("LiDAR output: '" << out.prefix << "*" << out.suffix << out.ext << "'" << (o.opls ? " + PLS" : "")
+                            << (o.oplz ? " + PLZ" : "") << (o.olax ? " + LAX" : "")
+                            << (o.olax && o.lax_append ? "(append)" : "")
+                            << (o.otile > 0 ? " [TILES] " : ""));
+}
+
+bool check_steering(const Options& o) {
+  InvParam inv;
+  DriftOpt drift;
+  OutputName out;
+  bool ok = o.cal.empty() || parse_calib_opt(o.cal, o.uav != 0, inv);
+  ok = parse_drift_opt(o.drift, drift) && ok;
+  ok = parse_drift_comp_opt(o.dpoc, inv) && ok;
+  return parse_output_name(o.out, out) && ok;
 }

@@ -5,6 +5,7 @@
 
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
+#include "prj/LiDAR/veldrunner2/options.h"
 
 // -cal: letters of "0LBIxyzwpk1234567". Empty: the default, by uav. False after an ERROR line.
 [[nodiscard]] bool parse_calib_opt(const std::string& arg, bool uav, InvParam& inv);
@@ -23,3 +24,8 @@ struct DriftOpt {
 
 // -out: prefix, one star, suffix, extension. A star alone keeps name and extension.
 [[nodiscard]] bool parse_output_name(const std::string& pattern, OutputName& out);
+// The line of the console that tells names and kinds of the corrected files.
+void show_output_name(const OutputName& out, const Options& o);
+
+// The four strings, for runs that do not use them: a mistake in them is told all the same.
+[[nodiscard]] bool check_steering(const Options& o);

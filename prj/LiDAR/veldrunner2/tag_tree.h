@@ -2,7 +2,7 @@
 // The inputs of a project given as a tree of tags: flights with their inputs (channels) and trajectories, and
 // reference swaths. Here:     from the tags to the same groups and per-group values that options give.
 // Not here: reading of tagged files (lib/optparser/opttags.h), expansion of patterns into the project
-// (inputs.h). Split inputs are refused, as splitting is not available.
+// (inputs.h).
 #pragma once
 #include <string>
 #include <vector>

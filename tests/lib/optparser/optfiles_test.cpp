@@ -21,7 +21,7 @@ std::string joined(const OptParser& p) {
 TEST(OptFiles, SourcesAreMergedSoThatTheCommandLineWins) {
   TempDir dir;
   write_text(dir.path + "/prog.opt.txt", "# comment\n\n/ too\n[so]\n  mem\t=2048\nname 'a b' \"c=d\"\n");
-  write_text(dir.path + "/f.xml", "<opt soft=\"x\">\r\n<!-- say -->\r\nmem 3000\r\nx\r\n</opt>\r\n");
+  write_text(dir.path + "/f.xml", "<opt soft=\"x\">\n<!-- say -->\nmem\t3000\nx\n</opt>\n");
   OptParser p;
   ASSERT_TRUE(
       init(p, {"-mem=5000", "-opt", dir.path + "/f.xml", "-$", dir.path, "-mul"}, dir.path + "/prog"));
@@ -54,6 +54,9 @@ TEST(OptFiles, SavedOptionsReadAgainGiveTheSame) {
   ASSERT_TRUE(init(q, {"-opt", dir.path + "/s.xml"}, dir.path + "/none"));
   EXPECT_EQ(joined(q), "-sub|2|-quiet|0|-o|*_c x.las|-shift|-1|0|2|-nthreads|3|");
   EXPECT_EQ(q.taglist, p.taglist);
+  OptParser r;  // beside the persistent file it came from: what it brings along does not come twice
+  ASSERT_TRUE(init(r, {"-opt", dir.path + "/s.xml"}, dir.path + "/prog"));
+  EXPECT_EQ(joined(r), "-quiet|1|-sub|2|-quiet|0|-o|*_c x.las|-shift|-1|0|2|-nthreads|3|");
   EXPECT_EQ(p.taglist, (std::vector<std::string>{"<flight>", "<input ch=\"0\">", "a b*.las", "</input>",
                                                  "<map>", "0 1", "</map>", "</flight>"}));
   StdErr err;
@@ -68,6 +71,7 @@ TEST(OptFiles, FaultsOfATaggedFile) {
     const char *text, *message;
   } cases[] = {
       {"x 1\ry 2\n", "invalid mix of \\r and \\n delimiters at line 1"},
+      {"x 1\ny 2\r\n", "invalid mix of \\r and \\n delimiters at line 2"},
       {"a <b>\n", "extra text before tag delimiter < at line 1"},
       {"\n<b> a\n", "extra text after tag delimiter > at line 2"},
       {"<a<b>\n", "mismatched tag delimiters at line 1"},

@@ -86,5 +86,10 @@ TEST(SteerOpt, OutputName) {
         << bad;
   EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_output_name("*.txt", out)); }),
             "ERROR: output format extension not supported\n");
-  EXPECT_NE(testing::internal::GetCapturedStdout().find("LiDAR output: 'p_*_c"), std::string::npos);
+  Options o;
+  o.olax = o.lax_append = o.oplz = 1;
+  o.otile = 100;
+  show_output_name({"p_", "_c", ".las"}, o);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "LiDAR output: 'p_*_c.las' + PLZ + LAX(append) [TILES] \n");
 }

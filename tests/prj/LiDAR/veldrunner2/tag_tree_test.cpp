@@ -78,7 +78,18 @@ TEST_F(TagTreeTest, FaultsAreNamed) {
        "<map> must be defined inside split <input>, flight #1"},
       {"<bore>\n1 2 3\n</bore>\n", "<bore> must be defined inside split <input>, flight #0"},
       {"<flight>\n<input split=\"angle\">a.las</input>\n</flight>\n",
-       "split <input> is not available yet, input/channel #1"},
+       "split argument error, argument must be in {sd,ch,sa,ud,id,cl,bi}, input/channel #1"},
+      {"<flight>\n<input split=sd n=3>a.las</input>\n</flight>\n",
+       "n=2 required for split type sd, input/channel #1"},
+      {"<flight>\n<input split=ud>a.las</input>\n</flight>\n",
+       "attribute 'n' required for split type ud, input/channel #1"},
+      {"<flight>\n<input split=ud n=33>a.las</input>\n</flight>\n",
+       "attribute n '33' out of range [2,32], input/channel #1"},
+      {in_flight + "<po>x.out</po>\n</flight>\n<flight>\n<input>y.las</input>\n</flight>\n",
+       "could not find file " + dir.path +
+           "/x.out\nERROR: failed to add PO files to flight #1\nERROR: "
+           "could not find file " +
+           dir.path + "/y.las\nERROR: failed to add files to input/channel #2"},
       {"<flights>\n</flights>\n", "unknown tag <flights>"},
       {in_flight + "<po gps_date=2025-03-23>t.out</po>\n</flight>\n<flight>\n<input>b.las</input>\n"
                    "<po>u.out</po>\n</flight>\n",
@@ -90,4 +101,54 @@ TEST_F(TagTreeTest, FaultsAreNamed) {
     EXPECT_EQ(read(c.text), "ERROR: " + c.message + "\n");
     EXPECT_FALSE(ok);
   }
+}
+
+TEST_F(TagTreeTest, SplitInputsBringBoresightsAndChannels) {
+  write_text(dir.path + "/bore.txt", "1 2 3\n\n4,5,6\n");
+  EXPECT_EQ(read("<flight>\n<input split=\"ud\" n=\"2\" bore=\"7 8 9\">\na.las\n"
+                 "<map>\n5 1\n4 2\n1 2\n0 1\n3 9\n</map>\n</input>\n"
+                 "<input ch=\"2\" split=\"sa\">\nb.las\n<bore file=\"bore.txt\">\n</bore>\n</input>\n"
+                 "<input ch=\"4\">c.las</input>\n</flight>\n"),
+            "");
+  ASSERT_TRUE(ok);
+  EXPECT_EQ(o.chgrp, (std::vector<int>{0, 2, 4}));
+  ASSERT_EQ(in.split.size(), 2u);
+  EXPECT_EQ(in.split[0].split.type, SplitType::user_data);
+  ASSERT_EQ(in.split[0].bore.size(), 2u);
+  EXPECT_EQ(in.split[0].bore[1].z, 9);
+  const std::vector<int> first(in.split[0].map.begin(), in.split[0].map.begin() + 6);
+  EXPECT_EQ(first, (std::vector<int>{1, 2, 0, 0, 2, 1}));
+  EXPECT_EQ(in.split[1].group, 2);
+  ASSERT_EQ(in.split[1].bore.size(), 2u);
+  EXPECT_EQ(in.split[1].bore[1].x, 4);
+}
+
+TEST_F(TagTreeTest, FaultsOfListsAreNamed) {
+  const std::string where = " for split input/channel #1";
+  write_text(dir.path + "/empty.txt", "\n");
+  const struct {
+    std::string text, message;
+  } cases[] = {
+      {"<map>\n1\n</map>\n", "missing lines, need at least 2 lines in <map> list" + where},
+      {"<map>\n9 1\n8 2\n</map>\n", "missing lines, need at least 9 lines in <map> list" + where},
+      {"<map>\n1\nx\n</map>\n", "could not parse line 2 of channel map file <map>"},
+      {"<map>\n256 1\n</map>\n", "could not parse line 1 of channel map file <map>"},
+      {"<map file=empty.txt>\n</map>\n", "empty channel map file " + dir.path + "/empty.txt"},
+      {"<map>\n1\n2\n</map>\n<MAP>\n", "only one <map> file allowed" + where},
+      {"<bore>\n1 2 3\n</bore>\n", "missing lines, need 2 lines for <bore> list" + where},
+      {"<bore>\n1 2 3\n1 2 3\n1 2 3\n</bore>\n", "too many lines, need 2 lines for bore file <bore>"},
+      {"<bore>\n1 2\n</bore>\n", "could not parse line 1 of bore file <bore>"},
+      {"<bore file=empty.txt></bore>\n", "empty bore file " + dir.path + "/empty.txt"},
+      {"<bore file=none.txt></bore>\n", "could not find file " + dir.path + "/none.txt"},
+  };
+  for (const auto& c : cases) {
+    std::string text = "<flight>\n<input split=ch n=2>\na.las\n" + c.text;
+    if (c.message.rfind("only", 0) == 0) text += "</MAP>\n";
+    EXPECT_EQ(read(text + "</input>\n</flight>\n"), "ERROR: " + c.message + "\n");
+    EXPECT_FALSE(ok);
+  }
+  EXPECT_EQ(read("<flight>\n<input split=ch n=2 bore='1 2 3'>\na.las\n<bore>\n1 2 3\n4 5 6\n</bore>\n"
+                 "</input>\n</flight>\n"),
+            "WARNING: <bore> tag overrides 'bore' attribute for split input/channel #1 of flight #1\n");
+  EXPECT_TRUE(ok);
 }
