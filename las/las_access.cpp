@@ -169,7 +169,7 @@ std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LAShead
     return nullptr;
   }
   const LASheader& h = writer->header;
-  LOG_LINE("[LAS " << version_text(h) << "] format=" << int{h.point_format} << " ID="
+  LOG_LINE("[LAS " << version_text(h) << "] format=" << int{h.point_format} << " / ID="
                    << las_text(h.system_identifier) << "/ SOFT=" << las_text(h.generating_software));
   return writer;
 }

@@ -91,16 +91,23 @@ void LASindex::prepare(const LASquadtree& tree, uint32_t threshold) {
   threshold_ = threshold;
   cells.clear();
   last_ = nullptr;
-  last_cell_ = -1;
+}
+
+bool LASindex::prepare(const LASheader& header, double margin) {
+  LASquadtree tree;
+  if (!tree.setup(header.min_x - margin, header.max_x + margin, header.min_y - margin, header.max_y + margin))
+    return false;
+  prepare(tree);
+  return true;
 }
 
 bool LASindex::add(double x, double y, uint64_t index) {
   if (index > UINT32_MAX - 1) return false;
   const uint32_t i = static_cast<uint32_t>(index);
-  const int32_t at = quadtree.cell(x, y);
-  if (at != last_cell_ || !last_) {
+  if (!last_ || !(x >= x0_ && x < x1_ && y >= y0_ && y < y1_)) {
+    const int32_t at = quadtree.cell(x, y);
+    quadtree.cell_box(at, x0_, x1_, y0_, y1_);
     last_ = &cells[at];  // stays where it is while others come
-    last_cell_ = at;
   }
   std::vector<LASinterval>& intervals = last_->intervals;
   if (intervals.empty() || i - intervals.back().end > threshold_)
@@ -108,6 +115,13 @@ bool LASindex::add(double x, double y, uint64_t index) {
   else
     intervals.back().end = i;
   last_->npoints++;
+  return true;
+}
+
+bool LASindex::add_records(LASpoint point, uint8_t* records, uint64_t n, uint64_t first) {
+  point.rec = records;
+  for (uint64_t i = first; i < first + n; i++, point.rec += point.lay.reclen)
+    if (!add(point.x(), point.y(), i)) return false;
   return true;
 }
 
@@ -164,7 +178,6 @@ void LASindex::bridge_gaps(uint64_t max_gaps) {
 
 void LASindex::complete(uint32_t min_points, int max_intervals) {
   last_ = nullptr;
-  last_cell_ = -1;
   if (min_points > 0) merge_cells(min_points);
   const uint64_t ncells = cells.size();
   const uint64_t maximum = max_intervals < 0 ? static_cast<uint64_t>(-int64_t{max_intervals}) * ncells

@@ -50,8 +50,13 @@ class LASindex {
 
   // Starts an empty index over a quadtree that has been set up.
   void prepare(const LASquadtree& tree, uint32_t threshold = LAX_THRESHOLD);
+  // The same over the bounding box of a header and a margin around it, for points that are yet to be moved.
+  // False when no quadtree fits the box.
+  [[nodiscard]] bool prepare(const LASheader& header, double margin = 0);
   // Adds the next point of the file; indices must ascend. False beyond 2^32 - 1 points.
   bool add(double x, double y, uint64_t index);
+  // Adds n records, the points number `first` and on of the file. `point` tells format, scale and offset.
+  [[nodiscard]] bool add_records(LASpoint point, uint8_t* records, uint64_t n, uint64_t first);
   // Merges sparse cells into their parents and bridges the smallest gaps.
   void complete(uint32_t min_points = LAX_MIN_POINTS, int max_intervals = LAX_MAX_INTERVALS);
 
@@ -78,8 +83,9 @@ class LASindex {
   void merge_cells(uint32_t min_points);
   void bridge_gaps(uint64_t max_gaps);
   uint32_t threshold_ = LAX_THRESHOLD;
-  Cell* last_ = nullptr;  // the cell of the latest point
-  int32_t last_cell_ = -1;
+  // The cell of the latest point and its box: the next point is in it more often than not.
+  Cell* last_ = nullptr;
+  float x0_ = 0, x1_ = 0, y0_ = 0, y1_ = 0;
 };
 
 // Gives every point of the closed rectangle to `take`, in file order, reading only the ranges that the index

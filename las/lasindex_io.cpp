@@ -117,6 +117,13 @@ bool write_all(int fd, uint64_t offset, const void* from, uint64_t n) {
   return true;
 }
 
+// Where a record goes: the end of the file, or the place of an older index that ends there.
+uint64_t record_place(const LasInFile& file, const LazScheme& scheme) {
+  const uint64_t old_bytes = embedded_index(file, scheme).size();
+  const uint64_t at = static_cast<uint64_t>(scheme.special_evlr_offset);
+  return old_bytes > 0 && at + LAS_EVLR_HEADER + old_bytes == file.size() ? at : file.size();
+}
+
 // Adds the record at the end of the file, then tells of it in the compression record; takes it back on
 // failure.
 bool append_record(const std::string& name, uint64_t size, uint64_t scheme_payload,
@@ -127,7 +134,9 @@ bool append_record(const std::string& name, uint64_t size, uint64_t scheme_paylo
     return false;
   }
   const int64_t special[2] = {1, static_cast<int64_t>(size)};
-  bool ok = write_all(fd, size, record.data(), record.size());
+  bool ok =
+      write_all(fd, size, record.data(), record.size()) &&
+      ::ftruncate(fd, static_cast<off_t>(size + record.size())) == 0;  // an older one may have been longer
   if (!ok) {
     error = std::strerror(errno);
     if (::ftruncate(fd, static_cast<off_t>(size)) != 0) error += ", the file has bytes too many at its end";
@@ -218,7 +227,7 @@ bool LASindex::append(const std::string& laz_file) const {
   if (ok) {
     LasInFile file;
     ok = file.open(laz_file, error) && read_las_header(file, header, info, error);
-    size = file.size();
+    size = ok ? record_place(file, info.scheme) : 0;
     int64_t table = 0;
     if (ok && (!info.has_scheme || !file.read_at(header.offset_to_point_data, &table, sizeof table) ||
                table == -1)) {
@@ -260,7 +269,16 @@ bool las_write_close(std::unique_ptr<LASwriter>& writer, LASindex& index, bool a
   index_ok = false;
   if (!writer) return true;
   const std::string name = writer->file_name();
+  writer->update_header();
+  const LASheader& h = writer->header;
+  const LASquadtree& tree = index.quadtree;
+  const bool covered = h.npoints == 0 || (h.min_x >= tree.min_x && h.max_x <= tree.max_x &&
+                                          h.min_y >= tree.min_y && h.max_y <= tree.max_y);
   if (!las_write_close(writer, nbytes)) return false;
+  if (!covered) {  // points that lie outside would never be found
+    LOG_LINE("<!> points outside of the quadtree, file " << name);
+    return true;
+  }
   index.complete();
   index_ok = append && las_is_laz_name(name) ? index.append(name) : index.write(name);
   return true;

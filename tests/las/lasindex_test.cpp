@@ -85,6 +85,11 @@ TEST(LASindex, IsFoundBesideAndInsideTheFile) {
   EXPECT_EQ(std::filesystem::file_size(laz), size + 60 + index.to_bytes().size());
   ASSERT_TRUE(back.read(laz));
   EXPECT_EQ(back.to_bytes(), index.to_bytes());
+  LASindex shorter = index_of(laz, 300, 1000);
+  ASSERT_TRUE(shorter.append(laz));  // takes the place of the one before
+  EXPECT_EQ(std::filesystem::file_size(laz), size + 60 + shorter.to_bytes().size());
+  ASSERT_TRUE(back.read(laz));
+  EXPECT_EQ(back.to_bytes(), shorter.to_bytes());
   Vector<dxyz> P;
   EXPECT_TRUE(read_las_dxyz(laz, P, ""));
   EXPECT_EQ(P.size(), 30000U);
@@ -113,6 +118,35 @@ TEST(LASindex, IsFoundBesideAndInsideTheFile) {
     ASSERT_TRUE(back.read(name));
     EXPECT_EQ(back.to_bytes(), index.to_bytes());
   }
+}
+
+TEST(LASindex, OfPointsBesideTheAnnouncedBoxIsNotWritten) {
+  const TempDir dir;
+  const std::string name = dir.path + "/p.las";
+  for (const double moved : {0., 150.}) {
+    LASheader header;
+    header.min_x = header.min_y = 5;
+    header.max_x = header.max_y = 195;
+    LASindex index;
+    ASSERT_TRUE(index.prepare(header));
+    auto writer = las_write_open(name, header, "");
+    uint8_t record[20] = {};
+    LASpoint point = header.point();
+    point.rec = record;
+    for (uint64_t i = 0; i < 1900; i++) {
+      point.set_X(static_cast<int32_t>(500 + 10 * i + 100 * moved));
+      point.set_Y(static_cast<int32_t>(500 + 10 * i));
+      ASSERT_TRUE(writer->write_point(point) && index.add_records(point, record, 1, i));
+    }
+    bool index_ok = true;
+    ASSERT_TRUE(las_write_close(writer, index, false, index_ok));
+    EXPECT_EQ(index_ok, moved == 0);
+    EXPECT_EQ(exists(dir.path + "/p.lax"), moved == 0);
+    std::filesystem::remove(dir.path + "/p.lax");
+  }
+  LASheader nowhere;
+  nowhere.max_x = std::nan("");
+  EXPECT_FALSE(LASindex().prepare(nowhere));
 }
 
 TEST(LASindex, DamagedBytesAreRefusedOrSound) {

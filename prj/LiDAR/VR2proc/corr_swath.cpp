@@ -18,6 +18,8 @@ bool to_grid(double value, double offset, double scale, int32_t& out) {
   return true;
 }
 
+constexpr double INDEX_MARGIN = 10;  // m around the source that the index of the corrected file covers
+
 struct TimeRule {        // from a raw time to that of the trajectory
   double threshold = 0;  // times below it have wrapped
   double period = 0;     // 0 without a rollover
@@ -76,6 +78,9 @@ bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count)
   }
   std::unique_ptr<LASwriter> writer = las_write_open(job.out, header, OUTPARSE, job.sources);
   if (!writer) return false;
+  LASindex index;
+  bool index_ok = job.lax && index.prepare(header, INDEX_MARGIN / DATAUNIT);
+  if (job.lax && !index_ok) LOG_LINE("<!> lasquadtree setup");
 
   const TimeRule time = make_time_rule(job);
   CorrCursor cursor;
@@ -83,6 +88,7 @@ bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count)
   uint64_t n;
   while (uint8_t* records = reader->read_block(n)) {
     const uint64_t kept = corr_records(records, n, reader->header.point(), corr, time, job.FWD, cursor);
+    index_ok = index_ok && index.add_records(header.point(), records, kept, writer->p_count);
     count.nread += n;
     count.nwritten += kept;
     if (kept > 0 && !writer->write_raw_records(records, kept)) {
@@ -98,10 +104,13 @@ bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count)
     ERROR_MSG((ok ? "no point left, file " : "could not write file ") << job.path);
     return false;
   }
-  if (!las_write_close(writer, &count.nbytes) || !ok) {
+  const bool closed = index_ok ? las_write_close(writer, index, job.lax_append, index_ok, &count.nbytes)
+                               : las_write_close(writer, &count.nbytes);
+  if (!closed || !ok) {
     ERROR_MSG("could not write file " << job.out);
     return false;
   }
+  if (job.lax && !index_ok) WARNING_MSG("failed to write LAS index, swath " << job.sw);
   if (count.ndropped > 0)
     WARNING_MSG(count.ndropped << " points dropped (timestamp error), swath " << job.sw);
   if (short_read) WARNING_MSG("output may be truncated, error reading file " << job.path);

@@ -20,6 +20,8 @@ struct CorrJob {                     // one swath
   double t0 = 0;                     // s, time of the first point as tiled, for the threshold of the rollover
   bool FWD = false;                  // evaluate the correction at the corrected position
   std::string sid;                   // system identifier: the kind of run and the letters of what was applied
+  bool lax = false;                  // write a spatial index too (-olax)
+  bool lax_append = false;           // at the end of the file if that is a LAZ (-lax_append), else beside it
   std::vector<std::string> sources;  // files that must never be overwritten
 };
 

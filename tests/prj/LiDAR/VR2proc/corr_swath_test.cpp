@@ -90,6 +90,34 @@ TEST_F(CorrSwath, ShiftsPointsAndNothingElse) {
   }
 }
 
+TEST_F(CorrSwath, IndexFindsTheCorrectedPoints) {
+  corr.S = {60, 0, 0};
+  const struct {
+    const char* out;
+    bool append;
+    const char* lax;
+  } cases[] = {{"/i.las", true, "/i.lax"}, {"/j.laz", false, "/j.lax"}, {"/k.laz", true, nullptr}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.out);
+    job.out = dir.path + c.out;
+    job.lax = true;
+    job.lax_append = c.append;
+    ASSERT_TRUE(run());
+    if (c.lax) {
+      EXPECT_TRUE(exists(dir.path + c.lax));
+    }
+    LASindex index;
+    ASSERT_TRUE(index.read(job.out));
+    int found = 0, expected = 0;
+    for (const Rec& r : read_all(job.out)) expected += r.y >= 5000100 && r.y <= 5000200;
+    std::unique_ptr<LASreader> reader = las_read_open(job.out, "", false);
+    ASSERT_TRUE(
+        read_las_box(*reader, index, 499000, 501000, 5000100, 5000200, [&](const LASpoint&) { found++; }));
+    EXPECT_EQ(found, expected);
+    EXPECT_GT(found, 200);
+  }
+}
+
 TEST_F(CorrSwath, LeverForwardMovesAlongTheHeading) {
   corr.CL = true;
   corr.L = {0.5f, 0.25f, 0};  // forward is north here, right is east
