@@ -15,6 +15,15 @@ const char* file_of(const char* path) {
   return slash ? slash + 1 : path;
 }
 
+// The condition as the log has it, whatever the layout of the source: no blanks around comparisons.
+std::string condition_text(const char* cond) {
+  std::string text = cond;
+  for (const char* const op : {"==", "!=", "<=", ">=", "<", ">"})
+    for (size_t at; (at = text.find(std::string(" ") + op + " ")) != std::string::npos;)
+      text.replace(at, std::strlen(op) + 2, op);
+  return text;
+}
+
 std::string build_time() { return std::string(" [") + __DATE__ + " " + __TIME__ + "]"; }
 
 std::string type_name(const char* mangled) {
@@ -37,8 +46,8 @@ std::string type_name(const char* mangled) {
 }  // namespace
 
 void assert_failed(const char* cond, const char* func, int line, const char* file) {
-  report_and_abort(std::string("ERROR: ASSERT (") + cond + ") in " + func + ", line " + std::to_string(line) +
-                   " of " + file_of(file) + build_time());
+  report_and_abort("ERROR: ASSERT (" + condition_text(cond) + ") in " + func + ", line " +
+                   std::to_string(line) + " of " + file_of(file) + build_time());
 }
 
 void assert_failed_index(const char* cond, const char* name, int64_t value, const char* func,

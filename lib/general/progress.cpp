@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 
 #include "lib/general/assert_fail.h"
 #include "lib/general/log_internal.h"
 #include "lib/general/path.h"
+#include "lib/general/timing.h"
 
 namespace {
 constexpr int BAR_WIDTH = 25;
@@ -17,10 +19,23 @@ constexpr int PROG_FILE_READ = 256;  // bytes of the progress file that its end 
 ProgressMode mode = ProgressMode::console;
 int total = 0;
 bool started = false;
+std::optional<Stopwatch> watch;  // since the start of the stage
+size_t last_length = 0;          // of the pending line's text: a shorter one must cover it
 
 void write_file(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   if (file) file.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+// Units done, time passed and an estimate of what remains, by the mean time of a unit; nothing in a stage
+// that has just begun.
+std::string state_text(int i) {
+  if (!watch) return "";
+  const double elapsed = watch->seconds();
+  if (elapsed < 1.0) return "";
+  std::string text = " | " + std::to_string(i) + "/" + std::to_string(total) + " | " + hms_text(elapsed);
+  if (i > 0) text += ", left " + hms_text(elapsed / i * (total - i));
+  return text;
 }
 
 // A front end takes the "d" as 100 and as the end.
@@ -47,6 +62,8 @@ void progress_start(int ntotal) {
   const LogLock lock;
   total = ntotal;
   started = true;
+  watch.emplace();
+  last_length = 0;
 }
 
 void progress_step(int i, const std::string& text) {
@@ -57,14 +74,18 @@ void progress_step(int i, const std::string& text) {
   const int64_t n = std::max(total, 1);
   const int stars = static_cast<int>(width * static_cast<int64_t>(i) / n);
   const int percent = static_cast<int>(100 * static_cast<int64_t>(i) / n);
+  std::string line = text + state_text(i);
   if (mode == ProgressMode::console && log.console) {
+    const size_t length = line.size();
+    if (log.progress_pending && length < last_length) line.append(last_length - length, ' ');
+    last_length = length;
     std::printf("[%s%s] %3d%% ", std::string(stars, '*').c_str(), std::string(width - stars, '-').c_str(),
                 percent);
     log.progress_pending = true;
-    std::printf("%s\r", text.c_str());
+    std::printf("%s\r", line.c_str());
     std::fflush(stdout);
   } else if (mode == ProgressMode::file && !log.prog_path.empty()) {
-    write_file(log.prog_path, static_cast<char>(percent) + text);
+    write_file(log.prog_path, static_cast<char>(percent) + line);
   }
 }
 
@@ -72,13 +93,15 @@ void progress_end(const std::string& text) {
   const LogLock lock;
   LogState& log = log_state();
   if (mode == ProgressMode::console && log.console) {
-    const char* const blank = text.empty() || text[0] == ' ' ? "" : " ";
-    std::printf("[%s] 100%%%s%s\n", std::string(BAR_WIDTH, '*').c_str(), blank, text.c_str());
+    std::string line = (text.empty() || text[0] == ' ' ? "" : " ") + text;
+    if (log.progress_pending && line.size() < last_length + 1) line.resize(last_length + 1, ' ');
+    std::printf("[%s] 100%%%s\n", std::string(BAR_WIDTH, '*').c_str(), line.c_str());
     std::fflush(stdout);
   } else if (mode == ProgressMode::file && !log.prog_path.empty()) {
     end_file(log.prog_path);
   }
   log.progress_pending = false;
   started = false;
+  watch.reset();
   total = 0;
 }

@@ -8,7 +8,9 @@ void set_progress_mode(ProgressMode mode);
 
 // Announces a stage of ntotal > 0 units (asserted).
 void progress_start(int ntotal);
-// Shows the state after i units (clamped to 0..ntotal) with a text. Any thread may call it.
+// Shows the state after i units (clamped to 0..ntotal) with a text and, from a second on, units of total, the
+// time passed since the start of the stage and what remains by the mean time of a unit. Any thread may call
+// it.
 void progress_step(int i, const std::string& text);
 // Shows the full bar with a closing text and ends the stage.
 void progress_end(const std::string& text);

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "lib/general/log.h"
+#include "lib/general/progress.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
@@ -186,7 +187,9 @@ int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncPara
     ERROR_MSG("failed to sync GPS time for DUT file " << dutname);
     return 0;
   }
+  if (job.nfiles() > 0) progress_start(job.nfiles());
   for (int f = 0; f < job.nfiles(); f++) {
+    if (job.nfiles() > 1) progress_step(f, "SYNCHRONISED " + std::to_string(f) + " PO files");
     POfileState& file = job.file(f);
     const bool same_group = file.dup >= 0 && job.file_group(file.dup) == job.file_group(f);
     if (same_group) {  // its swaths belong to the first of the two
@@ -196,6 +199,7 @@ int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncPara
       return 0;
     }
   }
+  if (job.nfiles() > 0) progress_end("SYNCHRONISED " + std::to_string(job.nfiles()) + " PO files");
   for (int sw = 0; sw < res.idx.nsw(); sw++)
     if (res.sw2fl(sw) >= 0) job.file(res.sw2fl(sw)).used = true;
   if (!interp_pairs(job) || !log_posync(job)) return 0;

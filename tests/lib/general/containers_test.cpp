@@ -63,8 +63,8 @@ TEST(ContainersDeathTest, FaultsAreNamed) {
       R"(ERROR: ASSERT \(index>=0\) index=-1 in operator\(\) <int>, line [0-9]+ of vector.h \[.*\])");
   EXPECT_DEATH(v(3) = 0, R"(ASSERT \(index<val.size\(\)\) index=3 )");
   EXPECT_DEATH(im(0, 2) = 0, R"(of image.h \[)");
-  EXPECT_DEATH(v += w, R"(ASSERT \(V.size\(\) == v.size\(\)\) in operator\+=)");
-  EXPECT_DEATH((dxy{1, 1} / 0.0), R"(ASSERT \(k != 0.\))");
+  EXPECT_DEATH(v += w, R"(ASSERT \(V.size\(\)==v.size\(\)\) in operator\+=)");
+  EXPECT_DEATH((dxy{1, 1} / 0.0), R"(ASSERT \(k!=0.\))");
 #ifndef VELD_SANITIZED  // a sanitizer ends the process before the allocation can fail
   EXPECT_DEATH(Vector<double>(uint64_t(1) << 50),
                "ERROR: Vector/V0 allocation failed, size 1125899906842624 x 8");

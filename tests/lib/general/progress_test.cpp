@@ -1,6 +1,9 @@
 #include "lib/general/progress.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <regex>
 
 #include "lib/general/logfiles.h"
 #include "tests/support/temp_dir.h"
@@ -23,6 +26,23 @@ TEST(Progress, FileHoldsPercentAndText) {
   set_progress_file("");
 }
 
+// A stage of more than a second tells units of total, time passed and left; a shorter text covers a longer
+// one.
+TEST(Progress, LongStagesTellTheirTime) {
+  testing::internal::CaptureStdout();
+  progress_start(4);
+  progress_step(0, "TILED 0 swaths");
+  progress_step(-3, "TILED");
+  usleep(1100000);
+  progress_step(2, "TILED 2 swaths");
+  progress_end("done");
+  const std::string time = "[0-9]{2}:[0-9]{2}:[0-9]{2}", zero = R"(\[-{25}\]   0% )";
+  EXPECT_TRUE(std::regex_match(testing::internal::GetCapturedStdout(),
+                               std::regex(zero + "TILED 0 swaths\r" + zero + "TILED {9}\r" +
+                                          R"(\[\*{12}-{13}\]  50% TILED 2 swaths )" + R"(\| 2/4 \| )" + time +
+                                          ", left " + time + "\r" + R"(\[\*{25}\] 100% done {42}\n)")));
+}
+
 TEST(Progress, NoneShowsNothing) {
   testing::internal::CaptureStdout();
   set_progress_mode(ProgressMode::none);
@@ -34,5 +54,5 @@ TEST(Progress, NoneShowsNothing) {
 }
 
 TEST(ProgressDeathTest, AStageNeedsUnits) {
-  EXPECT_DEATH(progress_start(0), R"(ASSERT \(ntotal > 0\) in progress_start)");
+  EXPECT_DEATH(progress_start(0), R"(ASSERT \(ntotal>0\) in progress_start)");
 }

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <set>
 #include <sstream>
 
 #include "prj/LiDAR/veldrunner2/help.h"
+#include "prj/LiDAR/veldrunner2/option_text.h"
 #include "tests/prj/LiDAR/veldrunner2/read_support.h"
 
 namespace {
@@ -178,6 +180,70 @@ TEST(OptionTable, BeyondTheBoundsIsRefusedInTheWordsOfItsType) {
     if (std::string(row.name) != "help")
       refused(row.kind == OptKind::directory ? "/" : "0", row.nmax + 1, " takes ");
   });
+}
+
+namespace {
+// Reads the option with one value in all its places; the text that a refusal gives.
+bool takes(const OptRow& row, bool abbreviated, const std::string& value, std::string& errors) {
+  ReadResult r;
+  read_into(r, form(row, abbreviated, value, row.kind == OptKind::flag ? 0 : std::max(row.nmin, 1)));
+  errors = r.errors.substr(0, r.errors.find('\n'));
+  return r.ok;
+}
+
+// Values at the bounds of the option and beyond them (or, without bounds, of a wrong form).
+void edge_values(const OptRow& row, std::vector<std::string>& inside, std::vector<std::string>& outside) {
+  inside = {"word"};
+  if (row.kind == OptKind::filename) outside = {"a*b"};
+  if (row.kind == OptKind::directory) inside = {"/"}, outside = {"/no/such/place"};
+  if (!is_number(row.kind)) return;
+  const bool whole = row.kind != OptKind::real && row.kind != OptKind::reallist;
+  const auto step = [whole](double x) { return whole ? 1.0 : std::fabs(x) * 0.01 + 0.01; };
+  inside = {number(row.lo), number(row.hi)};
+  outside = {number(row.lo - step(row.lo)), number(row.hi + step(row.hi)), "word"};
+}
+}  // namespace
+
+// The table for people: every option with what this build does with it.
+TEST(OptionTable, IsWrittenWithItsProof) {
+  const std::string help = help_text("");
+  std::ofstream table(OPTION_TABLE_PATH);
+  table << "option\tshort name\targument\tdefault\tlong parsed\tshort parsed\tbounds taken\trefused "
+           "beyond\tin help\tmessage "
+           "beyond\n";
+  Options o;
+  int nrows = 0;
+  for (const OptRow& row : option_rows(o)) {
+    SCOPED_TRACE(row.name);
+    std::vector<std::string> inside, outside;
+    edge_values(row, inside, outside);
+    const bool has_short = row.abbr[0] != '\0';
+    std::string errors, message;
+    bool parsed[2] = {true, true}, refused = true;
+    for (const bool abbreviated : {false, true}) {
+      if (abbreviated && !has_short) continue;
+      for (const std::string& value : inside) parsed[abbreviated] &= takes(row, abbreviated, value, errors);
+      for (const std::string& value : outside) {
+        refused &= !takes(row, abbreviated, value, errors);
+        if (message.empty()) message = errors;
+      }
+    }
+    const bool in_help = help.find(std::string("  -") + row.name + " ") != std::string::npos;
+    EXPECT_TRUE(parsed[0] && parsed[1] && refused && in_help);
+    table << '-' << row.name << '\t' << (has_short ? std::string("-") + row.abbr : "") << '\t'
+          << argument_text(row) << '\t' << row.deflt << '\t' << (parsed[0] ? "yes" : "NO") << '\t'
+          << (!has_short  ? ""
+              : parsed[1] ? "yes"
+                          : "NO")
+          << '\t' << (is_number(row.kind) ? number(row.lo) + " and " + number(row.hi) : "none") << '\t'
+          << (outside.empty() ? ""
+              : refused       ? "yes"
+                              : "NO")
+          << '\t' << (in_help ? "yes" : "NO") << '\t' << message << '\n';
+    nrows++;
+  }
+  EXPECT_EQ(nrows, 300);
+  EXPECT_TRUE(table.good());
 }
 
 TEST(OptionTable, HelpHasAllAndFinds) {
