@@ -38,15 +38,16 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_SOURCE_DIR}/packaging/postrm)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "aligns strips of airborne and UAV LiDAR
- veldrunner takes swaths (LAS, LAZ), the trajectories that flew them, and mount
- or calibration values. It measures the displacement between overlapping swaths
- with its uncertainty, inverts the displacements for sensor calibration and
- trajectory drift, writes corrected swaths, and reports the fit before and
- after. It runs in a terminal, one job a run, with bounded memory.
- .
- The package also holds veldsim, which simulates projects with known truth, and
- veldscore, which compares a result with that truth.")
+veldrunner takes swaths (LAS, LAZ), the trajectories that flew them, and mount
+or calibration values. It measures the displacement between overlapping swaths
+with its uncertainty, inverts the displacements for sensor calibration and
+trajectory drift, writes corrected swaths, and reports the fit before and
+after. It runs in a terminal, one job a run, with bounded memory.
+.
+The package also holds veldsim, which simulates projects with known truth, and
+veldscore, which compares a result with that truth.")
 include(CPack)
