@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "las/las_sources.h"
+#include "las/laz_bytes.h"
 #include "las/laz_chunks.h"
 #include "las/laz_codec.h"
 #include "las/laz_ring.h"
@@ -24,6 +25,7 @@ class ChunkSource : public PointSource {
         ring_([this](Slot& slot, int thread) { decode(slot, thread); }, threaded) {}
 
   bool open(const LazScheme& scheme, uint32_t fields, std::string& error) {
+    layered_ = scheme.layered();
     decoders_.resize(static_cast<size_t>(ring_.nthreads()));
     for (LazDecoder& decoder : decoders_)
       if (!decoder.open(scheme, error, fields)) return false;
@@ -53,10 +55,14 @@ class ChunkSource : public PointSource {
     }
     if (slot.has_more && table_.note.empty())
       WARNING_MSG("last chunk holds more than the points of the header, file '" << file_->name() << "'");
-    block = slot.records.data() + skip_ * reclen_;
-    n = chunk.npoints - skip_;
+    if (slot.npoints < chunk.npoints)
+      WARNING_MSG("file holds only " << chunk.first_point + slot.npoints
+                                     << " points, fewer than its header announces, file '" << file_->name()
+                                     << "'");
+    block = slot.records.data() + std::min(skip_, slot.npoints) * reclen_;
+    n = slot.npoints - std::min(skip_, slot.npoints);
     held_first_ = chunk.first_point;
-    held_n_ = chunk.npoints;
+    held_n_ = slot.npoints;
     skip_ = 0;
     return true;
   }
@@ -81,7 +87,8 @@ class ChunkSource : public PointSource {
   struct Slot {
     uint64_t chunk = 0;
     std::vector<uint8_t> bytes, records;
-    uint64_t ndecoded = 0;
+    uint64_t npoints = 0;   // that it holds
+    uint64_t ndecoded = 0;  // before a failure
     bool has_more = false;
     std::string error;
   };
@@ -89,7 +96,9 @@ class ChunkSource : public PointSource {
   void decode(Slot& slot, int thread) {
     const LazChunk& chunk = table_.chunks[slot.chunk];
     slot.error.clear();
+    slot.npoints = chunk.npoints;
     slot.ndecoded = 0;
+    slot.has_more = false;
     slot.bytes.resize(chunk.nbytes);
     slot.records.resize(chunk.npoints * reclen_);
     if (!file_->read_at(chunk.offset, slot.bytes.data(), chunk.nbytes)) {
@@ -97,18 +106,30 @@ class ChunkSource : public PointSource {
       return;
     }
     LazDecoder& decoder = decoders_[static_cast<size_t>(thread)];
-    // A header may announce fewer points than the chunks hold, so the last one need not end with them.
-    uint64_t consumed = chunk.nbytes;
     const bool last = slot.chunk + 1 == table_.chunks.size();
-    if (!decoder.decode_chunk(slot.bytes.data(), chunk.nbytes, chunk.npoints, slot.records.data(),
-                              slot.records.size(), last ? &consumed : nullptr, slot.error))
-      slot.ndecoded = decoder.ndecoded();
-    slot.has_more = consumed < chunk.nbytes;
+    uint64_t consumed = chunk.nbytes;  // a header may announce fewer points than the last chunk holds
+    if (decoder.decode_chunk(slot.bytes.data(), chunk.nbytes, chunk.npoints, slot.records.data(),
+                             slot.records.size(), last ? &consumed : nullptr, slot.error)) {
+      slot.has_more = consumed < chunk.nbytes;
+      return;
+    }
+    slot.ndecoded = decoder.ndecoded();
+    // Or it announces more: then the chunk is sound with the points that it has.
+    uint64_t held = slot.ndecoded;
+    if (layered_ && held > 0) held = laz_get<uint32_t>(slot.bytes.data() + reclen_);
+    std::string other_error;
+    if (!last || held == 0 || held >= chunk.npoints ||
+        !decoder.decode_chunk(slot.bytes.data(), chunk.nbytes, held, slot.records.data(), slot.records.size(),
+                              nullptr, other_error))
+      return;
+    slot.npoints = held;
+    slot.error.clear();
   }
 
   std::shared_ptr<LasInFile> file_;
   LazChunkTable table_;
   uint64_t reclen_;
+  bool layered_ = false;              // chunks know their number of points
   std::vector<LazDecoder> decoders_;  // one for each thread of the ring
   uint64_t next_chunk_ = 0;           // to be queued
   uint64_t skip_ = 0;                 // points to pass over at the start of the next chunk taken

@@ -152,9 +152,8 @@ TEST(LasDamage, DamagedChunkEndsReadingWithFileChunkAndPoint) {
     poke(bad = laz, 247, announced);
     write_text(name, bad);
     const Read r = read_all(name);
-    EXPECT_EQ(r.npoints, announced < 160000 ? announced : 150000)
-        << r.text;  // the last chunk has no such points
-    EXPECT_EQ(r.failed, announced > 160000);
+    EXPECT_EQ(r.npoints, std::min<uint64_t>(announced, 160000)) << r.text;
+    EXPECT_FALSE(r.failed);
     EXPECT_FALSE(r.text.empty() && announced != 155000);
   }
 }
