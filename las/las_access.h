@@ -61,5 +61,6 @@ std::string las_get_wkt(const std::string& name);
 // the library is not the one expected; a check that could not be made is a WARNING.
 [[nodiscard]] bool las_check_version(const std::string& tmpdir);
 
-// Read speed test of a file: reads all points, reports to the log and the console.
+// Read speed test of a file: reads all points, reports to the log and the console, with a WARNING when some
+// could not be read. False only when the file can't be opened.
 [[nodiscard]] bool las_read_check(const std::string& name, const std::string& parse);

@@ -266,11 +266,6 @@ bool read_las_header(const LasInFile& file, LASheader& header, LasFileInfo& info
 }
 
 bool prepare_las_header(LASheader& header, const LazScheme* scheme, std::string& error) {
-  if (header.point_format > LAS_MAX_FORMAT || header.point_reclen < las_base_length(header.point_format)) {
-    error = join("point format ", int{header.point_format}, " with record length ", header.point_reclen,
-                 " can't be written");
-    return false;
-  }
   std::erase_if(header.vlrs,
                 [](const LASvlr& v) { return is_bound_to_file(las_text(v.user_id), v.record_id); });
   std::erase_if(header.evlrs,

@@ -1,6 +1,7 @@
 #include "las/laswriter.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "las/las_sources.h"
@@ -118,6 +119,11 @@ std::unique_ptr<LASwriter> LASwriteOpener::open(const LASheader& wanted) const {
   header = wanted;
   header.clear_inventory();
   const bool text = las_is_text_name(name_), laz = las_is_laz_name(name_);
+  if (header.point_format > LAS_MAX_FORMAT || header.point_reclen < las_base_length(header.point_format)) {
+    std::fprintf(stderr, "ERROR: unknown point type %d with point size %d\n", header.point_format,
+                 header.point_reclen);
+    return nullptr;
+  }
   LazScheme scheme;
   std::string error;
   if (laz && !default_laz_scheme(header.point_format, header.point_reclen, scheme, error))

@@ -21,7 +21,7 @@ for name in $harnesses; do
   mkdir -p "$build/corpus/$name"
   log=$build/$name.log
   if nice -n 10 "$build/fuzz_$name" "$build/corpus/$name" "$build/seeds/$name" -max_total_time="$((each > 0 ? each : 1))" \
-      -timeout=20 -rss_limit_mb=1500 -malloc_limit_mb=600 -max_len=20000 -artifact_prefix="$build/crash_${name}_" \
+      -timeout=20 -rss_limit_mb=1500 -malloc_limit_mb=300 -max_len=20000 -artifact_prefix="$build/crash_${name}_" \
       -print_final_stats=1 -close_fd_mask=3 >"$log" 2>&1; then
     result=clean
   else

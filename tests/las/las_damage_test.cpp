@@ -194,7 +194,11 @@ TEST(LasWriter, RefusesToOverwriteASource) {
   EXPECT_FALSE(las_write_open(dir.path + "/absent/x.las", LASheader{}, ""));
   LASheader bad;
   bad.point_reclen = 19;
+  testing::internal::CaptureStderr();
   EXPECT_FALSE(las_write_open(dir.path + "/x.las", bad, ""));
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr().find("ERROR: unknown point type 0 with point size 19\nERROR: "),
+      0U);
   EXPECT_EQ(read_text(name), build_las({}).bytes);
   auto writer = las_write_open(dir.path + "/link.las", LASheader{}, "");  // no source any more
   EXPECT_TRUE(writer);
