@@ -27,8 +27,7 @@ std::string home_directory() {
   return with_slash(found->pw_dir);
 }
 
-bool use_state_directory(ProgramPaths& paths) {
-  const std::string home = home_directory();
+bool use_state_directory(const std::string& home, ProgramPaths& paths) {
   if (home.empty()) return false;
   const std::string dir = home + ".local/state/" + PROGRAM_NAME + "/";
   std::error_code failed;
@@ -66,16 +65,21 @@ std::string banner() {
          " + PulseWaves " + std::to_string(PULSEWAVES_VERSION);
 }
 
-ProgramPaths find_program_paths() {
+ProgramPaths place_program_files(const std::string& execpath, const std::string& home) {
   ProgramPaths paths;
-  char text[PATH_MAX];
-  const ssize_t n = readlink("/proc/self/exe", text, sizeof text - 1);
-  paths.execpath = n > 0 ? std::string(text, static_cast<size_t>(n)) : PROGRAM_NAME;
-  paths.base = paths.options_base = change_extension(paths.execpath, "");
+  paths.execpath = execpath;
+  paths.base = paths.options_base = change_extension(execpath, "");
   std::string dir, name;
   split_path(paths.base, dir, name);
   // Without a place in the home directory the one beside the executable stays, and the lock tells the
   // failure.
-  if (!dir_writable(dir.empty() ? "." : dir)) use_state_directory(paths);
+  if (!dir_writable(dir.empty() ? "." : dir)) use_state_directory(home, paths);
   return paths;
+}
+
+ProgramPaths find_program_paths() {
+  char text[PATH_MAX];
+  const ssize_t n = readlink("/proc/self/exe", text, sizeof text - 1);
+  return place_program_files(n > 0 ? std::string(text, static_cast<size_t>(n)) : PROGRAM_NAME,
+                             home_directory());
 }

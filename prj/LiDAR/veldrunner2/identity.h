@@ -18,4 +18,7 @@ struct ProgramPaths {
   std::string options_base;
   bool per_user = false;  // base lies in the user's state directory, as the executable's cannot be written
 };
-ProgramPaths find_program_paths();
+// The places for an executable and a user's home directory (with its "/", or empty). Makes the state
+// directory when it is needed.
+ProgramPaths place_program_files(const std::string& execpath, const std::string& home);
+ProgramPaths find_program_paths();  // of this process

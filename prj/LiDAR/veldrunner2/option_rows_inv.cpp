@@ -5,7 +5,7 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
   const OptRow list[] = {
       {"cal", "C", OptKind::text, 0, 0, 1, 1, &o.cal, "empty", Theme::inversion,
        "what is calibrated: 0 nothing, L lever (or x y z), B boresight (or w p k), I internals (or 1 to 7); "
-       "default B23456"},
+       "when empty B23456"},
       {"cal_1", "", OptKind::boolean, 0, 1, 0, 1, &o.cal_1, "0", Theme::inversion,
        "one calibration set for the whole project"},
       {"int_sw", "", OptKind::boolean, 0, 1, 0, 1, &o.int_sw, "1", Theme::inversion,
@@ -19,7 +19,7 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
       {"drift", "D", OptKind::text, 0, 0, 1, 1, &o.drift, "auto", Theme::inversion,
        "interval of the drift, s; con: a constant per swath, auto: by the data, 0: no drift", "auto con"},
       {"dpoc", "", OptKind::text, 0, 0, 1, 1, &o.dpoc, "empty", Theme::inversion,
-       "components of the drift: 0 none, T position (or x y z), A attitude (or w p k); default T"},
+       "components of the drift: 0 none, T position (or x y z), A attitude (or w p k); when empty T"},
       {"dcc", "", OptKind::boolean, 0, 1, 0, 1, &o.dcc, "0", Theme::inversion,
        "drift only after the calibration, none beside it"},
       {"fav_att", "", OptKind::integer, 0, 2, 1, 1, &o.fav_att, "0", Theme::inversion,

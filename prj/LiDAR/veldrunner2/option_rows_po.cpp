@@ -11,8 +11,8 @@ void add_rows_po(Options& o, std::vector<OptRow>& rows) {
       {"po_geo", "G", OptKind::intlist, 0, 2, 1, 256, &o.po_geo, "", Theme::trajectory,
        "coordinates of text trajectories: 0 projected, 1 geographic, 2 earth-centred"},
       {"po_time", "A", OptKind::intlist, 0, 10, 0, 256, &o.po_time, "", Theme::trajectory,
-       "times: 0 week 1 adjusted 2 standard GPS, 3 Unix 4 standard 5 adjusted UTC, 6 day UTC (7 as h m s), 8 "
-       "day GPS (9 as h m s), 10 week UTC"},
+       "times: 0 week, 1 adjusted, 2 standard GPS; 3 Unix, 4 standard, 5 adjusted, 10 week UTC; 6 day, 7 h m "
+       "s UTC; 8 day, 9 h m s GPS"},
       {"po_rad", "R", OptKind::intlist, 0, 1, 1, 256, &o.po_rad, "", Theme::trajectory,
        "1: angles of text trajectories are radians, 0: degrees"},
       {"po_parse", "", OptKind::textlist, 1, 255, 1, 255, &o.po_parse, "", Theme::trajectory,
