@@ -72,5 +72,3 @@ std::string argument_text(const OptRow& row) {
   }
   return text;
 }
-
-std::string default_text(const OptRow& row) { return row.deflt; }

@@ -24,4 +24,3 @@ constexpr int N_THEMES = static_cast<int>(Theme::voxel) + 1;
 
 std::string names_text(const OptRow& row);     // "-nthreads -N"
 std::string argument_text(const OptRow& row);  // kind, range, number of arguments: "integer 1 to 256"
-std::string default_text(const OptRow& row);   // "4096"; empty for a list without a default
