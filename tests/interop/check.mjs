@@ -44,4 +44,5 @@ for (const name of names) {
   console.log(`${name}: ${difference || 'the same'}`);
 }
 console.log(`${names.length - nfailed} files agree, ${nfailed} differ`);
+console.log('point formats 4, 5, 9 and 10 passed over: laz-perf does not decode wave packets');
 process.exit(nfailed > 0 || names.length === 0 ? 1 : 0);
