@@ -32,6 +32,6 @@ check_deb: deb
 
 # SECONDS: time over all harnesses together.
 SECONDS ?= 480
-fuzz:
+fuzz: setup
 	scripts/setup_fuzz.sh
 	scripts/fuzz.sh $(SECONDS)
