@@ -12,7 +12,7 @@
 
 namespace {
 constexpr uint64_t MAX_CHUNK_BYTES = 1 << 28;       // of records; larger chunks are decoded piece by piece
-constexpr uint64_t THREADED_CHUNK_BYTES = 1 << 25;  // larger ones are held one at a time
+constexpr uint64_t THREADED_CHUNK_BYTES = 1 << 24;  // larger ones are held one at a time
 constexpr uint64_t STREAM_BLOCK = 16384;            // points
 
 // Chunks whose places are known from the table.
