@@ -89,7 +89,8 @@ struct SymbolModel {
   };
   struct Nothing {};
   using Index = std::conditional_t<(S > 256), uint16_t, uint8_t>;
-  using Table = std::conditional_t<DECODING, std::array<Index, 1 << TABLE_BITS>, Nothing>;
+  static constexpr uint32_t AT_ONCE = 8 / sizeof(Index);  // entries of the table that are filled together
+  using Table = std::conditional_t<DECODING, std::array<Index, (1 << TABLE_BITS) + AT_ONCE>, Nothing>;
 
   uint32_t left, cycle, total;
   uint32_t nsym;
@@ -135,7 +136,7 @@ struct SymbolModel {
   }
   void fill_table() {
     constexpr int SHIFT = ARITH_SYMBOL_SHIFT - TABLE_BITS;
-    constexpr uint32_t SIZE = 1u << TABLE_BITS;
+    constexpr uint64_t ONES = sizeof(Index) == 1 ? 0x0101010101010101u : 0x0001000100010001u;
     guess = NO_GUESS;
     uint32_t k = 0, begin = 0;
     for (uint32_t i = 1; i <= nsym; i++) {
@@ -143,9 +144,13 @@ struct SymbolModel {
       if (end - begin >= GUESS_SHARE) guess = i - 1;
       begin = end;
       const uint32_t k_end = (end + (1u << SHIFT) - 1) >> SHIFT;  // first one at or above symbol i
-      while (k < k_end) table[k++] = Index(i - 1);
+      const uint64_t indices = (i - 1) * ONES;
+      do {
+        std::memcpy(&table[k], &indices, sizeof indices);  // what is beyond k_end is overwritten later
+        k += AT_ONCE;
+      } while (k < k_end);
+      k = k_end;
     }
-    static_assert(SIZE << SHIFT == 1u << ARITH_SYMBOL_SHIFT);
   }
 };
 

@@ -33,7 +33,7 @@ class LazChunkEncoder {
  private:
   void encode_points(const uint8_t* records, uint64_t n, std::vector<uint8_t>& out);
   void encode_layers(const uint8_t* records, uint64_t n, std::vector<uint8_t>& out);
-  void start_layers(const uint8_t* first);
+  void start_layers(const uint8_t* records, uint64_t n);
 
   uint64_t stride_ = 0;
   std::unique_ptr<PointItems<ArithEncoder>> points_;
@@ -83,21 +83,24 @@ void LazChunkEncoder::encode_points(const uint8_t* records, uint64_t n, std::vec
   out.resize(uint64_t(coder.at - out.data()));
 }
 
-void LazChunkEncoder::start_layers(const uint8_t* first) {
+void LazChunkEncoder::start_layers(const uint8_t* records, uint64_t n) {
   for (size_t i = 0; i < layers_.size(); i++) {
     if (buffers_[i].empty()) buffers_[i].resize(BEFORE + LAZ_LAYER_BLOCK * max_bytes_[i] + BEHIND);
     layers_[i].coder.start(buffers_[i].data() + BEFORE);
-    layers_[i].active = false;
+    layers_[i].active = layers_[i].constant = false;
   }
-  const unsigned channel = first[15] >> 4 & 3;
+  const unsigned channel = records[15] >> 4 & 3;
+  Layer<ArithEncoder>* layer = layers_.data();
   for (const auto& item : items_) {
-    item->start(first, channel);
-    first += item->size();
+    item->start(records, channel);
+    item->look_ahead(layer, records, unsigned(stride_), n);
+    layer += item->nlayers();
+    records += item->size();
   }
 }
 
 void LazChunkEncoder::encode_layers(const uint8_t* records, uint64_t n, std::vector<uint8_t>& out) {
-  start_layers(records);
+  start_layers(records, n);
   uint8_t contexts[LAZ_LAYER_BLOCK];
   for (uint64_t i = 1; i < n; i += LAZ_LAYER_BLOCK) {
     for (size_t j = 0; j < layers_.size(); j++)

@@ -57,7 +57,7 @@ struct NirModels {
     low.init();
     high.init();
   }
-  uint32_t code(C& c, uint32_t last, uint32_t& now) {
+  LAZ_INLINE uint32_t code(C& c, uint32_t last, uint32_t& now) {
     uint32_t s = 0;
     if constexpr (C::encoding) s = (low_byte(last ^ now) != 0) | (high_byte(last ^ now) != 0) << 1;
     s = c.symbol(used, s);
@@ -82,11 +82,8 @@ class Rgb14Item final : public LayerItem<C> {
 
   void run(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
            uint8_t* contexts) override {
-    for (uint64_t i = 0; i < n; i++, records += stride) {
-      uint8_t* last = states_.enter(contexts[i]);
-      code_rgb(layers[0], last, records);
-      if constexpr (WITH_NIR) code_nir(layers[1], last + 6, records + 6);
-    }
+    has_bit_instructions() ? run_fast(layers, records, stride, n, contexts)
+                           : run_plain(layers, records, stride, n, contexts);
   }
 
  private:
@@ -100,33 +97,50 @@ class Rgb14Item final : public LayerItem<C> {
     }
   };
 
-  LAZ_INLINE void code_rgb(Layer<C>& layer, uint8_t* last, typename C::Byte* record) {
-    if constexpr (C::encoding) {
-      Rgb now = laz_get<Rgb>(record);
-      layer.active |= states_.models().rgb.code(layer.coder, laz_get<Rgb>(last), now) != 0;
-      laz_put(last, now);
-    } else {
-      if (layer.active) {
-        Rgb now{};
-        states_.models().rgb.code(layer.coder, laz_get<Rgb>(last), now);
-        laz_put(last, now);
-      }
-      std::memcpy(record, last, 6);
+  LAZ_BIT_INSTRUCTIONS void run_fast(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
+                                     uint8_t* contexts) {
+    run_any(layers, records, stride, n, contexts);
+  }
+  void run_plain(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
+                 uint8_t* contexts) {
+    run_any(layers, records, stride, n, contexts);
+  }
+  LAZ_INLINE void run_any(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
+                          const uint8_t* contexts) {
+    Layer<C> rgb = layers[0], nir;
+    if constexpr (WITH_NIR) nir = layers[1];
+    for (uint64_t i = 0; i < n; i++, records += stride) {
+      uint8_t* last = states_.enter(contexts[i]);
+      code_rgb(rgb, last, records);
+      if constexpr (WITH_NIR) code_nir(nir, last + 6, records + 6);
     }
+    layers[0] = rgb;
+    if constexpr (WITH_NIR) layers[1] = nir;
+  }
+
+  LAZ_INLINE void code_rgb(Layer<C>& layer, uint8_t* last, typename C::Byte* record) {
+    Rgb now{};
+    if constexpr (C::encoding) {
+      now = laz_get<Rgb>(record);
+      layer.active |= states_.models().rgb.code(layer.coder, laz_get<Rgb>(last), now) != 0;
+    } else {
+      now = laz_get<Rgb>(last);
+      if (layer.active) states_.models().rgb.code(layer.coder, laz_get<Rgb>(last), now);
+      laz_put(record, now);
+    }
+    laz_put(last, now);
   }
   LAZ_INLINE void code_nir(Layer<C>& layer, uint8_t* last, typename C::Byte* record) {
-    uint32_t now = 0;
+    const uint32_t before = laz_get<uint16_t>(last);
+    uint32_t now = before;
     if constexpr (C::encoding) {
       now = laz_get<uint16_t>(record);
-      layer.active |= states_.models().nir.code(layer.coder, laz_get<uint16_t>(last), now) != 0;
-      laz_put(last, uint16_t(now));
+      layer.active |= states_.models().nir.code(layer.coder, before, now) != 0;
     } else {
-      if (layer.active) {
-        states_.models().nir.code(layer.coder, laz_get<uint16_t>(last), now);
-        laz_put(last, uint16_t(now));
-      }
-      std::memcpy(record, last, 2);
+      if (layer.active) states_.models().nir.code(layer.coder, before, now);
+      laz_put(record, uint16_t(now));
     }
+    laz_put(last, uint16_t(now));
   }
 
   ChannelStates<Models, SIZE> states_{};
@@ -180,28 +194,57 @@ class Byte14Item final : public LayerItem<C> {
 
   void run(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
            uint8_t* contexts) override {
-    for (uint64_t i = 0; i < n; i++, records += stride) {
+    for (uint64_t i = 0, end = 0; i < n; i = end) {  // points that share a state
       uint8_t* last = enter(contexts[i]);
-      Symbols* models = states_[current_].models.data();
+      end = i + 1;
+      if (last == states_[current_].last.data())
+        while (end < n && contexts[end] == contexts[i]) end++;
       for (unsigned b = 0; b < size_; b++) {
-        if constexpr (C::encoding) {
-          layers[b].active |= records[b] != last[b];
-          models[b].init_once(generation_);
-          layers[b].coder.symbol(models[b], uint8_t(records[b] - last[b]));
-          last[b] = records[b];
-        } else {
-          if (layers[b].active) {
-            models[b].init_once(generation_);
-            last[b] = uint8_t(last[b] + layers[b].coder.symbol(models[b]));
-          }
-          records[b] = last[b];
+        typename C::Byte* at = records + i * stride + b;
+        if (!layers[b].coded()) {
+          fill(at, stride, end - i, last[b]);
+          continue;
         }
+        Symbols& model = states_[current_].models[b];
+        model.init_once(generation_);
+        has_bit_instructions() ? run_fast(layers[b], model, last[b], at, stride, end - i)
+                               : run_plain(layers[b], model, last[b], at, stride, end - i);
       }
     }
   }
 
  private:
   using Symbols = typename C::template Symbols<256>;
+
+  LAZ_BIT_INSTRUCTIONS static void run_fast(Layer<C>& layer, Symbols& model, uint8_t& last,
+                                            typename C::Byte* at, unsigned stride, uint64_t n) {
+    run_any(layer, model, last, at, stride, n);
+  }
+  static void run_plain(Layer<C>& layer, Symbols& model, uint8_t& last, typename C::Byte* at, unsigned stride,
+                        uint64_t n) {
+    run_any(layer, model, last, at, stride, n);
+  }
+  static LAZ_INLINE void run_any(Layer<C>& layer, Symbols& model, uint8_t& last, typename C::Byte* at,
+                                 unsigned stride, uint64_t n) {
+    C c = layer.coder;
+    uint32_t value = last, changed = 0;
+    for (uint64_t i = 0; i < n; i++, at += stride) {
+      uint32_t diff = 0;
+      if constexpr (C::encoding) diff = (*at - value) & 255;
+      diff = c.symbol(model, diff);
+      changed |= diff;
+      value = (value + diff) & 255;
+      if constexpr (!C::encoding) *at = uint8_t(value);
+    }
+    last = uint8_t(value);
+    layer.coder = c;
+    if constexpr (C::encoding) layer.active |= changed != 0;
+  }
+  static void fill(typename C::Byte* at, unsigned stride, uint64_t n, uint8_t value) {
+    if constexpr (!C::encoding)
+      for (uint64_t i = 0; i < n; i++) at[i * stride] = value;
+  }
+
   struct State {
     std::vector<Symbols> models;
     std::vector<uint8_t> last;

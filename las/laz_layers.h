@@ -17,6 +17,9 @@ template <class C>
 struct Layer {
   C coder;
   bool active = false;  // decoder: there is a stream, and it is wanted; encoder: a value was not the last one
+  bool constant = false;  // encoder: no value of the chunk is another, so the layer will be left out
+
+  bool coded() const { return C::encoding ? !constant : active; }
 };
 
 template <class C>
@@ -28,6 +31,9 @@ class LayerItem {
   virtual unsigned max_bytes() const = 0;            // of one point in any one layer
   virtual uint32_t field(unsigned layer) const = 0;  // its LazField, 0 for a layer that is always decoded
   virtual void start(const uint8_t* first, unsigned channel) = 0;
+  // Tells an encoder's layers about the n records of its chunk; `records` points at the item in the first
+  // one.
+  virtual void look_ahead(Layer<C>*, const uint8_t* /*records*/, unsigned /*stride*/, uint64_t /*n*/) {}
   // Codes this item of n (up to LAZ_LAYER_BLOCK) records; `records` points at the item in the first one. The
   // first item of a list fills `contexts`, one per point: which channel's state the others have to use.
   virtual void run(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,

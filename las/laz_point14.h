@@ -1,5 +1,9 @@
 // las/laz_point14.h
 // POINT14: the 30 bytes that point formats 6 to 10 share, in nine layers. Private to the codec's sources.
+//
+// A block of points is coded layer after layer, so that the coder's state stands in registers. The first
+// layer finds out for each point which item predicts it: the latest of its scanner channel, whose fields are
+// read where they lie, in the records.
 #pragma once
 #include "las/laz_codec.h"
 #include "las/laz_gpstime.h"
@@ -12,31 +16,22 @@ inline constexpr char LAZ_RETURN_CLASS14[16][17] = {
     "4344444454444444", "5344444445444444", "5344444444544444", "5334444444455444",
     "5334444444455544", "5334444444445554", "5334444444444555", "5334444444444455"};
 
-struct Point14 {
-  int32_t x, y, z;
-  uint16_t intensity;
-  uint8_t returns;  // bits 0-3 return number, 4-7 number of returns
-  uint8_t flags;    // bits 0-3 classification flags, 4-5 channel, 6 scan direction, 7 edge
-  uint8_t classification;
-  uint8_t user;
-  uint16_t angle;
-  uint16_t source;
-  uint64_t time;
-
-  static constexpr unsigned FRONT = 22;  // bytes before the time
-  void load(const uint8_t* at) {
-    std::memcpy(this, at, FRONT);
-    time = laz_get<uint64_t>(at + FRONT);
-  }
-  void store(uint8_t* at) const {
-    std::memcpy(at, this, FRONT);
-    laz_put(at + FRONT, time);
-  }
-  uint32_t r() const { return returns & 15; }
-  uint32_t n() const { return returns >> 4; }
-  uint32_t channel() const { return flags >> 4 & 3; }
-  uint32_t flag_symbol() const { return (flags & 15) | (flags >> 2 & 0x30); }  // edge, direction, class flags
+// What the layers want to know of the byte of return number (bits 0-3) and number of returns (4-7).
+struct Returns14 {
+  uint8_t kind;      // LAZ_RETURN_CLASS14
+  uint8_t below;     // returns from the last one, up to 7
+  uint8_t position;  // 2 first, 1 last, 3 only, 0 between
+  uint8_t single;    // 1: one return
 };
+inline constexpr std::array<Returns14, 256> LAZ_RETURNS14 = [] {
+  std::array<Returns14, 256> table{};
+  for (int i = 0; i < 256; i++) {
+    const int r = i & 15, n = i >> 4;
+    table[size_t(i)] = {uint8_t(LAZ_RETURN_CLASS14[n][r] - '0'), uint8_t(std::min(n > r ? n - r : r - n, 7)),
+                        uint8_t((r == 1 ? 2 : 0) + (r >= n ? 1 : 0)), uint8_t(n == 1)};
+  }
+  return table;
+}();
 
 template <class C>
 class Point14Item final : public LayerItem<C> {
@@ -45,7 +40,7 @@ class Point14Item final : public LayerItem<C> {
   // but for points that switch to another channel, where they use its own (version 3).
   explicit Point14Item(bool own_channel) : own_channel_(own_channel) {}
 
-  unsigned size() const override { return 30; }
+  unsigned size() const override { return SIZE; }
   unsigned nlayers() const override { return 9; }
   unsigned max_bytes() const override { return 32; }
   uint32_t field(unsigned layer) const override {
@@ -55,12 +50,28 @@ class Point14Item final : public LayerItem<C> {
   }
 
   void start(const uint8_t* first, unsigned channel) override {
-    Point14 p;
-    p.load(first);
     generation_++;
     for (bool& used : used_) used = false;
     current_ = channel;
-    create(channel, p);
+    Context& k = create(channel);
+    std::memcpy(k.last, first, SIZE);
+    last_[channel] = k.last;
+    k.seed_z(first);
+    k.seed_intensity(first);
+    k.times.seed(laz_get<uint64_t>(first + TIME_AT));
+  }
+
+  void look_ahead(Layer<C>* layers, const uint8_t* records, unsigned stride, uint64_t n) override {
+    uint64_t changed = 0;
+    for (uint64_t i = 1; i < n; i++)
+      changed |= laz_get<uint64_t>(records + 10) ^ laz_get<uint64_t>(records + i * stride + 10);
+    const auto never = [changed](unsigned at, uint64_t bits) {
+      return (changed >> 8 * (at - 10) & bits) == 0;
+    };
+    layers[CLASS].constant = never(CLASS_AT, 0xFF);
+    layers[FLAGS].constant = never(FLAGS_AT, 0xFF & ~CHANNEL_BITS);
+    layers[INTENSITY].constant = never(INTENSITY_AT, 0xFFFF);
+    layers[USER].constant = never(USER_AT, 0xFF);
   }
 
   void run(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
@@ -70,25 +81,25 @@ class Point14Item final : public LayerItem<C> {
   }
 
  private:
-  LAZ_BIT_INSTRUCTIONS void run_fast(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
-                                     uint8_t* contexts) {
-    for (uint64_t i = 0; i < n; i++) contexts[i] = code(layers, records + i * stride);
-  }
-  void run_plain(Layer<C>* layers, typename C::Byte* records, unsigned stride, uint64_t n,
-                 uint8_t* contexts) {
-    for (uint64_t i = 0; i < n; i++) contexts[i] = code(layers, records + i * stride);
-  }
-
-  enum LayerIndex { RETURNS_XY, Z, CLASS, FLAGS, INTENSITY, ANGLE, USER, SOURCE, TIME };
+  using Byte = typename C::Byte;
   template <int S>
   using Symbols = typename C::template Symbols<S>;
+  enum LayerIndex { RETURNS_XY, Z, CLASS, FLAGS, INTENSITY, ANGLE, USER, SOURCE, TIME };
+  // Bytes of the record. FLAGS: bits 0-3 classification flags, 4-5 channel, 6 scan direction, 7 edge.
+  static constexpr unsigned X_AT = 0, Y_AT = 4, Z_AT = 8, INTENSITY_AT = 12, RETURNS_AT = 14, FLAGS_AT = 15,
+                            CLASS_AT = 16, USER_AT = 17, ANGLE_AT = 18, SOURCE_AT = 20, TIME_AT = 22,
+                            SIZE = 30;
+  static constexpr uint32_t CHANNEL_BITS = 0x30;
+  // Bits of the symbol that says what changed.
+  static constexpr uint32_t RETURN_STEP = 3, N_RETURNS = 4, SCAN_ANGLE = 8, GPS_TIME = 16, SOURCE_ID = 32,
+                            CHANNEL = 64;
 
-  struct Context {  // of one channel
-    Point14 last;
+  struct Context {       // of one channel
+    uint8_t last[SIZE];  // the latest item, from one run to the next
     bool last_time_changed;
-    Median5 median_x[12], median_y[12];
     int32_t last_z[8];
     uint16_t last_intensity[8];
+    Median5 median_x[12], median_y[12];
     Symbols<128> changed_model[8];
     Symbols<3> channel_model;
     Symbols<16> n_model[16], r_model[16];
@@ -103,16 +114,28 @@ class Point14Item final : public LayerItem<C> {
     Symbols<256> user_model[64];
     IntegerModel<C, 16, 1> source_model;
     GpsSequences<C, false> times;
+
+    void seed_z(const uint8_t* item) { std::fill_n(last_z, 8, laz_get<int32_t>(item + Z_AT)); }
+    void seed_intensity(const uint8_t* item) {
+      std::fill_n(last_intensity, 8, laz_get<uint16_t>(item + INTENSITY_AT));
+    }
   };
 
-  void create(unsigned channel, const Point14& seed) {
+  struct Step {  // from the first layer to the others, for one point
+    Context* context;
+    const uint8_t* last;  // the item that predicts it
+    bool fresh;           // the context is new: the point's layers have to seed it with `last`
+    uint8_t changed;
+    uint8_t kxy;  // mean number of bits of the differences in X and Y
+  };
+
+  // A context but for what the layers seed.
+  Context& create(unsigned channel) {
     if (!contexts_[channel]) contexts_[channel] = std::make_unique<Context>();
     Context& k = *contexts_[channel];
     used_[channel] = true;
-    k.last = seed;
     k.last_time_changed = false;
     for (int i = 0; i < 12; i++) k.median_x[i] = k.median_y[i] = Median5();
-    for (int i = 0; i < 8; i++) k.last_z[i] = seed.z, k.last_intensity[i] = seed.intensity;
     k.channel_model.init();
     k.r_step_model.init();
     k.dx_model.init();
@@ -121,7 +144,8 @@ class Point14Item final : public LayerItem<C> {
     k.intensity_model.init();
     k.angle_model.init();
     k.source_model.init();
-    k.times.start(seed.time);
+    k.times.start(0);
+    return k;
   }
 
   template <int S>
@@ -130,136 +154,248 @@ class Point14Item final : public LayerItem<C> {
     return c.symbol(model, s);
   }
 
-  // Bits of the symbol that says what changed.
-  static constexpr uint32_t RETURN_STEP = 3, N_RETURNS = 4, SCAN_ANGLE = 8, GPS_TIME = 16, SOURCE_ID = 32,
-                            CHANNEL = 64;
-  static uint32_t changes(const Point14& p, const Point14& last) {
-    const uint32_t step = (p.r() - last.r()) & 15;
-    return (step == 15 ? 2 : std::min(step, 2u) + (step >= 2)) | (p.n() != last.n() ? N_RETURNS : 0) |
-           (p.angle != last.angle ? SCAN_ANGLE : 0) | (p.time != last.time ? GPS_TIME : 0) |
-           (p.source != last.source ? SOURCE_ID : 0);
+  template <class T>
+  static bool differ(const uint8_t* a, const uint8_t* b, unsigned at) {
+    return laz_get<T>(a + at) != laz_get<T>(b + at);
+  }
+  static LAZ_INLINE uint32_t changes(const uint8_t* p, const uint8_t* last) {
+    const uint32_t now = p[RETURNS_AT], before = last[RETURNS_AT], step = (now - before) & 15;
+    return (step == 15 ? 2 : std::min(step, 2u) + (step >= 2)) | ((now ^ before) > 15 ? N_RETURNS : 0) |
+           (differ<uint16_t>(p, last, ANGLE_AT) ? SCAN_ANGLE : 0) |
+           (differ<uint64_t>(p, last, TIME_AT) ? GPS_TIME : 0) |
+           (differ<uint16_t>(p, last, SOURCE_AT) ? SOURCE_ID : 0);
   }
 
-  LAZ_INLINE uint32_t code_returns(C& c, Context& k, uint32_t changed, const Point14& p) {
-    uint32_t n = k.last.n(), r = k.last.r();
-    if (changed & N_RETURNS) n = symbol<16>(c, k.n_model[n], p.n());
-    switch (changed & RETURN_STEP) {
-      case 0:
-        break;
-      case 1:
-        r = (r + 1) & 15;
-        break;
-      case 2:
-        r = (r + 15) & 15;
-        break;
-      default:
-        if (changed & GPS_TIME)
-          r = symbol<16>(c, k.r_model[r], p.r());
-        else
-          r = (r + c.symbol(k.r_step_model, (p.r() - r - 2) & 15) + 2) & 15;
+  LAZ_INLINE uint32_t code_returns(C& c, Context& k, uint32_t changed, uint32_t last, uint32_t now) {
+    uint32_t n = last >> 4, r = last & 15;
+    if (changed & N_RETURNS) n = symbol<16>(c, k.n_model[n], now >> 4);
+    const uint32_t step = changed & RETURN_STEP;
+    if (step == 3) {
+      if (changed & GPS_TIME)
+        r = symbol<16>(c, k.r_model[r], now & 15);
+      else
+        r = (r + c.symbol(k.r_step_model, (now - r - 2) & 15) + 2) & 15;
+    } else {
+      r = (r + step + (step == 2 ? 13 : 0)) & 15;
     }
     return n << 4 | r;
   }
 
-  LAZ_INLINE uint8_t code(Layer<C>* layers, typename C::Byte* record) {
-    Point14 p{};
+  LAZ_INLINE void code_returns_xy(C& c, Step& step, Byte* p, uint8_t& context_of_others) {
     Context* k = contexts_[current_].get();
+    const uint8_t* last = last_[current_];
     uint32_t changed = 0, channel = current_;
     if constexpr (C::encoding) {
-      p.load(record);
-      channel = p.channel();
-      changed = changes(p, used_[channel] ? contexts_[channel]->last : k->last) |
-                (channel != current_ ? CHANNEL : 0);
+      channel = p[FLAGS_AT] >> 4 & 3;
+      changed = changes(p, used_[channel] ? last_[channel] : last) | (channel != current_ ? CHANNEL : 0);
     }
-    C c = layers[RETURNS_XY].coder;
-    const uint32_t previous =
-        (k->last.r() == 1) | (k->last.r() >= k->last.n()) << 1 | k->last_time_changed << 2;
-    changed = symbol<128>(c, k->changed_model[previous], changed);
-    uint8_t context = 0;
-    if (changed & CHANNEL) {
+    const uint32_t position = LAZ_RETURNS14[last[RETURNS_AT]].position;
+    const uint32_t situation = (position >> 1 | (position & 1) << 1) | (k->last_time_changed ? 4 : 0);
+    changed = symbol<128>(c, k->changed_model[situation], changed);
+    context_of_others = 0;
+    step.fresh = false;
+    if (changed & CHANNEL) [[unlikely]] {
       channel = (current_ + 1 + c.symbol(k->channel_model, (channel - current_ - 1) & 3)) & 3;
-      if (!used_[channel]) create(channel, k->last);
       current_ = channel;
-      k = contexts_[channel].get();
-      context = uint8_t(channel);
-    }
-    if (own_channel_) context = uint8_t(channel);
-    const Point14& last = k->last;
-    if constexpr (!C::encoding) {
-      p = last;
-      p.flags = uint8_t((last.flags & ~0x30u) | channel << 4);
-    }
-    p.returns = uint8_t(code_returns(c, *k, changed, p));
-    const uint32_t n = p.n(), r = p.r(), g = (changed & GPS_TIME) != 0;
-    const uint32_t m = 2 * uint32_t(LAZ_RETURN_CLASS14[n][r] - '0') + g,
-                   l = std::min(n > r ? n - r : r - n, 7u);
-    const uint32_t position = (r == 1 ? 2 : 0) + (r >= n ? 1 : 0);  // first, last, only, between
-    const uint32_t single = n == 1;
-
-    const uint32_t last_x = uint32_t(last.x), last_y = uint32_t(last.y);
-    const uint32_t dx = k->dx_model.code(c, uint32_t(k->median_x[m].get()), uint32_t(p.x) - last_x, single);
-    k->median_x[m].add(int32_t(dx));
-    p.x = int32_t(last_x + dx);
-    const uint32_t kx = k->dx_model.k;
-    const uint32_t dy = k->dy_model.code(c, uint32_t(k->median_y[m].get()), uint32_t(p.y) - last_y,
-                                         single + (kx < 20 ? kx & ~1u : 20));
-    k->median_y[m].add(int32_t(dy));
-    p.y = int32_t(last_y + dy);
-    layers[RETURNS_XY].coder = c;
-
-    if (enter(layers[Z], true)) {
-      const uint32_t kxy = (kx + k->dy_model.k) / 2;
-      p.z = int32_t(k->z_model.code(layers[Z].coder, uint32_t(k->last_z[l]), uint32_t(p.z),
-                                    single + (kxy < 18 ? kxy & ~1u : 18)));
-      k->last_z[l] = p.z;
-    }
-    if (enter(layers[CLASS], p.classification != last.classification)) {
-      const uint32_t i = (last.classification & 31u) << 1 | (position == 3);
-      p.classification = uint8_t(symbol<256>(layers[CLASS].coder, k->class_model[i], p.classification));
-    }
-    if (enter(layers[FLAGS], p.flag_symbol() != last.flag_symbol())) {
-      const uint32_t f = symbol<64>(layers[FLAGS].coder, k->flags_model[last.flag_symbol()], p.flag_symbol());
-      p.flags = uint8_t((f & 15) | channel << 4 | (f & 0x30) << 2);
-    }
-    if (enter(layers[INTENSITY], p.intensity != last.intensity)) {
-      uint16_t& prediction = k->last_intensity[2 * position + g];
-      prediction =
-          uint16_t(k->intensity_model.code(layers[INTENSITY].coder, prediction, p.intensity, position));
-      p.intensity = prediction;
-    }
-    if (changed & SCAN_ANGLE && enter(layers[ANGLE], true)) {
-      p.angle = uint16_t(k->angle_model.code(layers[ANGLE].coder, last.angle, p.angle, g));
-    }
-    if (enter(layers[USER], p.user != last.user)) {
-      p.user = uint8_t(symbol<256>(layers[USER].coder, k->user_model[last.user >> 2], p.user));
-    }
-    if (changed & SOURCE_ID && enter(layers[SOURCE], true)) {
-      p.source = uint16_t(k->source_model.code(layers[SOURCE].coder, last.source, p.source, 0));
-    }
-    if (changed & GPS_TIME && enter(layers[TIME], true)) {
-      if constexpr (C::encoding)
-        k->times.encode(layers[TIME].coder, p.time);
+      context_of_others = uint8_t(channel);
+      step.fresh = !used_[channel];
+      if (step.fresh)
+        create(channel);
       else
-        p.time = k->times.decode(layers[TIME].coder);
+        last = last_[channel];
+      k = contexts_[channel].get();
     }
-    k->last = p;
-    k->last_time_changed = g;
-    if constexpr (!C::encoding) p.store(record);
-    return context;
+    if (own_channel_) context_of_others = uint8_t(channel);
+    const uint32_t now = code_returns(c, *k, changed, last[RETURNS_AT], p[RETURNS_AT]);
+    const Returns14 returns = LAZ_RETURNS14[now];
+    const bool time_changed = (changed & GPS_TIME) != 0;
+    const uint32_t m = 2 * returns.kind + time_changed;
+
+    const uint32_t last_x = laz_get<uint32_t>(last + X_AT), last_y = laz_get<uint32_t>(last + Y_AT);
+    const uint32_t dx = k->dx_model.code(c, uint32_t(k->median_x[m].get()),
+                                         laz_get<uint32_t>(p + X_AT) - last_x, returns.single);
+    k->median_x[m].add(int32_t(dx));
+    const uint32_t kx = k->dx_model.k;
+    const uint32_t dy =
+        k->dy_model.code(c, uint32_t(k->median_y[m].get()), laz_get<uint32_t>(p + Y_AT) - last_y,
+                         returns.single + std::min(kx & ~1u, 20u));
+    k->median_y[m].add(int32_t(dy));
+    k->last_time_changed = time_changed;
+    last_[channel] = p;
+    step.context = k;
+    step.last = last;
+    step.changed = uint8_t(changed);
+    step.kxy = uint8_t((kx + k->dy_model.k) / 2);
+    if constexpr (!C::encoding) {
+      laz_put(p + X_AT, last_x + dx);
+      laz_put(p + Y_AT, last_y + dy);
+      p[RETURNS_AT] = uint8_t(now);
+      p[FLAGS_AT] = uint8_t((last[FLAGS_AT] & ~CHANNEL_BITS) | channel << 4);
+    }
   }
 
-  // Is there something to code in the layer? The encoder codes always, and notes whether it was for a change.
-  static LAZ_INLINE bool enter(Layer<C>& layer, bool change) {
+  LAZ_INLINE bool code_z(C& c, const Step& step, Byte* p) {
+    Context& k = *step.context;
+    if (step.fresh) [[unlikely]]
+      k.seed_z(step.last);
+    const Returns14 returns = LAZ_RETURNS14[p[RETURNS_AT]];
+    int32_t& prediction = k.last_z[returns.below];
+    const uint32_t z = k.z_model.code(c, uint32_t(prediction), laz_get<uint32_t>(p + Z_AT),
+                                      returns.single + std::min(step.kxy & ~1u, 18u));
+    prediction = int32_t(z);
+    put(p + Z_AT, z);
+    return true;
+  }
+  LAZ_INLINE bool code_class(C& c, const Step& step, Byte* p) {
+    const uint32_t last = step.last[CLASS_AT];
+    const uint32_t only = LAZ_RETURNS14[p[RETURNS_AT]].position == 3;
+    const uint32_t now = symbol<256>(c, step.context->class_model[(last & 31) << 1 | only], p[CLASS_AT]);
+    put(p + CLASS_AT, uint8_t(now));
+    return now != last;
+  }
+  static uint32_t flag_symbol(uint32_t flags) { return (flags & 15) | (flags >> 2 & 0x30); }
+  LAZ_INLINE bool code_flags(C& c, const Step& step, Byte* p) {
+    const uint32_t last = flag_symbol(step.last[FLAGS_AT]);
+    const uint32_t now = symbol<64>(c, step.context->flags_model[last], flag_symbol(p[FLAGS_AT]));
+    put(p + FLAGS_AT, uint8_t((now & 15) | (p[FLAGS_AT] & CHANNEL_BITS) | (now & 0x30) << 2));
+    return now != last;
+  }
+  LAZ_INLINE bool code_intensity(C& c, const Step& step, Byte* p) {
+    Context& k = *step.context;
+    if (step.fresh) [[unlikely]]
+      k.seed_intensity(step.last);
+    const uint32_t position = LAZ_RETURNS14[p[RETURNS_AT]].position;
+    uint16_t& prediction = k.last_intensity[2 * position + ((step.changed & GPS_TIME) != 0)];
+    prediction =
+        uint16_t(k.intensity_model.code(c, prediction, laz_get<uint16_t>(p + INTENSITY_AT), position));
+    put(p + INTENSITY_AT, prediction);
+    return prediction != laz_get<uint16_t>(step.last + INTENSITY_AT);
+  }
+  LAZ_INLINE bool code_angle(C& c, const Step& step, Byte* p) {
+    const uint16_t last = laz_get<uint16_t>(step.last + ANGLE_AT);
+    const bool changed = (step.changed & SCAN_ANGLE) != 0;
+    uint16_t now = last;
+    if (changed)
+      now = uint16_t(step.context->angle_model.code(c, last, laz_get<uint16_t>(p + ANGLE_AT),
+                                                    (step.changed & GPS_TIME) != 0));
+    put(p + ANGLE_AT, now);
+    return changed;
+  }
+  LAZ_INLINE bool code_user(C& c, const Step& step, Byte* p) {
+    const uint32_t last = step.last[USER_AT];
+    const uint32_t now = symbol<256>(c, step.context->user_model[last >> 2], p[USER_AT]);
+    put(p + USER_AT, uint8_t(now));
+    return now != last;
+  }
+  LAZ_INLINE bool code_source(C& c, const Step& step, Byte* p) {
+    const uint16_t last = laz_get<uint16_t>(step.last + SOURCE_AT);
+    const bool changed = (step.changed & SOURCE_ID) != 0;
+    uint16_t now = last;
+    if (changed)
+      now = uint16_t(step.context->source_model.code(c, last, laz_get<uint16_t>(p + SOURCE_AT), 0));
+    put(p + SOURCE_AT, now);
+    return changed;
+  }
+  LAZ_INLINE bool code_time(C& c, const Step& step, Byte* p) {
+    const uint64_t last = laz_get<uint64_t>(step.last + TIME_AT);
+    const bool changed = (step.changed & GPS_TIME) != 0;
+    GpsSequences<C, false>& times = step.context->times;
+    if (step.fresh) [[unlikely]]
+      times.seed(last);
     if constexpr (C::encoding) {
-      layer.active |= change;
-      return true;
+      if (changed) times.encode(c, laz_get<uint64_t>(p + TIME_AT));
+    } else {
+      laz_put(p + TIME_AT, changed ? times.decode(c) : last);
     }
-    return layer.active;
+    return changed;
+  }
+
+  template <class T>
+  static LAZ_INLINE void put(Byte* at, T value) {  // into records that are decoded
+    if constexpr (!C::encoding) laz_put(at, value);
+  }
+
+  struct Block {  // of points to be coded, and what the first layer tells the others about them
+    Layer<C>* layers;
+    Byte* records;
+    unsigned stride;
+    uint64_t n;
+    Step steps[LAZ_LAYER_BLOCK];
+  };
+
+  // One layer. Where it isn't coded, the field of type T (void: none) at `at` is that of the item before.
+  template <auto Code, class T>
+  LAZ_INLINE void run_layer(Block& block, LayerIndex index, unsigned at) {
+    Layer<C>& layer = block.layers[index];
+    Byte* p = block.records;
+    if (layer.coded()) {
+      C c = layer.coder;
+      bool changed = false;
+      for (uint64_t i = 0; i < block.n; i++, p += block.stride)
+        changed |= (this->*Code)(c, block.steps[i], p);
+      layer.coder = c;
+      if constexpr (C::encoding) layer.active |= changed;
+    } else if constexpr (!C::encoding && !std::is_void_v<T>) {
+      for (uint64_t i = 0; i < block.n; i++, p += block.stride)
+        laz_put(p + at, laz_get<T>(block.steps[i].last + at));
+    }
+  }
+
+  // Two layers, decoded point by point: each waits for its own symbols only.
+  template <auto CodeA, class A, auto CodeB, class B>
+  LAZ_INLINE void run_two(Block& block, LayerIndex index_a, unsigned at_a, LayerIndex index_b,
+                          unsigned at_b) {
+    Layer<C>&layer_a = block.layers[index_a], &layer_b = block.layers[index_b];
+    if (C::encoding || !layer_a.coded() || !layer_b.coded()) {
+      run_layer<CodeA, A>(block, index_a, at_a);
+      run_layer<CodeB, B>(block, index_b, at_b);
+      return;
+    }
+    C a = layer_a.coder, b = layer_b.coder;
+    Byte* p = block.records;
+    for (uint64_t i = 0; i < block.n; i++, p += block.stride) {
+      (this->*CodeA)(a, block.steps[i], p);
+      (this->*CodeB)(b, block.steps[i], p);
+    }
+    layer_a.coder = a;
+    layer_b.coder = b;
+  }
+
+  LAZ_INLINE void run_any(Layer<C>* layers, Byte* records, unsigned stride, uint64_t n, uint8_t* contexts) {
+    using Self = Point14Item;
+    Block block;
+    block.layers = layers;
+    block.records = records;
+    block.stride = stride;
+    block.n = n;
+    C c = layers[RETURNS_XY].coder;
+    for (uint64_t i = 0; i < n; i++) code_returns_xy(c, block.steps[i], records + i * stride, contexts[i]);
+    layers[RETURNS_XY].coder = c;
+    run_two<&Self::code_z, uint32_t, &Self::code_intensity, uint16_t>(block, Z, Z_AT, INTENSITY,
+                                                                      INTENSITY_AT);
+    run_two<&Self::code_class, uint8_t, &Self::code_time, uint64_t>(block, CLASS, CLASS_AT, TIME, TIME_AT);
+    run_layer<&Self::code_flags, void>(block, FLAGS, FLAGS_AT);  // the first layer has copied them
+    run_layer<&Self::code_angle, uint16_t>(block, ANGLE, ANGLE_AT);
+    run_layer<&Self::code_user, uint8_t>(block, USER, USER_AT);
+    run_layer<&Self::code_source, uint16_t>(block, SOURCE, SOURCE_AT);
+    for (unsigned channel = 0; channel < LAZ_NCHANNELS; channel++) {
+      if (!used_[channel] || last_[channel] == contexts_[channel]->last) continue;
+      std::memcpy(contexts_[channel]->last, last_[channel], SIZE);
+      last_[channel] = contexts_[channel]->last;
+    }
+  }
+  LAZ_BIT_INSTRUCTIONS void run_fast(Layer<C>* layers, Byte* records, unsigned stride, uint64_t n,
+                                     uint8_t* contexts) {
+    run_any(layers, records, stride, n, contexts);
+  }
+  void run_plain(Layer<C>* layers, Byte* records, unsigned stride, uint64_t n, uint8_t* contexts) {
+    run_any(layers, records, stride, n, contexts);
   }
 
   bool own_channel_;
   uint32_t generation_ = 0;
   unsigned current_ = 0;
   bool used_[LAZ_NCHANNELS] = {};
+  const uint8_t* last_[LAZ_NCHANNELS] = {};  // the latest item of each channel in use
   std::unique_ptr<Context> contexts_[LAZ_NCHANNELS];
 };
