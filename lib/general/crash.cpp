@@ -23,10 +23,12 @@ constexpr unsigned REPORT_SECONDS = 5;  // a report that takes longer is stuck o
 struct SignalLabel {
   int number;
   const char* label;
+  int code;  // exit value: the same on all systems, whatever number the signal has there
 };
-const SignalLabel labels[] = {{SIGABRT, "ABRT"}, {SIGFPE, "FPE"},   {SIGILL, "ILL"},   {SIGINT, "INT"},
-                              {SIGSEGV, "SEGV"}, {SIGTERM, "TERM"}, {SIGTRAP, "TRAP"}, {SIGQUIT, "QUIT"},
-                              {SIGSYS, "SYS"},   {SIGBUS, "BUS"}};
+const SignalLabel labels[] = {{SIGABRT, "ABRT", 134}, {SIGFPE, "FPE", 136},   {SIGILL, "ILL", 132},
+                              {SIGINT, "INT", 130},   {SIGSEGV, "SEGV", 139}, {SIGTERM, "TERM", 143},
+                              {SIGTRAP, "TRAP", 133}, {SIGQUIT, "QUIT", 131}, {SIGSYS, "SYS", 140},
+                              {SIGBUS, "BUS", 138}};
 
 volatile std::sig_atomic_t exit_value = 1;
 pthread_t reporter;               // the thread of the report, once crashed is set
@@ -101,12 +103,12 @@ void begin_report(int value) {
 }
 
 void on_signal(int number) {
-  begin_report(128 + number);
-  const char* label = "?";
+  SignalLabel signal = {number, "?", 128 + number};
   for (const SignalLabel& s : labels)
-    if (s.number == number) label = s.label;
-  crash_report(label, number);
-  std::exit(128 + number);
+    if (s.number == number) signal = s;
+  begin_report(signal.code);
+  crash_report(signal.label, number);
+  std::exit(signal.code);
 }
 
 void on_terminate() {
@@ -125,6 +127,8 @@ void on_terminate() {
 void install_crash_handlers() {
   std::set_terminate(on_terminate);
   for (const SignalLabel& s : labels) std::signal(s.number, on_signal);
+  // A file over its limit or a console that is gone is a failed write, with its message, not the end.
+  for (const int number : {SIGXFSZ, SIGPIPE}) std::signal(number, SIG_IGN);
   void* frame;
   backtrace(&frame, 1);  // loads the unwinder now, not in a handler
 }

@@ -176,13 +176,13 @@ bool update_check_file(std::string& file, const PathRules& rules) {
   return true;
 }
 
-bool copy_file(const std::string& from, const std::string& to) {
+bool copy_file(const std::string& from, const std::string& to, bool report) {
   if (same_file(from, to)) return true;
   const int64_t size = file_size(from);
-  BufBinFileIn in(BULK_BUFFER);
+  BufBinFileIn in(BULK_BUFFER, report);
   if (!in.open(from)) return false;
   const std::string part = to + ".part";
-  BufBinFileOut out(BULK_BUFFER);
+  BufBinFileOut out(BULK_BUFFER, report);
   bool good = out.open(part, 0);
   std::vector<char> block(BULK_BUFFER);
   for (int64_t left = size; good && left > 0;) {
@@ -196,7 +196,7 @@ bool copy_file(const std::string& from, const std::string& to) {
   return false;
 }
 
-bool copy_files(const std::string& pattern, const std::string& dir) {
+bool copy_files(const std::string& pattern, const std::string& dir, bool report) {
   std::string current;
   if (!current_directory(current)) {
     ERROR_MSG("could not get current directory");
@@ -212,7 +212,7 @@ bool copy_files(const std::string& pattern, const std::string& dir) {
   if (!match_files(pattern, files)) return false;
   bool good = true;
   for (const std::string& file : files)
-    if (!copy_file(file, change_directory(file, dir))) good = false;
+    if (!copy_file(file, change_directory(file, dir), report)) good = false;
   return good;
 }
 

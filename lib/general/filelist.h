@@ -46,8 +46,10 @@ bool has_wildcard(const std::string& name);                                  // 
 // Resolves one name or pattern to one existing file, the first by name with a WARNING when there are more.
 [[nodiscard]] bool update_check_file(std::string& file, const PathRules& rules);
 
-[[nodiscard]] bool copy_file(const std::string& from, const std::string& to);        // appears whole or not at all
-[[nodiscard]] bool copy_files(const std::string& pattern, const std::string& dir);  // none if dir is the source's
+// A copy that appears whole or not at all. report: failures are ERROR lines.
+[[nodiscard]] bool copy_file(const std::string& from, const std::string& to, bool report = true);
+// All files of a pattern into a directory; nothing to do if it is the source's. False when one failed.
+[[nodiscard]] bool copy_files(const std::string& pattern, const std::string& dir, bool report = true);
 
 bool dum_chk_dir_eq(const std::string& a, const std::string& b);  // one directory, by a marker file
 bool dir_writable(const std::string& dir);                        // by creating and removing a file

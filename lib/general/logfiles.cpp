@@ -47,7 +47,7 @@ void open_log(std::ofstream& file, const std::string& path) {
 }
 
 void copy_logs(const std::string& pattern, const std::string& outdir, const std::string& base) {
-  if (!copy_files(pattern, outdir))
+  if (!copy_files(pattern, outdir, false))  // the log is closed: one line on the console tells it
     std::fprintf(stderr, "WARNING: failed to copy logs to output directory, see %s*.log\n", base.c_str());
 }
 }  // namespace

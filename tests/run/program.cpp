@@ -9,7 +9,7 @@
 
 Program::Program() { std::filesystem::copy_file(VELDRUNNER_PATH, base); }
 
-pid_t Program::start(const std::vector<std::string>& args) const {
+pid_t Program::start(const std::vector<std::string>& args, const std::function<void()>& before) const {
   std::vector<char*> argv{const_cast<char*>(base.c_str())};
   for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
   argv.push_back(nullptr);
@@ -18,8 +18,10 @@ pid_t Program::start(const std::vector<std::string>& args) const {
   if (pid != 0) return pid;
   const int flags = O_WRONLY | O_CREAT | O_TRUNC;
   if (chdir(work.path.c_str()) == 0 && dup2(open(out.c_str(), flags, 0600), 1) == 1 &&
-      dup2(open(err.c_str(), flags, 0600), 2) == 2)
+      dup2(open(err.c_str(), flags, 0600), 2) == 2) {
+    if (before) before();
     execv(argv[0], argv.data());
+  }
   _exit(127);
 }
 
@@ -32,7 +34,20 @@ RunOutput Program::finish(pid_t pid) const {
   return result;
 }
 
-RunOutput Program::run(const std::vector<std::string>& args) const { return finish(start(args)); }
+RunOutput Program::run(const std::vector<std::string>& args, const std::function<void()>& before) const {
+  return finish(start(args, before));
+}
+
+bool simulate(const std::string& dir) {
+  static const TempDir once;  // for all tests of the process
+  static const bool good =
+      std::system(
+          (std::string(VELDSIM_PATH) + " -preset tiny -odir " + once.path + " > /dev/null 2>&1").c_str()) ==
+      0;
+  std::error_code failed;
+  std::filesystem::copy(once.path, dir, std::filesystem::copy_options::recursive, failed);
+  return good && !failed;
+}
 
 bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 

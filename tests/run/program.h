@@ -3,6 +3,7 @@
 #pragma once
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,12 +19,16 @@ struct Program {
   TempDir work;  // its current directory
   std::string base = home.path + "/veldrunner";
   Program();
-  RunOutput run(const std::vector<std::string>& args) const;
+  // before: what the process does first, such as limits on itself.
+  RunOutput run(const std::vector<std::string>& args, const std::function<void()>& before = {}) const;
   // Starts it and returns at once; finish() waits for the end.
-  pid_t start(const std::vector<std::string>& args) const;
+  pid_t start(const std::vector<std::string>& args, const std::function<void()>& before = {}) const;
   RunOutput finish(pid_t pid) const;
   std::string log() const { return read_text(base + ".log"); }
 };
+
+// Writes the smallest simulated project into a directory: L01.las to L03.las, traj.out, zone 33.
+bool simulate(const std::string& dir);
 
 bool holds(const std::string& text, const std::string& part);
 // Waits up to ten seconds for a file.

@@ -21,6 +21,14 @@ bool spread(const std::vector<T>& values, const char* what, std::vector<POgroup>
   return true;
 }
 
+void log_mounts(const std::vector<Mount>& mounts) {
+  for (size_t g = 0; g < mounts.size(); g++) {
+    const Mount& m = mounts[g];
+    LOG_LINE("MNT g " << g + 1 << " IMU: " << m.IMU.x << ' ' << m.IMU.y << ' ' << m.IMU.z
+                      << " Bore: " << m.Bore.x << ' ' << m.Bore.y << ' ' << m.Bore.z);
+  }
+}
+
 // Triplets of angles into the mounts: one for all or one per group.
 bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, std::vector<Mount>& mounts,
                    xyz Mount::*field) {
@@ -195,7 +203,9 @@ bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
       }
     if (!triplets) return false;
     const bool ok = spread_angles(o.bore, "Bore", ngrp, prj.mounts, &Mount::Bore);
-    return spread_angles(o.imu, "IMU", ngrp, prj.mounts, &Mount::IMU) && ok;
+    if (!spread_angles(o.imu, "IMU", ngrp, prj.mounts, &Mount::IMU) || !ok) return false;
+    log_mounts(prj.mounts);
+    return true;
   }
   const size_t n = o.mount.size();
   if (n != 1 && n != ngrp) {
@@ -203,7 +213,10 @@ bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
     return false;
   }
   if (n == 1 && ngrp > 1) WARNING_MSG("using mount file " << o.mount[0] << " for all groups");
-  if (read_group_files(o.mount, rules, prj.mounts)) return true;
+  if (read_group_files(o.mount, rules, prj.mounts)) {
+    log_mounts(prj.mounts);
+    return true;
+  }
   ERROR_MSG("missing mount files, cannot proceed");
   return false;
 }

@@ -1,0 +1,196 @@
+// Inputs and places that cannot work: a clear line, exit 1, nothing half written.
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "tests/run/program.h"
+
+namespace {
+template <typename T>
+T get(const std::string& bytes, size_t at) {
+  T value;
+  std::memcpy(&value, bytes.data() + at, sizeof value);
+  return value;
+}
+template <typename T>
+void put(std::string& bytes, size_t at, T value) {
+  std::memcpy(bytes.data() + at, &value, sizeof value);
+}
+
+// Fields of the header of a simulated swath (LAS 1.2, point format 1).
+constexpr size_t AT_POINTS = 96, AT_FORMAT = 104, AT_LENGTH = 105, AT_COUNT = 107, AT_X_OFFSET = 155,
+                 AT_X_MAX = 179;
+
+std::string without_times(const std::string& las) {  // point format 0
+  const size_t start = get<uint32_t>(las, AT_POINTS), length = get<uint16_t>(las, AT_LENGTH);
+  std::string result = las.substr(0, start);
+  put<uint8_t>(result, AT_FORMAT, 0);
+  put<uint16_t>(result, AT_LENGTH, 20);
+  for (size_t at = start; at + length <= las.size(); at += length) result += las.substr(at, 20);
+  return result;
+}
+
+std::string later(std::string las, double seconds) {
+  const size_t start = get<uint32_t>(las, AT_POINTS), length = get<uint16_t>(las, AT_LENGTH);
+  for (size_t at = start; at + length <= las.size(); at += length)
+    put(las, at + 20, get<double>(las, at + 20) + seconds);
+  return las;
+}
+
+std::string moved(std::string las, double metres) {
+  for (const size_t at : {AT_X_OFFSET, AT_X_MAX, AT_X_MAX + 8}) put(las, at, get<double>(las, at) + metres);
+  return las;
+}
+
+std::string without_points(std::string las) {
+  put<uint32_t>(las, AT_COUNT, 0);
+  return las.substr(0, get<uint32_t>(las, AT_POINTS));
+}
+
+struct BadInput : testing::Test {
+  static Program* program;
+  static void SetUpTestSuite() {
+    program = new Program;
+    ASSERT_TRUE(simulate(program->work.path));
+    std::filesystem::create_directory(path("t"));
+    const std::string one = read_text(path("L01.las")), two = read_text(path("L02.las"));
+    write_text(path("notime1.las"), without_times(one));
+    write_text(path("notime2.las"), without_times(two));
+    write_text(path("late1.las"), later(one, 5000));
+    write_text(path("late2.las"), later(two, 5000));
+    write_text(path("far.las"), moved(one, 20000));
+    write_text(path("nopoint.las"), without_points(one));
+    write_text(path("nobyte.las"), "");
+    write_text(path("noise.out"), std::string(1360, 'x'));
+  }
+  static void TearDownTestSuite() { delete program; }
+  static std::string path(const std::string& name) { return program->work.path + "/" + name; }
+  void SetUp() override {
+    std::filesystem::remove_all(path("o"));
+    std::filesystem::create_directory(path("o"));
+  }
+  // Neither swaths nor anything unfinished in the output directory.
+  static void expect_nothing_written() {
+    for (const auto& entry : std::filesystem::directory_iterator(path("o"))) {
+      EXPECT_NE(entry.path().extension(), ".las") << entry.path();
+      EXPECT_NE(entry.path().extension(), ".part") << entry.path();
+    }
+  }
+  static std::vector<std::string> align(const std::vector<std::string>& swaths,
+                                        const std::string& po = "traj.out", const std::string& zone = "33") {
+    std::vector<std::string> args = {"-align", "-utm", zone,      "-po", po,  "-tmpdir", "t", "-nthreads",
+                                     "2",      "-out", "*_c.las", "-C",  "B", "-odir",   "o", "-i"};
+    args.insert(args.end(), swaths.begin(), swaths.end());
+    return args;
+  }
+};
+Program* BadInput::program = nullptr;
+}  // namespace
+
+TEST_F(BadInput, EndsInAClearLine) {
+  const std::string registration = "ERROR: registration or QC failed\n",
+                    correction = "ERROR: correction failed\n";
+  const struct {
+    const char* what;
+    std::vector<std::string> args;
+    std::string err;
+  } cases[] = {
+      {"zone of another part of the world", align({"L01.las", "L02.las"}, "traj.out", "10"),
+       "ERROR: no overlap between LiDAR and trajectory, wrong unit/projection or wrong PO format options\n" +
+           correction},
+      {"swaths apart", align({"far.las", "L02.las"}),
+       "ERROR: no swath bounding box intersection\n" + registration},
+      {"one swath", align({"L01.las"}),
+       "ERROR: registration cannot be done with a single swath\n" + registration},
+      {"no GPS times", align({"notime1.las", "notime2.las"}),
+       "ERROR: no valid data to work with\n" + registration},
+      {"trajectory of another time", align({"late1.las", "late2.las"}), correction},
+      {"no points", align({"nopoint.las", "nobyte.las"}),
+       "ERROR: no valid data to work with\n" + registration},
+      {"bytes that are no trajectory", align({"L01.las", "L02.las"}, "noise.out"), correction},
+      {"pattern without a match", align({"x*.las"}),
+       "ERROR: no match for x*.las in directory ./\nERROR: missing or duplicate input files, cannot "
+       "proceed\n"},
+      {"output over an input",
+       {"-align", "-utm", "33", "-po", "traj.out", "-i", "L0?.las"},
+       "ERROR: output file ./L01.las would overwrite an input file, use -out or -odir\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const RunOutput r = program->run(c.args);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(holds(r.err, c.err)) << r.err;
+    EXPECT_FALSE(exists(program->base + ".lock"));
+    expect_nothing_written();
+  }
+  const RunOutput times = program->run(align({"notime1.las", "notime2.las"}));
+  EXPECT_TRUE(
+      holds(times.err, "WARNING: LAS tiling: missing timestamps (point format 0 or 2), swath notime1.las\n"))
+      << times.err;
+  EXPECT_TRUE(holds(read_text(path("o/_rej.log")), "** S 0 g 1 notime1.las\n"))
+      << "the file says which and why";
+}
+
+// One bad swath among good ones is named and left out.
+TEST_F(BadInput, DoesNotStopTheOthers) {
+  const RunOutput r = program->run(align({"L01.las", "L02.las", "nobyte.las", "nopoint.las"}));
+  EXPECT_EQ(r.code, 0) << r.err;
+  EXPECT_TRUE(holds(r.err, "ERROR: could not tile LiDAR data, nobyte.las\n"));
+  EXPECT_TRUE(holds(r.err, "ERROR: could not tile LiDAR data, nopoint.las\n"));
+  EXPECT_TRUE(exists(path("o/L01_c.las")) && exists(path("o/L02_c.las")));
+  EXPECT_FALSE(exists(path("o/nobyte_c.las")));
+}
+
+// A full disk, as a limit on the size of files: at the first caches, and at the results.
+TEST_F(BadInput, AFullDiskLeavesNothingHalfWritten) {
+  const auto limit = [](rlim_t kb) {
+    return [kb] {
+      const struct rlimit r = {kb * 1024, kb * 1024};
+      setrlimit(RLIMIT_FSIZE, &r);
+    };
+  };
+  std::filesystem::create_directory(path("t2"));
+  std::vector<std::string> args = align({"L01.las", "L02.las"});
+  *std::find(args.begin(), args.end(), "t") = "t2";
+  const RunOutput caches = program->run(args, limit(100));
+  EXPECT_EQ(caches.code, 1);
+  EXPECT_TRUE(holds(caches.err, ": File too large\n") &&
+              holds(caches.err, "ERROR: no valid data to work with\n"))
+      << caches.err;
+  expect_nothing_written();
+  EXPECT_TRUE(std::filesystem::is_empty(path("t2")));
+  const RunOutput results = program->run(align({"L01.las", "L02.las"}), limit(1000));
+  EXPECT_EQ(results.code, 1);
+  EXPECT_TRUE(holds(results.err, "ERROR: write error: File too large, file 'o/L01_c.las'\n")) << results.err;
+  EXPECT_TRUE(holds(results.err, "ERROR: at least one swath correction failed\nERROR: correction failed\n"));
+  expect_nothing_written();
+}
+
+TEST_F(BadInput, DirectoriesThatMayNotBeWritten) {
+  constexpr uid_t NOBODY = 65534;
+  std::filesystem::permissions(program->home.path, std::filesystem::perms::all);
+  std::filesystem::permissions(program->work.path, std::filesystem::perms::all);
+  std::filesystem::create_directory(path("locked"));
+  std::filesystem::permissions(path("locked"),
+                               std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                                   std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+  const auto ordinary = [] {  // a superuser may write everywhere
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(NOBODY) != 0 || setuid(NOBODY) != 0))
+      _exit(126);
+  };
+  const auto directory = [](const char* option, const char* what) {
+    return std::pair(
+        std::vector<std::string>{"-reg", option, "locked", "-i", "L0?.las"},
+        std::string("ERROR: not a valid ") + what + " directory, write permission required: locked/\n");
+  };
+  for (const auto& [args, err] : {directory("-odir", "output"), directory("-tmpdir", "temporary")}) {
+    const RunOutput r = program->run(args, ordinary);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(holds(r.err, err)) << r.err;
+    EXPECT_TRUE(std::filesystem::is_empty(path("locked")));
+  }
+}

@@ -1,0 +1,53 @@
+// A run that is killed: exit value, lock, logs, files.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "tests/run/program.h"
+
+#ifndef VELD_SANITIZED
+TEST(Signals, EachOfTenEndsTheRunWithAReport) {
+  const struct {
+    int number;
+    const char* label;
+    int code;
+  } signals[] = {{SIGABRT, "ABRT 6", 134}, {SIGFPE, "FPE 8", 136},    {SIGILL, "ILL 4", 132},
+                 {SIGINT, "INT 2", 130},   {SIGSEGV, "SEGV 11", 139}, {SIGTERM, "TERM 15", 143},
+                 {SIGTRAP, "TRAP 5", 133}, {SIGQUIT, "QUIT 3", 131},  {SIGSYS, "SYS 31", 140},
+                 {SIGBUS, "BUS 7", 138}};
+  const Program program;
+  const std::string& work = program.work.path;
+  ASSERT_TRUE(simulate(work));
+  for (const auto& s : signals) {
+    SCOPED_TRACE(s.label);
+    for (const char* const dir : {"/t", "/o"}) {
+      std::filesystem::remove_all(work + dir);
+      std::filesystem::create_directory(work + dir);
+    }
+    std::filesystem::remove(program.base + ".log");
+    const pid_t pid = program.start({"-align", "-utm", "33", "-po", "traj.out", "-i", "L*.las", "-tmpdir",
+                                     "t", "-odir", "o", "-out", "*_c.las", "-log_flush", "-nthreads", "1"});
+    for (int i = 0; i < 5000 && !holds(program.log(), "TILING: swaths"); i++) usleep(1000);
+    ASSERT_EQ(kill(pid, s.number), 0);
+    const RunOutput r = program.finish(pid);
+    EXPECT_EQ(r.code, s.code);
+    const std::string heading = std::string("[") + s.label + " - ABNORMAL TERMINATION]\n0  ";
+    EXPECT_TRUE(holds(r.err, heading)) << r.err;
+    EXPECT_TRUE(
+        holds(r.err, "WARNING: logs not copied to output directory, see " + program.base + "*.log\n"));
+    const std::string log = program.log();
+    EXPECT_TRUE(holds(log, "\n" + heading));
+    EXPECT_TRUE(holds(log, "\nEXIT=FAIL\nTOTAL TIME: Clock=") && holds(log, "\nLog ended: ")) << log;
+    EXPECT_TRUE(holds(read_text(program.base + "_b.log"), "\nEXIT_CODE=1\n"));
+    EXPECT_FALSE(exists(program.base + ".lock"));
+    for (const auto& entry : std::filesystem::directory_iterator(work + "/o"))
+      EXPECT_NE(entry.path().extension(), ".las") << entry.path();
+  }
+  // What was left lying about is no obstacle to the next run.
+  const RunOutput r = program.run({"-align", "-utm", "33", "-po", "traj.out", "-i", "L*.las", "-tmpdir", "t",
+                                   "-odir", "o", "-out", "*_c.las"});
+  EXPECT_EQ(r.code, 0) << r.err;
+}
+#endif
