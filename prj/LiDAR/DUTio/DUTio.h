@@ -19,7 +19,6 @@ constexpr double DUT_NOTIME = -2e307;     // Time1 or Time2 of a vertex without 
 constexpr float DUT_NODATA = -9999.0f;    // Z of a vertex without an estimate
 constexpr uint32_t DUT_MAXPAIRS = 65536;  // Pair# is 16 bits wide
 
-#pragma pack(push, 1)
 struct DUTHdr {  // start of ".dut"
   uint32_t magic = DUT_MAGIC;
   uint32_t version = DUT_VERSION;
@@ -40,7 +39,6 @@ struct DUTstr {          // one vertex of one pair
   uint16_t Pair = 0;  // pair number, from 0
   uint8_t pad2[6] = {0, 0, 0, 0, 0, 0};
 };
-#pragma pack(pop)
 static_assert(sizeof(DUTHdr) == 20 && sizeof(DUTstr) == 64);
 
 // True for a record that every reader takes.

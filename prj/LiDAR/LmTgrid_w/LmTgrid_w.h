@@ -19,8 +19,8 @@ constexpr float NODATA = -9999.0f;         // height of a pixel without one
 constexpr int32_t GRID_ZBIAS = 0x753000;   // 7500 m in 1/1024 m
 constexpr uint32_t GRID_ZMASK = 0xFFFFFF;  // bits 0-23: height; 24-28: roughness; 29-31: density
 
-#pragma pack(push, 1)
-struct GridHdr {  // start of ".gmT.idx"; the u16 table gT follows, then a flag byte and 1024 bytes a tile
+struct [[gnu::packed]] GridHdr {  // start of ".gmT.idx"; the u16 table gT follows, then a flag byte and 1024
+                                  // bytes a tile
   uint32_t magic = GridMagic;
   uint32_t version = GridVersion;
   int64_t tstamp = 0;  // modification time of the swath's file, s
@@ -28,7 +28,6 @@ struct GridHdr {  // start of ".gmT.idx"; the u16 table gT follows, then a flag 
   uint32_t dim = 0;    // pixels along the side of a microtile
   uint8_t full = 0;    // 1: gridded everywhere, 0: in the overlaps only
 };
-#pragma pack(pop)
 static_assert(sizeof(GridHdr) == 25);
 
 // The grid of one swath as its index tells it; tile numbers are those of the tile table.

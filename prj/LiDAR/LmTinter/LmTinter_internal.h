@@ -12,8 +12,7 @@
 constexpr uint32_t RegCacheMagic = 0xAC810769;
 constexpr uint32_t RegCacheVersion = 0x3378A;
 
-#pragma pack(push, 1)
-struct RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
+struct [[gnu::packed]] RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
   uint32_t magic = RegCacheMagic;
   uint32_t version = RegCacheVersion;
   uint64_t tstamp1 = 0, tstamp2 = 0;        // time stamps of the two grid indices, ns
@@ -22,7 +21,6 @@ struct RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
   float smaxf = 0, zmin = 0, zmax = 0, regsmax = 0, regs0 = 0;
   uint8_t okreg = 0;
 };
-#pragma pack(pop)
 static_assert(sizeof(RegpairIdx) == 93);
 
 // The record of a pair as it stands now, okreg off. False after an ERROR line when a grid index has no time.

@@ -17,11 +17,14 @@ uint64_t hash_text(const std::string& s) {  // FNV-1a, 64 bits
   return h;
 }
 
-void hash_path(const std::string& path, uint64_t& P, uint64_t& N) {
+struct PathHash {
+  uint64_t P, N;  // of the directory, of the file name
+};
+
+PathHash hash_path(const std::string& path) {
   std::string dir, name;
   split_path(real_path(path), dir, name);
-  P = hash_text(dir);
-  N = hash_text(name);
+  return {hash_text(dir), hash_text(name)};
 }
 
 // Nanoseconds: two gridding runs within a second must differ.
@@ -41,8 +44,15 @@ bool grid_time(const std::string& path, uint64_t& tstamp) {
 bool make_regpair_idx(const std::string& path1, const std::string& path2, const RegLevels& levels,
                       RegpairIdx& idx) {
   idx = RegpairIdx{};
-  hash_path(path1, idx.P1, idx.N1);
-  hash_path(path2, idx.P2, idx.N2);
+  uint64_t tstamp1 = 0, tstamp2 = 0;
+  if (!grid_time(path1, tstamp1) || !grid_time(path2, tstamp2)) return false;
+  const PathHash hash1 = hash_path(path1), hash2 = hash_path(path2);
+  idx.tstamp1 = tstamp1;
+  idx.tstamp2 = tstamp2;
+  idx.P1 = hash1.P;
+  idx.N1 = hash1.N;
+  idx.P2 = hash2.P;
+  idx.N2 = hash2.N;
   idx.js = levels.Jstart;
   idx.je = levels.Jend;
   idx.jreg = J0_REG;
@@ -52,7 +62,7 @@ bool make_regpair_idx(const std::string& path1, const std::string& path2, const 
   idx.zmax = KEEPZmax;
   idx.regsmax = NR_SMAX;
   idx.regs0 = SIGMA0_REG;
-  return grid_time(path1, idx.tstamp1) && grid_time(path2, idx.tstamp2);
+  return true;
 }
 
 std::string regpair_name(const RegpairIdx& idx) {

@@ -10,13 +10,11 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
-#pragma pack(push, 4)
-struct PO {                // one sample, 44 bytes in memory and in caches
-  double t;                // s
+struct [[gnu::packed, gnu::aligned(4)]] PO {  // one sample, 44 bytes in memory and in caches
+  double t;                                   // s
   double x, y, z;          // longitude and latitude in degrees, or easting and northing in m; height in m
   float roll, pitch, yaw;  // degrees; yaw clockwise from north
 };
-#pragma pack(pop)
 static_assert(sizeof(PO) == 44);
 // The fields lie on 4-byte boundaries: take copies of them, no references.
 inline dxyz position(const PO& rec) { return {rec.x, rec.y, rec.z}; }

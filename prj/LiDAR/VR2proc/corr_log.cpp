@@ -152,7 +152,7 @@ bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po) 
     ta.fs << node_line(t, nullptr, T, A, sw);
     PO at;
     // The last node may lie beyond the trajectory that was kept: its position is then that of the end.
-    const double tc = std::clamp(t, po(0).t, po(static_cast<int64_t>(po.size()) - 1).t);
+    const double tc = std::clamp(t, double{po(0).t}, double{po(static_cast<int64_t>(po.size()) - 1).t});
     if (!InterpPO(po, tc, dt, at)) continue;
     const dxyz P{at.x, at.y, at.z};
     pta.fs << node_line(t, &P, T, A, sw);
