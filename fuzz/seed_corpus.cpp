@@ -24,6 +24,34 @@ void put(std::vector<uint8_t>& bytes, size_t at, T value) {
   std::memcpy(bytes.data() + at, &value, sizeof value);
 }
 
+void write(const std::string& harness, const std::string& name, const std::string& text) {
+  write(harness, name, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+// Option files, trees of tags, and small lists; the first byte of options and lists chooses the reader.
+void write_project_texts() {
+  const std::string tree =
+      "<opt soft=\"x\">\n<!-- Input Tree -->\n<flight>\n<input ch=\"0\" bore='1 2 3'>a.las</input>\n"
+      "<input ch=1 split=ud n=2>\na.las\n<map>\n1\n2 2\n</map>\n<bore>\n1 2 3\n4,5,6\n</bore>\n</input>\n"
+      "<po time=6 geo=\"1\" rad=0 att=2 gps_date=2025-03-23 imu=\"180 0 90\" "
+      "parse=txyzwpk>a.las</po>\n</flight>\n"
+      "<ref>*.las</ref>\n<!-- Global Options -->\n[dir=/a/]\nmem = 2048\nname \"a b\"\nshift -1 0 2.5\n"
+      "<!-- Persistent Options -->\nnthreads 3\n</opt>\n";
+  write("tags", "tree", tree);
+  write("tags", "line", std::string("<po a = 1 b='2 3' c=\"x>y\">\n"));
+  write("options", "tagged", "0" + tree);
+  write("options", "persistent",
+        std::string("1# remark\n/ too\n[so]\nmem\t=2048\ni 'a b' \"c=d\" e\n$ /tmp\nmul\nuav\n"));
+  const char* const lists[] = {"0a.las\n\n$/b.las\n/c/d.las\n",
+                               "11 2 3\n4,5,6\n-7 8e1 9\n",
+                               "2\n1\n2\n3\n4\n255 4\n",
+                               "31 2 3 .1 .2 .3 1e-5\n2 3 4 5 6 7\n",
+                               "41 2 3\n4 5 6\n",
+                               "51 2 3\n",
+                               "6a*?.l*s\nab.las"};
+  for (const char* const list : lists) write("lists", std::string(1, list[0]), std::string(list));
+}
+
 // A whole file: header, the LAZ record if there is a scheme, points.
 std::vector<uint8_t> file_of(int format, const LazScheme* scheme, const std::vector<uint8_t>& records,
                              uint64_t n) {
@@ -148,5 +176,6 @@ int main(int argc, char** argv) {
   index.complete();
   write("index", "lax", index.to_bytes());
   write("index", "cut", {full.begin(), full.begin() + 2000});
+  write_project_texts();
   return 0;
 }
