@@ -168,6 +168,7 @@ TEST_F(BadInput, AFullDiskLeavesNothingHalfWritten) {
   EXPECT_TRUE(holds(results.err, "ERROR: write error: File too large, file 'o/L01_c.las'\n")) << results.err;
   EXPECT_TRUE(holds(results.err, "ERROR: at least one swath correction failed\nERROR: correction failed\n"));
   expect_nothing_written();
+  EXPECT_FALSE(exists(path("t/tmp_sw_0_TA.log")));
 }
 
 TEST_F(BadInput, DirectoriesThatMayNotBeWritten) {

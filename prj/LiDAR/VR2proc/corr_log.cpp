@@ -173,6 +173,11 @@ bool merge_log_corr(const Project& prj, const std::vector<int>& swc) {
   return true;
 }
 
+void remove_log_corr(const std::vector<int>& swc) {
+  for (const int sw : swc)
+    for (const char* const suffix : {"_TA.log", "_P_TA.log"}) remove_file(tmp_name(sw, suffix));
+}
+
 bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<int>& swc,
                        const Vector<double>& tmin, const Vector<double>& tmax) {
   uint64_t ntmax = 0;

@@ -16,6 +16,9 @@
 // number of each node in its swath, and deletes them. False after an ERROR line.
 [[nodiscard]] bool merge_log_corr(const Project& prj, const std::vector<int>& swc);
 
+// Deletes the temporary files of swaths whose correction failed.
+void remove_log_corr(const std::vector<int>& swc);
+
 // Writes prj.name + "_TA_stat.log": range, mean, slope and scatter of the drift of each swath, and the
 // totals.
 [[nodiscard]] bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<int>& swc,

@@ -140,7 +140,10 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   std::vector<int> good;
   result.files.assign(prj.swaths.size(), std::string());
   for (size_t c = 0; c < swc.size(); c++) {
-    if (!oks[c]) continue;
+    if (!oks[c]) {
+      remove_log_corr({swc[c]});
+      continue;
+    }
     good.push_back(swc[c]);
     if (par.CORR) result.files[static_cast<size_t>(swc[c])] = names[c];
   }

@@ -1,4 +1,6 @@
 // The sequences by command: scan, registration, inversion and correction, in one or two steps.
+#include <algorithm>
+
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/tuning.h"
@@ -31,6 +33,13 @@ bool prepare_correction(const Run& run, std::string& dut) {
   if (!run.cmd.inv_corr) return true;
   CorrParam corr;
   const bool ok = fill_corr_param(o, dut, corr);
+  const InvParam& i = corr.inv;
+  const bool calibrates = i.Fx || i.Fy || i.Fz || i.Fw || i.Fp || i.Fk ||
+                          std::any_of(i.FE, i.FE + N_INTERNAL, [](bool f) { return f; });
+  if (ok && calibrates && o.calib_param.empty())
+    WARNING_MSG(
+        "no initial geometric calibration file specified, output will be calibration corrections, not "
+        "update");
   if (ok && corr.CORR) show_output_name(corr.out, o);
   const std::vector<std::string>& arg = run.cmd.calib ? o.calib : o.corr;
   return (run.cmd.reg || arg.empty() || find_DUT(arg[0], run.cl.in.rules, dut)) && ok;
