@@ -194,4 +194,10 @@ TEST_F(BadInput, DirectoriesThatMayNotBeWritten) {
     EXPECT_TRUE(holds(r.err, err)) << r.err;
     EXPECT_TRUE(std::filesystem::is_empty(path("locked")));
   }
+  std::filesystem::permissions(path("locked"), std::filesystem::perms::owner_exec);
+  const RunOutput r = program->run({"-reg", "-idir", "locked", "-i", "L0?.las"}, ordinary);
+  EXPECT_EQ(r.code, 1);
+  EXPECT_TRUE(holds(r.err, "ERROR: not a valid input directory, read permission required: locked/\n"))
+      << r.err;
+  std::filesystem::permissions(path("locked"), std::filesystem::perms::owner_all);
 }

@@ -139,13 +139,65 @@ TEST(ProjectInputs, ASavedOptionFileGivesTheSameRun) {
   EXPECT_TRUE(holds(again, "large\nname \"n 1\"\ndz_range 0.25\n$ ref\n")) << again;
 }
 
-TEST(ProjectInputs, SuffixesOfTheConsoleLine) {
+// What is said without being a mistake.
+TEST(ProjectInputs, NotesOnTheConsole) {
   const Program program;
-  write_text(program.work.path + "/a.las", "x");
-  write_text(program.work.path + "/t.out", "x");
-  const RunOutput r = program.run({"-align", "-i", "a.las", "-po", "t.out", "-out", "p_*_c.LAZ", "-olax"});
-  EXPECT_TRUE(holds(r.out, "\nLiDAR output: 'p_*_c.laz' + LAX\n")) << r.out;
-  EXPECT_TRUE(holds(r.out, "calibration parameter string: using default B23456\n"));
+  for (const char* const name : {"a.las", "b.las", "t.out", "u.out"})
+    write_text(program.work.path + "/" + name, "x");
+  const RunOutput r = program.run({"-align", "-i",   "a.las",     "-i",    "b.las",  "-po", "t.out", "-po",
+                                   "u.out",  "-out", "p_*_c.LAZ", "-olax", "-imu",   "1",   "2",     "3",
+                                   "-bore",  "0",    "0",         "0",     "-DEBUG", "7"});
+  for (const char* const line : {"Debug 7\n", "\nLiDAR output: 'p_*_c.laz' + LAX\n",
+                                 "calibration parameter string: using default B23456\n",
+                                 "using the 3 specified Bore rot angles for all groups\n",
+                                 "using the 3 specified IMU rot angles for all groups\n"})
+    EXPECT_TRUE(holds(r.out, line)) << r.out;
+  EXPECT_TRUE(holds(r.err,
+                    "WARNING: no initial geometric calibration file specified, output will be calibration "
+                    "corrections, not update\n"));
+  write_text(program.work.path + "/m.txt", "1\n2\n");
+  write_text(program.work.path + "/f.xml",
+             "<flight>\n<input split=ch n=2>\na.las\n<map file=m.txt></map>\n<bore>\n1 2 3\n4 5 "
+             "6\n</bore>\n</input>\n"
+             "</flight>\n");
+  const RunOutput tree = program.run({"-opt", "f.xml"});
+  for (const char* const line : {"Parsing tagged input parameter file, 12 option lines\n",
+                                 "reading <map> file for split input/channel #1\n",
+                                 "parsing <bore> list for split input/channel #1\n"})
+    EXPECT_TRUE(holds(tree.out, line)) << tree.out;
+  EXPECT_TRUE(holds(program.log(), "| SPLIT GRP 1 type ch n 2\n"));
+  EXPECT_TRUE(holds(program.log(), "|   bore 4.000 5.000 6.000\n"));
+  EXPECT_TRUE(holds(program.log(), "|    map 1 -> 2\n"));
+}
+
+TEST(ProjectInputs, ProgressInAFileOrNotAtAll) {
+  const Program file, none;
+  const pid_t first = file.start({"-testgui", "-progress", "2"}),
+              second = none.start({"-testgui", "-progress", "0"});
+  const std::string path = file.base + "_gui.prog";
+  ASSERT_TRUE(wait_for(path));
+  EXPECT_EQ(file.finish(first).code, 0);
+  EXPECT_EQ(read_text(path).substr(0, 11), "dthird step");
+  const RunOutput quiet = none.finish(second);
+  EXPECT_FALSE(holds(quiet.out, "step")) << quiet.out;
+  EXPECT_FALSE(exists(none.base + "_gui.prog"));
+}
+
+TEST(ProjectInputs, OldLogsGoOnRequest) {
+  const Program program;
+  const auto nlogs = [&program] {
+    int n = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(program.home.path))
+      n += entry.path().extension() == ".log";
+    return n;
+  };
+  program.run({"-version"});
+  EXPECT_EQ(nlogs(), 2);
+  program.run({"-version"});
+  EXPECT_EQ(nlogs(), 4);
+  program.run({"-version", "-clear_log"});
+  EXPECT_EQ(nlogs(), 2);
+  EXPECT_TRUE(holds(program.log(), "Deleted " + program.base + ".*.log ")) << program.log();
 }
 
 // A reference of true coordinates takes the whole block to its place.
@@ -156,7 +208,7 @@ TEST(ProjectInputs, OneStripAsReference) {
   for (const char* const dir : {"/t", "/o"}) std::filesystem::create_directory(work + dir);
   std::string far = read_text(work + "/truth/L01.las");
   for (const int at : {155, 179, 187}) {  // offset and box of x
-    double x;
+    double x = 0;
     far.copy(reinterpret_cast<char*>(&x), sizeof x, static_cast<size_t>(at));
     x += 30000;
     far.replace(static_cast<size_t>(at), sizeof x, reinterpret_cast<const char*>(&x), sizeof x);

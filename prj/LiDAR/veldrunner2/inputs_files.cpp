@@ -32,7 +32,7 @@ bool get_exclusions(const Options& o, const PathRules& rules, FileList& excl) {
 // The directory with its "/"; tests that it can be used.
 bool usable_dir(std::string& dir, bool writable, const char* kind) {
   dir = with_slash(dir.empty() ? "." : dir);
-  if (is_directory(dir) && (!writable || dir_writable(dir))) return true;
+  if (writable ? dir_writable(dir) : dir_readable(dir)) return true;
   ERROR_MSG("not a valid " << kind << " directory, " << (writable ? "write" : "read")
                            << " permission required: " << dir);
   return false;
