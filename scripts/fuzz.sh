@@ -7,12 +7,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-480}
 shift || true
-harnesses=${*:-header vlrs reader text index chunk_table pointwise layered}
+harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists}
 # shellcheck disable=SC2086
 each=$((seconds / $(wc -w <<<"$harnesses")))
 build=${FUZZ_BUILD:-build/fuzz}
 cmake -S fuzz -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=None >/dev/null
-nice cmake --build "$build" -j"${JOBS:-2}"
+# shellcheck disable=SC2086
+cmake --build "$build" -j"${JOBS:-2}" --target seed_corpus $(printf 'fuzz_%s ' $harnesses)
 rm -rf "$build/seeds"
 "$build/seed_corpus" "$build/seeds"
 
@@ -20,7 +21,7 @@ failed=0
 for name in $harnesses; do
   mkdir -p "$build/corpus/$name"
   log=$build/$name.log
-  if nice -n 10 "$build/fuzz_$name" "$build/corpus/$name" "$build/seeds/$name" -max_total_time="$((each > 0 ? each : 1))" \
+  if "$build/fuzz_$name" "$build/corpus/$name" "$build/seeds/$name" -max_total_time="$((each > 0 ? each : 1))" \
       -timeout=20 -rss_limit_mb=1500 -malloc_limit_mb=300 -max_len=20000 -artifact_prefix="$build/crash_${name}_" \
       -print_final_stats=1 -close_fd_mask=3 >"$log" 2>&1; then
     result=clean
