@@ -134,8 +134,8 @@ int main(int argc, char** argv) {
   const std::string many =
       "xyztiarncupdeRGBs\n1 2 3 4 5 -6 1 2 3 4 5 0 1 100 200 300 skip\n+1e3 .5 -0.5 1e9 70000 200 9 9 99 999 "
       "99999 1 1 1 1 70000 x\n";
-  write("text", "xyzt", {text.begin(), text.end()});
-  write("text", "all", {many.begin(), many.end()});
+  write("text", "xyzt", text);
+  write("text", "all", many);
 
   LASheader header;  // records of all kinds that the header reads
   const std::string wkt = "PROJCS[\"made\",GEOGCS[\"made\"]]";
@@ -175,7 +175,7 @@ int main(int argc, char** argv) {
   const std::vector<uint8_t> full = index.to_bytes();
   index.complete();
   write("index", "lax", index.to_bytes());
-  write("index", "cut", {full.begin(), full.begin() + 2000});
+  write("index", "cut", std::vector<uint8_t>(full.begin(), full.begin() + 2000));
   write_project_texts();
   return 0;
 }
