@@ -128,7 +128,7 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
 }
 
 bool update_file_list_lof(FileList& list, const FileList& excl, const std::string& lof, int idx,
-                          bool dup_error, const PathRules& rules) {
+                          bool dup_error, const PathRules& rules, bool patterns) {
   LOG_ENTER("update_file_list '" << lof << "' idx=" << idx << " IL=1 DUP=" << dup_error
                                  << " flist.size()=" << list.size() << " excl.size()=" << excl.size());
   const std::string path = complete_path(lof, rules);
@@ -143,6 +143,10 @@ bool update_file_list_lof(FileList& list, const FileList& excl, const std::strin
   while (in.getline(line)) {
     if (line.empty()) continue;
     nfound++;
+    if (patterns && has_wildcard(line)) {
+      if (!update_file_list(list, excl, line, idx, dup_error, rules)) good = false;
+      continue;
+    }
     const std::string file = complete_path(line, rules);
     if (excl.contains(file)) continue;  // a list may name more than is wanted
     if (!add_named_file(list, excl, file, idx, dup_error)) good = false;

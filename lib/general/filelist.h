@@ -33,15 +33,15 @@ bool has_wildcard(const std::string& name);                                  // 
 // False after an ERROR line when the directory cannot be read; no match is no error.
 [[nodiscard]] bool match_files(const std::string& pattern, std::vector<std::string>& files);
 
-// Adds the files that a pattern names, with the given index. Files of excl are left out. With dup_error a named
-// file that is listed already is an error, and so is a pattern all of whose files are. False after an ERROR line:
-// nothing found, directory unreadable, everything excluded, duplicate.
+// Adds the files that a pattern names, with the given index. Files of excl are left out. With dup_error a
+// named file that is listed already is an error, and so is a pattern all of whose files are. False after an
+// ERROR line: nothing found, directory unreadable, everything excluded, duplicate.
 [[nodiscard]] bool update_file_list(FileList& list, const FileList& excl, const std::string& pattern, int idx,
                                     bool dup_error, const PathRules& rules);
 
-// The same for a text file with one file name a line.
+// The same for a text file with one file name a line, or with patterns one pattern.
 [[nodiscard]] bool update_file_list_lof(FileList& list, const FileList& excl, const std::string& lof, int idx,
-                                        bool dup_error, const PathRules& rules);
+                                        bool dup_error, const PathRules& rules, bool patterns = false);
 
 // Resolves one name or pattern to one existing file, the first by name with a WARNING when there are more.
 [[nodiscard]] bool update_check_file(std::string& file, const PathRules& rules);

@@ -91,9 +91,10 @@ TEST(ProjectInputs, TaggedTreeAndCommandLineGiveTheSameLists) {
   // By lists of files, with what is too much left out.
   write_text(program.work.path + "/c1.lst", "f1_c1_1.las\n\nf1_c1_2.las\n");
   write_text(program.work.path + "/f1.lst", "f1.out\n");
+  write_text(program.work.path + "/e.lst", "f2_c1*\nr1.las\n");
   program.run({"-reg", "-i", "f1_c0_*.las", "-l", "c1.lst", "-i", "f2_*.las", "-ref_list", "c1.lst",
-               "-po_list", "f1.lst", "-e", "f2_c1*"});
-  EXPECT_TRUE(holds(lists_of(program.log()), "| EXCL f2_c1_1.las\n"));
+               "-po_list", "f1.lst", "-exclude_list", "e.lst"});
+  EXPECT_TRUE(holds(lists_of(program.log()), "| EXCL f2_c1_1.las\n| EXCL r1.las\n"));
   program.run({"-reg", "-i", "f1_c0_*.las", "-l", "c1.lst", "-i", "f2_*.las", "-ref_list", "c1.lst"});
   EXPECT_TRUE(holds(program.log(), "ERROR: duplicate file f1_c1_1.las\n"));
 }

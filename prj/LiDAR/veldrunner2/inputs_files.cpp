@@ -23,7 +23,7 @@ bool get_exclusions(const Options& o, const PathRules& rules, FileList& excl) {
   for (const std::string& pattern : o.exclude)
     ok = update_file_list(excl, {}, pattern, 0, false, rules) && ok;
   for (const std::string& list : o.exclude_list)
-    ok = update_file_list_lof(excl, {}, list, 0, false, rules) && ok;
+    ok = update_file_list_lof(excl, {}, list, 0, false, rules, true) && ok;
   if (!ok) ERROR_MSG("missing or duplicate excluded files, cannot proceed");
   for (const std::string& file : excl.name) LOG_LINE("EXCL " << file);
   return ok;

@@ -1,8 +1,8 @@
 // prj/LiDAR/veldrunner2/tag_tree.h
 // The inputs of a project given as a tree of tags: flights with their inputs (channels) and trajectories, and
-// reference swaths. Here:     from the tags to the same groups and per-group values that options give.
-// Not here: reading of tagged files (lib/optparser/opttags.h), expansion of patterns into the project
-// (inputs.h).
+// reference swaths.
+// Here:     from the tags to the same groups and per-group values that options give.
+// Not here: reading of tagged files (opttags.h), expansion of patterns into the project (inputs.h).
 #pragma once
 #include <string>
 #include <vector>

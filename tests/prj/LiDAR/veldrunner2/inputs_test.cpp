@@ -1,6 +1,7 @@
 #include "prj/LiDAR/veldrunner2/inputs.h"
 
 #include "prj/LiDAR/tuning.h"
+#include "prj/LiDAR/veldrunner2/align2.h"
 #include "tests/prj/LiDAR/veldrunner2/read_support.h"
 #include "tests/support/temp_dir.h"
 
@@ -156,6 +157,71 @@ TEST_F(InputsTest, MountsByFilesOrAngles) {
             std::string::npos);
   EXPECT_NE(mounts({"-po", "t.out", "-mount", "absent.txt"}).find("missing mount files, cannot proceed"),
             std::string::npos);
+}
+
+TEST_F(InputsTest, ManualCorrectionsOfEachGroup) {
+  write_text(dir.path + "/s1.txt", "0.1 0.2 0.3");
+  write_text(dir.path + "/s2.txt", "# no number\n");
+  write_text(dir.path + "/c.txt", "1 2 3\n0.5 1 -1\n1 2 3 4 5 6 7\n");
+  const auto manual = [this](const std::vector<std::string>& args) {
+    return run(args, [this](ReadResult& r) {
+      prj.nmgrp = 2;
+      return get_shift_calib_files(r.cl.o, r.cl.in.rules, prj);
+    });
+  };
+  EXPECT_EQ(manual({"-shift_corr", "s1.txt", "-calib_corr", "c.txt", "c.txt"}),
+            "WARNING: using shift file s1.txt for all groups\n");
+  ASSERT_TRUE(ok);
+  ASSERT_EQ(prj.shifts.size(), 2u);
+  EXPECT_EQ(prj.shifts[1].S.z, 0.3f);
+  ASSERT_EQ(prj.calibs.size(), 2u);
+  EXPECT_EQ(prj.calibs[1].L.y, 2);
+  EXPECT_FLOAT_EQ(prj.calibs[1].B.z, -0.01745329f);
+  EXPECT_EQ(prj.calibs[1].I(6), 7);
+  EXPECT_EQ(manual({"-shift_corr", "s2.txt", "s1.txt", "-calib_corr", "x.txt", "c.txt"}),
+            "ERROR: no 3D shift vector found in file " + dir.path +
+                "/s2.txt\nERROR: missing shift files, cannot proceed\nERROR: could not find file " +
+                dir.path + "/x.txt\nERROR: missing calibration files, cannot proceed\n");
+  EXPECT_FALSE(ok);
+  EXPECT_EQ(manual({"-utm", "3"}), "");
+  EXPECT_TRUE(ok && prj.shifts.empty() && prj.calibs.empty());
+}
+
+TEST(InputsAlign2, TheSecondStepReadsWhatTheFirstWrote) {
+  Options o;
+  o.align2 = true;
+  o.odir_1 = "one/";
+  o.nil = true;
+  o.out = "*_c.las";
+  o.dz_range = 1, o.dz_range_1 = 0.5f;
+  OUTDIR = "two/";
+  const Options first = align2_options(o, 0), second = align2_options(o, 1);
+  EXPECT_EQ(first.odir, "one/");
+  EXPECT_EQ(first.dz_range, 0.5f);
+  EXPECT_FALSE(first.nil);
+  EXPECT_EQ(second.odir, "two/");
+  EXPECT_EQ(second.dz_range, 1.0f);
+  EXPECT_TRUE(second.nil);
+  EXPECT_EQ(second.out, "*") << "the names of the first step stand";
+
+  Project prj;
+  prj.swaths = {{"a", 1, 0, 0, false, true},
+                {"b", 2, 1, 1, false, true},
+                {"c", 2, 1, 2, false, true},
+                {"r", 0, 0, 3, true, true}};
+  ASSERT_TRUE(align2_proc_fxnames(0, {}, prj));
+  EXPECT_EQ(prj.swaths.size(), 4u);
+  ASSERT_TRUE(align2_proc_fxnames(1, {"", "one/b", "one/c", ""}, prj));
+  ASSERT_EQ(prj.swaths.size(), 3u);
+  EXPECT_EQ(prj.swaths[0].path, "one/b");
+  EXPECT_EQ(prj.swaths[0].group, 2);
+  EXPECT_EQ(prj.swaths[1].channel, 1);
+  EXPECT_EQ(prj.swaths[2].path, "r");
+  EXPECT_TRUE(prj.swaths[2].fixed);
+  EXPECT_EQ(errors_of([&] {
+              EXPECT_FALSE(align2_proc_fxnames(1, {"", "", ""}, prj));
+            }),
+            "ERROR: no corrected swath to work with in alignment step 2\n");
 }
 
 TEST(InputsClasses, DropKeepAndGround) {
