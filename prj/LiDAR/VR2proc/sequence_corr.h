@@ -25,12 +25,12 @@ struct CorrParam {
   bool CGM = false;  // cancel the mean correction (-mean)
   bool CD = true;    // cancel the flat effect of range bias and scale (-d_dz)
   // Output.
-  bool CORR = true;  // write corrected files (off with -nil and -calib)
-  OutputName out;    // name pattern (-out)
-  std::string odir;  // output directory with its "/"
+  bool CORR = true;         // write corrected files (off with -nil and -calib)
+  OutputName out;           // name pattern (-out)
+  std::string odir;         // output directory with its "/"
   bool lax = false;         // write a spatial index of each corrected file (-olax)
   bool lax_append = false;  // at the end of the file itself if that is a LAZ (-lax_append)
-  int nthreads = 1;  // swaths corrected at once
+  int nthreads = 1;         // swaths corrected at once
 };
 
 struct CorrResult {
