@@ -58,6 +58,7 @@ bool LASwriter::flush() {
 }
 
 bool LASwriter::write_raw_records(const uint8_t* records, uint64_t n) {
+  if (n == 0) return !failed_;  // `records` may be null
   const uint64_t bytes = n * static_cast<uint64_t>(reclen_);
   if (bytes <= static_cast<uint64_t>(block_end_ - fill_)) {
     std::memcpy(fill_, records, bytes);
