@@ -59,7 +59,7 @@ TEST(GaussLBP1D, EdgesOfTheChain) {
   EXPECT_FLOAT_EQ(h(0), 3.0f);
   Vector<float> none_h, none_J;
   pass_mess_GLBP(none_h, none_J);
-  EXPECT_DEATH(pass_mess_GLBP(h, none_J), "mJ.size\\(\\) == h.size\\(\\)");
+  EXPECT_DEATH(pass_mess_GLBP(h, none_J), "mJ.size\\(\\)==h.size\\(\\)");
 }
 
 TEST(GaussLBP1D, ImageHolesAreClosedSmoothly) {
