@@ -66,7 +66,7 @@ TEST(OptNLCG, StopsAtOnceWithoutSlopeAndRefusesWrongSizes) {
   const NLCGresult r = OptNLCG(x, flat, {1.0f}, {0.001f}, 100, work);
   EXPECT_EQ(r.niter, 0);
   EXPECT_FALSE(r.div);
-  EXPECT_DEATH(OptNLCG(x, flat, {1.0f, 1.0f}, {0.001f}, 100, work), "dimwild == dim || dimwild == 1");
-  EXPECT_DEATH(OptNLCG(x, flat, {1.0f}, {0.001f, 1.0f}, 100, work), "dimprec == dim || dimprec == 1");
+  EXPECT_DEATH(OptNLCG(x, flat, {1.0f, 1.0f}, {0.001f}, 100, work), "dimwild==dim \\|\\| dimwild==1");
+  EXPECT_DEATH(OptNLCG(x, flat, {1.0f}, {0.001f, 1.0f}, 100, work), "dimprec==dim \\|\\| dimprec==1");
 }
 }  // namespace
