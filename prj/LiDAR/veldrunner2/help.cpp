@@ -5,6 +5,7 @@
 
 #include "prj/LiDAR/veldrunner2/identity.h"
 #include "prj/LiDAR/veldrunner2/option_text.h"
+#include "prj/LiDAR/veldrunner2/rules.h"
 
 namespace {
 constexpr size_t NAME_COLUMN = 22;  // width of the names
@@ -23,6 +24,7 @@ std::string row_text(const OptRow& row) {
   text.resize(std::max(NAME_COLUMN, text.size()), ' ');
   text += std::string(" ") + row.meaning + " (" + argument_text(row);
   if (row.deflt[0] != '\0') text += std::string("; default ") + row.deflt;
+  if (!is_available(row.name)) text += "; not available yet";
   return text + ")\n";
 }
 }  // namespace

@@ -4,6 +4,7 @@
 #include "prj/LiDAR/veldrunner2/identity.h"
 #include "prj/LiDAR/veldrunner2/manual.h"
 #include "prj/LiDAR/veldrunner2/option_text.h"
+#include "prj/LiDAR/veldrunner2/rules.h"
 
 namespace {
 // Text as roff shows it: dashes stay dashes, and nothing at the start of a line is a request.
@@ -36,6 +37,7 @@ std::string option_item(const OptRow& row) {
   std::string text = row.meaning;
   text += ".\n" + argument_text(row);
   if (row.deflt[0] != '\0') text += std::string("; default ") + row.deflt;
+  if (!is_available(row.name)) text += "; not available yet";
   return item(names_text(row), text + ".");
 }
 

@@ -121,6 +121,11 @@ const Missing MISSING[] = {
 #undef TEXT
 }  // namespace
 
+bool is_available(const std::string& option) {
+  return std::none_of(std::begin(MISSING), std::end(MISSING),
+                      [&](const Missing& m) { return option == m.option; });
+}
+
 void derive_defaults(Options& o, const GivenSet& given) {
   const auto absent = [&](const char* name) { return given.count(name) == 0; };
   if (o.scan) {

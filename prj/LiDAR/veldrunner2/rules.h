@@ -17,3 +17,4 @@ void derive_defaults(Options& o, const GivenSet& given);
 [[nodiscard]] bool check_exclusions(const Options& o, const GivenSet& given, bool all_read = true);
 // False after an ERROR line per option whose work this version does not do.
 [[nodiscard]] bool check_available(const Options& o, const GivenSet& given);
+bool is_available(const std::string& option);  // by its long name
