@@ -16,7 +16,7 @@ namespace {
 constexpr uint64_t MADE_POINTS = 500000, LEAST_SAMPLE_POINTS = 50000;
 
 struct Input {
-  LazScheme scheme;
+  LASzip scheme;
   uint64_t n = 0, length = 0;
   std::vector<uint8_t> records;
   std::vector<std::vector<uint8_t>> chunks;  // encoded
@@ -84,7 +84,7 @@ Input made_input(int format) {
   in.records = made_records(format, 0, MADE_POINTS, Flight::smooth, 1);
   in.n = MADE_POINTS;
   in.length = in.records.size() / in.n;
-  if (default_laz_scheme(format, uint32_t(in.length), in.scheme, in.error)) in.error.clear();
+  if (in.scheme.setup(format, uint32_t(in.length), in.error)) in.error.clear();
   return in;
 }
 
@@ -129,7 +129,7 @@ Input sample_input(const std::string& name, int format) {
   } else {
     format = file.format;
   }
-  if (default_laz_scheme(format, uint32_t(in.length), in.scheme, in.error)) in.error.clear();
+  if (in.scheme.setup(format, uint32_t(in.length), in.error)) in.error.clear();
   return in;
 }
 

@@ -20,7 +20,9 @@ endif()
 # -Wrestrict has false alarms on std::string in this compiler version.
 add_compile_options(-Wall -Wextra -Wshadow -Wpedantic -Werror -Wno-restrict -ffp-contract=off -fno-math-errno)
 if(VELD_SANITIZE)
-  add_compile_options(-fsanitize=${VELD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  # The compiler's own documents tell of false -Wmaybe-uninitialized alarms under sanitizers.
+  add_compile_options(-fsanitize=${VELD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
+                      -Wno-maybe-uninitialized)
   add_link_options(-fsanitize=${VELD_SANITIZE})
   add_compile_definitions(VELD_SANITIZED)
 endif()

@@ -6,10 +6,10 @@
 #include "las/laz_chunks.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
-  LazScheme scheme;
+  LASzip scheme;
   std::string error;
   parse_laz_vlr(bytes, nbytes, scheme, error) ? void(make_laz_vlr(scheme)) : void();
-  if (nbytes < 8 || !default_laz_scheme(bytes[0] % 11, 80, scheme, error)) return 0;
+  if (nbytes < 8 || !scheme.setup(bytes[0] % 11, 80, error)) return 0;
   if (bytes[1] & 1) scheme.chunk_size = LAZ_VARIABLE;
   const uint8_t* file = bytes + 8;
   const uint64_t size = nbytes - 8;

@@ -8,7 +8,7 @@
 
 #include "las/laz_codec.h"
 
-inline void fuzz_decoders(const LazScheme& scheme, uint64_t npoints, const uint8_t* bytes, size_t nbytes) {
+inline void fuzz_decoders(const LASzip& scheme, uint64_t npoints, const uint8_t* bytes, size_t nbytes) {
   std::string error;
   const uint64_t length = scheme.record_length();
   std::vector<uint8_t> whole(npoints * length), parts(npoints * length);

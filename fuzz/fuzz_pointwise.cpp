@@ -6,9 +6,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   if (nbytes < 4) return 0;
   static const uint32_t base[6] = {20, 28, 26, 34, 57, 63};
   const int format = bytes[0] % 6;
-  LazScheme scheme;
+  LASzip scheme;
   std::string error;
-  if (!default_laz_scheme(format, base[format] + bytes[1] % 4, scheme, error)) return 0;
+  if (!scheme.setup(format, base[format] + bytes[1] % 4, error)) return 0;
   if (bytes[1] & 0x80)
     for (LazItem& item : scheme.items) item.version = 1;
   if (bytes[1] & 0x40) scheme.compressor = LazCompressor::pointwise;

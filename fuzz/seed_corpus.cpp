@@ -53,7 +53,7 @@ void write_project_texts() {
 }
 
 // A whole file: header, the LAZ record if there is a scheme, points.
-std::vector<uint8_t> file_of(int format, const LazScheme* scheme, const std::vector<uint8_t>& records,
+std::vector<uint8_t> file_of(int format, const LASzip* scheme, const std::vector<uint8_t>& records,
                              uint64_t n) {
   const uint16_t header_size = format >= 6 ? 375 : 227;
   std::vector<uint8_t> file(header_size);
@@ -107,9 +107,9 @@ int main(int argc, char** argv) {
     for (const uint32_t nextra : {0u, 3u}) {
       const uint64_t n = 60;
       const std::vector<uint8_t> records = made_records(format, nextra, n, Flight::smooth, 1);
-      LazScheme scheme;
+      LASzip scheme;
       std::string error;
-      if (!default_laz_scheme(format, uint32_t(records.size() / n), scheme, error)) return 1;
+      if (!scheme.setup(format, uint32_t(records.size() / n), error)) return 1;
       const std::string name = "pf" + std::to_string(format) + "_eb" + std::to_string(nextra);
       LazEncoder encoder;
       std::vector<uint8_t> chunk;
@@ -142,13 +142,12 @@ int main(int argc, char** argv) {
   std::vector<uint8_t> extra(2 * 192);
   extra[2] = 3, extra[3] = 24, extra[192 + 2] = 10;
   const std::vector<uint8_t> geokeys = {1, 0, 1, 0, 0, 0, 1, 0, 0, 4, 0, 0, 1, 0, 1, 0};
-  LazScheme laz;
+  LASzip laz;
   std::string error;
   if (!header.add_vlr("LASF_Projection", 2112, wkt.data(), wkt.size() + 1, "wkt") ||
       !header.add_vlr("LASF_Spec", 4, extra.data(), extra.size(), "extra") ||
       !header.add_vlr("LASF_Projection", 34735, geokeys.data(), geokeys.size()) ||
-      !header.add_vlr("Tarnwick", 4001, extra.data(), 32, "PROCESSING") ||
-      !default_laz_scheme(0, 45, laz, error))
+      !header.add_vlr("Tarnwick", 4001, extra.data(), 32, "PROCESSING") || !laz.setup(0, 45, error))
     return 1;
   for (const bool coded : {false, true}) {
     std::vector<uint8_t> records = las_vlr_bytes(header, coded ? &laz : nullptr);

@@ -24,7 +24,7 @@ class ChunkSource : public PointSource {
         reclen_(reclen),
         ring_([this](Slot& slot, int thread) { decode(slot, thread); }, threaded) {}
 
-  bool open(const LazScheme& scheme, uint32_t fields, std::string& error) {
+  bool open(const LASzip& scheme, uint32_t fields, std::string& error) {
     layered_ = scheme.layered();
     decoders_.resize(static_cast<size_t>(ring_.nthreads()));
     for (LazDecoder& decoder : decoders_)
@@ -141,7 +141,7 @@ class ChunkSource : public PointSource {
 // Points decoded one after the other, their chunks being unknown.
 class StreamSource : public PointSource {
  public:
-  StreamSource(std::shared_ptr<LasInFile> file, const LASheader& header, const LazScheme& scheme)
+  StreamSource(std::shared_ptr<LasInFile> file, const LASheader& header, const LASzip& scheme)
       : file_(std::move(file)),
         scheme_(scheme),
         start_(header.offset_to_point_data + (scheme.chunked() ? 8 : 0)),
@@ -183,7 +183,7 @@ class StreamSource : public PointSource {
   }
 
   std::shared_ptr<LasInFile> file_;
-  LazScheme scheme_;
+  LASzip scheme_;
   uint64_t start_, npoints_;
   LazStreamDecoder decoder_;
   std::vector<uint8_t> block_;
@@ -191,7 +191,7 @@ class StreamSource : public PointSource {
 
 class LazSink : public PointSink {
  public:
-  LazSink(LasOutFile& file, const LASheader& header, const LazScheme& scheme)
+  LazSink(LasOutFile& file, const LASheader& header, const LASzip& scheme)
       : file_(file),
         scheme_(scheme),
         start_(header.offset_to_point_data),
@@ -260,7 +260,7 @@ class LazSink : public PointSink {
   }
 
   LasOutFile& file_;
-  LazScheme scheme_;
+  LASzip scheme_;
   uint64_t start_, reclen_;
   uint64_t filled_ = 0;  // bytes of records in the slot being filled
   std::vector<LazEncoder> encoders_;
@@ -271,7 +271,7 @@ class LazSink : public PointSink {
 
 std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& file, const LASheader& header,
                                              const LasFileInfo& info, uint32_t fields, std::string& error) {
-  const LazScheme& scheme = info.scheme;
+  const LASzip& scheme = info.scheme;
   LazChunkTable table;
   uint64_t largest = 0;
   bool use_table = scheme.chunked() && header.npoints > 0;
@@ -306,7 +306,7 @@ std::unique_ptr<PointSource> make_laz_source(const std::shared_ptr<LasInFile>& f
   return source;
 }
 
-std::unique_ptr<PointSink> make_laz_sink(LasOutFile& file, const LASheader& header, const LazScheme& scheme,
+std::unique_ptr<PointSink> make_laz_sink(LasOutFile& file, const LASheader& header, const LASzip& scheme,
                                          std::string& error) {
   auto sink = std::make_unique<LazSink>(file, header, scheme);
   if (!sink->open(error)) return nullptr;

@@ -24,7 +24,7 @@ std::unique_ptr<PointSource> make_text_source(const std::shared_ptr<LasInFile>& 
 // The file of a sink outlives it; the header and VLRs are written already.
 std::unique_ptr<PointSink> make_plain_sink(LasOutFile& file, int reclen);
 // None, with the cause in `error`, when the scheme can't be encoded.
-std::unique_ptr<PointSink> make_laz_sink(LasOutFile& file, const LASheader& header, const LazScheme& scheme,
+std::unique_ptr<PointSink> make_laz_sink(LasOutFile& file, const LASheader& header, const LASzip& scheme,
                                          std::string& error);
 std::unique_ptr<PointSink> make_text_sink(LasOutFile& file, const LASheader& header, const std::string& parse,
                                           std::string& error);

@@ -214,7 +214,7 @@ bool is_bound_to_file(std::string_view user_id, uint16_t record_id) {
 
 constexpr char LAZ_DESCRIPTION[] = "compression of the points";
 
-uint64_t scheme_bytes(const LazScheme* scheme) {
+uint64_t scheme_bytes(const LASzip* scheme) {
   return scheme ? LAS_VLR_HEADER + make_laz_vlr(*scheme).size() : 0;
 }
 }  // namespace
@@ -265,7 +265,7 @@ bool read_las_header(const LasInFile& file, LASheader& header, LasFileInfo& info
   return true;
 }
 
-bool prepare_las_header(LASheader& header, const LazScheme* scheme, std::string& error) {
+bool prepare_las_header(LASheader& header, const LASzip* scheme, std::string& error) {
   std::erase_if(header.vlrs,
                 [](const LASvlr& v) { return is_bound_to_file(las_text(v.user_id), v.record_id); });
   std::erase_if(header.evlrs,
@@ -329,7 +329,7 @@ std::vector<uint8_t> las_header_bytes(const LASheader& h, bool compressed, uint3
   return out.bytes;
 }
 
-std::vector<uint8_t> las_vlr_bytes(const LASheader& header, const LazScheme* scheme) {
+std::vector<uint8_t> las_vlr_bytes(const LASheader& header, const LASzip* scheme) {
   ByteWriter out;
   const auto put = [&out](const LASvlr& vlr) {
     out.put(vlr.reserved);

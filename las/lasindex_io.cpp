@@ -75,7 +75,7 @@ bool take_cell(Taker& in, uint64_t npoints, LASindex::Cell& cell) {
 }
 
 // Bytes of the index within a LAZ file; empty when there is none.
-std::vector<uint8_t> embedded_index(const LasInFile& file, const LazScheme& scheme) {
+std::vector<uint8_t> embedded_index(const LasInFile& file, const LASzip& scheme) {
   std::vector<uint8_t> bytes;
   if (scheme.nspecial_evlr < 1 || scheme.special_evlr_offset < 0) return bytes;
   const uint64_t at = static_cast<uint64_t>(scheme.special_evlr_offset);
@@ -118,7 +118,7 @@ bool write_all(int fd, uint64_t offset, const void* from, uint64_t n) {
 }
 
 // Where a record goes: the end of the file, or the place of an older index that ends there.
-uint64_t record_place(const LasInFile& file, const LazScheme& scheme) {
+uint64_t record_place(const LasInFile& file, const LASzip& scheme) {
   const uint64_t old_bytes = embedded_index(file, scheme).size();
   const uint64_t at = static_cast<uint64_t>(scheme.special_evlr_offset);
   return old_bytes > 0 && at + LAS_EVLR_HEADER + old_bytes == file.size() ? at : file.size();

@@ -125,10 +125,9 @@ std::unique_ptr<LASwriter> LASwriteOpener::open(const LASheader& wanted) const {
                  header.point_reclen);
     return nullptr;
   }
-  LazScheme scheme;
+  LASzip scheme;
   std::string error;
-  if (laz && !default_laz_scheme(header.point_format, header.point_reclen, scheme, error))
-    return refuse(error);
+  if (laz && !scheme.setup(header.point_format, header.point_reclen, error)) return refuse(error);
   // 1.4 content in the form of an old format stays readable as such.
   if (!header.extended() && header.find_vlr("lascompatible", LAZ_RECORD_ID)) scheme.options |= 1;
   if (!prepare_las_header(header, laz ? &scheme : nullptr, error)) return refuse(error);

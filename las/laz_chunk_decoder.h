@@ -11,7 +11,7 @@
 // Chunks coded point by point, from memory or from bytes that are pulled in.
 class PointChunkDecoder {
  public:
-  void open(const LazScheme& scheme);
+  void open(const LASzip& scheme);
   void set_memory(const uint8_t* bytes, uint64_t nbytes);  // the next chunk starts at the first byte
   void set_pull(LazPull pull);                             // the same with the first byte pulled
   // Starts a chunk behind the last point decoded. False with the cause in `error`.
@@ -40,7 +40,7 @@ class PointChunkDecoder {
 // Layered chunks, from memory.
 class LayerChunkDecoder {
  public:
-  void open(const LazScheme& scheme, uint32_t fields);
+  void open(const LASzip& scheme, uint32_t fields);
   // Bytes in front of the layers: first point, count of points, size of each layer.
   uint64_t header_bytes() const { return stride_ + 4 + 4 * uint64_t(layers_.size()); }
   uint64_t layer_bytes(const uint8_t* header) const;  // sum of the sizes in a header
@@ -71,5 +71,5 @@ class LazChunkDecoder {  // what LazDecoder holds: one of the two
   PointChunkDecoder points;
   LayerChunkDecoder layers;
 
-  [[nodiscard]] bool open(const LazScheme& scheme, uint32_t fields, std::string& error);
+  [[nodiscard]] bool open(const LASzip& scheme, uint32_t fields, std::string& error);
 };

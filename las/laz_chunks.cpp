@@ -44,7 +44,7 @@ bool find_table(const LazReadAt& read_at, uint64_t file_size, uint64_t point_off
 }
 
 // Decodes `n` entries of the stream and lays the chunks back to back, from first_offset up to table_offset.
-bool decode_entries(const std::vector<uint8_t>& bytes, uint64_t nbytes, uint64_t n, const LazScheme& scheme,
+bool decode_entries(const std::vector<uint8_t>& bytes, uint64_t nbytes, uint64_t n, const LASzip& scheme,
                     uint64_t first_offset, LazChunkTable& table, std::string& error) {
   ArithDecoder c;
   c.start(bytes.data());
@@ -69,7 +69,7 @@ bool decode_entries(const std::vector<uint8_t>& bytes, uint64_t nbytes, uint64_t
 }
 
 // Cuts the chunks down to the header's points.
-void match_points(uint64_t npoints, const LazScheme& scheme, LazChunkTable& table) {
+void match_points(uint64_t npoints, const LASzip& scheme, LazChunkTable& table) {
   uint64_t capacity = 0;
   size_t nused = 0;
   for (LazChunk& chunk : table.chunks) {
@@ -88,7 +88,7 @@ void match_points(uint64_t npoints, const LazScheme& scheme, LazChunkTable& tabl
 }
 }  // namespace
 
-bool read_laz_chunk_table(const LazScheme& scheme, const LazReadAt& read_at, uint64_t file_size,
+bool read_laz_chunk_table(const LASzip& scheme, const LazReadAt& read_at, uint64_t file_size,
                           uint64_t point_offset, uint64_t npoints, LazChunkTable& table, std::string& error) {
   LazChunkTable read;
   uint64_t end = 0;
@@ -123,7 +123,7 @@ bool read_laz_chunk_table(const LazScheme& scheme, const LazReadAt& read_at, uin
   return true;
 }
 
-void write_laz_chunk_table(const LazScheme& scheme, const std::vector<uint32_t>& nbytes,
+void write_laz_chunk_table(const LASzip& scheme, const std::vector<uint32_t>& nbytes,
                            const std::vector<uint32_t>& npoints, std::vector<uint8_t>& out) {
   const size_t at = out.size();
   out.resize(at + HEAD_BYTES + ArithEncoder::BYTES_BEHIND + ENTRY_BYTES * nbytes.size());

@@ -33,11 +33,11 @@ using LazReadAt = std::function<bool(uint64_t offset, uint8_t* to, uint64_t n)>;
 // be decoded from point_offset + 8 on by LazStreamDecoder, one with variable chunks can't.
 // Chunks beyond the header's points are left out, and `note` tells of points more or less than there should
 // be.
-[[nodiscard]] bool read_laz_chunk_table(const LazScheme& scheme, const LazReadAt& read_at, uint64_t file_size,
+[[nodiscard]] bool read_laz_chunk_table(const LASzip& scheme, const LazReadAt& read_at, uint64_t file_size,
                                         uint64_t point_offset, uint64_t npoints, LazChunkTable& table,
                                         std::string& error);
 
 // Appends the table of chunks of these sizes to `out`. `npoints` is used by variable schemes only: as many
 // entries as `nbytes` then, else it may be empty. With no chunk at all the table is 8 bytes.
-void write_laz_chunk_table(const LazScheme& scheme, const std::vector<uint32_t>& nbytes,
+void write_laz_chunk_table(const LASzip& scheme, const std::vector<uint32_t>& nbytes,
                            const std::vector<uint32_t>& npoints, std::vector<uint8_t>& out);

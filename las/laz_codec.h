@@ -46,7 +46,7 @@ class LazDecoder {
   // Prepares for the chunks of a scheme (parse_laz_vlr); compressor none is refused. `fields`: what to decode
   // of layered chunks; a field left out has the value of the chunk's first point in every record.
   // False with the cause in `error`.
-  [[nodiscard]] bool open(const LazScheme& scheme, std::string& error, uint32_t fields = LAZ_ALL);
+  [[nodiscard]] bool open(const LASzip& scheme, std::string& error, uint32_t fields = LAZ_ALL);
 
   // Decodes the first `npoints` (at least 1) points of the chunk in bytes[0 .. nbytes) to `out`, whose
   // `out_bytes` must hold them all. With `consumed` null the chunk must end with its last byte, else the
@@ -77,7 +77,7 @@ class LazStreamDecoder {
   // `pull` starts at the first chunk: at the offset to point data for LazCompressor::pointwise, 8 bytes
   // behind it else. `npoints`: point count of the header. False with the cause in `error`, as for schemes
   // with variable chunks.
-  [[nodiscard]] bool open(const LazScheme& scheme, LazPull pull, uint64_t npoints, std::string& error);
+  [[nodiscard]] bool open(const LASzip& scheme, LazPull pull, uint64_t npoints, std::string& error);
 
   // Decodes the next n points (fewer at the end of the file's points) to `out`, n records long. `ndone`: how
   // many, also after a failure. False with the cause in `error`; it stays false from then on.
@@ -101,7 +101,7 @@ class LazEncoder {
 
   // Prepares for the chunks of a scheme with items of version 2 (pointwise) or 3 and 4 (layered). False with
   // the cause in `error`.
-  [[nodiscard]] bool open(const LazScheme& scheme, std::string& error);
+  [[nodiscard]] bool open(const LASzip& scheme, std::string& error);
 
   // Encodes n records (1 up to LAZ_MAX_CHUNK) as one chunk; `out` is replaced, its capacity reused.
   void encode_chunk(const uint8_t* records, uint64_t n, std::vector<uint8_t>& out);

@@ -10,7 +10,7 @@ constexpr uint64_t WINDOW_BYTES = 1u << 18;  // of the buffer when bytes are pul
 constexpr uint64_t START_BYTES = 4;          // that the arithmetic decoder takes at once
 }  // namespace
 
-void PointChunkDecoder::open(const LazScheme& scheme) {
+void PointChunkDecoder::open(const LASzip& scheme) {
   items_ = make_point_decoder(scheme);
   first_.resize(scheme.record_length());
   block_ = std::max<uint64_t>(1, BLOCK_BYTES / items_->max_bytes());
@@ -82,7 +82,7 @@ bool PointChunkDecoder::decode(uint64_t n, uint8_t* out, std::string& error) {
   return true;
 }
 
-void LayerChunkDecoder::open(const LazScheme& scheme, uint32_t fields) {
+void LayerChunkDecoder::open(const LASzip& scheme, uint32_t fields) {
   items_ = make_layer_decoders(scheme);
   stride_ = scheme.record_length();
   first_.resize(stride_);
@@ -200,7 +200,7 @@ bool LayerChunkDecoder::end(std::string& error) const {
   return true;
 }
 
-bool LazChunkDecoder::open(const LazScheme& scheme, uint32_t fields, std::string& error) {
+bool LazChunkDecoder::open(const LASzip& scheme, uint32_t fields, std::string& error) {
   if (scheme.compressor == LazCompressor::none || scheme.items.empty()) {
     error = "points are not compressed";
     return false;
@@ -223,7 +223,7 @@ LazDecoder::~LazDecoder() = default;
 LazDecoder::LazDecoder(LazDecoder&&) noexcept = default;
 LazDecoder& LazDecoder::operator=(LazDecoder&&) noexcept = default;
 
-bool LazDecoder::open(const LazScheme& scheme, std::string& error, uint32_t fields) {
+bool LazDecoder::open(const LASzip& scheme, std::string& error, uint32_t fields) {
   state_ = std::make_unique<LazChunkDecoder>();
   return state_->open(scheme, fields, error);
 }

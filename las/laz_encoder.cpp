@@ -22,7 +22,7 @@ void reserve(std::vector<uint8_t>& buffer, ArithEncoder& coder, uint64_t n) {
 
 class LazChunkEncoder {
  public:
-  bool open(const LazScheme& scheme, std::string& error);
+  bool open(const LASzip& scheme, std::string& error);
   void encode(const uint8_t* records, uint64_t n, std::vector<uint8_t>& out) {
     if (points_)
       encode_points(records, n, out);
@@ -43,7 +43,7 @@ class LazChunkEncoder {
   std::vector<uint32_t> max_bytes_;            // of a point in each layer
 };
 
-bool LazChunkEncoder::open(const LazScheme& scheme, std::string& error) {
+bool LazChunkEncoder::open(const LASzip& scheme, std::string& error) {
   stride_ = scheme.record_length();
   if (!scheme.chunked() || scheme.items.empty()) {
     error = "points can be written in chunks only";
@@ -137,7 +137,7 @@ LazEncoder::~LazEncoder() = default;
 LazEncoder::LazEncoder(LazEncoder&&) noexcept = default;
 LazEncoder& LazEncoder::operator=(LazEncoder&&) noexcept = default;
 
-bool LazEncoder::open(const LazScheme& scheme, std::string& error) {
+bool LazEncoder::open(const LASzip& scheme, std::string& error) {
   state_ = std::make_unique<LazChunkEncoder>();
   return state_->open(scheme, error);
 }

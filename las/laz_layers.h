@@ -41,5 +41,5 @@ class LayerItem {
 };
 
 // The items of a checked scheme, in record order.
-std::vector<std::unique_ptr<LayerItem<ArithDecoder>>> make_layer_decoders(const LazScheme& scheme);
-std::vector<std::unique_ptr<LayerItem<ArithEncoder>>> make_layer_encoders(const LazScheme& scheme);
+std::vector<std::unique_ptr<LayerItem<ArithDecoder>>> make_layer_decoders(const LASzip& scheme);
+std::vector<std::unique_ptr<LayerItem<ArithEncoder>>> make_layer_encoders(const LASzip& scheme);

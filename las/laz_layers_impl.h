@@ -5,7 +5,7 @@
 #include "las/laz_point14.h"
 
 template <class C>
-std::vector<std::unique_ptr<LayerItem<C>>> make_layer_items(const LazScheme& scheme) {
+std::vector<std::unique_ptr<LayerItem<C>>> make_layer_items(const LASzip& scheme) {
   std::vector<std::unique_ptr<LayerItem<C>>> items;
   for (const LazItem& item : scheme.items) {
     const bool own_channel =

@@ -20,5 +20,5 @@ class PointItems {
 };
 
 // The fastest form there is for the scheme's list of items. The scheme must have been checked.
-std::unique_ptr<PointItems<ArithDecoder>> make_point_decoder(const LazScheme& scheme);
-std::unique_ptr<PointItems<ArithEncoder>> make_point_encoder(const LazScheme& scheme);
+std::unique_ptr<PointItems<ArithDecoder>> make_point_decoder(const LASzip& scheme);
+std::unique_ptr<PointItems<ArithEncoder>> make_point_encoder(const LASzip& scheme);

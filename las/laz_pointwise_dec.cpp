@@ -81,7 +81,7 @@ std::unique_ptr<AnyItem> make_item(const LazItem& item) {
 
 class ItemList final : public PointItems<ArithDecoder> {
  public:
-  explicit ItemList(const LazScheme& scheme) {
+  explicit ItemList(const LASzip& scheme) {
     for (const LazItem& item : scheme.items) items_.push_back(make_item(item));
   }
   void start(const uint8_t* first) override {
@@ -109,7 +109,7 @@ class ItemList final : public PointItems<ArithDecoder> {
 };
 }  // namespace
 
-std::unique_ptr<PointItems<ArithDecoder>> make_point_decoder(const LazScheme& scheme) {
+std::unique_ptr<PointItems<ArithDecoder>> make_point_decoder(const LASzip& scheme) {
   if (auto fixed = make_fixed_items<ArithDecoder>(scheme)) return fixed;
   return std::make_unique<ItemList>(scheme);
 }

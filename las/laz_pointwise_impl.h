@@ -76,7 +76,7 @@ class FixedItems final : public PointItems<C> {
 
 // None unless the items are those of a point format in the versions that are written today.
 template <class C>
-std::unique_ptr<PointItems<C>> make_fixed_items(const LazScheme& scheme) {
+std::unique_ptr<PointItems<C>> make_fixed_items(const LASzip& scheme) {
   using P = Point10v2<C>;
   using G = GpsTime11v2<C>;
   using R = Rgb12v2<C>;

@@ -100,13 +100,13 @@ bool check_item(const LazItem& item, bool layered, std::string& error) {
 }
 }  // namespace
 
-uint32_t LazScheme::record_length() const {
+uint32_t LASzip::record_length() const {
   uint32_t sum = 0;
   for (const LazItem& item : items) sum += item.size;
   return sum;
 }
 
-bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LazScheme& scheme, std::string& error) {
+bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LASzip& scheme, std::string& error) {
   if (nbytes < FIXED_BYTES) {
     error = "LAZ record has " + std::to_string(nbytes) + " bytes, fewer than " + std::to_string(FIXED_BYTES);
     return false;
@@ -126,7 +126,7 @@ bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LazScheme& scheme, s
         "LAZ record of " + std::to_string(nbytes) + " bytes announces " + std::to_string(nitems) + " items";
     return false;
   }
-  LazScheme read;
+  LASzip read;
   read.compressor = LazCompressor(compressor);
   read.version_major = payload[4];
   read.version_minor = payload[5];
@@ -147,7 +147,7 @@ bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LazScheme& scheme, s
   return true;
 }
 
-bool check_laz_scheme(const LazScheme& scheme, int point_format, uint32_t record_length, std::string& error) {
+bool check_laz_scheme(const LASzip& scheme, int point_format, uint32_t record_length, std::string& error) {
   if (scheme.record_length() != record_length) {
     error = "items of " + std::to_string(scheme.record_length()) + " bytes in points of " +
             std::to_string(record_length);
@@ -163,7 +163,7 @@ bool check_laz_scheme(const LazScheme& scheme, int point_format, uint32_t record
   return same;
 }
 
-std::vector<uint8_t> make_laz_vlr(const LazScheme& scheme) {
+std::vector<uint8_t> make_laz_vlr(const LASzip& scheme) {
   std::vector<uint8_t> payload;
   put(payload, uint16_t(scheme.compressor));
   put(payload, uint16_t(0));  // the arithmetic coder
@@ -183,13 +183,13 @@ std::vector<uint8_t> make_laz_vlr(const LazScheme& scheme) {
   return payload;
 }
 
-bool default_laz_scheme(int point_format, uint32_t record_length, LazScheme& scheme, std::string& error) {
+bool LASzip::setup(int point_format, uint32_t length, std::string& error) {
   const std::vector<LazType> types = items_of_format(point_format);
   if (types.empty()) {
     error = "point format " + std::to_string(point_format) + " is unknown";
     return false;
   }
-  LazScheme made;
+  LASzip made;
   made.compressor = point_format < 6 ? LazCompressor::chunked : LazCompressor::layered;
   for (const LazType type : types) {
     const ItemRule* rule = find_rule(type);
@@ -197,14 +197,14 @@ bool default_laz_scheme(int point_format, uint32_t record_length, LazScheme& sch
     made.items.push_back({type, rule->size, version});
   }
   const uint32_t base = made.record_length();
-  if (record_length < base || record_length > 0xFFFF) {
+  if (length < base || length > 0xFFFF) {
     error = "point format " + std::to_string(point_format) + " can't have records of " +
-            std::to_string(record_length) + " bytes";
+            std::to_string(length) + " bytes";
     return false;
   }
-  if (record_length > base)
-    made.items.push_back({made.layered() ? LazType::byte14 : LazType::byte, uint16_t(record_length - base),
+  if (length > base)
+    made.items.push_back({made.layered() ? LazType::byte14 : LazType::byte, uint16_t(length - base),
                           uint16_t(made.layered() ? 3 : 2)});
-  scheme = std::move(made);
+  *this = std::move(made);
   return true;
 }

@@ -33,7 +33,7 @@ struct LazItem {     // one part of the point record
 
 enum class LazCompressor : uint16_t { none = 0, pointwise = 1, chunked = 2, layered = 3 };
 
-struct LazScheme {
+struct LASzip {
   LazCompressor compressor = LazCompressor::none;
   uint8_t version_major = 3, version_minor = 4;  // of the compressing software, for information
   uint16_t version_revision = 3;
@@ -43,6 +43,10 @@ struct LazScheme {
   int64_t special_evlr_offset = -1;      // file position of the first, -1: unused
   std::vector<LazItem> items;            // in record order
 
+  // The scheme that is written: formats 0-5 in chunks coded point by point (items of version 2), 6-10 in
+  // chunks of layers (version 3), LAZ_CHUNK_SIZE points each. False with the cause in `error` if there is no
+  // such format or the record is shorter than the format's fields.
+  [[nodiscard]] bool setup(int point_format, uint32_t length, std::string& error);
   bool chunked() const {
     return compressor == LazCompressor::chunked || compressor == LazCompressor::layered;
   }
@@ -54,19 +58,12 @@ struct LazScheme {
 // Reads the payload of the VLR. False with the cause in `error` if the length, compressor, coder, an item's
 // type, size or version is not one that can be decoded. A chunk size 0 of a chunked scheme reads as
 // LAZ_VARIABLE.
-[[nodiscard]] bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LazScheme& scheme,
-                                 std::string& error);
+[[nodiscard]] bool parse_laz_vlr(const uint8_t* payload, uint64_t nbytes, LASzip& scheme, std::string& error);
 
 // Is the scheme that of points of this format (0-10, compression bits masked away) and record length?
 // False with the cause in `error`.
-[[nodiscard]] bool check_laz_scheme(const LazScheme& scheme, int point_format, uint32_t record_length,
+[[nodiscard]] bool check_laz_scheme(const LASzip& scheme, int point_format, uint32_t record_length,
                                     std::string& error);
 
 // The payload of the VLR: 34 + 6 bytes an item.
-std::vector<uint8_t> make_laz_vlr(const LazScheme& scheme);
-
-// The scheme that is written: formats 0-5 in chunks coded point by point (items of version 2), 6-10 in chunks
-// of layers (version 3), LAZ_CHUNK_SIZE points each. False with the cause in `error` if there is no such
-// format or the record is shorter than the format's fields.
-[[nodiscard]] bool default_laz_scheme(int point_format, uint32_t record_length, LazScheme& scheme,
-                                      std::string& error);
+std::vector<uint8_t> make_laz_vlr(const LASzip& scheme);

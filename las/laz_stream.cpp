@@ -57,7 +57,7 @@ LazStreamDecoder::~LazStreamDecoder() = default;
 LazStreamDecoder::LazStreamDecoder(LazStreamDecoder&&) noexcept = default;
 LazStreamDecoder& LazStreamDecoder::operator=(LazStreamDecoder&&) noexcept = default;
 
-bool LazStreamDecoder::open(const LazScheme& scheme, LazPull pull, uint64_t npoints, std::string& error) {
+bool LazStreamDecoder::open(const LASzip& scheme, LazPull pull, uint64_t npoints, std::string& error) {
   state_ = std::make_unique<State>();
   if (!state_->decoder.open(scheme, LAZ_ALL, error)) return false;
   if (scheme.variable()) {

@@ -11,16 +11,16 @@
 namespace {
 constexpr uint64_t POINTS = 300;  // offset to point data of the made files
 
-LazScheme scheme_of(bool variable) {
-  LazScheme scheme;
+LASzip scheme_of(bool variable) {
+  LASzip scheme;
   std::string error;
-  EXPECT_TRUE(default_laz_scheme(0, 20, scheme, error));
+  EXPECT_TRUE(scheme.setup(0, 20, error));
   if (variable) scheme.chunk_size = LAZ_VARIABLE;
   return scheme;
 }
 
 // A file of zeros with the table behind chunks of these sizes.
-std::vector<uint8_t> file_with_table(const LazScheme& scheme, const std::vector<uint32_t>& nbytes,
+std::vector<uint8_t> file_with_table(const LASzip& scheme, const std::vector<uint32_t>& nbytes,
                                      const std::vector<uint32_t>& npoints) {
   uint64_t at = POINTS + 8;
   for (const uint32_t n : nbytes) at += n;
@@ -30,7 +30,7 @@ std::vector<uint8_t> file_with_table(const LazScheme& scheme, const std::vector<
   return file;
 }
 
-bool read_table(const LazScheme& scheme, const std::vector<uint8_t>& file, uint64_t npoints,
+bool read_table(const LASzip& scheme, const std::vector<uint8_t>& file, uint64_t npoints,
                 LazChunkTable& table, std::string& error) {
   const LazReadAt read_at = [&file](uint64_t offset, uint8_t* to, uint64_t n) {
     if (offset > file.size() || n > file.size() - offset) return false;
@@ -66,7 +66,7 @@ TEST(LazChunkTable, KnownEncodings) {
 TEST(LazChunkTable, RoundTripAndPointCounts) {
   std::mt19937 rng(1);
   for (const bool variable : {false, true}) {
-    const LazScheme scheme = scheme_of(variable);
+    const LASzip scheme = scheme_of(variable);
     std::vector<uint32_t> nbytes, npoints;
     uint64_t sum = 0;
     for (int i = 0; i < 700; i++) {
@@ -100,7 +100,7 @@ TEST(LazChunkTable, RoundTripAndPointCounts) {
 }
 
 TEST(LazChunkTable, PositionAtTheEndOfTheFile) {
-  const LazScheme scheme = scheme_of(false);
+  const LASzip scheme = scheme_of(false);
   std::vector<uint8_t> file = file_with_table(scheme, {1000, 500}, {});
   const size_t size = file.size();
   file.resize(size + 8);
@@ -114,7 +114,7 @@ TEST(LazChunkTable, PositionAtTheEndOfTheFile) {
 }
 
 TEST(LazChunkTable, MissingOrDamagedIsRefused) {
-  const LazScheme scheme = scheme_of(false);
+  const LASzip scheme = scheme_of(false);
   const std::vector<uint8_t> sound = file_with_table(scheme, {1000, 500}, {});
   const size_t at = POINTS + 8 + 1500;
   const struct {

@@ -15,14 +15,14 @@ struct Case {
   uint64_t n;
 };
 
-LazScheme scheme_of(int format, const std::vector<uint8_t>& records, uint64_t n) {
-  LazScheme scheme;
+LASzip scheme_of(int format, const std::vector<uint8_t>& records, uint64_t n) {
+  LASzip scheme;
   std::string error;
-  EXPECT_TRUE(default_laz_scheme(format, uint32_t(records.size() / n), scheme, error)) << error;
+  EXPECT_TRUE(scheme.setup(format, uint32_t(records.size() / n), error)) << error;
   return scheme;
 }
 
-std::vector<uint8_t> encode(const LazScheme& scheme, const std::vector<uint8_t>& records, uint64_t n) {
+std::vector<uint8_t> encode(const LASzip& scheme, const std::vector<uint8_t>& records, uint64_t n) {
   LazEncoder encoder;
   std::string error;
   std::vector<uint8_t> chunk;
@@ -32,7 +32,7 @@ std::vector<uint8_t> encode(const LazScheme& scheme, const std::vector<uint8_t>&
 }
 
 // The decoded records, or none and the cause.
-std::vector<uint8_t> decode(const LazScheme& scheme, const std::vector<uint8_t>& chunk, uint64_t n,
+std::vector<uint8_t> decode(const LASzip& scheme, const std::vector<uint8_t>& chunk, uint64_t n,
                             std::string& error, uint32_t fields = LAZ_ALL) {
   LazDecoder decoder;
   EXPECT_TRUE(decoder.open(scheme, error, fields)) << error;
@@ -60,7 +60,7 @@ TEST(LazCodec, EveryFormatComesBackAsItWas) {
           SCOPED_TRACE(::testing::Message() << "format " << format << " random " << (flight == Flight::random)
                                             << " extra " << nextra << " n " << n);
           const std::vector<uint8_t> records = made_records(format, nextra, n, flight, 7);
-          LazScheme scheme = scheme_of(format, records, n);
+          LASzip scheme = scheme_of(format, records, n);
           for (const uint16_t version : {3, 4}) {
             if (version == 4 && !scheme.layered()) continue;
             if (scheme.layered())
@@ -79,7 +79,7 @@ TEST(LazCodec, CodersAreReusableAndIndependentOfTheirPast) {
   for (const int format : {3, 10}) {
     const std::vector<uint8_t> first = made_records(format, 2, 3000, Flight::random, 1);
     const std::vector<uint8_t> second = made_records(format, 2, 5000, Flight::smooth, 2);
-    const LazScheme scheme = scheme_of(format, second, 5000);
+    const LASzip scheme = scheme_of(format, second, 5000);
     LazEncoder encoder;
     LazDecoder decoder;
     std::string error;
@@ -106,7 +106,7 @@ TEST(LazCodec, GpsTimesAreBitPatterns) {
     const size_t length = records.size() / 400, time_at = format == 1 ? 20 : 22;
     for (size_t i = 0; i < 400; i += 3)  // four and more interleaved sequences, and times that fit none
       std::copy_n(reinterpret_cast<const uint8_t*>(&special[i / 3 % 7]), 8, &records[i * length + time_at]);
-    const LazScheme scheme = scheme_of(format, records, 400);
+    const LASzip scheme = scheme_of(format, records, 400);
     std::string error;
     EXPECT_EQ(decode(scheme, encode(scheme, records, 400), 400, error), records) << error;
   }
@@ -114,7 +114,7 @@ TEST(LazCodec, GpsTimesAreBitPatterns) {
 
 TEST(LazCodec, FieldsLeftOutKeepTheFirstValueAndTheOthersTheirs) {
   const std::vector<uint8_t> records = made_records(7, 1, 500, Flight::smooth, 4);
-  const LazScheme scheme = scheme_of(7, records, 500);
+  const LASzip scheme = scheme_of(7, records, 500);
   std::string error;
   const std::vector<uint8_t> some =
       decode(scheme, encode(scheme, records, 500), 500, error, LAZ_Z | LAZ_GPSTIME);
@@ -131,7 +131,7 @@ TEST(LazCodec, StreamWithoutTableGivesTheSamePoints) {
   const uint64_t n = 2500;
   for (const int format : {1, 5, 6, 10}) {
     const std::vector<uint8_t> records = made_records(format, 2, n, Flight::smooth, 5);
-    LazScheme scheme = scheme_of(format, records, n);
+    LASzip scheme = scheme_of(format, records, n);
     scheme.chunk_size = 1000;
     const uint64_t length = scheme.record_length();
     std::vector<uint8_t> bytes;
@@ -168,7 +168,7 @@ TEST(LazCodec, StreamWithoutTableGivesTheSamePoints) {
 TEST(LazCodec, TruncatedChunkEndsInAnError) {
   for (const int format : {0, 3, 5, 6, 10}) {
     const std::vector<uint8_t> records = made_records(format, 2, 300, Flight::smooth, 6);
-    const LazScheme scheme = scheme_of(format, records, 300);
+    const LASzip scheme = scheme_of(format, records, 300);
     const std::vector<uint8_t> chunk = encode(scheme, records, 300);
     for (size_t size = 0; size < chunk.size(); size += size < 200 ? 1 : 37) {
       std::string error;
@@ -187,7 +187,7 @@ TEST(LazCodec, DamagedChunkNeverCrashesAndIsMostlyNoticed) {
   std::mt19937 rng(8);
   for (const int format : {1, 4, 5, 6, 10}) {
     const std::vector<uint8_t> records = made_records(format, 2, 400, Flight::smooth, 9);
-    const LazScheme scheme = scheme_of(format, records, 400);
+    const LASzip scheme = scheme_of(format, records, 400);
     const std::vector<uint8_t> chunk = encode(scheme, records, 400);
     int nnoticed = 0;
     for (int i = 0; i < 150; i++) {
@@ -200,10 +200,10 @@ TEST(LazCodec, DamagedChunkNeverCrashesAndIsMostlyNoticed) {
   }
 }
 
-TEST(LazScheme, RecordComesBackAndNonsenseIsRefused) {
+TEST(LASzip, RecordComesBackAndNonsenseIsRefused) {
   std::string error;
-  LazScheme scheme, read;
-  ASSERT_TRUE(default_laz_scheme(10, 70, scheme, error)) << error;
+  LASzip scheme, read;
+  ASSERT_TRUE(scheme.setup(10, 70, error)) << error;
   const std::vector<uint8_t> payload = make_laz_vlr(scheme);
   ASSERT_EQ(payload.size(), 34u + 6 * 4);
   ASSERT_TRUE(parse_laz_vlr(payload.data(), payload.size(), read, error)) << error;
@@ -233,6 +233,6 @@ TEST(LazScheme, RecordComesBackAndNonsenseIsRefused) {
   }
   for (size_t size = 0; size < payload.size(); size++)
     EXPECT_FALSE(parse_laz_vlr(payload.data(), size, read, error));
-  EXPECT_FALSE(default_laz_scheme(11, 80, scheme, error));
-  EXPECT_FALSE(default_laz_scheme(3, 33, scheme, error));
+  EXPECT_FALSE(scheme.setup(11, 80, error));
+  EXPECT_FALSE(scheme.setup(3, 33, error));
 }

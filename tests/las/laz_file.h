@@ -20,7 +20,7 @@ struct LazTestFile {
   int format = 0;
   uint32_t record_length = 0;
   bool compressed = false;
-  LazScheme scheme;
+  LASzip scheme;
 };
 
 // Header and LAZ record. False with the cause in `error`.

@@ -48,11 +48,11 @@ TEST(LazSamples, DecodeToTheirDigestsAndSurviveBeingEncodedHere) {
     ASSERT_TRUE(ok) << error;
     EXPECT_EQ(sha256_hex(records), sample.digest);
 
-    LazScheme scheme;
+    LASzip scheme;
     LazEncoder encoder;
     LazDecoder decoder;
     const uint32_t length = file.record_length;
-    ASSERT_TRUE(default_laz_scheme(file.format, length, scheme, error) && encoder.open(scheme, error) &&
+    ASSERT_TRUE(scheme.setup(file.format, length, error) && encoder.open(scheme, error) &&
                 decoder.open(scheme, error))
         << error;
     std::vector<uint8_t> back(records.size());
