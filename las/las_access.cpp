@@ -1,11 +1,14 @@
 #include "las/las_access.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
 
 #include "las/las_sources.h"
 #include "lib/general/log.h"
+#include "lib/general/path.h"
 
 namespace {
 constexpr char VLR_USER[] = "Tarnwick";
@@ -179,9 +182,15 @@ bool las_write_close(std::unique_ptr<LASwriter>& writer, int64_t* nbytes) {
   if (!writer) return true;
   writer->update_header();
   const uint64_t pcount = writer->p_count;
+  const std::string lax = change_extension(writer->file_name(), ".lax");
+  const bool replaced =
+      access(writer->file_name().c_str(), F_OK) == 0;  // the new one gets its name when it is whole
   const int64_t nb = writer->close();
   writer.reset();
   LOG_ENTER("las_write_close: pcount=" << pcount << " nb=" << nb);
+  // An index that an earlier file of this name left behind would lead readers to the wrong points.
+  if (nb >= 0 && replaced && std::remove(lax.c_str()) == 0)
+    LOG_LINE("removed the index of an earlier file, " << lax);
   if (nbytes) *nbytes = std::max<int64_t>(nb, 0);
   return nb >= 0;
 }

@@ -32,7 +32,8 @@ std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LAShead
                                           const std::string& parse,
                                           const std::vector<std::string>& sources = {});
 // Final counts and bounding box into the header, closes, logs points and bytes. False when the file could not
-// be written whole; it is removed then. nbytes: size of the file. None closes with success.
+// be written whole; it is removed then. nbytes: size of the file. None closes with success. A .lax beside an
+// earlier file of the name goes.
 [[nodiscard]] bool las_write_close(std::unique_ptr<LASwriter>& writer, int64_t* nbytes = nullptr);
 // The same, and completes the spatial index of the points written: as .lax beside the file, or at the end of
 // a LAZ file (append). index_ok: the index was written; a failure of the index alone is not one of the file.

@@ -116,6 +116,11 @@ TEST_F(CorrSwath, IndexFindsTheCorrectedPoints) {
     EXPECT_EQ(found, expected);
     EXPECT_GT(found, 200);
   }
+  // Without an index, a file written anew does not keep that of its predecessor.
+  job.out = dir.path + "/i.las";
+  job.lax = false;
+  ASSERT_TRUE(run());
+  EXPECT_FALSE(exists(dir.path + "/i.lax"));
 }
 
 TEST_F(CorrSwath, LeverForwardMovesAlongTheHeading) {
