@@ -97,6 +97,8 @@ TEST(LASindex, IsFoundBesideAndInsideTheFile) {
   ASSERT_TRUE(back.read(las));  // the same base name
   EXPECT_EQ(back.to_bytes(), index.to_bytes());
   ASSERT_TRUE(write_las_xyz(las, strips(30001), "xyz", "S"));
+  EXPECT_FALSE(back.read(las)) << "an index does not outlive its file";
+  ASSERT_TRUE(index.write(laz));
   testing::internal::CaptureStderr();
   EXPECT_FALSE(back.read(las));
   EXPECT_NE(testing::internal::GetCapturedStderr().find("belongs to another file"), std::string::npos);
