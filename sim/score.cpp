@@ -37,6 +37,11 @@ void add_relative(const CellMap& a, const CellMap& b, dxyz& sum, int64_t& n) {
     n++;
   }
 }
+
+void grow(dxyz& largest, const dxyz& e) {
+  largest = {std::max(largest.x, std::fabs(e.x)), std::max(largest.y, std::fabs(e.y)),
+             std::max(largest.z, std::fabs(e.z))};
+}
 }  // namespace
 
 ErrorStat error_stat(const Vector<dxyz>& points, const Vector<dxyz>& truth, const dxyz& shift) {
@@ -48,8 +53,7 @@ ErrorStat error_stat(const Vector<dxyz>& points, const Vector<dxyz>& truth, cons
     const dxyz e = points(i) - truth(i) - shift;
     sum += e;
     sum2 += square(e);
-    stat.largest = {std::max(stat.largest.x, std::fabs(e.x)), std::max(stat.largest.y, std::fabs(e.y)),
-                    std::max(stat.largest.z, std::fabs(e.z))};
+    grow(stat.largest, e);
   }
   stat.mean = sum / static_cast<double>(n);
   const dxyz ms = sum2 / static_cast<double>(n);
@@ -75,6 +79,8 @@ ProjectScore score_project(const std::vector<SwathScore>& swaths, double cell) {
     score.swaths_rel.push_back(error_stat(swaths[i].points, swaths[i].truth, score.shift));
     ms += square(score.swaths[i].rms) * weight;
     ms_rel += square(score.swaths_rel[i].rms) * weight;
+    grow(score.all.largest, score.swaths[i].largest);
+    grow(score.all_rel.largest, score.swaths_rel[i].largest);
   }
   score.all.rms = root(ms);
   score.all.rms3d = std::sqrt(ms.x + ms.y + ms.z);
