@@ -27,4 +27,4 @@ cd "$dir"
 read -r -a options < command.txt
 veldrunner -align "${options[@]}" -odir out -tmpdir tmp -out '*_c.las' -mul
 echo "== score =="
-veldscore "$dir" "$dir/out" -suffix _c
+veldscore "$dir" "$dir/out" -suffix _c -cal out/_cal_0.txt
