@@ -89,14 +89,14 @@ LogScope::LogScope(const std::string& text) {
   depth++;
   if (!log_files_open) return;
   const LogLock lock;
-  log_stream() << log_prefix() << "/ " << text << '\n';
+  log_stream() << log_prefix() + "/ " + text + "\n";  // in one piece: a crash rarely cuts it
 }
 LogScope::~LogScope() { depth--; }
 
 void log_line(const std::string& text) {
   if (!log_files_open) return;
   const LogLock lock;
-  log_stream() << log_prefix() << "| " << text << '\n';
+  log_stream() << log_prefix() + "| " + text + "\n";
 }
 
 void log_msg(const std::string& text) { write_message(text, false, false); }

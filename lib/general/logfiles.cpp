@@ -112,6 +112,7 @@ void end_logs(const std::string& outdir, bool copy, bool clear_old, int code) {
   if (do_copy) copy_logs(log.base + "*.log", outdir, log.base);
   {
     const LogLock lock;
+    if (log.crashed) log.back_log << '\n';  // its last line may have been cut off
     log.back_log << "EXIT_CODE=" << code << '\n' << time_text << '\n';
     log.back_log.close();
   }
