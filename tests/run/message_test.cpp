@@ -52,6 +52,12 @@ struct Messages : testing::Test {
   }
 };
 
+using Args = std::vector<std::string>;
+Args joined(Args first, const Args& more) {
+  first.insert(first.end(), more.begin(), more.end());
+  return first;
+}
+
 const char ARGS_STOP[] = "ERROR: stopping due to option argument errors: use -h for help";
 const char OPTS_STOP[] = "ERROR: stopping due to unknown options or syntax errors: use -h for help";
 const char INPUTS_STOP[] = "ERROR: missing or duplicate input files, cannot proceed";
@@ -231,13 +237,9 @@ TEST_F(Messages, SwathsAndChannels) {
 
 TEST_F(Messages, TrajectoriesAndMounts) {
   const std::vector<std::string> align = {"-align", "-i", "a.las", "-out", "*_c.las"};
-  const auto with = [&align](std::vector<std::string> more) {
-    more.insert(more.begin(), align.begin(), align.end());
-    return more;
-  };
-  const auto two = [&with](std::vector<std::string> more) {
-    more.insert(more.begin(), {"-i", "b.las", "-po", "t.out", "-po", "u.out"});
-    return with(more);
+  const auto with = [&align](const Args& more) { return joined(align, more); };
+  const auto two = [&with](const Args& more) {
+    return with(joined({"-i", "b.las", "-po", "t.out", "-po", "u.out"}, more));
   };
   expect({
       {with({}), {"ERROR: PO files required for correction"}},
@@ -287,10 +289,7 @@ TEST_F(Messages, TrajectoriesAndMounts) {
 TEST_F(Messages, FilesOfManualCorrections) {
   const std::vector<std::string> corr = {"-corr", "-i",  "a.las", "-i",   "b.las",  "-po",
                                          "t.out", "-po", "u.out", "-out", "*_c.las"};
-  const auto with = [&corr](std::vector<std::string> more) {
-    more.insert(more.begin(), corr.begin(), corr.end());
-    return more;
-  };
+  const auto with = [&corr](const Args& more) { return joined(corr, more); };
   expect({
       {with({"-shift_corr", "two.txt"}),
        {"ERROR: option -shift_corr is not available yet", "WARNING: using shift file two.txt for all groups",

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 #include "tests/run/program.h"
 
 TEST(Run, CommandLinesAndTheirEnds) {
@@ -15,23 +13,11 @@ TEST(Run, CommandLinesAndTheirEnds) {
       {{"-v", "-q"}, 0, "Tarnwick-Veldrunner 2.26 [Ubu64] ", ""},
       {{"-h"}, 0, "OPTIONS AND ARGUMENTS\n", ""},
       {{"-help", "drift"}, 0, "  -drift -D ", ""},
-      {{"-mem", "512"},
-       1,
-       "",
-       "ERROR: option -mem: value 512 out of range [1024,262144], keeping default value 4096\n"},
       {{"-zzz"}, 1, "", "ERROR: stopping due to unknown options or syntax errors: use -h for help\n"},
-      {{"-i", "a", "-r", "b", "-i", "c"}, 1, "", "inputs must always precede references in the command line"},
       {{"-reg"}, 1, "TMPDIR ./\n", "ERROR: missing input files, cannot proceed\n"},
-      {{"-i", "*.las"}, 1, "", "ERROR: no match for *.las in directory ./\n"},
-      {{"-corr", "x", "-reg", "-i", "a"}, 1, "", "are mutually exclusive\n"},
-      {{"-undo", "-i", "a"}, 1, "", "ERROR: option -undo is not available yet\n"},
-      {{"-corr", "x", "-i", "a", "-po", "b"}, 1, "", "ERROR: could not find file b\n"},
       {{"-utm", "33", "-test_proj2", "15", "0"}, 0, "forward: 500000.000 0.000 ", ""},
-      {{"-las_read_check", "none.las"}, 1, "", "ERROR: could not find file none.las\n"},
       {{"-export_dut", "none"}, 1, "", "ERROR: "},
-      {{"-wkt", "none.prj", "-reg"}, 1, "", "ERROR: could not find file none.prj\n"},
       {{"-odir", "/no/where"}, 1, "", "ERROR: option -odir: invalid directory '/no/where', keeping \n"},
-      {{"-opt", "none.xml"}, 1, "", "ERROR: could not read option file none.xml\n"},
       {{"-clear_log", "-c"}, 0, "ok\n", ""},
   };
   const Program program;
@@ -80,25 +66,6 @@ TEST(Run, OnlyOneInstanceUnlessMul) {
     EXPECT_TRUE(holds(r.out, text)) << text;
   EXPECT_FALSE(exists(program.base + ".lock"));
 }
-
-#ifndef VELD_SANITIZED
-TEST(Run, ASignalIsReportedAndFreesTheLock) {
-  for (const int number : {SIGINT, SIGTERM}) {
-    const Program program;
-    const pid_t pid = program.start({"-testgui"});
-    ASSERT_TRUE(wait_for(program.base + "_b.log"));
-    usleep(200000);
-    kill(pid, number);
-    const RunOutput r = program.finish(pid);
-    EXPECT_EQ(r.code, 128 + number);
-    EXPECT_TRUE(holds(r.err, "ABNORMAL TERMINATION]\n")) << r.err;
-    EXPECT_TRUE(
-        holds(r.err, "WARNING: logs not copied to output directory, see " + program.base + "*.log\n"));
-    EXPECT_FALSE(exists(program.base + ".lock"));
-    EXPECT_TRUE(holds(program.log(), "EXIT=FAIL\n"));
-  }
-}
-#endif
 
 TEST(Run, PersistentAndTaggedOptionFiles) {
   const Program program;

@@ -2,25 +2,17 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 
 #include "tests/run/program.h"
+#include "tests/support/signal_cases.h"
 
 #ifndef VELD_SANITIZED
 TEST(Signals, EachOfTenEndsTheRunWithAReport) {
-  const struct {
-    int number;
-    const char* label;
-    int code;
-  } signals[] = {{SIGABRT, "ABRT 6", 134}, {SIGFPE, "FPE 8", 136},    {SIGILL, "ILL 4", 132},
-                 {SIGINT, "INT 2", 130},   {SIGSEGV, "SEGV 11", 139}, {SIGTERM, "TERM 15", 143},
-                 {SIGTRAP, "TRAP 5", 133}, {SIGQUIT, "QUIT 3", 131},  {SIGSYS, "SYS 31", 140},
-                 {SIGBUS, "BUS 7", 138}};
   const Program program;
   const std::string& work = program.work.path;
   ASSERT_TRUE(simulate(work));
-  for (const auto& s : signals) {
+  for (const SignalCase& s : SIGNAL_CASES) {
     SCOPED_TRACE(s.label);
     const std::string heading = std::string("[") + s.label + " - ABNORMAL TERMINATION]\n0  ";
     RunOutput r;

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <thread>
 #include <vector>
 
 #include "lib/general/assert_fail.h"
 #include "lib/general/log.h"
 #include "tests/lib/general/log_capture.h"
+#include "tests/support/signal_cases.h"
 
 #ifndef VELD_SANITIZED  // sanitizers have handlers of their own
 namespace {
@@ -20,21 +20,13 @@ void start(const std::string& base) {
 }  // namespace
 
 TEST(CrashDeathTest, SignalsEndWithTheirValueAReportAndNoLock) {
-  const struct {
-    int number;
-    const char* text;
-    int code;
-  } cases[] = {{SIGABRT, "ABRT 6", 134}, {SIGFPE, "FPE 8", 136},    {SIGILL, "ILL 4", 132},
-               {SIGINT, "INT 2", 130},   {SIGSEGV, "SEGV 11", 139}, {SIGTERM, "TERM 15", 143},
-               {SIGTRAP, "TRAP 5", 133}, {SIGQUIT, "QUIT 3", 131},  {SIGSYS, "SYS 31", 140},
-               {SIGBUS, "BUS 7", 138}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
+  for (const SignalCase& c : SIGNAL_CASES) {
+    SCOPED_TRACE(c.label);
     TempDir dir;
     const std::string base = dir.path + "/prog";
-    const std::string first = std::string("[") + c.text + " - ABNORMAL TERMINATION]\n";
+    const std::string first = std::string("[") + c.label + " - ABNORMAL TERMINATION]\n";
     EXPECT_EXIT((start(base), std::raise(c.number)), testing::ExitedWithCode(c.code),
-                std::string("\\") + "[" + c.text + " - ABNORMAL TERMINATION\\]");
+                std::string("\\") + "[" + c.label + " - ABNORMAL TERMINATION\\]");
     EXPECT_FALSE(exists(base + ".lock"));
     const std::string log = read_text(base + ".log");
     EXPECT_TRUE(holds(log, "\n" + first + "0  ")) << log;

@@ -56,33 +56,6 @@ TEST_F(InputsTest, GroupsAndChannels) {
   }
 }
 
-TEST_F(InputsTest, FaultsOfSwathsAndChannels) {
-  const std::string missing = "ERROR: missing or duplicate input files, cannot proceed\n";
-  const struct {
-    std::vector<std::string> args;
-    std::string message;
-  } cases[] = {
-      {{"-utm", "1"}, "ERROR: input LiDAR files required\n"},
-      {{"-i", "x*.las"}, "ERROR: no match for x*.las in directory " + dir.path + "/\n" + missing},
-      {{"-i", "r.las", "-r", "r.las"}, "ERROR: duplicate file " + dir.path + "/r.las\n" + missing},
-      {{"-i", "*_A.laz", "-e", "x.laz"},
-       "ERROR: could not find file " + dir.path +
-           "/x.laz\nERROR: missing or duplicate excluded files, cannot proceed\n"},
-      {{"-i", "*_A.laz", "-chgrp", "0", "1"},
-       "ERROR: 2 channel numbers provided, expected 1 (1 per mobile group)\n"},
-      {{"-i", "*_A.laz", "-i", "*_B.laz", "-chgrp", "1", "0"},
-       "ERROR: syntax error in option -chgrp, group 0 must be 0\n"},
-      {{"-i", "*_A.laz", "-i", "*_B.laz", "-chgrp", "0", "2"},
-       "ERROR: syntax error in option -chgrp, check groups 0,1\n"},
-      {{"-i", "*_A.laz", "-i", "*_B.laz", "-chgrp", "1", "2"},
-       "ERROR: channel 0 (first channel) is missing from option -chgrp\n"},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(swaths(c.args), c.message);
-    EXPECT_FALSE(ok);
-  }
-}
-
 TEST_F(InputsTest, TrajectoriesAndTheirParameters) {
   write_text(dir.path + "/u.out", "x");
   EXPECT_EQ(trajectories({"-po", "t.out", "-po", "u.out", "-po_time", "7", "-po_geo", "1", "0", "-gps_date",

@@ -12,18 +12,6 @@ Options derived(const std::vector<std::string>& args) {
   derive_defaults(r.cl.o, r.cl.given);
   return r.cl.o;
 }
-
-std::string checked(const std::vector<std::string>& args) {
-  ReadResult r;
-  read_into(r, args);
-  EXPECT_TRUE(r.ok) << r.errors;
-  derive_defaults(r.cl.o, r.cl.given);
-  return errors_of([&r] {
-    const bool ok = check_exclusions(r.cl.o, r.cl.given);
-    const bool available = check_available(r.cl.o, r.cl.given);
-    EXPECT_FALSE(ok && available);
-  });
-}
 }  // namespace
 
 TEST(Rules, DerivedDefaults) {
@@ -48,29 +36,6 @@ TEST(Rules, DerivedDefaults) {
   EXPECT_EQ(calib.unc_adj, 1);
   EXPECT_EQ(calib.reg_reduce, 1);
   EXPECT_EQ(calib.boost, 4);
-}
-
-TEST(Rules, ExclusionsHaveTheirWords) {
-  const struct {
-    std::vector<std::string> args;
-    const char* message;
-  } cases[] = {
-      {{"-corr", "x", "-reg"}, "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
-      {{"-align", "-scan"}, "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
-      {{"-calib", "-align"}, "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
-      {{"-smap", "-zmap"}, "options {-smap -zmap} are mutually exclusive"},
-      {{"-oa", "-oi"}, "options {-oa -oi} are mutually exclusive"},
-      {{"-opls", "-oplz"}, "-opls and -oplz are mutually exclusive"},
-      {{"-feet", "-metre"}, "only one unit option can be used"},
-      {{"-dz_range", "5", "-dz16_range", "2"}, "DZ_range>DZ16_range not allowed"},
-      {{"-align2", "-dz_range_1", "5", "-dz16_range_1", "2"}, "DZ_range_1>DZ16_range_1 not allowed"},
-      {{"-corr"},
-       "option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) or "
-       "time/angle "
-       "update"},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(checked(c.args).rfind(std::string("ERROR: ") + c.message + "\n", 0), 0u) << c.message;
 }
 
 // Defaults must never stop a run, nor any option that the program knows to do.
