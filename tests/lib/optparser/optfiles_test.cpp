@@ -66,65 +66,6 @@ TEST(OptFiles, SavedOptionsReadAgainGiveTheSame) {
   EXPECT_EQ(err.text(), "WARNING: failed to save option file " + dir.path + "/absent/s.xml\n");
 }
 
-TEST(OptFiles, FaultsOfATaggedFile) {
-  const struct {
-    const char *text, *message;
-  } cases[] = {
-      {"x 1\ry 2\n", "invalid mix of \\r and \\n delimiters at line 1"},
-      {"x 1\ny 2\r\n", "invalid mix of \\r and \\n delimiters at line 2"},
-      {"a <b>\n", "extra text before tag delimiter < at line 1"},
-      {"\n<b> a\n", "extra text after tag delimiter > at line 2"},
-      {"<a<b>\n", "mismatched tag delimiters at line 1"},
-      {"<a\n", "missing tag delimiter at line 1"},
-      {"<a><b><c>\n", "too many tags (maximum two per line) at line 1"},
-      {"<a x=\"1>\n", "missing quotes at line 1"},
-      {"<>\n", "empty tag at line 1"},
-      {"</a>\n", "extra closing tag </a> at line 1"},
-      {"<a>\n</b>\n", "mismatched tags <a>  and </b> at line 2"},
-      {"<a>\n<b>\n<A>\n", "nested tag <A> detected at line 3"},
-      {"name 'x\n", "missing quotes at line 1"},
-      {"1 2\n", "invalid option: -1 at line 1"},
-  };
-  TempDir dir;
-  const std::string path = dir.path + "/f";
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    write_text(path, c.text);
-    OptParser p;
-    StdErr err;
-    EXPECT_FALSE(init(p, {"-opt", path}, dir.path + "/none"));
-    EXPECT_EQ(err.text(), std::string("ERROR: ") + c.message + " of option file '" + path + "'\n");
-  }
-  write_text(path, "<a>\n<b>\n");
-  OptParser p;
-  StdErr err;
-  EXPECT_FALSE(init(p, {"-opt", path}, dir.path + "/none"));
-  EXPECT_FALSE(init(p, {"-opt"}, dir.path + "/none"));
-  EXPECT_FALSE(init(p, {"-opt", dir.path}, dir.path + "/none"));
-  EXPECT_FALSE(init(p, {"-$", dir.path + "/absent"}, dir.path + "/none"));
-  EXPECT_EQ(err.text(),
-            "ERROR: extra tags 2 (closing tags missing) in option file " + path +
-                "\nERROR: option -opt needs one argument (option file)\nERROR: could not read option file " +
-                dir.path + "\nERROR: unable to resolve path " + dir.path + "/absent\n");
-}
-
-TEST(OptFiles, FaultsOfThePersistentFileAndNoArguments) {
-  TempDir dir;
-  write_text(dir.path + "/prog.opt.txt", "mem 2048\n12 3\nname 'x\n");
-  OptParser p;
-  StdErr err;
-  EXPECT_TRUE(init(p, {"-x"}, dir.path + "/prog"));
-  EXPECT_TRUE(p.error);
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(init(p, {}, dir.path + "/prog"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "(this is a command line tool, it runs in a terminal, not by clicking the icon)\n");
-  const std::string where = " of persistent option file " + dir.path + "/prog.opt.txt\n";
-  EXPECT_EQ(err.text(), "ERROR: invalid option: -12 at line 2" + where +
-                            "ERROR: invalid option: -name at line 3" + where +
-                            "ERROR: this program requires arguments\n");
-}
-
 TEST(OptFiles, HugeFilesEndInAMessage) {
   TempDir dir;
   std::string text;
