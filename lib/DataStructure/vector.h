@@ -98,7 +98,8 @@ class Vector {
     if (index < 0) [[unlikely]]
       assert_failed_index("index>=0", "index", index, "operator()", typeid(T).name(), __LINE__, "vector.h");
     if (static_cast<uint64_t>(index) >= n_) [[unlikely]]
-      assert_failed_index("index<val.size()", "index", index, "operator()", typeid(T).name(), __LINE__, "vector.h");
+      assert_failed_index("index<val.size()", "index", index, "operator()", typeid(T).name(), __LINE__,
+                          "vector.h");
   }
   void alloc(uint64_t n, const char* tag) {
     if (n == 0) return;

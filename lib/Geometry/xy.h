@@ -6,9 +6,18 @@
 struct dxy {
   double x, y;
 
-  dxy& operator+=(const dxy& o) { x += o.x, y += o.y; return *this; }
-  dxy& operator-=(const dxy& o) { x -= o.x, y -= o.y; return *this; }
-  dxy& operator*=(double k) { x *= k, y *= k; return *this; }
+  dxy& operator+=(const dxy& o) {
+    x += o.x, y += o.y;
+    return *this;
+  }
+  dxy& operator-=(const dxy& o) {
+    x -= o.x, y -= o.y;
+    return *this;
+  }
+  dxy& operator*=(double k) {
+    x *= k, y *= k;
+    return *this;
+  }
   dxy& operator/=(double k) {
     ASSERT(k != 0.);
     x /= k, y /= k;

@@ -10,9 +10,18 @@ template <typename S>
 struct xyz_of {
   S x, y, z;
 
-  xyz_of& operator+=(const xyz_of& o) { x += o.x, y += o.y, z += o.z; return *this; }
-  xyz_of& operator-=(const xyz_of& o) { x -= o.x, y -= o.y, z -= o.z; return *this; }
-  xyz_of& operator*=(S k) { x *= k, y *= k, z *= k; return *this; }
+  xyz_of& operator+=(const xyz_of& o) {
+    x += o.x, y += o.y, z += o.z;
+    return *this;
+  }
+  xyz_of& operator-=(const xyz_of& o) {
+    x -= o.x, y -= o.y, z -= o.z;
+    return *this;
+  }
+  xyz_of& operator*=(S k) {
+    x *= k, y *= k, z *= k;
+    return *this;
+  }
   xyz_of& operator/=(S k) {
     ASSERT(k != 0.);
     x /= k, y /= k, z /= k;
@@ -42,5 +51,7 @@ template <typename S>
 S norm(const xyz_of<S>& a) {
   return std::sqrt(dot(a, a));
 }
-inline xyz to_xyz(const dxyz& p) { return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)}; }
+inline xyz to_xyz(const dxyz& p) {
+  return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
+}
 inline dxyz to_dxyz(const xyz& p) { return {p.x, p.y, p.z}; }

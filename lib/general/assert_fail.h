@@ -17,8 +17,8 @@
 [[noreturn]] void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t bytes);
 
 // For faults of the program, never of the input. Always compiled in.
-#define ASSERT(cond)                                                   \
-  do {                                                                 \
-    if (!(cond)) [[unlikely]]                                          \
-      assert_failed(#cond, __func__, __LINE__, __FILE__);              \
+#define ASSERT(cond)                                      \
+  do {                                                    \
+    if (!(cond)) [[unlikely]]                             \
+      assert_failed(#cond, __func__, __LINE__, __FILE__); \
   } while (0)

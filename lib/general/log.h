@@ -39,16 +39,16 @@ void log_warning(const std::string& text);  // the same with "WARNING: " in fron
 
 #define LOG_CAT2(a, b) a##b
 #define LOG_CAT(a, b) LOG_CAT2(a, b)
-#define LOG_STR(expr) \
-  ([&]() {            \
-    LogText log_text_; \
+#define LOG_STR(expr)       \
+  ([&]() {                  \
+    LogText log_text_;      \
     log_text_.os() << expr; \
     return log_text_.str(); \
   }())
 #define LOG_ENTER(expr) \
   const LogScope LOG_CAT(log_scope_, __LINE__)(log_files_open ? LOG_STR(expr) : std::string())
-#define LOG_LINE(expr)                          \
-  do {                                          \
+#define LOG_LINE(expr)                           \
+  do {                                           \
     if (log_files_open) log_line(LOG_STR(expr)); \
   } while (0)
 #define LOG_MSG(expr) log_msg(LOG_STR(expr))

@@ -20,7 +20,7 @@ struct LogState {
   clock_t clock_start = 0;
   time_t time_start = 0;
   bool console = true;
-  bool progress_pending = false;   // a progress line stands on the console without its line end
+  bool progress_pending = false;     // a progress line stands on the console without its line end
   std::atomic<bool> crashed{false};  // a crash report has begun
 };
 
@@ -41,7 +41,8 @@ class LogLock {
 };
 
 // All of these need the lock held.
-std::ofstream& log_stream();                  // of the calling thread
-std::string log_prefix();                     // of the calling thread at its depth
-void log_depth_add(int step);                 // the calling thread's depth
-void console_text(const std::string& text, bool error);  // ends a pending progress line first; no line end added
+std::ofstream& log_stream();   // of the calling thread
+std::string log_prefix();      // of the calling thread at its depth
+void log_depth_add(int step);  // the calling thread's depth
+void console_text(const std::string& text,
+                  bool error);  // ends a pending progress line first; no line end added

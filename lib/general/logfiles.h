@@ -19,11 +19,11 @@ void open_logs(const std::string& base, const std::string& program, const std::s
 // an empty outdir copies nothing), closes them, and removes the lock. Code 0 is success.
 void end_logs(const std::string& outdir, bool copy, bool clear_old, int code);
 
-void flush_logs_at_once();               // both logs: flush now and after each line
-void set_console(bool on);               // off: nothing goes to the console, not even errors
+void flush_logs_at_once();  // both logs: flush now and after each line
+void set_console(bool on);  // off: nothing goes to the console, not even errors
 bool console_on();
 void set_progress_file(const std::string& path);  // the file of ProgressMode::file
-const std::string& log_base();           // path of the logs without ".log"
+const std::string& log_base();                    // path of the logs without ".log"
 
 // Renames a file to "stem.yymmdd-hhmmss.ext" after its modification time. True when a rename happened; renamed
 // is then the new path.

@@ -5,7 +5,7 @@
 #include <string>
 
 std::string change_extension(const std::string& path, const std::string& ext);  // ext with its dot, or empty
-std::string get_extension(const std::string& path);                             // with its dot; empty when none
+std::string get_extension(const std::string& path);  // with its dot; empty when none
 std::string change_directory(const std::string& path, const std::string& dir);
 void split_path(const std::string& path, std::string& dir, std::string& name);  // dir keeps its "/"
 std::string base_name(const std::string& path);
@@ -13,11 +13,11 @@ std::string with_slash(const std::string& dir);  // adds a trailing "/" unless e
 [[nodiscard]] bool current_directory(std::string& dir);
 std::string add_input_directory(const std::string& path, const std::string& idir);
 
-int64_t file_mode(const std::string& path);   // st_mode; -1 when absent
+int64_t file_mode(const std::string& path);     // st_mode; -1 when absent
 bool is_regular_file(const std::string& path);  // a regular file, or a link to one
 bool is_directory(const std::string& path);
-int64_t file_size(const std::string& path);   // bytes; -1 when absent
-int64_t file_mtime(const std::string& path);  // modification time in seconds; -1 when absent
+int64_t file_size(const std::string& path);                  // bytes; -1 when absent
+int64_t file_mtime(const std::string& path);                 // modification time in seconds; -1 when absent
 bool same_file(const std::string& a, const std::string& b);  // same device and inode, both existing
 std::string real_path(const std::string& path);              // unchanged when it cannot be resolved
 bool remove_file(const std::string& path);

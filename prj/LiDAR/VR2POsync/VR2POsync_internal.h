@@ -10,7 +10,7 @@ struct SyncJob {
   const Project& prj;
   const POsyncParam& par;
   POsync& res;
-  std::vector<uint8_t> regsw;     // by swath: it has valid registration vectors
+  std::vector<uint8_t> regsw;  // by swath: it has valid registration vectors
 
   const DUTswath& swath(int sw) const { return res.idx.swaths[static_cast<size_t>(sw)]; }
   bool mobile(int sw) const { return !swath(sw).fixed && swath(sw).group > 0; }
