@@ -115,6 +115,10 @@ void utm_inverse(int zone, double east, double north, double& lat, double& lon, 
   const double delta[4] = {2 * n - 2 * n2 / 3 - 2 * n3 + 116 * n4 / 45,
                            7 * n2 / 3 - 8 * n3 / 5 - 227 * n4 / 45, 56 * n3 / 15 - 136 * n4 / 35,
                            4279 * n4 / 630};
+  if (zone < 0) {
+    zone = -zone;
+    north -= 1e7;
+  }
   const auto inverse = [&](double e, double m, double& phi, double& lambda) {
     const double xi = m / (k0 * A), eta = (e - 500000) / (k0 * A);
     double xi1 = xi, eta1 = eta;

@@ -53,6 +53,6 @@ struct Drift {
 Drift drift_at(const DriftModel& model, double t);
 Pose recorded_pose(const FlightPlan& plan, const DriftModel& drift, double t);
 
-// Geodetic coordinates (radians, WGS84) of a UTM position on the northern hemisphere, and the true azimuth of
-// grid north there. Krueger's series to the fourth order in the third flattening.
+// Geodetic coordinates (radians, WGS84) of a UTM position (zone negative: southern hemisphere), and the true
+// azimuth of grid north there. Krueger's series to the fourth order in the third flattening.
 void utm_inverse(int zone, double east, double north, double& lat, double& lon, double& convergence);

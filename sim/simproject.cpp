@@ -9,43 +9,6 @@ namespace {
 constexpr double DEG = M_PI / 180;
 }
 
-bool sim_preset(const std::string& name, SimSpec& spec) {
-  spec = SimSpec();
-  spec.name = name;
-  if (name == "demo" || name == "boresight") return true;
-  if (name == "tiny") {  // for tests that take seconds
-    spec.nparallel = 2;
-    spec.length = 170;
-    spec.spacing = 80;
-    spec.agl = 160;
-    spec.pulse_rate = 6000;
-    return true;
-  }
-  if (name ==
-      "drift") {  // attitude and position drift on top, far from the central meridian, crooked azimuth
-    spec.seed = 7;
-    spec.nparallel = 4;
-    spec.ncross = 2;
-    spec.length = 420;
-    spec.azimuth_deg = 37;
-    spec.east = 327000;
-    spec.north = 5605000;
-    spec.boresight_deg = {0.21, -0.12, -0.24};
-    spec.lever = {0, 0, 0};
-    spec.drift_pos = {0.03, 0.03, 0.04};
-    spec.drift_att_deg = {0.003, 0.003, 0.006};
-    return true;
-  }
-  if (name == "large") {  // for measuring speed
-    spec.seed = 3;
-    spec.length = 1500;
-    spec.pulse_rate = 60000;
-    spec.scan_rate = 60;
-    return true;
-  }
-  return false;
-}
-
 Terrain make_terrain(const SimSpec& spec) {
   Terrain t;
   t.seed = spec.seed * 1000 + 17;
@@ -79,60 +42,109 @@ FlightPlan make_plan(const SimSpec& spec) {
   return plan;
 }
 
-std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int line) {
+namespace {
+// A pulse as it is and as the scanner reports it, in the scanner's own frame (forward, right, down).
+struct Pulse {
+  double t, theta;        // reported scan angle, radians
+  dxyz reported;          // unit vector
+  dxyz start, direction;  // true beam
+};
+
+// The true beam of a reported scan angle. With corrections c(s) to be added to the reported vector s, a beam
+// whose points are s + c(s) for all ranges: the range corrections stand in measured_range.
+void true_beam(const SimSpec& spec, double theta, Pulse& pulse) {
+  const double* v = spec.internal;
+  const double q = theta * theta;
+  if (spec.internal_generic) {
+    pulse.start = {v[5] * q, theta * (v[2] + v[3] * theta + v[4] * q), q * (v[0] + v[1] * theta + v[6] * q)};
+    pulse.direction = pulse.reported;
+    return;
+  }
+  const double angle = theta - theta * (v[2] + v[3] * theta + v[4] * q);
+  const dxyz along{v[5] * (1 - std::cos(theta)), std::sin(angle), std::cos(angle)};
+  pulse.start = {0, 0, 0};
+  pulse.direction = along / norm(along);
+}
+
+double measured_range(const SimSpec& spec, double range) {
+  return spec.internal_generic ? range : (range - spec.internal[0]) / (1 + spec.internal[1]);
+}
+
+// The mirror swings to and fro; the scan angle is positive to the right.
+Pulse make_pulse(const SimSpec& spec, double t, double phase_shift, SimRandom& random) {
+  Pulse pulse;
+  pulse.t = t;
+  const double turns = t * spec.scan_rate + phase_shift;
+  const double phase = 2 * (turns - std::floor(turns));
+  pulse.theta = spec.fov_deg * DEG * (phase < 1 ? 2 * phase - 1 : 3 - 2 * phase);
+  pulse.reported = {0, std::sin(pulse.theta), std::cos(pulse.theta)};
+  true_beam(spec, pulse.theta, pulse);
+  const double along = spec.angle_noise_deg * DEG * random.normal();
+  const double across = spec.angle_noise_deg * DEG * random.normal();
+  pulse.direction = apply(rotation_xyz(-across, along, 0), pulse.direction);
+  return pulse;
+}
+
+struct Echoes {
+  int n = 0;
+  BeamHit hit[2];
+};
+
+// What comes back of one beam: in crowns an echo from inside, often one more from below.
+Echoes find_echoes(const Terrain& terrain, const dxyz& origin, const dxyz& dir, double max_range,
+                   SimRandom& random) {
+  Echoes echoes;
+  BeamHit first, last;
+  if (!cast_beam(terrain, origin, dir, max_range, false, first)) return echoes;
+  echoes.n = 1;
+  echoes.hit[0] = first;
+  if (first.cover != Cover::tree) return echoes;
+  const double luck = random.uniform();
+  first.range += 1.2 * random.uniform();
+  echoes.hit[0] = first;
+  if (luck >= 0.75 || !cast_beam(terrain, origin, dir, max_range, true, last)) return echoes;
+  if (luck < 0.25 || first.range >= last.range - 1) {
+    echoes.hit[0] = last;
+  } else {
+    echoes.n = 2;
+    echoes.hit[1] = last;
+  }
+  return echoes;
+}
+}  // namespace
+
+std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int line, int channel,
+                                int pass) {
   const Terrain terrain = make_terrain(spec);
   const DriftModel drift = make_drift(spec);
   const FlightLine& fl = plan.lines[line];
-  const Mat3 bore =
-      rotation_xyz(spec.boresight_deg.x * DEG, spec.boresight_deg.y * DEG, spec.boresight_deg.z * DEG);
-  SimRandom random(spec.seed * 1000 + 100 + line);
+  const dxyz error = channel == 0 ? spec.boresight_deg : spec.boresight1_deg;
+  const Mat3 mount = rotation_xyz(0, channel == 0 ? 0 : spec.tilt1_deg * DEG, 0);
+  const Mat3 bore = product(rotation_xyz(error.x * DEG, error.y * DEG, error.z * DEG), mount);
+  SimRandom random(spec.seed * 1000 + 100 + line + 100000 * channel + 200000 * pass);
   std::vector<SimPoint> points;
   const int64_t npulse = static_cast<int64_t>((fl.t1 - fl.t0) * spec.pulse_rate);
   for (int64_t i = 0; i < npulse; i++) {
     const double t = fl.t0 + (static_cast<double>(i) + 0.5) / spec.pulse_rate;
-    // The mirror swings to and fro; the scan angle is positive to the right.
-    const double phase = 2 * (t * spec.scan_rate - std::floor(t * spec.scan_rate));
-    const double theta = spec.fov_deg * DEG * (phase < 1 ? 2 * phase - 1 : 3 - 2 * phase);
-    const double noise_along = spec.angle_noise_deg * DEG * random.normal();
-    const double noise_across = spec.angle_noise_deg * DEG * random.normal();
-    const double true_theta = theta * (1 - spec.angle_scale) + noise_across;
-    const dxyz beam_true{std::sin(noise_along), std::cos(noise_along) * std::sin(true_theta),
-                         std::cos(noise_along) * std::cos(true_theta)};
+    const Pulse pulse = make_pulse(spec, t, 0.31 * channel + 0.43 * pass, random);
 
     const Pose pose = true_pose(plan, t);
     const Mat3 attitude = body_to_world(pose.roll, pose.pitch, pose.heading);
-    const dxyz origin = pose.p + apply(attitude, spec.lever);
-    const dxyz dir = apply(attitude, apply(bore, beam_true));
+    const dxyz origin = pose.p + apply(attitude, spec.lever + apply(bore, pulse.start));
+    const dxyz dir = apply(attitude, apply(bore, pulse.direction));
 
     const Pose rec = recorded_pose(plan, drift, t);
     const Mat3 rec_attitude = body_to_world(rec.roll, rec.pitch, rec.heading);
-    const dxyz rec_dir = apply(rec_attitude, dxyz{0, std::sin(theta), std::cos(theta)});
+    const dxyz rec_dir = apply(rec_attitude, apply(mount, pulse.reported));
 
-    const auto add = [&](const BeamHit& hit, int ret, int nret) {
-      const double measured = hit.range - spec.range_bias + spec.range_noise * random.normal();
+    const Echoes echoes = find_echoes(terrain, origin, dir, 20 * spec.agl, random);
+    for (int e = 0; e < echoes.n; e++) {
+      const BeamHit& hit = echoes.hit[e];
+      const double measured = measured_range(spec, hit.range) + spec.range_noise * random.normal();
       const uint8_t cls = hit.cover == Cover::ground ? 2 : hit.cover == Cover::roof ? 6 : 5;
       points.push_back({t, rec.p + rec_dir * measured, origin + dir * hit.range,
-                        static_cast<float>(theta / DEG), static_cast<uint8_t>(ret),
-                        static_cast<uint8_t>(nret), cls});
-    };
-    BeamHit first, last;
-    if (!cast_beam(terrain, origin, dir, 20 * spec.agl, false, first)) continue;
-    if (first.cover != Cover::tree) {
-      add(first, 1, 1);
-      continue;
-    }
-    const double luck = random.uniform();
-    first.range += 1.2 * random.uniform();  // the echo comes from inside the crown
-    const bool through = luck < 0.75 && cast_beam(terrain, origin, dir, 20 * spec.agl, true, last);
-    if (!through) {
-      add(first, 1, 1);
-    } else if (luck < 0.25) {
-      add(last, 1, 1);
-    } else if (first.range < last.range - 1) {
-      add(first, 1, 2);
-      add(last, 2, 2);
-    } else {
-      add(last, 1, 1);
+                        static_cast<float>(pulse.theta / DEG), static_cast<uint8_t>(e + 1),
+                        static_cast<uint8_t>(echoes.n), cls});
     }
   }
   return points;

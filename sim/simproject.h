@@ -1,5 +1,6 @@
 // sim/simproject.h
-// A whole simulated project: what is flown, which errors are put in, the observed and the true points.
+// A whole simulated project: what is flown, which errors are put in, the observed and the true points, and
+// the files of it.
 #pragma once
 #include <string>
 #include <vector>
@@ -24,17 +25,29 @@ struct SimSpec {
   double fov_deg = 24;        // half the field of view
   double pulse_rate = 10000;  // pulses/s
   double scan_rate = 25;      // lines/s
+  int nchannel = 1;           // laser channels, 1 or 2; each makes a file per line
+  double tilt1_deg = 8;       // channel 1 looks forward by this mount angle
   // Place and time
-  int zone = 33;
+  int zone = 33;                          // UTM; negative: southern hemisphere
   double east = 500000, north = 5321000;  // m, centre
   int week = 2301;
-  double sow0 = 305100;    // s of the week at t = 0
-  double traj_rate = 100;  // Hz
+  double sow0 = 305100;  // s of the week at t = 0
+  // Trajectory
+  double traj_rate = 100;       // Hz
+  std::string traj_columns;     // letters of a text file in degrees, such as "txyzwpk"; empty: SBET
+  bool traj_geographic = true;  // text file in longitude and latitude, else projected
+  // Reference: extra passes over the middle lines, without errors but for a shift of their datum
+  int nref = 0;
+  dxyz ref_shift{0, 0, 0};  // m; the true positions of all lines move along
   // Errors: corrections to be added to the observed points
-  dxyz boresight_deg{-0.130, 0.085, 0.165};  // roll, pitch, yaw
-  dxyz lever{0.03, -0.04, 0};                // m, x forward, y right, z down
-  double range_bias = 0;                     // m, to be added to ranges (internal value 1)
-  double angle_scale = 0;                    // scan angles are too large by this ratio (internal value 3)
+  dxyz boresight_deg{-0.130, 0.085, 0.165};   // roll, pitch, yaw
+  dxyz boresight1_deg{0.070, -0.050, 0.110};  // of channel 1
+  dxyz lever{0.03, -0.04, 0};                 // m, x forward, y right, z down
+  // Scanner errors of all channels. Physical: range bias (m), range scale, scan angle to the powers 1 to 3
+  // (angles are too large), tilt along the track, unused. Generic: metres per power of the scan angle: down
+  // 2, 3; right 1, 2, 3; forward 2; down 4.
+  double internal[7] = {0, 0, 0, 0, 0, 0, 0};
+  bool internal_generic = false;
   // Drift of the recorded trajectory, standard deviations
   dxyz drift_pos{0, 0, 0};      // m, east, north, up
   dxyz drift_att_deg{0, 0, 0};  // roll, pitch, yaw
@@ -52,16 +65,26 @@ struct SimPoint {
   uint8_t cls;  // 2 ground, 5 tree, 6 building
 };
 
-// A named set of values: "demo", "boresight", "drift", "tiny", "large". False for an unknown name.
+// A named set of values. False for an unknown name.
 bool sim_preset(const std::string& name, SimSpec& spec);
+std::string sim_preset_names();  // joined by "|"
 
 FlightPlan make_plan(const SimSpec& spec);
 DriftModel make_drift(const SimSpec& spec);
 Terrain make_terrain(const SimSpec& spec);
 
-// The points of one line in order of time.
-std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int line);
+// The points of one line as a channel sees them, in order of time. pass: another pass over the same line
+// draws other noise and hits other places.
+std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int line, int channel = 0,
+                                int pass = 0);
 
-// Writes a project into dir (which must exist): L01.las ..., truth/, traj.out, mount.txt, command.txt,
-// truth.json. False, after an ERROR line, when a file cannot be written.
+// Writes a project into dir (which must exist): L01.las ... (with two channels L01_c0.las, L01_c1.las ...),
+// REF01.las ..., truth/, the trajectory, mount.txt, command.txt, truth.json. False, after an ERROR line, when
+// a file cannot be written.
 [[nodiscard]] bool write_project(const SimSpec& spec, const std::string& dir);
+
+// The recorded trajectory, traj.out (SBET) or traj.txt (text), and the coordinate system where the options
+// of the aligner have no name for it.
+[[nodiscard]] bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir);
+// The options of the aligner that fit the project.
+std::string project_options(const SimSpec& spec);

@@ -20,7 +20,8 @@
 namespace {
 constexpr double DEG = M_PI / 180;
 
-std::string line_name(size_t i) { return LOG_STR((i < 9 ? "L0" : "L") << i + 1 << ".las"); }
+// Names count from 01.
+std::string numbered(const char* letters, int i) { return LOG_STR(letters << (i < 9 ? "0" : "") << i + 1); }
 
 LASheader swath_header(const SimSpec& spec) {
   LASheader header;
@@ -62,49 +63,88 @@ bool write_swath(const SimSpec& spec, const std::string& path, const std::vector
   return las_write_close(writer) && ok;
 }
 
-bool write_sbet(const SimSpec& spec, const FlightPlan& plan, const std::string& path) {
-  const DriftModel drift = make_drift(spec);
-  BufBinFileOut file(BULK_BUFFER);
-  if (!file.open(path, 0)) return false;
-  const double t_end = plan.lines.back().t1 + 8;
-  for (int64_t i = 0; static_cast<double>(i) / spec.traj_rate < t_end; i++) {
-    const double t = static_cast<double>(i) / spec.traj_rate, h = 0.005;
-    const Pose pose = recorded_pose(plan, drift, t);
-    const dxyz v = (true_pose(plan, t + h).p - true_pose(plan, t - h).p) / (2 * h);
-    double lat, lon, convergence;
-    utm_inverse(spec.zone, pose.p.x, pose.p.y, lat, lon, convergence);
-    const double heading = std::remainder(pose.heading + convergence, 2 * M_PI);
-    const double record[17] = {spec.sow0 + t, lat, lon, pose.p.z, v.y, v.x, -v.z, pose.roll, pose.pitch,
-                               heading,       0,   0,   0,        0,   0,   0,    0};
-    if (!file.write(record, sizeof record)) return false;
-  }
-  return file.close();
-}
-
 nlohmann::json json_xyz(const dxyz& v) { return {v.x, v.y, v.z}; }
 
-bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::vector<size_t>& npoints,
+// A file of the project: a channel of a line, or a reference.
+struct SwathFile {
+  std::string name;
+  int line, channel, pass;
+  size_t npoints = 0;
+};
+
+std::vector<SwathFile> list_swaths(const SimSpec& spec, const FlightPlan& plan) {
+  std::vector<SwathFile> files;
+  for (int line = 0; line < static_cast<int>(plan.lines.size()); line++)
+    for (int channel = 0; channel < spec.nchannel; channel++) {
+      const std::string suffix = spec.nchannel > 1 ? LOG_STR("_c" << channel) : std::string();
+      files.push_back({numbered("L", line) + suffix + ".las", line, channel, 0});
+    }
+  const int first = std::max(0, (spec.nparallel - spec.nref) / 2);
+  for (int i = 0; i < spec.nref; i++) files.push_back({numbered("REF", i) + ".las", first + i, 0, 1});
+  return files;
+}
+
+// A reference is a swath of true points, flown half a year before the lines.
+bool write_reference(const SimSpec& spec, const std::string& path, std::vector<SimPoint>& points) {
+  for (SimPoint& p : points) {
+    p.truth += spec.ref_shift;
+    p.t -= 26 * 604800.0;
+  }
+  return write_swath(spec, path, points, true);
+}
+
+bool simulate_swath(const SimSpec& spec, const FlightPlan& plan, const std::string& dir, SwathFile& file) {
+  std::vector<SimPoint> points = scan_line(spec, plan, file.line, file.channel, file.pass);
+  file.npoints = points.size();
+  if (file.pass > 0) return write_reference(spec, dir + "/" + file.name, points);
+  for (SimPoint& p : points) p.truth += spec.ref_shift;
+  return write_swath(spec, dir + "/" + file.name, points, false) &&
+         write_swath(spec, dir + "/truth/" + file.name, points, true);
+}
+
+void json_swaths(const FlightPlan& plan, const std::vector<SwathFile>& files, nlohmann::json& j) {
+  j["reference"]["files"] = nlohmann::json::array();
+  for (const SwathFile& file : files)
+    if (file.pass > 0)
+      j["reference"]["files"].push_back(file.name);
+    else
+      j["swaths"].push_back({{"file", file.name},
+                             {"line", file.line + 1},
+                             {"channel", file.channel},
+                             {"n_points", file.npoints},
+                             {"t0", plan.lines[file.line].t0},
+                             {"t1", plan.lines[file.line].t1}});
+}
+
+bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::vector<SwathFile>& files,
                       const std::string& path) {
   nlohmann::json j;
   j["name"] = spec.name;
   j["seed"] = spec.seed;
-  j["utm_zone"] = spec.zone;
+  j["utm_zone"] = std::abs(spec.zone);
+  j["utm_south"] = spec.zone < 0;
   j["origin"] = {spec.east, spec.north};
   j["week"] = spec.week;
   j["sow_start"] = spec.sow0;
-  j["sign_note"] = "boresight, lever and internal values are corrections to add; drift is recorded less true";
+  j["sign_note"] =
+      "boresight, lever and internal values are corrections to add; drift is recorded less true; true "
+      "positions "
+      "stand on the datum of the reference, shifted by shift_m";
   j["noise"] = {{"range_m", spec.range_noise}, {"angle_deg", spec.angle_noise_deg}};
   j["boresight_deg"] = json_xyz(spec.boresight_deg);
   j["lever_m"] = json_xyz(spec.lever);
-  j["internal"] = {spec.range_bias, 0, spec.angle_scale, 0, 0, 0, 0};
+  j["internal"] = spec.internal;
+  j["internal_generic"] = spec.internal_generic;
+  for (int c = 0; c < spec.nchannel; c++)
+    j["channels"].push_back({{"ch", c},
+                             {"boresight_deg", json_xyz(c == 0 ? spec.boresight_deg : spec.boresight1_deg)},
+                             {"lever_m", json_xyz(spec.lever)},
+                             {"mount_deg", {0, c == 0 ? 0 : spec.tilt1_deg, 0}}});
+  j["reference"]["shift_m"] = json_xyz(spec.ref_shift);
   j["drift_sd"] = {{"pos_m", json_xyz(spec.drift_pos)},
                    {"att_deg", json_xyz(spec.drift_att_deg)},
                    {"tau_s", spec.drift_tau}};
-  for (size_t i = 0; i < plan.lines.size(); i++)
-    j["swaths"].push_back({{"file", line_name(i)},
-                           {"n_points", npoints[i]},
-                           {"t0", plan.lines[i].t0},
-                           {"t1", plan.lines[i].t1}});
+  json_swaths(plan, files, j);
   const DriftModel model = make_drift(spec);
   for (double t = 0; t < plan.lines.back().t1 + 8; t += 1) {
     const Drift d = drift_at(model, t);
@@ -130,25 +170,19 @@ bool write_project(const SimSpec& spec, const std::string& dir) {
     ERROR_MSG("could not create directory '" << dir << "/truth': " << std::strerror(errno));
     return false;
   }
-  const int nlines = static_cast<int>(plan.lines.size());
-  std::vector<size_t> npoints(plan.lines.size());
+  std::vector<SwathFile> files = list_swaths(spec, plan);
+  const int64_t nfiles = static_cast<int64_t>(files.size());
   std::atomic<int> done = 0;
-  progress_start(nlines);
+  progress_start(nfiles);
   const int64_t failed =
-      run_units(nlines, static_cast<int>(std::thread::hardware_concurrency()), [&](int64_t i, int) {
-        const std::vector<SimPoint> points = scan_line(spec, plan, static_cast<int>(i));
-        const size_t line = static_cast<size_t>(i);
-        npoints[line] = points.size();
-        if (!write_swath(spec, dir + "/" + line_name(line), points, false) ||
-            !write_swath(spec, dir + "/truth/" + line_name(line), points, true))
-          return false;
+      run_units(nfiles, static_cast<int>(std::thread::hardware_concurrency()), [&](int64_t i, int) {
+        if (!simulate_swath(spec, plan, dir, files[static_cast<size_t>(i)])) return false;
         progress_step(++done, LOG_STR("SIMULATED " << done << " lines"));
         return true;
       });
   if (failed >= 0) return false;
-  progress_end(LOG_STR("SIMULATED " << nlines << " lines"));
-  return write_sbet(spec, plan, dir + "/traj.out") && write_line(dir + "/mount.txt", "0 0 0 0 0 0") &&
-         write_line(dir + "/command.txt",
-                    LOG_STR("-utm " << spec.zone << " -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0")) &&
-         write_truth_json(spec, plan, npoints, dir + "/truth.json");
+  progress_end(LOG_STR("SIMULATED " << nfiles << " lines"));
+  return write_trajectory(spec, plan, dir) && write_line(dir + "/mount.txt", "0 0 0 0 0 0") &&
+         write_line(dir + "/command.txt", project_options(spec)) &&
+         write_truth_json(spec, plan, files, dir + "/truth.json");
 }

@@ -14,22 +14,42 @@ struct Setting {  // a number of the project that the command line may change
 };
 
 int usage(const Setting* settings, size_t n) {
-  std::printf(
-      "usage: veldsim -odir DIR [-preset demo|boresight|drift|tiny|large] [-seed N] [-NAME VALUE ...]\n");
-  for (size_t i = 0; i < n; i++)
-    std::printf("  -%-12s %s (demo: %g)\n", settings[i].name, settings[i].meaning, *settings[i].value);
+  std::printf("usage: veldsim -odir DIR [-preset %s]\n               [-po_parse LETTERS] [-NAME VALUE ...]\n",
+              sim_preset_names().c_str());
+  std::printf("  -%-12s columns of a text trajectory: t x y z w p k, others filler (demo: SBET)\n",
+              "po_parse");
+  for (size_t i = 0; i < n; i++) std::printf("  -%-12s %s\n", settings[i].name, settings[i].meaning);
   return 1;
+}
+
+bool check_spec(const SimSpec& spec) {
+  const bool ok = spec.nparallel >= 1 && spec.ncross >= 0 && spec.nref >= 0 && spec.nref <= spec.nparallel &&
+                  (spec.nchannel == 1 || spec.nchannel == 2) && spec.zone != 0 && std::abs(spec.zone) <= 60;
+  if (!ok) std::fprintf(stderr, "ERROR: lines, cross, ref, channels or zone out of range\n");
+  return ok;
 }
 }  // namespace
 
 int main(int argc, char** argv) {
   SimSpec spec;
   std::string dir;
-  double seed = -1, nparallel = -1, ncross = -1;
+  const double UNSET = -1e9;  // the preset's value holds
+  double seed = UNSET, nparallel = UNSET, ncross = UNSET, nref = UNSET, nchannel = UNSET, zone = UNSET;
+  double geographic = UNSET, generic = UNSET;
   const Setting settings[] = {
-      {"seed", &seed, "seed of landscape, motion and noise; -1 for the preset's"},
-      {"lines", &nparallel, "parallel lines; -1 for the preset's"},
-      {"cross", &ncross, "cross lines; -1 for the preset's"},
+      {"seed", &seed, "seed of landscape, motion and noise"},
+      {"lines", &nparallel, "parallel lines"},
+      {"cross", &ncross, "cross lines"},
+      {"ref", &nref, "reference strips over the middle lines"},
+      {"channels", &nchannel, "laser channels, 1 or 2"},
+      {"zone", &zone, "UTM zone, negative south"},
+      {"po_geo", &geographic, "text trajectory: 1 geographic, 0 projected"},
+      {"int_gen", &generic, "1: i1 to i7 are those of the generic model"},
+      {"east", &spec.east, "m, centre"},
+      {"north", &spec.north, "m, centre"},
+      {"ref_dx", &spec.ref_shift.x, "m, shift of the reference and the truth"},
+      {"ref_dy", &spec.ref_shift.y, "m, shift of the reference and the truth"},
+      {"ref_dz", &spec.ref_shift.z, "m, shift of the reference and the truth"},
       {"length", &spec.length, "m, length of a line"},
       {"spacing", &spec.spacing, "m, between parallel lines"},
       {"agl", &spec.agl, "m, height above ground"},
@@ -40,8 +60,24 @@ int main(int argc, char** argv) {
       {"lever_x", &spec.lever.x, "m, lever arm forward"},
       {"lever_y", &spec.lever.y, "m, lever arm right"},
       {"lever_z", &spec.lever.z, "m, lever arm down"},
-      {"range_bias", &spec.range_bias, "m, to be added to ranges"},
-      {"angle_scale", &spec.angle_scale, "ratio by which scan angles are too large"},
+      {"roll1", &spec.boresight1_deg.x, "degrees, boresight roll of channel 1"},
+      {"pitch1", &spec.boresight1_deg.y, "degrees, boresight pitch of channel 1"},
+      {"yaw1", &spec.boresight1_deg.z, "degrees, boresight yaw of channel 1"},
+      {"tilt1", &spec.tilt1_deg, "degrees, mount angle of channel 1"},
+      {"i1", &spec.internal[0], "m, to be added to ranges; generic: m/rad^2 down"},
+      {"i2", &spec.internal[1], "ratio by which ranges are too small; generic: m/rad^3 down"},
+      {"i3", &spec.internal[2], "ratio by which scan angles are too large; generic: m/rad right"},
+      {"i4", &spec.internal[3], "scan angle squared, 1/rad; generic: m/rad^2 right"},
+      {"i5", &spec.internal[4], "scan angle cubed, 1/rad^2; generic: m/rad^3 right"},
+      {"i6", &spec.internal[5], "tilt along track, m/m; generic: m/rad^2 forward"},
+      {"i7", &spec.internal[6], "generic: m/rad^4 down"},
+      {"motion", &spec.motion, "scale of the aircraft's motion"},
+      {"drift_e", &spec.drift_pos.x, "m, drift east"},
+      {"drift_n", &spec.drift_pos.y, "m, drift north"},
+      {"drift_h", &spec.drift_pos.z, "m, drift in height"},
+      {"drift_roll", &spec.drift_att_deg.x, "degrees, drift of roll"},
+      {"drift_pitch", &spec.drift_att_deg.y, "degrees, drift of pitch"},
+      {"drift_yaw", &spec.drift_att_deg.z, "degrees, drift of heading"},
       {"range_noise", &spec.range_noise, "m, range noise"},
       {"angle_noise", &spec.angle_noise_deg, "degrees, beam direction noise"},
   };
@@ -56,8 +92,8 @@ int main(int argc, char** argv) {
     if (i + 1 >= argc) return usage(settings, nset);
     const std::string name = argv[i], value = argv[i + 1];
     if (name == "-preset") continue;
-    if (name == "-odir") {
-      dir = value;
+    if (name == "-odir" || name == "-po_parse") {
+      (name == "-odir" ? dir : spec.traj_columns) = value;
       continue;
     }
     const Setting* found = nullptr;
@@ -72,8 +108,18 @@ int main(int argc, char** argv) {
     *found->value = number;
   }
   if (dir.empty()) return usage(settings, nset);
-  if (seed >= 0) spec.seed = static_cast<uint64_t>(seed);
-  if (nparallel >= 0) spec.nparallel = static_cast<int>(nparallel);
-  if (ncross >= 0) spec.ncross = static_cast<int>(ncross);
-  return write_project(spec, dir) ? 0 : 1;
+  if (seed != UNSET) spec.seed = static_cast<uint64_t>(seed);
+  const struct {
+    double value;
+    int* target;
+  } counts[] = {{nparallel, &spec.nparallel},
+                {ncross, &spec.ncross},
+                {nref, &spec.nref},
+                {nchannel, &spec.nchannel},
+                {zone, &spec.zone}};
+  for (const auto& c : counts)
+    if (c.value != UNSET) *c.target = static_cast<int>(c.value);
+  if (geographic != UNSET) spec.traj_geographic = geographic != 0;
+  if (generic != UNSET) spec.internal_generic = generic != 0;
+  return check_spec(spec) && write_project(spec, dir) ? 0 : 1;
 }

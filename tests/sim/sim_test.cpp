@@ -1,6 +1,7 @@
 // The simulator against things known without it: a projection library, the definition of the corrections.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "geo/georef.h"
@@ -12,9 +13,13 @@ constexpr double DEG = M_PI / 180;
 
 TEST(Flight, InverseProjectionAgreesWithTheLibrary) {
   const struct {
-    int zone;
+    int zone;  // negative: southern hemisphere
     double east, north;
-  } cases[] = {{33, 500000, 5321000}, {33, 327000, 5605000}, {31, 700000, 200000}, {18, 250000, 7800000}};
+  } cases[] = {{33, 500000, 5321000},
+               {33, 327000, 5605000},
+               {31, 700000, 200000},
+               {18, 250000, 7800000},
+               {-35, 610000, 7130000}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.east);
     GeoRefParam geo;
@@ -50,28 +55,91 @@ TEST(Project, WithoutErrorsPointsAreTrue) {
   EXPECT_LT(worst, 1e-6);
 }
 
-// P + Lx a + Ly b + Lz c + roll (a x r) + pitch (b x r) + yaw (c x r), with a, b, c the body axes and r = P -
-// O.
+// Displacement of a point by the internal values, in the frame of the scanner (forward, right, down).
+dxyz internal_correction(const SimSpec& spec, const dxyz& s) {
+  const double* v = spec.internal;
+  const double theta = std::atan2(s.y, s.z), q = theta * theta, range = norm(s);
+  if (spec.internal_generic)
+    return {v[5] * q, v[2] * theta + v[3] * q + v[4] * q * theta, v[0] * q + v[1] * q * theta + v[6] * q * q};
+  const dxyz turn = (v[2] * theta + v[3] * q + v[4] * q * theta) * dxyz{0, -s.z, s.y};
+  return (v[0] / range + v[1]) * s + turn + dxyz{v[5] * (range - s.z), 0, 0};
+}
+
+// P + Lx a + Ly b + Lz c + roll (a x r) + pitch (b x r) + yaw (c x r) + internal values, with a, b, c the body
+// axes and r = P - O.
 TEST(Project, CorrectionsAddedToPointsGiveTheTruth) {
-  SimSpec spec = small_spec();
-  spec.boresight_deg = {0.05, -0.04, 0.06};
-  spec.lever = {0.3, -0.2, 0.1};
-  const FlightPlan plan = make_plan(spec);
-  const std::vector<SimPoint> points = scan_line(spec, plan, 0);
-  double before = 0, after = 0;
-  for (const SimPoint& p : points) {
-    const Pose pose = recorded_pose(plan, make_drift(spec), p.t);
-    const Mat3 m = body_to_world(pose.roll, pose.pitch, pose.heading);
-    const dxyz a = apply(m, {1, 0, 0}), b = apply(m, {0, 1, 0}), c = apply(m, {0, 0, 1}),
-               r = p.observed - pose.p;
-    const dxyz q = p.observed + spec.lever.x * a + spec.lever.y * b + spec.lever.z * c +
-                   spec.boresight_deg.x * DEG * cross(a, r) + spec.boresight_deg.y * DEG * cross(b, r) +
-                   spec.boresight_deg.z * DEG * cross(c, r);
-    before = std::max(before, norm(p.observed - p.truth));
-    after = std::max(after, norm(q - p.truth));
+  const struct {
+    const char* what;
+    int channel;
+    bool generic;
+    double internal[7];
+  } cases[] = {
+      {"boresight and lever", 0, false, {}},
+      {"ranges", 0, false, {0.15, 0.001}},
+      {"scan angles", 0, false, {0, 0, 0.002, 0.003, -0.004, 0.02}},
+      {"generic", 0, true, {0.5, -0.4, 0.3, 0.6, -0.5, 0.7, 0.8}},
+      {"second channel", 1, false, {0.1, 0, 0.002}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    SimSpec spec = small_spec();
+    spec.boresight_deg = {0.05, -0.04, 0.06};
+    spec.boresight1_deg = {-0.03, 0.05, -0.07};
+    spec.lever = {0.3, -0.2, 0.1};
+    spec.internal_generic = c.generic;
+    std::copy(c.internal, c.internal + 7, spec.internal);
+    const FlightPlan plan = make_plan(spec);
+    const dxyz bore = c.channel == 0 ? spec.boresight_deg : spec.boresight1_deg;
+    const Mat3 mount = rotation_xyz(0, c.channel * spec.tilt1_deg * DEG, 0);
+    double before = 0, after = 0;
+    for (const SimPoint& p : scan_line(spec, plan, 0, c.channel)) {
+      const Pose pose = recorded_pose(plan, make_drift(spec), p.t);
+      const Mat3 body = body_to_world(pose.roll, pose.pitch, pose.heading), ics = product(body, mount);
+      const dxyz a = apply(body, {1, 0, 0}), b = apply(body, {0, 1, 0}), down = apply(body, {0, 0, 1}),
+                 r = p.observed - pose.p;
+      const dxyz s{dot(r, apply(ics, {1, 0, 0})), dot(r, apply(ics, {0, 1, 0})),
+                   dot(r, apply(ics, {0, 0, 1}))};
+      const dxyz q = p.observed + spec.lever.x * a + spec.lever.y * b + spec.lever.z * down +
+                     bore.x * DEG * cross(a, r) + bore.y * DEG * cross(b, r) + bore.z * DEG * cross(down, r) +
+                     apply(ics, internal_correction(spec, s));
+      before = std::max(before, norm(p.observed - p.truth));
+      after = std::max(after, norm(q - p.truth));
+    }
+    EXPECT_GT(before, 0.3);
+    EXPECT_LT(after, 2e-3);  // what the linear form leaves: 180 m times the square of 0.1 degrees
   }
-  EXPECT_GT(before, 0.3);
-  EXPECT_LT(after, 1e-3);  // what the linear form leaves: 180 m times the square of 0.09 degrees
+}
+
+TEST(Project, AnotherPassIsAnotherMeasurement) {
+  const SimSpec spec = small_spec();
+  const FlightPlan plan = make_plan(spec);
+  const std::vector<SimPoint> a = scan_line(spec, plan, 0), b = scan_line(spec, plan, 0, 0, 1);
+  double nearest = 1e9;  // of the other pass to one point
+  for (const SimPoint& p : b) nearest = std::min(nearest, norm(p.truth - a[3000].truth));
+  EXPECT_GT(nearest, 0.001);
+  EXPECT_LT(nearest, 1.5);
+}
+
+// The options must name what was written.
+TEST(Project, OptionsFitTheFiles) {
+  const struct {
+    const char *preset, *options;
+  } cases[] = {
+      {"demo", "-utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0"},
+      {"reference", "-utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0 -r REF*.las"},
+      {"channels",
+       "-utm 33 -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po traj.out -po traj.out -imu 0 0 0 -bore 0 0 0 0 "
+       "8.000 0"},
+      {"track",
+       "-utm 33 -i L*.las -po traj.txt -imu 0 0 0 -bore 0 0 0 -po_parse txyz -po_geo 1 -po_time 1 -po_att 1"},
+      {"south", "-wkt crs.wkt -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0"},
+      {"generic", "-utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0 -C B13 -int_gen 1"},
+  };
+  for (const auto& c : cases) {
+    SimSpec spec;
+    ASSERT_TRUE(sim_preset(c.preset, spec)) << c.preset;
+    EXPECT_EQ(project_options(spec), c.options) << c.preset;
+  }
 }
 
 TEST(Project, SameSeedSamePoints) {

@@ -1,0 +1,128 @@
+// Trajectory, coordinate system and options of a simulated project.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "lib/general/binfile.h"
+#include "lib/general/log.h"
+#include "lib/general/txtfile.h"
+#include "sim/simproject.h"
+
+namespace {
+constexpr double DEG = M_PI / 180;
+
+struct Sample {
+  double t;            // s after the start
+  double lat, lon;     // radians
+  double convergence;  // radians
+  dxyz v;              // m/s, east, north, up
+  Pose pose;           // as recorded, heading from grid north
+};
+
+// Samples at the trajectory's rate from the start to the end of the flight.
+std::vector<Sample> recorded_samples(const SimSpec& spec, const FlightPlan& plan) {
+  const DriftModel drift = make_drift(spec);
+  const double t_end = plan.lines.back().t1 + 8;
+  std::vector<Sample> samples;
+  for (int64_t i = 0; static_cast<double>(i) / spec.traj_rate < t_end; i++) {
+    Sample s;
+    s.t = static_cast<double>(i) / spec.traj_rate;
+    const double h = 0.005;
+    s.pose = recorded_pose(plan, drift, s.t);
+    s.v = (true_pose(plan, s.t + h).p - true_pose(plan, s.t - h).p) / (2 * h);
+    utm_inverse(spec.zone, s.pose.p.x, s.pose.p.y, s.lat, s.lon, s.convergence);
+    samples.push_back(s);
+  }
+  return samples;
+}
+
+bool write_sbet(const SimSpec& spec, const std::vector<Sample>& samples, const std::string& path) {
+  BufBinFileOut file(BULK_BUFFER);
+  if (!file.open(path, 0)) return false;
+  for (const Sample& s : samples) {
+    const Pose& p = s.pose;
+    const double heading = std::remainder(p.heading + s.convergence, 2 * M_PI);
+    const double record[17] = {spec.sow0 + s.t, s.lat, s.lon, p.p.z, s.v.y, s.v.x, -s.v.z, p.roll, p.pitch,
+                               heading,         0,     0,     0,     0,     0,     0,      0};
+    if (!file.write(record, sizeof record)) return false;
+  }
+  return file.close();
+}
+
+// A column per letter; letters that mean nothing are filled with zeros. Heading from true north in geographic
+// coordinates, else from grid north.
+bool write_text(const SimSpec& spec, const std::vector<Sample>& samples, const std::string& path) {
+  TxtFileOut file(true);
+  if (!file.open(path, 0)) return false;
+  const bool geo = spec.traj_geographic;
+  const double t0 = spec.week * 604800.0 + spec.sow0 - 1e9;
+  for (const Sample& s : samples) {
+    std::string row;
+    for (const char letter : spec.traj_columns) {
+      double heading = (s.pose.heading + (geo ? s.convergence : 0)) / DEG;
+      heading -= 360 * std::floor(heading / 360);
+      const double value = letter == 't'   ? t0 + s.t
+                           : letter == 'x' ? (geo ? s.lon / DEG : s.pose.p.x)
+                           : letter == 'y' ? (geo ? s.lat / DEG : s.pose.p.y)
+                           : letter == 'z' ? s.pose.p.z
+                           : letter == 'w' ? s.pose.roll / DEG
+                           : letter == 'p' ? s.pose.pitch / DEG
+                           : letter == 'k' ? heading
+                                           : 0;
+      char text[40];
+      std::snprintf(text, sizeof text, geo && (letter == 'x' || letter == 'y') ? "%.10f" : "%.6f", value);
+      row += (row.empty() ? "" : " ") + std::string(text);
+    }
+    file.fs << row << '\n';
+  }
+  return file.close();
+}
+
+bool write_wkt(int zone, const std::string& path) {
+  TxtFileOut file(true);
+  if (!file.open(path, 0)) return false;
+  const int number = std::abs(zone);
+  file.fs << "PROJCS[\"UTM zone " << number << (zone < 0 ? "S" : "N")
+          << "\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
+             "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],"
+             "PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"latitude_of_origin\",0],"
+             "PARAMETER[\"central_meridian\","
+          << 6 * number - 183
+          << "],PARAMETER[\"scale_factor\",0.9996],PARAMETER[\"false_easting\",500000],"
+             "PARAMETER[\"false_northing\","
+          << (zone < 0 ? 10000000 : 0) << "],UNIT[\"metre\",1]]\n";
+  return file.close();
+}
+
+bool has_letter(const SimSpec& spec, char letter) {
+  return spec.traj_columns.find(letter) != std::string::npos;
+}
+}  // namespace
+
+bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir) {
+  const std::vector<Sample> samples = recorded_samples(spec, plan);
+  if (spec.zone < 0 && !write_wkt(spec.zone, dir + "/crs.wkt")) return false;
+  return spec.traj_columns.empty() ? write_sbet(spec, samples, dir + "/traj.out")
+                                   : write_text(spec, samples, dir + "/traj.txt");
+}
+
+std::string project_options(const SimSpec& spec) {
+  const std::string traj = spec.traj_columns.empty() ? "traj.out" : "traj.txt";
+  std::string o = spec.zone < 0 ? "-wkt crs.wkt" : LOG_STR("-utm " << spec.zone);
+  if (spec.nchannel == 1)
+    o += " -i L*.las -po " + traj + " -imu 0 0 0 -bore 0 0 0";
+  else  // a group, a trajectory and a mount per channel
+    o += " -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po " + traj + " -po " + traj + " -imu 0 0 0 -bore 0 0 0 " +
+         LOG_STR("0 " << spec.tilt1_deg << " 0");
+  if (spec.nref > 0) o += " -r REF*.las";
+  if (!spec.traj_columns.empty()) {
+    o += " -po_parse " + spec.traj_columns + LOG_STR(" -po_geo " << spec.traj_geographic << " -po_time 1");
+    if (!has_letter(spec, 'k')) o += " -po_att 1";  // the heading is that of the track
+  }
+  std::string numbers;
+  for (int k = 0; k < 7; k++)
+    if (spec.internal[k] != 0) numbers += std::to_string(k + 1);
+  if (!numbers.empty()) o += " -C B" + numbers;
+  if (spec.internal_generic) o += " -int_gen 1";
+  return o;
+}
