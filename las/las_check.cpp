@@ -4,6 +4,7 @@
 
 #include "las/las_access.h"
 #include "lib/general/log.h"
+#include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
 #include "lib/general/txtfile.h"
@@ -50,8 +51,9 @@ bool las_read_check(const std::string& name, const std::string& parse) {
   LOG_MSG("read " << mega_points << " Mp, " << mega_bytes << " MB from " << name << " file | time=" << seconds
                   << "s");
   const double span = std::max(seconds, 1e-9);
-  std::cout << LOG_STR(" read speed: " << mega_points / span << " Mp/s, " << mega_bytes / span << " MB/s")
-            << std::endl;
+  if (console_on())
+    std::cout << LOG_STR(" read speed: " << mega_points / span << " Mp/s, " << mega_bytes / span << " MB/s")
+              << std::endl;
   las_read_close(reader);
   return true;
 }

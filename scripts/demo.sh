@@ -25,6 +25,6 @@ echo "== align =="
 cd "$dir"
 # command.txt holds the options that fit the project: inputs, trajectory, zone.
 read -r -a options < command.txt
-veldrunner -align "${options[@]}" -odir out -tmpdir tmp -out '*_c.las' -mul
+veldrunner -align "${options[@]}" -odir out -tmpdir tmp -out '*_c.las' -name demo -mul
 echo "== score =="
-veldscore "$dir" "$dir/out" -suffix _c -cal out/_cal_0.txt
+veldscore "$dir" "$dir/out" -suffix _c -cal out/demo_cal_0.txt

@@ -200,26 +200,6 @@ bool copy_file(const std::string& from, const std::string& to, bool report) {
   return false;
 }
 
-bool copy_files(const std::string& pattern, const std::string& dir, bool report) {
-  std::string current;
-  if (!current_directory(current)) {
-    ERROR_MSG("could not get current directory");
-    return false;
-  }
-  const auto completed = [&current](const std::string& d) {
-    return !d.empty() && d[0] == '/' ? with_slash(d) : current + with_slash(d);
-  };
-  std::string from, name;
-  split_path(pattern, from, name);
-  if (completed(from) == completed(dir)) return true;
-  std::vector<std::string> files;
-  if (!match_files(pattern, files)) return false;
-  bool good = true;
-  for (const std::string& file : files)
-    if (!copy_file(file, change_directory(file, dir), report)) good = false;
-  return good;
-}
-
 bool dum_chk_dir_eq(const std::string& a, const std::string& b) {
   const char* const marker = "_dum_chk_dir_eq_";
   const std::string path = with_slash(a) + marker;

@@ -1,5 +1,5 @@
 // lib/general/filelist.h
-// File name patterns expanded into checked lists, copies by pattern, tests of directories.
+// File name patterns expanded into checked lists, copies of files, tests of directories.
 // Here:     what touches directories and needs the rules for reference and input directories.
 // Not here: operations on one path (path.h), lists by project group (prj/LiDAR/veldrunner2).
 #pragma once
@@ -48,8 +48,6 @@ bool has_wildcard(const std::string& name);                                  // 
 
 // A copy that appears whole or not at all. report: failures are ERROR lines.
 [[nodiscard]] bool copy_file(const std::string& from, const std::string& to, bool report = true);
-// All files of a pattern into a directory; nothing to do if it is the source's. False when one failed.
-[[nodiscard]] bool copy_files(const std::string& pattern, const std::string& dir, bool report = true);
 
 bool dum_chk_dir_eq(const std::string& a, const std::string& b);  // one directory, by a marker file
 bool dir_writable(const std::string& dir);                        // by creating and removing a file

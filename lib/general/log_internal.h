@@ -14,6 +14,7 @@ struct LogState {
   std::ofstream main_log;  // the main thread's
   std::ofstream back_log;  // all other threads'
   std::string base;        // path of the logs without ".log" or "_b.log"
+  std::string stem;        // the same for a run that shares its logs: where the logs of all runs begin
   std::string lock_path;   // empty while no lock is held
   std::string prog_path;   // progress file, empty for none
   pthread_t main_thread;

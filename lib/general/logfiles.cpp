@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <vector>
 
 #include "lib/general/filelist.h"
 #include "lib/general/log.h"
@@ -16,6 +19,12 @@
 
 namespace {
 constexpr size_t MAX_PATH_BYTES = 4096;
+constexpr int MAX_SAME_SECOND = 10000;  // logs of one second that are told apart
+
+void log_deleted(const std::string& pattern, uint64_t nfiles, uint64_t nbytes) {
+  LOG_LINE("Deleted " << pattern << " " << nfiles << " files, " << static_cast<float>(nbytes) * 9.536743e-7f
+                      << " Mb");
+}
 
 std::string date_text() {
   const time_t now = std::time(nullptr);
@@ -46,13 +55,46 @@ void open_log(std::ofstream& file, const std::string& path) {
   if (!file) std::fprintf(stderr, "ERROR: failed to open log file '%s' \n", path.c_str());
 }
 
-void copy_logs(const std::string& pattern, const std::string& outdir, const std::string& base) {
-  if (!copy_files(pattern, outdir, false))  // the log is closed: one line on the console tells it
+// Copies a log of this run. One of an earlier run stays beside it under its time.
+void copy_log(const std::string& path, const std::string& outdir, const std::string& base) {
+  const std::string copy = change_directory(path, outdir);
+  if (same_file(path, copy)) return;
+  std::string renamed;
+  rename_by_time(copy, renamed);
+  if (!copy_file(path, copy, false))  // the log is closed: one line on the console tells it
     std::fprintf(stderr, "WARNING: failed to copy logs to output directory, see %s*.log\n", base.c_str());
+}
+
+// What stands between the stem of the logs and the process number in the logs of a run that has its own.
+std::string own_ending() {
+  char host[256] = "";
+  if (gethostname(host, sizeof host - 1) != 0) host[0] = '\0';
+  return std::string("_mul_") + host + "_";
+}
+
+// Deletes the logs of runs of this machine that had their own and have ended.
+void delete_own_logs(const std::string& stem) {
+  const std::string start = stem + own_ending();
+  std::vector<std::string> files;
+  if (!match_files(start + "*.log", files)) return;
+  uint64_t nfiles = 0, nbytes = 0;
+  for (const std::string& file : files) {
+    const long process = std::strtol(file.c_str() + start.size(), nullptr, 10);
+    if (process > 0 && kill(static_cast<pid_t>(process), 0) != 0 && errno == ESRCH)
+      delete_files(file, nfiles, nbytes);
+  }
+  if (nfiles > 0) log_deleted(start + "*.log", nfiles, nbytes);
+}
+
+// Gives a file a name that no other has. False also when the name is taken.
+bool rename_to_free(const std::string& from, const std::string& to) {
+  if (link(from.c_str(), to.c_str()) == 0) return unlink(from.c_str()) == 0;
+  // A file system without hard links.
+  return errno != EEXIST && file_mode(to) < 0 && std::rename(from.c_str(), to.c_str()) == 0;
 }
 }  // namespace
 
-bool take_lock(const std::string& base, const std::string& program) {
+bool take_lock(const std::string& base, const std::string& program, bool report) {
   const std::string path = base + ".lock";
   const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644);
   if (fd >= 0) {
@@ -61,6 +103,7 @@ bool take_lock(const std::string& base, const std::string& program) {
     log_state().lock_path = path;
     return true;
   }
+  if (!report) return false;
   if (errno == EEXIST)
     std::fprintf(stderr, "ERROR: one instance of %s is already running!\nfile \"%s\" found.\n",
                  program.c_str(), path.c_str());
@@ -69,8 +112,9 @@ bool take_lock(const std::string& base, const std::string& program) {
   return false;
 }
 
-void open_logs(const std::string& base, const std::string& program, const std::string& execpath,
-               const std::string& defaults) {
+void open_logs(const std::string& stem, const std::string& program, const std::string& execpath,
+               const std::string& defaults, bool own_logs) {
+  const std::string base = own_logs ? stem + own_ending() + std::to_string(getpid()) : stem;
   std::string renamed, dir;
   const bool was_renamed = rename_by_time(base + ".log", renamed);
   std::string renamed_back;
@@ -80,6 +124,7 @@ void open_logs(const std::string& base, const std::string& program, const std::s
   const LogLock lock;
   LogState& log = log_state();
   log.base = base;
+  log.stem = stem;
   open_log(log.main_log, base + ".log");
   log.clock_start = std::clock();
   log.time_start = std::time(nullptr);
@@ -95,8 +140,10 @@ void open_logs(const std::string& base, const std::string& program, const std::s
 
 void end_logs(const std::string& outdir, bool copy, bool clear_old, int code) {
   LogState& log = log_state();
-  if (clear_old && !log.base.empty())
-    for (const char* const pattern : {".*.log", "_b.*.log"}) delete_and_log(log.base + pattern);
+  if (clear_old && !log.stem.empty()) {
+    for (const char* const pattern : {".*.log", "_b.*.log"}) delete_and_log(log.stem + pattern);
+    delete_own_logs(log.stem);
+  }
 
   std::string time_text;
   const bool were_open = log_files_open.exchange(false);
@@ -109,14 +156,14 @@ void end_logs(const std::string& outdir, bool copy, bool clear_old, int code) {
     log.main_log.close();
   }
   const bool do_copy = were_open && copy && !outdir.empty();
-  if (do_copy) copy_logs(log.base + "*.log", outdir, log.base);
+  if (do_copy) copy_log(log.base + ".log", outdir, log.base);
   {
     const LogLock lock;
     if (log.crashed) log.back_log << '\n';  // its last line may have been cut off
     log.back_log << "EXIT_CODE=" << code << '\n' << time_text << '\n';
     log.back_log.close();
   }
-  if (do_copy) copy_logs(log.base + "_b.log", outdir, log.base);
+  if (do_copy) copy_log(log.base + "_b.log", outdir, log.base);
 
   const LogLock lock;
   if (were_open) console_text("TOTAL PROCESSING TIME: " + real_time_text(log) + "\n", false);
@@ -151,20 +198,20 @@ bool rename_by_time(const std::string& path, std::string& renamed) {
   struct stat info;
   struct tm parts;
   if (stat(path.c_str(), &info) != 0 || !localtime_r(&info.st_mtime, &parts)) return false;
-  char text[MAX_PATH_BYTES];
-  const int n =
-      std::snprintf(text, sizeof text, "%s.%02d%02d%02d-%02d%02d%02d%s", change_extension(path, "").c_str(),
-                    parts.tm_year % 100, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
-                    parts.tm_sec, get_extension(path).c_str());
-  if (n < 0 || static_cast<size_t>(n) >= sizeof text) return false;
-  if (std::rename(path.c_str(), text) != 0) return false;
-  renamed = text;
-  return true;
+  char text[32];
+  std::snprintf(text, sizeof text, ".%02d%02d%02d-%02d%02d%02d", parts.tm_year % 100, parts.tm_mon + 1,
+                parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  const std::string stem = change_extension(path, "") + text, ext = get_extension(path);
+  for (int n = 1; n <= MAX_SAME_SECOND; n++) {
+    renamed = stem + (n > 1 ? "-" + std::to_string(n) : "") + ext;
+    if (renamed.size() >= MAX_PATH_BYTES) return false;
+    if (rename_to_free(path, renamed)) return true;
+    if (file_mode(renamed) < 0) return false;  // it is not the name that failed
+  }
+  return false;
 }
 
 void delete_and_log(const std::string& pattern) {
   uint64_t nfiles = 0, nbytes = 0;
-  if (delete_files(pattern, nfiles, nbytes))
-    LOG_LINE("Deleted " << pattern << " " << nfiles << " files, " << static_cast<float>(nbytes) * 9.536743e-7f
-                        << " Mb");
+  if (delete_files(pattern, nfiles, nbytes)) log_deleted(pattern, nfiles, nbytes);
 }

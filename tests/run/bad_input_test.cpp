@@ -131,7 +131,7 @@ TEST_F(BadInput, EndsInAClearLine) {
   EXPECT_TRUE(
       holds(times.err, "WARNING: LAS tiling: missing timestamps (point format 0 or 2), swath notime1.las\n"))
       << times.err;
-  EXPECT_TRUE(holds(read_text(path("o/_rej.log")), "** S 0 g 1 notime1.las\n"))
+  EXPECT_TRUE(holds(read_text(path("o/project_rej.log")), "** S 0 g 1 notime1.las\n"))
       << "the file says which and why";
 }
 

@@ -147,9 +147,10 @@ TEST_F(Messages, CommandsAndExclusions) {
       {{"-corr", "x", "-i", "a.las", "-po", "t.out", "-odir", "/tmp"},
        {"ERROR: could not find file x_idx.log"}},
       {{"-undo", "-i", "a.las", "-r", "r.las"},
-       {"ERROR: option -undo is not available yet", "WARNING: ignoring fixed swaths for undo command"}},
+       {"ERROR: option -undo is not available yet: no undo data are written or applied",
+        "WARNING: ignoring fixed swaths for undo command"}},
       {{"-cut", "-i", "a.las", "-po", "t.out", "u.out"},
-       {"ERROR: option -cut is not available yet",
+       {"ERROR: option -cut is not available yet: swaths are not cut by lines",
         "ERROR: commands -cut and -plot_po require a single PO file input"}},
       {{"-cut", "-i", "a.las", "-r", "r.las", "-po", "t.out"},
        {"WARNING: ignoring fixed swaths for cut command"}},
@@ -162,12 +163,21 @@ TEST_F(Messages, CommandsAndExclusions) {
       {{"-split", "ud", "-i", "a.las"}, {"ERROR: attribute 'n' required for split type ud"}},
       {{"-split", "sd", "2", "m.txt", "-i", "a.las"},
        {"WARNING: map file argument ignored for scan direction split",
-        "ERROR: option -split is not available yet"}},
+        "ERROR: option -split is not available yet: swaths are not split into channels or beams"}},
       {{"-cal", "Q", "-i", "a.las"},
        {"ERROR: option -cal: could not parse argument 'Q', expecting {0LBIxyzwpk1234567}"}},
       {{"-drift", "-1", "-i", "a.las"}, {"ERROR: option -drift: time interval must be >=0"}},
       {{"-out", "plain.las", "-i", "a.las"},
        {"ERROR: invalid output format, prefix*suffix.ext required, no illegal characters"}},
+      {{"-scan", "-fastqc", "-i", "a.las"},
+       {"ERROR: commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive",
+        "ERROR: option -fastqc is not available yet: maps are not drawn"}},
+      {{"-reg", "-i", "a.las", "-quality", "90", "-gcp_dz", "0", "-out_metre", "0", "-r_dz"},
+       {"ERROR: option -out_metre is not available yet: reports are always in metres",
+        "ERROR: option -quality is not available yet: maps and plots are not drawn",
+        "ERROR: option -gcp_dz is not available yet: control points are not read",
+        "ERROR: option -r_dz is not available yet: -d_dz governs the flat effect of range bias and of range "
+        "scale"}},
       {{"-las_read_check", "none.las"}, {"ERROR: could not find file none.las"}},
   });
 }
@@ -292,8 +302,9 @@ TEST_F(Messages, FilesOfManualCorrections) {
   const auto with = [&corr](const Args& more) { return joined(corr, more); };
   expect({
       {with({"-shift_corr", "two.txt"}),
-       {"ERROR: option -shift_corr is not available yet", "WARNING: using shift file two.txt for all groups",
-        "ERROR: no 3D shift vector found in file two.txt", "ERROR: missing shift files, cannot proceed"}},
+       {"ERROR: option -shift_corr is not available yet: corrections by hand are not applied",
+        "WARNING: using shift file two.txt for all groups", "ERROR: no 3D shift vector found in file two.txt",
+        "ERROR: missing shift files, cannot proceed"}},
       {with({"-shift_corr", "three.txt", "three.txt", "three.txt"}),
        {"ERROR: group size mismatch, 3 shift files and 2 groups"}},
       {with({"-calib_corr", "three.txt"}),
@@ -371,7 +382,7 @@ TEST_F(Messages, FaultsOfTheTaggedTree) {
       fault("<flight>\n<input split=ud>a.las</input>\n</flight>\n",
             {"attribute 'n' required for split type ud, input/channel #1"}),
       fault("<flight>\n<input split=ud n=2>a.las</input>\n</flight>\n",
-            {"option -split is not available yet"}),
+            {"option -split is not available yet: swaths are not split into channels or beams"}),
   });
   const Mistake overridden = {
       {"-i", "b.las", "-po", "t.out", "-G", "1", "-splitgrp", "1"},

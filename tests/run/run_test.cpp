@@ -1,6 +1,24 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "tests/run/program.h"
+
+namespace {
+// Names of the files of a directory that start and end so, sorted.
+std::vector<std::string> files_of(const std::string& dir, const std::string& start, const std::string& end) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    const std::string name = entry.path().filename();
+    if (name.rfind(start, 0) == 0 && name.size() > end.size() &&
+        name.compare(name.size() - end.size(), end.size(), end) == 0)
+      names.push_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+}  // namespace
 
 TEST(Run, CommandLinesAndTheirEnds) {
   const struct {
@@ -12,6 +30,8 @@ TEST(Run, CommandLinesAndTheirEnds) {
       {{"-version"}, 0, "Tarnwick-Veldrunner 2.26 [Ubu64] ", ""},
       {{"-v", "-q"}, 0, "Tarnwick-Veldrunner 2.26 [Ubu64] ", ""},
       {{"-h"}, 0, "OPTIONS AND ARGUMENTS\n", ""},
+      {{"--help"}, 0, "OPTIONS AND ARGUMENTS\n", ""},
+      {{"--version"}, 0, "Tarnwick-Veldrunner 2.26 [Ubu64] ", ""},
       {{"-help", "drift"}, 0, "  -drift -D ", ""},
       {{"-zzz"}, 1, "", "ERROR: stopping due to unknown options or syntax errors: use -h for help\n"},
       {{"-reg"}, 1, "TMPDIR ./\n", "ERROR: missing input files, cannot proceed\n"},
@@ -19,6 +39,11 @@ TEST(Run, CommandLinesAndTheirEnds) {
       {{"-export_dut", "none"}, 1, "", "ERROR: "},
       {{"-odir", "/no/where"}, 1, "", "ERROR: option -odir: invalid directory '/no/where', keeping \n"},
       {{"-clear_log", "-c"}, 0, "ok\n", ""},
+      {{"-exp", "-X0", "2"},
+       0,
+       "",
+       "WARNING: no effect, voxel experiments are not part of this version: -exp -X0"},
+      {{"-keystone"}, 1, "", "ERROR: missing input files, cannot proceed\n"},
   };
   const Program program;
   for (const auto& c : cases) {
@@ -51,20 +76,38 @@ TEST(Run, OnlyOneInstanceUnlessMul) {
   ASSERT_TRUE(wait_for(program.base + ".log"));
   Program second;
   second.base = program.base;  // the same executable, other output files
-  const RunOutput refused = second.run({"-version"});
+  const RunOutput refused = second.run({"-clear_log", "-c"});
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.err, "ERROR: one instance of veldrunner is already running!\nfile \"" + program.base +
                              ".lock\" found.\n");
   const RunOutput multiple = second.run({"-mul", "-version"});
+  EXPECT_EQ(files_of(program.home.path, "veldrunner_mul_", ".log").size(), 2u) << "logs of its own";
   EXPECT_EQ(multiple.code, 0);
   EXPECT_TRUE(holds(multiple.err, "WARNING: multiple instance check override, logs may get corrupted\n"));
   EXPECT_TRUE(exists(program.base + ".lock"));
   const RunOutput r = program.finish(first);
   EXPECT_EQ(r.code, 0);
+  EXPECT_TRUE(holds(program.log(), "EXIT=OK\n"));
   for (const char* const text :
        {"init...", "first step", "second step", "third step", "[*************************] 100%"})
     EXPECT_TRUE(holds(r.out, text)) << text;
   EXPECT_FALSE(exists(program.base + ".lock"));
+}
+
+// Help and version need neither the lock nor the logs, which are those of another run.
+TEST(Run, HelpAndVersionLeaveARunningInstanceAlone) {
+  const Program program;
+  write_text(program.base + ".lock", "");
+  write_text(program.base + ".log", "of the other run");
+  for (const char* const text : {"-h", "-help", "--help", "-v", "-version", "--version"}) {
+    const RunOutput shown = program.run({text});
+    EXPECT_EQ(shown.code, 0) << text;
+    EXPECT_TRUE(holds(shown.out, "Tarnwick-Veldrunner 2.26 ")) << shown.out;
+    EXPECT_EQ(shown.err, "");
+  }
+  EXPECT_TRUE(exists(program.base + ".lock"));
+  EXPECT_EQ(files_of(program.home.path, "veldrunner", ".log"), std::vector<std::string>{"veldrunner.log"});
+  EXPECT_EQ(program.log(), "of the other run");
 }
 
 TEST(Run, PersistentAndTaggedOptionFiles) {
@@ -89,8 +132,15 @@ TEST(Run, PersistentAndTaggedOptionFiles) {
 TEST(Run, LogsGoToTheOutputDirectoryAndOldOnesAreKept) {
   const Program program;
   const TempDir out;
-  program.run({"-i", "x.las", "-odir", out.path});
+  for (const char* const name : {"first", "second", "third"})
+    program.run({"-i", "x.las", "-odir", out.path, "-name", name});
   EXPECT_TRUE(holds(read_text(out.path + "/veldrunner.log"), "EXIT=FAIL\n"));
+  const std::vector<std::string> logs = files_of(out.path, "veldrunner.", ".log");
+  ASSERT_EQ(logs.size(), 3u) << "of each run one";
+  std::string all;
+  for (const std::string& log : logs) all += read_text(out.path + "/" + log);
+  for (const char* const name : {"first", "second", "third"})
+    EXPECT_TRUE(holds(all, std::string("L_ARG: ") + name + "\n")) << name;
   EXPECT_TRUE(holds(read_text(out.path + "/veldrunner_b.log"), "EXIT_CODE=1\n"));
   const TempDir none;
   program.run({"-i", "x.las", "-odir", none.path, "-log", "0"});
@@ -120,4 +170,63 @@ TEST(Run, CleanUpRemovesCachesAndNothingElse) {
   EXPECT_EQ(program.run({"-k", "-log", "0"}).code, 0);
   EXPECT_EQ(count(tiles), 0);
   EXPECT_EQ(count(kept), 4);
+}
+
+// A run with a command, an input or a tree is not "no command": it does its own work, or fails, and deletes
+// nothing on the way.
+TEST(Run, CleanUpIsTheWholeRunOnlyWithoutAnythingElse) {
+  const Program program;
+  write_text(program.work.path + "/tree.xml",
+             "<opt>\n<flight>\n<input>none.las</input>\n</flight>\n</opt>\n");
+  const std::string cache = program.work.path + "/a.gmT.idx";
+  const std::vector<std::vector<std::string>> others = {
+      {"-opt", "tree.xml"},
+      {"-las_read_check", "x.las"},
+      {"-export_dut", "x"},
+      {"-undo"},
+      {"-cut"},
+      {"-plot_po"},
+      {"-osplit"},
+      {"-corr", "x"},
+      {"-reg"},
+      {"-calib"},
+      {"-test_proj2", "15", "0"},
+      {"-fastqc"},
+      {"-exp_grid"},
+      {"-i", "x.las"},
+      {"-po", "x.out"},
+      {"-l", "x.txt"},
+  };
+  for (const std::vector<std::string>& other : others) {
+    SCOPED_TRACE(testing::PrintToString(other));
+    write_text(cache, "12345678");
+    std::vector<std::string> args = {"-c", "-log", "0"};
+    args.insert(args.end(), other.begin(), other.end());
+    const RunOutput r = program.run(args);
+    EXPECT_EQ(r.code, other[0] == "-test_proj2" ? 0 : 1) << r.out;
+    EXPECT_FALSE(holds(r.out, "\nok\n")) << r.out;
+    EXPECT_TRUE(exists(cache));
+  }
+}
+
+TEST(Run, WithoutANameTheOutputsHaveAVisibleOne) {
+  const Program program;
+  program.run({"-i", "x.las"});
+  EXPECT_TRUE(exists(program.work.path + "/project_opt.xml"));
+  EXPECT_TRUE(holds(program.log(), "NAME project (no option -name)\n"));
+  EXPECT_TRUE(files_of(program.work.path, ".", "").empty());
+  program.run({"-i", "x.las", "-name", "mine"});
+  EXPECT_TRUE(exists(program.work.path + "/mine_opt.xml"));
+  EXPECT_FALSE(holds(program.log(), "NAME project"));
+}
+
+TEST(Run, QuietSilencesTheReadTestToo) {
+  const Program program;
+  ASSERT_TRUE(simulate(program.work.path));
+  const RunOutput loud = program.run({"-las_read_check", "L01.las"});
+  EXPECT_EQ(loud.code, 0);
+  EXPECT_TRUE(holds(loud.out, " read speed: ")) << loud.out;
+  const RunOutput quiet = program.run({"-las_read_check", "L01.las", "-q"});
+  EXPECT_EQ(quiet.code, 0);
+  EXPECT_EQ(quiet.out + quiet.err, "");
 }

@@ -143,6 +143,10 @@ struct DUTwriter {
   DUTwriter& operator=(const DUTwriter&) = delete;
 };
 
+// The base path that the name of either file stands for: without ".dut" or "_idx.log" at its end. Other dots
+// belong to the name.
+std::string DUT_base(const std::string& path);
+
 // Creates the files and writes everything that stands before the pairs. With nop nothing is created and the
 // other writing calls succeed without effect. False after an ERROR line.
 [[nodiscard]] bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool reg, bool nop);

@@ -185,6 +185,13 @@ void log_index(const DUTidx& idx) {
 }
 }  // namespace
 
+std::string DUT_base(const std::string& path) {
+  for (const std::string ending : {".dut", "_idx.log"})
+    if (path.size() > ending.size() && path.compare(path.size() - ending.size(), ending.size(), ending) == 0)
+      return path.substr(0, path.size() - ending.size());
+  return path;
+}
+
 bool read_DUT_IDX(const std::string& name, DUTidx& idx) {
   LOG_ENTER("read_DUT_IDX " << name);
   const std::string file = name + IDX_EXT;

@@ -5,7 +5,7 @@
 
 #include "prj/LiDAR/veldrunner2/identity.h"
 #include "prj/LiDAR/veldrunner2/option_text.h"
-#include "prj/LiDAR/veldrunner2/rules.h"
+#include "prj/LiDAR/veldrunner2/unavailable.h"
 
 namespace {
 constexpr size_t NAME_COLUMN = 22;  // width of the names

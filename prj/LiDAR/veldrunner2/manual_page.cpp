@@ -4,7 +4,7 @@
 #include "prj/LiDAR/veldrunner2/identity.h"
 #include "prj/LiDAR/veldrunner2/manual.h"
 #include "prj/LiDAR/veldrunner2/option_text.h"
-#include "prj/LiDAR/veldrunner2/rules.h"
+#include "prj/LiDAR/veldrunner2/unavailable.h"
 
 namespace {
 // Text as roff shows it: dashes stay dashes, and nothing at the start of a line is a request.

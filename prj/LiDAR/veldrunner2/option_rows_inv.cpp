@@ -83,7 +83,7 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
        "beams: attribute {sd,ch,sa,ud,id,cl,bi}, number of beams, map file", "sd ch sa ud id cl bi"},
       {"beam_calib_corr", "", OptKind::text, 0, 0, 1, 1, &o.beam_calib_corr, "empty", Theme::correction,
        "manual correction: the _cal.log of a calibration of the beams", "*.log"},
-      {"las_read_check", "", OptKind::text, 0, 0, 1, 1, &o.las_read_check, "empty", Theme::run,
+      {"las_read_check", "", OptKind::text, 0, 0, 1, 1, &o.las_read_check, "empty", Theme::command,
        "read a LAS file, report the speed, and stop", "*.las *.laz"},
       {"export_dut", "", OptKind::text, 0, 0, 1, 1, &o.export_dut, "empty", Theme::command,
        "export a displacement file as text, and stop", "*.dut"},

@@ -104,7 +104,7 @@ void add_rows_run(Options& o, std::vector<OptRow>& rows) {
       {"log", "", OptKind::boolean, 0, 1, 0, 1, &o.log, "1", Theme::run,
        "copy the logs to the output directory"},
       {"name", "", OptKind::filename, 0, 0, 1, 1, &o.name, "empty", Theme::run,
-       "base name of the outputs, without directory"},
+       "base name of the outputs, without directory; when empty \"project\""},
   };
   rows.insert(rows.end(), std::begin(list), std::end(list));
 }

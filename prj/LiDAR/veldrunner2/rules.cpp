@@ -13,7 +13,7 @@ struct Rule {
 
 int ncommands(const Options& o, const GivenSet& g) {
   return (o.reg ? 1 : 0) + (g.count("corr") ? 1 : 0) + (o.align || o.align2 ? 1 : 0) +
-         (g.count("calib") ? 1 : 0) + (o.scan ? 1 : 0) + (o.fastqc && !o.scan ? 1 : 0);
+         (g.count("calib") ? 1 : 0) + (o.scan ? 1 : 0) + (g.count("fastqc") ? 1 : 0);
 }
 
 bool has_man(const Options& o, const GivenSet& g) {
@@ -46,85 +46,7 @@ const Rule EXCLUSIONS[] = {
      "DZ_range_1>DZ16_range_1 not allowed"},
 };
 
-struct Missing {  // an option whose branch does not exist yet
-  const char* option;
-  bool (*asked)(const Options& o, const GivenSet& given);
-};
-#define GIVEN(name) [](const Options&, const GivenSet& g) { return g.count(name) > 0; }
-#define ON(field) [](const Options& o, const GivenSet& g) { return g.count(#field) && o.field; }
-#define TEXT(field) [](const Options& o, const GivenSet&) { return !o.field.empty(); }
-
-const Missing MISSING[] = {
-    {"exp", ON(exp)},
-    {"exp_reg", ON(exp_reg)},
-    {"exp_grid", ON(exp_grid)},
-    {"keystone", ON(keystone)},
-    {"undo", ON(undo)},
-    {"cut", ON(cut)},
-    {"plot_po", ON(plot_po)},
-    {"fastqc", [](const Options& o, const GivenSet& g) { return g.count("fastqc") && o.fastqc; }},
-    {"drop_map", TEXT(drop_map)},
-    {"bbox_x", TEXT(bbox_x)},
-    {"bbox_y", TEXT(bbox_y)},
-    {"splitgrp", TEXT(splitgrp)},
-    {"osplit", ON(osplit)},
-    {"split_mount", TEXT(split_mount)},
-    {"beam_param", TEXT(beam_param)},
-    {"beam_calib_corr", TEXT(beam_calib_corr)},
-    {"shift_corr", TEXT(shift_corr)},
-    {"calib_corr", TEXT(calib_corr)},
-    {"shift", GIVEN("shift")},
-    {"t_corr", ON(t_corr)},
-    {"calib_param", TEXT(calib_param)},
-    {"geoid", TEXT(geoid)},
-    {"gcp", TEXT(gcp)},
-    {"xyz_gcp", TEXT(xyz_gcp)},
-    {"gcp_grp", ON(gcp_grp)},
-    {"warp", ON(warp)},
-    {"blend", ON(blend)},
-    {"oundo", ON(oundo)},
-    {"opo", ON(opo)},
-    {"oposeg", ON(oposeg)},
-    {"ocorr", ON(ocorr)},
-    {"ot", ON(ot)},
-    {"oa", ON(oa)},
-    {"oi", ON(oi)},
-    {"op", ON(op)},
-    {"opls", ON(opls)},
-    {"oplz", ON(oplz)},
-    {"ogcp_pc", ON(ogcp_pc)},
-    {"ogcp_tin", ON(ogcp_tin)},
-    {"ogtile", ON(ogtile)},
-    {"ogtile_corr", ON(ogtile_corr)},
-    {"ogtile_tiff", ON(ogtile_tiff)},
-    {"otile", ON(otile)},
-    {"corr_all", ON(corr_all)},
-    {"xzview", ON(xzview)},
-    {"yzview", ON(yzview)},
-    {"trans_x", TEXT(trans_x)},
-    {"trans_y", TEXT(trans_y)},
-    {"trans_z", TEXT(trans_z)},
-    {"fp", ON(fp)},
-    {"dmap", ON(dmap)},
-    {"rmap", ON(rmap)},
-    {"zmap", ON(zmap)},
-    {"smap", ON(smap)},
-    {"tiff", ON(tiff)},
-    {"map", ON(map)},
-    {"jpeg", ON(jpeg)},
-    {"plot", ON(plot)},
-    {"json", ON(json)},
-    {"ascii", ON(ascii)},
-};
-#undef GIVEN
-#undef ON
-#undef TEXT
 }  // namespace
-
-bool is_available(const std::string& option) {
-  return std::none_of(std::begin(MISSING), std::end(MISSING),
-                      [&](const Missing& m) { return option == m.option; });
-}
 
 void derive_defaults(Options& o, const GivenSet& given) {
   const auto absent = [&](const char* name) { return given.count(name) == 0; };
@@ -171,16 +93,6 @@ bool check_exclusions(const Options& o, const GivenSet& given, bool all_read) {
   for (const Rule& rule : EXCLUSIONS)
     if ((all_read || !rule.wants_all) && rule.broken(o, given)) {
       ERROR_MSG(rule.message);
-      ok = false;
-    }
-  return ok;
-}
-
-bool check_available(const Options& o, const GivenSet& given) {
-  bool ok = true;
-  for (const Missing& m : MISSING)
-    if (m.asked(o, given)) {
-      ERROR_MSG("option -" << m.option << " is not available yet");
       ok = false;
     }
   return ok;

@@ -1,7 +1,8 @@
 // prj/LiDAR/veldrunner2/rules.h
-// Rules between options: which exclude each other, which are not available yet, which follow from others.
+// Rules between options: which exclude each other, which follow from others.
 // Here:     the tables and the loops over them.
-// Not here: checks of one value (optparser), checks that need files (inputs.h).
+// Not here: checks of one value (optparser), checks that need files (inputs.h), what is not available yet
+// (unavailable.h).
 #pragma once
 #include <set>
 #include <string>
@@ -15,6 +16,3 @@ void derive_defaults(Options& o, const GivenSet& given);
 
 // False after an ERROR line per broken rule. all_read: every option that was given got its value.
 [[nodiscard]] bool check_exclusions(const Options& o, const GivenSet& given, bool all_read = true);
-// False after an ERROR line per option whose work this version does not do.
-[[nodiscard]] bool check_available(const Options& o, const GivenSet& given);
-bool is_available(const std::string& option);  // by its long name

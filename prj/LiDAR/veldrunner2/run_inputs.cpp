@@ -8,6 +8,7 @@
 #include "prj/LiDAR/veldrunner2/run_internal.h"
 #include "prj/LiDAR/veldrunner2/steer_opt.h"
 #include "prj/LiDAR/veldrunner2/tag_tree.h"
+#include "prj/LiDAR/veldrunner2/unavailable.h"
 
 namespace {
 // Tests that end the run.
@@ -23,8 +24,7 @@ Step hidden_tests(Run& run) {
     std::string file = o.las_read_check;
     return ends(update_check_file(file, run.cl.in.rules) && las_read_check(file, INPARSE));
   }
-  if (!o.export_dut.empty())
-    return ends(export_DUT(change_extension(complete_path(o.export_dut, run.cl.in.rules), "")));
+  if (!o.export_dut.empty()) return ends(export_DUT(DUT_base(complete_path(o.export_dut, run.cl.in.rules))));
   return Step::on;
 }
 
@@ -68,9 +68,16 @@ void decide_commands(Run& run) {
 bool check_split(Run& run) {
   SplitOpt split;
   if (!parse_split_opt(run.cl.o.split, split)) return false;
-  if (run.cl.o.split.empty() && run.cl.in.split.empty()) return true;
-  ERROR_MSG("option -split is not available yet");
+  if (run.cl.in.split.empty()) return true;
+  report_unavailable("split");
   return false;
+}
+
+// What the defaults promise and the run leaves out.
+void show_left_out(const Options& o, const GivenSet& given) {
+  std::string text;
+  for (const std::string& subject : left_out(o, given)) text += (text.empty() ? "" : ", ") + subject;
+  if (!text.empty()) LOG_MSG("Not available yet, left out: " << text);
 }
 
 // What the options say among themselves.
@@ -78,11 +85,11 @@ bool check_options(Run& run) {
   const Options& o = run.cl.o;
   const GivenSet& given = run.cl.given;
   bool ok = check_exclusions(o, given);
-  ok = check_available(o, given) && ok;
   ok = check_split(run) && ok;
+  ok = check_available(o, given) && ok;
+  warn_voxel_options(given);
   if (!run.cmd.inv_corr) ok = check_steering(o) && ok;
-  for (const char* const product : {"map", "jpeg", "plot"})
-    if (ok && !given.count(product)) LOG_LINE("default -" << product << ": no such files are written");
+  if (ok) show_left_out(o, given);
   return ok;
 }
 
@@ -175,5 +182,6 @@ Step list_inputs(Run& run) {
   if (swaths) ok = check_outputs(run) && ok;
   ok = xclsf2xcls(o, run.xcls) && ok;
   set_xcls_gnd(o, run.xcls);
+  if (ok && (o.exp_reg || o.exp_grid || o.keystone)) return Step::done;
   return step_of(ok);
 }

@@ -3,6 +3,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/tuning.h"
 #include "prj/LiDAR/veldrunner2/align2.h"
 #include "prj/LiDAR/veldrunner2/fill_param.h"
@@ -12,10 +13,7 @@
 namespace {
 // The given name may be that of either file of the pair, in the input or the output directory.
 bool find_DUT(const std::string& arg, const PathRules& rules, std::string& dut) {
-  std::string stem = arg;
-  for (const std::string ending : {".dut", "_idx.log"})
-    if (stem.size() > ending.size() && stem.compare(stem.size() - ending.size(), ending.size(), ending) == 0)
-      stem.resize(stem.size() - ending.size());
+  const std::string stem = DUT_base(arg);
   const std::string plain = complete_path(stem, rules);
   for (const std::string& base : {plain, add_input_directory(stem, OUTDIR)})
     if (is_regular_file(base + "_idx.log")) {

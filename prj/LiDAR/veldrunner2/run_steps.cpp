@@ -15,8 +15,11 @@
 #include "prj/LiDAR/veldrunner2/fill_param.h"
 #include "prj/LiDAR/veldrunner2/help.h"
 #include "prj/LiDAR/veldrunner2/run_internal.h"
+#include "prj/LiDAR/veldrunner2/unavailable.h"
 
 namespace {
+constexpr char DEFAULT_NAME[] = "project";  // base name of the outputs without -name
+
 void test_gui() {
   const char* const texts[] = {"init...", "first step", "second step", "third step"};
   progress_start(10);
@@ -45,6 +48,10 @@ Step early_steps(Run& run) {
   }
   if (o.DEBUG != 0) LOG_MSG("Debug " << o.DEBUG);
   if (o.log_flush) flush_logs_at_once();
+  if (o.exp) {
+    warn_voxel_options(run.cl.given);
+    return Step::done;
+  }
   if (o.version || console_on()) std::printf("%s\n", banner().c_str());
   if (!o.version && !o.help && console_on()) std::printf("\n");
   if (o.version) return Step::done;
@@ -71,6 +78,10 @@ Step defaults_and_directories(Run& run) {
   }
   run.cl.in.rules = {run.cl.parser.refdir, INDIR == "./" ? std::string() : INDIR};
 
+  if (o.name.empty()) {
+    o.name = DEFAULT_NAME;
+    LOG_MSG("NAME " << o.name << " (no option -name)");
+  }
   run.prj.name = OUTDIR + o.name;
   std::string current;
   if (!current_directory(current)) current = "./";
@@ -83,12 +94,19 @@ Step defaults_and_directories(Run& run) {
   return Step::on;
 }
 
+// Nothing but the removal of files is asked for: no command, no input, by options or by a tree.
 bool only_cleanup(const Run& run) {
   const Options& o = run.cl.o;
   const InputArgs& in = run.cl.in;
-  return (o.clear_tmp || o.clear_xyz || o.clear_log) && in.mobile.empty() && in.fixed.empty() &&
-         in.po.empty() && !o.reg && !o.align && !o.align2 && !o.scan && !o.fastqc &&
-         !run.cl.given.count("corr") && !run.cl.given.count("calib");
+  if (!o.clear_tmp && !o.clear_xyz && !o.clear_log) return false;
+  if (!run.cl.parser.taglist.empty() || !in.mobile.empty() || !in.fixed.empty() || !in.po.empty())
+    return false;
+  Options defaults;
+  for (const OptRow& row : option_rows(defaults)) {
+    const bool command = row.theme == Theme::command || row.theme == Theme::voxel;
+    if (command && run.cl.given.count(row.name)) return false;
+  }
+  return !o.osplit;
 }
 }  // namespace
 

@@ -1,9 +1,12 @@
 #include "lib/general/log.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <thread>
 
+#include "lib/general/filelist.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
@@ -130,6 +133,54 @@ TEST(Log, RenameByTimePutsItAtTheEndWithoutExtension) {
   EXPECT_TRUE(rename_by_time(path, renamed));
   EXPECT_EQ(renamed, path + ".010203-040506");
   EXPECT_FALSE(rename_by_time(path, renamed));
+}
+
+TEST(Log, RunsOfOneSecondKeepAllTheirLogs) {
+  TempDir dir, out;
+  const std::string base = dir.path + "/prog";
+  testing::internal::CaptureStdout();
+  for (const char* const run : {"run 1", "run 2", "run 3", "run 4"}) {
+    open_logs(base, "prog", base, run);
+    write_text(dir.path + "/prog.zzz.log", "another program's");
+    end_logs(out.path, true, false, 0);
+    const std::string touch = "touch -d '2025-03-23 20:50:50' " + base + ".log " + out.path + "/prog.log";
+    ASSERT_EQ(std::system(touch.c_str()), 0);
+  }
+  testing::internal::GetCapturedStdout();
+  for (const std::string& place : {dir.path, out.path}) {
+    EXPECT_TRUE(holds(read_text(place + "/prog.250323-205050.log"), "Default run 1\n"));
+    EXPECT_TRUE(holds(read_text(place + "/prog.250323-205050-2.log"), "Default run 2\n"));
+    EXPECT_TRUE(holds(read_text(place + "/prog.250323-205050-3.log"), "Default run 3\n"));
+    EXPECT_TRUE(holds(read_text(place + "/prog.log"), "Default run 4\n"));
+  }
+  EXPECT_FALSE(exists(out.path + "/prog.zzz.log")) << "only the run's own logs are copied";
+}
+
+// Two processes that run side by side, then a third that clears up behind them.
+TEST(Log, OwnLogsAreApartAndGoOnceTheirProcessHasEnded) {
+  TempDir dir;
+  const std::string base = dir.path + "/prog";
+  const auto logs = [&dir](const char* pattern) {
+    std::vector<std::string> files;
+    EXPECT_TRUE(match_files(dir.path + "/" + pattern, files));
+    return files;
+  };
+  testing::internal::CaptureStdout();
+  const pid_t child = fork();
+  if (child == 0) {
+    open_logs(base, "prog", base, "child", true);
+    end_logs("", false, false, 0);
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  open_logs(base, "prog", base, "parent", true);
+  ASSERT_EQ(logs("prog_mul_*.log").size(), 4u);
+  end_logs("", false, true, 0);
+  testing::internal::GetCapturedStdout();
+  const std::vector<std::string> left = logs("prog_mul_*.log");
+  ASSERT_EQ(left.size(), 2u);
+  EXPECT_TRUE(holds(read_text(left[0]), "Default parent\n"));
 }
 
 TEST(Log, CopiesGoToTheOutputDirectoryAndTheLockGoes) {

@@ -223,3 +223,12 @@ TEST(DUTio, FilesAppearWholeOrNotAtAll) {
   EXPECT_TRUE(read_DUT_IDX(dir.path + "/i", idx));
   EXPECT_FALSE(exists(dir.path + "/i.dut"));
 }
+
+TEST(DUTio, TheNameOfEitherFileStandsForBoth) {
+  const struct {
+    const char *path, *base;
+  } cases[] = {{"o/r.dut", "o/r"}, {"r_idx.log", "r"},         {"r.v2.dut", "r.v2"},
+               {"r.v2", "r.v2"},   {"run.2025", "run.2025"},   {"a.dut/r", "a.dut/r"},
+               {".dut", ".dut"},   {"r.dut.old", "r.dut.old"}, {"r.dut_idx.log", "r.dut"}};
+  for (const auto& c : cases) EXPECT_EQ(DUT_base(c.path), c.base);
+}

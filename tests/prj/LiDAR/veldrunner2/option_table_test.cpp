@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -40,6 +41,62 @@ bool is_list(OptKind kind) {
   return kind == OptKind::textlist || kind == OptKind::intlist || kind == OptKind::reallist;
 }
 
+// A line of the list of options that is kept by hand beside the table.
+struct Known {
+  std::string abbr, kind, lo, hi, nmin, nmax, deflt;  // "-": none, or not fixed
+};
+
+const std::map<std::string, Known>& known_options() {
+  static const std::map<std::string, Known> list = [] {
+    std::map<std::string, Known> options;
+    std::ifstream file(OPTION_LIST_PATH);
+    for (std::string line; std::getline(file, line);) {
+      std::istringstream words(line);
+      std::string name;
+      Known k;
+      if (line.empty() || line[0] == '#') continue;
+      words >> name >> k.abbr >> k.kind >> k.lo >> k.hi >> k.nmin >> k.nmax >> std::ws;
+      std::getline(words, k.deflt);
+      EXPECT_TRUE(options.emplace(name, k).second) << name;
+    }
+    return options;
+  }();
+  return list;
+}
+
+// The row with the bounds of that list, so that a wrong bound of the table shows.
+OptRow with_known_bounds(OptRow row) {
+  const Known& k = known_options().at(row.name);
+  if (k.lo != "-") row.lo = std::stod(k.lo), row.hi = std::stod(k.hi);
+  if (k.nmin != "-") row.nmin = std::stoi(k.nmin), row.nmax = std::stoi(k.nmax);
+  return row;
+}
+
+std::string kind_of(const OptRow& row) {
+  switch (row.kind) {
+    case OptKind::flag:
+      return "flag";
+    case OptKind::boolean:
+    case OptKind::integer:
+      return "int";
+    case OptKind::real:
+      return "real";
+    case OptKind::text:
+      return "text";
+    case OptKind::filename:
+      return "filename";
+    case OptKind::directory:
+      return "directory";
+    case OptKind::textlist:
+      return "texts";
+    case OptKind::intlist:
+      return "ints";
+    case OptKind::reallist:
+      return "reals";
+  }
+  return "";
+}
+
 // Option tokens in long or short form with n equal arguments.
 std::vector<std::string> form(const OptRow& row, bool abbreviated, const std::string& arg, int n) {
   std::vector<std::string> args{std::string("-") + (abbreviated ? row.abbr : row.name)};
@@ -69,7 +126,7 @@ void for_each_form(F&& check) {
     for (const bool abbreviated : {false, true}) {
       if (abbreviated && row.abbr[0] == '\0') continue;
       SCOPED_TRACE(std::string("-") + (abbreviated ? row.abbr : row.name));
-      check(row, abbreviated);
+      check(with_known_bounds(row), abbreviated);
     }
 }
 
@@ -107,6 +164,32 @@ TEST(OptionTable, NamesAreUniqueAndDefaultsAreTheFields) {
       EXPECT_EQ(std::stof(help), std::stof(value));
     else
       EXPECT_EQ(help, value.empty() ? "empty" : value);
+  }
+}
+
+// The table against the list: names, kinds, bounds and defaults that scripts of users rely on.
+TEST(OptionTable, RowsAreThoseOfTheListKeptByHand) {
+  Options o;
+  o.nthreads = o.nthreads_io = 0;
+  EXPECT_EQ(known_options().size(), 300u);
+  for (const OptRow& row : option_rows(o)) {
+    SCOPED_TRACE(row.name);
+    ASSERT_EQ(known_options().count(row.name), 1u);
+    const Known& k = known_options().at(row.name);
+    EXPECT_EQ(row.abbr, k.abbr == "-" ? "" : k.abbr);
+    EXPECT_EQ(kind_of(row), k.kind);
+    EXPECT_EQ(row.kind == OptKind::boolean, k.kind == "int" && k.lo == "0" && k.hi == "1");
+    EXPECT_EQ(k.lo == "-" ? "-" : number(row.lo), k.lo);
+    EXPECT_EQ(k.hi == "-" ? "-" : number(row.hi), k.hi);
+    EXPECT_EQ(k.nmin == "-" ? "-" : std::to_string(row.nmin), k.nmin);
+    EXPECT_EQ(k.nmax == "-" ? "-" : std::to_string(row.nmax), k.nmax);
+    if (k.deflt == "-" && is_number(row.kind) && !is_list(row.kind)) continue;  // by the machine
+    std::string value = value_text(row.target);
+    if (!value.empty() && value.back() == ' ') value.pop_back();
+    if (row.kind == OptKind::real)
+      EXPECT_EQ(std::stof(value), std::stof(k.deflt));
+    else
+      EXPECT_EQ(value, k.deflt == "-" ? "" : k.deflt);
   }
 }
 
@@ -213,7 +296,8 @@ TEST(OptionTable, IsWrittenWithItsProof) {
            "beyond\n";
   Options o;
   int nrows = 0;
-  for (const OptRow& row : option_rows(o)) {
+  for (const OptRow& of_table : option_rows(o)) {
+    const OptRow row = with_known_bounds(of_table);
     SCOPED_TRACE(row.name);
     std::vector<std::string> inside, outside;
     edge_values(row, inside, outside);

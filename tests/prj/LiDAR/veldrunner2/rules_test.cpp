@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "prj/LiDAR/veldrunner2/unavailable.h"
 #include "tests/prj/LiDAR/veldrunner2/read_support.h"
 
 namespace {
@@ -56,32 +57,4 @@ TEST(Rules, PlainRunsAreAvailable) {
               }),
               "");
   }
-}
-
-// Whatever option is refused as not available is the one that was given.
-TEST(Rules, WhatIsNotAvailableIsNamed) {
-  Options defaults;
-  int nrefused = 0;
-  for (const OptRow& row : option_rows(defaults)) {
-    SCOPED_TRACE(row.name);
-    std::vector<std::string> args{std::string("-") + row.name};
-    const std::string value = row.kind == OptKind::boolean ? "1"
-                              : row.kind == OptKind::integer || row.kind == OptKind::intlist
-                                  ? std::to_string(static_cast<int64_t>(row.hi))
-                              : row.kind == OptKind::real || row.kind == OptKind::reallist
-                                  ? std::to_string(std::min(row.hi, 20.0))
-                              : row.kind == OptKind::directory ? "/"
-                                                               : "word";
-    args.insert(args.end(), static_cast<size_t>(row.kind == OptKind::flag ? 0 : std::max(row.nmin, 1)),
-                value);
-    ReadResult r;
-    read_into(r, args);
-    ASSERT_TRUE(r.ok) << r.errors;
-    derive_defaults(r.cl.o, r.cl.given);
-    bool ok = false;
-    const std::string text = errors_of([&] { ok = check_available(r.cl.o, r.cl.given); });
-    EXPECT_EQ(text, ok ? "" : std::string("ERROR: option -") + row.name + " is not available yet\n");
-    nrefused += !ok;
-  }
-  EXPECT_GT(nrefused, 10);
 }
