@@ -100,3 +100,17 @@ ProjectScore score_project(const std::vector<SwathScore>& swaths, double cell) {
   }
   return score;
 }
+
+double noise_floor(const std::vector<SwathScore>& swaths) {
+  constexpr double APART = 3, STEP = 0.5;  // m, of neighbours: the errors that vary slowly are equal there
+  double sum = 0, n = 0;
+  for (const SwathScore& s : swaths)
+    for (uint64_t i = 1; i < s.points.size(); i++) {
+      const dxyz way = s.truth(i) - s.truth(i - 1);
+      if (norm(way) > APART || std::fabs(way.z) > STEP) continue;
+      const dxyz e = s.points(i) - s.truth(i) - (s.points(i - 1) - s.truth(i - 1));
+      sum += dot(e, e) / 2;
+      n++;
+    }
+  return n > 0 ? std::sqrt(sum / n) : 0;
+}

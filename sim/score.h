@@ -1,8 +1,9 @@
 // sim/score.h
 // Scores corrected swaths against the truth of a simulated project.
-// Here:     error of points, with and without one global mean shift; error between swaths; table of results.
+// Here:     error of points, with and without one global mean shift; error between swaths; the noise.
 // Not here: reading of LAS (las/), the project's own statistics of pairs.
 #pragma once
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ ErrorStat error_stat(const Vector<dxyz>& points, const Vector<dxyz>& truth, cons
 struct SwathScore {
   std::string name;
   Vector<dxyz> points, truth;  // in file order
+  std::vector<uint8_t> cls;    // of the points; empty where nobody asks
 };
 struct ProjectScore {
   std::vector<ErrorStat> swaths;      // shift not taken off
@@ -33,3 +35,7 @@ struct ProjectScore {
 // cell: side in metres of the cells of the relative error, by true position; cells of fewer than 5 points are
 // left out.
 ProjectScore score_project(const std::vector<SwathScore>& swaths, double cell);
+
+// 3-D RMS of the noise of single points, which no correction takes away: from the differences of the errors of
+// neighbours in file order, so the swaths must be observed ones.
+double noise_floor(const std::vector<SwathScore>& swaths);

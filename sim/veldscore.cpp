@@ -1,31 +1,20 @@
-// veldscore: compares the corrected swaths of a simulated project with the truth and prints a table.
+// veldscore: compares the corrected swaths or the displacements of a simulated project with the truth and prints
+// tables.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "las/las_access.h"
-#include "sim/score.h"
+#include "sim/scoreread.h"
 
 namespace {
-bool read_swath(const std::string& path, Vector<dxyz>& points) { return read_las_dxyz(path, points, "xyz"); }
-
-// Everything but the coordinates must have passed through unchanged.
-bool same_attributes(const std::string& a, const std::string& b) {
-  std::unique_ptr<LASreader> ra = las_read_open(a, "xyz", false), rb = las_read_open(b, "xyz", false);
-  if (!ra || !rb || ra->header.point_reclen != rb->header.point_reclen) return false;
-  for (;;) {
-    const bool more_a = ra->read_point(), more_b = rb->read_point();
-    if (more_a != more_b) return false;
-    if (!more_a) return true;
-    if (std::memcmp(ra->point.rec + 12, rb->point.rec + 12,
-                    static_cast<size_t>(ra->header.point_reclen) - 12) != 0)
-      return false;
-  }
-}
+struct Options {
+  std::string project, corrected, suffix = "_c", ext = ".las", cal, dut;
+  std::string row;  // title of the lines for a document; empty: tables
+  double limit = 0, cell = 10, radius = 6, gross = 0.1;
+};
 
 void print_stat(const std::string& name, const ErrorStat& s) {
   std::printf("  %-12s RMS %7.4f %7.4f %7.4f  3D %7.4f  mean %8.4f %8.4f %8.4f  max %7.3f %7.3f %7.3f\n",
@@ -42,84 +31,177 @@ void print_score(const char* title, const std::vector<SwathScore>& swaths, const
               score.relative.y, score.relative.z, score.relative3d, static_cast<long long>(score.ncells));
 }
 
-// Lever and boresight of the first set in a "_cal.txt" file against the truth.
-void print_calibration(const std::string& path, const nlohmann::json& truth) {
+struct Calibration {  // lever X Y Z (m), boresight roll pitch yaw (degrees) of the first set in a "_cal" file
+  double found[6], truth[6];
+};
+bool read_calibration(const std::string& path, const nlohmann::json& truth, Calibration& cal) {
   std::ifstream file(path);
-  double v[6];
-  for (double& x : v)
-    if (!(file >> x)) return;
+  for (int i = 0; i < 6; i++) {
+    if (!(file >> cal.found[i])) return false;
+    cal.truth[i] = i < 3 ? truth["lever_m"][i].get<double>() : truth["boresight_deg"][i - 3].get<double>();
+  }
+  return true;
+}
+
+void print_calibration(const Calibration& cal) {
   const char* names[6] = {"lever X m", "lever Y m", "lever Z m", "roll deg", "pitch deg", "yaw deg"};
   std::printf("calibration          found      true     error\n");
-  for (int i = 0; i < 6; i++) {
-    const double t = i < 3 ? truth["lever_m"][i].get<double>() : truth["boresight_deg"][i - 3].get<double>();
-    std::printf("  %-12s %10.4f %9.4f %9.4f\n", names[i], v[i], t, v[i] - t);
+  for (int i = 0; i < 6; i++)
+    std::printf("  %-12s %10.4f %9.4f %9.4f\n", names[i], cal.found[i], cal.truth[i],
+                cal.found[i] - cal.truth[i]);
+}
+
+void print_vectors(const std::string& name, Land land, const VectorStat& s) {
+  if (s.n == 0) return;
+  const auto mm = [](const dxyz& v) {
+    char text[40];
+    std::snprintf(text, sizeof text, " %6.1f %6.1f %6.1f |", 1000 * v.x, 1000 * v.y, 1000 * v.z);
+    return std::string(text);
+  };
+  std::printf("  %-14s %-6s %7lld %7lld |%s%s%s %5.2f %5.2f %5.2f | %4.2f %4.2f %4.2f | %5.1f %5.1f %5.1f\n",
+              name.c_str(), land_name(land), static_cast<long long>(s.n),
+              static_cast<long long>(s.n - s.ntimed), mm(s.median).c_str(), mm(s.weighted).c_str(),
+              mm(s.spread).c_str(), 100 * s.gross.x, 100 * s.gross.y, 100 * s.gross.z, s.ratio50.x,
+              s.ratio50.y, s.ratio50.z, s.ratio99.x, s.ratio99.y, s.ratio99.z);
+}
+
+void print_dut(const DutFile& dut, const DutScore& score) {
+  std::printf("displacements against the truth (errors in mm; x y z)\n");
+  std::printf("  %-14s %-6s %7s %7s | %20s | %20s | %20s | %17s | %14s | %17s\n", "pair", "land", "vectors",
+              "no time", "median", "mean by 1/Unc^2", "robust spread", "gross %", "|e|/Unc 50 %",
+              "|e|/Unc 99 %");
+  for (size_t p = 0; p <= dut.pairs.size(); p++) {
+    const bool sum = p == dut.pairs.size();
+    const std::string name = sum ? "all"
+                                 : dut.swaths[static_cast<size_t>(dut.pairs[p].sw1)] + " " +
+                                       dut.swaths[static_cast<size_t>(dut.pairs[p].sw2)];
+    for (int land = 0; land < NLAND; land++)
+      print_vectors(name, static_cast<Land>(land),
+                    (sum ? score.all : score.pairs[p])[static_cast<size_t>(land)]);
   }
+  if (score.nwithout > 0)
+    std::printf("  %lld vectors lie where a swath has too few points\n",
+                static_cast<long long>(score.nwithout));
+}
+
+// A line of docs/accuracy.md by land cover.
+void print_dut_rows(const std::string& title, const DutScore& score) {
+  for (int land = 0; land < NLAND; land++) {
+    const VectorStat& s = score.all[static_cast<size_t>(land)];
+    if (s.n == 0) continue;
+    std::printf(
+        "VECTORS | %s | %s | %lld | %.1f, %.1f, %.1f | %.1f, %.1f, %.1f | %.0f, %.0f, %.0f | "
+        "%.2f, %.2f, %.2f | %.2f, %.2f, %.2f | %.1f, %.1f, %.1f |\n",
+        title.c_str(), land_name(static_cast<Land>(land)), static_cast<long long>(s.n), 1000 * s.median.x,
+        1000 * s.median.y, 1000 * s.median.z, 1000 * s.weighted.x, 1000 * s.weighted.y, 1000 * s.weighted.z,
+        1000 * s.spread.x, 1000 * s.spread.y, 1000 * s.spread.z, 100 * s.gross.x, 100 * s.gross.y,
+        100 * s.gross.z, s.ratio50.x, s.ratio50.y, s.ratio50.z, s.ratio99.x, s.ratio99.y, s.ratio99.z);
+  }
+}
+
+// A line of docs/accuracy.md.
+void print_point_row(const std::string& title, double floor, const ProjectScore& before,
+                     const ProjectScore& after, const Calibration* cal) {
+  std::printf("POINTS | %s | %.3f | %.4f | %.4f | %.4f, %.4f, %.4f |", title.c_str(), before.all_rel.rms3d,
+              floor, after.all_rel.rms3d, after.relative.x, after.relative.y, after.relative.z);
+  if (cal)
+    std::printf(" %.4f, %.4f, %.4f |\n", cal->found[3] - cal->truth[3], cal->found[4] - cal->truth[4],
+                cal->found[5] - cal->truth[5]);
+  else
+    std::printf(" |\n");
+}
+
+bool score_displacements(const Options& o, const nlohmann::json& truth) {
+  DutFile dut;
+  DutScore score;
+  if (!read_dut(o.dut, dut) || !score_dut_file(o.project, truth, dut, o.radius, o.gross, score)) return false;
+  if (o.row.empty())
+    print_dut(dut, score);
+  else
+    print_dut_rows(o.row, score);
+  return true;
+}
+
+bool score_points(const Options& o, const nlohmann::json& truth) {
+  std::vector<SwathScore> observed, corrected;
+  bool same = true;
+  for (const auto& s : truth["swaths"]) {
+    SwathScore before, after;
+    const std::string stem = swath_stem(s);
+    if (!read_observed(o.project, stem, before)) return false;
+    if (!read_corrected(o.project, o.corrected + "/" + stem + o.suffix + o.ext, before, after)) {
+      if (after.points.size() != before.points.size()) return false;
+      same = false;
+    }
+    observed.push_back(std::move(before));
+    corrected.push_back(std::move(after));
+  }
+  const ProjectScore before = score_project(observed, o.cell), after = score_project(corrected, o.cell);
+  const double floor = noise_floor(observed);
+  Calibration cal;
+  const bool calibrated = !o.cal.empty() && read_calibration(o.cal, truth, cal);
+  if (o.row.empty()) {
+    print_score("before", observed, before);
+    print_score("after", corrected, after);
+    std::printf("  %-12s 3D %7.4f\n", "noise", floor);
+    if (calibrated) print_calibration(cal);
+  } else {
+    print_point_row(o.row, floor, before, after, calibrated ? &cal : nullptr);
+  }
+  if (o.limit > 0 && after.all_rel.rms3d > o.limit) {
+    std::fprintf(stderr, "ERROR: 3-D RMS less the mean shift %.4f m is above %.4f m\n", after.all_rel.rms3d,
+                 o.limit);
+    return false;
+  }
+  return same;
+}
+
+int usage() {
+  std::printf(
+      "usage: veldscore PROJECT_DIR [CORRECTED_DIR] [-dut FILE.dut] [-NAME VALUE ...]\n"
+      "  -suffix, -ext  of the corrected files (_c, .las)\n"
+      "  -cal           calibration file, _cal_0.txt\n"
+      "  -cell          m, cells of the relative error (10)\n"
+      "  -limit         m, fail when the 3-D RMS less the mean shift is larger\n"
+      "  -radius        m, surroundings of a displacement in which its truth is measured (6)\n"
+      "  -gross         m, limit of gross errors of displacements (0.1)\n"
+      "  -row           title: one line a table, for a document\n");
+  return 1;
 }
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string dirs[2], suffix = "_c", ext = ".las", cal;
-  int ndir = 0;
-  double limit = 0, cell = 10;
+  Options o;
+  const struct {
+    const char* name;
+    std::string* text;
+    double* number;
+  } rows[] = {
+      {"-suffix", &o.suffix, nullptr}, {"-ext", &o.ext, nullptr},       {"-cal", &o.cal, nullptr},
+      {"-dut", &o.dut, nullptr},       {"-row", &o.row, nullptr},       {"-cell", nullptr, &o.cell},
+      {"-limit", nullptr, &o.limit},   {"-radius", nullptr, &o.radius}, {"-gross", nullptr, &o.gross}};
   for (int i = 1; i < argc; i++) {
     const std::string a = argv[i];
-    if (a == "-suffix" && i + 1 < argc)
-      suffix = argv[++i];
-    else if (a == "-ext" && i + 1 < argc)
-      ext = argv[++i];
-    else if (a == "-cal" && i + 1 < argc)
-      cal = argv[++i];
-    else if (a == "-cell" && i + 1 < argc)
-      cell = std::atof(argv[++i]);
-    else if (a == "-limit" && i + 1 < argc)
-      limit = std::atof(argv[++i]);
-    else if (ndir < 2)
-      dirs[ndir++] = a;
+    bool known = false;
+    for (const auto& row : rows)
+      if (a == row.name && i + 1 < argc) {
+        known = true;
+        i++;
+        if (row.text)
+          *row.text = argv[i];
+        else
+          *row.number = std::atof(argv[i]);
+        break;
+      }
+    if (known) continue;
+    if (a.rfind('-', 0) == 0 || !o.corrected.empty()) return usage();
+    (o.project.empty() ? o.project : o.corrected) = a;
   }
-  if (ndir < 2 || !(cell > 0)) {
-    std::printf(
-        "usage: veldscore PROJECT_DIR CORRECTED_DIR [-suffix _c] [-ext .las] [-cal FILE_cal.txt] [-cell 10]\n"
-        "                 [-limit M: fail when the 3-D RMS less the mean shift is larger]\n");
-    return 1;
-  }
-  std::ifstream file(dirs[0] + "/truth.json");
-  const nlohmann::json truth = nlohmann::json::parse(file, nullptr, false);
-  if (truth.is_discarded() || !truth.contains("swaths")) {
-    std::fprintf(stderr, "ERROR: cannot read '%s/truth.json'\n", dirs[0].c_str());
-    return 1;
-  }
-  std::vector<SwathScore> observed, corrected;
-  bool same = true;
-  for (const auto& s : truth["swaths"]) {
-    const std::string name = s["file"].get<std::string>(), stem = name.substr(0, name.rfind('.'));
-    const std::string out = dirs[1] + "/" + stem + suffix + ext;
-    SwathScore o, c;
-    o.name = c.name = name;
-    if (!read_swath(dirs[0] + "/" + name, o.points) || !read_swath(dirs[0] + "/truth/" + name, o.truth) ||
-        !read_swath(out, c.points))
-      return 1;
-    c.truth = o.truth;
-    if (o.points.size() != o.truth.size() || c.points.size() != c.truth.size()) {
-      std::fprintf(stderr, "ERROR: %s has %llu points, the truth %llu\n", out.c_str(),
-                   static_cast<unsigned long long>(c.points.size()),
-                   static_cast<unsigned long long>(c.truth.size()));
-      return 1;
-    }
-    if (!same_attributes(dirs[0] + "/" + name, out)) {
-      std::fprintf(stderr, "ERROR: %s: attributes have changed\n", out.c_str());
-      same = false;
-    }
-    observed.push_back(std::move(o));
-    corrected.push_back(std::move(c));
-  }
-  print_score("before", observed, score_project(observed, cell));
-  const ProjectScore after = score_project(corrected, cell);
-  print_score("after", corrected, after);
-  if (!cal.empty()) print_calibration(cal, truth);
-  if (limit > 0 && after.all_rel.rms3d > limit) {
-    std::fprintf(stderr, "ERROR: 3-D RMS less the mean shift %.4f m is above %.4f m\n", after.all_rel.rms3d,
-                 limit);
-    return 1;
-  }
-  return same ? 0 : 1;
+  if (o.project.empty() || (o.corrected.empty() && o.dut.empty()) || !(o.cell > 0) || !(o.radius > 0))
+    return usage();
+  nlohmann::json truth;
+  if (!read_truth(o.project, truth)) return 1;
+  const bool points_ok = o.corrected.empty() || score_points(o, truth);
+  const bool vectors_ok = o.dut.empty() || score_displacements(o, truth);
+  return points_ok && vectors_ok ? 0 : 1;
 }
