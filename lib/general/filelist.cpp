@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -16,12 +15,18 @@
 #include "lib/general/txtfile.h"
 
 namespace {
-std::string file_key(const std::string& path) {
+// The path with the links of its directory resolved, but not that of the name itself.
+std::string place_of(const std::string& path) {
   std::string dir, name;
   split_path(path, dir, name);
-  std::string key = with_slash(real_path(dir.empty() ? "." : dir)) + name;
-  std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
-  return key;
+  return with_slash(real_path(dir.empty() ? "." : dir)) + name;
+}
+
+// What identifies a file: device and inode; the place of one that does not exist.
+std::string file_key(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return place_of(path);
+  return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
 }
 
 // A directory as messages show it.
@@ -55,12 +60,15 @@ bool touch(const std::string& path) {
 }
 }  // namespace
 
-bool FileList::contains(const std::string& path) const { return keys_.count(file_key(path)) > 0; }
+std::string FileList::listed_as(const std::string& path) const {
+  const auto found = names_.find(file_key(path));
+  return found == names_.end() ? std::string() : found->second;
+}
 
 void FileList::add(const std::string& path, int index) {
   name.push_back(path);
   idx.push_back(index);
-  keys_.insert(file_key(path));
+  names_.emplace(file_key(path), path);
 }
 
 std::string expand_refdir(const std::string& path, const std::string& refdir) {
@@ -108,14 +116,20 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
     return false;
   }
   size_t nexcluded = 0, nadded = 0;
+  bool good = true;
   for (const std::string& file : files) {
+    const std::string listed = list.listed_as(file);
     if (excl.contains(file)) {
       nexcluded++;
-    } else if (!list.contains(file)) {
+    } else if (listed.empty()) {
       list.add(file, idx);
       nadded++;
+    } else if (dup_error && place_of(listed) != place_of(file)) {
+      ERROR_MSG("duplicate file " << file << " (another name of " << listed << ")");
+      good = false;
     }
   }
+  if (!good) return false;
   if (nexcluded == files.size()) {
     ERROR_MSG("no match for " << name << " in directory " << shown(dir) << " (all files were excluded)");
     return false;

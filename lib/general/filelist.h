@@ -4,7 +4,7 @@
 // Not here: operations on one path (path.h), lists by project group (prj/LiDAR/veldrunner2).
 #pragma once
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 struct PathRules {     // how a path that the user gave is completed
@@ -13,16 +13,18 @@ struct PathRules {     // how a path that the user gave is completed
 };
 
 // A list of files in the order they were added, each with the index of its group. Two names are the same file
-// when their directories are (links resolved) and their names are but for case.
+// when they lead to it by any links, symbolic or hard; names that differ in case only are two files.
 struct FileList {
   std::vector<std::string> name;
   std::vector<int> idx;
-  bool contains(const std::string& path) const;
+  bool contains(const std::string& path) const { return !listed_as(path).empty(); }
+  // The name under which the file stands in the list, empty when it does not.
+  std::string listed_as(const std::string& path) const;
   void add(const std::string& path, int index);
   size_t size() const { return name.size(); }
 
  private:
-  std::unordered_set<std::string> keys_;
+  std::unordered_map<std::string, std::string> names_;  // of a file, by what identifies it
 };
 
 std::string expand_refdir(const std::string& path, const std::string& refdir);
@@ -34,8 +36,9 @@ bool has_wildcard(const std::string& name);                                  // 
 [[nodiscard]] bool match_files(const std::string& pattern, std::vector<std::string>& files);
 
 // Adds the files that a pattern names, with the given index. Files of excl are left out. With dup_error a
-// named file that is listed already is an error, and so is a pattern all of whose files are. False after an
-// ERROR line: nothing found, directory unreadable, everything excluded, duplicate.
+// named file that is listed already is an error, and so is a pattern all of whose files are, and a match that
+// is another name of a listed file. False after an ERROR line: nothing found, directory unreadable, everything
+// excluded, duplicate.
 [[nodiscard]] bool update_file_list(FileList& list, const FileList& excl, const std::string& pattern, int idx,
                                     bool dup_error, const PathRules& rules);
 

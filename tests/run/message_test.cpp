@@ -23,7 +23,7 @@ struct Messages : testing::Test {
     write_text(path("six.txt"), "1 2 3 4 5 6\n");
     write_text(path("none.lst"), "\n");
     write_text(path("lost.lst"), "a.las\nx.las\n");
-    write_text(path("twice.lst"), "a.las\nA.las\n");
+    write_text(path("twice.lst"), "a.las\n./a.las\n");
     write_text(path("A.las"), "x");
     write_text(path("other.prj"), "PROJCS[\"x\",PROJECTION[\"Mollweide\"]]");
     write_text(path("empty.prj"), " \n");
@@ -211,7 +211,7 @@ TEST_F(Messages, SwathsAndChannels) {
       {{"-i", "no/x*.las"}, {"ERROR: could not open directory no/: No such file or directory", INPUTS_STOP}},
       {{"-i", std::string(260, 'x') + "*"}, {"ERROR: MAX_INPUT_SIZE in wildcard_match"}},
       {{"-i", "a.las", "b.las", "a.las"}, {"ERROR: duplicate file a.las", INPUTS_STOP}},
-      {{"-i", "a.las", "-r", "./A.las"}, {"ERROR: duplicate file ./A.las", INPUTS_STOP}},
+      {{"-i", "a.las", "-r", "./a.las"}, {"ERROR: duplicate file ./a.las", INPUTS_STOP}},
       {{"-i", "a.las", "-e", "a.las"},
        {"ERROR: could not add file a.las in directory ./ (excluded)", INPUTS_STOP}},
       {{"-i", "b*.las", "-e", "b*.las"},
@@ -225,7 +225,7 @@ TEST_F(Messages, SwathsAndChannels) {
       {{"-l", "x.lst"}, {"ERROR: could not find list of files x.lst", INPUTS_STOP}},
       {{"-l", "none.lst"}, {"ERROR: no file found in list of files none.lst", INPUTS_STOP}},
       {{"-l", "lost.lst"}, {"ERROR: could not find file x.las", INPUTS_STOP}},
-      {{"-l", "twice.lst"}, {"ERROR: duplicate file A.las", INPUTS_STOP}},
+      {{"-l", "twice.lst"}, {"ERROR: duplicate file ./a.las", INPUTS_STOP}},
       {{"-i", "a.las", "-ref_list", "lost.lst"},
        {"ERROR: duplicate file a.las", "ERROR: could not find file x.las", INPUTS_STOP}},
       {{"-i", "a.las", "-chgrp", "0", "1"},

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "lib/general/path.h"
 #include "tests/lib/general/log_capture.h"
@@ -68,17 +69,27 @@ TEST_F(FileListTest, EveryFailureSaysWhy) {
   EXPECT_EQ(list.size(), 1u);
 }
 
-// One file under two spellings of its directory, or another case, counts once.
-TEST_F(FileListTest, SpellingsOfOneFileAreDuplicates) {
-  ASSERT_EQ(std::system(("ln -s " + dir.path + " " + dir.path + "/again; cp " + dir.path + "/b.las " +
-                         dir.path + "/B.LAS")
-                            .c_str()),
-            0);
+// One file under several names counts once; names that differ in case are two files.
+TEST_F(FileListTest, NamesOfOneFileAreDuplicates) {
+  std::filesystem::create_symlink(dir.path, dir.path + "/again");
+  std::filesystem::create_symlink("b.las", dir.path + "/soft.las");
+  std::filesystem::create_hard_link(dir.path + "/b.las", dir.path + "/hard.las");
+  write_text(dir.path + "/B.LAS", "x");
   ASSERT_TRUE(update_file_list(list, {}, "b.las", 1, true, rules));
-  testing::internal::CaptureStderr();
-  for (const char* const name : {"again/b.las", "B.LAS"})
+  EXPECT_TRUE(update_file_list(list, {}, "B.LAS", 1, true, rules));
+  for (const char* const name : {"again/b.las", "soft.las", "hard.las", "*.las"}) {
+    testing::internal::CaptureStderr();
     EXPECT_FALSE(update_file_list(list, {}, name, 1, true, rules)) << name;
-  testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(holds(testing::internal::GetCapturedStderr(), "ERROR: duplicate file ")) << name;
+  }
+  FileList fresh;
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(update_file_list(fresh, {}, "*.las", 1, true, rules));  // link and file by one pattern
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ERROR: duplicate file " + dir.path + "/hard.las (another name of " + dir.path + "/b.las)\n" +
+                "ERROR: duplicate file " + dir.path + "/soft.las (another name of " + dir.path + "/b.las)\n");
+  EXPECT_TRUE(update_file_list(fresh, {}, "*.las", 2, false, rules)) << "passed over without DUP";
+  EXPECT_EQ(fresh.size(), 3u);
 }
 
 TEST_F(FileListTest, ListsOfFiles) {
