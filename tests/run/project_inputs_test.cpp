@@ -40,6 +40,17 @@ dxyz mean_difference(const std::string& a, const std::string& b) {
   return mean / static_cast<double>(A.size());
 }
 
+// The bytes of a LAS file, moved along an axis (0 x, 1 y, 2 z) by its header: offset and box.
+std::string moved_las(std::string bytes, size_t axis, double by) {
+  for (const size_t at : {155 + 8 * axis, 179 + 16 * axis, 187 + 16 * axis}) {
+    double v = 0;
+    bytes.copy(reinterpret_cast<char*>(&v), sizeof v, at);
+    v += by;
+    bytes.replace(at, sizeof v, reinterpret_cast<const char*>(&v), sizeof v);
+  }
+  return bytes;
+}
+
 const char TREE[] =
     "<opt>\n"
     "<flight>\n"
@@ -207,14 +218,7 @@ TEST(ProjectInputs, OneStripAsReference) {
   const std::string& work = program.work.path;
   ASSERT_TRUE(simulate(work));
   for (const char* const dir : {"/t", "/o"}) std::filesystem::create_directory(work + dir);
-  std::string far = read_text(work + "/truth/L01.las");
-  for (const int at : {155, 179, 187}) {  // offset and box of x
-    double x = 0;
-    far.copy(reinterpret_cast<char*>(&x), sizeof x, static_cast<size_t>(at));
-    x += 30000;
-    far.replace(static_cast<size_t>(at), sizeof x, reinterpret_cast<const char*>(&x), sizeof x);
-  }
-  write_text(work + "/far.las", far);
+  write_text(work + "/far.las", moved_las(read_text(work + "/truth/L01.las"), 0, 30000));
   const std::vector<std::string> plain = {"-align", "-utm", "33",      "-po",     "traj.out", "-C",
                                           "B",      "-out", "*_c.las", "-tmpdir", "t",        "-odir",
                                           "o",      "-i",   "L01.las", "L02.las"};
@@ -235,6 +239,25 @@ TEST(ProjectInputs, OneStripAsReference) {
     EXPECT_LT(std::hypot(after.x, after.y), 0.1) << name;  // flat ground holds the plan by 0.03 m or so
     EXPECT_LT(std::fabs(after.z), 0.02) << name;
   }
+
+  // Another file under its name takes the block elsewhere: no cache outlives it.
+  const std::string reference = work + "/truth/L03.las";
+  write_text(reference, moved_las(read_text(reference), 2, 1));
+  std::filesystem::last_write_time(reference,
+                                   std::filesystem::last_write_time(reference) + std::chrono::seconds(2));
+  auto again_args = with;
+  again_args.insert(again_args.end(), {"-shift_ref", "0"});
+  const RunOutput again = program.run(again_args);
+  ASSERT_EQ(again.code, 0) << again.err;
+  EXPECT_NEAR(mean_difference(work + "/o/L01_c.las", work + "/truth/L01.las").z, 1, 0.02);
+
+  // A reference that cannot be read stops the run.
+  write_text(work + "/broken.las", std::string(5000, 'x'));
+  with.push_back("broken.las");
+  const RunOutput lost = program.run(with);
+  EXPECT_EQ(lost.code, 1);
+  EXPECT_TRUE(holds(lost.err, "ERROR: 1 reference files cannot be used, cannot proceed\n")) << lost.err;
+
   with = plain;
   with.insert(with.end(), {"-r", "far.las"});
   const RunOutput none = program.run(with);

@@ -156,7 +156,7 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
     return false;
   }
   const int64_t tstamp = file_mtime(path);
-  if ((CHECK_SW_TSTAMP && par.tproc && hdr.tstamp != tstamp) || !same_settings(hdr, want)) {
+  if ((CHECK_SW_TSTAMP && hdr.tstamp != tstamp) || !same_settings(hdr, want)) {
     LOG_LINE("<!> PARAM Hdr.tstamp=" << int64_t(hdr.tstamp) << " tstamp=" << tstamp
                                      << " Hdr.xlevel=" << int(hdr.xlevel & 0x7F)
                                      << " Hdr.large=" << ((hdr.flags & HDR_LARGE) != 0) << " Hdr.msublevel="

@@ -286,7 +286,10 @@ bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, std::
   return swath_error(reason, "LAS tiling: timestamps are adjusted GPS but LAS GPS time type is 0, " + path);
 }
 
-bool check_times(const Pass& s, const std::string& path, const TTresult& res, std::string& reason) {
+// Only for those who use them: the times of a reference may be anything.
+bool check_times(const Pass& s, const TilingParam& par, const std::string& path, const TTresult& res,
+                 std::string& reason) {
+  if (!par.tproc) return true;
   const double dt = s.tmax - s.tmin;
   LOG_LINE("time t:[" << s.tmin << " " << s.tmax << "] Dt=" << hms_text(std::min(std::max(dt, 0.0), 1e9))
                       << " (" << dt << " s) adj=" << res.adj << " NS_ROVER=" << ROLLOVER_SPAN);
@@ -343,14 +346,15 @@ bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid
   if (percent < 20.0)
     WARNING_MSG("LAS tiling: less than " << static_cast<int>(std::ceil(percent))
                                          << "% points left due to LAS attribute filtering, " << path);
-  if (!check_times(s, path, res, reason)) return false;
+  if (!check_times(s, par, path, res, reason)) return false;
   const float unit = s.lay.extended ? LASpoint::EXTENDED_ANGLE_UNIT : 1.0f;
   res.amin = static_cast<float>(s.amin) * unit;
   res.amax = static_cast<float>(s.amax) * unit;
   LOG_LINE("scan angle:[" << res.amin << " " << res.amax << "]");
-  res.t0 = s.t0;
-  res.tmin = s.tmin;
-  res.tmax = s.tmax;
+  const bool has_times = par.tproc || std::isfinite(s.t0 + s.tmin + s.tmax);
+  res.t0 = has_times ? s.t0 : 0;
+  res.tmin = has_times ? s.tmin : 0;
+  res.tmax = has_times ? s.tmax : 0;
   res.npts = s.npts;
   res.nfile = s.nread;
   return true;

@@ -128,9 +128,15 @@ bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std
   LmTtileResult tiled;
   LmT_tile(paths, todo, reason, tiling, par.cache_tile, NTHREADS, tiled);
   res.ncached += tiled.ncached;
-  for (size_t i = 0; i < todo.size(); i++)
-    if (prj.swaths[i].fixed) used[i] = todo[i];
-  return true;
+  int nlost = 0;
+  for (size_t i = 0; i < todo.size(); i++) {
+    if (!prj.swaths[i].fixed) continue;
+    used[i] = todo[i];
+    nlost += !todo[i];
+  }
+  // The datum rests on the references: without one of them the result would be another.
+  if (nlost > 0) ERROR_MSG(nlost << " reference files cannot be used, cannot proceed");
+  return nlost == 0;
 }
 
 bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {

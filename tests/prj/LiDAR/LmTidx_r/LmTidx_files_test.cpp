@@ -104,7 +104,10 @@ TEST_F(TilingTest, TheSourcesTimeCountsUnlessItIsNotLookedAt) {
   const std::string path = make("a.las", fly_line({}));
   ASSERT_TRUE(tile(path));
   std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::seconds(5));
-  EXPECT_FALSE(check_TidxHdr(path, 0, par));
+  for (const bool tproc : {true, false}) {  // references are tiled without times
+    par.tproc = tproc;
+    EXPECT_FALSE(check_TidxHdr(path, 0, par)) << tproc;
+  }
   CHECK_SW_TSTAMP = false;
   EXPECT_TRUE(check_TidxHdr(path, 0, par));
 }

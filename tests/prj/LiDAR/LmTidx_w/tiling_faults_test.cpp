@@ -97,6 +97,22 @@ TEST_F(TilingTest, WithoutTimeProcessingAFileWithoutTimesIsTiled) {
   EXPECT_FALSE(exists(cache_name(path, EXT_MTDT)));
 }
 
+TEST_F(TilingTest, TimesThatNobodyUsesAreNoFault) {
+  par.tproc = false;
+  std::vector<TestPoint> days = fly_line({}), nantime = days, huge = days;
+  for (size_t i = 0; i < days.size(); i++) days[i].t = 3e5 * static_cast<double>(i % 7);
+  nantime[700].t = std::numeric_limits<double>::quiet_NaN();
+  nantime[0].t = nantime[700].t;
+  for (TestPoint& p : huge) p.t = 1e300;
+  for (const auto* const points : {&days, &nantime, &huge}) {
+    const std::string path = make("ref.las", *points);
+    ASSERT_TRUE(tile(path)) << res.reason;
+    LTidxInfo info;
+    ASSERT_TRUE(read_LTidxInfo(path, info));
+    EXPECT_EQ(info.np, points->size());
+  }
+}
+
 TEST_F(TilingTest, AnUnusableTemporaryDirectoryIsTold) {
   const std::string path = make("a.las", fly_line({}));
   TMPDIR = dir.path + "/none/";
