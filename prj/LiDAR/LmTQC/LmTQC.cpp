@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -101,8 +102,9 @@ void add_DZ(QCsum& t, const DZstat& s, double m2) {
   t.area += m2;
 }
 
+// gridok: both swaths have grids. failed: a grid could not be read, after an ERROR line.
 bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTbl>& corr, int nthreads,
-                  InterSwath& s1, InterSwath& s2, DZstat& stat, double& Mpix, bool& gridok) {
+                  InterSwath& s1, InterSwath& s2, DZstat& stat, double& Mpix, bool& gridok, bool& failed) {
   gridok = read_InterSwath(prj, p.sw1, s1) && read_InterSwath(prj, p.sw2, s2);
   if (!gridok) return false;
   const SCorrTbl &c1 = corr[static_cast<size_t>(p.sw1)], &c2 = corr[static_cast<size_t>(p.sw2)];
@@ -116,9 +118,10 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
   }
   InterTiles inter;
   NRpair pair;
-  InterState state;
-  if (!inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, margin_for(c1, c2, prj.scale), nthreads, inter, pair, state))
-    return false;
+  const InterState state =
+      inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, margin_for(c1, c2, prj.scale), nthreads, inter, pair);
+  failed = state == InterState::failed;
+  if (state != InterState::ok) return false;
   Vector<Image<xyz>> Def(inter.tiles.size());
   for (size_t i = 0; i < inter.tiles.size(); i++)
     Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
@@ -135,19 +138,20 @@ void set_totals(const QCsum& sum, QCcorrResult& result) {
 }
 
 // A line a measured pair, then the totals. pixel: m2.
-bool write_DZcorr_log(const std::string& name, const std::vector<DZstat>& stats, double pixel,
-                      const QCcorrResult& total) {
+bool write_DZcorr_log(const std::string& name, const std::vector<SwPair>& pairs,
+                      const std::vector<DZstat>& stats, double pixel, const QCcorrResult& total) {
   const bool km = total.area >= 1e6;
   const char* unit_name = km ? "km2" : "m2";
   const double unit = km ? 1e6 : 1;
   TxtFileOut out(true);
   if (!out.open(name + ".part", 0)) return false;
-  out.fs << "Pair# Mean StdDev RMS Outlier% Filtered% Area:" << unit_name << '\n';
+  out.fs << DZ_STAT_HEADER << unit_name << '\n';
   for (size_t i = 0; i < stats.size(); i++) {
     const DZstat& s = stats[i];
     if (s.n == 0) continue;
-    out.fs << i << ' ' << s.m << ' ' << s.s << ' ' << s.rms << ' ' << 100 * s.out << ' '
-           << 100 * std::max(s.ff, 0.0f) << ' ' << static_cast<double>(s.n) * pixel / unit << '\n';
+    out.fs << pairs[i].number << ' ' << pairs[i].sw1 << ' ' << pairs[i].sw2 << ' ' << s.m << ' ' << s.s << ' '
+           << s.rms << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' '
+           << static_cast<double>(s.n) * pixel / unit << '\n';
   }
   out.fs << "\nNPairs StdDev RMS Area:" << unit_name << '\n'
          << total.nused << ' ' << total.stddev << ' ' << total.rms << ' ' << total.area / unit << '\n';
@@ -176,6 +180,12 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
   qc.RDIM = 0;
   int n1 = 0;
   std::vector<SwPair> pairs = comp_int_sw(prj, info, overlap, qc, false, n0, n1);
+  std::map<std::pair<int, int>, int> number;
+  for (int k = 0; k < idx.nint(); k++) {
+    const DUTinter& p = idx.pairs[static_cast<size_t>(k)];
+    number.emplace(std::minmax(p.sw1, p.sw2), k);
+  }
+  for (SwPair& p : pairs) p.number = number.at({p.sw1, p.sw2});
   LOG_LINE("nqc0=" << n0 << " nqc=" << pairs.size());
   return pairs;
 }
@@ -197,9 +207,10 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   InterSwath s1, s2;
   int ngrid = 0;
   for (size_t i = 0; i < pairs.size(); i++) {
-    bool gridok = false;
+    bool gridok = false, failed = false;
     DZstat stat;
-    const bool used = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, result.Mpix, gridok);
+    const bool used = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, result.Mpix, gridok, failed);
+    if (failed) return false;
     ngrid += gridok;
     if (!used) continue;
     stats[i] = stat;
@@ -215,7 +226,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     return false;
   }
   set_totals(sum, result);
-  if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", stats, GSD * GSD, result)) return false;
+  if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", pairs, stats, GSD * GSD, result)) return false;
   LOG_MSG("CORRECTED DATA STATISTICS");
   LOG_MSG("StdDev DZ=" << result.stddev << " RMS DZ=" << result.rms << " Area=" << result.area << " m2");
   return true;

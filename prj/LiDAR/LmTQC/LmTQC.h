@@ -33,7 +33,7 @@ struct QCcorrResult {
 };
 
 // Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not
-// used). With ALLDZ every pair stays. Messages by the caller's choice; n0: pairs before.
+// used). With ALLDZ every pair stays. They keep their numbers of the index. Messages by the caller's choice; n0: pairs before.
 std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0);
 
 // Measures the pairs on the grids with the corrections applied: with d the field that moves swath 1 onto

@@ -29,11 +29,18 @@ void set_tile_map(SwGrid& grid) {
   build_tile_map(frame, grid.TI, grid.timg);
 }
 
-// The words of a tile's block. False after a log line.
-bool read_block(const SwGrid& grid, int tile, BufBinFileIn& file, Vector<uint32_t>& words) {
+bool open_words(const std::string& name, SwGrid& grid) {
+  PosFileIn file;
+  if (!file.open(name)) return false;
+  grid.words = std::make_shared<const PosFileIn>(std::move(file));
+  return true;
+}
+
+// The words of a tile's block. False after an ERROR line.
+bool read_block(const SwGrid& grid, int tile, Vector<uint32_t>& words) {
   const uint64_t n = grid.gT(tile) * static_cast<uint64_t>(grid.hdr.dim) * grid.hdr.dim;
   words.resize(n);
-  if (file.seek(grid.ofs(tile) * sizeof(uint32_t)) && file.read(words.val, n * sizeof(uint32_t))) return true;
+  if (grid.words->read(grid.ofs(tile) * sizeof(uint32_t), words.val, n * sizeof(uint32_t))) return true;
   LOG_LINE("read_gZ_tile <!> read");
   return false;
 }
@@ -94,7 +101,7 @@ bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
   if (grid.hdr.magic != GridMagic || grid.hdr.version != GridVersion) return false;
   if (grid.hdr.dim == 0 || grid.hdr.dim > MAXDIM) return false;
   if (nt > MAX_TILES || file.get_size() < static_cast<int64_t>(sizeof(GridHdr) + 3 * nt)) return false;
-  grid.file = cache_name(swath, EXT_GMTZDS);
+  const std::string words = cache_name(swath, EXT_GMTZDS);
   grid.gT.resize(nt);
   if (nt > 0 && !file.read(grid.gT.val, 2 * nt)) return false;
   grid.gTocc = Vector<Image<uint8_t>>(nt);
@@ -119,7 +126,7 @@ bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
   }
   set_tile_map(grid);
   return file.get_size() == static_cast<int64_t>(sizeof(GridHdr) + 3 * nt + mTn * nmap) &&
-         file_size(grid.file) == static_cast<int64_t>(nword * sizeof(uint32_t));
+         file_size(words) == static_cast<int64_t>(nword * sizeof(uint32_t)) && open_words(words, grid);
 }
 
 bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid) {
@@ -176,46 +183,35 @@ bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted) {
   return true;
 }
 
-bool read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
-                  Image<float>& Z) {
+GridRead read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
+                      Image<float>& Z) {
   const int n = mTsub * static_cast<int>(grid.hdr.dim);
   Z.resize(n, n, NODATA);
   if (tile < 0 || grid.gT(tile) == 0) {
     LOG_LINE("read_gZ_tile <!> tile: nmt=0");
-    return false;
+    return GridRead::none;
   }
-  BufBinFileIn file(0, false);
   Vector<uint32_t> words;
-  if (!file.open(grid.file)) {
-    LOG_LINE("read_gZ_tile <!> read");
-    return false;
-  }
-  if (!read_block(grid, tile, file, words)) return false;
-  expand_block(grid, tile, mask, limits, words.val, 0, 0, Z);
-  return true;
+  if (!read_block(grid, tile, words)) return GridRead::failed;
+  return expand_block(grid, tile, mask, limits, words.val, 0, 0, Z) > 0 ? GridRead::heights : GridRead::none;
 }
 
-bool read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
-                      Image<float>& Z) {
+GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
+                          Image<float>& Z) {
   const int n = mTsub * static_cast<int>(grid.hdr.dim);
   ASSERT(buf >= 0 && buf <= n);
   Z.resize(n + 2 * buf, n + 2 * buf, NODATA);
-  BufBinFileIn file(0, false);
   Vector<uint32_t> words;
-  if (!file.open(grid.file)) {
-    LOG_LINE("read_gZ_tile <!> read");
-    return false;
-  }
   bool any = false;
   uint64_t npix = 0;
   for (int dy = -1; dy <= 1; dy++)
     for (int dx = -1; dx <= 1; dx++) {
       const int tile = grid.tile_at(XI + dx, YI + dy);
       if (tile < 0 || grid.gT(tile) == 0 || (buf == 0 && (dx != 0 || dy != 0))) continue;
-      if (!read_block(grid, tile, file, words)) return false;
+      if (!read_block(grid, tile, words)) return GridRead::failed;
       any = true;
       npix += expand_block(grid, tile, nullptr, limits, words.val, -buf - dx * n, -buf - dy * n, Z);
     }
   if (!any) LOG_LINE("read_gZ_tile_8nn <!> nn tiles: nmt=0 ");
-  return any && npix > 0;
+  return npix > 0 ? GridRead::heights : GridRead::none;
 }

@@ -4,11 +4,13 @@
 // Not here: the kernel itself (LKRgrid.h), tiles and points (LmTidx_r), overlap maps (LmTplot).
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
+#include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTplot/LmTplot.h"
 #include "prj/LiDAR/project.h"
@@ -32,7 +34,7 @@ static_assert(sizeof(GridHdr) == 25);
 
 // The grid of one swath as its index tells it; tile numbers are those of the tile table.
 struct SwGrid {
-  std::string file;  // ".gmT.ZDS"
+  std::shared_ptr<const PosFileIn> words;  // ".gmT.ZDS", open
   GridHdr hdr;
   Vector<TIsxy> TI;               // the swath's tile table
   Image<uint16_t> timg;           // tile map of the table's extent
@@ -81,16 +83,21 @@ struct GridResult {  // of LmT_grid
 // Whether a cached grid holds all wanted microtiles; the first that it lacks is logged.
 [[nodiscard]] bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted);
 
+enum class GridRead {
+  heights,  // at least one pixel has a height
+  none,     // no grid there, or no height within the limits: no fault
+  failed    // an ERROR line says why; the image must not be used
+};
+
 // Heights of a tile: an image of (32 dim) x (32 dim), pixel (x, y) at (x, y) x GSD from the lower left
 // corner, NODATA where there is none. mask: 32 x 32, only microtiles that are not 0 there are taken; null for
-// all. False, after a log line, when the tile has no grid or the read fails (Z is then all NODATA).
-bool read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
-                  Image<float>& Z);
+// all.
+[[nodiscard]] GridRead read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask,
+                                    const GridLimits& limits, Image<float>& Z);
 // Heights of the tile at absolute indices (XI, YI) with a margin of buf <= 32 dim pixels on every side, which
 // comes from the eight neighbours: an image of side 32 dim + 2 buf. The tile itself may be missing.
-// False, after a log line, when no pixel could come from any of the nine tiles.
-bool read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
-                      Image<float>& Z);
+[[nodiscard]] GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf,
+                                        const GridLimits& limits, Image<float>& Z);
 
 // Largest roughness code that is compared: lroundf(16 x smax / GSD), both in metres.
 int grid_smax_code(float smax, float GSD);

@@ -32,7 +32,11 @@ struct SwPair {  // a pair of the list
   int sw1 = 0;   // the lower swath number: the moved image
   int sw2 = 0;
   bool reg = true;  // false: only its height differences are wanted
+  int number = -1;  // Pair# of all files and logs: the place in the index
 };
+
+// Of the logs of height differences, up to the unit of area.
+constexpr char DZ_STAT_HEADER[] = "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:";
 
 struct InterParam {
   bool REG = true;  // register; false: accurate QC only, no DUT files
@@ -61,16 +65,17 @@ struct InterResult {
 // swaths overlap nothing. False when a tile cache cannot be read (ERROR line).
 [[nodiscard]] bool comp_sw_overlap(const Project& prj, Image<uint8_t>& overlap);
 
-// Chooses the pairs. overlap: nsw x nsw, not 0 where i and j overlap; info: by swath number. label is "Reg"
-// or "QC" and stands in the lines. n0, n1: pairs before and after the filters.
+// Chooses the pairs and numbers them. overlap: nsw x nsw, not 0 where i and j overlap; info: by swath number.
+// Pairs of references are never formed, and a reference is no channel of a line, whatever its times. n0, n1:
+// pairs before and after the filters.
 std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>& info,
                                 const Image<uint8_t>& overlap, const PairFilter& filter, bool REG, int& n0,
                                 int& n1);
 
 // Registers (or, without REG, measures) all chosen pairs. head: the index as far as it is known before the
 // pairs (scale, swaths, boxes, control parameters). Writes prj.name + ".dut", "_idx.log", "_DZ_stat.log",
-// "_DZreg_stat.log", "_DXYZreg_stat.log". A pair that cannot be read, is too large for -mem or does not
-// converge gets no vectors and does not stop the loop. False after an ERROR line when nothing could be
+// "_DZreg_stat.log", "_DXYZreg_stat.log". A pair that is too large for -mem or does not converge gets no
+// vectors and does not stop the loop. False after an ERROR line when a cache cannot be read or a file not be
 // written.
 [[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap,
                                  const InterParam& param, InterResult& result);

@@ -16,24 +16,22 @@ const char* filter_word(int v, const char* same, const char* all, const char* di
 
 // Channels are a swath's own; a line flown by two channels is two swaths at the same time.
 struct PairFlags {
-  bool samech, samefl, samegrpfl, anyfixed, allfixed, main1, main2;
+  bool samech, samefl, samegrpfl, anyfixed, main1, main2;
 };
 
 PairFlags comp_pair_flags(const Project& prj, const std::vector<LTidxInfo>& info, size_t i, size_t j) {
   const Swath &a = prj.swaths[i], &b = prj.swaths[j];
   PairFlags f;
-  f.samech = a.channel == b.channel;
-  f.samefl = !f.samech && info[i].tmin < info[j].tmax && info[j].tmin < info[i].tmax;
-  f.samegrpfl = a.group == b.group || f.samefl;
   f.anyfixed = a.fixed || b.fixed;
-  f.allfixed = a.fixed && b.fixed;
+  f.samech = a.channel == b.channel;
+  f.samefl = !f.samech && !f.anyfixed && info[i].tmin < info[j].tmax && info[j].tmin < info[i].tmax;
+  f.samegrpfl = a.group == b.group || f.samefl;
   f.main1 = a.mainch == static_cast<int>(i);
   f.main2 = b.mainch == static_cast<int>(j);
   return f;
 }
 
 bool keep_pair(const PairFlags& f, const PairFilter& filter) {
-  if (f.allfixed) return false;
   if (filter.RDIM == 1 && !f.samech && !f.samefl) return false;
   if (filter.RDIM == 2 && !(f.samefl ? f.main1 || f.main2 : f.main1 && f.main2)) return false;
   if (!filter.filter) return true;
@@ -88,7 +86,9 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
   std::vector<SwPair> pairs;
   for (int i = 0; i < nsw; i++)
     for (int j = i + 1; j < nsw; j++) {
-      if (overlap(i, j) == 0) continue;
+      const bool references =
+          prj.swaths[static_cast<size_t>(i)].fixed && prj.swaths[static_cast<size_t>(j)].fixed;
+      if (overlap(i, j) == 0 || references) continue;
       const PairFlags f = comp_pair_flags(prj, info, static_cast<size_t>(i), static_cast<size_t>(j));
       const bool reg = keep_pair(f, filter);
       LOG_LINE("sw1=" << i << " sw2=" << j << " ch1=" << prj.swaths[static_cast<size_t>(i)].channel
@@ -97,7 +97,7 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
                       << " samegrpfl=" << f.samegrpfl << " nofx=" << !f.anyfixed << " reg=" << reg);
       n0++;
       n1 += reg;
-      if (reg || filter.ALLDZ) pairs.push_back({i, j, reg});
+      if (reg || filter.ALLDZ) pairs.push_back({i, j, reg, static_cast<int>(pairs.size())});
     }
   LOG_LINE("n0=" << n0 << " n1=" << n1 << " " << label);
   return pairs;

@@ -69,17 +69,16 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
   return InterState::ok;
 }
 
-bool inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
-                   const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair,
-                   InterState& state) {
+InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
+                         const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair) {
   const GridLimits limits = compared_heights(prj.scale.GSD());
   LOG_ENTER("inter_TZ1_TZ2 nmTmin=" << nmTmin << " dim=" << prj.scale.dim << " sw1=" << s1.sw
                                     << " sw2=" << s2.sw << " Smax=" << limits.smax << " Z:[" << limits.zmin
                                     << " " << limits.zmax << "] ");
   const Stopwatch time;
   inter = InterTiles{};
-  state = choose_inter_tiles(prj, s1, s2, nmTmin, levels, inter);
-  if (state != InterState::ok) return false;
+  const InterState state = choose_inter_tiles(prj, s1, s2, nmTmin, levels, inter);
+  if (state != InterState::ok) return state;
   const uint64_t nt = inter.tiles.size();
   pair = NRpair{};
   pair.buf = levels.buf;
@@ -89,16 +88,18 @@ bool inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s
   pair.img1.resize(nt);
   pair.img2.resize(nt);
   Vector<uint64_t> n1(nt, 0), n2(nt, 0);
-  run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
+  const int64_t bad = run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
     const ToccTile& t = inter.tiles[static_cast<size_t>(i)];
-    read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, limits, pair.img1.val[i]);
-    read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i]);
+    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, limits, pair.img1.val[i]) == GridRead::failed ||
+        read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i]) == GridRead::failed)
+      return false;
     n1.val[i] = count_valid(pair.img1.val[i]);
     n2.val[i] = count_valid(pair.img2.val[i]);
     return true;
   });
+  if (bad >= 0) return InterState::failed;
   for (uint64_t i = 0; i < nt; i++) inter.nfpix1 += n1.val[i], inter.nfpix2 += n2.val[i];
   LOG_LINE("ntX=" << nt << " -> tnfpix1=" << inter.nfpix1 << " tnfpix2=" << inter.nfpix2);
   LOG_LINE("/// INTER_TZ1_TZ2_TIME=" << time.text());
-  return inter.nfpix1 > 0 && inter.nfpix2 > 0;
+  return inter.nfpix1 > 0 && inter.nfpix2 > 0 ? InterState::ok : InterState::none;
 }

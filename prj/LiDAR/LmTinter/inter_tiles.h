@@ -19,8 +19,8 @@ struct InterSwath {  // what the pairs of a swath share; read when the swath com
   bool ok = false;  // tiles and grid could be read
 };
 // Reads the tables of swath sw unless they stand in s already. False, after a log line, when a cache is
-// missing.
-bool read_InterSwath(const Project& prj, int sw, InterSwath& s);
+// missing or does not fit.
+[[nodiscard]] bool read_InterSwath(const Project& prj, int sw, InterSwath& s);
 
 struct InterTiles {  // the tiles of a pair
   Tocc tiles;        // occ: microtiles of the overlap; k, k2: indices in the tables of the two swaths
@@ -29,13 +29,19 @@ struct InterTiles {  // the tiles of a pair
   uint64_t nfpix1 = 0, nfpix2 = 0;  // pixels with a height, moved (with margin) and reference
 };
 
-enum class InterState { ok, none, memory };
+enum class InterState {
+  ok,
+  none,    // nothing to compare
+  memory,  // after a WARNING: the pair needs more than MEM_MB
+  failed   // after an ERROR line: a cache could not be read
+};
 
 // Chooses the overlap tiles: microtiles that both swaths occupy, less what is thinner than two of them, in
-// tiles with at least nmTmin left. memory: after a WARNING, when the pair needs more than MEM_MB.
+// tiles with at least nmTmin left. ok, none or memory.
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter);
 // Reads the heights into the pair's images: the moved ones (first swath) with the margin, the reference ones
-// on the microtiles of the overlap. False when either swath has no height there.
-bool inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
-                   const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair, InterState& state);
+// on the microtiles of the overlap. none when either swath has no height there.
+[[nodiscard]] InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2,
+                                       int nmTmin, const RegLevels& levels, int nthreads, InterTiles& inter,
+                                       NRpair& pair);

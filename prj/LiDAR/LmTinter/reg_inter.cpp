@@ -75,19 +75,19 @@ struct RegRun {  // what the loop carries
   StatXYZ disp;
 };
 
-void put_DZ_line(PairLog& log, int pair, const DZstat& s, const RegRun& run, DZsum& sum) {
+void put_DZ_line(PairLog& log, const SwPair& pair, const DZstat& s, const RegRun& run, DZsum& sum) {
   const double GSD = static_cast<double>(run.prj.scale.GSD());
   const double m2 = static_cast<double>(s.n) * GSD * GSD;
   sum.add(s, m2);
   if (!log.active()) return;
-  log.fs() << pair << ' ' << s.m << ' ' << s.s << ' ' << s.rms << ' ' << 100 * s.out << ' '
-           << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2 << '\n';
+  log.fs() << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2 << ' ' << s.m << ' ' << s.s << ' ' << s.rms
+           << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2 << '\n';
 }
 
-void put_DXYZ_line(PairLog& log, int pair, const StatXYZ& s) {
+void put_DXYZ_line(PairLog& log, const SwPair& pair, const StatXYZ& s) {
   if (!log.active()) return;
   std::ofstream& fs = log.fs();
-  fs << pair;
+  fs << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2;
   for (const dxyz& v : {s.mean(), s.stddev(), s.rms(), s.vmin, s.vmax}) {
     fs << "  ";
     put_xyz(fs, v);
@@ -97,17 +97,18 @@ void put_DXYZ_line(PairLog& log, int pair, const StatXYZ& s) {
 
 bool open_logs_DUT(RegRun& run, const DUTidx& head) {
   if (run.param.nop) return true;
-  const std::string DZ = std::string("Pair# Mean StdDev RMS Outlier% Filtered% Area:") + run.unit.name;
+  const std::string DZ = DZ_STAT_HEADER + std::string(run.unit.name);
   if (!run.dz.open(run.prj.name + "_DZ_stat.log", DZ)) return false;
   if (!run.param.REG) return true;
   return run.dzreg.open(run.prj.name + "_DZreg_stat.log", DZ) &&
-         run.dxyz.open(run.prj.name + "_DXYZreg_stat.log",
-                       "Pair# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts") &&
+         run.dxyz.open(
+             run.prj.name + "_DXYZreg_stat.log",
+             "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts") &&
          open_DUT_IDX(run.dut, run.prj.name, head, true, false);
 }
 
-// Registers a pair whose images are in place. Returns whether it is valid; rec holds its records then.
-bool register_pair(RegRun& run, const SwPair& p, int number, const InterTiles& inter, NRpair& pair,
+// Registers a pair whose images are in place; rec holds its records if it is valid. False after an ERROR line.
+bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair& pair,
                    std::vector<DUTstr>& rec, InterResult& result) {
   RegpairIdx idx;
   if (!make_regpair_idx(run.s1.path, run.s2.path, run.levels, idx)) return false;
@@ -125,36 +126,43 @@ bool register_pair(RegRun& run, const SwPair& p, int number, const InterTiles& i
   if (!name.empty() && !reg.from_cache && !write_regpair_idx(p.sw1, p.sw2, idx, ok && reg.cache_written))
     LOG_LINE("<!> pair cache not written");
   result.ncached += ok && reg.from_cache;
-  if (!ok) return false;
+  if (!ok) return true;
   DZstat after;
   if (run.param.QC && acc_qc_tiles(pair, &reg.Def, run.param.nthreads, after))
-    put_DZ_line(run.dzreg, number, after, run, run.after);
+    put_DZ_line(run.dzreg, p, after, run, run.after);
   StatXYZ stat;
-  write_DUT(run.prj, run.s1, run.s2, inter, reg, run.levels.Jend, rec, stat);
-  if (rec.empty()) return false;
+  if (!write_DUT(run.prj, run.s1, run.s2, inter, reg, run.levels.Jend, rec, stat)) return false;
+  if (rec.empty()) return true;
+  result.nreg++;
   LOG_LINE("stat_Def[img] ntX=" << inter.tiles.size() << " npts=" << stat.n);
-  put_DXYZ_line(run.dxyz, number, stat);
+  put_DXYZ_line(run.dxyz, p, stat);
   run.disp.add(stat);
   return true;
 }
 
-// One pair from its tiles to its lines in the logs and the DUT files. False only when a file cannot be
-// written.
-bool process_pair(RegRun& run, const SwPair& p, int number, InterResult& result) {
-  LOG_ENTER("pair " << number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
+// One pair from its tiles to its lines in the logs and the DUT files. False, after an ERROR line, when one of
+// the program's own files cannot be read or written: a pair that is left out for its data is no failure.
+bool process_pair(RegRun& run, const SwPair& p, InterResult& result) {
+  LOG_ENTER("pair " << p.number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
   std::vector<DUTstr> rec;
   InterTiles inter;
   NRpair pair;
-  InterState state = InterState::none;
-  if (read_InterSwath(run.prj, p.sw1, run.s1) && read_InterSwath(run.prj, p.sw2, run.s2) &&
-      inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair,
-                    state)) {
+  for (const int sw : {p.sw1, p.sw2})
+    if (!read_InterSwath(run.prj, sw, sw == p.sw1 ? run.s1 : run.s2)) {
+      ERROR_MSG("missing/incompatible temp. tile or grid files, swath "
+                << run.prj.swaths[static_cast<size_t>(sw)].path);
+      return false;
+    }
+  const InterState state =
+      inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair);
+  if (state == InterState::failed) return false;
+  if (state == InterState::ok) {
     result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-    if (run.param.REG && p.reg) result.nreg += register_pair(run, p, number, inter, pair, rec, result);
+    if (run.param.REG && p.reg && !register_pair(run, p, inter, pair, rec, result)) return false;
     DZstat
         before;  // after the registration, which needs the heights that a measurement turns into coefficients
     if (run.param.QC && acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) {
-      put_DZ_line(run.dz, number, before, run, run.before);
+      put_DZ_line(run.dz, p, before, run, run.before);
       result.nqc++;
     }
   }
@@ -225,7 +233,7 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>&
   if (!open_logs_DUT(run, head)) return false;
   if (!pairs.empty()) progress_start(result.nint);
   for (int i = 0; i < result.nint; i++) {
-    if (!process_pair(run, pairs[static_cast<size_t>(i)], i, result)) return false;
+    if (!process_pair(run, pairs[static_cast<size_t>(i)], result)) return false;
     progress_step(i + 1, progress_text(param, i + 1, result));
   }
   if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));

@@ -8,19 +8,18 @@
 namespace {
 struct TimeTile {  // vertex times of one tile of one swath
   bool fixed = false;
-  bool ok = false;  // false: a mobile swath without a time tile
   double t0 = 0, tmin = 0, tmax = 0;
   Image<int32_t> code;
 };
 
-TimeTile read_time_tile(const Project& prj, const InterSwath& s, uint32_t k) {
-  TimeTile t;
+bool read_time_tile(const Project& prj, const InterSwath& s, uint32_t k, TimeTile& t) {
   t.fixed = prj.swaths[static_cast<size_t>(s.sw)].fixed;
   t.t0 = std::fabs(s.info.t0) < 1e300 ? s.info.t0 : 0;  // a reference without times
   t.tmin = s.info.tmin;
   t.tmax = s.info.tmax;
-  t.ok = t.fixed || read_LmT_tile_Vt(s.path, k, t.code);
-  return t;
+  if (t.fixed || read_LmT_tile_Vt(s.path, k, t.code)) return true;
+  ERROR_MSG("missing/incompatible temp. tile files, swath " << s.path);
+  return false;
 }
 
 // Time at a corner of the microtiles; nerrt counts those outside the range of the swath, which are clamped.
@@ -35,7 +34,7 @@ double vertex_time(const TimeTile& t, int i, int j, uint64_t& nerrt) {
 }
 }  // namespace
 
-void write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, const InterTiles& inter,
+bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, const InterTiles& inter,
                const NRresult& reg, int Jend, std::vector<DUTstr>& rec, StatXYZ& stat) {
   const TileScale& scale = prj.scale;
   const int dxp = comp_dxp(Jend);
@@ -56,7 +55,8 @@ void write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
     const Image<xyz>&Def = reg.Def(static_cast<int64_t>(ti)), &Unc = reg.Unc(static_cast<int64_t>(ti));
     const Image<float>& Zv = reg.Zv(static_cast<int64_t>(ti));
     ASSERT(Def.xsize() == dxp && Def.ysize() == dxp && Zv.xsize() == dxp && Unc.xsize() == dxp);
-    const TimeTile t1 = read_time_tile(prj, s1, tile.k), t2 = read_time_tile(prj, s2, tile.k2);
+    TimeTile t1, t2;
+    if (!read_time_tile(prj, s1, tile.k, t1) || !read_time_tile(prj, s2, tile.k2, t2)) return false;
     const int X0 = static_cast<int>((static_cast<int64_t>(tile.x) << scale.level) - 10240000);
     const int Y0 = static_cast<int>((static_cast<int64_t>(tile.y) << scale.level) - 10240000);
     for (int j = 0; j < dxp; j++)
@@ -64,7 +64,6 @@ void write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
         const xyz d = Def(i, j);
         if (d.z == NR_NODATA || Zv(i, j) == NR_NODATA) continue;
         np0++;
-        if (!t1.ok || !t2.ok) continue;
         DUTstr r;
         r.X = X0 + i * gsize;
         r.Y = Y0 + j * gsize;
@@ -85,4 +84,5 @@ void write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
   }
   if (nout > 0) LOG_LINE("<!> nout=" << nout);
   LOG_LINE("np0=" << np0 << " np=" << rec.size() << " nptime=" << nptime << " nerrt=" << nerrt);
+  return true;
 }

@@ -26,7 +26,7 @@ TEST(QC_DZ_corr_LmT, RightCorrectionTakesTheDifferencesAway) {
   ASSERT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 2, grids));
   const auto rms = [&](const SCorrTbl& c0, const SCorrTbl& c1, int nthreads) {
     QCcorrResult res;
-    EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true}}, {c0, c1}, nthreads, res));
+    EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 7}}, {c0, c1}, nthreads, res));
     EXPECT_EQ(res.nused, 1);
     EXPECT_GT(res.area, 5000);
     return res.rms;
@@ -42,7 +42,7 @@ TEST(QC_DZ_corr_LmT, RightCorrectionTakesTheDifferencesAway) {
   EXPECT_NEAR(rms(none, other, 2), after, 1e-6);  // what the second lacks, the first has too much
   EXPECT_NEAR(rms(none, global, 1), after, 1e-6);
   const std::string log = read_text(prj.name + "_DZcorr_stat.log");
-  EXPECT_EQ(log.find("Pair# Mean StdDev RMS Outlier% Filtered% Area:m2\n0 "), 0u);
+  EXPECT_EQ(log.find("Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2\n7 0 1 "), 0u);
   EXPECT_NE(log.find("\nNPairs StdDev RMS Area:m2\n1 "), std::string::npos);
 }
 
@@ -52,8 +52,8 @@ TEST(QC_DZ_corr_LmT, FailsOnlyWithoutAnyGrid) {
   GridResult grids;
   ASSERT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 1, grids));
   QCcorrResult res;
-  EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true}, {0, 2, true}}, std::vector<SCorrTbl>(3), 1, res));
+  EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}, {0, 2, true, 1}}, std::vector<SCorrTbl>(3), 1, res));
   EXPECT_EQ(res.nused, 1);
   remove_file(cache_name(prj.swaths[0].path, EXT_GMTIDX));
-  EXPECT_FALSE(QC_DZ_corr_LmT(prj, {{0, 1, true}}, std::vector<SCorrTbl>(3), 1, res));
+  EXPECT_FALSE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}}, std::vector<SCorrTbl>(3), 1, res));
 }

@@ -31,7 +31,7 @@ TEST(LmT_grid, HeightsStandAtTheirPlace) {
   for (size_t k = 0; k < grid.TI.size(); k++) {
     const TIsxy& t = grid.TI(static_cast<int64_t>(k));
     Image<float> Z;
-    if (!read_gZ_tile(grid, static_cast<int>(k), nullptr, {}, Z)) continue;
+    if (read_gZ_tile(grid, static_cast<int>(k), nullptr, {}, Z) != GridRead::heights) continue;
     for (int y = 0; y < Z.ysize(); y++)
       for (int x = 0; x < Z.xsize(); x++) {
         if (Z(x, y) == NODATA) continue;
@@ -57,12 +57,12 @@ TEST(LmT_grid, MarginsAreTheNeighboursHeights) {
   int ncompared = 0;
   for (const TIsxy& t : grid.TI) {
     Image<float> all, one;
-    read_gZ_tile_8nn(grid, t.x, t.y, buf, {}, all);
+    ASSERT_EQ(read_gZ_tile_8nn(grid, t.x, t.y, buf, {}, all), GridRead::heights);
     ASSERT_EQ(all.xsize(), n + 2 * buf);
     for (int dy = -1; dy <= 1; dy++)
       for (int dx = -1; dx <= 1; dx++) {
         const int k = grid.tile_at(int64_t{t.x} + dx, int64_t{t.y} + dy);
-        read_gZ_tile(grid, k, nullptr, {}, one);  // no tile: no heights
+        ASSERT_EQ(read_gZ_tile(grid, k, nullptr, {}, one), k < 0 ? GridRead::none : GridRead::heights);
         for (int y = 0; y < n; y++)
           for (int x = 0; x < n; x++) {
             const int ax = x + dx * n + buf, ay = y + dy * n + buf;
@@ -83,8 +83,8 @@ TEST(LmT_grid, LimitsAndMaskTakeHeightsOut) {
   ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[0].path, grid));
   const auto count = [&](const Image<uint8_t>* mask, GridLimits limits, float& zmin, float& zmax) {
     Image<float> Z;
-    read_gZ_tile(grid, 0, mask, limits, Z);
     int n = 0;
+    EXPECT_NE(read_gZ_tile(grid, 0, mask, limits, Z), GridRead::failed);
     zmin = 1e9f, zmax = -1e9f;
     for (uint64_t i = 0; i < Z.size(); i++)
       if (Z.val[i] != NODATA) n++, zmin = std::min(zmin, Z.val[i]), zmax = std::max(zmax, Z.val[i]);
@@ -96,8 +96,22 @@ TEST(LmT_grid, LimitsAndMaskTakeHeightsOut) {
   EXPECT_GT(count(nullptr, {31, 99, 101}, zmin, zmax), 0);
   EXPECT_GE(zmin, 99);
   EXPECT_LE(zmax, 101);
+  // A mask takes out its microtiles, each pixel of them, and no other.
   Image<uint8_t> mask(32, 32, 0);
   EXPECT_EQ(count(&mask, {}, zmin, zmax), 0);
+  for (int m = 0; m < mTn; m++) mask.val[m] = m % 3 == 0;
+  Image<float> Z0, Z;
+  ASSERT_EQ(read_gZ_tile(grid, 0, nullptr, {}, Z0), GridRead::heights);
+  ASSERT_EQ(read_gZ_tile(grid, 0, &mask, {}, Z), GridRead::heights);
+  int ntaken = 0, nmasked = 0;
+  for (int y = 0; y < Z.ysize(); y++)
+    for (int x = 0; x < Z.xsize(); x++) {
+      const bool taken = mask(x / prj.scale.dim, y / prj.scale.dim) != 0;
+      ASSERT_EQ(Z(x, y), taken ? Z0(x, y) : NODATA) << x << " " << y;
+      (taken ? ntaken : nmasked) += Z0(x, y) != NODATA;
+    }
+  EXPECT_GT(ntaken, 1000);
+  EXPECT_GT(nmasked, 1000);
   EXPECT_EQ(grid_smax_code(1.0f, 1.0f), 16);
   EXPECT_EQ(grid_smax_code(2.0f, 0.1f), 31);
 }

@@ -82,10 +82,12 @@ TEST(reg_inter_LmT, PlantedShiftComesBackAsFirstLessSecond) {
   EXPECT_NEAR(sum.y / weight, -0.45, 0.05);
   EXPECT_NEAR(sum.z / weight, 0.21, 0.02);
   EXPECT_EQ(idx.gsize, 8);
-  EXPECT_EQ(p.file("_DZ_stat.log").find("Pair# Mean StdDev RMS Outlier% Filtered% Area:m2\n0 "), 0u);
-  EXPECT_EQ(p.file("_DZreg_stat.log").find("Pair# Mean StdDev RMS Outlier% Filtered% Area:m2\n0 "), 0u);
+  for (const char* const log : {"_DZ_stat.log", "_DZreg_stat.log"})
+    EXPECT_EQ(p.file(log).find("Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2\n0 0 1 "),
+              0u);
   EXPECT_EQ(p.file("_DXYZreg_stat.log")
-                .find("Pair# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n0 "),
+                .find("Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} "
+                      "NPts\n0 0 1 "),
             0u);
 }
 
@@ -156,10 +158,43 @@ TEST(reg_inter_LmT, PairsThatCannotBeRegisteredDoNotStopTheOthers) {
   EXPECT_EQ(idx.nint(), small.nint);  // each with no vectors
   EXPECT_EQ(idx.nvec(), 0u);
   MEM_MB = 4096;
-  remove_file(cache_name(p.prj.swaths[2].path, EXT_GMTZDS));
-  EXPECT_EQ(p.run().nreg, 1);
-  p.prj.name = p.dir.path + "/absent/out";
+}
+
+// Faults of the program's own files are no property of a pair: nothing comes out, least of all a cached
+// registration with holes.
+TEST(reg_inter_LmT, UnreadableGridsAndUnwritableResultsFail) {
+  RegProject p(shifted);
+  const auto nothing = [&p] {
+    InterResult res;
+    testing::internal::CaptureStderr();
+    const bool ok = reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("ERROR: "), std::string::npos);
+    for (const auto& entry : std::filesystem::directory_iterator(p.dir.path)) {
+      const std::string name = entry.path().string();
+      EXPECT_TRUE(!name.ends_with(".rpc.idx") && !name.ends_with(".dut") && !name.ends_with(".part")) << name;
+    }
+    return !ok;
+  };
+  InterSwath s1, s2;
+  ASSERT_TRUE(read_InterSwath(p.prj, 0, s1) && read_InterSwath(p.prj, 1, s2));
+  const std::string zds = cache_name(p.prj.swaths[1].path, EXT_GMTZDS), words = read_text(zds);
+  std::filesystem::resize_file(zds, words.size() / 2);  // behind the back of the open file
+  InterTiles inter;
+  NRpair pair;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(inter_TZ1_TZ2(p.prj, s1, s2, 4, comp_reg_levels(1, p.param.Jend), 2, inter, pair),
+            InterState::failed);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find(zds), std::string::npos);
+  EXPECT_TRUE(nothing()) << "cut";
+  remove_file(zds);
+  EXPECT_TRUE(nothing()) << "no grid";
+  write_text(zds, words);
+  const std::string times = cache_name(p.prj.swaths[0].path, EXT_MTDT), dt = read_text(times);
+  remove_file(times);
   InterResult res;
+  EXPECT_FALSE(reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res)) << "no times";
+  write_text(times, dt);
+  p.prj.name = p.dir.path + "/absent/out";
   EXPECT_FALSE(reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res));
 }
 
