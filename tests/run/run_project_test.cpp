@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 
 #include "tests/run/program.h"
 
@@ -68,6 +69,38 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
       run({"-corr", "r", "-utm", "33", "-po", "traj.out", "-out", "*_d.las", "-name", "s"}, 1, "2");
   EXPECT_EQ(later.code, 0) << later.err;
   EXPECT_TRUE(read_text(o1 + "/L01_c.las") == read_text(o1 + "/L01_d.las"));
+}
+
+// Pair 0 is not registered, for it lies within a group: the others keep their numbers in every log.
+TEST_F(RunProject, OneNumberAPairInAllLogs) {
+  ASSERT_TRUE(simulated);
+  const RunOutput r =
+      program->run({"-align", "-utm",     "33",    "-i",       "L01.las",  "L02.las", "-i",        "L03.las",
+                    "-po",    "traj.out", "-po",   "traj.out", "-reg_grp", "2",       "-tmpdir",   "tmp1",
+                    "-odir",  "o1",       "-name", "p",        "-out",     "*_p.las", "-nthreads", "2"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  // "number:sw1-sw2" of the lines behind the labels.
+  const auto numbers = [](const std::string& text) {
+    std::istringstream lines(text);
+    std::string line, all;
+    std::getline(lines, line);
+    EXPECT_EQ(line.rfind("Pair# Swath#1 Swath#2 ", 0), 0u) << line;
+    while (std::getline(lines, line) && !line.empty() && line.rfind("NPairs", 0) != 0) {
+      std::istringstream fields(line);
+      int number = -1, sw1 = -1, sw2 = -1;
+      fields >> number >> sw1 >> sw2;
+      all += std::to_string(number) + ":" + std::to_string(sw1) + "-" + std::to_string(sw2) + " ";
+    }
+    return all;
+  };
+  const auto log = [](const char* ext) { return read_text(path("o1/p") + ext); };
+  EXPECT_EQ(numbers(log("_DZ_stat.log")), "0:0-1 1:0-2 2:1-2 ");
+  EXPECT_EQ(numbers(log("_DZcorr_stat.log")), "0:0-1 1:0-2 2:1-2 ");
+  for (const char* const ext : {"_DZreg_stat.log", "_DXYZreg_stat.log", "_inv_stat.log"})
+    EXPECT_EQ(numbers(log(ext)), "1:0-2 2:1-2 ") << ext;
+  const std::string idx = log("_idx.log");
+  for (const char* const line : {"\n#P 0 0 1 0\n#P 1 0 2 ", "\n#P 2 1 2 "})
+    EXPECT_TRUE(holds(idx, line)) << idx;
 }
 
 TEST_F(RunProject, ScanAndQcWithoutTrajectory) {

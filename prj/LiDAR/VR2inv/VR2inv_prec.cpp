@@ -91,8 +91,11 @@ bool write_rejected(const InvCalDrift& inv, const std::vector<int>& rejected) {
   const std::string name = inv.name + "_int_rej.log", part = name + ".part";
   TxtFileOut out(true);
   if (!out.open(part, 0)) return false;
-  out.fs << "Pair#\n";
-  for (int k : rejected) out.fs << (inv.in.pairs[k].pair < 0 ? k : inv.in.pairs[k].pair) << '\n';
+  out.fs << "Pair# Swath#1 Swath#2\n";
+  for (int k : rejected) {
+    const InvPair& p = inv.in.pairs[k];
+    out.fs << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2 << '\n';
+  }
   if (!out.close()) return false;
   if (rename_file(part, name)) return true;
   ERROR_MSG("could not write file " << name);

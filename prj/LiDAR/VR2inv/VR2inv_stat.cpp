@@ -25,7 +25,8 @@ struct ResStat {
 std::string text(const dxyz& v) { return LOG_STR(v.x << ' ' << v.y << ' ' << v.z); }
 
 void put_pair(std::ostream& os, const InvCalDrift& inv, int k, const ResStat& r) {
-  os.width(4), os << (inv.in.pairs[k].pair < 0 ? k : inv.in.pairs[k].pair);
+  const InvPair& p = inv.in.pairs[k];
+  os.width(4), os << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2;
   for (const dxyz& v : {r.stat.mean(), r.stat.stddev(), r.stat.rms(), r.stat.vmin, r.stat.vmax}) {
     os << "  ";
     put_xyz(os, v);
@@ -59,7 +60,8 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
   if (write_file) {
     LOG_MSG("Writing inversion stats " << name);
     if (!out.open(part, 0)) return false;
-    out.fs << "Pair# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts Sqrt(Chi2/n){X Y Z} "
+    out.fs << "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts "
+              "Sqrt(Chi2/n){X Y Z} "
               "HFDrift{X Y Z}\n";
   }
   ResStat total;

@@ -164,6 +164,7 @@ InvInput make_input(const Project& prj, Run& run) {
   for (size_t k = 0; k < in.pairs.size(); k++) {
     DUTpair& d = run.sync.pairs[k];
     InvPair& p = in.pairs[k];
+    p.pair = d.pair;
     p.sw1 = d.sw1;
     p.sw2 = d.sw2;
     p.P = std::move(d.pos);

@@ -58,6 +58,7 @@ void fill_scan_param(const Options& o, const std::vector<uint8_t>& xcls, bool re
   par.qcpairs.GRP = o.qc_grp;
   par.qcpairs.REF = o.qc_ref;
   par.qcpairs.CH = o.qc_ch;
+  par.qcpairs.ALLDZ = o.dz_all != 0;
   par.Jinit = o.init;
   par.Jend = o.coarse;
   par.DZ_sub = o.sub;

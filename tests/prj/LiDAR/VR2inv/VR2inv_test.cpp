@@ -263,10 +263,13 @@ TEST(Inversion, Files) {
   SimParam s = flight(0);
   SimProject sim = simulate(s);
   for (xyz& U : sim.in.pairs[2].Unc) U = {9, 9, 9};  // above every limit
+  sim.in.pairs[2].pair = 12;
   InvResult r;
   const std::string base = dir.path + "/p";
   ASSERT_TRUE(inv_CalTAWarp(base, sim.in, boresight(), r));
-  EXPECT_EQ(read_text(base + "_int_rej.log"), "Pair#\n2\n");
+  EXPECT_EQ(read_text(base + "_int_rej.log"), "Pair# Swath#1 Swath#2\n12 " +
+                                                  std::to_string(sim.in.pairs[2].sw1) + " " +
+                                                  std::to_string(sim.in.pairs[2].sw2) + "\n");
   Calib back;
   ASSERT_TRUE(back.read_file(base + "_cal.txt"));
   EXPECT_NEAR(back.B.x, r.calib[0].B.x, 1e-8);
