@@ -38,12 +38,12 @@ extern float TARGET_DF;  // target points per pixel (-ppp)
 extern float GGSD_OPT;   // fixed grid spacing in m, -1 for automatic (-ggsd)
 
 // Registration.
-extern float Z_SMAXF;   // largest roughness compared, m (-rough_max)
+extern float Z_SMAXF;   // largest roughness compared, m and grid spacings (-rough_max)
 extern float KEEPZmin;  // height range compared, m
 extern float KEEPZmax;
 extern float NR_SMAX;     // residual scale bound per unit of 2^J (-reg_s_max)
 extern int NR_BOOST;      // tolerance multiplier (-boost)
-extern int J0_REG;        // lowest level at which SIGMA0_REG applies (-reg_j0)
+extern int J0_REG;        // lowest level at which SIGMA0_REG applies, from Jend (-reg_j0)
 extern float SIGMA0_REG;  // noise floor, height units (-reg_s0)
 extern xyz MAXREGUNC;     // largest accepted vertex standard deviation per axis: pixels, pixels, height units
 extern float H_STEP;      // histogram bin width, height units

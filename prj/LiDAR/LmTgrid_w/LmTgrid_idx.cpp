@@ -87,6 +87,10 @@ int grid_smax_code(float smax, float GSD) {
   return static_cast<int>(std::lround(std::min(16.0f * smax / GSD, 31.0f)));
 }
 
+int reg_smax_code(float smax, float GSD) {
+  return std::min(grid_smax_code(smax, GSD), grid_smax_code(smax, 1.0f));
+}
+
 bool read_gZDSidx_hdr_data(const std::string& swath, GridHdr& hdr) {
   BufBinFileIn file(256, false);
   return file.open(cache_name(swath, EXT_GMTIDX)) && file.read(&hdr, sizeof(hdr)) && hdr.magic == GridMagic &&

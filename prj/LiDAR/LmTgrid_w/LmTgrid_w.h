@@ -101,3 +101,6 @@ enum class GridRead {
 
 // Largest roughness code that is compared: lroundf(16 x smax / GSD), both in metres.
 int grid_smax_code(float smax, float GSD);
+// Largest roughness code that is registered: the smaller of that code and of smax in grid spacings. Below a
+// spacing of half a metre the first masks nothing, as codes end at two spacings.
+int reg_smax_code(float smax, float GSD);

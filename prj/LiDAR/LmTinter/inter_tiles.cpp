@@ -14,7 +14,7 @@ uint64_t count_valid(const Image<float>& img) {
       std::count_if(img.val, img.val + img.size(), [](float z) { return z != NODATA; }));
 }
 
-GridLimits compared_heights(float GSD) { return {grid_smax_code(Z_SMAXF, GSD), KEEPZmin, KEEPZmax}; }
+GridLimits compared_heights(float GSD) { return {reg_smax_code(Z_SMAXF, GSD), KEEPZmin, KEEPZmax}; }
 
 // Image of tile numbers over the frame of the tiles.
 void set_tile_frame(InterTiles& inter, Image<int16_t>& TI) {

@@ -174,7 +174,8 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   for (uint64_t t = 0; t < img.size(); t++) Q.tile.val[t].Def = &result.Def.val[t];
   const float cell = pair.mTsize * static_cast<float>(1 << lev.Jend), w = 10.0f * cell * cell;
   Q.omega = {w, w, w};
-  Q.sigma0 = lev.J >= J0_REG ? SIGMA0_REG : 0.0f;
+  // Counted from the final level: where that is a coarse one, the floor shall not reach it unasked.
+  Q.sigma0 = lev.J - lev.Jend >= J0_REG ? SIGMA0_REG : 0.0f;
 
   if (setup_tiles(Q, img, pair, lev, cached) == 0) {
     sync_border(Q);

@@ -96,7 +96,7 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
   const int64_t nt = static_cast<int64_t>(Q.tile.size());
   run_units(nt, comp_threads(Q, Q.npix), [&](int64_t t, int thread) {
     dUParamTile& T = Q.tile.val[t];
-    comp_H_tile(T, Q.s, Q.scratch[static_cast<size_t>(thread)]);
+    comp_H_tile(T, std::hypot(Q.s, Q.sigma0), Q.scratch[static_cast<size_t>(thread)]);
     if (!T.B.empty())
       vertex_zw_tile(T);
     else {

@@ -4,7 +4,7 @@
 void add_rows_reg(Options& o, std::vector<OptRow>& rows) {
   const OptRow list[] = {
       {"rough_max", "s", OptKind::real, 0.05, 2, 1, 1, &o.rough_max, "1", Theme::registration,
-       "pixels with a larger roughness are not compared or registered, m"},
+       "pixels with a larger roughness, in metres or in grid spacings, are not compared or registered"},
       {"reg_grp", "", OptKind::integer, 0, 2, 1, 1, &o.reg_grp, "1", Theme::registration,
        "pairs registered, by group: 0 same group or line, 1 all, 2 different"},
       {"reg_ch", "", OptKind::integer, 0, 2, 1, 1, &o.reg_ch, "1", Theme::registration,
@@ -24,7 +24,7 @@ void add_rows_reg(Options& o, std::vector<OptRow>& rows) {
       {"reg_s0", "", OptKind::real, 0, 1, 1, 1, &o.reg_s0, "0", Theme::registration,
        "noise floor of the residuals, m"},
       {"reg_j0", "", OptKind::integer, 0, 4, 1, 1, &o.reg_j0, "1", Theme::registration,
-       "lowest level of the vertex grid at which -reg_s0 applies"},
+       "lowest level of the vertex grid, counted from the final one, at which -reg_s0 applies"},
       {"shift", "", OptKind::reallist, -2e307, 2e307, 3, 3, &o.shift, "0 0 0", Theme::correction,
        "manual correction: constant shift x y z, m"},
       {"t_corr", "", OptKind::real, -1, 1, 1, 1, &o.t_corr, "0", Theme::correction,

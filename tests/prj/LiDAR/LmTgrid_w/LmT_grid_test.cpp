@@ -114,6 +114,9 @@ TEST(LmT_grid, LimitsAndMaskTakeHeightsOut) {
   EXPECT_GT(nmasked, 1000);
   EXPECT_EQ(grid_smax_code(1.0f, 1.0f), 16);
   EXPECT_EQ(grid_smax_code(2.0f, 0.1f), 31);
+  EXPECT_EQ(reg_smax_code(1.0f, 1.6f), 10);  // metres on coarse grids, spacings on fine ones
+  EXPECT_EQ(reg_smax_code(1.0f, 0.25f), 16);
+  EXPECT_EQ(reg_smax_code(0.1f, 0.25f), 2);
 }
 
 TEST(LmT_grid, SameBytesForAnyThreadsAndOverlapOnly) {

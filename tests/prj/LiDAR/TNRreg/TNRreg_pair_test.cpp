@@ -154,6 +154,28 @@ TEST(Registration, FlatGroundIsUncertainInThePlaneOnly) {
   EXPECT_LT(unc[1].z, unc[0].z);
 }
 
+TEST(Registration, NoiseFloorCountsFromTheFinalLevel) {
+  const auto mean_unc_z = [](float sigma0, int lowest) {
+    SIGMA0_REG = sigma0;
+    J0_REG = lowest;
+    SynthPair synth;
+    synth.ntx = synth.nty = 1;
+    synth.disp = shift(0.5, 0, 0.2);
+    const NRparam param = make_param(synth, 2, 1);
+    NRpair pair = make_pair(synth);
+    NRresult result;
+    EXPECT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    SIGMA0_REG = 0;
+    J0_REG = 1;
+    return compare(synth, result).unc.z;
+  };
+  const double none = mean_unc_z(0, 1);
+  EXPECT_NEAR(mean_unc_z(0.15f, 1) / none, 1, 0.02);  // above the final level, which is not level 0
+  const double raised = mean_unc_z(0.15f, 0);         // residuals of 0.03 m
+  EXPECT_GT(raised / none, 3);
+  EXPECT_LT(raised / none, 6);
+}
+
 TEST(Registration, ResultsDoNotDependOnThreads) {
   SynthPair synth;
   synth.dim = 5;  // rows that are no multiple of the vector length; enough pixels for threads to start
