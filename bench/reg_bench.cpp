@@ -1,9 +1,9 @@
-// Registration: one evaluation of the descent direction on one core, in pixels per second, and a whole pair.
-// Arguments: dim (pixels along a microtile), level J.
+// Registration: assembly of the normal equations and residuals in pixels per second on one core, conjugate
+// gradients in vertices per second, and a whole pair. Arguments: dim (pixels along a microtile), level J.
 #include <benchmark/benchmark.h>
 
 #include "prj/LiDAR/TNRreg/Reg_Coef.h"
-#include "prj/LiDAR/TNRreg/TNRreg_internal.h"
+#include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 #include "tests/prj/LiDAR/TNRreg/synth_pair.h"
 
 namespace {
@@ -20,38 +20,73 @@ SynthPair bench_pair(int dim, int ntiles) {
   return synth;
 }
 
-void BM_gradient(benchmark::State& state) {
-  const SynthPair synth = bench_pair(static_cast<int>(state.range(0)), 1);
-  const int J = static_cast<int>(state.range(1)), dxp = comp_dxp(J);
-  NRpair pair = make_pair(synth);
-  set_flags(pair.F, pair.img1);
-  Reg_Coef(pair.img1, 1);
-  Image<xyz> Def(dxp, dxp);
-  for (int j = 0; j < dxp; j++)
-    for (int i = 0; i < dxp; i++) {
-      const int cell = synth.dim << J;
-      Def(i, j) = to_xyz(synth.disp(i * cell, j * cell));
-    }
+// A level on the planted displacement, ready for a step.
+struct BenchLevel {
+  NRpair pair;
+  Image<xyz> Def;
   dUParamTiles Q;
-  Q.tile.resize(1);
-  dUParamTile& T = Q.tile(0);
-  T.Def = &Def;
-  init_neighbours(Q, pair.TI);
-  if (!set_FCZ_ROI(T, {&pair.F(0), &pair.img1(0), &pair.img2(0)}, pair.buf, synth.dim << J, 0)) return;
-  set_BI(T);
-  init_B_F(T, 0.0f, false);
-  vertex_zw_tile(T);
-  init_Vmap_from_w(T, dxp, false);
-  proc_Vmap_topo(Q);
-  init_rows(Q);
-  Q.omega = {160, 160, 160};
-  Q.s = 0.05f;
-  Vector<float> V, g(3ull * Q.Tnpar);
-  conv_D2V(V, Q);
-  for (auto _ : state) benchmark::DoNotOptimize(dUdef_W_nr_reg_tiles(g, g.size(), V, Q));
-  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(T.B.size()));
+  GNwork work;
+  BenchLevel(int dim, int J) {
+    const SynthPair synth = bench_pair(dim, 1);
+    const int dxp = comp_dxp(J);
+    pair = make_pair(synth);
+    set_flags(pair.F, pair.img1);
+    Reg_Coef(pair.img1, 1);
+    Def.resize(dxp, dxp);
+    for (int j = 0; j < dxp; j++)
+      for (int i = 0; i < dxp; i++) {
+        const int cell = synth.dim << J;
+        Def(i, j) = to_xyz(synth.disp(i * cell, j * cell));
+      }
+    Q.tile.resize(1);
+    dUParamTile& T = Q.tile(0);
+    T.Def = &Def;
+    init_neighbours(Q, pair.TI);
+    if (!set_FCZ_ROI(T, {&pair.F(0), &pair.img1(0), &pair.img2(0), nullptr}, pair.buf, synth.dim << J, 0))
+      return;
+    set_BI(T);
+    init_B_F(T, 0.0f, false);
+    vertex_zw_tile(T);
+    init_Vmap_from_w(T, dxp, false);
+    proc_Vmap_topo(Q);
+    init_rows(Q);
+    Q.omega = {160, 160, 160};
+    Q.s = 0.05f;
+    init_normal(work.N, Q);
+  }
+  void count(benchmark::State& state) const {
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(Q.tile.val[0].B.size()));
+  }
+};
+
+void BM_assemble(benchmark::State& state) {
+  BenchLevel level(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+  for (auto _ : state) assemble_normal(level.work.N, level.Q);
+  level.count(state);
 }
-BENCHMARK(BM_gradient)->ArgsProduct({{8, 12, 16}, {0, 2}})->ArgNames({"dim", "J"});
+BENCHMARK(BM_assemble)->ArgsProduct({{3, 8, 12}, {1, 2}})->ArgNames({"dim", "J"});
+
+void BM_residuals(benchmark::State& state) {
+  BenchLevel level(static_cast<int>(state.range(0)), 1);
+  for (auto _ : state) benchmark::DoNotOptimize(resid_pass(level.Q));
+  level.count(state);
+}
+BENCHMARK(BM_residuals)->Arg(3)->Arg(8)->Arg(12)->ArgName("dim");
+
+// Items: iterations times vertices.
+void BM_pcg(benchmark::State& state) {
+  BenchLevel level(8, 0);
+  assemble_normal(level.work.N, level.Q);
+  set_damping(level.work.N, 0);
+  int64_t items = 0;
+  for (auto _ : state) {
+    level.work.pcg.r = level.work.N.g;
+    items += solve_PCG(level.work.N, level.work.pcg, 1e-9, 50) * static_cast<int64_t>(level.Def.size());
+  }
+  state.SetItemsProcessed(items);
+}
+BENCHMARK(BM_pcg);
 
 void BM_pair(benchmark::State& state) {
   const SynthPair synth = bench_pair(8, 2);

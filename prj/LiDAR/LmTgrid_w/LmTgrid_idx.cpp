@@ -47,7 +47,7 @@ bool read_block(const SwGrid& grid, int tile, Vector<uint32_t>& words) {
 
 // Expands the block of a tile into the part of Z that starts at pixel (x0, y0) of the tile's own frame.
 uint64_t expand_block(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
-                      const uint32_t* words, int x0, int y0, Image<float>& Z) {
+                      const uint32_t* words, int x0, int y0, Image<float>& Z, Image<uint8_t>* S) {
   const int dim = static_cast<int>(grid.hdr.dim);
   const uint32_t smax = static_cast<uint32_t>(std::clamp(limits.smax, 0, 31)) << 24;
   const Image<uint8_t>& occ = grid.gTocc(tile);
@@ -68,6 +68,7 @@ uint64_t expand_block(const SwGrid& grid, int tile, const Image<uint8_t>* mask, 
             (in[i] & GRID_ZMASK) != 0 && (in[i] & 0x1F000000) <= smax && z >= limits.zmin && z <= limits.zmax;
         if (!ok) continue;
         out[i] = z;
+        if (S) S->row(y + row)[x + i] = static_cast<uint8_t>((in[i] >> 24) & 31);
         npix++;
       }
     }
@@ -188,23 +189,26 @@ bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted) {
 }
 
 GridRead read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, const GridLimits& limits,
-                      Image<float>& Z) {
+                      Image<float>& Z, Image<uint8_t>* S) {
   const int n = mTsub * static_cast<int>(grid.hdr.dim);
   Z.resize(n, n, NODATA);
+  if (S) S->resize(n, n, 0);
   if (tile < 0 || grid.gT(tile) == 0) {
     LOG_LINE("read_gZ_tile <!> tile: nmt=0");
     return GridRead::none;
   }
   Vector<uint32_t> words;
   if (!read_block(grid, tile, words)) return GridRead::failed;
-  return expand_block(grid, tile, mask, limits, words.val, 0, 0, Z) > 0 ? GridRead::heights : GridRead::none;
+  return expand_block(grid, tile, mask, limits, words.val, 0, 0, Z, S) > 0 ? GridRead::heights
+                                                                           : GridRead::none;
 }
 
 GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
-                          Image<float>& Z) {
+                          Image<float>& Z, Image<uint8_t>* S) {
   const int n = mTsub * static_cast<int>(grid.hdr.dim);
   ASSERT(buf >= 0 && buf <= n);
   Z.resize(n + 2 * buf, n + 2 * buf, NODATA);
+  if (S) S->resize(n + 2 * buf, n + 2 * buf, 0);
   Vector<uint32_t> words;
   bool any = false;
   uint64_t npix = 0;
@@ -214,7 +218,7 @@ GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, c
       if (tile < 0 || grid.gT(tile) == 0 || (buf == 0 && (dx != 0 || dy != 0))) continue;
       if (!read_block(grid, tile, words)) return GridRead::failed;
       any = true;
-      npix += expand_block(grid, tile, nullptr, limits, words.val, -buf - dx * n, -buf - dy * n, Z);
+      npix += expand_block(grid, tile, nullptr, limits, words.val, -buf - dx * n, -buf - dy * n, Z, S);
     }
   if (!any) LOG_LINE("read_gZ_tile_8nn <!> nn tiles: nmt=0 ");
   return npix > 0 ? GridRead::heights : GridRead::none;

@@ -91,13 +91,14 @@ enum class GridRead {
 
 // Heights of a tile: an image of (32 dim) x (32 dim), pixel (x, y) at (x, y) x GSD from the lower left
 // corner, NODATA where there is none. mask: 32 x 32, only microtiles that are not 0 there are taken; null for
-// all.
+// all. S, unless null, gets the roughness codes (units of GSD/16) of these pixels, 0 elsewhere.
 [[nodiscard]] GridRead read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask,
-                                    const GridLimits& limits, Image<float>& Z);
+                                    const GridLimits& limits, Image<float>& Z, Image<uint8_t>* S = nullptr);
 // Heights of the tile at absolute indices (XI, YI) with a margin of buf <= 32 dim pixels on every side, which
 // comes from the eight neighbours: an image of side 32 dim + 2 buf. The tile itself may be missing.
 [[nodiscard]] GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf,
-                                        const GridLimits& limits, Image<float>& Z);
+                                        const GridLimits& limits, Image<float>& Z,
+                                        Image<uint8_t>* S = nullptr);
 
 // Largest roughness code that is compared: lroundf(16 x smax / GSD), both in metres.
 int grid_smax_code(float smax, float GSD);

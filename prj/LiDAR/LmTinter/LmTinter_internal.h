@@ -10,7 +10,7 @@
 #include "prj/LiDAR/stat_xyz.h"
 
 constexpr uint32_t RegCacheMagic = 0xAC810769;
-constexpr uint32_t RegCacheVersion = 0x3378A;
+constexpr uint32_t RegCacheVersion = 0x3378B;  // 0x3378A: the gradient method, without roughness
 
 struct [[gnu::packed]] RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
   uint32_t magic = RegCacheMagic;

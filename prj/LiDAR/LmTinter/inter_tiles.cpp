@@ -87,11 +87,16 @@ InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSw
   set_tile_frame(inter, pair.TI);
   pair.img1.resize(nt);
   pair.img2.resize(nt);
+  pair.S1.resize(nt);
+  pair.S2.resize(nt);
+  pair.rough_unit = prj.scale.GSD() / 16;
   Vector<uint64_t> n1(nt, 0), n2(nt, 0);
   const int64_t bad = run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
     const ToccTile& t = inter.tiles[static_cast<size_t>(i)];
-    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, limits, pair.img1.val[i]) == GridRead::failed ||
-        read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i]) == GridRead::failed)
+    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, limits, pair.img1.val[i], &pair.S1.val[i]) ==
+            GridRead::failed ||
+        read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i], &pair.S2.val[i]) ==
+            GridRead::failed)
       return false;
     n1.val[i] = count_valid(pair.img1.val[i]);
     n2.val[i] = count_valid(pair.img2.val[i]);

@@ -43,12 +43,15 @@ struct NRpair {
   Image<int16_t> TI;          // tile number by tile cell of the pair's frame, -1 none; y upward
   Vector<Image<float>> img1;  // moved heights (first swath), n + 2 * buf square; NR_NODATA in holes
   Vector<Image<float>> img2;  // reference heights (second swath), n square
-  int buf = 0;                // margin of img1
-  int dim = 0;                // pixels along the side of a microtile
-  float mTsize = 0;           // m, side of a microtile
+  // Roughness codes of the grids, of the size of the images, or none at all; rough_unit is a code's height, m.
+  Vector<Image<uint8_t>> S1, S2;
+  float rough_unit = 0;
+  int buf = 0;       // margin of img1
+  int dim = 0;       // pixels along the side of a microtile
+  float mTsize = 0;  // m, side of a microtile
 
   // Filled on the way, left alone by the caller.
-  Vector<Image<uint8_t>> F;  // 1 where img1 had data
+  Vector<Image<uint8_t>> F;  // where img1 had data: 1 + the roughness code
   bool coef = false;         // img1 holds spline coefficients instead of heights
 };
 

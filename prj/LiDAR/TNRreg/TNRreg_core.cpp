@@ -3,100 +3,45 @@
 #include <cmath>
 
 #include "lib/general/log.h"
-#include "lib/threads/pool.h"
-#include "prj/LiDAR/TNRreg/TNRreg_internal.h"
+#include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 #include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace {
 constexpr float S_ZERO = 0.0001f;  // a residual scale of this or less is no scale
-constexpr int MAX_OUTER = 15;      // conjugate gradient runs a level
-
-// Runs step(tile) on the tiles that take part, on threads.
-template <typename Step>
-void for_tiles_in(dUParamTiles& Q, Step&& step) {
-  run_units(static_cast<int64_t>(Q.tile.size()), comp_threads(Q, Q.npix), [&](int64_t t, int) {
-    if (!Q.tile.val[t].B.empty()) step(Q.tile.val[t]);
-    return true;
-  });
-}
-
-float max_dz(const Vector<float>& a, const Vector<float>& b) {
-  float maxdev = 0;
-  for (uint64_t i = 2; i < a.size(); i += 3) maxdev = std::max(maxdev, std::fabs(a.val[i] - b.val[i]));
-  return maxdev;
-}
-
-// A conjugate gradient run at fixed weights. The parameters go in units of their own curvature, so that
-// shifts on gentle slopes and heights, which differ in curvature by orders of magnitude, settle at the same
-// pace; in plain pixels and metres the first steps after each restart are too short for the soft ones, and
-// the run ends early.
-NLCGresult run_cg(dUParamTiles& Q, Vector<float>& V, const Vector<float>& wild, const Vector<float>& prec) {
-  Vector<float> scale(V.size()), unscaled(V.size()), wild_s(V.size()), prec_s(V.size());
-  comp_scale(scale, Q);
-  for (uint64_t i = 0; i < V.size(); i++) {
-    V.val[i] /= scale.val[i];
-    wild_s.val[i] = wild.val[0] / scale.val[i];
-    prec_s.val[i] = prec.val[0] / scale.val[i];
-  }
-  const auto gradient = [&](Vector<float>& g, const Vector<float>& at) {
-    for (uint64_t i = 0; i < at.size(); i++) unscaled.val[i] = at.val[i] * scale.val[i];
-    const double f = dUdef_W_nr_reg_tiles(g, at.size(), unscaled, Q);
-    for (uint64_t i = 0; i < at.size(); i++) g.val[i] *= scale.val[i];
-    return f;
-  };
-  const NLCGresult cg = OptNLCG(V, gradient, wild_s, prec_s, 3 * static_cast<int64_t>(Q.Tnpar) - 1, Q.work);
-  for (uint64_t i = 0; i < V.size(); i++) V.val[i] *= scale.val[i];
-  return cg;
-}
-
-// A conjugate gradient run, then pixels, statistics and weights at the new position. Returns the
-// largest change of a vertex' height displacement, 0 after a divergence or without residuals.
-float outer_step(dUParamTiles& Q, Vector<float>& V, const Vector<float>& wild, const Vector<float>& prec,
-                 NLCGresult& cg, std::string& marks) {
-  const Vector<float> before = V;
-  cg = run_cg(Q, V, wild, prec);
-  if (cg.div) marks += "<!> DIV ";
-  float maxdev = max_dz(before, V);
-  conv_V2D(V, Q);
-  sync_border(Q);
-  for_tiles_in(Q, [](dUParamTile& T) { init_B_F(T, 0.0f, false); });
-  comp_stat(Q);
-  if (Q.ff < 0) {
-    marks += "<!> FAIL ";
-    maxdev = 0;
-  }
-  update_weights(Q);
-  return maxdev;
-}
+constexpr int MAX_OUTER = 15;      // steps a level
+// Steps end when they change the vertices by this share of their uncertainties, RMS, times NR_BOOST.
+constexpr double SETTLED = 0.02;
 }  // namespace
 
 bool core_nr_reg_tiles(dUParamTiles& Q, int J) {
   const float dx = static_cast<float>(1 << J), smax = dx * NR_SMAX;
   LOG_ENTER("core_nr_reg_tiles Tnpar=" << Q.Tnpar << " dx=" << dx << " smax=" << smax);
   LOG_LINE("s=" << Q.s << " out=" << Q.out << " ff=" << Q.ff);
-  const Vector<float> wild = {1.0f}, prec = {static_cast<float>(NR_BOOST) * 0.001f};
-  const float threshold = static_cast<float>(NR_BOOST) * 0.002f;
-  Vector<float> V;
-  conv_D2V(V, Q);
-
-  float maxdev = 0;
-  int count = 0, cgt = 0, neval = 0;
+  GNwork work;
+  init_normal(work.N, Q);
+  GNstep step;
+  int count = 0, cgt = 0, passes = 0;
   std::string marks;
   for (bool more = Q.s > S_ZERO; more;) {
-    NLCGresult cg;
-    maxdev = outer_step(Q, V, wild, prec, cg, marks);
-    marks += std::to_string(cg.niter) + " ";
-    cgt += cg.niter;
-    neval += cg.neval;
+    const double E0 = update_weights(Q) + prior_energy(work.N, Q);
+    step = gauss_newton_step(Q, work, E0);
+    take_pixels(Q);
+    robust_stat(Q.hist, H_STEP, Q.s, Q.out, Q.ff);
+    marks += std::to_string(step.cg_iterations) + (step.accepted ? " " : "<!> DIV ");
+    cgt += step.cg_iterations;
+    passes += 1 + step.trials;
     count++;
-    more = maxdev >= threshold && count < MAX_OUTER && Q.s > S_ZERO;
+    if (Q.ff < 0) marks += "<!> FAIL ";
+    more =
+        Q.ff >= 0 && step.accepted && step.change >= SETTLED * NR_BOOST && count < MAX_OUTER && Q.s > S_ZERO;
   }
+  update_weights(Q);
   if (Q.s <= S_ZERO) marks += "<!> s~0 ";
   LOG_LINE("CG >>> " << marks);
   const bool ok = cgt != 0 && Q.s < smax;
-  LOG_LINE("maxdev=" << maxdev << " iter=" << count << " cgt=" << cgt << " neval=" << neval
-                     << (cgt == 0 ? " <!> FAIL" : ""));
+  LOG_LINE("maxdev=" << step.max_z << " change=" << step.change << " iter=" << count << " cgt=" << cgt
+                     << " passes=" << passes << (cgt == 0 ? " <!> FAIL" : ""));
   LOG_LINE("s=" << Q.s << " out=" << Q.out << " ff=" << Q.ff << " ok=" << ok);
   return ok;
 }
@@ -174,6 +119,7 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   for (uint64_t t = 0; t < img.size(); t++) Q.tile.val[t].Def = &result.Def.val[t];
   const float cell = pair.mTsize * static_cast<float>(1 << lev.Jend), w = 10.0f * cell * cell;
   Q.omega = {w, w, w};
+  Q.rough_unit = pair.rough_unit;
   // Counted from the final level: where that is a coarse one, the floor shall not reach it unasked.
   Q.sigma0 = lev.J - lev.Jend >= J0_REG ? SIGMA0_REG : 0.0f;
 
@@ -184,8 +130,9 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   proc_Vmap_topo(Q);
   sync_border(Q);
   init_rows(Q);
-  for_tiles_in(Q, [](dUParamTile& T) { init_B_F(T, 0.0f, false); });
-  comp_stat(Q);
+  resid_pass(Q);
+  take_pixels(Q);
+  robust_stat(Q.hist, H_STEP, Q.s, Q.out, Q.ff);
   bool any_residual = false;
   for (const uint32_t n : Q.hist) any_residual |= n > 0;
   if (!any_residual) return -1;

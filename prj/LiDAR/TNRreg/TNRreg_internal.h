@@ -16,7 +16,6 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
-#include "lib/Optim/optNLCG.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
 constexpr int H_SIZE = 131072;  // bins of the histogram of absolute residuals; signed ones have twice as many
@@ -31,21 +30,24 @@ struct FCZptr {  // the images of a tile at one pyramid level
   const Image<uint8_t>* F = nullptr;
   const Image<float>* C = nullptr;
   const Image<float>* Z = nullptr;
+  const Image<uint8_t>* S = nullptr;  // roughness codes of Z; null: none
 };
 
 struct dUParamTile {
   const Image<float>* C = nullptr;    // moved image, spline coefficients, margin buf
   const Image<float>* Z = nullptr;    // reference heights
-  const Image<uint8_t>* F = nullptr;  // where the moved image has data
-  Image<uint8_t> B;     // the region of interest: 0, or B_USED and the weight; 0 x 0 while the tile is out
-  Image<uint8_t> Vmap;  // states of the vertices
-  uint32_t Tnpar = 0;   // active vertices
-  Image<xyz>* Def = nullptr;                  // displacement at the vertices
-  Image<xyz> dU;                              // descent direction at the vertices
-  Image<float> Hxx, Hyy, Hzz, Hxy, Hyz, Hxz;  // information matrix of each vertex, last level only
-  Image<float> zV, wV;      // weighted sum of reference heights about a vertex, sum of the weights
-  Vector<float> bx0, bx1;   // per column or row: weights of its lower and upper vertex
-  Vector<uint32_t> ix, iy;  // per column the lower vertex column; per row the lower vertex row times nv
+  const Image<uint8_t>* F = nullptr;  // where the moved image has data, 1 + its roughness code
+  const Image<uint8_t>* S = nullptr;  // roughness codes of Z; null: none
+  Image<uint8_t> B;      // the region of interest: 0, or B_USED and the weight; 0 x 0 while the tile is out
+  Image<uint8_t> next;   // the same at a displacement that is being tried, weights 100 percent
+  Image<float> res;      // residuals there, where B or next is not 0
+  Image<uint8_t> rough;  // roughness of both images together there, in codes
+  Image<uint8_t> Vmap;   // states of the vertices
+  uint32_t Tnpar = 0;    // active vertices
+  Image<xyz>* Def = nullptr;  // displacement at the vertices
+  Image<float> zV, wV;        // weighted sum of reference heights about a vertex, sum of the weights
+  Vector<float> bx0, bx1;     // per column or row: weights of its lower and upper vertex
+  Vector<uint32_t> ix, iy;    // per column the lower vertex column; per row the lower vertex row times nv
   int imin = 0, jmin = 0, imax = -1, jmax = -1;  // region of interest, inclusive
   int buf = 0;                                   // margin of C at this level
   int dim = 0;                                   // pixels along a vertex cell at this level
@@ -58,11 +60,12 @@ struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a
 };
 
 // Scratch of a thread for one row of cells: per column the displacement on the lower vertex row and its
-// growth to the upper one, and the column sums of the data term for either row; the residuals of a pixel row.
+// growth to the upper one; the residuals of a pixel row and which of them are wanted; the column sums of the
+// normal equations, eight columns at a time.
 struct RowScratch {
   std::vector<float> u0x, u0y, u0z, dux, duy, duz;
-  std::vector<float> lox, loy, loz, hix, hiy, hiz;
-  std::vector<float> res;
+  std::vector<float> res, sums;
+  std::vector<uint8_t> want;
   void resize(int n);
 };
 
@@ -73,14 +76,14 @@ struct dUParamTiles {
   Vector<uint32_t> hist;        // absolute residuals
   xyz omega = {0, 0, 0};        // weight of the prior
   float s = 0, out = 1,
-        ff = -1;     // scale of the residuals, fraction of outliers, of spikes (negative: no data)
-  float sigma0 = 0;  // noise floor
+        ff = -1;         // scale of the residuals, fraction of outliers, of spikes (negative: no data)
+  float sigma0 = 0;      // noise floor
+  float rough_unit = 0;  // height of a roughness code
   int nthreads = 1;
   std::vector<thRowInfo> rows;      // built once a level
   uint64_t npix = 0;                // pixels in these rows
-  Image<dxyz> acc;                  // slot of unit k: rows 2k and 2k + 1
+  std::vector<double> unit_sum;     // slots of the units for sums over pixels
   std::vector<RowScratch> scratch;  // one a thread
-  NLCGwork work;
 };
 
 // Threads worth starting for npix pixels: a few thousand pixels take less time than a thread's start.
@@ -96,6 +99,10 @@ void set_BI(dUParamTile& T);  // interpolation tables for the tile's Def
 // corners and, once Vmap is set, whose vertices are in use. True if more than minfrac of the tile's data
 // pixels are in.
 bool init_B_F(dUParamTile& T, float minfrac, bool log);
+// Its work on a row of pixels whose row of cells is expanded: b[i - imin]. Returns the pixels used, adds those
+// with reference data to nz.
+// rough, unless null, gets the roughness of the pixels used.
+uint64_t mask_row(const dUParamTile& T, int j, const RowScratch& s, uint8_t* b, uint8_t* rough, uint64_t& nz);
 void vertex_zw_tile(dUParamTile& T);                           // zV, wV over the pixels in use
 void vertex_w_b_tile(dUParamTile& T);                          // wV as sum of the data weights
 void norm_vertex_zw(dUParamTile& T);                           // zV /= wV, NR_NODATA where wV is 0
@@ -111,50 +118,51 @@ void proc_Vmap_topo(dUParamTiles& Q);
 void sync_border(dUParamTiles& Q);  // copies each tile's right column, upper row and corner from the partners
 void fill_ND_Def(dUParamTiles& Q);  // gives vertices with z NR_NODATA the mean of their nearest neighbours
 bool apply_Vmap_ND(dUParamTiles& Q);  // z NR_NODATA where a vertex is not active; true if any is
+// Calls visit(tile, i, j, partner) for each vertex of a right or upper edge that has a partner.
+template <typename Visit>
+void for_seams(const dUParamTiles& Q, int nv, Visit&& visit) {
+  const int n = nv - 1;
+  for (int t = 0; t < static_cast<int>(Q.tile.size()); t++) {
+    if (Q.right(t) >= 0)
+      for (int k = 0; k < n; k++) visit(t, n, k, SeamVertex{Q.right(t), 0, k});
+    if (Q.up(t) >= 0)
+      for (int k = 0; k < n; k++) visit(t, k, n, SeamVertex{Q.up(t), k, 0});
+    const SeamVertex corner = corner_partner(Q, t, nv);
+    if (corner.tile >= 0) visit(t, n, n, corner);
+  }
+}
 // Adds each slave's value to its partner's, for one image a tile.
 template <typename T, typename Get>
 void add_seams(dUParamTiles& Q, Get&& get) {
-  for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    Image<T>& from = get(Q.tile.val[t]);
-    const int n = from.xsize() - 1;
-    if (Q.right.val[t] >= 0)
-      for (int k = 0; k < n; k++) get(Q.tile(Q.right.val[t]))(0, k) += from(n, k);
-    if (Q.up.val[t] >= 0)
-      for (int k = 0; k < n; k++) get(Q.tile(Q.up.val[t]))(k, 0) += from(k, n);
-    const SeamVertex corner = corner_partner(Q, static_cast<int>(t), n + 1);
-    if (corner.tile >= 0) get(Q.tile(corner.tile))(corner.i, corner.j) += from(n, n);
-  }
+  if (Q.tile.size() == 0) return;
+  for_seams(Q, get(Q.tile.val[0]).xsize(), [&](int t, int i, int j, const SeamVertex& p) {
+    get(Q.tile(p.tile))(p.i, p.j) += get(Q.tile(t))(i, j);
+  });
 }
 
 // --- Hot loops over a row of pixels (TNRreg_rows.cpp)
 void expand_cell_row(const dUParamTile& T, int row, RowScratch& s);  // fills u0*, du* for a row of cells
-void grad_row(const dUParamTile& T, int j, float k,
-              RowScratch& s);                                // adds e g b to lo*, hi*; k scales the weights
-void resid_row(const dUParamTile& T, int j, RowScratch& s);  // res[i - imin], valid where B is not 0
-void zero_cell_row(const dUParamTile& T, RowScratch& s);
-void reduce_cell_row(const dUParamTile& T, const RowScratch& s, dxyz* slot);  // slot: 2 nv vertices
+void zero_sums(const dUParamTile& T, RowScratch& s);
+void sum_row(const dUParamTile& T, int j, float k, RowScratch& s);  // adds to sums; k scales the weights
+// res[i - imin], valid where want[i - imin] is not 0.
+void resid_row(const dUParamTile& T, int j, const uint8_t* want, RowScratch& s);
 
+// --- Units of work and passes over the pixels (TNRreg_pass.cpp)
+void init_rows(dUParamTiles& Q);  // the list of units, and the images of a pass
 // Calls per_row(j, thread) with the residuals of each row of the region of interest in Q.scratch[thread].res;
 // the rows of a unit come in order, units on any thread.
 void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int j, int thread)>& per_row);
-
-// --- Descent direction (TNRreg_grad.cpp)
-void init_rows(dUParamTiles& Q);  // the list of units
-double dUdef_W_nr_reg_tiles(Vector<float>& g, uint64_t dim, const Vector<float>& V, dUParamTiles& Q);
-void conv_D2V(Vector<float>& V, const dUParamTiles& Q);
-void conv_V2D(const Vector<float>& V, dUParamTiles& Q);
-void conv_D2V_dU(Vector<float>& g, const dUParamTiles& Q);
-// One over the root of the energy's curvature by each parameter alone, as if all others stood still. Uses the
-// dU images.
-void comp_scale(Vector<float>& scale, dUParamTiles& Q);
+// One pass at the present Def: next, res and hist; B and its weights stay. Returns the data term of the energy
+// over the pixels of B.
+double resid_pass(dUParamTiles& Q);
+void take_pixels(dUParamTiles& Q);       // next becomes B
+double update_weights(dUParamTiles& Q);  // Cauchy weights into B from res; returns the data term
 
 // --- Robust statistics (TNRreg_robust.cpp)
 // Histogram of absolute residuals -> scale, outliers, spikes. h: bin width. Removes the spikes from hist.
 void robust_stat(Vector<uint32_t>& hist, float h, float& s, float& out, float& ff);
 // Signed residuals in 2 H_SIZE bins, bin = round(r / h) + H_SIZE -> median, scale, outliers.
 void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, float h);
-void comp_stat(dUParamTiles& Q);       // Q.hist, Q.s, Q.out, Q.ff at the present displacement
-void update_weights(dUParamTiles& Q);  // Cauchy weights into B
 
 // --- Uncertainty of the vertices (TNRreg_unc.cpp)
 void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc);  // information matrices; weak vertices go off
@@ -178,4 +186,6 @@ void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bo
 
 // --- Levels (mg_nr_reg.cpp)
 Image<xyz> refine_Def(const Image<xyz>& Def, bool scale);  // side n -> 2 (n - 1) + 1; scale doubles x and y
-void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img);
+// F: 1 + the roughness code where img has data, else 0; without codes (S empty) just 1.
+void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img,
+               const Vector<Image<uint8_t>>& S = {});

@@ -129,7 +129,7 @@ int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, D
   for (uint64_t t = 0; t < Def.size(); t++) {
     dUParamTile& T = Q.tile.val[t];
     const int cell = 32 * pair.dim / (T.nv() - 1);
-    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t]}, pair.buf, cell,
+    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t], nullptr}, pair.buf, cell,
                      static_cast<int>(t)))
       continue;
     set_BI(T);
@@ -158,7 +158,7 @@ bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZs
   const Stopwatch watch;
   stat = {};
   ASSERT(pair.img1.size() == nt && (!Def || Def->size() == nt));
-  if (pair.F.empty()) set_flags(pair.F, pair.img1);
+  if (pair.F.empty()) set_flags(pair.F, pair.img1, pair.S1);
   if (!pair.coef) {
     Reg_Coef(pair.img1, nthreads);
     pair.coef = true;

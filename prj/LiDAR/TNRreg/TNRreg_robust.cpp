@@ -1,12 +1,10 @@
-// Robust statistics of the residuals by histograms, and the weights that follow from them.
+// Robust statistics of the residuals by histograms.
 #include <algorithm>
 #include <cmath>
 
 #include "lib/ImgProc/bspline3.h"
 #include "lib/general/log.h"
-#include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
-#include "prj/LiDAR/tuning.h"
 
 namespace {
 constexpr float S_FLOOR = 0.0001f;  // height units, below it a scale counts as zero
@@ -70,38 +68,6 @@ void robust_stat(Vector<uint32_t>& hist, float h, float& s, float& out, float& f
                  : -1.0f;
   truncated_mean(hist, h, s, out);
   if (s <= S_FLOOR) ff = -1.0f;
-}
-
-void comp_stat(dUParamTiles& Q) {
-  Vector<Vector<uint32_t>> part(Q.scratch.size());  // counts: their sum does not depend on who counted
-  for (Vector<uint32_t>& p : part) p.resize(H_SIZE, 0);
-  const float h = H_STEP;
-  for_resid_rows(Q, [&](dUParamTile& T, int j, int thread) {
-    uint32_t* const hist = part.val[thread].val;
-    const uint8_t* const b = T.B.row(j - T.jmin);
-    const float* const res = Q.scratch[static_cast<size_t>(thread)].res.data();
-    for (int c = 0; c < T.B.xsize(); c++) {
-      const float k = std::fabs(res[c]) / h;
-      if (b[c] != 0 && k < static_cast<float>(H_SIZE)) hist[static_cast<int>(k)]++;
-    }
-  });
-  Q.hist.resize(H_SIZE, 0);
-  for (const Vector<uint32_t>& p : part) Q.hist += p;
-  robust_stat(Q.hist, h, Q.s, Q.out, Q.ff);
-}
-
-void update_weights(dUParamTiles& Q) {
-  const float sigma = Q.s > 0.0f ? std::hypot(Q.s, Q.sigma0) : 0.0f;
-  const float scale = sigma > 0.0f ? 1.0f / sigma : 0.0f;
-  for_resid_rows(Q, [&](dUParamTile& T, int j, int thread) {
-    uint8_t* const b = T.B.row(j - T.jmin);
-    const float* const res = Q.scratch[static_cast<size_t>(thread)].res.data();
-    for (int c = 0; c < T.B.xsize(); c++) {
-      const float q = res[c] * scale;
-      const int w = scale > 0.0f ? static_cast<int>(100.0f / (q * q + 1.0f) + 0.5f) : 0;
-      b[c] = b[c] != 0 ? static_cast<uint8_t>(w | B_USED) : 0;
-    }
-  });
 }
 
 namespace {

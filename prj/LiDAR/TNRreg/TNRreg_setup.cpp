@@ -29,6 +29,7 @@ bool set_FCZ_ROI(dUParamTile& T, const FCZptr& img, int buf, int dim, int ti) {
   T.F = img.F;
   T.C = img.C;
   T.Z = img.Z;
+  T.S = img.S && !img.S->empty() ? img.S : nullptr;
   T.buf = buf;
   T.dim = dim;
   const int w = T.Z->xsize(), h = T.Z->ysize();
@@ -43,7 +44,7 @@ bool set_FCZ_ROI(dUParamTile& T, const FCZptr& img, int buf, int dim, int ti) {
       T.jmin = std::min(T.jmin, j), T.jmax = j;
     }
   }
-  for (uint64_t k = 0; k < T.F->size(); k++) nz2 += T.F->val[k];
+  for (uint64_t k = 0; k < T.F->size(); k++) nz2 += T.F->val[k] != 0;
   if (nz1 == 0 || nz2 == 0) {
     LOG_LINE("<!> set_FCZ_ROI ti=" << ti << " imin=" << T.imin << " imax=" << T.imax << " jmin=" << T.jmin
                                    << " jmax=" << T.jmax << " nz1=" << nz1 << " nz2=" << nz2);
@@ -110,33 +111,61 @@ void check_B(const dUParamTile& T) {
 }
 }  // namespace
 
-bool init_B_F(dUParamTile& T, float minfrac, bool log) {
-  T.B.resize(T.imax - T.imin + 1, T.jmax - T.jmin + 1, 0);
+namespace {
+struct RoughTable {  // hypot of two roughness codes
+  uint8_t code[32][32];
+};
+const RoughTable& rough_table() {
+  static const RoughTable table = [] {
+    RoughTable t;
+    for (int a = 0; a < 32; a++)
+      for (int b = 0; b < 32; b++) t.code[a][b] = static_cast<uint8_t>(std::lround(std::hypot(a, b)));
+    return t;
+  }();
+  return table;
+}
+}  // namespace
+
+uint64_t mask_row(const dUParamTile& T, int j, const RowScratch& s, uint8_t* b, uint8_t* rough,
+                  uint64_t& nz) {
+  const RoughTable& both = rough_table();
+  const uint8_t* const S = T.S ? T.S->row(j) : nullptr;
   const Image<uint8_t>& F = *T.F;
   const int w = F.xsize(), h = F.ysize();
   const bool use_map = !T.Vmap.empty();
+  const float* const z = T.Z->row(j);
+  const float f = T.bx1.val[j];
+  uint64_t nb = 0;
+  for (int i = T.imin; i <= T.imax; i++) {
+    const int c = i - T.imin;
+    b[c] = 0;
+    if (z[i] == NR_NODATA) continue;
+    nz++;
+    const float x = static_cast<float>(i + T.buf) + (s.u0x[c] + f * s.dux[c]);
+    const float y = static_cast<float>(j + T.buf) + (s.u0y[c] + f * s.duy[c]);
+    if (!(x >= 0.0f && y >= 0.0f && x < static_cast<float>(w - 1) && y < static_cast<float>(h - 1))) continue;
+    const uint8_t* const at = F.row(static_cast<int>(y)) + static_cast<int>(x);
+    if (!(at[0] && at[1] && at[w] && at[w + 1])) continue;
+    if (use_map && !vertices_in_use(T, i, j)) continue;
+    b[c] = B_NEW;
+    nb++;
+    if (rough) {
+      const int nearest = static_cast<int>(x + 0.5f) - static_cast<int>(x) +
+                          (static_cast<int>(y + 0.5f) - static_cast<int>(y)) * w;
+      rough[c] = both.code[(at[nearest] - 1) & 31][S ? S[i] & 31 : 0];
+    }
+  }
+  return nb;
+}
+
+bool init_B_F(dUParamTile& T, float minfrac, bool log) {
+  T.B.resize(T.imax - T.imin + 1, T.jmax - T.jmin + 1, 0);
   RowScratch s;
   s.resize(T.imax - T.imin + 1);
   uint64_t nb = 0, nz = 0;
   for (int j = T.jmin, cell = -1; j <= T.jmax; j++) {
     if (j / T.dim != cell) expand_cell_row(T, cell = j / T.dim, s);
-    const float* const z = T.Z->row(j);
-    uint8_t* const b = T.B.row(j - T.jmin);
-    const float f = T.bx1.val[j];
-    for (int i = T.imin; i <= T.imax; i++) {
-      if (z[i] == NR_NODATA) continue;
-      nz++;
-      const int c = i - T.imin;
-      const float x = static_cast<float>(i + T.buf) + (s.u0x[c] + f * s.dux[c]);
-      const float y = static_cast<float>(j + T.buf) + (s.u0y[c] + f * s.duy[c]);
-      if (!(x >= 0.0f && y >= 0.0f && x < static_cast<float>(w - 1) && y < static_cast<float>(h - 1)))
-        continue;
-      const uint8_t* const at = F.row(static_cast<int>(y)) + static_cast<int>(x);
-      if (!(at[0] && at[1] && at[w] && at[w + 1])) continue;
-      if (use_map && !vertices_in_use(T, i, j)) continue;
-      b[c] = B_NEW;
-      nb++;
-    }
+    nb += mask_row(T, j, s, T.B.row(j - T.jmin), nullptr, nz);
   }
   const float occ = nz > 0 ? static_cast<float>(nb) / static_cast<float>(nz) : 0.0f;
   const bool good = occ > minfrac;

@@ -35,16 +35,10 @@ void proc_Vmap_topo(dUParamTiles& Q) {
 }
 
 void sync_border(dUParamTiles& Q) {
-  for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    Image<xyz>& D = *Q.tile.val[t].Def;
-    const int n = D.xsize() - 1;
-    if (Q.right.val[t] >= 0)
-      for (int k = 0; k < n; k++) D(n, k) = (*Q.tile(Q.right.val[t]).Def)(0, k);
-    if (Q.up.val[t] >= 0)
-      for (int k = 0; k < n; k++) D(k, n) = (*Q.tile(Q.up.val[t]).Def)(k, 0);
-    const SeamVertex corner = corner_partner(Q, static_cast<int>(t), n + 1);
-    if (corner.tile >= 0) D(n, n) = (*Q.tile(corner.tile).Def)(corner.i, corner.j);
-  }
+  if (Q.tile.size() == 0) return;
+  for_seams(Q, Q.tile.val[0].nv(), [&](int t, int i, int j, const SeamVertex& p) {
+    (*Q.tile(t).Def)(i, j) = (*Q.tile(p.tile).Def)(p.i, p.j);
+  });
 }
 
 namespace {

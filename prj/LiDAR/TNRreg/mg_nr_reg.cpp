@@ -36,18 +36,21 @@ uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels) {
   uint64_t a_tile = 0;
   const int depth = std::max(levels.Jstart - MG_SKIP, 0);
   for (int p = 0; p <= depth; p++) a_tile += ((m * m) >> (2 * p)) * 5 + ((n * n) >> (2 * p)) * 4;
-  a_tile += n * n;  // B
-  const uint64_t dxp = static_cast<uint64_t>(comp_dxp(levels.Jend));
-  a_tile += dxp * dxp * (5 * sizeof(xyz) + 9 * sizeof(float) + 2 * sizeof(dxyz));  // vertices
-  a_tile += 3 * dxp * dxp * 5 * sizeof(float);                                     // the solver's vectors
+  a_tile += n * n * (1 + 1 + 1 + sizeof(float));  // B, next, rough, res
+  a_tile += m * m + n * n;                        // roughness codes
+  const uint64_t dxp = static_cast<uint64_t>(comp_dxp(levels.Jend)), padded = (dxp + 4) * (dxp + 4);
+  a_tile += dxp * dxp * (5 * sizeof(xyz) + 3 * sizeof(float));  // vertices
+  a_tile += padded * 400;                                       // normal equations and their solution
   return nt * a_tile + 4 * (m * m) * sizeof(float);
 }
 
-void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img) {
+void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img, const Vector<Image<uint8_t>>& S) {
   F.resize(img.size());
   for (uint64_t t = 0; t < img.size(); t++) {
     F.val[t].resize(img.val[t].xsize(), img.val[t].ysize());
-    for (uint64_t k = 0; k < img.val[t].size(); k++) F.val[t].val[k] = img.val[t].val[k] != NR_NODATA;
+    const uint8_t* const code = S.size() > 0 ? S.val[t].val : nullptr;
+    for (uint64_t k = 0; k < img.val[t].size(); k++)
+      F.val[t].val[k] = img.val[t].val[k] == NR_NODATA ? 0 : static_cast<uint8_t>(1 + (code ? code[k] : 0));
   }
 }
 
@@ -92,7 +95,7 @@ void resize_Def(Vector<Image<xyz>>& Def, uint64_t nt, int J) {
 }
 
 void prepare_images(NRpair& pair, MGimages& mg, int depth, int nthreads) {
-  if (pair.F.empty()) set_flags(pair.F, pair.img1);
+  if (pair.F.empty()) set_flags(pair.F, pair.img1, pair.S1);
   if (depth > 0) {
     const Stopwatch watch;
     ND_Pyramid(mg.C, pair.img1, nthreads, depth);
@@ -111,8 +114,10 @@ void prepare_images(NRpair& pair, MGimages& mg, int depth, int nthreads) {
 Vector<FCZptr> images_at(const NRpair& pair, const MGimages& mg, int p) {
   Vector<FCZptr> img(pair.img2.size());
   for (uint64_t t = 0; t < img.size(); t++)
-    img.val[t] = p == 0 ? FCZptr{&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t]}
-                        : FCZptr{&mg.F.val[p - 1].val[t], &mg.C.val[p - 1].val[t], &mg.Z.val[p - 1].val[t]};
+    img.val[t] =
+        p == 0 ? FCZptr{&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t],
+                        pair.S2.size() > 0 ? &pair.S2.val[t] : nullptr}
+               : FCZptr{&mg.F.val[p - 1].val[t], &mg.C.val[p - 1].val[t], &mg.Z.val[p - 1].val[t], nullptr};
   return img;
 }
 

@@ -5,114 +5,11 @@
 #include <cmath>
 #include <random>
 
-#include "lib/ImgProc/bspline3.h"
 #include "prj/LiDAR/TNRreg/ND_Pyramid.h"
-#include "prj/LiDAR/TNRreg/Reg_Coef.h"
-#include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 #include "prj/LiDAR/tuning.h"
-#include "tests/prj/LiDAR/TNRreg/synth_pair.h"
+#include "tests/prj/LiDAR/TNRreg/synth_level.h"
 
 namespace {
-// A problem at level J on a random displacement, the tile of cell (1, 1) missing: seams, fallback corners,
-// holes.
-struct Problem {
-  NRpair pair;
-  Vector<Image<xyz>> Def;
-  dUParamTiles Q;
-  Problem(int J, double size, double holes, bool whole = false) {
-    SynthPair synth;
-    synth.dim = 2;
-    synth.buf = 8;
-    synth.holes = holes;
-    synth.slope = 0.3;
-    pair = make_pair(synth);
-    if (!whole) pair.TI(1, 1) = -1;
-    const uint64_t nt = whole ? 4 : 3;
-    set_flags(pair.F, pair.img1);
-    Reg_Coef(pair.img1, 1);
-    std::mt19937 rng(5);
-    std::uniform_real_distribution<float> unit(-1, 1);
-    const float amplitude = static_cast<float>(size);
-    Def.resize(nt);
-    Q.tile.resize(nt);
-    init_neighbours(Q, pair.TI);
-    for (uint64_t t = 0; t < nt; t++) {
-      Def(t).resize(comp_dxp(J), comp_dxp(J));
-      for (uint64_t k = 0; k < Def(t).size(); k++)
-        Def(t).val[k] = {amplitude * unit(rng), amplitude * unit(rng), 0.1f * unit(rng)};
-      dUParamTile& T = Q.tile(t);
-      T.Def = &Def(t);
-    }
-    sync_border(Q);
-    for (uint64_t t = 0; t < nt; t++) {
-      dUParamTile& T = Q.tile(t);
-      EXPECT_TRUE(set_FCZ_ROI(T, {&pair.F(t), &pair.img1(t), &pair.img2(t)}, pair.buf, pair.dim << J, 0));
-      set_BI(T);
-      EXPECT_TRUE(init_B_F(T, 0.02f, false));
-      for (uint64_t k = 0; k < T.B.size(); k++)  // all sorts of weights
-        if (T.B.val[k]) T.B.val[k] = static_cast<uint8_t>(B_USED + k % 101);
-      vertex_zw_tile(T);
-      init_Vmap_from_w(T, comp_dxp(J), false);
-    }
-    proc_Vmap_topo(Q);
-    sync_border(Q);
-    init_rows(Q);
-    Q.s = 0.2f;
-    Q.omega = {3, 5, 7};
-  }
-};
-
-double spline_at(const Image<float>& C, double x, double y) {
-  double wx[4], wy[4], v = 0;
-  const int ix = static_cast<int>(std::floor(x)), iy = static_cast<int>(std::floor(y));
-  bspline3_weights(x - ix, wx);
-  bspline3_weights(y - iy, wy);
-  for (int a = 0; a < 4; a++)
-    for (int b = 0; b < 4; b++)
-      v += wx[b] * wy[a] *
-           static_cast<double>(
-               C(bspline3_mirror(ix - 1 + b, C.xsize()), bspline3_mirror(iy - 1 + a, C.ysize())));
-  return v;
-}
-
-dxyz bilinear(const Image<xyz>& D, double x, double y) {
-  const int i = static_cast<int>(x), j = static_cast<int>(y);
-  const double f = x - i, g = y - j;
-  return (to_dxyz(D(i, j)) * (1 - f) + to_dxyz(D(i + 1, j)) * f) * (1 - g) +
-         (to_dxyz(D(i, j + 1)) * (1 - f) + to_dxyz(D(i + 1, j + 1)) * f) * g;
-}
-
-// The energy by its definition, pixel by pixel and vertex by vertex.
-double slow_energy(dUParamTiles& Q, const Vector<float>& V) {
-  conv_V2D(V, Q);
-  sync_border(Q);
-  double E = 0;
-  for (const dUParamTile& T : Q.tile) {
-    for (int j = T.jmin; j <= T.jmax; j++)
-      for (int i = T.imin; i <= T.imax; i++) {
-        const double w = (T.B(i - T.imin, j - T.jmin) & B_WEIGHT) / 100.0;
-        if (w == 0) continue;
-        const dxyz u = bilinear(*T.Def, static_cast<double>(i) / T.dim, static_cast<double>(j) / T.dim);
-        const double r =
-            static_cast<double>((*T.Z)(i, j)) + u.z - spline_at(*T.C, i + T.buf + u.x, j + T.buf + u.y);
-        E += 0.5 * w * r * r / static_cast<double>(Q.s * Q.s);
-      }
-    const auto prior = [&](int i, int j, int di, int dj) {
-      if (!T.Vmap(i, j) || !T.Vmap(i - di, j - dj) || !T.Vmap(i + di, j + dj)) return;
-      const dxyz d =
-          to_dxyz((*T.Def)(i - di, j - dj)) - to_dxyz((*T.Def)(i, j)) * 2 + to_dxyz((*T.Def)(i + di, j + dj));
-      const dxyz o = to_dxyz(Q.omega);
-      E += 0.5 * (o.x * d.x * d.x + o.y * d.y * d.y + o.z * d.z * d.z);
-    };
-    for (int k = 0; k < T.nv(); k++)
-      for (int m = 1; m < T.nv() - 1; m++) {
-        prior(m, k, 1, 0);
-        prior(k, m, 0, 1);
-      }
-  }
-  return E;
-}
-
 TEST(TNRregSteps, GradientIsTheSlopeOfTheEnergy) {
   const struct {
     const char* what;
@@ -126,10 +23,11 @@ TEST(TNRregSteps, GradientIsTheSlopeOfTheEnergy) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    Problem p(c.J, c.size, c.holes, c.whole);
-    Vector<float> V, g(3ull * p.Q.Tnpar);
-    conv_D2V(V, p.Q);
-    EXPECT_EQ(dUdef_W_nr_reg_tiles(g, V.size(), V, p.Q), 0.0);
+    LevelProblem p(c.J, c.size, c.holes, c.whole);
+    NormalEq N;
+    init_normal(N, p.Q);
+    assemble_normal(N, p.Q);
+    const Vector<float> V = pack_Def(p.Q), g = pack(p.Q, N, N.g);
     std::mt19937 rng(3);
     std::normal_distribution<double> gauss;
     for (int trial = 0; trial < 12; trial++) {
@@ -153,25 +51,22 @@ TEST(TNRregSteps, GradientIsTheSlopeOfTheEnergy) {
 }
 
 TEST(TNRregSteps, SeamVertexIsOneParameter) {
-  Problem whole(2, 0.1, 0, true), missing(2, 0.1, 0, false);
+  LevelProblem whole(2, 0.1, 0, true), missing(2, 0.1, 0, false);
   EXPECT_EQ(whole.Q.Tnpar, 17u * 17u);
   EXPECT_EQ(missing.Q.Tnpar,
             17u * 17u - 8u * 8u + 1u);  // about the gap, the upper and right tile have one each
   EXPECT_EQ(missing.Q.tile(0).Vmap(8, 8),
             V_SLAVE);  // the diagonal tile is missing: the right neighbour holds it
   EXPECT_EQ(missing.Q.tile(1).Vmap(0, 8), V_ACTIVE);
-  Vector<float> V;
-  conv_D2V(V, missing.Q);
+  Vector<float> V = pack_Def(missing.Q);
   for (uint64_t i = 0; i < V.size(); i++) V(i) = static_cast<float>(i);
-  conv_V2D(V, missing.Q);
-  sync_border(missing.Q);
+  unpack_Def(V, missing.Q);
   const Vector<Image<xyz>>& D = missing.Def;
   for (int k = 0; k < 9; k++) {
     EXPECT_EQ(D(0)(8, k), D(1)(0, k));
     EXPECT_EQ(D(0)(std::min(k, 7), 8), D(2)(std::min(k, 7), 0));
   }
-  Vector<float> back;
-  conv_D2V(back, missing.Q);
+  const Vector<float> back = pack_Def(missing.Q);
   for (uint64_t i = 0; i < V.size(); i++) EXPECT_EQ(back(i), V(i));
 }
 
@@ -260,7 +155,7 @@ TEST(TNRregSteps, RefinementInterpolatesValidVertices) {
 }
 
 TEST(TNRregSteps, VerticesWithoutEstimateTakeTheirNeighbours) {
-  Problem p(2, 0, 0, false);
+  LevelProblem p(2, 0, 0, false);
   for (Image<xyz>& D : p.Def)
     for (uint64_t k = 0; k < D.size(); k++) D.val[k] = {4, 5, 6};
   for (uint64_t k = 0; k < p.Def(1).size(); k++)

@@ -1,0 +1,190 @@
+// Assembly of the normal equations: data term on threads by rows of vertex cells, prior, seams.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/threads/pool.h"
+#include "prj/LiDAR/TNRreg/TNRreg_normal.h"
+
+namespace {
+void init_prior(NormalEq& N, const dUParamTiles& Q) {
+  N.cx.assign(N.size(), 0.0f);
+  N.cy.assign(N.size(), 0.0f);
+  for (int t = 0; t < N.nt; t++) {
+    const Image<uint8_t>& Vmap = Q.tile.val[t].Vmap;
+    const auto on = [&](int i, int j) { return Vmap.row(j)[i] != V_OFF; };
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++) {
+        if (!on(i, j)) continue;
+        if (i > 0 && i < N.nv - 1 && on(i - 1, j) && on(i + 1, j)) N.cx[N.at(t, i, j)] = 1.0f;
+        if (j > 0 && j < N.nv - 1 && on(i, j - 1) && on(i, j + 1)) N.cy[N.at(t, i, j)] = 1.0f;
+      }
+  }
+}
+}  // namespace
+
+void init_normal(NormalEq& N, const dUParamTiles& Q) {
+  N.nt = static_cast<int>(Q.tile.size());
+  N.nv = N.nt > 0 ? Q.tile.val[0].nv() : 0;
+  N.stride = N.nv + 2 * NormalEq::MARGIN;
+  N.omega = Q.omega;
+  init_prior(N, Q);
+  N.seam.clear();
+  for_seams(Q, N.nv, [&](int t, int i, int j, const SeamVertex& partner) {
+    N.seam.emplace_back(static_cast<uint32_t>(N.at(t, i, j)),
+                        static_cast<uint32_t>(N.at(partner.tile, partner.i, partner.j)));
+  });
+  N.slot.resize(Q.rows.size() * static_cast<size_t>(N.nv * NSLOT));
+}
+
+namespace {
+// Brings the column sums of a row of cells to its vertices: the lower row's directly, the upper row's into the
+// slot.
+void reduce_sums(const dUParamTile& T, const RowScratch& s, VertexBlock* block, V3<float>* g, float* slot) {
+  std::fill_n(slot, T.nv() * NSLOT, 0.0f);
+  for (int i = T.imin; i <= T.imax;) {
+    const int v = static_cast<int>(T.ix.val[i]);
+    const int end = std::min(T.imax + 1, (v + 1) * T.dim);
+    float aa[NQ] = {}, ab[18] = {}, bb[NQ] = {};  // weights x0 x0, x0 x1, x1 x1; of g: x0, unused, x1
+    for (; i < end; i++) {
+      const int c = i - T.imin;
+      const float* const sum = s.sums.data() + (c / LANES) * NQ * LANES + c % LANES;
+      const float x0 = T.bx0.val[i], x1 = T.bx1.val[i];
+      const float x00 = x0 * x0, x01 = x0 * x1, x11 = x1 * x1;
+      for (int q = 0; q < 18; q++) {
+        const float value = sum[q * LANES];
+        aa[q] += x00 * value, ab[q] += x01 * value, bb[q] += x11 * value;
+      }
+      for (int q = 18; q < NQ; q++) aa[q] += x0 * sum[q * LANES], bb[q] += x1 * sum[q * LANES];
+    }
+    VertexBlock &left = block[v], &right = block[v + 1];
+    float *upper_left = slot + v * NSLOT, *upper_right = upper_left + NSLOT;
+    for (int q = 0; q < 6; q++) {
+      left.self[q] += aa[q], right.self[q] += bb[q], left.right[q] += ab[q];
+      left.up[q] += aa[6 + q], right.up[q] += bb[6 + q], left.cross[q] += ab[6 + q];
+      upper_left[q] += aa[12 + q], upper_right[q] += bb[12 + q], upper_left[6 + q] += ab[12 + q];
+    }
+    g[v].x += aa[18], g[v].y += aa[19], g[v].z += aa[20];
+    g[v + 1].x += bb[18], g[v + 1].y += bb[19], g[v + 1].z += bb[20];
+    for (int q = 0; q < 3; q++) upper_left[12 + q] += aa[21 + q], upper_right[12 + q] += bb[21 + q];
+  }
+}
+
+void add_slot(const float* slot, int nv, VertexBlock* block, V3<float>* g) {
+  for (int v = 0; v < nv; v++, slot += NSLOT) {
+    for (int q = 0; q < 6; q++) block[v].self[q] += slot[q], block[v].right[q] += slot[6 + q];
+    g[v].x += slot[12], g[v].y += slot[13], g[v].z += slot[14];
+  }
+}
+
+// Adds the prior's share of g, minus its product with Def.
+void add_prior(NormalEq& N, const dUParamTiles& Q) {
+  const auto second = [](const xyz& a, const xyz& b, const xyz& c) { return (a - b) + (c - b); };
+  for (int t = 0; t < N.nt; t++) {
+    const Image<xyz>& D = *Q.tile.val[t].Def;
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++) {
+        const size_t k = N.at(t, i, j);
+        const auto spread = [&](const xyz& d, size_t step) {
+          const V3<float> f = {N.omega.x * d.x, N.omega.y * d.y, N.omega.z * d.z};
+          for (const size_t q : {k - step, k + step}) N.g[q].x -= f.x, N.g[q].y -= f.y, N.g[q].z -= f.z;
+          N.g[k].x += 2 * f.x, N.g[k].y += 2 * f.y, N.g[k].z += 2 * f.z;
+        };
+        if (N.cx[k] > 0) spread(second(D.row(j)[i - 1], D.row(j)[i], D.row(j)[i + 1]), 1);
+        if (N.cy[k] > 0)
+          spread(second(D.row(j - 1)[i], D.row(j)[i], D.row(j + 1)[i]), static_cast<size_t>(N.stride));
+      }
+  }
+}
+
+// A's own blocks: data and prior, slaves added to their partners.
+void set_self(NormalEq& N) {
+  N.self.assign(N.size(), SymBlock{});
+  const size_t up = static_cast<size_t>(N.stride);
+  for (int t = 0; t < N.nt; t++)
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++) {
+        const size_t k = N.at(t, i, j);
+        const float terms =
+            N.cx[k - 1] + 4 * N.cx[k] + N.cx[k + 1] + N.cy[k - up] + 4 * N.cy[k] + N.cy[k + up];
+        SymBlock& s = N.self[k];
+        for (int q = 0; q < 6; q++) s.v[q] = N.block[k].self[q];
+        s.v[0] += terms * N.omega.x, s.v[3] += terms * N.omega.y, s.v[5] += terms * N.omega.z;
+      }
+  for (const auto& [slave, partner] : N.seam) {
+    for (int q = 0; q < 6; q++) N.self[partner].v[q] += N.self[slave].v[q];
+    N.self[slave] = SymBlock{};
+  }
+}
+}  // namespace
+
+void assemble_normal(NormalEq& N, dUParamTiles& Q) {
+  ASSERT(Q.s > 0.0f);
+  const float k = 0.01f / (Q.s * Q.s);
+  N.block.assign(N.size(), VertexBlock{});
+  N.g.assign(N.size(), V3<float>{0, 0, 0});
+  const size_t nslot = static_cast<size_t>(N.nv * NSLOT);
+  run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
+    const thRowInfo info = Q.rows[static_cast<size_t>(unit)];
+    const dUParamTile& T = Q.tile.val[info.tile];
+    RowScratch& s = Q.scratch[static_cast<size_t>(thread)];
+    const int row = static_cast<int>(info.row);
+    expand_cell_row(T, row, s);
+    zero_sums(T, s);
+    for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++)
+      sum_row(T, j, k, s);
+    const size_t first = N.at(info.tile, 0, row);
+    reduce_sums(T, s, &N.block[first], &N.g[first], &N.slot[static_cast<size_t>(unit) * nslot]);
+    return true;
+  });
+  for (size_t unit = 0; unit < Q.rows.size(); unit++) {
+    const size_t upper = N.at(Q.rows[unit].tile, 0, static_cast<int>(Q.rows[unit].row) + 1);
+    add_slot(&N.slot[unit * nslot], N.nv, &N.block[upper], &N.g[upper]);
+  }
+  add_prior(N, Q);
+  for (const auto& [slave, partner] : N.seam) {
+    V3<float>&from = N.g[slave], &to = N.g[partner];
+    to.x += from.x, to.y += from.y, to.z += from.z;
+    from = {0, 0, 0};
+  }
+  for (int t = 0; t < N.nt; t++)
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++)
+        if (Q.tile.val[t].Vmap.row(j)[i] != V_ACTIVE) N.g[N.at(t, i, j)] = {0, 0, 0};
+  set_self(N);
+}
+
+void set_damping(NormalEq& N, float damping) {
+  N.damping = damping;
+  N.inverse.assign(N.size(), SymBlock{});
+  for (size_t k = 0; k < N.size(); k++) {
+    const float* const a = N.self[k].v;
+    const double d = 1.0 + static_cast<double>(damping);
+    // A parameter without data in one direction: a trace of the diagonal keeps the inverse finite.
+    const double trace = 1e-6 * (static_cast<double>(a[0]) + a[3] + a[5]);
+    const double xx = a[0] * d + trace, yy = a[3] * d + trace, zz = a[5] * d + trace;
+    const double xy = a[1], xz = a[2], yz = a[4];
+    const double cxx = yy * zz - yz * yz, cxy = xz * yz - xy * zz, cxz = xy * yz - xz * yy;
+    const double det = xx * cxx + xy * cxy + xz * cxz;
+    if (!(det > 0)) continue;
+    const double v[6] = {cxx, cxy, cxz, xx * zz - xz * xz, xy * xz - xx * yz, xx * yy - xy * xy};
+    for (int q = 0; q < 6; q++) N.inverse[k].v[q] = static_cast<float>(v[q] / det);
+  }
+}
+
+double prior_energy(const NormalEq& N, const dUParamTiles& Q) {
+  double sum = 0;
+  const auto square = [&](const xyz& a, const xyz& b, const xyz& c) {
+    const dxyz d = to_dxyz(a) - 2.0 * to_dxyz(b) + to_dxyz(c), o = to_dxyz(N.omega);
+    return o.x * d.x * d.x + o.y * d.y * d.y + o.z * d.z * d.z;
+  };
+  for (int t = 0; t < N.nt; t++) {
+    const Image<xyz>& D = *Q.tile.val[t].Def;
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++) {
+        const size_t k = N.at(t, i, j);
+        if (N.cx[k] > 0) sum += square(D.row(j)[i - 1], D.row(j)[i], D.row(j)[i + 1]);
+        if (N.cy[k] > 0) sum += square(D.row(j - 1)[i], D.row(j)[i], D.row(j + 1)[i]);
+      }
+  }
+  return 0.5 * sum;
+}
