@@ -45,9 +45,15 @@ struct TimeFit {
   bool ok = false;             // a plane was found
   int64_t dev = 0;             // rms residual, per mille of the range
   double a = 0, b = 0, c = 0;  // t' = a + b x + c y, ticks
+  bool corner[4];              // the plane is good enough at corner (0,0), (1,0), (0,1), (1,1)
 };
 
-// Plane by the normal equations, through cofactors. No plane when the points do not surround the centre.
+// Largest variances of the time in units of that of a single point: at the centre of a microtile, and at its
+// corners. The first asks for four points, the second for a direction across the scan lines as well.
+constexpr double VAR_CENTRE = 0.3, VAR_CORNER = 4;
+
+// Plane by the normal equations, through cofactors. No plane when the points do not surround the centre or
+// don't determine the time there.
 TimeFit fit_plane(const TimeSums& s, uint32_t npoints, int64_t range) {
   TimeFit fit;
   const double n = npoints;
@@ -58,8 +64,13 @@ TimeFit fit_plane(const TimeSums& s, uint32_t npoints, int64_t range) {
   if (!(D > 0)) return fit;
   const double c01 = y * xy - x * yy, c02 = x * xy - xx * y;
   const double det = n * D + x * c01 + y * c02;
-  if (!(det > 0 && D / det < 0.25)) return fit;
+  if (!(det > 0)) return fit;
   const double c11 = n * yy - y * y, c12 = x * y - n * xy, c22 = n * xx - x * x;
+  const auto variance_at = [&](double u, double v) {
+    return (D + 2 * (u * c01 + v * c02) + u * u * c11 + 2 * u * v * c12 + v * v * c22) / det;
+  };
+  if (!(variance_at(0.5, 0.5) < VAR_CENTRE)) return fit;
+  for (int k = 0; k < 4; k++) fit.corner[k] = variance_at(k & 1, k >> 1) < VAR_CORNER;
   fit.a = (D * s.t + c01 * s.xt + c02 * s.yt) / det;
   fit.b = (c01 * s.t + c11 * s.xt + c12 * s.yt) / det;
   fit.c = (c02 * s.t + c12 * s.xt + c22 * s.yt) / det;
@@ -80,23 +91,25 @@ uint8_t code_dev(int64_t dev) {
   return static_cast<uint8_t>(dev != 0 && code == 0 ? 1 : code);
 }
 
-// Mean of the corner values that the up to four microtiles around each vertex give, truncated.
-uint64_t comp_vertices(const int32_t (*corner)[4], const uint32_t* N, int32_t* vertex) {
+// Mean of the corner values that the up to four microtiles around each vertex give, truncated; where none gives
+// one, mean of their centres, which lie half a microtile off.
+uint64_t comp_vertices(const int32_t (*corner)[4], const LmTtimeRec& rec, int32_t* vertex) {
   uint64_t nc = 0;
   for (int j = 0; j <= mTsub; j++)
     for (int i = 0; i <= mTsub; i++) {
-      int64_t sum = 0;
-      int count = 0;
+      int64_t sum[2] = {0, 0};  // of corners, of centres
+      int count[2] = {0, 0};
       for (int c = 0; c < 4; c++) {  // corner (0,0), (1,0), (0,1), (1,1)
         const int x = i - (c & 1), y = j - (c >> 1);
         if (x < 0 || y < 0 || x >= mTsub || y >= mTsub) continue;
         const int mt = y * mTsub + x;
-        if (N[mt] == 0 || corner[mt][c] == NO_I32) continue;
-        sum += corner[mt][c];
-        count++;
+        const int32_t times[2] = {corner[mt][c], rec.centre[mt]};
+        for (int k = 0; k < 2; k++)
+          if (times[k] != NO_I32) sum[k] += times[k], count[k]++;
       }
-      vertex[j * (mTsub + 1) + i] = count ? static_cast<int32_t>(sum / count) : NO_I32;
-      nc += count > 0;
+      const int k = count[0] > 0 ? 0 : 1;
+      vertex[j * (mTsub + 1) + i] = count[k] > 0 ? static_cast<int32_t>(sum[k] / count[k]) : NO_I32;
+      nc += count[k] > 0;
     }
   return nc;
 }
@@ -125,10 +138,9 @@ void proc_LmT(TileWork& w, const TileGeom& g, uint32_t stmax, LmTstat& stat) {
       if (fit.ok && fit.dev <= stmax) {
         const double T00 = fit.a + T0;
         rec.centre[mt] = static_cast<int32_t>(std::lround((fit.b + fit.c) * 0.5 + T00));
-        corner[mt][0] = static_cast<int32_t>(std::lround(T00));
-        corner[mt][1] = static_cast<int32_t>(std::lround(T00 + fit.b));
-        corner[mt][2] = static_cast<int32_t>(std::lround(T00 + fit.c));
-        corner[mt][3] = static_cast<int32_t>(std::lround(T00 + fit.b + fit.c));
+        for (int k = 0; k < 4; k++)
+          if (fit.corner[k])
+            corner[mt][k] = static_cast<int32_t>(std::lround(T00 + (k & 1) * fit.b + (k >> 1) * fit.c));
         nfit++;
       } else if (fit.ok) {
         ndev++;
@@ -142,7 +154,7 @@ void proc_LmT(TileWork& w, const TileGeom& g, uint32_t stmax, LmTstat& stat) {
     sum_dev += fit.dev;
     nmt++;
   }
-  const uint64_t nc = comp_vertices(corner, w.N, rec.vertex);
+  const uint64_t nc = comp_vertices(corner, rec, rec.vertex);
   const double mean = nmt ? 1.0 / static_cast<double>(nmt) : 0.0;
   LOG_LINE("proc_LmT -> nmt=" << nmt << " ndev=" << ndev << " nmtl=" << nfit << " nc=" << nc
                               << " MeanST=" << static_cast<double>(sum_dev) * mean * 0.001

@@ -47,9 +47,10 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
   const Tocc both = inter_Tocc(s1.occ, s2.occ);
   LOG_LINE("inter_Tocc nt1=" << s1.occ.size() << " nt2=" << s2.occ.size() << " ntint=" << both.size());
   // A strip narrower than a few vertices has no neighbours to hold its estimates: they would be bent to fit
-  // noise.
+  // noise. Gaps of up to two vertex spacings inside it are bridged by the neighbours and count as filled.
   constexpr int MIN_WIDTH = 4;  // vertex spacings
-  inter.tiles = erode_Tocc_2(both, std::min(MIN_WIDTH << levels.Jend, static_cast<int>(mTsub)));
+  const int width = std::min(MIN_WIDTH << levels.Jend, static_cast<int>(mTsub));
+  inter.tiles = erode_Tocc_closed(both, width, width / 4);
   const size_t ntX0 = inter.tiles.size();
   std::erase_if(inter.tiles, [nmTmin](const ToccTile& t) {
     return std::count_if(t.occ.val, t.occ.val + t.occ.size(), [](uint8_t v) { return v != 0; }) < nmTmin;

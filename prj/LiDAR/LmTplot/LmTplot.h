@@ -74,6 +74,9 @@ Tocc dilate_Tocc(const Tocc& occ, const Vector<TIsxy>& TI);
 // Removes what is thinner than k microtiles (2 to 32): a microtile stays when it is part of a full block of
 // k x k, which may lie across tile borders. Tiles left empty are dropped.
 Tocc erode_Tocc_2(const Tocc& occ, int k = 2);
+// The same of a map whose gaps of up to 2 gap microtiles (gap 0 to 8) count as filled: a pond or a roof without
+// points doesn't make a strip narrow. What stays is part of the map; gaps stay gaps.
+Tocc erode_Tocc_closed(const Tocc& occ, int k, int gap);
 
 // One pixel a microtile; img has the size of the frame x 32 and is set to 0 first. Returns the tiles outside.
 uint64_t img_Tocc(const Tocc& occ, const TileInfo& frame, Image<uint8_t>& img);

@@ -82,6 +82,24 @@ void gather_window(const TileIndex& index, uint32_t XI, uint32_t YI, Window& w) 
     }
 }
 
+// Fills gaps of up to 2 r microtiles in the middle tile: what lies within r of the map, less what lies within
+// r of a place that does not. Beyond the window nothing is known, so r is small against a tile.
+void close_window(Window& w, int r, Image<uint8_t>& occ) {
+  integrate(w, [&](int x, int y) { return static_cast<int>(w.set[static_cast<size_t>(y * WIDE + x)]); });
+  std::array<uint8_t, WIDE * WIDE> wide;
+  for (int y = 0; y < WIDE; y++)
+    for (int x = 0; x < WIDE; x++)
+      wide[static_cast<size_t>(y * WIDE + x)] = sum_of(w, x - r, y - r, x + r + 1, y + r + 1) > 0;
+  integrate(w, [&](int x, int y) { return static_cast<int>(wide[static_cast<size_t>(y * WIDE + x)]); });
+  const int all = (2 * r + 1) * (2 * r + 1);
+  occ.resize(mTsub, mTsub);
+  for (int y = 0; y < mTsub; y++)
+    for (int x = 0; x < mTsub; x++) {
+      const int u = x + mTsub, v = y + mTsub;
+      occ.row(y)[x] = sum_of(w, u - r, v - r, u + r + 1, v + r + 1) == all;
+    }
+}
+
 // Marks the microtiles of the middle tile that are part of a full k x k block. False when there is none.
 bool open_window(Window& w, int k, Image<uint8_t>& occ) {
   integrate(w, [&](int x, int y) { return static_cast<int>(w.set[static_cast<size_t>(y * WIDE + x)]); });
@@ -139,6 +157,29 @@ Tocc erode_Tocc_2(const Tocc& occ, int k) {
     gather_window(index, from.x, from.y, window);
     ToccTile t = from;
     if (open_window(window, k, t.occ)) result.push_back(std::move(t));
+  }
+  return result;
+}
+
+Tocc erode_Tocc_closed(const Tocc& occ, int k, int gap) {
+  ASSERT(gap >= 0 && 4 * gap <= mTsub);
+  const TileIndex index = index_tiles(occ);
+  Tocc closed = occ;
+  Window window;
+  if (gap > 0)
+    for (ToccTile& t : closed) {
+      gather_window(index, t.x, t.y, window);
+      close_window(window, gap, t.occ);
+    }
+  Tocc result;
+  for (ToccTile& t : erode_Tocc_2(closed, k)) {
+    const Image<uint8_t>& from = *index.at(tile_key(t.x, t.y));
+    bool any = false;
+    for (uint64_t i = 0; i < t.occ.size(); i++) {
+      t.occ.val[i] = t.occ.val[i] && (from.val[i] & 1);
+      any = any || t.occ.val[i];
+    }
+    if (any) result.push_back(std::move(t));
   }
   return result;
 }

@@ -143,6 +143,29 @@ TEST(Morphology, ErosionRemovesSliversAndKeepsTheRest) {
   EXPECT_EQ(to_cells(erode_Tocc_2(to_Tocc(whole))), bridge);
 }
 
+TEST(Morphology, GapsDoNotMakeAStripNarrow) {
+  const auto strip = [](int64_t width) {  // across tile borders at 352 and 384
+    return region([=](int64_t x, int64_t y) { return x >= 345 && x < 345 + width && y >= 330 && y < 400; });
+  };
+  const auto without = [](const Cells& from, auto gone) {
+    Cells left;
+    for (const auto& [y, x] : from)
+      if (!gone(x, y)) left.insert({y, x});
+    return left;
+  };
+  const Cells wide = strip(20), narrow = strip(7);
+  const Cells scattered =
+      without(wide, [](int64_t x, int64_t y) { return (7919 * x + 3571 * y + 31 * x * y) % 19 == 0; });
+  const Cells pond =
+      without(wide, [](int64_t x, int64_t y) { return x >= 350 && x < 354 && y >= 350 && y < 354; });
+  EXPECT_LT(to_cells(erode_Tocc_2(to_Tocc(scattered), 8)).size(), wide.size() / 2)
+      << "one in nineteen is missing";
+  EXPECT_EQ(to_cells(erode_Tocc_closed(to_Tocc(scattered), 8, 2)), scattered);
+  EXPECT_EQ(to_cells(erode_Tocc_closed(to_Tocc(pond), 8, 2)), pond);
+  EXPECT_EQ(to_cells(erode_Tocc_closed(to_Tocc(wide), 8, 2)), wide) << "nothing is added";
+  EXPECT_TRUE(erode_Tocc_closed(to_Tocc(narrow), 8, 2).empty());
+}
+
 TEST(PairBoxes, BoxesFirstThenRectangles) {
   // Strips of 1000 m x 100 m around a centre, as the statistics describe them.
   const auto strip = [](double cx, double cy, double angle) {
