@@ -79,6 +79,92 @@ void south(SimSpec& spec) {
   spec.north = 7130000;
 }
 
+// Scenarios: what makes an alignment hard, one by one.
+
+void block(SimSpec& spec) {  // five airborne lines, boresight only
+  spec.seed = 21;
+  spec.nparallel = 5;
+  spec.spacing = 210;
+  spec.length = 420;
+  spec.agl = 450;
+  spec.speed = 60;
+  spec.turn = 90;
+  spec.pulse_rate = 26000;
+  spec.scan_rate = 35;
+  spec.lever = {0, 0, 0};
+  spec.boresight_deg = {0.09, -0.06, 0.11};
+  spec.range_noise = 0.012;
+  spec.angle_noise_deg = 0.001;
+}
+
+void block_drift(SimSpec& spec) {  // the same with the drift of a good navigation system
+  block(spec);
+  spec.drift_pos = {0.05, 0.05, 0.05};
+  spec.drift_att_deg = {0.004, 0.004, 0.008};
+  spec.drift_tau = 60;
+}
+
+void village(SimSpec& spec) {
+  spec.seed = 22;
+  spec.length = 240;
+  spec.land.village = 400;
+  spec.land.house_frac = 0.75;
+}
+
+void forest(SimSpec& spec) {
+  spec.seed = 23;
+  spec.length = 220;
+  spec.pulse_rate = 14000;
+  spec.land.wood = -0.5;
+  spec.land.undergrowth = 0.5;
+}
+
+void ponds(SimSpec& spec) {
+  spec.seed = 24;
+  spec.length = 300;
+  spec.land.pond_frac = 0.6;
+}
+
+void sparse(SimSpec& spec) {  // 0.5 points a square metre
+  spec.seed = 25;
+  spec.pulse_rate = 2200;
+  spec.scan_rate = 12;
+}
+
+void dense(SimSpec& spec) {  // 10 points a square metre
+  spec.seed = 26;
+  spec.nparallel = 2;
+  spec.length = 140;
+  spec.agl = 160;
+  spec.spacing = 80;
+  spec.pulse_rate = 32000;
+  spec.scan_rate = 70;
+}
+
+void uav(SimSpec& spec) {  // short lines with their turns, low and slow
+  spec.seed = 27;
+  spec.uav = true;
+  spec.nparallel = 4;
+  spec.ncross = 1;
+  spec.spacing = 42;
+  spec.length = 110;
+  spec.agl = 70;
+  spec.speed = 7;
+  spec.turn = 9;
+  spec.overrun = 3;
+  spec.fov_deg = 35;
+  spec.pulse_rate = 6000;
+  spec.scan_rate = 30;
+  spec.traj_rate = 200;
+  spec.lever = {0, 0, 0};
+  spec.boresight_deg = {0.21, -0.24, 0.33};
+  spec.range_noise = 0.010;
+  spec.angle_noise_deg = 0.004;
+  spec.drift_pos = {0.02, 0.02, 0.03};
+  spec.drift_att_deg = {0.003, 0.003, 0.01};
+  spec.drift_tau = 60;
+}
+
 const struct {
   const char* name;
   void (*set)(SimSpec& spec);
@@ -89,6 +175,10 @@ const struct {
     {"internal", internal},    {"generic", internal_generic},
     {"channels", channels},    {"text", text},
     {"track", track},          {"south", south},
+    {"block", block},          {"block_drift", block_drift},
+    {"village", village},      {"forest", forest},
+    {"ponds", ponds},          {"sparse", sparse},
+    {"dense", dense},          {"uav", uav},
 };
 }  // namespace
 

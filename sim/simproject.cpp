@@ -10,7 +10,7 @@ constexpr double DEG = M_PI / 180;
 }
 
 Terrain make_terrain(const SimSpec& spec) {
-  Terrain t;
+  Terrain t = spec.land;
   t.seed = spec.seed * 1000 + 17;
   t.x0 = spec.east;
   t.y0 = spec.north;
@@ -85,10 +85,29 @@ Pulse make_pulse(const SimSpec& spec, double t, double phase_shift, SimRandom& r
   return pulse;
 }
 
+uint8_t class_of(Cover cover) {
+  const uint8_t cls[] = {2, 6, 5, 3};
+  return cls[static_cast<int>(cover)];
+}
+
 struct Echoes {
   int n = 0;
   BeamHit hit[2];
 };
+
+// What comes back from below the crowns: nothing from water, in woods now and then a shrub.
+bool cast_to_ground(const Terrain& terrain, const dxyz& origin, const dxyz& dir, double max_range,
+                    SimRandom& random, BeamHit& hit) {
+  if (!cast_beam(terrain, origin, dir, max_range, true, hit)) return false;
+  if (hit.cover != Cover::ground) return true;
+  const double x = origin.x + hit.range * dir.x, y = origin.y + hit.range * dir.y;
+  if (is_pond(terrain, x, y)) return false;
+  if (terrain.undergrowth > 0 && is_wood(terrain, x, y) && random.uniform() < 0.4) {
+    hit.range += terrain.undergrowth * random.uniform() / dir.z;  // upwards: dir.z is negative
+    hit.cover = Cover::shrub;
+  }
+  return true;
+}
 
 // What comes back of one beam: in crowns an echo from inside, often one more from below.
 Echoes find_echoes(const Terrain& terrain, const dxyz& origin, const dxyz& dir, double max_range,
@@ -96,13 +115,15 @@ Echoes find_echoes(const Terrain& terrain, const dxyz& origin, const dxyz& dir, 
   Echoes echoes;
   BeamHit first, last;
   if (!cast_beam(terrain, origin, dir, max_range, false, first)) return echoes;
+  if (first.cover != Cover::tree) {
+    echoes.n = cast_to_ground(terrain, origin, dir, max_range, random, echoes.hit[0]) ? 1 : 0;
+    return echoes;
+  }
   echoes.n = 1;
-  echoes.hit[0] = first;
-  if (first.cover != Cover::tree) return echoes;
   const double luck = random.uniform();
   first.range += 1.2 * random.uniform();
   echoes.hit[0] = first;
-  if (luck >= 0.75 || !cast_beam(terrain, origin, dir, max_range, true, last)) return echoes;
+  if (luck >= 0.75 || !cast_to_ground(terrain, origin, dir, max_range, random, last)) return echoes;
   if (luck < 0.25 || first.range >= last.range - 1) {
     echoes.hit[0] = last;
   } else {
@@ -123,9 +144,10 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
   const Mat3 bore = product(rotation_xyz(error.x * DEG, error.y * DEG, error.z * DEG), mount);
   SimRandom random(spec.seed * 1000 + 100 + line + 100000 * channel + 200000 * pass);
   std::vector<SimPoint> points;
-  const int64_t npulse = static_cast<int64_t>((fl.t1 - fl.t0) * spec.pulse_rate);
+  const double t_first = fl.t0 - spec.overrun, t_last = fl.t1 + spec.overrun;
+  const int64_t npulse = static_cast<int64_t>((t_last - t_first) * spec.pulse_rate);
   for (int64_t i = 0; i < npulse; i++) {
-    const double t = fl.t0 + (static_cast<double>(i) + 0.5) / spec.pulse_rate;
+    const double t = t_first + (static_cast<double>(i) + 0.5) / spec.pulse_rate;
     const Pulse pulse = make_pulse(spec, t, 0.31 * channel + 0.43 * pass, random);
 
     const Pose pose = true_pose(plan, t);
@@ -141,10 +163,9 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
     for (int e = 0; e < echoes.n; e++) {
       const BeamHit& hit = echoes.hit[e];
       const double measured = measured_range(spec, hit.range) + spec.range_noise * random.normal();
-      const uint8_t cls = hit.cover == Cover::ground ? 2 : hit.cover == Cover::roof ? 6 : 5;
       points.push_back({t, rec.p + rec_dir * measured, origin + dir * hit.range,
                         static_cast<float>(pulse.theta / DEG), static_cast<uint8_t>(e + 1),
-                        static_cast<uint8_t>(echoes.n), cls});
+                        static_cast<uint8_t>(echoes.n), class_of(hit.cover)});
     }
   }
   return points;

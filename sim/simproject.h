@@ -21,12 +21,16 @@ struct SimSpec {
   double speed = 22;       // m/s
   double motion = 1;       // scale of the aircraft's motion
   double turn = 48;        // s between lines
+  double overrun = 0;      // s that the scanner runs on into the turns at both ends of a line
   // Scanner
   double fov_deg = 24;        // half the field of view
   double pulse_rate = 10000;  // pulses/s
   double scan_rate = 25;      // lines/s
   int nchannel = 1;           // laser channels, 1 or 2; each makes a file per line
   double tilt1_deg = 8;       // channel 1 looks forward by this mount angle
+  bool uav = false;           // the options of the project say so
+  // Landscape; place and seed are set by make_terrain
+  Terrain land;
   // Place and time
   int zone = 33;                          // UTM; negative: southern hemisphere
   double east = 500000, north = 5321000;  // m, centre
@@ -62,7 +66,7 @@ struct SimPoint {
   dxyz observed, truth;
   float angle_deg;  // scan angle, positive to the right
   uint8_t ret, nret;
-  uint8_t cls;  // 2 ground, 5 tree, 6 building
+  uint8_t cls;  // 2 ground, 3 shrub, 5 tree, 6 building
 };
 
 // A named set of values. False for an unknown name.

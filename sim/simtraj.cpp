@@ -114,6 +114,7 @@ std::string project_options(const SimSpec& spec) {
   else  // a group, a trajectory and a mount per channel
     o += " -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po " + traj + " -po " + traj + " -imu 0 0 0 -bore 0 0 0 " +
          LOG_STR("0 " << spec.tilt1_deg << " 0");
+  if (spec.uav) o += " -uav";
   if (spec.nref > 0) o += " -r REF*.las";
   if (!spec.traj_columns.empty()) {
     o += " -po_parse " + spec.traj_columns + LOG_STR(" -po_geo " << spec.traj_geographic << " -po_time 1");

@@ -6,9 +6,9 @@
 #include "sim/simrand.h"
 
 namespace {
-constexpr double LOT = 26;       // m, side of a lot: at most one house or one tree stands on it
-constexpr double VILLAGE = 170;  // m, radius of the village
-constexpr double TREE_LOT = 9;   // m
+constexpr double LOT = 26;        // m, side of a lot: at most one house or one tree stands on it
+constexpr double TREE_LOT = 9;    // m
+constexpr double POND_LOT = 130;  // m
 
 double smooth(double f) { return f * f * (3 - 2 * f); }
 
@@ -32,7 +32,7 @@ bool house_of_lot(const Terrain& t, int64_t i, int64_t j, House& h) {
   h.cx = t.x0 + (static_cast<double>(i) + 0.5) * LOT;
   h.cy = t.y0 + (static_cast<double>(j) + 0.5) * LOT;
   const double dx = h.cx - t.x0, dy = h.cy - t.y0;
-  if (dx * dx + dy * dy > VILLAGE * VILLAGE) return false;
+  if (dx * dx + dy * dy > t.village * t.village) return false;
   const double angle = M_PI * sim_cell(t.seed, i, j, 41);
   h.cos_a = std::cos(angle);
   h.sin_a = std::sin(angle);
@@ -93,8 +93,7 @@ double crown_height(const Terrain& t, double x, double y) {
   const int64_t i = static_cast<int64_t>(std::floor((x - t.x0) / TREE_LOT));
   const int64_t j = static_cast<int64_t>(std::floor((y - t.y0) / TREE_LOT));
   // Woods: whole patches are dense, the rest of the land has single trees.
-  const double wood = noise(t.seed, (x - t.x0) / 90, (y - t.y0) / 90, 50);
-  const double frac = wood > 0.35 ? 0.85 : 0.3 * t.tree_frac;
+  const double frac = is_wood(t, x, y) ? 0.85 : 0.3 * t.tree_frac;
   if (sim_cell(t.seed, i, j, 51) > frac) return -1e9;
   const double cx = t.x0 + (static_cast<double>(i) + 0.5) * TREE_LOT;
   const double cy = t.y0 + (static_cast<double>(j) + 0.5) * TREE_LOT;
@@ -103,6 +102,22 @@ double crown_height(const Terrain& t, double x, double y) {
   if (d2 > radius * radius) return -1e9;
   const double top = 6 + 11 * sim_cell(t.seed, i, j, 53);
   return ground_height(t, cx, cy) + top - 2.5 * d2 / (radius * radius);
+}
+
+bool is_wood(const Terrain& t, double x, double y) {
+  return noise(t.seed, (x - t.x0) / 90, (y - t.y0) / 90, 50) > t.wood;
+}
+
+bool is_pond(const Terrain& t, double x, double y) {
+  if (t.pond_frac <= 0) return false;
+  const double u = (x - t.x0) / POND_LOT, v = (y - t.y0) / POND_LOT;
+  const int64_t i = static_cast<int64_t>(std::floor(u)), j = static_cast<int64_t>(std::floor(v));
+  if (sim_cell(t.seed, i, j, 60) > t.pond_frac) return false;
+  const double du = (u - static_cast<double>(i) - 0.5) * POND_LOT;
+  const double dv = (v - static_cast<double>(j) - 0.5) * POND_LOT;
+  const double radius = (0.12 + 0.28 * sim_cell(t.seed, i, j, 61)) * POND_LOT;
+  const double shore = 1 + 0.3 * noise(t.seed, x / 17, y / 17, 62);
+  return du * du + 1.7 * dv * dv < radius * radius * shore * shore;
 }
 
 bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max_range, bool through,

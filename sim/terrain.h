@@ -1,6 +1,6 @@
 // sim/terrain.h
 // Procedural landscape: hills, fields with furrows and ditches, a road on a bank, houses with gabled or flat
-// roofs, and trees. Every height is a function of position and seed, so a beam finds what it hits without a
+// roofs, trees, and ponds that give no echo. Every height is a function of position and seed, so a beam finds what it hits without a
 // grid.
 #pragma once
 #include <cstdint>
@@ -14,9 +14,13 @@ struct Terrain {
   double relief = 14;        // m, amplitude of the hills
   double house_frac = 0.35;  // of the lots of the village
   double tree_frac = 0.12;   // of the lots of the landscape
+  double village = 170;      // m, radius of the village around the centre
+  double wood = 0.35;        // woods stand where a noise of -1..1 is above this
+  double undergrowth = 0;    // m, height of shrubs in woods
+  double pond_frac = 0;      // of squares of 130 m
 };
 
-enum class Cover { ground, roof, tree };
+enum class Cover { ground, roof, tree, shrub };
 
 double ground_height(const Terrain& t, double x, double y);
 // Ground or roof, whichever is higher.
@@ -28,6 +32,9 @@ struct BeamHit {
   double range;  // m along the beam
   Cover cover;
 };
+bool is_wood(const Terrain& t, double x, double y);
+bool is_pond(const Terrain& t, double x, double y);
+
 // First solid surface along the unit vector dir from origin (dir.z < 0). through: the beam passes crowns.
 // False when nothing is hit within max_range metres.
 bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max_range, bool through,
