@@ -172,12 +172,10 @@ TEST_F(Messages, CommandsAndExclusions) {
       {{"-scan", "-fastqc", "-i", "a.las"},
        {"ERROR: commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive",
         "ERROR: option -fastqc is not available yet: maps are not drawn"}},
-      {{"-reg", "-i", "a.las", "-quality", "90", "-gcp_dz", "0", "-out_metre", "0", "-r_dz"},
+      {{"-reg", "-i", "a.las", "-quality", "90", "-gcp_dz", "0", "-out_metre", "0"},
        {"ERROR: option -out_metre is not available yet: reports are always in metres",
         "ERROR: option -quality is not available yet: maps and plots are not drawn",
-        "ERROR: option -gcp_dz is not available yet: control points are not read",
-        "ERROR: option -r_dz is not available yet: -d_dz governs the flat effect of range bias and of range "
-        "scale"}},
+        "ERROR: option -gcp_dz is not available yet: control points are not read"}},
       {{"-las_read_check", "none.las"}, {"ERROR: could not find file none.las"}},
   });
 }

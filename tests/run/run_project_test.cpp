@@ -1,9 +1,13 @@
 // Whole runs over a small simulated project.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <sstream>
 
+#include "las/las_access.h"
+#include "sim/score.h"
 #include "tests/run/program.h"
 
 namespace {
@@ -34,6 +38,42 @@ struct RunProject : testing::Test {
 Program* RunProject::program = nullptr;
 bool RunProject::simulated = false;
 
+// The lines L01 to L03 of a directory, with a suffix to their names, against their true points.
+ProjectScore score(const std::string& project, const std::string& dir, const std::string& suffix) {
+  std::vector<SwathScore> swaths;
+  for (const std::string line : {"L01", "L02", "L03"}) {
+    SwathScore s;
+    s.name = line;
+    const bool read = read_las_dxyz(project + "/truth/" + line + ".las", s.truth, "xyz") &&
+                      read_las_dxyz(dir + "/" + line + suffix + ".las", s.points, "xyz");
+    EXPECT_TRUE(read && s.points.size() == s.truth.size()) << dir << " " << line;
+    if (!read || s.points.size() != s.truth.size()) return {};
+    swaths.push_back(std::move(s));
+  }
+  return score_project(swaths, 10);
+}
+
+// The numbers of the lines of a table that begin with a number, up to the first empty line.
+std::vector<std::vector<double>> table(const std::string& text) {
+  std::vector<std::vector<double>> rows;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line) && !line.empty();) {
+    std::istringstream words(line);
+    std::vector<double> row;
+    for (std::string word; words >> word;) row.push_back(std::atof(word.c_str()));
+    if (std::isdigit(static_cast<unsigned char>(line[line.find_first_not_of(' ')]))) rows.push_back(row);
+  }
+  return rows;
+}
+
+// The column of a table that its header names so.
+size_t column(const std::string& text, const std::string& name) {
+  std::istringstream header(text.substr(0, text.find('\n')));
+  size_t i = 0;
+  for (std::string word; header >> word && word != name;) i++;
+  return i;
+}
+
 // Files of a result whose bytes must not depend on the number of threads.
 std::vector<std::string> result_files(const std::string& dir) {
   std::vector<std::string> names;
@@ -56,13 +96,21 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
   const std::string o1 = path("o1"), o2 = path("o2");
   const std::vector<std::string> names = result_files(o1);
   EXPECT_EQ(names, result_files(o2));
-  for (const char* const name :
-       {"r.dut", "r_idx.log", "r_sw_stat.log", "r_inv_stat.log", "r_TA.log", "L01_c.las"})
-    EXPECT_TRUE(exists(o1 + "/" + name)) << name;
+  for (const char* const name : {"r.dut", "r_idx.log", "r_sw_stat.log", "r_inv_stat.log", "r_TA.log"})
+    EXPECT_GT(read_text(o1 + "/" + name).size(), 100u) << name;
   for (const std::string& name : names) {
     if (holds(name, ".log")) continue;  // logs name their directories
     EXPECT_TRUE(read_text(o1 + "/" + name) == read_text(o2 + "/" + name)) << name;
   }
+
+  // The swaths are 0.67 m apart before; 0.013 m was seen after, and 0.018 m of noise less one common shift.
+  const ProjectScore before = score(path(""), path(""), ""), after = score(path(""), o1, "_c");
+  EXPECT_GT(before.relative3d, 0.5);
+  EXPECT_LT(after.relative3d, 0.03);
+  EXPECT_LT(after.all_rel.rms3d, 0.03);
+  // What the run reports of itself: height differences of the pairs after the correction.
+  const std::string reported = read_text(o1 + "/r_DZcorr_stat.log");
+  for (const std::vector<double>& pair : table(reported)) EXPECT_LT(pair.at(column(reported, "RMS")), 0.02);
 
   // The displacement file alone is enough for a correction later, with the tiles as they lie there.
   const RunOutput later =
@@ -103,15 +151,93 @@ TEST_F(RunProject, OneNumberAPairInAllLogs) {
     EXPECT_TRUE(holds(idx, line)) << idx;
 }
 
-TEST_F(RunProject, ScanAndQcWithoutTrajectory) {
+// Statistics of a scan against the points themselves.
+TEST_F(RunProject, ScanReportsWhatTheSwathsHold) {
   ASSERT_TRUE(simulated);
-  const RunOutput scan = run({"-scan", "-name", "s"}, 1, "2");
-  EXPECT_EQ(scan.code, 0) << scan.err;
-  EXPECT_TRUE(exists(path("o1/s_sw_stat.log")));
-  const RunOutput qc = run({"-name", "q"}, 1, "2");
-  EXPECT_EQ(qc.code, 0) << qc.err;
-  EXPECT_TRUE(exists(path("o1/q_DZ_stat.log")));
+  const RunOutput scan = run({"-scan", "-name", "s", "-keep_all"}, 1, "2");
+  ASSERT_EQ(scan.code, 0) << scan.err;
+  EXPECT_TRUE(holds(scan.out, "Not available yet, left out: ")) << scan.out;
+  const std::vector<std::vector<double>> rows = table(read_text(path("o1/s_sw_stat.log")));
+  ASSERT_EQ(rows.size(), 3u);
+  for (const std::vector<double>& row : rows) {
+    Vector<dxyz> points;
+    ASSERT_TRUE(
+        read_las_dxyz(path("L0" + std::to_string(static_cast<int>(row[0]) + 1) + ".las"), points, "xyz"));
+    dxyz lo = points(0), hi = lo;
+    for (const dxyz& p : points) {
+      lo = {std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z)};
+      hi = {std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z)};
+    }
+    EXPECT_NEAR(row.at(4), static_cast<double>(points.size()) * 1e-6, 0.001) << "MPts";
+    EXPECT_NEAR(row.at(14), lo.x, 1);
+    EXPECT_NEAR(row.at(15), hi.x, 1);
+    EXPECT_NEAR(row.at(16), lo.y, 1);
+    EXPECT_NEAR(row.at(17), hi.y, 1);
+  }
+}
+
+// Height differences of pairs: none between the true swaths, decimetres between those observed.
+TEST_F(RunProject, QcMeasuresTheDifferencesThatAreThere) {
+  ASSERT_TRUE(simulated);
+  const RunOutput observed = run({"-name", "q"}, 1, "2");
+  ASSERT_EQ(observed.code, 0) << observed.err;
   EXPECT_FALSE(exists(path("o1/q.dut")));
+  const RunOutput truth =
+      program->run({"-i", "truth/L*.las", "-tmpdir", "tmp2", "-odir", "o2", "-name", "q"});
+  ASSERT_EQ(truth.code, 0) << truth.err;
+  const std::string log = read_text(path("o1/q_DZ_stat.log"));
+  const auto seen = table(log), none = table(read_text(path("o2/q_DZ_stat.log")));
+  const size_t rms = column(log, "RMS"), area = column(log, "Area:m2");
+  ASSERT_EQ(seen.size(), 3u);
+  ASSERT_EQ(none.size(), 3u);
+  for (size_t i = 0; i < 3; i++) {
+    EXPECT_GT(seen[i].at(rms), 0.05);
+    EXPECT_LT(none[i].at(rms), 0.005);
+    EXPECT_NEAR(seen[i].at(area), none[i].at(area), 0.1 * none[i].at(area)) << "area";
+  }
+}
+
+// A trajectory that is given to a run without a correction is read, synchronised and compared with the swaths.
+TEST_F(RunProject, ScanWithTrajectoryChecksIt) {
+  ASSERT_TRUE(simulated);
+  const RunOutput scan = run({"-scan", "-utm", "33", "-po", "traj.out", "-name", "p"}, 1, "2");
+  ASSERT_EQ(scan.code, 0) << scan.err;
+  const auto sync = table(read_text(path("o1/p_PO_sync_stat.log")));
+  ASSERT_EQ(sync.size(), 3u);
+  for (const auto& row : sync) EXPECT_EQ(row.at(1), 0) << "the file of each swath";
+  const auto geometry = table(read_text(path("o1/p_BF_ICS_stat.log")));
+  ASSERT_EQ(geometry.size(), 3u);
+  double npts = 0;
+  for (const auto& row : geometry) {
+    EXPECT_NEAR(row.at(4), 165, 25) << "height above ground";
+    EXPECT_NEAR(row.at(9), 48, 3) << "field of view";
+    EXPECT_LT(row.at(10), 0.05) << "points lie in the plane of the scan";
+    EXPECT_EQ(row.at(13), 1) << "pass";
+    npts += row.at(12);
+  }
+  const auto rays = table(read_text(path("o1/p_ICS.txt")));
+  EXPECT_EQ(static_cast<double>(rays.size()), npts);
+  for (const auto& ray : rays) EXPECT_LT(std::fabs(ray.at(8)), 25) << "scan angle";
+
+  const struct {
+    std::vector<std::string> args;
+    const char* message;
+  } wrong[] = {
+      {{"-utm", "32", "-po", "traj.out"},
+       "ERROR: no overlap between LiDAR and trajectory, wrong unit/projection"},
+      {{"-utm", "33", "-po", "traj.out", "-A", "1"}, "ERROR: PO file synchronization failed\n"},
+      {{"-utm", "33", "-po", "bad.out"}, "bad.out"},
+      {{"-po", "none.out"}, "ERROR: could not find file none.out\n"},
+  };
+  write_text(path("bad.out"), "short");
+  for (const auto& w : wrong)
+    for (const char* const command : {"-scan", "-full"}) {
+      std::vector<std::string> args = w.args;
+      args.insert(args.end(), {command, "-name", "w"});
+      const RunOutput r = run(args, 1, "2");
+      EXPECT_EQ(r.code, 1) << w.message;
+      EXPECT_TRUE(holds(r.err, w.message)) << r.err;
+    }
 }
 
 TEST_F(RunProject, ABrokenTrajectoryEndsInOneClearLine) {

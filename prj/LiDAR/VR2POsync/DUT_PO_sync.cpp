@@ -1,4 +1,4 @@
-// The order of a synchronisation.
+// The sequences of a synchronisation: with and without registration data.
 #include <algorithm>
 
 #include "lib/general/log.h"
@@ -161,12 +161,50 @@ bool interp_pairs(SyncJob& job) {
   if (bad >= 0) ERROR_MSG("failed to read trajectory cache of swath " << bad);
   return bad < 0;
 }
+// All files in order, each for the swaths of its group. False after an ERROR that ends the run.
+bool sync_files(SyncJob& job) {
+  POsync& res = job.res;
+  if (job.nfiles() > 0) progress_start(job.nfiles());
+  for (int f = 0; f < job.nfiles(); f++) {
+    if (job.nfiles() > 1) progress_step(f, "SYNCHRONISED " + std::to_string(f) + " PO files");
+    POfileState& file = job.file(f);
+    const bool same_group = file.dup >= 0 && job.file_group(file.dup) == job.file_group(f);
+    if (same_group) {  // its swaths belong to the first of the two
+      const POfileState& first = job.file(file.dup);
+      file.ok = first.ok, file.tmin = first.tmin, file.tmax = first.tmax, file.dt = first.dt;
+    } else if (file.ok && !sync_file(job, f)) {
+      return false;
+    }
+  }
+  if (job.nfiles() > 0) progress_end("SYNCHRONISED " + std::to_string(job.nfiles()) + " PO files");
+  for (int sw = 0; sw < res.idx.nsw(); sw++)
+    if (res.sw2fl(sw) >= 0) job.file(res.sw2fl(sw)).used = true;
+  return true;
+}
+
+// Reports and judgement. The number of usable swaths; 0 after an ERROR.
+int finish_sync(SyncJob& job, const Stopwatch& watch) {
+  if (!log_posync(job)) return 0;
+  const bool valid = valid_PO_sync(job);
+  if (valid && !display_traj_proc(job)) return 0;
+  LOG_MSG(job.nfiles() << " PO files processed, time tolerance=" << job.par.tol << " | " << watch.text());
+  LOG_LINE("/// SYNC_TIME=" << watch.text());
+  if (!valid) {
+    ERROR_MSG("PO file synchronization failed");
+    return 0;
+  }
+  return job.res.nswok;
+}
+
+std::string param_text(const POsyncParam& par) {
+  return LOG_STR("tol=" << par.tol << " buf=" << par.buf << " AROT=" << par.AROT << " DAY=" << par.DAY
+                        << " ALL=" << par.ALL << " ICH=" << par.ICH);
+}
 }  // namespace
 
 int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par, POsync& res) {
   LOG_MSG1("TRAJECTORY/ATTITUDE PROCESSING:");
-  LOG_ENTER("DUT_PO_sync tol=" << par.tol << " buf=" << par.buf << " AROT=" << par.AROT << " DAY=" << par.DAY
-                               << " ALL=" << par.ALL << " ICH=" << par.ICH);
+  LOG_ENTER("DUT_PO_sync " << param_text(par));
   const Stopwatch watch;
   res = POsync();
   if (!read_DUT_IDX(dutname, res.idx) || !check_groups(prj, res.idx)) return 0;
@@ -187,29 +225,26 @@ int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncPara
     ERROR_MSG("failed to sync GPS time for DUT file " << dutname);
     return 0;
   }
-  if (job.nfiles() > 0) progress_start(job.nfiles());
-  for (int f = 0; f < job.nfiles(); f++) {
-    if (job.nfiles() > 1) progress_step(f, "SYNCHRONISED " + std::to_string(f) + " PO files");
-    POfileState& file = job.file(f);
-    const bool same_group = file.dup >= 0 && job.file_group(file.dup) == job.file_group(f);
-    if (same_group) {  // its swaths belong to the first of the two
-      const POfileState& first = job.file(file.dup);
-      file.ok = first.ok, file.tmin = first.tmin, file.tmax = first.tmax, file.dt = first.dt;
-    } else if (file.ok && !sync_file(job, f)) {
-      return 0;
-    }
-  }
-  if (job.nfiles() > 0) progress_end("SYNCHRONISED " + std::to_string(job.nfiles()) + " PO files");
-  for (int sw = 0; sw < res.idx.nsw(); sw++)
-    if (res.sw2fl(sw) >= 0) job.file(res.sw2fl(sw)).used = true;
-  if (!interp_pairs(job) || !log_posync(job)) return 0;
-  const bool valid = valid_PO_sync(job);
-  if (valid && !display_traj_proc(job)) return 0;
-  LOG_MSG(job.nfiles() << " PO files processed, time tolerance=" << par.tol << " | " << watch.text());
-  LOG_LINE("/// SYNC_TIME=" << watch.text());
-  if (!valid) {
-    ERROR_MSG("PO file synchronization failed");
+  if (!sync_files(job) || !interp_pairs(job)) return 0;
+  return finish_sync(job, watch);
+}
+
+int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, POsync& res) {
+  LOG_MSG1("TRAJECTORY/ATTITUDE PROCESSING:");
+  POsyncParam all = par;
+  all.ALL = true;
+  LOG_ENTER("IDX_PO_sync " << param_text(all));
+  const Stopwatch watch;
+  res = POsync();
+  res.idx = idx;
+  if (!check_groups(prj, res.idx)) return 0;
+  start_result(prj, res);
+  SyncJob job{prj, all, res, std::vector<uint8_t>(idx.swaths.size(), 0)};
+  if (!comp_multich(job) || !set_max_interval_ch(job)) return 0;
+  if (!grp_sync_time(job)) {
+    ERROR_MSG("failed to sync GPS time of swaths and PO files");
     return 0;
   }
-  return res.nswok;
+  if (!sync_files(job)) return 0;
+  return finish_sync(job, watch);
 }

@@ -1,6 +1,6 @@
 // prj/LiDAR/VR2POsync/VR2POsync.h
 // Synchronisation: which trajectory file flew which swath, one time base for both, and a trajectory cache per
-// swath. Here:     DUT_PO_sync with its parameters and result, the caches, interpolation at times of vectors.
+// swath. Here:     DUT_PO_sync and IDX_PO_sync with their parameters and result, the caches, interpolation at times of vectors.
 // Not here: reading of trajectory files (POio), the DUT file (DUTio), the sensor model (VR2geom).
 //
 // Time base: synchronised time = raw time of the swath + TimeCorr of the swath. Caches, tmin, tmax and the
@@ -96,6 +96,10 @@ struct POsync {
 // usable mobile swaths; 0 after an ERROR line.
 [[nodiscard]] int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par,
                               POsync& res);
+
+// The same without registration data, for all mobile swaths of an index (par.ALL is taken as set): clocks,
+// caches and reports, but no vectors. idx must hold the swaths of prj.
+[[nodiscard]] int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, POsync& res);
 
 // ---- trajectory caches
 // -----------------------------------------------------------------------------------------

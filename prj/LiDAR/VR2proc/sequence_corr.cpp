@@ -9,16 +9,12 @@
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_tables.h"
+#include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-struct Run {  // what travels between the steps
+struct Run : SwathGeometry {  // what travels between the steps
   POsync sync;
-  std::vector<SwRot> rot;
-  std::vector<int> swc;
-  std::vector<InvSamples> samples;
-  std::vector<SampleIndex> index;
-  ICSresult ics;
   InvParam inv;  // after the options have been reconciled with the data
   CorrParam par;
   InvResult res;
@@ -47,24 +43,7 @@ void log_args(const CorrParam& p) {
 // Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
 bool prepare(const Project& prj, Run& run) {
   if (DUT_PO_sync(run.par.dut, prj, run.par.sync, run.sync) == 0) return false;
-  Vector<int> group(prj.swaths.size());
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    group(static_cast<int64_t>(i)) = prj.swaths[i].fixed ? 0 : prj.swaths[i].group;
-  chMount2R(group, prj.mounts, run.par.sync.AROT, run.rot);
-  run.swc = POsort_swc(prj, run.sync);
-  if (run.swc.empty()) {
-    ERROR_MSG("no mobile swath found");
-    return false;
-  }
-  if (!OAttP_tbl_swaths(prj, run.sync, run.swc, run.samples, run.index)) {
-    ERROR_MSG("failed to compute PO and time tables");
-    return false;
-  }
-  if (run.par.ICS && !ICS_stat_swaths(prj, run.sync, run.rot, run.swc, run.samples, run.ics)) {
-    ERROR_MSG("failed to compute BF/ICS tables");
-    return false;
-  }
-  return true;
+  return comp_swath_geometry(prj, run.sync, {run.par.sync.AROT, run.par.ICS, run.par.ICS_r}, run);
 }
 
 // Step 2: what was asked for against what the data allow.

@@ -18,9 +18,10 @@ struct CorrParam {
   bool auto_dt = true;  // the drift interval is worked out from the data (-drift auto); else inv.dt stands
   POsyncParam sync;     // matching of swaths and trajectories
   // Quality control.
-  bool QC = true;   // relative QC after correction (-qc)
-  bool ICS = true;  // check of the geometry (-ics_err or -ics)
-  PairFilter qc;    // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
+  bool QC = true;      // relative QC after correction (-qc)
+  bool ICS = true;     // check of the geometry (-ics_err or -ics)
+  bool ICS_r = false;  // the table of that check (-ics)
+  PairFilter qc;       // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
   // Global shifts.
   bool CGM = false;  // cancel the mean correction (-mean)
   bool CD = true;    // cancel the flat effect of range bias and scale (-d_dz)

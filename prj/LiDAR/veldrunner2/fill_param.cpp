@@ -66,6 +66,22 @@ void fill_scan_param(const Options& o, const std::vector<uint8_t>& xcls, bool re
   par.OUTOBJ = o.obj != 0;
 }
 
+namespace {
+POsyncParam sync_param(const Options& o) {
+  POsyncParam par;
+  par.tol = static_cast<double>(o.po_tol);
+  par.AROT = o.att_imu != 0;
+  par.DAY = o.daysec != 0;
+  par.ICH = o.ich != 0;
+  return par;
+}
+}  // namespace
+
+void fill_po_scan_param(const Options& o, POscanParam& par) {
+  par.sync = sync_param(o);
+  par.geometry = {o.att_imu != 0, o.ics || o.ics_err != 0, o.ics};
+}
+
 bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   par = CorrParam();
   InvParam& inv = par.inv;
@@ -103,12 +119,10 @@ bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   inv.GRPC = o.corr_grp;
   inv.REFC = o.corr_ref;
   inv.UADJ = o.unc_adj;
-  par.sync.tol = static_cast<double>(o.po_tol);
-  par.sync.AROT = o.att_imu != 0;
-  par.sync.DAY = o.daysec != 0;
-  par.sync.ICH = o.ich != 0;
+  par.sync = sync_param(o);
   par.QC = o.qc != 0;
   par.ICS = o.ics || o.ics_err != 0;
+  par.ICS_r = o.ics;
   par.qc.GRP = o.qc_grp;
   par.qc.REF = o.qc_ref;
   par.qc.CH = o.qc_ch;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "prj/LiDAR/VR2proc/sequence_corr.h"
+#include "prj/LiDAR/VR2proc/sequence_po.h"
 #include "prj/LiDAR/veldrunner2/options.h"
 #include "prj/LiDAR/veldrunner2/sequence.h"
 
@@ -14,6 +15,8 @@ void set_tuning(const Options& o);
 
 // xcls: classes to drop. reg: the run registers.
 void fill_scan_param(const Options& o, const std::vector<uint8_t>& xcls, bool reg, ScanParam& par);
+
+void fill_po_scan_param(const Options& o, POscanParam& par);
 
 // Parses -cal, -drift, -dpoc and -out on the way. False after an ERROR line.
 [[nodiscard]] bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par);

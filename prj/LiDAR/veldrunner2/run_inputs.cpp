@@ -111,7 +111,8 @@ bool list_trajectories(Run& run) {
   ok = get_PO_param(o, prj) && ok;
   ok = GPSdate2gweekday(o, prj) && ok;
   if (ok) log_PO_param(prj);
-  const bool mounts = run.cmd.inv_corr || !o.mount.empty() || !o.imu.empty() || !o.bore.empty();
+  const bool mounts =
+      run.cmd.inv_corr || !prj.pofiles.empty() || !o.mount.empty() || !o.imu.empty() || !o.bore.empty();
   return (!mounts || get_mount_files(o, run.cl.in.rules, prj)) && ok;
 }
 
@@ -175,7 +176,7 @@ Step list_inputs(Run& run) {
   ok = swaths && ok;
   if (run.cmd.man) ok = get_shift_calib_files(o, run.cl.in.rules, prj) && ok;
   const size_t ngrpPO = prj.pogroups.size();
-  if (run.cmd.inv_corr && swaths && ngrpPO > 0 && static_cast<int>(ngrpPO) != prj.nmgrp) {
+  if (swaths && ngrpPO > 0 && static_cast<int>(ngrpPO) != prj.nmgrp) {
     ERROR_MSG("group size mismatch, " << ngrpPO << " PO groups and " << prj.nmgrp << " mobile swaths groups");
     ok = false;
   }

@@ -43,6 +43,16 @@ bool prepare_correction(const Run& run, std::string& dut) {
   return (run.cmd.reg || arg.empty() || find_DUT(arg[0], run.cl.in.rules, dut)) && ok;
 }
 
+// Trajectories that are given to a run without a correction are checked against the swaths.
+bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) {
+  if (prj.pofiles.empty()) return true;
+  POscanParam par;
+  fill_po_scan_param(o, par);
+  if (DUT_PO_QC_CORR(prj, idx, par)) return true;
+  ERROR_MSG("manual correction or scan failed");
+  return false;
+}
+
 // One pass over the project; files: the corrected ones, by swath.
 Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files) {
   Project& prj = run.prj;
@@ -58,6 +68,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, std::vecto
     ERROR_MSG("registration or QC failed");
     return Step::failed;
   }
+  if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
   if (!run.cmd.inv_corr || scanned.finished) return Step::on;
   CorrResult corrected;
   if (!DUT_PO_INV_QC_CORR(prj, corr, corrected)) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
@@ -44,6 +45,7 @@ struct ScanResult {
   double overlap = 0;     // m2, covered by at least two
   int nrejected = 0;      // swaths that left the project
   int ncached = 0;        // swaths whose tiles were taken as they stood
+  DUTidx index;           // the project as the displacement file describes it, without pairs
   InterResult inter;      // of the registration, or of the QC run
   bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
 };

@@ -353,5 +353,6 @@ bool SCAN_REG_QC(Project& prj, const ScanParam& par, ScanResult& res) {
   TxtFileOut qclog(true);
   if (!qclog.open(prj.name + "_QC.log", 0)) return false;
   const bool ok = scan_steps(prj, par, qclog, res);
+  if (ok) res.index = make_index(prj, par, res);
   return qclog.close() && ok;
 }

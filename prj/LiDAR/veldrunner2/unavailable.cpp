@@ -85,7 +85,6 @@ const std::vector<Unavailable>& table() {
        {}},
       {"geoid grid", "geoid grids are not read", {"geoid"}, {}, {}},
       {"POF trajectories", "POF files are not read", {}, {"pof_unit", "pof_info"}, {}},
-      {"range effect", "-d_dz governs the flat effect of range bias and of range scale", {}, {"r_dz"}, {}},
       {"order of tiling", "references are always tiled after the mobile swaths", {}, {"tile2"}, {}},
       {"units of reports", "reports are always in metres", {}, {}, {"out_metre"}},
       {"RMS of the geometry", "the check of the geometry always reports its RMS", {}, {}, {"ics_rms"}},

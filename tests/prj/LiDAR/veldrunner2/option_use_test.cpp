@@ -151,7 +151,7 @@ bool is_used(const std::string& field) {
 }
 
 // Options whose readers are under way.
-const std::set<std::string> PENDING = {"agl", "fill"};
+const std::set<std::string> PENDING = {"agl", "fill", "r_dz"};
 // Options that work through others alone.
 const std::set<std::string> BY_OTHERS = {"all"};
 // Options that are read by their name as groups of files.

@@ -1,0 +1,30 @@
+// prj/LiDAR/VR2proc/swath_geometry.h
+// Swaths against their trajectories: mounts, order, samples of the microtiles with position and attitude, check
+// of the geometry.
+// Here:     what every sequence needs behind the synchronisation, and the table of -ics.
+// Not here: the samples themselves (corr_tables.h), the statistics of the check (corr_stat.h).
+#pragma once
+#include <vector>
+
+#include "prj/LiDAR/VR2POsync/VR2POsync.h"
+#include "prj/LiDAR/VR2proc/corr_stat.h"
+#include "prj/LiDAR/VR2proc/corr_tables.h"
+#include "prj/LiDAR/project.h"
+
+struct SwathGeometry {
+  std::vector<SwRot> rot;           // by swath: rotations of the mount
+  std::vector<int> swc;             // swaths with a trajectory, by trajectory file
+  std::vector<InvSamples> samples;  // by swath
+  std::vector<SampleIndex> index;   // by swath
+  ICSresult ics;                    // of the check
+};
+
+struct GeometryParam {
+  bool AROT = false;   // attitudes are rotated by the IMU angles of the mount (-att_imu)
+  bool ICS = true;     // the check (-ics_err or -ics)
+  bool ICS_r = false;  // the table of the check too (-ics)
+};
+
+// Fills g for the swaths that have a trajectory in sync. Logs go beside prj.name. False after an ERROR line.
+[[nodiscard]] bool comp_swath_geometry(const Project& prj, const POsync& sync, const GeometryParam& par,
+                                       SwathGeometry& g);
