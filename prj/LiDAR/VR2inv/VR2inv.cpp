@@ -9,35 +9,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
 namespace {
-constexpr double SPRI_MAX = 400;          // smoothness prior from which on it says nothing
 constexpr double MEAN_SHIFT_MIN = 0.001;  // m, mean drift worth a word
-
-// Prior of a step: what was asked for, or half the RMS that there is to explain.
-xyz step_prior(const InvCalDrift& inv) {
-  if (inv.par.Cpri0 > 0) return {inv.par.Cpri0, inv.par.Cpri0, inv.par.Cpri0};
-  const xyz rms = comp_def_RMS(inv, false);
-  return rms.z == NO_Z ? rms : rms / (2 * inv.par.PriBoost);
-}
-
-void set_smoothness(InvCalDrift& inv) {
-  uint64_t ng = 0;
-  const xyz g = grad_stddev_def(inv, inv.par.dt, -1, ng);
-  if (ng == 0)
-    LOG_LINE("<!> ng=0");
-  else
-    LOG_MSG("Registration data HF drift: " << g.x * 60 << ' ' << g.y * 60 << ' ' << g.z * 60
-                                           << "/sqrt[h] for dt=" << inv.par.dt << " s");
-  inv.Spri = inv.par.Spri;
-  if (inv.par.Spri <= 0) {
-    inv.Spri = static_cast<double>(norm(g)) / inv.par.PriBoost * 60;
-    LOG_MSG("-> IMU Smoothness Prior=" << inv.Spri);
-  }
-  inv.Kreg = 0;
-  if (inv.Spri >= SPRI_MAX || !(inv.Spri > 0))
-    WARNING_MSG("IMU smoothness prior disabled");
-  else
-    inv.Kreg = (60 / inv.Spri) * (60 / inv.Spri);
-}
 
 // One set per combination of external and internal set that occurs.
 void collect_sets(const InvCalDrift& inv, InvResult& res) {
@@ -59,16 +31,15 @@ void collect_sets(const InvCalDrift& inv, InvResult& res) {
   res.CI = any(inv.FI, N_INTERNAL);
 }
 
-void clear_step2(InvCalDrift& inv) {
-  for (SwState& w : inv.sw) {
-    w.Tt.clear();
-    w.At.clear();
-  }
+void show_prior(const InvCalDrift& inv) {
+  const xyz &T = inv.prior.T, A = inv.prior.A * static_cast<float>(DEG);
+  LOG_MSG("-> STEP " << inv.step << " IMU Error Prior=" << T.x << ' ' << T.y << ' ' << T.z);
+  if (inv.drift_att)
+    LOG_MSG("-> STEP " << inv.step << " IMU Attitude Prior=" << A.x << ' ' << A.y << ' ' << A.z);
 }
 
 bool run_step1(InvCalDrift& inv, InvResult& res) {
-  inv.Cpri = step_prior(inv);
-  LOG_MSG("-> STEP 1 IMU Error Prior=" << inv.Cpri.x << ' ' << inv.Cpri.y << ' ' << inv.Cpri.z);
+  show_prior(inv);
   display_init(inv);
   LOG_MSG("IVERSION STEP 1, " << inv.dim << " parameters:");
   if (!invert_RA_Cal_TA(inv)) {
@@ -76,29 +47,61 @@ bool run_step1(InvCalDrift& inv, InvResult& res) {
     return false;
   }
   collect_sets(inv, res);
-  return calib_display(inv, res) && comp_write_STAT_res(inv, res, false);
+  return comp_write_STAT_res(inv, res, false);
+}
+
+// What step 2 replaces, for the case that it fails.
+struct Step1Result {
+  std::vector<SwState> sw;
+  std::vector<Calib> ext_cal, int_cal;
+  Vector<double> x;
+  Image<double> cov;
+  dxyz shift;
+
+  explicit Step1Result(const InvCalDrift& inv)
+      : sw(inv.sw), ext_cal(inv.ext_cal), int_cal(inv.int_cal), x(inv.x), cov(inv.cov), shift(inv.shift) {}
+};
+
+bool restore_step1(InvCalDrift& inv, const Step1Result& old) {
+  if (!init(inv, 1)) return false;
+  inv.sw = old.sw;
+  inv.ext_cal = old.ext_cal;
+  inv.int_cal = old.int_cal;
+  inv.x = old.x;
+  inv.cov = old.cov;
+  inv.shift = old.shift;
+  for (PairState& p : inv.pair) p.res = p.data;
+  if (inv.par.STEP1 && !inv.par.DCC) comp_res(inv);
+  return true;
 }
 
 // False after an ERROR line. A system that can't be solved is a WARNING and leaves the result of step 1.
 bool run_step2(InvCalDrift& inv, InvResult& res) {
   const Stopwatch watch;
+  const Step1Result old(inv);
   if (!init(inv, 2)) return false;
+  inv.shift_base = {0, 0, 0};
+  if (inv.par.STEP1 && inv.par.DCC) {  // the calibration stands, and only what it left is explained
+    for (PairState& p : inv.pair) p.data = p.res;
+    inv.shift_base = old.shift;
+  }
+  for (SwState& w : inv.sw) w.T1 = w.A1 = {0, 0, 0};  // the nodes hold all of the drift
   init_A_int(inv);
   init_A_sw(inv);
   if (inv.par.dt > 0) set_smoothness(inv);
-  inv.Cpri = step_prior(inv);
-  LOG_MSG("-> STEP 2 IMU Error Prior=" << inv.Cpri.x << ' ' << inv.Cpri.y << ' ' << inv.Cpri.z);
+  show_prior(inv);
   display_init(inv);
   if (inv.par.STEP1)
     LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: ");
   else
     LOG_MSG("INVERSION STEP 2, " << inv.dim << " parameters: [STEP 1 SKIPPED]");
   res.step2_ok = invert_RA_HFTA(inv);
-  if (!res.step2_ok) {
-    WARNING_MSG("HF inversion failed, increase prior with -E or time interval with -D");
-    clear_step2(inv);
-  } else {
+  if (res.step2_ok) {
     LOG_MSG("Inversion step 2 successful | " << watch.text());
+    if (inv.FCAL) collect_sets(inv, res);
+  } else {
+    WARNING_MSG("HF inversion failed, increase prior with -E or time interval with -D");
+    if (!restore_step1(inv, old)) return false;
   }
   LOG_LINE("STEP 2 INV_TIME=" << watch.text());
   return true;
@@ -177,20 +180,20 @@ Calib swath_calib(const InvCalDrift& inv, int swath) {
 
 void vec2par(InvCalDrift& inv) {
   LOG_ENTER("vec2par dim=" << inv.dim);
-  const auto add3 = [&](xyz& to, int c, double v) {
+  const auto set3 = [&](xyz& to, int c, double v) {
     float* at[3] = {&to.x, &to.y, &to.z};
-    *at[c] += static_cast<float>(v);
+    *at[c] = static_cast<float>(v);
   };
   if (inv.shift0 >= 0) {
-    inv.shift += {inv.x(inv.shift0), inv.x(inv.shift0 + 1), inv.x(inv.shift0 + 2)};
+    inv.shift = inv.shift_base + dxyz{inv.x(inv.shift0), inv.x(inv.shift0 + 1), inv.x(inv.shift0 + 2)};
     LOG_LINE("vec2par S: " << inv.shift.x << ' ' << inv.shift.y << ' ' << inv.shift.z);
   }
   for (int c = 0; c < N_EXTERNAL; c++)
     for (int set = 0; inv.FE[c] && set < inv.ncalext; set++)
-      add3(c < 3 ? inv.ext_cal[set].L : inv.ext_cal[set].B, c % 3, inv.x(inv.ext0[c] + set));
+      set3(c < 3 ? inv.ext_cal[set].L : inv.ext_cal[set].B, c % 3, inv.x(inv.ext0[c] + set));
   for (int k = 0; k < N_INTERNAL; k++)
     for (int set = 0; inv.FI[k] && set < inv.ncalint; set++)
-      inv.int_cal[set].I(k) += static_cast<float>(inv.x(inv.int0[k] + set));
+      inv.int_cal[set].I(k) = static_cast<float>(inv.x(inv.int0[k] + set));
   for (SwState& w : inv.sw) {
     if (!w.mobile || w.node0 < 0) continue;
     for (int node = 0; node < w.nt; node++) {
@@ -198,14 +201,14 @@ void vec2par(InvCalDrift& inv) {
       xyz& A = inv.step == 1 ? w.A1 : w.At(node);
       const int entry = inv.node_entry(w.node0 + node);
       for (int c = 0; c < 3; c++) {
-        if (inv.FD[c]) add3(T, c, inv.x(entry + c));
-        if (inv.FD[3 + c]) add3(A, c, inv.x(entry + 3 + c));
+        if (inv.FD[c]) set3(T, c, inv.x(entry + c));
+        if (inv.FD[3 + c]) set3(A, c, inv.x(entry + 3 + c));
       }
     }
   }
 }
 
-bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, InvResult& res) {
+bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& par, InvResult& res) {
   LOG_ENTER("inv_CalTAWarp name='" << name << "' nsw=" << in.swaths.size() << " nint=" << in.pairs.size()
                                    << " dt=" << par.dt << " Cpri0=" << par.Cpri0 << " Spri=" << par.Spri
                                    << " PriBoost=" << par.PriBoost << " Umax=" << par.Umax
@@ -221,19 +224,24 @@ bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, I
   init_A_sw(inv);
   LOG_LINE("INV INIT TIME=" << watch.text());
   res.def_rms = comp_def_RMS(inv, false);
+  init_prior(inv);
+  init_weights(inv);
 
+  const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;
+  const bool after_calibration = par.DCC && par.STEP1;  // step 1 had no drift: constants at least
+  const bool step2 = drift_wanted && ((par.HF && par.dt > 0) || after_calibration);
+  const bool cal_in_step1 = !step2 || after_calibration;
   if (par.STEP1) {
-    if (!run_step1(inv, res)) return false;
+    if (!run_step1(inv, res) || (cal_in_step1 && !calib_display(inv, res))) return false;
   } else {
     collect_sets(inv, res);  // zeros for all swaths
     res.CL = res.CB = res.CI = false;
   }
-  const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;
-  const bool after_calibration = par.DCC && par.STEP1;  // step 1 had no drift: constants at least
-  if (drift_wanted && ((par.HF && par.dt > 0) || after_calibration)) {
+  if (step2) {
     if (!run_step2(inv, res)) return false;
     if (res.step2_ok) comp_corr_RMS_def(inv, false, res.def_rms);
   }
+  if (par.STEP1 && !cal_in_step1 && !calib_display(inv, res)) return false;
   res.has_shift = inv.ShiftRef;
   res.shift = inv.shift;
   if (res.has_shift)
@@ -242,7 +250,7 @@ bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, I
   collect_drift(inv, res);
   if (inv.drift) comp_corr_RMS_def(inv, true, res.def_rms);
   LOG_MSG("RESIDUAL STATISTICS");
-  if (!comp_write_STAT_res(inv, res, par.residual_stat)) return false;
+  if (!comp_write_STAT_res(inv, res, par.residual_stat) || !write_rejected(inv)) return false;
   LOG_LINE("/// TOTAL_INV_TIME=" << watch.text());
   return true;
 }

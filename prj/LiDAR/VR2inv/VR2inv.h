@@ -21,8 +21,8 @@ struct InvPair {           // one registered pair; all vectors of length np
   int pair = -1;           // number in the logs; -1: the place in the list
   uint64_t nfull = 0;      // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
   Vector<dxyz> P;          // position of each vector, m
-  Vector<xyz> Def;         // displacement, m: position in sw1 less that in sw2. Becomes the residual
-  Vector<xyz> Unc;         // standard deviations, m. Becomes the precisions 1/m2, 0 for vectors not used
+  Vector<xyz> Def;         // displacement, m: position in sw1 less that in sw2
+  Vector<xyz> Unc;         // its standard deviations, m
   Vector<double> t1, t2;   // times in sw1, sw2; the same base as the trajectories
   Vector<dxyz> O1, O2;     // trajectory positions at these times; (1000, 1000, -9999) when there is none
   Vector<xyz> Att1, Att2;  // attitudes, degrees
@@ -48,7 +48,7 @@ struct InvSwath {      // one swath, by swath number
 
 struct InvInput {
   std::vector<InvSwath> swaths;
-  std::vector<InvPair> pairs;  // overwritten by the inversion: residuals and precisions
+  std::vector<InvPair> pairs;
   Vector<xyz> shift0;  // initial shift already subtracted from the displacements per pair; may be empty
   float GSD = 1;       // m, grid spacing: uncertainty limits are multiples of it
 };
@@ -82,9 +82,9 @@ struct InvParam {
   int FA = 0;             // attitude mode (-fav_att): 0 symmetric, 1 favour attitude, 2 position
 
   // Priors.
-  float Cpri0 = 0;     // m, IMU error prior (-imu_err); 0: from the data
-  float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: from the data
-  float PriBoost = 1;  // divides priors from the data (-abs2rel)
+  float Cpri0 = 0;     // m, IMU error prior (-imu_err); 0: a good INS, or more when the data show it
+  float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: a correlation time of 60 s
+  float PriBoost = 1;  // divides the priors that are not given (-abs2rel)
   bool Epri = true;    // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
   bool RMS95 = false;  // RMS for priors of the central 95% alone, without the factor 1/0.84 (-rms_all 0)
 
@@ -96,6 +96,8 @@ struct InvParam {
   int REFC = 1;      // pairs with a reference: 0 none, 1 all, 2 only these (-corr_ref)
   int UADJ = 0;  // uncertainty adjustment (-unc_adj): 0 none, 1 when significant, 2 only upward replacement,
                  // 3 always, 4 as 1 with a second round in step 2
+
+  bool robust = true;  // weigh vectors by their residuals against the model (-robust)
 
   bool residual_stat = true;  // write the residual statistics "_inv_stat.log"
 };
@@ -116,14 +118,15 @@ struct InvResult {
   dxyz shift = {0, 0, 0};       // global shift of the mobile swaths to the reference data (ShiftRef)
   bool has_shift = false;
 
-  // Step 1 without drift: standard deviations and correlations of the parameters, in the order of cal_names.
+  // Standard deviations and correlations of the calibration (and the global shift), in the order of cal_names.
   std::vector<std::string> cal_names;
   Vector<double> cal_sigma;  // m, rad; empty when not available
   Image<double> cal_corr;
 
   xyz def_rms = {0, 0, 0};  // m, weighted RMS of the displacements used
   xyz res_rms = {0, 0, 0};  // m, and of their residuals
-  xyz chi = {0, 0, 0};      // sqrt(chi2/n) of the residuals
+  xyz chi = {0, 0, 0};      // sqrt(chi2/n) of the residuals, by the precisions in use
+  xyz scale = {1, 1, 1};    // residuals in units of the uncertainties, robust; 1 without robust weights
   int npair_used = 0;
   uint64_t nvec_used = 0;
   bool step2_ok = false;  // time-dependent drift found
@@ -133,4 +136,5 @@ struct InvResult {
 // "_inv_stat.log",
 // "_int_rej.log"); empty for none. False after an ERROR line. A failed step 2 is a WARNING: the result of
 // step 1 stands.
-[[nodiscard]] bool inv_CalTAWarp(const std::string& name, InvInput& in, const InvParam& par, InvResult& res);
+[[nodiscard]] bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& par,
+                                 InvResult& res);

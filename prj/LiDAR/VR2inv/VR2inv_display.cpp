@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -83,16 +84,21 @@ void put_cov(std::ostream& os, const InvResult& res) {
   }
 }
 
+// In the order of x. With several sets of a kind the set's number follows.
 void name_parameters(const InvCalDrift& inv, InvResult& res) {
+  const auto put = [&](const std::string& name, int nset) {
+    for (int set = 0; set < nset; set++)
+      res.cal_names.push_back(nset > 1 ? name + "_" + std::to_string(set) : name);
+  };
   for (int c = 0; c < N_EXTERNAL; c++)
-    if (inv.FE[c]) res.cal_names.push_back(std::string(1, EXT_LETTERS[c]));
+    if (inv.FE[c]) put(std::string(1, EXT_LETTERS[c]), inv.ncalext);
   for (int k = 0; k < N_INTERNAL; k++)
-    if (inv.FI[k]) res.cal_names.push_back("I" + std::to_string(k + 1));
+    if (inv.FI[k]) put("I" + std::to_string(k + 1), inv.ncalint);
   if (inv.ShiftRef)
     for (const char* name : {"SX", "SY", "SZ"}) res.cal_names.push_back(name);
 }
 
-// Standard deviations and correlations from the covariance of the dense path.
+// Standard deviations and correlations from the covariance.
 void comp_correlations(const InvCalDrift& inv, InvResult& res) {
   const int n = inv.cov.xsize();
   name_parameters(inv, res);
@@ -119,21 +125,29 @@ void warn_correlations(const InvResult& res) {
   if (ntoohigh > 0) ERROR_MSG(ntoohigh << " calibration correlation coefficients > 0.95");
 }
 
+// Uncertainty of row c of the table for the calibration set of a swath.
+double sigma_of(const InvCalDrift& inv, const InvResult& res, int swath, int c) {
+  const SwState& w = inv.sw[swath];
+  if (c < N_EXTERNAL) return w.ext_on ? res.cal_sigma(inv.ext0[c] + w.ext_set) * in_degrees(c) : 0;
+  return res.cal_sigma(inv.int0[c - N_EXTERNAL] + w.int_set);
+}
+
 void show_table(const InvCalDrift& inv, const InvResult& res) {
   constexpr size_t MAX_COLUMNS = 8;  // more sets stand in the file only
   const size_t nset = std::min(res.calib.size(), MAX_COLUMNS);
-  int unknown = 0;
   for (int c = 0; c < N_EXTERNAL + N_INTERNAL; c++) {
     if (!(c < N_EXTERNAL ? inv.FE[c] : inv.FI[c - N_EXTERNAL])) continue;
-    const std::string label =
-        c < N_EXTERNAL ? ROW_LABELS[c] : "I" + std::to_string(c - N_EXTERNAL + 1) + "       ";
-    std::string line = label, unc = "UNC        ";
-    for (size_t s = 0; s < nset; s++)
-      line += number(c < 3 ? " %10.4f" : " %10.6f", value_of(res.calib[s], c) * in_degrees(c));
+    std::string line = c < N_EXTERNAL ? ROW_LABELS[c] : "I" + std::to_string(c - N_EXTERNAL + 1) + "       ";
+    std::string unc = "UNC      ";
+    const char* format = c < 3 ? " %10.4f" : " %10.6f";
+    for (size_t set = 0; set < nset; set++) {
+      line += number(format, value_of(res.calib[set], c) * in_degrees(c));
+      const auto sw = std::find(res.sw2cal.begin(), res.sw2cal.end(), static_cast<int>(set));
+      if (!res.cal_sigma.empty() && sw != res.sw2cal.end())
+        unc += number(format, sigma_of(inv, res, static_cast<int>(sw - res.sw2cal.begin()), c));
+    }
     LOG_MSG(line);
-    if (res.cal_sigma.size() > static_cast<uint64_t>(unknown))
-      LOG_MSG(unc << number(c < 3 ? "%10.4f" : "%10.6f", res.cal_sigma(unknown) * in_degrees(c)));
-    unknown++;
+    if (!res.cal_sigma.empty()) LOG_MSG(unc);
   }
 }
 

@@ -14,10 +14,9 @@
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 
 constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};  // m2, added to variances
-constexpr xyz ATT_PRIOR = {0.2f, 0.2f, 0.4f};     // degrees, roll pitch yaw
-constexpr double ATT_PRIOR_UNIT = 3282.80713;     // (degrees per radian) squared
 constexpr double DEG = 57.2957795131;
 constexpr int N_EXTERNAL = 6;
+constexpr int COV_MAX = 60;  // calibration parameters up to which their covariance is of use
 constexpr int MAX_SLOT =
     2 * (N_EXTERNAL + N_INTERNAL + 6) + 3;  // most parameters that one vector touches in step 1
 
@@ -39,15 +38,32 @@ struct SwState {
   Vector<xyz> Tt, At;  // drift of step 2 alone
 };
 
-struct PairState {
+struct PairState {         // vectors are those of the pair
   bool use = false;        // passed the filters and has accepted vectors
+  bool rejected = false;   // passed the filters, but no vector did
   bool samegrpfl = false;  // same group and flight line
   uint64_t nok = 0;        // accepted vectors
+  Vector<xyz> data;        // m, what the step explains: displacements less the initial shift
+  Vector<xyz> res;         // m, residuals of the latest solve
+  Vector<xyz> W0;          // 1/m2, precisions by the uncertainties; 0 for vectors not used
+  Vector<xyz> W;           // 1/m2, precisions in use: W0 by scale and robust weight
+  Vector<float> weight;    // robust weights, 0 to 1
+  dxyz floor = {0, 0, 0};  // m2, added to all variances of the pair
+  dxyz scale = {1, 1, 1};  // residuals in units of the uncertainties, robust
+  double down = 0;         // share of vectors with hardly any weight
   AttCols A[2];            // for the first and the second swath
 };
 
+// What is expected of the drift before the data speak: a process with these standard deviations and this
+// correlation time, per component.
+struct DriftPrior {
+  xyz T = {0, 0, 0};  // m
+  xyz A = {0, 0, 0};  // rad
+  double rate = 0;    // m/sqrt(h), change of position: Spri. 0: nodes do not know of each other
+};
+
 struct InvCalDrift {
-  InvInput& in;
+  const InvInput& in;
   const InvParam& par;
   std::string name;
   int nsw = 0, nint = 0;
@@ -75,16 +91,21 @@ struct InvCalDrift {
   int TAstride = 3;
   int nTA = 0, nTAnd = 0;  // nodes of all swaths, and without those that lines share
 
-  Vector<double> x;                     // parameters of the latest solve
-  xyz Cpri = {0, 0, 0};                 // m, prior in use
-  double Spri = 0, Kreg = 0;            // m/sqrt(h); 1/m2 s
+  Vector<double> x;  // parameters of the latest solve
+  DriftPrior prior;
+  xyz Ccal = {0, 0, 0};                 // m, effect on the surface that a calibration parameter may have
+  dxyz corr_len = {1, 1, 1};            // vectors that count as one, since their errors go together
+  bool weighted = false;                // robust weights have been found
+  bool want_cov = false;                // the next solve gives cov
   std::vector<Calib> ext_cal, int_cal;  // by set, from step 1
-  dxyz shift = {0, 0, 0};               // sum over the steps
-  Image<double> cov;                    // step 1, dense path
+  dxyz shift = {0, 0, 0};               // global
+  dxyz shift_base = {0, 0, 0};          // part of it that an earlier step holds
+  Vector<double> post;                  // variances of all parameters; empty for large systems
+  Image<double> cov;                    // of the first dimcal parameters
   uint64_t nvec_used = 0;
   int npair_used = 0;
 
-  InvCalDrift(InvInput& input, const InvParam& param, const std::string& base)
+  InvCalDrift(const InvInput& input, const InvParam& param, const std::string& base)
       : in(input),
         par(param),
         name(base),
@@ -95,12 +116,12 @@ struct InvCalDrift {
         ShiftRef(param.ShiftRef) {}
   int node_entry(int node) const { return dimcal + TAstride * node; }
   double dt() const { return step == 2 ? par.dt : 0.0; }
-  bool dense_path() const { return !drift && ncalext <= 1 && ncalint <= 1; }
 };
 
 struct PairChi {         // residuals of a pair against their precisions, per axis
   dxyz c = {0, 0, 0};    // sqrt(chi2/n)
   dxyz rms = {0, 0, 0};  // m
+  double n = 0;          // vectors by their robust weights
 };
 
 inline double axis(const xyz& v, int c) { return c == 0 ? v.x : c == 1 ? v.y : v.z; }
@@ -120,7 +141,34 @@ xyz comp_def_RMS(const InvCalDrift& inv, bool remove_mean);        // (1000, 100
 // Change of the displacements along time, m/sqrt(s), between neighbouring bins of width dt, of one pair or
 // all (k < 0). ng: differences that were found; 0 gives zeros.
 xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng);
+
+// Robust weights and residual scales (VR2inv_robust.cpp). Without par.robust weights and scales stay 1.
+void init_weights(InvCalDrift& inv);   // W before the first solve
+void comp_weights(InvCalDrift& inv);   // scales, weights and W from the residuals
+void apply_weights(InvCalDrift& inv);  // W from W0, scales, weights and corr_len
+void comp_corr_len(InvCalDrift& inv);  // corr_len and W from the residuals
 std::vector<PairChi> comp_chi(const InvCalDrift& inv);
+dxyz comp_res_scale(const InvCalDrift& inv);  // geometric mean of the pairs' scales, by their vectors
+// Solves and weighs in turn until residuals stand still. residuals returns the RMS of their change, m.
+[[nodiscard]] bool solve_reweighted(InvCalDrift& inv, bool (*solve)(InvCalDrift&),
+                                    double (*residuals)(InvCalDrift&));
+
+// Priors of drift (VR2inv_prior.cpp).
+void init_prior(InvCalDrift& inv);
+bool fit_prior(InvCalDrift& inv);  // to the constants that step 1 found; false once it stands still
+// Variance of a line's mean drift in units of the drift's, by the line's time (s).
+double line_var(const InvCalDrift& inv, double T);
+void set_smoothness(InvCalDrift& inv);
+dxyz prior_prec_T(const InvCalDrift& inv);           // 1/m2
+dxyz prior_prec_A(const InvCalDrift& inv);           // 1/rad2
+Vector<double> calib_prior(const InvCalDrift& inv);  // diagonal of the first dimcal parameters
+// A component of drift along a line is a process with exponential correlation. Its prior is the sum of
+// inner x_k^2 (outer at both ends) and step (x_k+1 - x_k)^2.
+struct NodePrior {
+  double inner, outer, step;
+};
+// c: component, position x y z, roll pitch yaw; Dt: s between nodes.
+NodePrior comp_NodePrior(const InvCalDrift& inv, int c, double Dt);
 
 // Rows of step 1 (VR2inv_rows.cpp): the parameters that the vectors of a pair touch, and their columns.
 struct PairSlots {
@@ -129,33 +177,36 @@ struct PairSlots {
   int ext[2][N_EXTERNAL];  // slot of each column per side; -1 for none
   int intl[2][N_INTERNAL];
   int ta[2][6];
+  bool drift = true;
   int shift = -1;  // first of three slots
   double shift_sign = 0;
 };
 struct PairRow {
   double cx[MAX_SLOT], cy[MAX_SLOT], cz[MAX_SLOT];  // columns of J2 - J1, by slot
 };
-PairSlots make_slots(const InvCalDrift& inv, int k);
+PairSlots make_slots(const InvCalDrift& inv, int k, bool drift);  // drift: with one node a line
 void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i, PairRow& row);
 
 // Step 1 (VR2inv_step1.cpp).
 [[nodiscard]] bool invert_Cal_TA(InvCalDrift& inv);
-void comp_res(InvCalDrift& inv);  // d := d - (J2 x - J1 x)
+double comp_res(InvCalDrift& inv);  // res := data - (J2 x - J1 x). Returns the RMS of the change, m
 [[nodiscard]] bool invert_RA_Cal_TA(InvCalDrift& inv);
 
 // Step 2 (VR2inv_step2.cpp).
 [[nodiscard]] bool invert_HFTA(InvCalDrift& inv);
-void comp_res_TA(InvCalDrift& inv);
+double comp_res_TA(InvCalDrift& inv);
 [[nodiscard]] bool invert_RA_HFTA(InvCalDrift& inv);
 
-// Adds one solve to the results: step 1 adds to sets, T1 and A1, step 2 to Tt and At; both to the global
-// shift.
+// Takes the results of the latest solve: calibration sets and global shift, T1 and A1 in step 1, Tt and At in
+// step 2.
 void vec2par(InvCalDrift& inv);
 
 // Words and files (VR2inv_display.cpp, VR2inv_stat.cpp).
 void display_init(const InvCalDrift& inv);
 [[nodiscard]] bool calib_display(const InvCalDrift& inv, InvResult& res);
 [[nodiscard]] bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file);
+// "_int_rej.log": pairs of which no vector, or not enough of them, took part; no file without such a pair.
+[[nodiscard]] bool write_rejected(const InvCalDrift& inv);
 void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms);
 
 // Calibration values of a swath in the units of Calib; zeros for what is off.

@@ -4,8 +4,6 @@
 #include <vector>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
-#include "lib/general/txtfile.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
 namespace {
@@ -44,9 +42,9 @@ bool passes_filters(const InvCalDrift& inv, int k) {
   return inv.par.GRPC == 1 || (inv.par.GRPC == 0 ? same : !same);
 }
 
-// Turns uncertainties into precisions; rejected vectors get 0.
+// Displacements less the initial shift, and precisions from the uncertainties; rejected vectors get 0.
 void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
-  InvPair& p = inv.in.pairs[k];
+  const InvPair& p = inv.in.pairs[k];
   PairState& state = inv.pair[k];
   const uint64_t np = p.P.size();
   const InvSwath &a = inv.in.swaths[p.sw1], &b = inv.in.swaths[p.sw2];
@@ -60,8 +58,6 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
   state.nok = 0;
   for (uint64_t i = 0; i < np; i++) {
     const xyz U = p.Unc.val[i];
-    xyz& W = p.Unc.val[i];
-    W = {0, 0, 0};
     count.n++;
     // The negated tests turn down what isn't a number, too.
     if (!all_below(U, limits.x))
@@ -76,30 +72,17 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
       const auto prec = [thin](float u, float floor) {
         return static_cast<float>(thin / (static_cast<double>(u) * u + floor));
       };
-      W = {prec(U.x, VAR_FLOOR.x), prec(U.y, VAR_FLOOR.y), prec(U.z, VAR_FLOOR.z)};
-      p.Def.val[i] -= shift0;
+      state.W0.val[i] = {prec(U.x, VAR_FLOOR.x), prec(U.y, VAR_FLOOR.y), prec(U.z, VAR_FLOOR.z)};
+      state.data.val[i] = p.Def.val[i] - shift0;
       state.nok++;
       count.sum2 +=
           {static_cast<double>(U.x) * U.x, static_cast<double>(U.y) * U.y, static_cast<double>(U.z) * U.z};
     }
   }
+  state.W = state.W0;
+  state.res = state.data;
   count.nok += state.nok;
   if (reference) count.nref += state.nok;
-}
-
-bool write_rejected(const InvCalDrift& inv, const std::vector<int>& rejected) {
-  const std::string name = inv.name + "_int_rej.log", part = name + ".part";
-  TxtFileOut out(true);
-  if (!out.open(part, 0)) return false;
-  out.fs << "Pair# Swath#1 Swath#2\n";
-  for (int k : rejected) {
-    const InvPair& p = inv.in.pairs[k];
-    out.fs << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2 << '\n';
-  }
-  if (!out.close()) return false;
-  if (rename_file(part, name)) return true;
-  ERROR_MSG("could not write file " << name);
-  return false;
 }
 
 void check_sizes(const InvInput& in) {
@@ -116,7 +99,7 @@ void check_sizes(const InvInput& in) {
   }
 }
 
-void report(const InvCalDrift& inv, const PrecCount& c, size_t nrejected) {
+void report(const InvCalDrift& inv, const PrecCount& c, int nrejected) {
   const int nint = inv.nint, nused = nint - c.nfiltered;
   const bool different_out = inv.par.GRPC == 0;
   if (c.nadjusted > 0)
@@ -155,16 +138,18 @@ bool init_prec(InvCalDrift& inv) {
   const xyz limits = xyz{inv.par.Umax, inv.par.XUmax, inv.par.XFUmax} * inv.in.GSD;
   LOG_LINE("scaled*GSD Umax=" << limits.x << " XUmax=" << limits.y << " XFUmax=" << limits.z);
   PrecCount count;
-  std::vector<int> rejected;
+  int nrejected = 0;
   for (int k = 0; k < inv.nint; k++) {
     const InvPair& p = inv.in.pairs[k];
     const InvSwath &a = inv.in.swaths[p.sw1], &b = inv.in.swaths[p.sw2];
     PairState& state = inv.pair[k];
     state.samegrpfl = a.group == b.group && a.fl == b.fl;
+    state.data.resize(p.P.size(), xyz{0, 0, 0});
+    state.W0.resize(p.P.size(), xyz{0, 0, 0});
+    state.weight.resize(p.P.size(), 1.f);
     if (!passes_filters(inv, k)) {
       count.nfiltered++;
       state.use = false;
-      for (xyz& W : inv.in.pairs[k].Unc) W = {0, 0, 0};
       continue;
     }
     pair_prec(inv, k, limits, count);
@@ -173,11 +158,12 @@ bool init_prec(InvCalDrift& inv) {
       count.nint_ok++;
     } else {
       LOG_LINE("<!> npt=0 pair " << k);
-      rejected.push_back(k);
+      state.rejected = true;
+      nrejected++;
     }
   }
-  if (!rejected.empty() && !inv.name.empty() && !write_rejected(inv, rejected)) return false;
-  report(inv, count, rejected.size());
+  if (!write_rejected(inv)) return false;
+  report(inv, count, nrejected);
   inv.nvec_used = count.nok;
   inv.npair_used = count.nint_ok;
   if (count.nok == 0) {
@@ -189,29 +175,6 @@ bool init_prec(InvCalDrift& inv) {
     inv.ShiftRef = false;
   }
   return true;
-}
-
-std::vector<PairChi> comp_chi(const InvCalDrift& inv) {
-  std::vector<PairChi> chi(inv.nint);
-  for (int k = 0; k < inv.nint; k++) {
-    if (!inv.pair[k].use) continue;
-    const InvPair& p = inv.in.pairs[k];
-    for (uint64_t i = 0; i < p.P.size(); i++) {
-      const xyz &W = p.Unc.val[i], &d = p.Def.val[i];
-      if (!(W.x > 0)) continue;
-      const dxyz d2 = {static_cast<double>(d.x) * d.x, static_cast<double>(d.y) * d.y,
-                       static_cast<double>(d.z) * d.z};
-      chi[k].c += {W.x * d2.x, W.y * d2.y, W.z * d2.z};
-      chi[k].rms += d2;
-    }
-    const double n = static_cast<double>(inv.pair[k].nok);
-    const auto root = [n](dxyz v) {
-      return dxyz{std::sqrt(v.x / n), std::sqrt(v.y / n), std::sqrt(v.z / n)};
-    };
-    chi[k].c = root(chi[k].c);
-    chi[k].rms = root(chi[k].rms);
-  }
-  return chi;
 }
 
 bool adj_prec(InvCalDrift& inv, const std::vector<PairChi>& chi) {
@@ -231,7 +194,7 @@ bool adj_prec(InvCalDrift& inv, const std::vector<PairChi>& chi) {
       else if (1.0 / W < rms * rms)
         W = static_cast<float>(1.0 / (rms * rms));
     };
-    for (xyz& W : inv.in.pairs[k].Unc) {
+    for (xyz& W : inv.pair[k].W0) {
       if (!(W.x > 0)) continue;
       adjust(W.x, c.x, chi[k].rms.x);
       adjust(W.y, c.y, chi[k].rms.y);
@@ -252,9 +215,9 @@ double def_RMS_T95(const InvCalDrift& inv, int c, double mean, double& CI95) {
   const auto each = [&](auto&& f) {
     for (int k = 0; k < inv.nint; k++) {
       if (!inv.pair[k].use) continue;
-      const InvPair& p = inv.in.pairs[k];
-      for (uint64_t i = 0; i < p.P.size(); i++)
-        if (p.Unc.val[i].x > 0) f(axis(p.Def.val[i], c) - mean, axis(p.Unc.val[i], c));
+      const PairState& p = inv.pair[k];
+      for (uint64_t i = 0; i < p.W.size(); i++)
+        if (p.W.val[i].x > 0) f(axis(p.res.val[i], c) - mean, axis(p.W.val[i], c));
     }
   };
   each([&](double d, double) { mag.push_back(static_cast<float>(std::fabs(d))); });
@@ -274,9 +237,9 @@ dxyz def_mean(const InvCalDrift& inv) {
   dxyz sum = {0, 0, 0}, weight = {0, 0, 0};
   for (int k = 0; k < inv.nint; k++) {
     if (!inv.pair[k].use) continue;
-    const InvPair& p = inv.in.pairs[k];
-    for (uint64_t i = 0; i < p.P.size(); i++) {
-      const xyz &d = p.Def.val[i], &W = p.Unc.val[i];
+    const PairState& p = inv.pair[k];
+    for (uint64_t i = 0; i < p.W.size(); i++) {
+      const xyz &d = p.res.val[i], &W = p.W.val[i];
       sum += {static_cast<double>(W.x) * d.x, static_cast<double>(W.y) * d.y, static_cast<double>(W.z) * d.z};
       weight += to_dxyz(W);
     }
@@ -317,7 +280,7 @@ xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng) {
       const Vector<double>& t = side == 0 ? p.t1 : p.t2;
       std::map<int64_t, Bin> bins;
       for (uint64_t i = 0; i < p.P.size(); i++) {
-        const xyz &d = p.Def.val[i], &W = p.Unc.val[i];
+        const xyz &d = inv.pair[pk].res.val[i], &W = inv.pair[pk].W.val[i];
         if (!(W.x > 0)) continue;
         Bin& b = bins[static_cast<int64_t>(std::floor((t.val[i] - inv.in.swaths[s].tmin) / dt))];
         b.sum +=

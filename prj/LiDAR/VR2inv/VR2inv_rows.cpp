@@ -17,10 +17,11 @@ void add(PairRow& row, int slot, double sign, const xyz& col) {
 }
 }  // namespace
 
-PairSlots make_slots(const InvCalDrift& inv, int k) {
+PairSlots make_slots(const InvCalDrift& inv, int k, bool drift) {
   const InvPair& p = inv.in.pairs[k];
   const InvSwath &a = inv.in.swaths[p.sw1], &b = inv.in.swaths[p.sw2];
   PairSlots slots;
+  slots.drift = drift;
   const bool ext_ok = !inv.par.CALR || a.group == b.group;
   for (int side = 0; side < 2; side++) {
     const SwState& s = inv.sw[side == 0 ? p.sw1 : p.sw2];
@@ -31,7 +32,7 @@ PairSlots make_slots(const InvCalDrift& inv, int k) {
       slots.intl[side][c] = s.mobile && inv.FI[c] ? slot_of(slots, inv.int0[c] + s.int_set) : -1;
     for (int c = 0; c < 6; c++)
       slots.ta[side][c] =
-          s.mobile && s.node0 >= 0 && inv.FD[c] ? slot_of(slots, inv.node_entry(s.node0) + c) : -1;
+          drift && s.mobile && s.node0 >= 0 && inv.FD[c] ? slot_of(slots, inv.node_entry(s.node0) + c) : -1;
   }
   if (inv.ShiftRef && a.fixed != b.fixed) {
     slots.shift_sign = a.fixed ? 1 : -1;
@@ -62,7 +63,7 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
     add(row, slots.ta[side][0], sign, {1, 0, 0});
     add(row, slots.ta[side][1], sign, {0, 1, 0});
     add(row, slots.ta[side][2], sign, {0, 0, 1});
-    if (inv.drift_att) {
+    if (inv.drift_att && slots.drift) {
       const AttCols& A = inv.pair[k].A[side];
       add(row, slots.ta[side][3], sign, A.r.val[i]);
       add(row, slots.ta[side][4], sign, A.p.val[i]);

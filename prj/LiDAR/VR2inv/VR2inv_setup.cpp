@@ -13,9 +13,11 @@ void set_flags(InvCalDrift& inv, int step) {
   const bool ext[N_EXTERNAL] = {p.Fx, p.Fy, p.Fz, p.Fw, p.Fp, p.Fk};
   const bool dri[6] = {p.Ftx, p.Fty, p.Ftz, p.Faw, p.Fap, p.Fak};
   inv.FCAL = inv.drift = inv.drift_att = inv.hasfx = false;
-  for (int k = 0; k < N_EXTERNAL; k++) inv.FCAL |= inv.FE[k] = ext[k] && step == 1;
+  // Step 2 finds the calibration once more, beside the drift; not when drift comes after calibration.
+  const bool cal = step == 1 || (p.STEP1 && !p.DCC);
+  for (int k = 0; k < N_EXTERNAL; k++) inv.FCAL |= inv.FE[k] = ext[k] && cal;
   for (int k = 0; k < N_INTERNAL; k++)
-    inv.FCAL |= inv.FI[k] = p.FE[k] && step == 1 && (k < N_INTERNAL - 1 || p.CALINTGEN);
+    inv.FCAL |= inv.FI[k] = p.FE[k] && cal && (k < N_INTERNAL - 1 || p.CALINTGEN);
   for (int k = 0; k < 6; k++) {
     inv.FD[k] = dri[k] && !(step == 1 && p.DCC);
     inv.drift |= inv.FD[k];
@@ -133,7 +135,7 @@ bool init(InvCalDrift& inv, int step) {
       w.Tt.resize(w.nt, xyz{0, 0, 0});
       w.At.resize(w.nt, xyz{0, 0, 0});
     }
-  if (step == 1) {
+  if (inv.step == 1) {
     inv.ext_cal.assign(std::max(1, inv.ncalext), Calib{});
     inv.int_cal.assign(std::max(1, inv.ncalint), Calib{});
   }
@@ -180,7 +182,8 @@ bool check_mem_init(const InvCalDrift& inv) {
     nsample += s.samples.P.size();
     nmtm = std::max(nmtm, s.samples.P.size());
   }
-  const uint64_t per_vec = sizeof(dxyz) * 3 + sizeof(xyz) * 4 + sizeof(double) * 2, per_sample = 68;
+  const uint64_t per_vec = sizeof(dxyz) * 3 + sizeof(xyz) * 8 + sizeof(double) * 2 + sizeof(float),
+                 per_sample = 68;
   const uint64_t att = inv.drift_att ? 3 * sizeof(xyz) : 0;
   const double MB =
       static_cast<double>(nvec * (per_vec + 2 * att) + nsample * (per_sample + att)) / 1048576.0;

@@ -1,5 +1,6 @@
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -9,18 +10,24 @@
 
 namespace {
 struct ResStat {
-  StatXYZ stat;
-  dxyz chi2 = {0, 0, 0};
-  void add(const xyz& d, const xyz& W) {
-    const dxyz v = to_dxyz(d);
-    stat.add(v);
-    chi2 += {W.x * v.x * v.x, W.y * v.y * v.y, W.z * v.z * v.z};
-  }
+  StatXYZ stat;            // of all vectors used, whatever their weights
+  dxyz chi2 = {0, 0, 0};   // by the weights
+  double n = 0, down = 0;  // vectors by their weights; vectors put aside
   dxyz chi() const {
-    const double n = std::fmax(1, static_cast<double>(stat.n));
-    return {std::sqrt(chi2.x / n), std::sqrt(chi2.y / n), std::sqrt(chi2.z / n)};
+    const double m = std::fmax(1, n);
+    return {std::sqrt(chi2.x / m), std::sqrt(chi2.y / m), std::sqrt(chi2.z / m)};
   }
 };
+
+ResStat pair_stat(const PairState& p, const PairChi& chi) {
+  ResStat r;
+  for (uint64_t i = 0; i < p.W0.size(); i++)
+    if (p.W0.val[i].x > 0) r.stat.add(to_dxyz(p.res.val[i]));
+  r.chi2 = dxyz{chi.c.x * chi.c.x, chi.c.y * chi.c.y, chi.c.z * chi.c.z} * chi.n;
+  r.n = chi.n;
+  r.down = p.down * static_cast<double>(p.nok);
+  return r;
+}
 
 std::string text(const dxyz& v) { return LOG_STR(v.x << ' ' << v.y << ' ' << v.z); }
 
@@ -37,7 +44,9 @@ void put_pair(std::ostream& os, const InvCalDrift& inv, int k, const ResStat& r)
   put_xyz(os, r.chi());
   os << "  ";
   put_xyz(os, hf);
-  os << '\n';
+  os << "  ";
+  put_xyz(os, inv.pair[k].scale);
+  os << "  " << 100 * inv.pair[k].down << '\n';
 }
 
 void put_total(std::ostream& os, int npair, const ResStat& r) {
@@ -52,6 +61,28 @@ void put_total(std::ostream& os, int npair, const ResStat& r) {
 }
 }  // namespace
 
+bool write_rejected(const InvCalDrift& inv) {
+  if (inv.name.empty()) return true;
+  constexpr double MANY = 0.25;  // share of vectors put aside that makes a pair worth a look
+  std::vector<int> pairs;
+  for (int k = 0; k < inv.nint; k++)
+    if (inv.pair[k].rejected || inv.pair[k].down > MANY) pairs.push_back(k);
+  if (pairs.empty()) return true;
+  const std::string name = inv.name + "_int_rej.log", part = name + ".part";
+  TxtFileOut out(true);
+  if (!out.open(part, 0)) return false;
+  out.fs << "Pair# Swath#1 Swath#2 Down%\n";
+  for (int k : pairs) {
+    const InvPair& p = inv.in.pairs[k];
+    out.fs << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2 << ' '
+           << (inv.pair[k].rejected ? 100 : 100 * inv.pair[k].down) << '\n';
+  }
+  if (!out.close()) return false;
+  if (rename_file(part, name)) return true;
+  ERROR_MSG("could not write file " << name);
+  return false;
+}
+
 bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file) {
   const std::string name = inv.name + "_inv_stat.log", part = name + ".part";
   write_file = write_file && !inv.name.empty();
@@ -61,20 +92,19 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
     LOG_MSG("Writing inversion stats " << name);
     if (!out.open(part, 0)) return false;
     out.fs << "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts "
-              "Sqrt(Chi2/n){X Y Z} "
-              "HFDrift{X Y Z}\n";
+              "Sqrt(Chi2/n){X Y Z} HFDrift{X Y Z} ResScale{X Y Z} Down%\n";
   }
   ResStat total;
   int npair = 0;
+  const std::vector<PairChi> chi = comp_chi(inv);
   for (int k = 0; k < inv.nint; k++) {
     if (!inv.pair[k].use) continue;
     npair++;
-    const InvPair& p = inv.in.pairs[k];
-    ResStat r;
-    for (uint64_t i = 0; i < p.P.size(); i++)
-      if (p.Unc.val[i].x > 0) r.add(p.Def.val[i], p.Unc.val[i]);
+    const ResStat r = pair_stat(inv.pair[k], chi[k]);
     total.stat.add(r.stat);
     total.chi2 += r.chi2;
+    total.n += r.n;
+    total.down += r.down;
     if (write_file) put_pair(out.fs, inv, k, r);
   }
   if (total.stat.n == 0) LOG_LINE("<!> sum");
@@ -88,6 +118,8 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
   }
   res.res_rms = to_xyz(total.stat.rms());
   res.chi = to_xyz(total.chi());
+  const dxyz scale = comp_res_scale(inv);
+  res.scale = to_xyz(scale);
   res.npair_used = npair;
   res.nvec_used = total.stat.n;
   LOG_LINE("StdDev " << text(total.stat.stddev()));
@@ -96,6 +128,10 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
   LOG_LINE("Max " << text(total.stat.vmax));
   LOG_MSG("Sqrt(Chi2/n) " << text(total.chi()));
   LOG_MSG("N vectors " << total.stat.n);
+  if (inv.par.robust)
+    LOG_MSG("residuals in units of the uncertainties: "
+            << text(scale) << ", vectors put aside "
+            << 100 * total.down / std::fmax(1, static_cast<double>(total.stat.n)) << "%");
   LOG_MSG("Residual RMS: " << text(total.stat.rms()));
   return true;
 }
@@ -140,7 +176,7 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms) {
     if (!inv.pair[k].use) continue;
     const InvPair& p = inv.in.pairs[k];
     for (uint64_t i = 0; i < p.P.size(); i++) {
-      if (!(p.Unc.val[i].x > 0)) continue;
+      if (!(inv.pair[k].W0.val[i].x > 0)) continue;
       if (inv.sw[p.sw1].mobile) {
         swath_drift(inv, p.sw1, p.t1.val[i], T, A);
         overlap.add(T, A, p.P.val[i], p.O1.val[i], p.Att1.val[i], inv.par.NOZ);

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "lib/Optim/optimCG.h"
 #include "lib/general/log.h"
@@ -7,7 +9,8 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-constexpr uint64_t KITER = 10;  // iterations of the conjugate gradient per unknown
+constexpr uint64_t KITER = 10;   // iterations of the conjugate gradient per unknown
+constexpr int DENSE_MAX = 1000;  // unknowns up to which the system is inverted
 
 struct System {  // P x = Y, P dense and symmetric; the lower triangle is filled
   Image<double> P;
@@ -18,15 +21,6 @@ struct System {  // P x = Y, P dense and symmetric; the lower triangle is filled
   }
 };
 
-dxyz prior_weight(const xyz& Cpri, double factor) {
-  const auto w = [factor](double c, double floor) { return 1.0 / (factor * c * (factor * c) + floor); };
-  return {w(Cpri.x, VAR_FLOOR.x), w(Cpri.y, VAR_FLOOR.y), w(Cpri.z, VAR_FLOOR.z)};
-}
-
-double dot_W(const dxyz& W, const xyz& a, const xyz& b) {
-  return W.x * a.x * b.x + W.y * a.y * b.y + W.z * a.z * b.z;
-}
-
 // Data: one small system per pair, whose vectors all touch the same parameters, put into P and Y at its end.
 void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
@@ -34,13 +28,13 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
   PairRow row;
   for (int k = 0; k < inv.nint; k++) {
     if (!inv.pair[k].use) continue;
-    const InvPair& p = inv.in.pairs[k];
-    const PairSlots slots = make_slots(inv, k);
+    const PairState& p = inv.pair[k];
+    const PairSlots slots = make_slots(inv, k, true);
     const int n = slots.n;
     std::fill_n(block, n * n, 0.0);
     std::fill_n(right, n, 0.0);
-    for (uint64_t i = 0; i < p.P.size(); i++) {
-      const xyz &W = p.Unc.val[i], &d = p.Def.val[i];
+    for (uint64_t i = 0; i < p.W.size(); i++) {
+      const xyz &W = p.W.val[i], &d = p.data.val[i];
       if (!(W.x > 0)) continue;
       comp_row(inv, k, slots, i, row);
       for (int a = 0; a < n; a++) {
@@ -58,82 +52,22 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("Cal_TA STEP 0 TIME=" << watch.text());
 }
 
-// Prior on the effect of a swath's constants, in metres, at every sample of the swath with full weight:
-// vectors and samples are both one a microtile or so. A weaker prior leaves what flat ground cannot tell
-// apart (pitch and a shift along the track) to the few vectors whose uncertainty is too small.
+// Prior on the constants of each line, once a line: a line has one drift, however many points show it. A
+// weight per sample would shrink what the data show.
 void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   const Stopwatch watch;
-  const bool FAA = inv.par.FA == 1, FTT = inv.par.FA == 2;
-  LOG_LINE("add_P_drift_pri_con FTT=" << FTT << " FAA=" << FAA);
-  const dxyz W = prior_weight(inv.Cpri, 1);
-  for (int s = 0; s < inv.nsw; s++) {
-    const SwState& w = inv.sw[s];
-    if (!w.mobile || w.node0 < 0) continue;
-    const int T = inv.node_entry(w.node0), A = T + 3;
-    for (int c = 0; c < 3; c++) sys.add(T + c, T + c, 4 * axis(W, c));
-    const InvSamples& m = inv.in.swaths[s].samples;
-    double n = 0;
-    dxyz sum[3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};  // of the columns, per attitude axis
-    double prod[3][3] = {};
-    for (uint64_t i = 0; i < m.P.size(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
-      n++;
-      if (!inv.drift_att) continue;
-      const xyz J[3] = {w.A.r.val[i], w.A.p.val[i], w.A.y.val[i]};
-      for (int a = 0; a < 3; a++) {
-        sum[a] += to_dxyz(J[a]);
-        for (int b = 0; b <= a; b++) prod[a][b] += dot_W(W, J[a], J[b]);
-      }
-    }
-    for (int c = 0; c < 3; c++) sys.add(T + c, T + c, n * (FAA ? 2 : 1) * axis(W, c));
-    if (!inv.drift_att) continue;
-    for (int a = 0; a < 3; a++) {
-      const double sigma = axis(ATT_PRIOR, a);
-      sys.add(A + a, A + a,
-              ATT_PRIOR_UNIT / (sigma * sigma) + (inv.FD[3 + a] ? (FTT ? 2 : 1) * prod[a][a] : 0));
-      if (!inv.FD[3 + a]) continue;
-      // The products of two attitudes keep the prior a sum of squares, in every mode.
-      for (int b = 0; b < a; b++)
-        if (inv.FD[3 + b]) sys.add(A + a, A + b, prod[a][b]);
-      for (int c = 0; c < 3; c++)
-        if (inv.FD[c]) sys.add(T + c, A + a, axis(W, c) * axis(sum[a], c));
-    }
+  LOG_LINE("add_P_drift_pri_con FTT=" << (inv.par.FA == 2) << " FAA=" << (inv.par.FA == 1));
+  const dxyz T = prior_prec_T(inv), A = prior_prec_A(inv);
+  std::vector<uint8_t> done(inv.nTAnd, 0);
+  for (const SwState& w : inv.sw) {
+    if (!w.mobile || w.node0 < 0 || done[w.node0]) continue;
+    done[w.node0] = 1;
+    const int entry = inv.node_entry(w.node0);
+    const double var = line_var(inv, w.Dt);
+    for (int c = 0; c < 3; c++) sys.add(entry + c, entry + c, axis(T, c) / var);
+    for (int c = 0; c < 3 && inv.drift_att; c++) sys.add(entry + 3 + c, entry + 3 + c, axis(A, c) / var);
   }
   LOG_LINE("Cal_TA STEP 1 TIME=" << watch.text());
-}
-
-// Prior on calibration parameters: each moves the surface by about Cpri over the samples of all swaths.
-void set_calib_prior_area(const InvCalDrift& inv, System& sys) {
-  const Stopwatch watch;
-  if (inv.ShiftRef)
-    for (int c = 0; c < 3; c++) sys.add(inv.shift0 + c, inv.shift0 + c, 1.0);
-  const dxyz W = prior_weight(inv.Cpri, inv.dense_path() ? 4 : 1);
-  dxyz Wint[N_INTERNAL];
-  for (int c = 0; c < N_INTERNAL; c++) Wint[c] = W * (c == 5 ? 10.0 : 1.0);
-  const dxyz Wext = W * (inv.par.CALGE ? 0.06 : 1.0);
-  for (int s = 0; s < inv.nsw; s++) {
-    const SwState& w = inv.sw[s];
-    if (!w.mobile) continue;
-    const InvSamples& m = inv.in.swaths[s].samples;
-    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {};
-    TrajFrame frame;
-    GeomCols cols;
-    for (uint64_t i = 0; i < m.P.size(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
-      comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
-      comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
-      for (int c = 0; c < 3; c++) {
-        ext[c] += dot_W(Wext, cols.lever[c], cols.lever[c]);
-        ext[3 + c] += dot_W(Wext, cols.bore[c], cols.bore[c]);
-      }
-      for (int c = 0; c < N_INTERNAL; c++) intl[c] += dot_W(Wint[c], cols.internal[c], cols.internal[c]);
-    }
-    for (int c = 0; c < N_EXTERNAL; c++)
-      if (inv.FE[c] && w.ext_on) sys.add(inv.ext0[c] + w.ext_set, inv.ext0[c] + w.ext_set, ext[c]);
-    for (int c = 0; c < N_INTERNAL; c++)
-      if (inv.FI[c]) sys.add(inv.int0[c] + w.int_set, inv.int0[c] + w.int_set, intl[c]);
-  }
-  LOG_LINE("Cal_TA STEP 2 TIME=" << watch.text());
 }
 
 void mirror(Image<double>& P) {
@@ -142,19 +76,84 @@ void mirror(Image<double>& P) {
 }
 
 bool solve_dense(InvCalDrift& inv, const System& sys) {
-  if (!inv_M_Cholesky(sys.P, inv.cov)) {
+  Image<double> inverse;
+  if (!inv_M_Cholesky(sys.P, inverse)) {
     LOG_LINE("<!> Cholesky P");
     return false;
   }
   LOG_LINE("Cholesky OK");
   inv.x.resize(inv.dim);
   for (int i = 0; i < inv.dim; i++) {
-    if (!(inv.cov(i, i) >= 0)) LOG_LINE("<!> CMjj<0 " << i);
+    if (!(inverse(i, i) >= 0)) LOG_LINE("<!> CMjj<0 " << i);
     double sum = 0;
-    for (int j = 0; j < inv.dim; j++) sum += inv.cov.row(i)[j] * sys.Y.val[j];
+    for (int j = 0; j < inv.dim; j++) sum += inverse.row(i)[j] * sys.Y.val[j];
     inv.x.val[i] = sum;
   }
+  inv.post.resize(inv.dim);
+  for (int i = 0; i < inv.dim; i++) inv.post.val[i] = inverse(i, i);
+  if (!inv.want_cov || inv.dimcal > COV_MAX) return true;
+  inv.cov.resize(inv.dimcal, inv.dimcal);
+  for (int i = 0; i < inv.dimcal; i++)
+    for (int j = 0; j < inv.dimcal; j++) inv.cov(j, i) = inverse(j, i);
   return true;
+}
+
+// Without drift among the unknowns, that of each line stays in the residuals and goes into the parameters. Its
+// size shows in the mean residuals of the pairs, which differ by that of two lines; the covariance grows by its
+// effect.
+void add_line_effects(InvCalDrift& inv) {
+  const int n = inv.dimcal;
+  const size_t size = 3 * static_cast<size_t>(n);
+  std::vector<double> effects(size * inv.nsw,
+                              0.0);  // per swath, parameter, axis: what a shift of it adds to Y
+  std::vector<double> effect(size);
+  dxyz excess = {0, 0, 0};
+  double npair = 0;
+  PairRow row;
+  for (int k = 0; k < inv.nint; k++) {
+    if (!inv.pair[k].use) continue;
+    const PairState& p = inv.pair[k];
+    const PairSlots slots = make_slots(inv, k, false);
+    std::fill(effect.begin(), effect.end(), 0.0);
+    dxyz sum = {0, 0, 0}, weight = {0, 0, 0};
+    for (uint64_t i = 0; i < p.W.size(); i++) {
+      const xyz& W = p.W.val[i];
+      if (!(W.x > 0)) continue;
+      comp_row(inv, k, slots, i, row);
+      for (int a = 0; a < slots.n; a++) {
+        double* to = effect.data() + 3 * static_cast<size_t>(slots.idx[a]);
+        to[0] += W.x * row.cx[a], to[1] += W.y * row.cy[a], to[2] += W.z * row.cz[a];
+      }
+      const dxyz w = to_dxyz(W), d = to_dxyz(p.res.val[i]);
+      sum += {w.x * d.x, w.y * d.y, w.z * d.z};
+      weight += w;
+    }
+    const auto over = [](double s, double w) { return s * s / (w * w) - 1 / w; };
+    excess += {over(sum.x, weight.x), over(sum.y, weight.y), over(sum.z, weight.z)};
+    npair++;
+    for (size_t j = 0; j < size; j++) {
+      effects[inv.in.pairs[k].sw1 * size + j] -= effect[j];
+      effects[inv.in.pairs[k].sw2 * size + j] += effect[j];
+    }
+  }
+  // The parameters have taken their share of what the lines' shifts, less a common one, may be.
+  const double nfree = std::max(1.0, 3.0 * (inv.nsw - 1));
+  const double scale = 0.5 / npair * nfree / std::max(1.0, nfree - n);
+  const double var[3] = {std::max(0.0, excess.x * scale), std::max(0.0, excess.y * scale),
+                         std::max(0.0, excess.z * scale)};
+  const Image<double> cov = inv.cov;
+  Vector<double> moved(n, 0.0);  // by how much parameters move with the line
+  for (int s = 0; s < inv.nsw; s++)
+    for (int c = 0; c < 3; c++) {
+      const double* Y = effects.data() + s * size + c;
+      for (int i = 0; i < n; i++) {
+        moved(i) = 0;
+        for (int j = 0; j < n; j++) moved(i) += cov(j, i) * Y[3 * static_cast<size_t>(j)];
+      }
+      for (int i = 0; i < n; i++)
+        for (int j = 0; j < n; j++) inv.cov(j, i) += var[c] * moved(i) * moved(j);
+    }
+  LOG_LINE("line effects " << std::sqrt(var[0]) << ' ' << std::sqrt(var[1]) << ' ' << std::sqrt(var[2]));
 }
 
 bool check_memory(const InvCalDrift& inv) {
@@ -168,17 +167,19 @@ bool check_memory(const InvCalDrift& inv) {
 }  // namespace
 
 bool invert_Cal_TA(InvCalDrift& inv) {
-  LOG_ENTER("invert_Cal_TA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << inv.Cpri.x << ' '
-                                    << inv.Cpri.y << ' ' << inv.Cpri.z << " calib=" << inv.FCAL
-                                    << " NR_BOOST=" << NR_BOOST);
+  const xyz& Cpri = inv.prior.T;
+  LOG_ENTER("invert_Cal_TA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << Cpri.x << ' ' << Cpri.y
+                                    << ' ' << Cpri.z << " calib=" << inv.FCAL << " NR_BOOST=" << NR_BOOST);
   inv.cov.clear();
+  inv.post.clear();
   inv.x.resize(inv.dim, 0.0);
   if (inv.dim == 0) return true;  // nothing was asked for
   if (!check_memory(inv)) return false;
   System sys{Image<double>(inv.dim, inv.dim, 0.0), Vector<double>(inv.dim, 0.0)};
   P_Y_calib_drift_con(inv, sys);
   if (inv.drift) add_P_drift_pri_con(inv, sys);
-  if (inv.dimcal > 0) set_calib_prior_area(inv, sys);
+  const Vector<double> prior = calib_prior(inv);
+  for (int i = 0; i < inv.dimcal; i++) sys.add(i, i, prior.val[i]);
   int nz_diag = 0;
   for (int i = 0; i < inv.dim; i++)
     if (sys.P(i, i) == 0) {
@@ -188,44 +189,54 @@ bool invert_Cal_TA(InvCalDrift& inv) {
   LOG_LINE("nz_diag=" << nz_diag);
   const Stopwatch watch;
   mirror(sys.P);
-  const bool ok = inv.dense_path()
+  const bool ok = inv.dim <= DENSE_MAX
                       ? solve_dense(inv, sys)
                       : inv_LS_CG_sparsify(inv.x, sys.P, sys.Y, KITER, std::pow(10.0, NR_BOOST - 2) * 1e-18);
   LOG_LINE("Cal_TA STEP 3 TIME=" << watch.text());
   return ok && fast_vec_maxabs(inv.dim, inv.x, inv.dim);
 }
 
-void comp_res(InvCalDrift& inv) {
+double comp_res(InvCalDrift& inv) {
   LOG_ENTER("InvCalDrift::comp_res nint=" << inv.nint);
   PairRow row;
+  double change = 0;
   for (int k = 0; k < inv.nint; k++) {
     if (!inv.pair[k].use) continue;
-    InvPair& p = inv.in.pairs[k];
-    const PairSlots slots = make_slots(inv, k);
-    for (uint64_t i = 0; i < p.P.size(); i++) {
-      if (!(p.Unc.val[i].x > 0)) continue;
+    PairState& p = inv.pair[k];
+    const PairSlots slots = make_slots(inv, k, true);
+    for (uint64_t i = 0; i < p.W0.size(); i++) {
+      if (!(p.W0.val[i].x > 0)) continue;
       comp_row(inv, k, slots, i, row);
       dxyz model = {0, 0, 0};
       for (int a = 0; a < slots.n; a++) {
         const double x = inv.x.val[slots.idx[a]];
         model += {row.cx[a] * x, row.cy[a] * x, row.cz[a] * x};
       }
-      p.Def.val[i] -= to_xyz(model);
+      const xyz res = p.data.val[i] - to_xyz(model);
+      change += static_cast<double>(dot(res - p.res.val[i], res - p.res.val[i]));
+      p.res.val[i] = res;
     }
   }
+  return std::sqrt(change / static_cast<double>(std::max<uint64_t>(1, inv.nvec_used)));
 }
 
-// The second solve works on the residuals of the first, with priors as they stand: its parameters are added.
 bool invert_RA_Cal_TA(InvCalDrift& inv) {
   const Stopwatch watch;
+  const auto solve = [&] { return solve_reweighted(inv, invert_Cal_TA, comp_res); };
+  constexpr int MAX_FITS = 15;
+  int nfit = 0;
+  do {
+    if (!solve()) return false;
+    comp_corr_len(inv);
+  } while (inv.drift && fit_prior(inv) && ++nfit < MAX_FITS);
+  if (inv.par.UADJ != 0 && adj_prec(inv, comp_chi(inv)) && !solve()) return false;
+  comp_corr_len(inv);
+  inv.want_cov = true;
   if (!invert_Cal_TA(inv)) return false;
+  inv.want_cov = false;
   comp_res(inv);
   vec2par(inv);
-  if (inv.par.UADJ != 0 && adj_prec(inv, comp_chi(inv))) {
-    if (!invert_Cal_TA(inv)) return false;
-    comp_res(inv);
-    vec2par(inv);
-  }
+  if (!inv.drift && !inv.cov.empty()) add_line_effects(inv);
   LOG_MSG("Inversion step 1 successful | " << watch.text());
   LOG_LINE("/// INV STEP 1 TIME=" << watch.text());
   return true;

@@ -105,11 +105,11 @@ void show_requested(const Run& run) {
   LOG_LINE("Corrections: " << row);
 }
 
-// Step 5: the interval of the drift. A node must rest on enough vectors: two tiles' worth of ground along the
-// track, since the time resolution is the time it takes to pass a microtile.
+// Step 5: the interval of the drift. Two tiles' worth of ground along the track give a node enough vectors
+// (the time resolution is the time it takes to pass a microtile), but a slow carrier's drift changes meanwhile.
 void settle_dt(Run& run) {
   if (!run.par.auto_dt) return;
-  constexpr double MICROTILES_PER_NODE = 64, DT_MIN = 1;
+  constexpr double MICROTILES_PER_NODE = 64, DT_MIN = 1, DT_MAX = 5;
   const double tr = run.sync.idx.time_res;
   if (!(tr > 0)) {
     WARNING_MSG("HF corrections disabled, cannot estimate period (missing time resolution)");
@@ -117,7 +117,7 @@ void settle_dt(Run& run) {
     run.inv.dt = 0;
     return;
   }
-  run.inv.dt = std::max(DT_MIN, MICROTILES_PER_NODE * tr);
+  run.inv.dt = std::clamp(MICROTILES_PER_NODE * tr, DT_MIN, DT_MAX);
   LOG_MSG("Drift interval dt=" << run.inv.dt << " s (time resolution " << tr << " s)");
 }
 

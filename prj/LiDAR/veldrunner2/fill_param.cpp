@@ -119,6 +119,7 @@ bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   inv.GRPC = o.corr_grp;
   inv.REFC = o.corr_ref;
   inv.UADJ = o.unc_adj;
+  inv.robust = o.robust != 0;
   par.sync = sync_param(o);
   par.QC = o.qc != 0;
   par.ICS = o.ics || o.ics_err != 0;

@@ -276,6 +276,7 @@ struct Options {
   float abs2rel = 1.0f;
   int gcp_grp = 0;
   int unc_adj = 0;
+  int robust = 1;
   float unc_max = 1.0f;
   float xg_unc_max = 1.0f;
   float ref_unc_max = 1.0f;

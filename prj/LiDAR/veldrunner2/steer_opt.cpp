@@ -75,8 +75,7 @@ bool parse_drift_opt(const std::string& arg, DriftOpt& drift) {
 
 bool parse_drift_comp_opt(const std::string& arg, InvParam& inv) {
   LOG_ENTER("parse_drift_comp_opt arg='" << arg << "'");
-  // Attitude drift is asked for: constants of attitude and boresight are told apart by relief only.
-  const std::string value = arg.empty() ? "T" : arg;
+  const std::string value = arg.empty() ? "TA" : arg;
   if (!letters_ok("-dpoc", value, DPOC_LETTERS)) return false;
   inv.Ftx = has(value, 'x', 'T');
   inv.Fty = has(value, 'y', 'T');

@@ -129,7 +129,7 @@ TEST(InvSetup, VectorsAdmittedAndTheirWeights) {
     InvParam par;
     InvCalDrift inv(in, par, "");
     ASSERT_TRUE(init(inv, 1) && init_prec(inv));
-    const xyz W = in.pairs[0].Unc(0);
+    const xyz W = inv.pair[0].W0(0);
     EXPECT_EQ(W.x > 0, c.kept);
     EXPECT_EQ(inv.pair[0].nok, c.kept ? 20u : 19u);
     EXPECT_LE(W.x, 1.001e6f);  // the floor
@@ -142,8 +142,8 @@ TEST(InvSetup, VectorsAdmittedAndTheirWeights) {
   par.XFUmax = 0.1f;  // 5 cm: nothing with the reference passes
   InvCalDrift inv(in, par, "");
   ASSERT_TRUE(init(inv, 1) && init_prec(inv));
-  EXPECT_NEAR(in.pairs[0].Unc(3).x, 3 / (0.01 + 1e-6), 0.1);
-  EXPECT_NEAR(in.pairs[0].Def(3).x, 0, 1e-7);
+  EXPECT_NEAR(inv.pair[0].W0(3).x, 3 / (0.01 + 1e-6), 0.1);
+  EXPECT_NEAR(inv.pair[0].data(3).x, 0, 1e-7);
   EXPECT_FALSE(inv.pair[1].use);
   EXPECT_EQ(inv.npair_used, 1);
 }
@@ -182,13 +182,13 @@ TEST(InvSetup, AdjustmentOfPrecisions) {
     par.UADJ = c.UADJ;
     InvCalDrift inv(in, par, "");
     ASSERT_TRUE(init(inv, 1) && init_prec(inv));
-    for (InvPair& p : in.pairs)
-      for (xyz& W : p.Unc) W = {100, 100, 100};
+    for (PairState& p : inv.pair)
+      for (xyz& W : p.W0) W = {100, 100, 100};
     std::vector<PairChi> chi(3);
     for (PairChi& x : chi) x.c = {c.c, 1, 0}, x.rms = {0.1 * c.c, 0.1, 0};
     EXPECT_EQ(adj_prec(inv, chi), c.changed);
-    EXPECT_NEAR(in.pairs[0].Unc(0).x, c.W, 1e-3);
-    EXPECT_NEAR(in.pairs[0].Unc(0).y, 100, 1e-3);  // never below 1
+    EXPECT_NEAR(inv.pair[0].W0(0).x, c.W, 1e-3);
+    EXPECT_NEAR(inv.pair[0].W0(0).y, 100, 1e-3);  // never below 1
   }
 }
 
@@ -211,7 +211,7 @@ TEST(InvSetup, DisplacementStatistics) {
   EXPECT_NEAR(rms.z, 0.2, 1e-3);
   EXPECT_NEAR(comp_def_RMS(inv, true).z, 0, 1e-3);
   // Z changes by 0.2 m a second, along the time of both swaths: per root second at bins of 2 s.
-  for (uint64_t i = 0; i < in.pairs[0].Def.size(); i++) in.pairs[0].Def(i).z = static_cast<float>(0.01 * i);
+  for (uint64_t i = 0; i < inv.pair[0].res.size(); i++) inv.pair[0].res(i).z = static_cast<float>(0.01 * i);
   uint64_t ng = 0;
   EXPECT_NEAR(grad_stddev_def(inv, 2, 0, ng).z, 0.4 / std::sqrt(2), 1e-3);
   EXPECT_EQ(ng, 2u * 49);

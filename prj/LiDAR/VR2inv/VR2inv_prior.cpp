@@ -1,0 +1,152 @@
+// Priors of drift: what a good INS is expected to do, and more where the data show more.
+#include <algorithm>
+#include <cmath>
+
+#include "lib/general/log.h"
+#include "prj/LiDAR/VR2inv/VR2inv_internal.h"
+
+namespace {
+// Post-processed GNSS and INS on good days: a few cm, a few thousandths of a degree, over a minute.
+constexpr double INS_POS = 0.05;                 // m
+constexpr dxyz INS_ATT = {0.004, 0.004, 0.008};  // degrees, roll pitch yaw
+constexpr double INS_TIME = 60;                  // s, correlation time
+constexpr double SPRI_MAX = 400;                 // m/sqrt(h), change from which on the prior says nothing
+
+double rate_of(double sigma, double tau) { return 60 * sigma * std::sqrt(2 / tau); }
+}  // namespace
+
+void init_prior(InvCalDrift& inv) {
+  const InvParam& p = inv.par;
+  const double boost = p.PriBoost, pos = p.Cpri0 > 0 ? p.Cpri0 : INS_POS / boost;
+  const double att = p.Cpri0 > 0 ? p.Cpri0 / INS_POS : 1 / boost;
+  inv.prior.T = to_xyz(dxyz{pos, pos, pos});
+  inv.prior.A = to_xyz(INS_ATT * (att / DEG));
+  const xyz rms = comp_def_RMS(inv, false);
+  const auto twice = [](float r) { return std::max(2 * r, 0.01f); };
+  inv.Ccal = {twice(rms.x), twice(rms.y), twice(rms.z)};
+}
+
+// Variance of the mean of a process over the time T, in units of its own.
+double mean_var(double T) {
+  const double u = std::max(T, 1e-3) / INS_TIME;
+  return u < 1e-3 ? 1 : 2 * (u - 1 + std::exp(-u)) / (u * u);
+}
+
+// One step of expectation and maximisation: the factor of the prior's variance under which the constants of the
+// lines, with what is uncertain of them, are likely. Axes share it; the prior itself counts as a few constants.
+bool fit_prior(InvCalDrift& inv) {
+  if (inv.par.Cpri0 > 0 || inv.dim == 0) return false;
+  constexpr double OWN = 3, SETTLED = 0.1;
+  const double boost = inv.par.PriBoost;
+  double change = 0;
+  for (int kind = 0; kind < (inv.drift_att ? 2 : 1); kind++) {
+    const dxyz known = kind == 0 ? dxyz{INS_POS, INS_POS, INS_POS} : INS_ATT / DEG;
+    double sum = OWN, n = OWN;
+    std::vector<uint8_t> done(inv.nTAnd, 0);
+    for (const SwState& w : inv.sw) {
+      if (!w.mobile || w.node0 < 0 || done[w.node0]) continue;
+      done[w.node0] = 1;
+      for (int c = 0; c < 3; c++) {
+        if (!inv.FD[3 * kind + c]) continue;
+        const int entry = inv.node_entry(w.node0) + 3 * kind + c;
+        const double s = axis(known, c) / boost, v = inv.x(entry);
+        const double var = inv.post.empty() ? 0 : inv.post(entry);
+        sum += (v * v + var) / (s * s * mean_var(w.Dt));
+        n++;
+      }
+    }
+    double factor = std::sqrt(sum / n) / boost;
+    if (inv.post.empty()) factor = std::max(factor, 1 / boost);  // uncertainties unknown: upwards only
+    xyz& prior = kind == 0 ? inv.prior.T : inv.prior.A;
+    const xyz next = to_xyz(known * factor);
+    change = std::max(change, std::fabs(std::log(static_cast<double>(next.z / prior.z))));
+    prior = next;
+  }
+  LOG_LINE("fit_prior T=" << inv.prior.T.x << " A=" << inv.prior.A.x * DEG << " change=" << change);
+  return change > SETTLED;
+}
+
+void set_smoothness(InvCalDrift& inv) {
+  uint64_t ng = 0;
+  const xyz g = grad_stddev_def(inv, inv.par.dt, -1, ng);
+  if (ng == 0)
+    LOG_LINE("<!> ng=0");
+  else
+    LOG_MSG("Registration data HF drift: " << g.x * 60 << ' ' << g.y * 60 << ' ' << g.z * 60
+                                           << "/sqrt[h] for dt=" << inv.par.dt << " s");
+  inv.prior.rate = inv.par.Spri;
+  if (inv.par.Spri <= 0) {
+    inv.prior.rate = rate_of(std::min<double>(inv.prior.T.x, INS_POS / inv.par.PriBoost), INS_TIME);
+    LOG_MSG("-> IMU Smoothness Prior=" << inv.prior.rate);
+  }
+  if (inv.prior.rate < SPRI_MAX && inv.prior.rate > 0) return;
+  WARNING_MSG("IMU smoothness prior disabled");
+  inv.prior.rate = 0;
+}
+
+double line_var(const InvCalDrift& inv, double T) { return inv.par.Cpri0 > 0 ? 1 : mean_var(T); }
+
+dxyz prior_prec_T(const InvCalDrift& inv) {
+  const double f = inv.par.FA == 1 ? 2 : 1;
+  const xyz& s = inv.prior.T;
+  return {f / (s.x * s.x + VAR_FLOOR.x), f / (s.y * s.y + VAR_FLOOR.y), f / (s.z * s.z + VAR_FLOOR.z)};
+}
+
+dxyz prior_prec_A(const InvCalDrift& inv) {
+  constexpr double FLOOR = 1e-14;  // rad2
+  const double f = inv.par.FA == 2 ? 2 : 1;
+  const xyz& s = inv.prior.A;
+  return {f / (s.x * s.x + FLOOR), f / (s.y * s.y + FLOOR), f / (s.z * s.z + FLOOR)};
+}
+
+NodePrior comp_NodePrior(const InvCalDrift& inv, int c, double Dt) {
+  const double sigma = c < 3 ? axis(inv.prior.T, c) : axis(inv.prior.A, c - 3);
+  const double prec = c < 3 ? axis(prior_prec_T(inv), c) : axis(prior_prec_A(inv), c - 3);
+  // A larger drift than an INS has is a constant one, in the main: it changes no faster.
+  const double ins = c < 3 ? INS_POS : axis(INS_ATT, c - 3) / DEG;
+  const double rate = inv.prior.rate <= 0 ? 0
+                      : inv.par.Spri > 0  ? inv.prior.rate * ins / INS_POS
+                                          : rate_of(std::min(sigma, ins / inv.par.PriBoost), INS_TIME);
+  const double tau = rate > 0 ? 7200 * sigma * sigma / (rate * rate) : 0;
+  const double phi = tau > 0 ? std::exp(-Dt / tau) : 0;
+  return {prec * (1 - phi) / (1 + phi), prec / (1 + phi), prec * phi / (1 - phi * phi)};
+}
+
+// Each calibration parameter moves the surface by some size or other, in the mean over the samples: externals by
+// as much as twice the displacements, internals by as much as drift may.
+Vector<double> calib_prior(const InvCalDrift& inv) {
+  Vector<double> prior(inv.dimcal, 0.0);
+  for (int c = 0; c < 3 && inv.shift0 >= 0; c++) prior(inv.shift0 + c) = 1;
+  const auto prec = [](const xyz& s) {
+    return dxyz{1 / (s.x * s.x + VAR_FLOOR.x), 1 / (s.y * s.y + VAR_FLOOR.y), 1 / (s.z * s.z + VAR_FLOOR.z)};
+  };
+  const dxyz Wext = prec(inv.Ccal), Wint = prec(inv.prior.T);
+  const auto square = [](const dxyz& W, const xyz& J) {
+    return W.x * J.x * J.x + W.y * J.y * J.y + W.z * J.z * J.z;
+  };
+  for (int s = 0; s < inv.nsw && inv.FCAL; s++) {
+    const SwState& w = inv.sw[s];
+    if (!w.mobile) continue;
+    const InvSamples& m = inv.in.swaths[s].samples;
+    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {}, n = 0;
+    TrajFrame frame;
+    GeomCols cols;
+    for (uint64_t i = 0; i < m.P.size(); i++) {
+      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      n++;
+      comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
+      comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
+      for (int c = 0; c < 3; c++) {
+        ext[c] += square(Wext, cols.lever[c]);
+        ext[3 + c] += square(Wext, cols.bore[c]);
+      }
+      for (int c = 0; c < N_INTERNAL; c++) intl[c] += square(Wint, cols.internal[c]) * (c == 5 ? 10 : 1);
+    }
+    if (n == 0) continue;
+    for (int c = 0; c < N_EXTERNAL; c++)
+      if (inv.FE[c] && w.ext_on) prior(inv.ext0[c] + w.ext_set) += ext[c] / n;
+    for (int c = 0; c < N_INTERNAL; c++)
+      if (inv.FI[c]) prior(inv.int0[c] + w.int_set) += intl[c] / n;
+  }
+  return prior;
+}
