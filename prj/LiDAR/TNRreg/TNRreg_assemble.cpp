@@ -131,7 +131,7 @@ void assemble_normal(NormalEq& N, dUParamTiles& Q) {
     expand_cell_row(T, row, s);
     zero_sums(T, s);
     for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++)
-      sum_row(T, j, k, s);
+      sum_row(T, j, k, N.slope_noise, s);
     const size_t first = N.at(info.tile, 0, row);
     reduce_sums(T, s, &N.block[first], &N.g[first], &N.slot[static_cast<size_t>(unit) * nslot]);
     return true;
@@ -153,16 +153,24 @@ void assemble_normal(NormalEq& N, dUParamTiles& Q) {
   set_self(N);
 }
 
-void set_damping(NormalEq& N, float damping) {
+void set_damping(NormalEq& N, float damping, float common) {
   N.damping = damping;
+  N.common = common;
   N.inverse.assign(N.size(), SymBlock{});
+  N.added.assign(N.size(), V3<float>{0, 0, 0});
   for (size_t k = 0; k < N.size(); k++) {
     const float* const a = N.self[k].v;
-    const double d = 1.0 + static_cast<double>(damping);
-    // A parameter without data in one direction: a trace of the diagonal keeps the inverse finite.
-    const double trace = 1e-6 * (static_cast<double>(a[0]) + a[3] + a[5]);
-    const double xx = a[0] * d + trace, yy = a[3] * d + trace, zz = a[5] * d + trace;
-    const double xy = a[1], xz = a[2], yz = a[4];
+    const float sum = a[0] + a[3] + a[5];
+    if (!(sum > 0)) continue;
+    N.added[k] = {damping * a[0] + common, damping * a[3] + common, damping * a[5] + common};
+    // A vertex without data or neighbours in one direction: enough to keep the inverse of single precision
+    // positive.
+    const double least = 1e-6 * static_cast<double>(sum);
+    const double xx = static_cast<double>(a[0] + N.added[k].x) + least;
+    const double yy = static_cast<double>(a[3] + N.added[k].y) + least;
+    const double zz = static_cast<double>(a[5] + N.added[k].z) + least;
+    const double xy = static_cast<double>(a[1]), xz = static_cast<double>(a[2]),
+                 yz = static_cast<double>(a[4]);
     const double cxx = yy * zz - yz * yz, cxy = xz * yz - xy * zz, cxz = xy * yz - xz * yy;
     const double det = xx * cxx + xy * cxy + xz * cxz;
     if (!(det > 0)) continue;

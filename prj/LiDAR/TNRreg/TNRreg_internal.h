@@ -60,11 +60,11 @@ struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a
 };
 
 // Scratch of a thread for one row of cells: per column the displacement on the lower vertex row and its
-// growth to the upper one; the residuals of a pixel row and which of them are wanted; the column sums of the
+// growth to the upper one; residuals and slopes of a pixel row, and which residuals are wanted; the column sums of the
 // normal equations, eight columns at a time.
 struct RowScratch {
   std::vector<float> u0x, u0y, u0z, dux, duy, duz;
-  std::vector<float> res, sums;
+  std::vector<float> res, gx, gy, sums;
   std::vector<uint8_t> want;
   void resize(int n);
 };
@@ -143,9 +143,12 @@ void add_seams(dUParamTiles& Q, Get&& get) {
 // --- Hot loops over a row of pixels (TNRreg_rows.cpp)
 void expand_cell_row(const dUParamTile& T, int row, RowScratch& s);  // fills u0*, du* for a row of cells
 void zero_sums(const dUParamTile& T, RowScratch& s);
-void sum_row(const dUParamTile& T, int j, float k, RowScratch& s);  // adds to sums; k scales the weights
+// Adds to sums; k scales the weights. slope_noise: see NormalEq.
+void sum_row(const dUParamTile& T, int j, float k, float slope_noise, RowScratch& s);
 // res[i - imin], valid where want[i - imin] is not 0.
 void resid_row(const dUParamTile& T, int j, const uint8_t* want, RowScratch& s);
+void slope_row(const dUParamTile& T, int j, float slope_noise,
+               RowScratch& s);  // gx, gy, valid where B is not 0
 
 // --- Units of work and passes over the pixels (TNRreg_pass.cpp)
 void init_rows(dUParamTiles& Q);  // the list of units, and the images of a pass
@@ -155,7 +158,13 @@ void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int 
 // One pass at the present Def: next, res and hist; B and its weights stay. Returns the data term of the energy
 // over the pixels of B.
 double resid_pass(dUParamTiles& Q);
-void take_pixels(dUParamTiles& Q);       // next becomes B
+void take_pixels(dUParamTiles& Q);  // next becomes B
+// By roughness code of a pixel: 1 / its variance, and the level's variance in percent of it. A rough pixel, of a
+// steep edge smeared over the kernel or of vegetation, depends on where the points fell.
+struct RoughWeights {
+  float precision[64], share[64];
+};
+RoughWeights rough_weights(const dUParamTiles& Q);
 double update_weights(dUParamTiles& Q);  // Cauchy weights into B from res; returns the data term
 
 // --- Robust statistics (TNRreg_robust.cpp)

@@ -45,7 +45,12 @@ struct NormalEq {
   std::vector<SymBlock> self;      // A's own block of each parameter, all tiles together
   std::vector<SymBlock> inverse;   // of self with the damping; 0 but at parameters
   std::vector<std::pair<uint32_t, uint32_t>> seam;  // slave, partner
-  float damping = 0;                                // share of the diagonal that is added to it
+  // Squared slope, of the size that noise makes, below which slopes count for less: 0 in the steps, which follow the
+  // gradient; for uncertainties, as slopes of noise tell nothing about shifts.
+  float slope_noise = 0;
+  float damping = 0;             // share of the diagonal that is added to it
+  float common = 0;              // added to the diagonal of each parameter
+  std::vector<V3<float>> added;  // what is added to it
   size_t at(int64_t t, int i, int j) const {
     return static_cast<size_t>((t * stride + j + MARGIN) * stride + i + MARGIN);
   }
@@ -55,15 +60,15 @@ struct NormalEq {
   std::vector<float> slot;  // of the units of assembly: what they give to their upper vertex row
 };
 
-constexpr int NQ =
-    24;  // sums of a column of pixels: three weights along y of each entry of a block (18), then
-         // the descent direction for the lower (3) and the upper (3) vertex row
+// Sums of a column of pixels: three weights along y of each entry of a block (18), then the descent direction for
+// the lower (3) and the upper (3) vertex row.
+constexpr int NQ = 24;
 constexpr int NSLOT = 15;  // floats of a slot's vertex: self, right, g
 
 // --- Assembly (TNRreg_assemble.cpp)
-void init_normal(NormalEq& N, const dUParamTiles& Q);  // sizes, prior, seams
-void assemble_normal(NormalEq& N, dUParamTiles& Q);    // block, g, self at the present Def, B and s
-void set_damping(NormalEq& N, float damping);          // inverse
+void init_normal(NormalEq& N, const dUParamTiles& Q);            // sizes, prior, seams
+void assemble_normal(NormalEq& N, dUParamTiles& Q);              // block, g, self at the present Def, B and s
+void set_damping(NormalEq& N, float damping, float common = 0);  // added, inverse
 double prior_energy(const NormalEq& N, const dUParamTiles& Q);
 
 // --- Solution (TNRreg_pcg.cpp)

@@ -109,15 +109,10 @@ void take_pixels(dUParamTiles& Q) {
     if (!T.B.empty()) T.B.swap(T.next);
 }
 
-namespace {
-// By roughness code of a pixel: 1 / its variance, and the share of the level's variance in it. A rough pixel,
-// of a steep edge smeared over the kernel or of vegetation, depends on where the points fell.
-struct RoughWeights {
-  float precision[64], share[64];
-};
 RoughWeights rough_weights(const dUParamTiles& Q) {
   RoughWeights w{};
-  const double variance = static_cast<double>(Q.s) * Q.s + static_cast<double>(Q.sigma0) * Q.sigma0;
+  const double variance = static_cast<double>(Q.s) * static_cast<double>(Q.s) +
+                          static_cast<double>(Q.sigma0) * static_cast<double>(Q.sigma0);
   for (int code = 0; code < 64; code++) {
     const double rough = ROUGH_NOISE * code * static_cast<double>(Q.rough_unit),
                  total = variance + rough * rough;
@@ -126,7 +121,6 @@ RoughWeights rough_weights(const dUParamTiles& Q) {
   }
   return w;
 }
-}  // namespace
 
 double update_weights(dUParamTiles& Q) {
   const RoughWeights weights = rough_weights(Q);

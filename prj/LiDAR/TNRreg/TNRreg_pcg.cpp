@@ -62,11 +62,10 @@ template <typename V>
              (x0 * p[k - 2].*c + x2 * p[k + 2].*c) + (down * p[k - S].*c + up * p[k + S].*c) +
              (y0 * p[k - 2 * S].*c + y2 * p[k + 2 * S].*c);
     };
-    const float damping = N.damping;
-    const float* const self = N.self[k].v;
-    Ap[k] = {y.x + N.omega.x * stencil(&V3<V>::x) + (damping * self[0]) * p[k].x,
-             y.y + N.omega.y * stencil(&V3<V>::y) + (damping * self[3]) * p[k].y,
-             y.z + N.omega.z * stencil(&V3<V>::z) + (damping * self[5]) * p[k].z};
+    const V3<float>& added = N.added[k];
+    Ap[k] = {y.x + N.omega.x * stencil(&V3<V>::x) + added.x * p[k].x,
+             y.y + N.omega.y * stencil(&V3<V>::y) + added.y * p[k].y,
+             y.z + N.omega.z * stencil(&V3<V>::z) + added.z * p[k].z};
   }
 }
 

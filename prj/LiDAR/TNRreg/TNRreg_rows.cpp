@@ -6,12 +6,20 @@
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 #include "prj/LiDAR/TNRreg/TNRreg_spline8.h"
 
+namespace {
+// What is left of a slope whose square is not far above that of the slopes made by noise.
+[[gnu::always_inline]] inline v8f slope_share(const v8f& gx, const v8f& gy, float slope_noise) {
+  const v8f square = gx * gx + gy * gy + 1e-12f;
+  return square / (square + slope_noise);
+}
+}  // namespace
+
 void zero_sums(const dUParamTile& T, RowScratch& s) {
   const size_t groups = static_cast<size_t>((T.imax - T.imin + LANES) / LANES);
   std::fill_n(s.sums.data(), groups * NQ * LANES, 0.0f);
 }
 
-HOT_CLONES void sum_row(const dUParamTile& T, int j, float k, RowScratch& s) {
+HOT_CLONES void sum_row(const dUParamTile& T, int j, float k, float slope_noise, RowScratch& s) {
   const int n = T.imax - T.imin + 1;
   const uint8_t* const b_row = T.B.row(j - T.jmin);
   const float* const z_row = T.Z->row(j) + T.imin;
@@ -34,7 +42,11 @@ HOT_CLONES void sum_row(const dUParamTile& T, int j, float k, RowScratch& s) {
     const v8f zero = {};
     const v8f e = use ? w8 * k : zero;
     const v8f r = use ? p.z + uz - o.v : zero;
-    const v8f gx = use ? o.gx : zero, gy = use ? o.gy : zero;
+    v8f gx = use ? o.gx : zero, gy = use ? o.gy : zero;
+    if (slope_noise > 0.0f) {
+      const v8f certain = slope_share(gx, gy, slope_noise);
+      gx *= certain, gy *= certain;
+    }
     const v8f ex = e * gx, ey = e * gy;
     float* const sums = s.sums.data() + c * NQ;
     const v8f entry[6] = {ex * gx, ex * gy, -ex, ey * gy, -ey, e};
@@ -70,8 +82,28 @@ HOT_CLONES void resid_row(const dUParamTile& T, int j, const uint8_t* want, RowS
   }
 }
 
+HOT_CLONES void slope_row(const dUParamTile& T, int j, float slope_noise, RowScratch& s) {
+  const int n = T.imax - T.imin + 1;
+  const uint8_t* const b_row = T.B.row(j - T.jmin);
+  const float f1 = T.bx1.val[j], y_row = static_cast<float>(j + T.buf);
+  const v8f iota = {0, 1, 2, 3, 4, 5, 6, 7}, zero = {};
+  for (int c = 0; c < n; c += LANES) {
+    uint64_t b = 0;
+    std::memcpy(&b, b_row + c, static_cast<size_t>(std::min(LANES, n - c)));
+    if (b == 0) continue;
+    const v8f ux = load8(&s.u0x[c]) + f1 * load8(&s.dux[c]);
+    const v8f uy = load8(&s.u0y[c]) + f1 * load8(&s.duy[c]);
+    v8i use = bytes_to_int(b) != 0;
+    Spline8 o;
+    spline8<true>(*T.C, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
+    const v8f gx = use ? o.gx : zero, gy = use ? o.gy : zero, certain = slope_share(gx, gy, slope_noise);
+    store8(&s.gx[c], certain * gx);
+    store8(&s.gy[c], certain * gy);
+  }
+}
+
 void RowScratch::resize(int n) {
-  for (std::vector<float>* v : {&u0x, &u0y, &u0z, &dux, &duy, &duz, &res})
+  for (std::vector<float>* v : {&u0x, &u0y, &u0z, &dux, &duy, &duz, &res, &gx, &gy})
     v->assign(static_cast<size_t>(n + LANES), 0.0f);
   want.assign(static_cast<size_t>(n + LANES), 0);
   sums.assign(static_cast<size_t>((n + LANES) * NQ), 0.0f);

@@ -1,36 +1,87 @@
-// Uncertainty of the vertices at the last level: the information matrix of each vertex from the curvature of
-// the data term, its inverse's diagonal, and the removal of vertices that are too weak.
+// Uncertainty of the vertices at the last level, from samples of the noise carried through the normal
+// equations, and the removal of vertices that are too weak.
 #include <algorithm>
 #include <cmath>
 
 #include "lib/general/log.h"
-#include "prj/LiDAR/TNRreg/TNRreg_normal.h"
+#include "prj/LiDAR/TNRreg/TNRreg_noise.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-// Standard deviations of a vertex from its information matrix. False if that is not positive definite.
-bool invert_vertex(const SymBlock& H, xyz& unc) {
-  const double xx = H.v[0], yy = H.v[3], zz = H.v[5], xy = H.v[1], xz = H.v[2], yz = H.v[4];
-  const double cxx = yy * zz - yz * yz, cyy = xx * zz - xz * xz, czz = xx * yy - xy * xy;
-  const double det = xx * cxx - xy * (xy * zz - yz * xz) + xz * (xy * yz - yy * xz);
-  if (!(det > 0 && cxx >= 0 && cyy >= 0 && czz >= 0)) return false;
-  unc.x = static_cast<float>(std::sqrt(cxx / det + 1e-6));
-  unc.y = static_cast<float>(std::sqrt(cyy / det + 1e-6));
-  unc.z = static_cast<float>(std::sqrt(czz / det + 1e-8));
-  return true;
+// Of a sample's solution. Long waves on flat ground are a small part of the right-hand side and a large one of the
+// solution.
+constexpr double CG_TOL = 0.005;
+constexpr int CG_LIMIT = 300;
+// Square of three times the slope that noise makes in a grid, a quarter of its variance a pixel (half of s^2 each).
+constexpr float SLOPE_NOISE = 9 * 0.25f / 2;
+
+// Vertices that no second difference of the prior reaches go off: nothing but their own few pixels holds them.
+void drop_isolated(NormalEq& N, dUParamTiles& Q) {
+  std::vector<float> terms(N.size(), 0.0f);
+  const size_t up = static_cast<size_t>(N.stride);
+  for (int t = 0; t < N.nt; t++)
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++) {
+        const size_t k = N.at(t, i, j);
+        terms[k] = N.cx[k - 1] + N.cx[k] + N.cx[k + 1] + N.cy[k - up] + N.cy[k] + N.cy[k + up];
+      }
+  for (const auto& [slave, partner] : N.seam) terms[partner] += terms[slave];
+  for (int t = 0; t < N.nt; t++)
+    for (int j = 0; j < N.nv; j++)
+      for (int i = 0; i < N.nv; i++) {
+        uint8_t& state = Q.tile.val[t].Vmap.row(j)[i];
+        if (state != V_ACTIVE || terms[N.at(t, i, j)] > 0) continue;
+        state = V_OFF;
+        N.self[N.at(t, i, j)] = SymBlock{};
+        N.g[N.at(t, i, j)] = V3<float>{0, 0, 0};
+      }
+}
+
+// Adds the squares of the solutions of the samples to the sums of each parameter.
+void add_squares(const PCGwork<v8f>& w, std::vector<V3<float>>& sum) {
+  for (size_t k = 0; k < sum.size(); k++)
+    for (int l = 0; l < LANES; l++) {
+      sum[k].x += w.x[k].x[l] * w.x[k].x[l];
+      sum[k].y += w.x[k].y[l] * w.x[k].y[l];
+      sum[k].z += w.x[k].z[l] * w.x[k].z[l];
+    }
+}
+
+// Variances of the parameters under the noise of the pixels: that of the solutions of samples of the noise. The
+// prior takes part as it does in the estimate, so that a vertex on flat ground has what its neighbours know. floor:
+// the noise of the pixels is not below it.
+void sample_variances(dUParamTiles& Q, NormalEq& N, float floor, std::vector<V3<float>>& variance) {
+  std::vector<LocalScale> scale;
+  comp_local_scale(N, Q, floor * floor / (Q.s * Q.s), scale);
+  set_damping(N, 0.0f, 1.0f / static_cast<float>(std::max(Q.Tnpar, 1u)));
+  const float long_share = comp_long_share(Q);
+  PCGwork<v8f> w;
+  variance.assign(N.size(), V3<float>{0, 0, 0});
+  std::string marks;
+  for (int group = 0; group < NSAMPLE_GROUPS; group++) {
+    sample_noise(N, Q, group, long_share, scale, w.r);
+    marks += std::to_string(solve_PCG(N, w, CG_TOL, CG_LIMIT)) + " ";
+    add_squares(w, variance);
+  }
+  LOG_LINE("sample_variances long_share=" << long_share << " CG >>> " << marks);
+  constexpr float MEAN = 1.0f / (NSAMPLE_GROUPS * LANES);
+  for (V3<float>& v : variance) v = {v.x * MEAN, v.y * MEAN, v.z * MEAN};
 }
 }  // namespace
 
 void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
-  const int64_t nt = static_cast<int64_t>(Q.tile.size());
-  const float s = Q.s;
-  Q.s = std::hypot(Q.s, Q.sigma0);
+  const float s = Q.s, sigma0 = Q.sigma0;
+  Q.s = std::hypot(s, sigma0);  // information on the same scale as the weights
+  Q.sigma0 = 0;
   NormalEq N;
-  N.omega = {0, 0, 0};
   init_normal(N, Q);
-  N.omega = {0, 0, 0};
+  N.slope_noise = SLOPE_NOISE * Q.s * Q.s;
   assemble_normal(N, Q);
+  drop_isolated(N, Q);
+  std::vector<V3<float>> variance;
+  sample_variances(Q, N, sigma0, variance);
   Q.s = s;
+  Q.sigma0 = sigma0;
   for (dUParamTile& T : Q.tile) {
     T.zV.resize(T.nv(), T.nv(), 0.0f);
     T.wV.resize(T.nv(), T.nv(), 0.0f);
@@ -39,14 +90,17 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
   for (Image<float> dUParamTile::*H : {&dUParamTile::zV, &dUParamTile::wV})
     add_seams<float>(Q, [H](dUParamTile& T) -> Image<float>& { return T.*H; });
 
-  Unc.resize(static_cast<uint64_t>(nt));
-  for (int64_t t = 0; t < nt; t++) {
+  Unc.resize(Q.tile.size());
+  for (int t = 0; t < N.nt; t++) {
     dUParamTile& T = Q.tile.val[t];
-    Unc.val[t].resize(T.nv(), T.nv(), xyz{NR_NO_UNC, NR_NO_UNC, NR_NO_UNC});
+    Image<xyz>& U = Unc.val[t];
+    U.resize(T.nv(), T.nv(), xyz{NR_NO_UNC, NR_NO_UNC, NR_NO_UNC});
     for (int j = 0; j < N.nv; j++)
-      for (int i = 0; i < N.nv; i++)
-        if (T.Vmap(i, j) == V_ACTIVE && !invert_vertex(N.self[N.at(t, i, j)], Unc.val[t](i, j)))
-          T.Vmap(i, j) = V_OFF;
+      for (int i = 0; i < N.nv; i++) {
+        if (T.Vmap.row(j)[i] != V_ACTIVE) continue;
+        const V3<float>& v = variance[N.at(t, i, j)];
+        U.row(j)[i] = {std::sqrt(v.x + 1e-6f), std::sqrt(v.y + 1e-6f), std::sqrt(v.z + 1e-8f)};
+      }
     norm_vertex_zw(T);
     if (!T.B.empty()) vertex_w_b_tile(T);
   }

@@ -40,7 +40,7 @@ uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels) {
   a_tile += m * m + n * n;                        // roughness codes
   const uint64_t dxp = static_cast<uint64_t>(comp_dxp(levels.Jend)), padded = (dxp + 4) * (dxp + 4);
   a_tile += dxp * dxp * (5 * sizeof(xyz) + 3 * sizeof(float));  // vertices
-  a_tile += padded * 400;                                       // normal equations and their solution
+  a_tile += padded * 900;                                       // normal equations, samples of the noise
   return nt * a_tile + 4 * (m * m) * sizeof(float);
 }
 

@@ -172,7 +172,7 @@ TEST(Registration, NoiseFloorCountsFromTheFinalLevel) {
   const double none = mean_unc_z(0, 1);
   EXPECT_NEAR(mean_unc_z(0.15f, 1) / none, 1, 0.02);  // above the final level, which is not level 0
   const double raised = mean_unc_z(0.15f, 0);         // residuals of 0.03 m
-  EXPECT_GT(raised / none, 3);
+  EXPECT_GT(raised / none, 2);                        // neighbours share more where the data weigh less
   EXPECT_LT(raised / none, 6);
 }
 
