@@ -69,6 +69,12 @@ struct RowScratch {
   void resize(int n);
 };
 
+// By roughness code of a pixel: 1 / its variance, and the level's variance in percent of it. A rough pixel, of a
+// steep edge smeared over the kernel or of vegetation, depends on where the points fell.
+struct RoughWeights {
+  float precision[64], share[64];
+};
+
 struct dUParamTiles {
   Vector<dUParamTile> tile;
   Vector<int> right, up, diag;  // neighbours of each tile, from the tile index image; -1 none
@@ -103,8 +109,10 @@ bool init_B_F(dUParamTile& T, float minfrac, bool log);
 // with reference data to nz.
 // rough, unless null, gets the roughness of the pixels used.
 uint64_t mask_row(const dUParamTile& T, int j, const RowScratch& s, uint8_t* b, uint8_t* rough, uint64_t& nz);
-void vertex_zw_tile(dUParamTile& T);                           // zV, wV over the pixels in use
-void vertex_w_b_tile(dUParamTile& T);                          // wV as sum of the data weights
+void vertex_zw_tile(dUParamTile& T);  // zV, wV over the pixels in use
+// wV as the number of pixels in use, each by its robust weight. A rough pixel counts as one: that it says little is
+// for the uncertainty to tell.
+void vertex_w_b_tile(dUParamTile& T, const RoughWeights& weights);
 void norm_vertex_zw(dUParamTile& T);                           // zV /= wV, NR_NODATA where wV is 0
 void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND);  // keep_ND: a vertex with z NR_NODATA stays off
 
@@ -159,11 +167,6 @@ void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int 
 // over the pixels of B.
 double resid_pass(dUParamTiles& Q);
 void take_pixels(dUParamTiles& Q);  // next becomes B
-// By roughness code of a pixel: 1 / its variance, and the level's variance in percent of it. A rough pixel, of a
-// steep edge smeared over the kernel or of vegetation, depends on where the points fell.
-struct RoughWeights {
-  float precision[64], share[64];
-};
 RoughWeights rough_weights(const dUParamTiles& Q);
 double update_weights(dUParamTiles& Q);  // Cauchy weights into B from res; returns the data term
 

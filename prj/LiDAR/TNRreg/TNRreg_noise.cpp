@@ -99,7 +99,7 @@ HOT_CLONES void add_noise_row(const dUParamTile& T, int j, const RowScratch& s, 
 
 namespace {
 // Noise of the prior: second differences that are not 0, with a share of the variance that its weight stands for;
-// and a common shift of all vertices of a pixel or a metre, which only data can exclude.
+// and a shift of all vertices, which only data can exclude.
 void add_prior_noise(const NormalEq& N, int group, std::vector<V3<v8f>>& r) {
   const SignTable& signs = sign_table();
   const float share = std::sqrt(PRIOR_NOISE), common = std::sqrt(N.common);

@@ -181,10 +181,13 @@ void vertex_zw_tile(dUParamTile& T) {
   sum_to_vertices(T, T.wV, [](int, int, uint8_t) { return 1.0f; });
 }
 
-void vertex_w_b_tile(dUParamTile& T) {
+void vertex_w_b_tile(dUParamTile& T, const RoughWeights& weights) {
   T.wV.resize(T.nv(), T.nv(), 0.0f);
   check_B(T);
-  sum_to_vertices(T, T.wV, [](int, int, uint8_t b) { return 0.01f * static_cast<float>(b & B_WEIGHT); });
+  sum_to_vertices(T, T.wV, [&](int i, int j, uint8_t b) {
+    const float most = weights.share[T.rough.row(j - T.jmin)[i - T.imin] & 63];
+    return std::min(static_cast<float>(b & B_WEIGHT) / std::max(most, 1.0f), 1.0f);
+  });
 }
 
 void norm_vertex_zw(dUParamTile& T) {

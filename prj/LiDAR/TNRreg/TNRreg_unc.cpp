@@ -11,7 +11,9 @@ namespace {
 // Of a sample's solution. Long waves on flat ground are a small part of the right-hand side and a large one of the
 // solution.
 constexpr double CG_TOL = 0.005;
-constexpr int CG_LIMIT = 300;
+constexpr int CG_LIMIT = 200;
+// What is known of each vertex without data: 3 pixels, 3 m. Groups that the prior alone holds need it.
+constexpr float COMMON = 0.1f;
 // Square of three times the slope that noise makes in a grid, a quarter of its variance a pixel (half of s^2 each).
 constexpr float SLOPE_NOISE = 9 * 0.25f / 2;
 
@@ -53,7 +55,7 @@ void add_squares(const PCGwork<v8f>& w, std::vector<V3<float>>& sum) {
 void sample_variances(dUParamTiles& Q, NormalEq& N, float floor, std::vector<V3<float>>& variance) {
   std::vector<LocalScale> scale;
   comp_local_scale(N, Q, floor * floor / (Q.s * Q.s), scale);
-  set_damping(N, 0.0f, 1.0f / static_cast<float>(std::max(Q.Tnpar, 1u)));
+  set_damping(N, 0.0f, COMMON);
   const float long_share = comp_long_share(Q);
   PCGwork<v8f> w;
   variance.assign(N.size(), V3<float>{0, 0, 0});
@@ -82,6 +84,7 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
   sample_variances(Q, N, sigma0, variance);
   Q.s = s;
   Q.sigma0 = sigma0;
+  const RoughWeights weights = rough_weights(Q);
   for (dUParamTile& T : Q.tile) {
     T.zV.resize(T.nv(), T.nv(), 0.0f);
     T.wV.resize(T.nv(), T.nv(), 0.0f);
@@ -102,7 +105,7 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
         U.row(j)[i] = {std::sqrt(v.x + 1e-6f), std::sqrt(v.y + 1e-6f), std::sqrt(v.z + 1e-8f)};
       }
     norm_vertex_zw(T);
-    if (!T.B.empty()) vertex_w_b_tile(T);
+    if (!T.B.empty()) vertex_w_b_tile(T, weights);
   }
   add_seams<float>(Q, [](dUParamTile& T) -> Image<float>& { return T.wV; });
 }
