@@ -104,7 +104,8 @@ void add_DZ(QCsum& t, const DZstat& s, double m2) {
 
 // gridok: both swaths have grids. failed: a grid could not be read, after an ERROR line.
 bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTbl>& corr, int nthreads,
-                  InterSwath& s1, InterSwath& s2, DZstat& stat, double& Mpix, bool& gridok, bool& failed) {
+                  InterSwath& s1, InterSwath& s2, DZstat& stat, DZstat& before, double& Mpix, bool& gridok,
+                  bool& failed) {
   gridok = read_InterSwath(prj, p.sw1, s1) && read_InterSwath(prj, p.sw2, s2);
   if (!gridok) return false;
   const SCorrTbl &c1 = corr[static_cast<size_t>(p.sw1)], &c2 = corr[static_cast<size_t>(p.sw2)];
@@ -126,15 +127,15 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
   for (size_t i = 0; i < inter.tiles.size(); i++)
     Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
   Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-  return acc_qc_tiles(pair, &Def, nthreads, stat) && stat.n > 0;
+  return acc_qc_tiles(pair, &Def, nthreads, stat, nullptr, &before) && stat.n > 0;
 }
 
-void set_totals(const QCsum& sum, QCcorrResult& result) {
+void set_totals(const QCsum& sum, double& stddev, double& rms, double& area) {
   if (!(sum.n > 0)) return;
   const double mean = sum.sum / sum.n;
-  result.rms = std::sqrt(sum.sum2 / sum.n);
-  result.stddev = std::sqrt(std::max(0.0, sum.sum2 / sum.n - mean * mean));
-  result.area = sum.area;
+  rms = std::sqrt(sum.sum2 / sum.n);
+  stddev = std::sqrt(std::max(0.0, sum.sum2 / sum.n - mean * mean));
+  area = sum.area;
 }
 
 // A line a measured pair, then the totals. pixel: m2.
@@ -203,19 +204,21 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   result.nint = static_cast<int>(pairs.size());
   LOG_MSG("POST-CORRECTION QC:");
   std::vector<DZstat> stats(pairs.size());  // n stays 0 for pairs that cannot be measured
-  QCsum sum;
+  QCsum sum, sum0;
   InterSwath s1, s2;
   int ngrid = 0;
   for (size_t i = 0; i < pairs.size(); i++) {
     bool gridok = false, failed = false;
-    DZstat stat;
-    const bool used = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, result.Mpix, gridok, failed);
+    DZstat stat, before;
+    const bool used =
+        measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, before, result.Mpix, gridok, failed);
     if (failed) return false;
     ngrid += gridok;
     if (!used) continue;
     stats[i] = stat;
     result.nused++;
-    add_DZ(sum, stats[i], static_cast<double>(stats[i].n) * GSD * GSD);
+    add_DZ(sum, stat, static_cast<double>(stat.n) * GSD * GSD);
+    add_DZ(sum0, before, static_cast<double>(before.n) * GSD * GSD);
   }
   LOG_LINE("QC CORR " << pairs.size() << " pairs, " << result.nused << " used, " << result.Mpix << " Mpix");
   LOG_MSG("Processed " << result.Mpix << " Mpix | " << time.text());
@@ -225,8 +228,11 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     ERROR_MSG("no gridded data available");
     return false;
   }
-  set_totals(sum, result);
+  set_totals(sum, result.stddev, result.rms, result.area);
+  set_totals(sum0, result.stddev0, result.rms0, result.area0);
   if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", pairs, stats, GSD * GSD, result)) return false;
+  LOG_MSG("ORIGINAL DATA STATISTICS (SAME GROUND)");
+  LOG_MSG("StdDev DZ=" << result.stddev0 << " RMS DZ=" << result.rms0 << " Area=" << result.area0 << " m2");
   LOG_MSG("CORRECTED DATA STATISTICS");
   LOG_MSG("StdDev DZ=" << result.stddev << " RMS DZ=" << result.rms << " Area=" << result.area << " m2");
   return true;

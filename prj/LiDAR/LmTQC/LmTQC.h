@@ -30,6 +30,10 @@ struct QCcorrResult {
   double stddev = 0;  // m, of the height differences of all pairs
   double rms = 0;     // m
   double area = 0;    // m2
+  // The same without the corrections, on the same ground.
+  double stddev0 = 0;
+  double rms0 = 0;
+  double area0 = 0;
 };
 
 // Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not
@@ -37,7 +41,8 @@ struct QCcorrResult {
 std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0);
 
 // Measures the pairs on the grids with the corrections applied: with d the field that moves swath 1 onto
-// swath 2, d = c2 - c1. Writes prj.name + "_DZcorr_stat.log". corr: by swath number, nsw entries.
+// swath 2, d = c2 - c1; and without them, on the same pixels. Writes prj.name + "_DZcorr_stat.log". corr: by
+// swath number, nsw entries.
 // False after an ERROR line when no grid can be read or the log cannot be written.
 [[nodiscard]] bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs,
                                   const std::vector<SCorrTbl>& corr, int nthreads, QCcorrResult& result);

@@ -103,6 +103,7 @@ struct NRresult {
 
 // Measures a pair without solving: at displacement 0 when Def is null, else under that deformation (as
 // returned by mg_nr_reg_tiles; copied, not changed). False when nothing could be compared. Works before and
-// after mg_nr_reg_tiles on the same pair.
+// after mg_nr_reg_tiles on the same pair. before: with a Def, both are measured on the pixels that either
+// displacement leaves on data, and this gets the statistics at displacement 0.
 [[nodiscard]] bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat,
-                                DZmap* dzmap = nullptr);
+                                DZmap* dzmap = nullptr, DZstat* before = nullptr);

@@ -115,8 +115,38 @@ void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bo
 }
 
 namespace {
+// Calls measure with zero displacements in place of the tiles' own; B stays.
+template <typename Measure>
+void with_zero_Def(dUParamTiles& Q, Measure&& measure) {
+  Vector<Image<xyz>> zero(Q.tile.size());
+  Vector<Image<xyz>*> own(Q.tile.size());
+  for (uint64_t t = 0; t < Q.tile.size(); t++) {
+    dUParamTile& T = Q.tile.val[t];
+    zero.val[t].resize(T.nv(), T.nv(), xyz{0, 0, 0});
+    own.val[t] = T.Def;
+    T.Def = &zero.val[t];
+  }
+  measure();
+  for (uint64_t t = 0; t < Q.tile.size(); t++) Q.tile.val[t].Def = own.val[t];
+}
+
+// Takes the pixels out of B that have no counterpart at displacement 0.
+void keep_common_pixels(dUParamTiles& Q) {
+  with_zero_Def(Q, [&] {
+    for (dUParamTile& T : Q.tile) {
+      if (T.B.empty()) continue;
+      Image<uint8_t> moved;
+      moved.swap(T.B);
+      (void)init_B_F(T, 0.0f, false);
+      for (uint64_t k = 0; k < T.B.size(); k++)
+        if (moved.val[k] == 0) T.B.val[k] = 0;
+    }
+  });
+}
+
 // Measures under Def (all zero when def is off). Returns the number of tiles with common data.
-int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, DZstat& stat, DZmap* dzmap) {
+int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, DZstat& stat, DZmap* dzmap,
+                DZstat* before) {
   LOG_ENTER("nr_qc_tiles nt=" << Def.size() << " buf=" << pair.buf << " mTsize=" << pair.mTsize
                               << " dim=" << pair.dim << " DEF=" << def);
   dUParamTiles Q;
@@ -144,13 +174,18 @@ int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, D
     if (!ok2) T.B.clear();
   }
   init_rows(Q);
+  if (before) {
+    keep_common_pixels(Q);
+    with_zero_Def(Q, [&] { *before = comp_DZstat(Q); });
+  }
   DZstat other;
   update_subDZ_def(Q, pair, !def, def, def, def ? other : stat, def ? stat : other, dzmap);
   return ntok;
 }
 }  // namespace
 
-bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat, DZmap* dzmap) {
+bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat, DZmap* dzmap,
+                  DZstat* before) {
   const uint64_t nt = pair.img2.size();
   LOG_ENTER("acc_qc_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize
                                << " dim=" << pair.dim << " DEF=" << (Def != nullptr)
@@ -173,7 +208,7 @@ bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZs
     const float grid = static_cast<float>(comp_pixel(D.val[t].xsize()));
     for (uint64_t k = 0; k < D.val[t].size(); k++) D.val[t].val[k].x *= grid, D.val[t].val[k].y *= grid;
   }
-  const int ntok = nr_qc_tiles(pair, D, Def != nullptr, nthreads, stat, dzmap);
+  const int ntok = nr_qc_tiles(pair, D, Def != nullptr, nthreads, stat, dzmap, Def ? before : nullptr);
   const bool ok = ntok > 0 && stat.ff >= 0;
   LOG_LINE("out=" << stat.out);
   LOG_LINE("/// ACC_QC_TIME=" << watch.text());

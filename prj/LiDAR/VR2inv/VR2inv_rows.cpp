@@ -22,7 +22,9 @@ PairSlots make_slots(const InvCalDrift& inv, int k, bool drift) {
   const InvSwath &a = inv.in.swaths[p.sw1], &b = inv.in.swaths[p.sw2];
   PairSlots slots;
   slots.drift = drift;
-  const bool ext_ok = !inv.par.CALR || a.group == b.group;
+  // Channels have groups of their own, behind that of channel 0: a relative calibration ties the channels of
+  // one flight.
+  const bool ext_ok = !inv.par.CALR || (!a.fixed && !b.fixed && a.group - a.channel == b.group - b.channel);
   for (int side = 0; side < 2; side++) {
     const SwState& s = inv.sw[side == 0 ? p.sw1 : p.sw2];
     for (int c = 0; c < N_EXTERNAL; c++)

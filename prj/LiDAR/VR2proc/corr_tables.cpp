@@ -1,17 +1,17 @@
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 
-#include <cmath>
-
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/VR2proc/corr_fill.h"
+#include "prj/LiDAR/stat_xyz.h"
 
 namespace {
 // Position, time and tile of each microtile that has a time.
 bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, SampleIndex& index) {
   const std::string& path = prj.swaths[static_cast<size_t>(sw)].path;
   LTidxInfo info;
-  Vector<TIsxy> TI;
+  Vector<TIsxy>& TI = index.TI;
   Vector<Image<int32_t>> Ct, Zm;
   if (!read_LTidxInfo(path, info) || !read_LTidx_TI(path, TI) ||
       !read_sw_CZt_tiles(path, static_cast<uint32_t>(TI.size()), Ct, Zm)) {
@@ -19,12 +19,13 @@ bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, Samp
     return false;
   }
   const TileGeom geom = make_tile_geom(prj.scale.level);
-  index.nt = static_cast<uint32_t>(TI.size());
   index.where.clear();
+  index.untimed.clear();
   for (uint64_t k = 0; k < TI.size(); k++)
     for (int m = 0; m < mTn; m++)
-      if (Ct.val[k].val[m] != NO_I32 && Zm.val[k].val[m] != NO_I32)
-        index.where.push_back(static_cast<uint32_t>(k) * mTn + static_cast<uint32_t>(m));
+      if (Zm.val[k].val[m] != NO_I32)
+        (Ct.val[k].val[m] != NO_I32 ? index.where : index.untimed)
+            .push_back(static_cast<uint32_t>(k) * mTn + static_cast<uint32_t>(m));
   const uint64_t n = index.where.size();
   s.P.resize(n);
   s.t.resize(n);
@@ -35,7 +36,8 @@ bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, Samp
                   Zm.val[k].val[m] * M_PER_UNIT};
     s.t.val[i] = info.t0 + Ct.val[k].val[m] * TICK_S + TimeCorr;
   }
-  LOG_LINE("comp_P_tbl sw=" << sw << " nt=" << index.nt << " nmt=" << n);
+  LOG_LINE("comp_P_tbl sw=" << sw << " nt=" << TI.size() << " nmt=" << n
+                            << " untimed=" << index.untimed.size());
   return true;
 }
 }  // namespace
@@ -101,8 +103,8 @@ bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot,
 
 bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
                      const std::vector<SwRot>& rot, const std::vector<int>& swc,
-                     const std::vector<InvSamples>& samples, const std::vector<SampleIndex>& index,
-                     std::vector<SCorrTbl>& tables) {
+                     const std::vector<InvSamples>& samples, const std::vector<SampleIndex>& index, bool fill,
+                     int nthreads, std::vector<SCorrTbl>& tables) {
   LOG_ENTER("corr_tbl_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size() << " CL=" << res.CL
                                    << " CB=" << res.CB << " CI=" << res.CI << " CT=" << res.CT
                                    << " CA=" << res.CA << " CM=0 CDT=0 FWD=0");
@@ -119,7 +121,7 @@ bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& p
     }
     const Image<xyz> none(mTsub, mTsub, NO_CORR);
     Vector<Image<xyz>>& C = tables[i].C;
-    C.resize(index[i].nt, none);
+    C.resize(index[i].TI.size(), none);
     CorrCursor cursor;
     StatXYZ stat;
     for (uint64_t s = 0; s < index[i].where.size(); s++) {
@@ -127,61 +129,11 @@ bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& p
       C.val[index[i].where[s] / mTn].val[index[i].where[s] % mTn] = c;
       if (c.z != NO_Z) stat.add(to_dxyz(c));
     }
+    const uint64_t nfilled =
+        fill ? fill_SCorr(index[i].TI, index[i].untimed, nthreads, tables[i]) : uint64_t{0};
     const dxyz m = stat.mean();
-    LOG_LINE("comp_corr_tbl sw=" << sw << " nt=" << index[i].nt << " mcorr=" << m.x << ' ' << m.y << ' '
-                                 << m.z);
+    LOG_LINE("comp_corr_tbl sw=" << sw << " nt=" << index[i].TI.size() << " mcorr=" << m.x << ' ' << m.y
+                                 << ' ' << m.z << " nfilled=" << nfilled << "/" << index[i].untimed.size());
   }
   return true;
-}
-
-void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<int>& swc,
-                        std::vector<SCorrTbl>& tables) {
-  LOG_ENTER("dzcorr_DR_T0_SCorr CD=" << par.CD << " CGM=" << par.CGM << " AGL=" << par.AGL);
-  if (par.CGM) {
-    StatXYZ stat;
-    for (const int sw : swc)
-      for (const Image<xyz>& tile : tables[static_cast<size_t>(sw)].C)
-        for (uint64_t i = 0; i < tile.size(); i++)
-          if (tile.val[i].z != NO_Z) stat.add(to_dxyz(tile.val[i]));
-    const dxyz m = stat.mean();
-    LOG_MSG("Canceling global mean shift correction: " << m.x << ' ' << m.y << ' ' << m.z);
-    for (const int sw : swc) tables[static_cast<size_t>(sw)].T0 -= to_xyz(m);
-  }
-  // A longer range lowers the ground: the flat Z effect of range bias and scale, as a mean over the sets.
-  if (res.CI && !res.calib.empty()) {
-    double bias = 0, scale = 0;
-    for (const Calib& cal : res.calib) {
-      bias -= static_cast<double>(cal.I(0)) / static_cast<double>(res.calib.size());
-      scale -= static_cast<double>(cal.I(1)) * par.AGL / static_cast<double>(res.calib.size());
-    }
-    const char* word = par.CD ? "Canceling" : "Note:";
-    const auto show = [&](double value, const char* text) {
-      if (std::fabs(value) <= 0.001) return;
-      LOG_MSG(word << text << value);
-      if (par.CD)
-        for (const int sw : swc) tables[static_cast<size_t>(sw)].T0.z -= static_cast<float>(value);
-    };
-    show(bias, " range bias  Z shift correction component=");
-    show(scale, " range scale Z shift correction component=");
-  }
-  for (const int sw : swc) {
-    const xyz& T = tables[static_cast<size_t>(sw)].T0;
-    LOG_LINE("sw=" << sw << " T: " << T.x << ' ' << T.y << ' ' << T.z);
-  }
-}
-
-void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTbl>& tables) {
-  LOG_ENTER("display_global_shift nswc=" << swc.size());
-  if (swc.empty()) return;
-  const xyz first = tables[static_cast<size_t>(swc[0])].T0;
-  bool same = true;
-  for (const int sw : swc) same = same && tables[static_cast<size_t>(sw)].T0 == first;
-  if (same) {
-    LOG_MSG("Global shift applied (all swaths): " << first.x << ' ' << first.y << ' ' << first.z);
-    return;
-  }
-  for (const int sw : swc) {
-    const xyz& T = tables[static_cast<size_t>(sw)].T0;
-    LOG_LINE("sw=" << sw << " T: " << T.x << ' ' << T.y << ' ' << T.z);
-  }
 }

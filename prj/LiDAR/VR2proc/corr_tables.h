@@ -1,12 +1,13 @@
 // prj/LiDAR/VR2proc/corr_tables.h
 // Tables on the microtile grid: position, time and trajectory of every sample, and the correction there.
-// Here:     the tables, the global shifts that are taken from them.
-// Not here: their statistics and logs (corr_stat.h, ics_stat.h), the correction of points (corr_swath.h).
+// Here:     the tables.
+// Not here: shifts of whole swaths (global_shift.h), statistics and logs (corr_stat.h), points (corr_swath.h).
 #pragma once
 #include <cstdint>
 #include <vector>
 
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
@@ -15,8 +16,9 @@
 // Where the samples of a swath lie: entry i of its samples is microtile where[i] % 1024 of tile where[i] /
 // 1024.
 struct SampleIndex {
-  uint32_t nt = 0;  // tiles of the swath
+  Vector<TIsxy> TI;  // tiles of the swath
   std::vector<uint32_t> where;
+  std::vector<uint32_t> untimed;  // microtiles with points but without a time, in the same form
 };
 
 // Samples of each swath of swc: microtile centre at its mean height, its time, and the trajectory then.
@@ -29,19 +31,10 @@ struct SampleIndex {
 [[nodiscard]] bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, int sw,
                                   const xyz& S, const Vector<PO>& po, SwathCorr& corr);
 
-// The correction at every sample (C of each table; T0 is left as it is and not contained in C).
+// The correction at every sample (C of each table; T0 is left as it is and not contained in C). fill:
+// microtiles without a time get the correction of those around them (-fill).
 [[nodiscard]] bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
                                    const std::vector<SwRot>& rot, const std::vector<int>& swc,
                                    const std::vector<InvSamples>& samples,
-                                   const std::vector<SampleIndex>& index, std::vector<SCorrTbl>& tables);
-
-struct GlobalShiftParam {
-  bool CGM = false;  // cancel the mean correction over all swaths (-mean)
-  bool CD = true;    // cancel the flat Z effect of range bias and scale (-d_dz)
-  double AGL = 0;    // m, mean height above ground
-};
-// Adds to T0 of the tables of swc what cancels global means.
-void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<int>& swc,
-                        std::vector<SCorrTbl>& tables);
-// "Global shift applied (all swaths): ", or each swath's in the log when they differ.
-void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTbl>& tables);
+                                   const std::vector<SampleIndex>& index, bool fill, int nthreads,
+                                   std::vector<SCorrTbl>& tables);

@@ -9,6 +9,8 @@
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_tables.h"
+#include "prj/LiDAR/VR2proc/global_shift.h"
+#include "prj/LiDAR/VR2proc/inv_input.h"
 #include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -37,13 +39,21 @@ void log_args(const CorrParam& p) {
   LOG_LINE("Cpri=" << i.Cpri0 << " Spri=" << i.Spri << " PriBoost=" << i.PriBoost << " Epri=" << i.Epri
                    << " Umax=" << i.Umax << " XUmax=" << i.XUmax << " XFUmax=" << i.XFUmax
                    << " GRPC=" << i.GRPC << " REFC=" << i.REFC << " dt=" << (p.auto_dt ? -1.0 : i.dt)
-                   << " UADJ=" << i.UADJ << " CD=" << p.CD << " RMS95=" << i.RMS95);
+                   << " UADJ=" << i.UADJ << " CD=" << p.CD << " CR=" << p.CR << " RMS95=" << i.RMS95
+                   << " AGL=" << p.AGL << " fill=" << p.fill);
 }
 
 // Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
 bool prepare(const Project& prj, Run& run) {
   if (DUT_PO_sync(run.par.dut, prj, run.par.sync, run.sync) == 0) return false;
   return comp_swath_geometry(prj, run.sync, {run.par.sync.AROT, run.par.ICS, run.par.ICS_r}, run);
+}
+
+// Whether the inversion gets displacements between mobile swaths and references.
+bool has_reference_pairs(const Project& prj, const Run& run) {
+  const auto fixed = [&](int sw) { return prj.swaths[static_cast<size_t>(sw)].fixed; };
+  return run.inv.REFC != 0 && std::any_of(run.sync.pairs.begin(), run.sync.pairs.end(),
+                                          [&](const DUTpair& p) { return fixed(p.sw1) != fixed(p.sw2); });
 }
 
 // Step 2: what was asked for against what the data allow.
@@ -61,6 +71,17 @@ void reconcile(const Project& prj, Run& run) {
     run.par.CGM = false;
   }
   if (ref && inv.FM) inv.FM = false;  // the references hold the datum, so a mean drift is real
+  if (run.par.CD && has_reference_pairs(prj, run)) {
+    if (inv.FE[0] || inv.FE[1])
+      LOG_MSG("flat effect of range bias and scale is kept, reference data determine heights");
+    run.par.CD = false;
+  }
+  const bool channels = std::any_of(prj.swaths.begin(), prj.swaths.end(),
+                                    [](const Swath& s) { return !s.fixed && s.channel != 0; });
+  if (inv.CALR && !channels) {
+    WARNING_MSG("relative calibration disabled, needs several channels (options -cal_rel -chgrp)");
+    inv.CALR = false;
+  }
   if (prj.nmgrp <= 1 && !inv.CAL1 && inv.CALGI && inv.CALGE) {
     LOG_LINE("<!> CAL1=1 override");
     inv.CAL1 = true;
@@ -121,47 +142,9 @@ void settle_dt(Run& run) {
   LOG_MSG("Drift interval dt=" << run.inv.dt << " s (time resolution " << tr << " s)");
 }
 
-// Moves the registration data into the form of the inversion.
-InvInput make_input(const Project& prj, Run& run) {
-  InvInput in;
-  in.GSD = prj.scale.dim > 0 ? prj.scale.GSD() : prj.scale.mTsize / static_cast<float>(run.sync.idx.dim);
-  in.swaths.resize(prj.swaths.size());
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const int64_t sw = static_cast<int64_t>(i);
-    InvSwath& s = in.swaths[i];
-    s.group = prj.swaths[i].fixed ? 0 : prj.swaths[i].group;
-    s.channel = prj.swaths[i].channel;
-    s.mainch = run.sync.mainch(sw);
-    s.fl = run.sync.sw2fl(sw);
-    s.fixed = prj.swaths[i].fixed;
-    s.tmin = run.sync.tmin(sw);
-    s.tmax = run.sync.tmax(sw);
-    s.rot = run.rot[i];
-    s.samples = run.samples[i];
-  }
-  in.pairs.resize(run.sync.pairs.size());
-  for (size_t k = 0; k < in.pairs.size(); k++) {
-    DUTpair& d = run.sync.pairs[k];
-    InvPair& p = in.pairs[k];
-    p.pair = d.pair;
-    p.sw1 = d.sw1;
-    p.sw2 = d.sw2;
-    p.P = std::move(d.pos);
-    p.Def = std::move(d.disp);
-    p.Unc = std::move(d.unc);
-    p.t1 = std::move(d.t1);
-    p.t2 = std::move(d.t2);
-    p.O1 = std::move(run.sync.O1[k]);
-    p.O2 = std::move(run.sync.O2[k]);
-    p.Att1 = std::move(run.sync.Att1[k]);
-    p.Att2 = std::move(run.sync.Att2[k]);
-  }
-  return in;
-}
-
 bool invert(const Project& prj, Run& run) {
   const Stopwatch watch;
-  InvInput in = make_input(prj, run);
+  InvInput in = make_InvInput(prj, run.rot, run.samples, run.sync);
   if (!inv_CalTAWarp(prj.name, in, run.inv, run.res)) {
     ERROR_MSG("inversion failed");
     return false;
@@ -187,14 +170,27 @@ void choose_qc_pairs(const Project& prj, Run& run) {
                 << (run.par.qc.filter ? " or all pairs filtered, check options -qc_grp -qc_ref -qc_ch" : ""));
 }
 
+// The shifts of whole swaths, on top of the tables.
+void shift_swaths(Run& run) {
+  GlobalShiftParam par;
+  par.CGM = run.par.CGM;
+  par.CD = run.par.CD;
+  par.CR = run.par.CR;
+  par.range_model = !run.inv.CALINTGEN && !run.inv.CALINTNOB;
+  par.AGL = run.par.AGL > 0 ? run.par.AGL : comp_mean_AGL(run.samples, run.swc);
+  init_T0_SCorr(run.res, run.swc, run.tables);
+  dzcorr_DR_T0_SCorr(run.res, par, run.swc, run.tables);
+  display_global_shift(run.swc, run.tables);
+}
+
 // Tables, global shifts, QC and files: the tail that all corrections share.
 bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
   LOG_ENTER("QC_OUT_CORR QC=" << run.par.QC);
   const Stopwatch watch;
-  if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, run.tables))
+  if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, run.par.fill,
+                       run.par.nthreads, run.tables))
     return false;
-  dzcorr_DR_T0_SCorr(run.res, {run.par.CGM, run.par.CD, run.ics.AGL}, run.swc, run.tables);
-  display_global_shift(run.swc, run.tables);
+  shift_swaths(run);
   if (!Cimg_stat_swaths(prj, run.swc, run.tables)) {
     ERROR_MSG("correction grid/stats failed, probably missing temp. files");
     return false;

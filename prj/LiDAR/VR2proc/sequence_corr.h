@@ -25,6 +25,9 @@ struct CorrParam {
   // Global shifts.
   bool CGM = false;  // cancel the mean correction (-mean)
   bool CD = true;    // cancel the flat effect of range bias and scale (-d_dz)
+  bool CR = true;    // the same: both must be on (-r_dz)
+  double AGL = 0;    // m, height above ground for the effect of the range scale (-agl); 0: from the data
+  bool fill = true;  // microtiles without a time get the correction of those around them (-fill)
   // Output.
   bool CORR = true;         // write corrected files (off with -nil and -calib)
   OutputName out;           // name pattern (-out)

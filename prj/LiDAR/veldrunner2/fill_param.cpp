@@ -131,6 +131,9 @@ bool fill_corr_param(const Options& o, const std::string& dut, CorrParam& par) {
   par.qc.RDIM = 0;
   par.CGM = o.mean != 0;
   par.CD = o.d_dz != 0;
+  par.CR = o.r_dz != 0;
+  par.AGL = static_cast<double>(o.agl);
+  par.fill = o.fill != 0;
   par.CORR = !o.nil;
   par.odir = OUTDIR;
   par.lax = o.olax != 0;

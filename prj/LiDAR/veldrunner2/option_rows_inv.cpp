@@ -25,7 +25,7 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
       {"fav_att", "", OptKind::integer, 0, 2, 1, 1, &o.fav_att, "0", Theme::inversion,
        "drift in attitude or position: 0 neither favoured, 1 attitude, 2 position"},
       {"fill", "", OptKind::boolean, 0, 1, 0, 1, &o.fill, "1", Theme::inversion,
-       "fill gaps of the correction"},
+       "the check after the correction covers ground without a time of its own too"},
       {"noz", "", OptKind::boolean, 0, 1, 0, 1, &o.noz, "0", Theme::inversion,
        "attitude drift has no height effect"},
       {"refine", "", OptKind::boolean, 0, 1, 0, 1, &o.refine, "1", Theme::inversion,

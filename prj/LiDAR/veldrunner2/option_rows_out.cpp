@@ -55,7 +55,7 @@ void add_rows_out(Options& o, std::vector<OptRow>& rows) {
       {"porec", "", OptKind::boolean, 0, 1, 0, 1, &o.porec, "0", Theme::output,
        "trajectory records with the statistics of a scan"},
       {"agl", "", OptKind::real, 10, 10000, 1, 1, &o.agl, "0", Theme::qc,
-       "height above ground, m; 0: from the data"},
+       "height above ground for the flat effect of the range scale, m; 0: from the data"},
       {"trans_x", "", OptKind::reallist, -2e307, 2e307, 2, 2, &o.trans_x, "", Theme::output,
        "transect: x limits"},
       {"trans_y", "", OptKind::reallist, -2e307, 2e307, 2, 2, &o.trans_y, "", Theme::output,

@@ -150,8 +150,6 @@ bool is_used(const std::string& field) {
   return false;
 }
 
-// Options whose readers are under way.
-const std::set<std::string> PENDING = {"agl", "fill", "r_dz"};
 // Options that work through others alone.
 const std::set<std::string> BY_OTHERS = {"all"};
 // Options that are read by their name as groups of files.
@@ -191,8 +189,7 @@ TEST(OptionUse, EveryOptionIsReadOrStopsTheRun) {
   for (const OptRow& row : option_rows(defaults)) {
     SCOPED_TRACE(row.name);
     const std::string name = row.name;
-    const bool taken =
-        is_used(name) || PENDING.count(name) || BY_OTHERS.count(name) || GROUPS_OF_FILES.count(name);
+    const bool taken = is_used(name) || BY_OTHERS.count(name) || GROUPS_OF_FILES.count(name);
     if (row.theme == Theme::voxel)
       EXPECT_TRUE(is_available(name));  // taken, with a WARNING that says that they do nothing
     else if (is_available(name))
