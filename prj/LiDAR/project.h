@@ -18,6 +18,7 @@ struct Swath {
   int mainch = 0;      // swath number of the main channel of its line; its own number if it is one
   bool fixed = false;  // a reference: it is compared with, never corrected
   bool used = true;    // false once the swath has been rejected
+  bool corr = true;    // false: only its displacements are wanted, no corrected file
 };
 
 struct POfile {

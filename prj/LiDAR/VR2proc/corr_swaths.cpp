@@ -14,9 +14,10 @@
 #include "prj/LiDAR/VR2proc/corr_swath.h"
 
 namespace {
-// "Auto Geom Corr: " and the letters of what is applied: C calibration, T and A drift.
-std::string run_id(const InvResult& res) {
+// "Auto Geom Corr: " and the letters of what is applied: S shift, L B I calibration, T and A drift.
+std::string run_id(const InvResult& res, const xyz& T0) {
   std::string letters;
+  if (!(T0 == xyz{0, 0, 0})) letters += 'S';
   if (res.CL) letters += 'L';
   if (res.CB) letters += 'B';
   if (res.CI) letters += 'I';
@@ -87,14 +88,21 @@ std::vector<int> POsort_swc(const Project& prj, const POsync& sync) {
 std::vector<int> POget_rej(const Project& prj, const POsync& sync) {
   std::vector<int> rej;
   for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (!prj.swaths[i].fixed && sync.sw2fl(static_cast<int64_t>(i)) < 0) rej.push_back(static_cast<int>(i));
+    if (!prj.swaths[i].fixed && prj.swaths[i].corr && sync.sw2fl(static_cast<int64_t>(i)) < 0)
+      rej.push_back(static_cast<int>(i));
   LOG_LINE("POget_rej nsw=" << prj.swaths.size() << " nswrej=" << rej.size());
   return rej;
 }
 
 bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, const InvResult& res,
-                 const std::vector<SwRot>& rot, const std::vector<int>& swc,
+                 const std::vector<SwRot>& rot, const std::vector<int>& swc_all,
                  const std::vector<SCorrTbl>& tables, CorrResult& result) {
+  std::vector<int> swc = swc_all;
+  std::erase_if(swc, [&](int sw) { return !prj.swaths[static_cast<size_t>(sw)].corr; });
+  if (swc.empty()) {
+    ERROR_MSG("none of the swaths to correct has a trajectory");
+    return false;
+  }
   const int nswc = static_cast<int>(swc.size());
   const int nthreads = std::min(par.nthreads, std::max(nswc, 1));
   LOG_ENTER("corr_swaths CORR=" << par.CORR << " nthreads=" << nthreads << " name='" << prj.name
@@ -111,7 +119,7 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
     jobs[c].sw = swc[c];
     jobs[c].path = prj.swaths[static_cast<size_t>(swc[c])].path;
     jobs[c].out = names[c];
-    jobs[c].sid = run_id(res);
+    jobs[c].sid = run_id(res, tables[static_cast<size_t>(swc[c])].T0);
     jobs[c].lax = par.lax;
     jobs[c].lax_append = par.lax_append;
     for (const Swath& s : prj.swaths) jobs[c].sources.push_back(s.path);

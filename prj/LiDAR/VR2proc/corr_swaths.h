@@ -6,12 +6,12 @@
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 #include "prj/LiDAR/VR2proc/sequence_corr.h"
 
-// Swaths to be corrected: those with a trajectory, by trajectory file, then by time. nfx: fixed swaths.
+// Mobile swaths with a trajectory, by trajectory file, then by time.
 std::vector<int> POsort_swc(const Project& prj, const POsync& sync);
-// Mobile swaths without a single trajectory, in swath order.
+// Swaths to correct without a single trajectory, in swath order.
 std::vector<int> POget_rej(const Project& prj, const POsync& sync);
 
-// Corrects the swaths of swc on par.nthreads threads, writes the corrected files, "_TA.log", "_P_TA.log" and
+// Corrects the swaths of swc whose correction is wanted (Swath::corr) on par.nthreads threads, writes the corrected files, "_TA.log", "_P_TA.log" and
 // "_TA_stat.log". Without par.CORR only the logs. A swath that fails does not stop the others.
 // False after an ERROR line when any failed.
 [[nodiscard]] bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync,

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/tuning.h"
 #include "prj/LiDAR/veldrunner2/align2.h"
+#include "prj/LiDAR/veldrunner2/dut_swaths.h"
 #include "prj/LiDAR/veldrunner2/fill_param.h"
 #include "prj/LiDAR/veldrunner2/run_internal.h"
 #include "prj/LiDAR/veldrunner2/steer_opt.h"
@@ -63,6 +64,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, std::vecto
   ScanParam scan;
   fill_scan_param(o, run.xcls, run.cmd.reg, scan);
   scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan;
+  scan.CORR = run.cmd.inv_corr;
   ScanResult scanned;
   if (!SCAN_REG_QC(prj, scan, scanned)) {
     ERROR_MSG("registration or QC failed");
@@ -84,6 +86,7 @@ Step process(Run& run) {
   const Options& o = run.cl.o;
   std::string dut;
   if (!prepare_correction(run, dut)) return Step::failed;
+  if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
   std::vector<std::string> files;
   const int nsteps = o.align2 ? 2 : 1;
   for (int step = 0; step < nsteps; step++) {

@@ -17,6 +17,7 @@ struct ScanParam {
   bool REG = false;    // the run registers (-reg, -align, -calib)
   bool QC = true;      // difference statistics of the pairs before and after registration (-qc)
   bool QCRUN = false;  // a run without a command: the difference statistics are its purpose
+  bool CORR = false;   // a correction follows: its check needs grids, and a single swath is work enough
   bool FULL = false;   // grid everything, not only overlaps (-full)
   bool GCP = false;    // control points are given
   // Tiling.

@@ -19,7 +19,7 @@ constexpr uint64_t MIN_REG_MT = 16;  // microtiles of overlap that a registratio
 constexpr double KM2_FROM = 1e7;     // m2: larger areas are told in km2
 
 struct Work {           // what the run does with the overlaps
-  bool DOGRID = false;  // grids are needed
+  bool DOGRID = false;  // grids are needed: to register, to measure, or for the check after a correction
   bool DOREG = false;   // pairs are registered
   bool DOQC = false;    // pairs are only measured
 };
@@ -237,7 +237,7 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   const bool ovr = !res.over.empty();
   w.DOREG = par.REG;
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
-  w.DOGRID = w.DOREG || w.DOQC;
+  w.DOGRID = w.DOREG || w.DOQC || (par.CORR && par.QC && ovr);
   LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " QC=" << par.QC << " -> DOFQC=0 DOREG=" << w.DOREG
                   << " DOGRID=" << w.DOGRID);
   return w;
@@ -336,7 +336,7 @@ bool scan_steps(Project& prj, const ScanParam& par, TxtFileOut& qclog, ScanResul
     return false;
   }
   if (!single && !find_overlap(prj, par, ovr, res, qclog)) return false;
-  if (single && !par.FULL && !par.GCP) {
+  if (single && !par.FULL && !par.GCP && !par.CORR) {
     LOG_MSG("single swath: nothing to do, use -full or -gcp or -xyz_gcp");
     res.finished = true;
     return true;
