@@ -150,8 +150,10 @@ std::string DUT_base(const std::string& path);
 // Creates the files and writes everything that stands before the pairs. With nop nothing is created and the
 // other writing calls succeed without effect. False after an ERROR line.
 [[nodiscard]] bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool reg, bool nop);
-// Appends the records of the next pair (their Pair field is set here) and its "#P " line. n may be 0.
-[[nodiscard]] bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec);
+// Appends the records of the next pair (their Pair field is set here) and its "#P " line. There may be none;
+// why then stands at the end of the line, where readers pass over it.
+[[nodiscard]] bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec,
+                                  const std::string& why = "");
 // Writes the counts of pairs, closes both files and gives them their final names.
 [[nodiscard]] bool close_DUT_IDX(DUTwriter& w);
 

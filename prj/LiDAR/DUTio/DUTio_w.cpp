@@ -92,7 +92,7 @@ bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool
   return w.idx.open(idx_part(w), 0) && write_idx_head(w.idx.fs, idx);
 }
 
-bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec) {
+bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec, const std::string& why) {
   if (!w.active) return true;
   const int pair = w.nint++;
   if (static_cast<uint32_t>(pair) >= DUT_MAXPAIRS) {
@@ -103,7 +103,8 @@ bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec) {
   w.nvec += rec.size();
   for (DUTstr& r : rec) r.Pair = static_cast<uint16_t>(pair);
   if (!rec.empty() && !w.dut.write(rec.data(), rec.size() * sizeof(DUTstr))) return false;
-  w.idx.fs << "#P " << pair << ' ' << sw1 << ' ' << sw2 << ' ' << rec.size() << '\n';
+  w.idx.fs << "#P " << pair << ' ' << sw1 << ' ' << sw2 << ' ' << rec.size() << (why.empty() ? "" : " ")
+           << why << '\n';
   if (w.idx.fs.good()) return true;
   ERROR_MSG("writing file " << idx_part(w));
   return false;

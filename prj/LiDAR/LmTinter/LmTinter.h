@@ -51,14 +51,15 @@ struct InterParam {
 };
 
 struct InterResult {
-  int nint0 = 0;      // overlapping pairs
-  int nint1 = 0;      // after the filters
-  int nint = 0;       // pairs in the index
-  int nreg = 0;       // registered
-  int nqc = 0;        // measured
-  int ncached = 0;    // of the registered ones, taken from the cache
-  uint64_t nvec = 0;  // vectors written
-  double Mpix = 0;    // pixels compared, millions
+  int nint0 = 0;         // overlapping pairs
+  int nint1 = 0;         // after the filters
+  int nint = 0;          // pairs in the index
+  int nreg = 0;          // registered
+  int nqc = 0;           // measured
+  int ncached = 0;       // of the registered ones, taken from the cache
+  uint64_t nvec = 0;     // vectors written
+  uint64_t nnotime = 0;  // of these, without a time: the inversion cannot use them
+  double Mpix = 0;       // pixels compared, millions
 };
 
 // Marks the pairs i < j whose occupied microtiles overlap: an nsw x nsw image, 1 at (i, j) and (j, i). Unused

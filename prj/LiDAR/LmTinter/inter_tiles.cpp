@@ -42,14 +42,17 @@ bool read_InterSwath(const Project& prj, int sw, InterSwath& s) {
   return s.ok;
 }
 
+// A strip narrower than a few vertices has no neighbours to hold its estimates: they would be bent to fit noise.
+int min_overlap_width(const RegLevels& levels) {
+  constexpr int MIN_WIDTH = 4;  // vertex spacings
+  return std::min(MIN_WIDTH << levels.Jend, static_cast<int>(mTsub));
+}
+
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter) {
   const Tocc both = inter_Tocc(s1.occ, s2.occ);
   LOG_LINE("inter_Tocc nt1=" << s1.occ.size() << " nt2=" << s2.occ.size() << " ntint=" << both.size());
-  // A strip narrower than a few vertices has no neighbours to hold its estimates: they would be bent to fit
-  // noise. Gaps of up to two vertex spacings inside it are bridged by the neighbours and count as filled.
-  constexpr int MIN_WIDTH = 4;  // vertex spacings
-  const int width = std::min(MIN_WIDTH << levels.Jend, static_cast<int>(mTsub));
+  const int width = min_overlap_width(levels);  // gaps of up to two vertex spacings count as filled
   inter.tiles = erode_Tocc_closed(both, width, width / 4);
   const size_t ntX0 = inter.tiles.size();
   std::erase_if(inter.tiles, [nmTmin](const ToccTile& t) {
@@ -59,7 +62,7 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
   const uint64_t n = static_cast<uint64_t>(mTsub * prj.scale.dim);
   LOG_LINE("ntX0=" << ntX0 << " ntdrop=" << ntX0 - nt << " tnmti=" << count_Tocc(inter.tiles)
                    << " Mpix=" << static_cast<double>(nt * n * n) * 1e-6);
-  if (nt == 0) return InterState::none;
+  if (nt == 0) return both.empty() ? InterState::none : InterState::narrow;
   const uint64_t MB = (comp_reg_bytes(nt, prj.scale.dim, levels) >> 20) + 1;
   LOG_LINE(" TILES MEMORY=" << MB << " MB");
   if (MB > static_cast<uint64_t>(MEM_MB) || nt > INT16_MAX) {

@@ -32,12 +32,15 @@ struct InterTiles {  // the tiles of a pair
 enum class InterState {
   ok,
   none,    // nothing to compare
+  narrow,  // no part of the overlap is as wide as min_overlap_width
   memory,  // after a WARNING: the pair needs more than MEM_MB
   failed   // after an ERROR line: a cache could not be read
 };
 
-// Chooses the overlap tiles: microtiles that both swaths occupy, less what is thinner than two of them, in
-// tiles with at least nmTmin left. ok, none or memory.
+// Narrowest overlap that is registered, in microtiles.
+int min_overlap_width(const RegLevels& levels);
+// Chooses the overlap tiles: microtiles that both swaths occupy, less what is narrower than that, in tiles with
+// at least nmTmin left. ok, none, narrow or memory.
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter);
 // Reads the heights into the pair's images: the moved ones (first swath) with the margin, the reference ones

@@ -10,6 +10,8 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace {
+constexpr int64_t MAX_NOTIME = 20;  // percent of vectors without a time that pass without a warning
+
 // A log of one line a pair, written beside its name and renamed at the end; removed when that is not reached.
 class PairLog {
  public:
@@ -107,9 +109,10 @@ bool open_logs_DUT(RegRun& run, const DUTidx& head) {
          open_DUT_IDX(run.dut, run.prj.name, head, true, false);
 }
 
-// Registers a pair whose images are in place; rec holds its records if it is valid. False after an ERROR line.
+// Registers a pair whose images are in place; rec holds its records if it is valid, else lost says why not.
+// False after an ERROR line.
 bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair& pair,
-                   std::vector<DUTstr>& rec, InterResult& result) {
+                   std::vector<DUTstr>& rec, std::string& lost, InterResult& result) {
   RegpairIdx idx;
   if (!make_regpair_idx(run.s1.path, run.s2.path, run.levels, idx)) return false;
   const std::string name = regpair_name(idx);
@@ -126,18 +129,28 @@ bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair
   if (!name.empty() && !reg.from_cache && !write_regpair_idx(p.sw1, p.sw2, idx, ok && reg.cache_written))
     LOG_LINE("<!> pair cache not written");
   result.ncached += ok && reg.from_cache;
+  lost = ok ? "" : "the registration finds no solution";
   if (!ok) return true;
   DZstat after;
   if (run.param.QC && acc_qc_tiles(pair, &reg.Def, run.param.nthreads, after))
     put_DZ_line(run.dzreg, p, after, run, run.after);
   StatXYZ stat;
   if (!write_DUT(run.prj, run.s1, run.s2, inter, reg, run.levels.Jend, rec, stat)) return false;
+  if (rec.empty()) lost = "no vertex could be estimated";
   if (rec.empty()) return true;
   result.nreg++;
   LOG_LINE("stat_Def[img] ntX=" << inter.tiles.size() << " npts=" << stat.n);
   put_DXYZ_line(run.dxyz, p, stat);
   run.disp.add(stat);
   return true;
+}
+
+// Why nothing of a pair could be compared.
+std::string why_lost(InterState state, const RegRun& run) {
+  if (state == InterState::memory) return "too large for the memory reserved (-mem)";
+  if (state == InterState::none) return "no common ground";
+  const float width = static_cast<float>(min_overlap_width(run.levels)) * run.prj.scale.mTsize;
+  return LOG_STR("overlap narrower than " << std::lround(width) << " m");
 }
 
 // One pair from its tiles to its lines in the logs and the DUT files. False, after an ERROR line, when one of
@@ -156,9 +169,10 @@ bool process_pair(RegRun& run, const SwPair& p, InterResult& result) {
   const InterState state =
       inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair);
   if (state == InterState::failed) return false;
+  std::string lost = run.param.REG && p.reg && state != InterState::ok ? why_lost(state, run) : "";
   if (state == InterState::ok) {
     result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-    if (run.param.REG && p.reg && !register_pair(run, p, inter, pair, rec, result)) return false;
+    if (run.param.REG && p.reg && !register_pair(run, p, inter, pair, rec, lost, result)) return false;
     DZstat
         before;  // after the registration, which needs the heights that a measurement turns into coefficients
     if (run.param.QC && acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) {
@@ -166,8 +180,10 @@ bool process_pair(RegRun& run, const SwPair& p, InterResult& result) {
       result.nqc++;
     }
   }
+  if (!lost.empty()) WARNING_MSG("swaths " << p.sw1 << "/" << p.sw2 << " not registered: " << lost);
   result.nvec += rec.size();
-  return write_DUT_pair(run.dut, p.sw1, p.sw2, rec);
+  for (const DUTstr& r : rec) result.nnotime += r.Time1 == DUT_NOTIME;
+  return write_DUT_pair(run.dut, p.sw1, p.sw2, rec, lost);
 }
 
 std::string progress_text(const InterParam& param, int done, const InterResult& r) {
@@ -191,6 +207,15 @@ void report(const RegRun& run, const InterResult& r, const std::string& time) {
     const dxyz m = run.disp.mean(), s = run.disp.rms();
     LOG_MSG1("Displacement mean=" << m.x << " " << m.y << " " << m.z << " RMS=" << s.x << " " << s.y << " "
                                   << s.z << ", N vectors=" << run.disp.n);
+  }
+  if (r.nnotime > 0) {
+    const int64_t percent = std::lround(100.0 * static_cast<double>(r.nnotime) / static_cast<double>(r.nvec));
+    const std::string text = LOG_STR(r.nnotime << " of " << r.nvec << " vectors (" << percent
+                                               << "%) have no time and cannot be used in the inversion");
+    if (percent > MAX_NOTIME)
+      WARNING_MSG(text);
+    else
+      LOG_MSG1(text);
   }
   LOG_LINE("nint0=" << r.nint0 << " nint1=" << r.nint1 << " nint=" << r.nint << " nreg=" << r.nreg
                     << " nqc=" << r.nqc << " Mpix=" << r.Mpix);

@@ -158,6 +158,8 @@ TEST(reg_inter_LmT, PairsThatCannotBeRegisteredDoNotStopTheOthers) {
   EXPECT_EQ(idx.nint(), small.nint);  // each with no vectors
   EXPECT_EQ(idx.nvec(), 0u);
   MEM_MB = 4096;
+  EXPECT_NE(p.file("_idx.log").find("#P 0 0 1 0 too large for the memory reserved (-mem)\n"),
+            std::string::npos);
 }
 
 // Faults of the program's own files are no property of a pair: nothing comes out, least of all a cached
