@@ -24,10 +24,10 @@ float DEV_RANGE = 0.2f;
 bool AUTO_ADJ = false;
 
 float GZ_SMAXF = 1000.0f;
-float TARGET_DF = 4.0f;
+float TARGET_DF = 1.0f;
 float GGSD_OPT = -1.0f;
 
-float Z_SMAXF = 1.0f;
+float Z_SMAXF = 1.5f;
 float KEEPZmin = -10000.0f;
 float KEEPZmax = 10000.0f;
 float NR_SMAX = 0.1f;

@@ -9,7 +9,7 @@ void add_rows_map(Options& o, std::vector<OptRow>& rows) {
        "grid spacing from the mean density, not the median"},
       {"grid_rough_max", "", OptKind::real, 0.05, 100, 1, 1, &o.grid_rough_max, "1000", Theme::grid,
        "grid pixels with a larger roughness are empty, multiple of the grid spacing"},
-      {"ppp", "", OptKind::real, 1, 16, 1, 1, &o.ppp, "4", Theme::grid,
+      {"ppp", "", OptKind::real, 1, 16, 1, 1, &o.ppp, "1", Theme::grid,
        "points per grid pixel that the automatic spacing aims at"},
       {"cache_grid", "", OptKind::boolean, 0, 1, 0, 1, &o.cache_grid, "1", Theme::run,
        "reuse the grids of earlier runs"},

@@ -3,7 +3,7 @@
 
 void add_rows_reg(Options& o, std::vector<OptRow>& rows) {
   const OptRow list[] = {
-      {"rough_max", "s", OptKind::real, 0.05, 2, 1, 1, &o.rough_max, "1", Theme::registration,
+      {"rough_max", "s", OptKind::real, 0.05, 2, 1, 1, &o.rough_max, "1.5", Theme::registration,
        "pixels with a larger roughness, in metres or in grid spacings, are not compared or registered"},
       {"reg_grp", "", OptKind::integer, 0, 2, 1, 1, &o.reg_grp, "1", Theme::registration,
        "pairs registered, by group: 0 same group or line, 1 all, 2 different"},
@@ -15,7 +15,7 @@ void add_rows_reg(Options& o, std::vector<OptRow>& rows) {
        "fewer pairs: 0 all, 1 same channel or line, 2 those of main channels"},
       {"boost", "b", OptKind::integer, 1, 16, 1, 1, &o.boost, "2", Theme::registration,
        "tolerance of the solvers: larger is faster and coarser"},
-      {"coarse", "j", OptKind::integer, 0, 2, 1, 1, &o.coarse, "0", Theme::registration,
+      {"coarse", "j", OptKind::integer, 0, 2, 1, 1, &o.coarse, "1", Theme::registration,
        "final vertex spacing: 0 one microtile, 1 two, 2 four"},
       {"init", "", OptKind::integer, 0, 4, 1, 1, &o.init, "1", Theme::registration,
        "largest displacement expected: 0 small to 4 very large"},

@@ -184,7 +184,7 @@ struct Options {
   float ggsd = -1.0f;
   int ggsd_mean = 0;
   float grid_rough_max = 1000.0f;
-  float ppp = 4.0f;
+  float ppp = 1.0f;
   int cache_grid = 1;
   int cache_tile = 1;
   int cache_reg = 1;
@@ -233,13 +233,13 @@ struct Options {
   float h_range = 0.0f;
   int p_size = 100;
   int h_size = 100;
-  float rough_max = 1.0f;
+  float rough_max = 1.5f;
   int reg_grp = 1;
   int reg_ch = 1;
   int reg_ref = 1;
   int reg_reduce = 2;
   int boost = 2;
-  int coarse = 0;
+  int coarse = 1;
   int init = 1;
   float reg_s_max = 0.1f;
   float reg_s0 = 0.0f;

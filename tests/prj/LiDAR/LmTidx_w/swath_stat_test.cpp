@@ -50,20 +50,20 @@ TEST(GridScale, SpacingGivesTheTargetPointsAPixel) {
     bool median;
     int dim;
   };
-  // 4 points a pixel: dim = sqrt(points of a microtile / 4).
+  // 1 point a pixel: dim = sqrt(points of a microtile).
   const Case cases[] = {
-      {{{64, 1000}}, 4, true, 4},
-      {{{64, 1000}}, 4, false, 4},
-      {{{16, 1000}}, 1, true, 2},
-      {{{64, 1000}, {2, 300}}, 4, true, 4},   // thin borders do not pull the median down
-      {{{100, 600}, {4, 400}}, 4, false, 4},  // but the mean: 61.6 points
+      {{{64, 1000}}, 4, true, 8},
+      {{{64, 1000}}, 4, false, 8},
+      {{{16, 1000}}, 1, true, 4},
+      {{{64, 1000}, {2, 300}}, 4, true, 8},   // thin borders do not pull the median down
+      {{{100, 600}, {4, 400}}, 4, false, 8},  // but the mean: 61.6 points
       {{{1, 5}}, 4, true, 1},                 // never below one pixel
       {{}, 4, true, 1},
   };
   for (const Case& c : cases) EXPECT_EQ(comp_GGSD_dim(hist_of(c.counts), c.mTsize, c.median).dim, c.dim);
-  GGSD_OPT = 0.5f;
-  EXPECT_EQ(comp_GGSD_dim(hist_of({{64, 1000}}), 4, true).dim, 8);
-  EXPECT_DOUBLE_EQ(comp_GGSD_dim(hist_of({{64, 1000}}), 4, true).GGSD, 0.5);
+  GGSD_OPT = 0.25f;
+  EXPECT_EQ(comp_GGSD_dim(hist_of({{64, 1000}}), 4, true).dim, 16);
+  EXPECT_DOUBLE_EQ(comp_GGSD_dim(hist_of({{64, 1000}}), 4, true).GGSD, 0.25);
   GGSD_OPT = -1.0f;
 }
 
@@ -111,7 +111,7 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   }
   ProjectStat stat;
   ASSERT_TRUE(InfoTI_swstat(prj, {}, stat));
-  EXPECT_EQ(prj.scale.dim, 4);
+  EXPECT_EQ(prj.scale.dim, 8);
   EXPECT_NEAR(prj.time_res, 0.1, 0.03);
   const std::string log = read_text(prj.name + "_sw_stat.log");
   EXPECT_EQ(

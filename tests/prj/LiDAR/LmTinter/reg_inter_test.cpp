@@ -116,7 +116,7 @@ TEST(reg_inter_LmT, PairCacheFallsWithEachParameter) {
   } cases[] = {
       {"boost", [] { NR_BOOST = 3; }, [] { NR_BOOST = 2; }},
       {"j0", [] { J0_REG = 2; }, [] { J0_REG = 1; }},
-      {"rough_max", [] { Z_SMAXF = 0.8f; }, [] { Z_SMAXF = 1; }},
+      {"rough_max", [] { Z_SMAXF = 0.8f; }, [] { Z_SMAXF = 1.5f; }},
       {"height range", [] { KEEPZmin = -100; }, [] { KEEPZmin = -10000; }},
       {"s_max", [] { NR_SMAX = 0.2f; }, [] { NR_SMAX = 0.1f; }},
       {"s0", [] { SIGMA0_REG = 0.01f; }, [] { SIGMA0_REG = 0; }},
