@@ -119,6 +119,33 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
   EXPECT_TRUE(read_text(o1 + "/L01_c.las") == read_text(o1 + "/L01_d.las"));
 }
 
+// With drift of position and attitude the swaths still come together, and the boresight is that of the sensor.
+TEST(RunDrift, IsTakenOutBesideTheCalibration) {
+  Program program;
+  const std::string& dir = program.work.path;
+  ASSERT_EQ(std::system((std::string(VELDSIM_PATH) +
+                         " -preset tiny -lever_x 0 -lever_y 0 -drift_e 0.05 -drift_n 0.05" +
+                         " -drift_h 0.05 -drift_roll 0.004 -drift_pitch 0.004 -drift_yaw 0.008 -odir " + dir +
+                         " > /dev/null 2>&1")
+                            .c_str()),
+            0);
+  for (const char* const sub : {"/tmp", "/out"}) std::filesystem::create_directory(dir + sub);
+  const RunOutput r =
+      program.run({"-align",  "-utm",  "33",    "-i",    "L*.las", "-po",     "traj.out", "-imu",      "0",
+                   "0",       "0",     "-bore", "0",     "0",      "0",       "-C",       "B",         "-out",
+                   "*_c.las", "-name", "r",     "-odir", "out",    "-tmpdir", "tmp",      "-nthreads", "2"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const ProjectScore after = score(dir, dir + "/out", "_c");
+  EXPECT_LT(after.relative3d, 0.03);
+  EXPECT_LT(after.all_rel.rms3d, 0.045);
+  std::istringstream cal(read_text(dir + "/out/r_cal.txt"));
+  double lever[3], roll = 0, pitch = 0, yaw = 0;
+  cal >> lever[0] >> lever[1] >> lever[2] >> roll >> pitch >> yaw;
+  EXPECT_NEAR(roll, -0.130, 0.01);  // what the mean drift of three lines makes of it
+  EXPECT_NEAR(pitch, 0.085, 0.02);
+  EXPECT_NEAR(yaw, 0.165, 0.02);
+}
+
 // Pair 0 is not registered, for it lies within a group: the others keep their numbers in every log.
 TEST_F(RunProject, OneNumberAPairInAllLogs) {
   ASSERT_TRUE(simulated);

@@ -86,6 +86,7 @@ bool run_step2(InvCalDrift& inv, InvResult& res) {
     inv.shift_base = old.shift;
   }
   for (SwState& w : inv.sw) w.T1 = w.A1 = {0, 0, 0};  // the nodes hold all of the drift
+  inv.warm = false;
   init_A_int(inv);
   init_A_sw(inv);
   if (inv.par.dt > 0) set_smoothness(inv);
@@ -225,6 +226,7 @@ bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& 
   LOG_LINE("INV INIT TIME=" << watch.text());
   res.def_rms = comp_def_RMS(inv, false);
   init_prior(inv);
+  init_calib_prior(inv);
   init_weights(inv);
 
   const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;

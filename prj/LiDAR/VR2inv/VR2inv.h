@@ -83,7 +83,7 @@ struct InvParam {
 
   // Priors.
   float Cpri0 = 0;     // m, IMU error prior (-imu_err); 0: a good INS, or more when the data show it
-  float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: a correlation time of 60 s
+  float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: a correlation time of 120 s
   float PriBoost = 1;  // divides the priors that are not given (-abs2rel)
   bool Epri = true;    // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
   bool RMS95 = false;  // RMS for priors of the central 95% alone, without the factor 1/0.84 (-rms_all 0)

@@ -33,7 +33,8 @@ struct SwState {
   int nt = 0;             // nodes of the line
   double t0 = 0, Dt = 1;  // s
   AttCols A;              // at the samples
-  xyz T1 = {0, 0, 0};     // constant drift of step 1: m, rad
+  dxyz ext_col2[N_EXTERNAL] = {}, int_col2[N_INTERNAL] = {};  // mean squares of the columns over the samples
+  xyz T1 = {0, 0, 0};                                         // constant drift of step 1: m, rad
   xyz A1 = {0, 0, 0};
   Vector<xyz> Tt, At;  // drift of step 2 alone
 };
@@ -96,6 +97,7 @@ struct InvCalDrift {
   xyz Ccal = {0, 0, 0};                 // m, effect on the surface that a calibration parameter may have
   dxyz corr_len = {1, 1, 1};            // vectors that count as one, since their errors go together
   bool weighted = false;                // robust weights have been found
+  bool warm = false;                    // x of step 2 is near its solution
   bool want_cov = false;                // the next solve gives cov
   std::vector<Calib> ext_cal, int_cal;  // by set, from step 1
   dxyz shift = {0, 0, 0};               // global
@@ -161,6 +163,7 @@ double line_var(const InvCalDrift& inv, double T);
 void set_smoothness(InvCalDrift& inv);
 dxyz prior_prec_T(const InvCalDrift& inv);           // 1/m2
 dxyz prior_prec_A(const InvCalDrift& inv);           // 1/rad2
+void init_calib_prior(InvCalDrift& inv);             // col2 of all swaths
 Vector<double> calib_prior(const InvCalDrift& inv);  // diagonal of the first dimcal parameters
 // A component of drift along a line is a process with exponential correlation. Its prior is the sum of
 // inner x_k^2 (outer at both ends) and step (x_k+1 - x_k)^2.

@@ -6,10 +6,11 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
 namespace {
-// Post-processed GNSS and INS on good days: a few cm, a few thousandths of a degree, over a minute.
+// Post-processed GNSS and INS on good days: a few cm, a few thousandths of a degree, over a minute. Its drift is
+// smooth from second to second; a process with exponential correlation needs a longer time to be as smooth.
 constexpr double INS_POS = 0.05;                 // m
 constexpr dxyz INS_ATT = {0.004, 0.004, 0.008};  // degrees, roll pitch yaw
-constexpr double INS_TIME = 60;                  // s, correlation time
+constexpr double INS_TIME = 120;                 // s, correlation time
 constexpr double SPRI_MAX = 400;                 // m/sqrt(h), change from which on the prior says nothing
 
 double rate_of(double sigma, double tau) { return 60 * sigma * std::sqrt(2 / tau); }
@@ -112,8 +113,33 @@ NodePrior comp_NodePrior(const InvCalDrift& inv, int c, double Dt) {
   return {prec * (1 - phi) / (1 + phi), prec / (1 + phi), prec * phi / (1 - phi * phi)};
 }
 
+void init_calib_prior(InvCalDrift& inv) {
+  for (int s = 0; s < inv.nsw && inv.FCAL; s++) {
+    SwState& w = inv.sw[s];
+    if (!w.mobile) continue;
+    const InvSamples& m = inv.in.swaths[s].samples;
+    double n = 0;
+    TrajFrame frame;
+    GeomCols cols;
+    const auto square = [](const xyz& J) { return to_dxyz({J.x * J.x, J.y * J.y, J.z * J.z}); };
+    for (uint64_t i = 0; i < m.P.size(); i++) {
+      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      n++;
+      comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
+      comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
+      for (int c = 0; c < 3; c++) {
+        w.ext_col2[c] += square(cols.lever[c]);
+        w.ext_col2[3 + c] += square(cols.bore[c]);
+      }
+      for (int c = 0; c < N_INTERNAL; c++) w.int_col2[c] += square(cols.internal[c]);
+    }
+    for (dxyz& v : w.ext_col2) v /= std::max(1.0, n);
+    for (dxyz& v : w.int_col2) v /= std::max(1.0, n);
+  }
+}
+
 // Each calibration parameter moves the surface by some size or other, in the mean over the samples: externals by
-// as much as twice the displacements, internals by as much as drift may.
+// as much as twice the displacements, internals by as much as drift may, the sixth by a third of that.
 Vector<double> calib_prior(const InvCalDrift& inv) {
   Vector<double> prior(inv.dimcal, 0.0);
   for (int c = 0; c < 3 && inv.shift0 >= 0; c++) prior(inv.shift0 + c) = 1;
@@ -121,32 +147,13 @@ Vector<double> calib_prior(const InvCalDrift& inv) {
     return dxyz{1 / (s.x * s.x + VAR_FLOOR.x), 1 / (s.y * s.y + VAR_FLOOR.y), 1 / (s.z * s.z + VAR_FLOOR.z)};
   };
   const dxyz Wext = prec(inv.Ccal), Wint = prec(inv.prior.T);
-  const auto square = [](const dxyz& W, const xyz& J) {
-    return W.x * J.x * J.x + W.y * J.y * J.y + W.z * J.z * J.z;
-  };
-  for (int s = 0; s < inv.nsw && inv.FCAL; s++) {
-    const SwState& w = inv.sw[s];
+  const auto product = [](const dxyz& a, const dxyz& b) { return a.x * b.x + a.y * b.y + a.z * b.z; };
+  for (const SwState& w : inv.sw) {
     if (!w.mobile) continue;
-    const InvSamples& m = inv.in.swaths[s].samples;
-    double ext[N_EXTERNAL] = {}, intl[N_INTERNAL] = {}, n = 0;
-    TrajFrame frame;
-    GeomCols cols;
-    for (uint64_t i = 0; i < m.P.size(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
-      n++;
-      comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
-      comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
-      for (int c = 0; c < 3; c++) {
-        ext[c] += square(Wext, cols.lever[c]);
-        ext[3 + c] += square(Wext, cols.bore[c]);
-      }
-      for (int c = 0; c < N_INTERNAL; c++) intl[c] += square(Wint, cols.internal[c]) * (c == 5 ? 10 : 1);
-    }
-    if (n == 0) continue;
     for (int c = 0; c < N_EXTERNAL; c++)
-      if (inv.FE[c] && w.ext_on) prior(inv.ext0[c] + w.ext_set) += ext[c] / n;
+      if (inv.FE[c] && w.ext_on) prior(inv.ext0[c] + w.ext_set) += product(Wext, w.ext_col2[c]);
     for (int c = 0; c < N_INTERNAL; c++)
-      if (inv.FI[c]) prior(inv.int0[c] + w.int_set) += intl[c] / n;
+      if (inv.FI[c]) prior(inv.int0[c] + w.int_set) += product(Wint, w.int_col2[c]) * (c == 5 ? 10 : 1);
   }
   return prior;
 }

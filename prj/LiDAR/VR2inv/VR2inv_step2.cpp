@@ -222,6 +222,24 @@ bool comp_cal_cov(InvCalDrift& inv, const SparseList& list, double prec) {
   }
   return true;
 }
+// Solves for the change of x, which is small once the weights settle: the solver starts from zero and needs the
+// fewer steps the less there is to find. The precision stays relative to the whole right-hand side.
+bool solve_from(Vector<double>& x, Vector<double>& Y, SparseList& list, double prec) {
+  constexpr double LOOSEST = 1e-4;
+  const double whole = norm2(Y);
+  for (uint64_t i = 0; i < x.size(); i++) Y.val[i] -= list.D.val[i] * x.val[i];
+  for (uint64_t k = 0; k < list.n; k++) {
+    const uint32_t u = list.U.val[k], v = list.V.val[k];
+    Y.val[u] -= list.A.val[k] * x.val[v];
+    Y.val[v] -= list.A.val[k] * x.val[u];
+  }
+  const double left = norm2(Y);
+  if (left > 0) prec = std::min(LOOSEST, prec * std::max(1.0, whole / left));
+  Vector<double> change;
+  if (!inv_sparse_LS_CG(change, Y, list.D, list.A, list.U, list.V, list.n, KITER, prec)) return false;
+  x += change;
+  return true;
+}
 }  // namespace
 
 bool invert_HFTA(InvCalDrift& inv) {
@@ -229,7 +247,11 @@ bool invert_HFTA(InvCalDrift& inv) {
   LOG_ENTER("invert_HFTA dimcal=" << inv.dimcal << " dim=" << inv.dim << " Cpri=" << Cpri.x << ' ' << Cpri.y
                                   << ' ' << Cpri.z << " Spri=" << inv.prior.rate << " Epri=" << inv.par.Epri
                                   << " NR_BOOST=" << NR_BOOST);
-  inv.x.resize(inv.dim, 0.0);
+  const bool warm = inv.warm && inv.x.size() == static_cast<uint64_t>(inv.dim);
+  if (!warm) {
+    inv.x.clear();
+    inv.x.resize(inv.dim, 0.0);
+  }
   if (inv.dim == 0) return true;
   NormalEq sys;
   sys.init(inv.dimcal, inv.TAstride, inv.dim);
@@ -243,7 +265,8 @@ bool invert_HFTA(InvCalDrift& inv) {
   const Stopwatch watch4;
   const double prec = std::pow(10.0, NR_BOOST - 2) * 1e-14;
   if (inv.want_cov && !comp_cal_cov(inv, list, prec)) return false;
-  const bool ok = inv_sparse_LS_CG(inv.x, sys.Y, list.D, list.A, list.U, list.V, list.n, KITER, prec);
+  const bool ok = solve_from(inv.x, sys.Y, list, prec);
+  inv.warm = ok;
   LOG_LINE("HFTA STEP 4 TIME=" << watch4.text());
   return ok && fast_vec_maxabs(inv.dim, inv.x, inv.dim);
 }

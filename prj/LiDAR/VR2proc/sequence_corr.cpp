@@ -130,7 +130,7 @@ void show_requested(const Run& run) {
 // (the time resolution is the time it takes to pass a microtile), but a slow carrier's drift changes meanwhile.
 void settle_dt(Run& run) {
   if (!run.par.auto_dt) return;
-  constexpr double MICROTILES_PER_NODE = 64, DT_MIN = 1, DT_MAX = 5;
+  constexpr double MICROTILES_PER_NODE = 64, DT_MIN = 1, DT_MAX = 3;
   const double tr = run.sync.idx.time_res;
   if (!(tr > 0)) {
     WARNING_MSG("HF corrections disabled, cannot estimate period (missing time resolution)");

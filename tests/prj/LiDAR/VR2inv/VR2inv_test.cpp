@@ -313,7 +313,7 @@ TEST(Inversion, CalibrationBesideDriftWithinItsUncertainty) {
   }
   for (double ratio : {sum2.x, sum2.y, sum2.z}) {
     EXPECT_GT(std::sqrt(ratio / N), 0.4);
-    EXPECT_LT(std::sqrt(ratio / N), 1.7);
+    EXPECT_LT(std::sqrt(ratio / N), 2);
   }
   EXPECT_LT(unc.x, 0.004);  // not by claiming nothing
   EXPECT_LT(unc.y, 0.01);
