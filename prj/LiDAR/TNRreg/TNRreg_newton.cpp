@@ -6,7 +6,7 @@
 
 namespace {
 // Conjugate gradients end at this residual: the linearisation itself is no better.
-constexpr double CG_TOL = 0.05;
+constexpr double CG_TOL = 0.1;
 constexpr int CG_LIMIT = 100;
 constexpr int MAX_TRIALS = 8;
 constexpr float FIRST_DAMPING = 1e-3f, DAMPING_STEP = 10.0f;
