@@ -63,7 +63,7 @@ bool geo_forward(const GeoRefParam& g, double lon, double lat, double h, dxyz& p
   PJ* operation = thread_operation(g);
   double x = 0, y = 0;
   if (!operation || !plane(operation, g, lon * RAD, lat * RAD, x, y)) return false;
-  p = {x / g.unit, y / g.unit, (h - g.geoid_h) / g.unit};
+  p = {x / g.unit, y / g.unit, (h - g.geoid_h) / g.unit_z};
   return true;
 }
 
@@ -81,7 +81,7 @@ bool geo_forward_north(const GeoRefParam& g, double lon, double lat, double h, d
   if (!operation || !plane(operation, g, lon * RAD, lat * RAD, x, y) ||
       !plane(operation, g, lon * RAD, (lat + step) * RAD, xn, yn))
     return false;
-  p = {x / g.unit, y / g.unit, (h - g.geoid_h) / g.unit};
+  p = {x / g.unit, y / g.unit, (h - g.geoid_h) / g.unit_z};
   north_deg = step > 0 ? std::atan2(xn - x, yn - y) / RAD : std::atan2(x - xn, y - yn) / RAD;
   return true;
 }
@@ -105,7 +105,7 @@ bool geo_inverse(const GeoRefParam& g, const dxyz& p, double& lon, double& lat, 
   }
   lon = out.lp.lam / RAD;
   lat = out.lp.phi / RAD;
-  h = p.z * g.unit + g.geoid_h;
+  h = p.z * g.unit_z + g.geoid_h;
   return true;
 }
 

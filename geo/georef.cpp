@@ -111,13 +111,15 @@ bool GeoRefParam::init(int zone, const std::string& text, double geoid_height, c
     kind = ProjKind::UTM;
   } else if (!string.empty()) {
     wkt = true;
-    unit = unit_wkt = get_WKT_unit(string);
+    if (!get_WKT_unit(string, unit) || !get_WKT_height_unit(string, unit, unit_z)) return false;
+    unit_wkt = unit;
     if (!parse_projection(string, *this)) return false;
     get_WKT_spheroid(string, a, e2);
     hasH7 = get_WKT_TOWGS84(string, H7);
   }
-  LOG_ENTER("GeoRefParam::init " << proj_word(kind) << " Zone=" << Zone << " unit=" << unit << " geoid="
-                                 << geoid << " geoH=" << geoid_h << " wkt.length()=" << string.length());
+  LOG_ENTER("GeoRefParam::init " << proj_word(kind) << " Zone=" << Zone << " unit=" << unit
+                                 << " unit_z=" << unit_z << " geoid=" << geoid << " geoH=" << geoid_h
+                                 << " wkt.length()=" << string.length());
   const bool wgs84 = a == WGS84_A && std::fabs(e2 - WGS84_E2) < 1e-12;
   bool shifted = false;
   for (const double p : H7) shifted = shifted || p != 0;

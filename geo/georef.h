@@ -29,7 +29,8 @@ struct GeoRefParam {
   double a = WGS84_A;    // m, semi-major axis of the spheroid
   double e2 = WGS84_E2;  // its squared eccentricity
 
-  double unit = 1.0;  // metres per unit of planar coordinates and heights; an option may override the WKT's
+  double unit = 1.0;      // metres per unit of planar coordinates; an option may override the WKT's
+  double unit_z = 1.0;    // metres per unit of heights; `unit` but for compound systems
   double unit_wkt = 1.0;  // metres per unit of the WKT string: that of Eo and No
 
   // Constants of the projection, degrees or 1 or units of the string.
@@ -52,9 +53,9 @@ struct GeoRefParam {
 
   // Sets everything from the options: zone (-utm, 0 none, negative south), text (content of the -wkt file,
   // ignored with a zone), geoid height (-geoid_h), geoid name (-geoid), same_datum (-same_datum). With
-  // neither zone nor text the kind is GEO. A caller whose unit option overrides the string's sets `unit`
-  // afterwards. False after an ERROR line: a parameter is missing or PROJ refuses it, or datum shift or geoid
-  // are asked for.
+  // neither zone nor text the kind is GEO. A caller whose unit option overrides the string's sets `unit` and
+  // `unit_z` afterwards. False after an ERROR line: a parameter is missing or PROJ refuses it, or datum shift
+  // or geoid are asked for.
   [[nodiscard]] bool init(int zone, const std::string& text, double geoid_height,
                           const std::string& geoid_name, bool same_datum);
 };
@@ -62,8 +63,8 @@ struct GeoRefParam {
 // Word of the projection family as logs show it: "UTM", "TM", "LCC", "AEAC", "HOM", "OS", "GEO".
 const char* proj_word(ProjKind kind);
 
-// Geodetic to projected: longitude and latitude in degrees, ellipsoidal height in metres, to x, y, z in
-// `unit`. GEO leaves degrees. False (no message) where the projection isn't defined; p is then unchanged.
+// Geodetic to projected: longitude and latitude in degrees, ellipsoidal height in metres, to x, y in
+// `unit` and z in `unit_z`. GEO leaves degrees. False (no message) where the projection isn't defined; p is then unchanged.
 [[nodiscard]] bool geo_forward(const GeoRefParam& g, double lon, double lat, double h, dxyz& p);
 // Projected to geodetic. False (no message) outside the projection's range.
 [[nodiscard]] bool geo_inverse(const GeoRefParam& g, const dxyz& p, double& lon, double& lat, double& h);

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <string_view>
 
 #include "lib/general/log.h"
 
@@ -29,8 +30,85 @@ bool numbers_behind_name(const std::string& wkt, size_t pos, double* values, int
   return true;
 }
 
-bool starts_at(const std::string& text, size_t pos, const char* word) {
-  return text.compare(pos, std::char_traits<char>::length(word), word) == 0;
+bool starts_at(std::string_view text, size_t pos, std::string_view word) {
+  return text.substr(pos, word.size()) == word;
+}
+
+// Position of keyword[ outside quotes, at bracket depth `depth` or any (-1); npos if there is none.
+size_t find_entry(std::string_view wkt, std::string_view keyword, int depth) {
+  bool quoted = false;
+  int level = 0;
+  for (size_t i = 0; i < wkt.size(); i++) {
+    const char c = wkt[i];
+    if (c == '"') quoted = !quoted;
+    if (quoted) continue;
+    const bool begins = i == 0 || wkt[i - 1] == ',' || wkt[i - 1] == '[';
+    const bool here = begins && (depth < 0 || level == depth) && starts_at(wkt, i, keyword);
+    if (here && starts_at(wkt, i + keyword.size(), "[")) return i;
+    level += c == '[' ? 1 : c == ']' ? -1 : 0;
+  }
+  return std::string_view::npos;
+}
+
+// The entry that begins at pos, up to its closing bracket, or to the end when that is missing.
+std::string_view entry_at(std::string_view wkt, size_t pos) {
+  if (pos == std::string_view::npos) return {};
+  bool quoted = false;
+  int level = 0;
+  for (size_t i = pos; i < wkt.size(); i++) {
+    if (wkt[i] == '"') quoted = !quoted;
+    if (quoted) continue;
+    level += wkt[i] == '[' ? 1 : wkt[i] == ']' ? -1 : 0;
+    if (wkt[i] == ']' && level == 0) return wkt.substr(pos, i + 1 - pos);
+  }
+  return wkt.substr(pos);
+}
+
+std::string_view element(std::string_view wkt, std::string_view keyword) {
+  return entry_at(wkt, find_entry(wkt, keyword, -1));
+}
+
+// The UNIT entry of a system itself, not of the systems nested in it.
+std::string_view own_unit(std::string_view system) { return entry_at(system, find_entry(system, "unit", 1)); }
+
+struct UnitName {
+  const char* name;
+  const char* word;
+  double metres;
+};
+constexpr UnitName UNIT_NAMES[] = {{"ussurveyfoot", "FEET_US", FEET_US},
+                                   {"ussurveyfeet", "FEET_US", FEET_US},
+                                   {"foot_us", "FEET_US", FEET_US},
+                                   {"foot(international)", "FEET_INT", FEET_INT},
+                                   {"feet(international)", "FEET_INT", FEET_INT},
+                                   {"intl.foot", "FEET_INT", FEET_INT},
+                                   {"intl.feet", "FEET_INT", FEET_INT},
+                                   {"metres", "METERS", 1.0},
+                                   {"meters", "METERS", 1.0},
+                                   {"metre", "METERS", 1.0},
+                                   {"meter", "METERS", 1.0}};
+constexpr double SAME_UNIT = 1e-7;  // numbers closer than this are one unit; the two feet differ by 2e-6
+
+// Metres per unit of an entry unit["name",number].
+bool read_unit(std::string_view entry, double& unit) {
+  const std::string text(entry);
+  double value = 0;
+  if (!numbers_behind_name(text, 0, &value, 1) || !(value > 0)) {
+    ERROR_MSG("WKT parser - could not parse unit " << text);
+    return false;
+  }
+  unit = value;
+  const char* word = "OTHER";
+  for (const UnitName& row : UNIT_NAMES)
+    if (std::fabs(value / row.metres - 1) < SAME_UNIT) {
+      unit = row.metres;
+      word = row.word;
+    }
+  for (const UnitName& row : UNIT_NAMES)
+    if (starts_at(text, 6, std::string(row.name) + "\"") && row.metres != unit)
+      WARNING_MSG("WKT parser - unit name and number disagree, using the number: " << text);
+  LOG_LINE(word << " " << unit);
+  return true;
 }
 }  // namespace
 
@@ -85,34 +163,26 @@ void get_WKT_spheroid(const std::string& wkt, double& a, double& e2) {
   WARNING_MSG("WKT parser - could not parse spheroid, using WGS84");
 }
 
-double get_WKT_unit(const std::string& wkt) {
+bool get_WKT_unit(const std::string& wkt, double& unit) {
   LOG_ENTER("get_WKT_unit " << wkt.length());
-  struct Row {
-    const char* name;
-    const char* word;
-    double metres;
-  };
-  static const Row rows[] = {{"ussurveyfoot", "FEET_US", FEET_US},
-                             {"ussurveyfeet", "FEET_US", FEET_US},
-                             {"foot_us", "FEET_US", FEET_US},
-                             {"foot(international)", "FEET_INT", FEET_INT},
-                             {"feet(international)", "FEET_INT", FEET_INT},
-                             {"intl.foot", "FEET_INT", FEET_INT},
-                             {"intl.feet", "FEET_INT", FEET_INT},
-                             {"metres", "METERS", 1.0},
-                             {"meters", "METERS", 1.0}};
-  for (const Row& row : rows) {
-    const std::string key = std::string("unit[\"") + row.name + "\",";
-    double value = 0;
-    size_t pos = wkt.find(key);
-    if (pos == std::string::npos) continue;
-    pos += key.size();
-    if (!number_at(wkt, pos, value)) continue;
-    LOG_LINE(row.word << " " << value);
-    return row.metres;
-  }
-  LOG_LINE("WKT parser - unit missing, using default");
-  return 1.0;
+  unit = 1.0;
+  const std::string_view system = element(wkt, "projcs");
+  const std::string_view entry = own_unit(system.empty() ? std::string_view(wkt) : system);
+  if (!entry.empty()) return read_unit(entry, unit);
+  WARNING_MSG("WKT parser - unit missing, using default (metres)");
+  return true;
+}
+
+bool get_WKT_height_unit(const std::string& wkt, double plane_unit, double& unit) {
+  LOG_ENTER("get_WKT_height_unit " << wkt.length());
+  unit = plane_unit;
+  std::string_view system = element(wkt, "vert_cs");
+  if (system.empty()) system = element(wkt, "vertcs");
+  const std::string_view entry = own_unit(system);
+  if (!entry.empty()) return read_unit(entry, unit);
+  if (!system.empty())
+    WARNING_MSG("WKT parser - unit of the vertical system missing, using the horizontal one");
+  return true;
 }
 
 bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]) {

@@ -19,8 +19,15 @@ std::string wkt_normalise(const std::string& text);
 std::string get_WKT_authority(const std::string& wkt);
 
 void get_WKT_spheroid(const std::string& wkt, double& a, double& e2);  // WGS84 with a WARNING when it fails
-double get_WKT_unit(const std::string& wkt);                           // metres per unit; 1 when none fits
 bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]);            // false: no shift is to be applied
+
+// Metres per unit of the planar coordinates, from the projected system's own UNIT entry: units of the geographic
+// system in it or of a vertical system beside it don't count. The number holds, whatever the name; numbers
+// within 1e-7 of the metre or of a common foot are that unit. No entry: metres, with a WARNING. False after an
+// ERROR line when the entry cannot be read.
+[[nodiscard]] bool get_WKT_unit(const std::string& wkt, double& unit);
+// Metres per unit of the heights: the vertical system's own, that of the plane without one.
+[[nodiscard]] bool get_WKT_height_unit(const std::string& wkt, double plane_unit, double& unit);
 
 // Kind of the projection by the name behind projection[, with the flags south, SP2 and centre. False if there
 // is none or it is another one (no message).

@@ -12,6 +12,7 @@ std::string INPARSE = "xyzt";
 std::string OUTPARSE = "xyzt";
 std::string SOFTINFO = "VELDRUNNER 2.26";
 double DATAUNIT = 1.0;
+double DATAUNIT_Z = 1.0;
 double OUTDATAUNIT = 1.0;
 
 bool CACHE_TILE = true;
@@ -39,4 +40,8 @@ float H_STEP = 1.0f / 1024.0f;
 
 bool CALINTGEN = false;
 bool CALINTNOB = false;
+float PO_SPEED_MAX = 300.0f;
+float PO_CLIMB_MAX = 100.0f;
+float PO_RATE_MAX = 500.0f;
+float PO_BAD_MAX = 1.0f;
 double MAX_TRAJ_DT = 1.0;

@@ -19,6 +19,7 @@ extern std::string INPARSE;   // text input columns (-iparse)
 extern std::string OUTPARSE;  // text output columns (-oparse)
 extern std::string SOFTINFO;  // the soft-info string that headers and saved options carry
 extern double DATAUNIT;       // metres per unit of the input files
+extern double DATAUNIT_Z;     // the same for their heights
 extern double OUTDATAUNIT;    // metres per unit of the outputs
 
 // Caches.
@@ -51,4 +52,8 @@ extern float H_STEP;      // histogram bin width, height units
 // Geometry.
 extern bool CALINTGEN;      // generic internal model (-int_gen)
 extern bool CALINTNOB;      // no range-bias shift (-int_nob)
+extern float PO_SPEED_MAX;  // m/s, fastest step between trajectory records (-po_speed), 0 off
+extern float PO_CLIMB_MAX;  // m/s, the same for heights (-po_climb)
+extern float PO_RATE_MAX;   // degrees/s, the same for each angle (-po_rate)
+extern float PO_BAD_MAX;    // percent of records that may be wrong (-po_bad)
 extern double MAX_TRAJ_DT;  // s, largest accepted gap between trajectory samples

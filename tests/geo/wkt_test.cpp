@@ -42,16 +42,70 @@ TEST(Wkt, AnyCaseAnyBlanks) {
   EXPECT_EQ(get_WKT_authority(wkt_normalise(TM_TEXT)), "25832");
 }
 
+// The number holds; a name that says something else is reported.
 TEST(Wkt, Units) {
   struct Row {
     const char* unit;
     double metres;
+    const char* message;
   };
   for (const Row& row :
-       {Row{"US survey foot", FEET_US}, Row{"Foot_US", FEET_US}, Row{"foot (International)", FEET_INT},
-        Row{"Intl. Feet", FEET_INT}, Row{"Meters", 1}, Row{"metre", 1}, Row{"fathom", 1}}) {
-    const std::string text = changed(TM_TEXT, "UNIT[\"metre\"", std::string("UNIT[\"") + row.unit + "\"");
-    EXPECT_EQ(get_WKT_unit(wkt_normalise(text)), row.metres) << row.unit;
+       {Row{"\"US survey foot\",0.3048006096012192", FEET_US, ""}, Row{"\"Foot_US\",0.3048006", FEET_US, ""},
+        Row{"\"foot (International)\",0.3048", FEET_INT, ""}, Row{"\"Foot\",0.3048", FEET_INT, ""},
+        Row{"\"foot\",0.30480060960121924", FEET_US, ""},
+        Row{"\"Clarke's foot\",0.3047972654", 0.3047972654, ""}, Row{"\"fathom\",1.8288", 1.8288, ""},
+        Row{"\"Meters\",1.0", 1, ""}, Row{"\"metre\",0.3048", FEET_INT, "unit name and number disagree"},
+        Row{"\"Foot_US\",0.3048", FEET_INT, "unit name and number disagree"}}) {
+    GeoRefParam g;
+    std::string said;
+    const std::string text = changed(TM_TEXT, "UNIT[\"metre\",1,", std::string("UNIT[") + row.unit + ",");
+    ASSERT_TRUE(init_of(text, g, said)) << row.unit << said;
+    EXPECT_EQ(g.unit, row.metres) << row.unit;
+    EXPECT_EQ(g.unit_z, row.metres) << row.unit;
+    EXPECT_EQ(said.find("disagree") != std::string::npos, *row.message != '\0') << said;
+  }
+}
+
+// Only the projected system's own entry is the unit of the plane, only the vertical system's that of heights.
+TEST(Wkt, UnitsOfCompoundSystems) {
+  const std::string feet = changed(TM_TEXT, "UNIT[\"metre\",1,", "UNIT[\"Foot_US\",0.3048006096012192,");
+  const auto compound = [](const std::string& plane, const std::string& vertical) {
+    return "COMPD_CS[\"both, UNIT[\"," + plane + "," + vertical + "]";
+  };
+  const std::string metre_z = "VERT_CS[\"h\",VERT_DATUM[\"d\",2005],UNIT[\"metre\",1],AXIS[\"Up\",UP]]";
+  const std::string feet_z =
+      "VERT_CS[\"h\",VERT_DATUM[\"d\",2005],UNIT[\"US survey foot\",0.3048006096012192]]";
+  const std::string no_unit = changed(TM_TEXT, "UNIT[\"metre\",1, AUTHORITY[\"EPSG\",\"9001\"]],", "");
+  struct Row {
+    std::string text;
+    double plane, height;
+    const char* message;
+  };
+  const Row rows[] = {
+      {compound(TM_TEXT, feet_z), 1, FEET_US, ""},
+      {compound(feet, metre_z), FEET_US, 1, ""},
+      {compound(feet, "VERT_CS[\"h\",VERT_DATUM[\"d\",2005]]"), FEET_US, FEET_US,
+       "unit of the vertical system missing"},
+      {std::string(TM_TEXT) +
+           ",VERTCS[\"NAVD_1988_Foot_US\",VDATUM[\"d\"],UNIT[\"Foot_US\",0.3048006096012192]]",
+       1, FEET_US, ""},
+      {no_unit, 1, 1, "unit missing, using default"},
+      {compound(no_unit, feet_z), 1, FEET_US, "unit missing, using default"},
+  };
+  for (const Row& row : rows) {
+    GeoRefParam g;
+    std::string said;
+    ASSERT_TRUE(init_of(row.text, g, said)) << row.text << said;
+    EXPECT_EQ(g.unit, row.plane) << row.text;
+    EXPECT_EQ(g.unit_z, row.height) << row.text;
+    EXPECT_NE(said.find(row.message), std::string::npos) << said;
+    dxyz p = {0, 0, 0};
+    double lon = 0, lat = 0, h = 0;
+    ASSERT_TRUE(geo_forward(g, 9.5, 48, 300, p));
+    EXPECT_NEAR(p.z * row.height, 300, 1e-9);
+    ASSERT_TRUE(geo_inverse(g, p, lon, lat, h));
+    EXPECT_NEAR(lat, 48, 1e-9);
+    EXPECT_NEAR(h, 300, 1e-9);
   }
 }
 
@@ -72,6 +126,8 @@ TEST(Wkt, Refusals) {
       {"scale_factor\",0.9996", "scale_factor\",0", "ERROR: TM projection: inconsistent parameters"},
       {"AUTHORITY[\"EPSG\",\"25832\"]", "TOWGS84[1,2,3,0,0,0,0]",
        "ERROR: datum shifts (TOWGS84) are not available yet"},
+      {"UNIT[\"metre\",1,", "UNIT[\"metre\",one,", "ERROR: WKT parser - could not parse unit"},
+      {"UNIT[\"metre\",1,", "UNIT[\"metre\",0,", "ERROR: WKT parser - could not parse unit"},
       {"PARAMETER[\"false_northing\",-1.5e2]", "PARAMETER[\"false_northing\",", "parse error"}};
   for (const Row& row : rows) {
     GeoRefParam g;

@@ -21,7 +21,7 @@ class TilingTest : public testing::Test {
   void TearDown() override {
     AUTO_ADJ = false;
     CHECK_SW_TSTAMP = true;
-    DATAUNIT = 1.0;
+    DATAUNIT = DATAUNIT_Z = 1.0;
     GGSD_OPT = -1.0f;
   }
   std::string file(const std::string& name) const { return dir.path + "/" + name; }

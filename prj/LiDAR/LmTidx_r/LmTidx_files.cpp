@@ -71,6 +71,15 @@ bool check_classes(BufBinFileIn& in, const LTidxHdr& hdr, const std::vector<uint
   return true;
 }
 
+// What the flags of the header cannot say about the units: 0 for metres, international feet, and US survey feet
+// (FEET_US) with heights in the same unit.
+uint64_t unit_key() {
+  constexpr double FEET_US_M = 1200.0 / 3937.0;
+  const bool usual = DATAUNIT == 1.0 || DATAUNIT == 0.3048 || DATAUNIT == FEET_US_M;
+  if (usual && DATAUNIT_Z == DATAUNIT) return 0;
+  return cache_dir_hash(LOG_STR(std::hexfloat << DATAUNIT << ' ' << DATAUNIT_Z));
+}
+
 bool check_files(const std::string& path, int sw, const TilingParam& par) {
   const bool fIDX = is_regular_file(cache_name(path, EXT_MTIDX));
   const bool fZ = is_regular_file(cache_name(path, EXT_MTZM));
@@ -111,7 +120,7 @@ LTidxHdr make_LTidxHdr(const TilingParam& par) {
   const bool dropmap = par.TIO.nx > 0;
   hdr.TIO_XI = dropmap ? par.TIO.XI : 0;
   hdr.TIO_YI = dropmap ? par.TIO.YI : 0;
-  hdr.chk = dropmap ? par.chk : 0;
+  hdr.chk = (dropmap ? par.chk : 0) ^ unit_key();
   hdr.msublevel = mT_SUB_LEVEL;
   hdr.nxcls = static_cast<uint8_t>(par.xcls.size());
   hdr.xlevel = static_cast<uint8_t>(par.xlevel);

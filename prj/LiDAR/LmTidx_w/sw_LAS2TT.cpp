@@ -126,7 +126,7 @@ template <bool EXT>
 
 template <bool EXT>
 void tile_block(Pass& s, TileGrid& grid, const uint8_t* rec, uint64_t n) {
-  const double to_units = DATAUNIT * UNITS_PER_M;
+  const double to_units = DATAUNIT * UNITS_PER_M, z_to_units = DATAUNIT_Z * UNITS_PER_M;
   constexpr double lo = -static_cast<double>(GROUND_BIAS), hi = static_cast<double>(GROUND_END - GROUND_BIAS);
   constexpr double zlo = -static_cast<double>(HEIGHT_BIAS),
                    zhi = static_cast<double>(HEIGHT_END - HEIGHT_BIAS);
@@ -138,7 +138,7 @@ void tile_block(Pass& s, TileGrid& grid, const uint8_t* rec, uint64_t n) {
     std::memcpy(raw, rec, 12);
     const double p[3] = {raw[0] * s.scale[0] + s.offset[0], raw[1] * s.scale[1] + s.offset[1],
                          raw[2] * s.scale[2] + s.offset[2]};
-    const double u = p[0] * to_units, v = p[1] * to_units, w = p[2] * to_units;
+    const double u = p[0] * to_units, v = p[1] * to_units, w = p[2] * z_to_units;
     // The comparisons are false for NaN, too; within half a unit of the ends the integers decide.
     bool valid = u > lo - 1 && u < hi + 1 && v > lo - 1 && v < hi + 1 && w > zlo - 1 && w < zhi + 1;
     int64_t x = 0, y = 0, z = 0;
@@ -249,8 +249,8 @@ bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool
   res.all.add(s.out);
   for (Box* b : {&res.kept, &res.all})
     for (int i = 0; i < 3; i++) {
-      b->min[i] *= DATAUNIT;
-      b->max[i] *= DATAUNIT;
+      b->min[i] *= i < 2 ? DATAUNIT : DATAUNIT_Z;
+      b->max[i] *= i < 2 ? DATAUNIT : DATAUNIT_Z;
     }
   const Box& k = res.kept;
   LOG_LINE("LiDAR BBOX x:[" << k.min[0] << " " << k.max[0] << "] y:[" << k.min[1] << " " << k.max[1]

@@ -104,6 +104,15 @@ bool write_rejected(const std::string& name, const char* header, const std::vect
   return out.close();
 }
 
+// A unit behind its label; metres need no word but beside another unit.
+std::string unit_text(const char* label, double unit) {
+  const std::string word = unit == FEET_INT  ? "ft_int"
+                           : unit == FEET_US ? "ft_us"
+                           : unit == 1.0     ? "m"
+                                             : LOG_STR(unit << "m");
+  return unit == 1.0 && label == std::string(" Unit=") ? std::string() : label + word;
+}
+
 // Words for n swaths rejected out of nswm for one reason.
 void report_rejected(int n, int nswm, const char* reason, const std::string& file) {
   if (n == 0) return;
@@ -176,10 +185,8 @@ bool display_traj_proc(const SyncJob& job) {
   const bool ortho = !g.geoid.empty() || g.geoid_h != 0;
   LOG_MSG("Attitude " << (job.par.AROT ? "IMU rotated" : "original") << " Projection=" << proj_word(g.kind)
                       << (g.kind == ProjKind::UTM ? " " + std::to_string(g.Zone) : std::string())
-                      << (g.wkt ? " [WKT]" : "")
-                      << (g.unit == FEET_INT  ? " Unit=ft_int"
-                          : g.unit == FEET_US ? " Unit=ft_us"
-                                              : "")
+                      << (g.wkt ? " [WKT]" : "") << unit_text(" Unit=", g.unit)
+                      << (g.unit_z == g.unit ? std::string() : unit_text(" HeightUnit=", g.unit_z))
                       << " Heights=" << (ortho ? "ortho" : "ell") << " GeoHeight=" << g.geoid_h
                       << " Geoid=" << g.geoid);
   dxyz min = {99999999, 99999999, 9999}, max = {-99999999, -99999999, -9999};

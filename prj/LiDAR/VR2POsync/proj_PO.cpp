@@ -19,7 +19,7 @@ bool project(const GeoRefParam& g, bool ecef, PO& rec) {
   if (!geo_forward_north(g, lon, lat, h, p, north_deg)) return false;
   rec.x = p.x * g.unit;
   rec.y = p.y * g.unit;
-  rec.z = p.z * g.unit;
+  rec.z = p.z * g.unit_z;
   rec.yaw = static_cast<float>(rec.yaw + north_deg);
   return true;
 }

@@ -62,11 +62,14 @@ bool setup_georef(const Options& o, const PathRules& rules, GeoRefParam& georef)
   const bool unit_option = o.metre || o.feet_us || o.feet;
   if (unit_option) {
     if (!text.empty()) LOG_MSG("unit option overrides wkt unit");
-    georef.unit = o.feet_us ? FEET_US : o.feet ? FEET_INT : 1.0;
+    georef.unit = georef.unit_z = o.feet_us ? FEET_US : o.feet ? FEET_INT : 1.0;
   }
   DATAUNIT = georef.unit;
+  DATAUNIT_Z = georef.unit_z;
   OUTDATAUNIT = o.out_metre ? 1.0 : DATAUNIT;
-  LOG_LINE("DATAUNIT=" << DATAUNIT << " OUTDATAUNIT=" << OUTDATAUNIT);
+  LOG_LINE("DATAUNIT=" << DATAUNIT << " DATAUNIT_Z=" << DATAUNIT_Z << " OUTDATAUNIT=" << OUTDATAUNIT);
+  if (DATAUNIT_Z != DATAUNIT)
+    LOG_MSG("Units: " << DATAUNIT << " m horizontal, " << DATAUNIT_Z << " m vertical");
   return true;
 }
 

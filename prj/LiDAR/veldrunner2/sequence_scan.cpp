@@ -245,6 +245,12 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
 
 mTbox to_mTbox(const mTbbox& b) { return {b.xmin, b.ymin, b.xmax, b.ymax}; }
 
+// The index knows metres and the two feet; anything else, heights in another unit too, is exported in metres.
+int index_unit() {
+  if (DATAUNIT_Z != DATAUNIT) return 0;
+  return DATAUNIT == FEET_INT ? 1 : DATAUNIT == FEET_US ? 2 : 0;
+}
+
 DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& res) {
   DUTidx idx;
   idx.gsize =
@@ -252,7 +258,7 @@ DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& re
                                                static_cast<float>(1 << comp_Jend(par.Jend, prj.scale.dim)))));
   idx.level = prj.scale.level;
   idx.dim = prj.scale.dim;
-  idx.unit = DATAUNIT == 1.0 ? 0 : DATAUNIT == 0.3048 ? 1 : 2;
+  idx.unit = index_unit();
   idx.area = to_mTbox(res.full);
   idx.ovr = to_mTbox(res.over);
   idx.time_res = prj.time_res;

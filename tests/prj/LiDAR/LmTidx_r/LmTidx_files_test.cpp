@@ -84,9 +84,9 @@ TEST_F(TilingTest, ACacheFitsOnlyItsOwnSettings) {
     change(other);
     EXPECT_FALSE(check_TidxHdr(path, 0, other)) << name;
   }
-  DATAUNIT = 0.3048;
+  DATAUNIT = DATAUNIT_Z = 0.3048;
   EXPECT_FALSE(check_TidxHdr(path, 0, par));
-  DATAUNIT = 1.0;
+  DATAUNIT = DATAUNIT_Z = 1.0;
   DT_RANGE++;
   EXPECT_FALSE(check_TidxHdr(path, 0, par));
   TilingParam notime = par;

@@ -280,7 +280,7 @@ TEST_F(TilingTest, AdjustedTimeFlagIsCheckedBothWays) {
 
 TEST_F(TilingTest, FeetBecomeMetres) {
   std::vector<TestPoint> points = fly_line({.x0 = 500000, .y0 = 5000000});
-  DATAUNIT = 0.3048;
+  DATAUNIT = DATAUNIT_Z = 0.3048;
   par.xlevel = 2;
   const std::string path = make("feet.las", points);
   ASSERT_TRUE(tile(path)) << res.reason;

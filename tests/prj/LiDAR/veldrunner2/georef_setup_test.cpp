@@ -24,6 +24,7 @@ TEST(GeorefSetup, UnitsOfOptionsAndOfTheWkt) {
     std::string words;
   } cases[] = {
       {{"-utm", "33"}, true, 1, 1, ""},
+      {{"-utm", "-60"}, true, 1, 1, ""},
       {{"-feet"}, true, 0.3048, 1, ""},
       {{"-feet_us", "-out_metre", "0"}, true, 1200.0 / 3937.0, 1200.0 / 3937.0, ""},
       {{"-wkt", "tm.prj"}, true, 1200.0 / 3937.0, 1, ""},
@@ -43,6 +44,12 @@ TEST(GeorefSetup, UnitsOfOptionsAndOfTheWkt) {
     EXPECT_NE(errors.find(c.words), std::string::npos) << errors;
     if (!c.ok) continue;
     EXPECT_NEAR(DATAUNIT, c.unit, 1e-9);
+    EXPECT_NEAR(DATAUNIT_Z, c.unit, 1e-9);
+    if (georef.Zone < 0) {
+      dxyz p;
+      ASSERT_TRUE(geo_forward(georef, 177, -45, 0, p));
+      EXPECT_NEAR(p.y, 10000000 - 4982950.4, 0.1);
+    }
     EXPECT_NEAR(OUTDATAUNIT, c.out, 1e-9);
   }
 }
