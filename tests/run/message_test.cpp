@@ -105,7 +105,7 @@ TEST_F(Messages, AllMistakesInOneRun) {
       {{"-mem",  "1", "-utm", "99",    "-zzz", "-smap", "-zmap", "-cal", "Q",  "-drift", "abc",
         "-dpoc", "Q", "-out", "*.txt", "-i",   "a",     "-r",    "b",    "-i", "c"},
        {"ERROR: option -mem: value 1 out of range [1024,262144], keeping default value 4096",
-        "ERROR: option -utm: value 99 out of range [0,60], keeping default value 0",
+        "ERROR: option -utm: value 99 out of range [-60,60], keeping default value 0",
         "ERROR: unknown options: -zzz ", "ERROR: inputs must always precede references in the command line",
         "ERROR: options {-smap -zmap} are mutually exclusive",
         "ERROR: option -cal: could not parse argument 'Q', expecting {0LBIxyzwpk1234567}",
@@ -117,8 +117,8 @@ TEST_F(Messages, AllMistakesInOneRun) {
         "plain.las", "-wkt",  "other.prj", "-drop_class", "2",      "-keep_class", "3"},
        {"ERROR: unsupported projection, WKT file other.prj",
         "ERROR: options {-oa -oi} are mutually exclusive", "ERROR: could not find file z.out", PO_STOP,
-        "ERROR: could not find file m.txt", "ERROR: missing mount files, cannot proceed",
         "ERROR: could not find file x.las", "ERROR: no match for y*.las in directory ./", INPUTS_STOP,
+        "ERROR: could not find file m.txt", "ERROR: missing mount files, cannot proceed",
         "ERROR: options -keep_class and -drop_class are exclusive"}},
   });
 }

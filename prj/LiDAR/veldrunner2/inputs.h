@@ -60,7 +60,8 @@ void log_PO_param(const Project& prj);
 // A calendar date as GPS week and weekday (0 Sunday). False for a date before the GPS epoch.
 bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekday);
 
-// Mounts by files or angles; one for all groups or one per group.
+// Mounts by files or angles, for the groups of swaths that the project has: one for all, one per group, or one
+// per channel.
 [[nodiscard]] bool get_mount_files(const Options& o, const PathRules& rules, Project& prj);
 
 // Shifts and calibrations of a manual correction (-shift_corr, -calib_corr), one file for all mobile groups

@@ -29,22 +29,45 @@ void log_mounts(const std::vector<Mount>& mounts) {
   }
 }
 
-// Triplets of angles into the mounts: one for all or one per group.
-bool spread_angles(const std::vector<double>& v, const char* name, size_t ngrp, std::vector<Mount>& mounts,
-                   xyz Mount::*field) {
+// Who has a mount of its own: the mobile groups, or, when there are fewer, the channels of the sensor.
+struct MountOwners {
+  size_t ngrp = 1;           // mobile groups
+  size_t nch = 1;            // channels
+  std::vector<int> channel;  // by group - 1; empty: all of channel 0
+
+  explicit MountOwners(const Project& prj)
+      : ngrp(static_cast<size_t>(std::max(prj.nmgrp, 1))), channel(prj.chgrp) {
+    for (const int ch : channel) nch = std::max(nch, static_cast<size_t>(ch) + 1);
+  }
+  bool takes(size_t n) const { return n == 1 || n == ngrp || n == nch; }
+  // Which of n records a group gets.
+  size_t record_of(size_t group, size_t n) const {
+    return n == 1 ? 0 : n == ngrp ? group : static_cast<size_t>(channel[group]);
+  }
+  std::string expected() const {
+    std::string text = LOG_STR(" provided, expected 1 or " << ngrp << " (1 per group)");
+    if (nch > 1 && nch != ngrp) text += LOG_STR(" or " << nch << " (1 per channel)");
+    return text;
+  }
+};
+
+// Triplets of angles into the mounts: one for all, one per group, or one per channel.
+bool spread_angles(const std::vector<double>& v, const char* name, const MountOwners& owners,
+                   std::vector<Mount>& mounts, xyz Mount::*field) {
   if (v.empty()) return true;
   const size_t n = v.size() / 3;
-  if (n != 1 && n != ngrp) {
-    ERROR_MSG(n << ' ' << name << " rot angle triplets provided, expected 1 or " << ngrp << " (1 per group)");
+  if (!owners.takes(n)) {
+    ERROR_MSG(n << ' ' << name << " rot angle triplets" << owners.expected());
     return false;
   }
-  if (n == 1 && ngrp > 1) LOG_MSG("using the 3 specified " << name << " rot angles for all groups");
+  if (n == 1 && owners.ngrp > 1) LOG_MSG("using the 3 specified " << name << " rot angles for all groups");
   for (size_t g = 0; g < mounts.size(); g++) {
-    const double* a = v.data() + 3 * (n == 1 ? 0 : g);
+    const double* a = v.data() + 3 * owners.record_of(g, n);
     mounts[g].*field = {static_cast<float>(a[0]), static_cast<float>(a[1]), static_cast<float>(a[2])};
   }
   return true;
 }
+
 // Reads a record per group from one file for all or one each. Reports every file that cannot be read.
 template <typename T>
 bool read_group_files(const std::vector<std::string>& files, const PathRules& rules,
@@ -181,10 +204,11 @@ bool GPSdate2gweekday(const Options& o, Project& prj) {
 }
 
 bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
-  const size_t ngrp = prj.pogroups.empty() ? 1 : prj.pogroups.size();
-  LOG_ENTER("get_mount_files argM.size()=" << o.mount.size() << " BORE.size()=" << o.bore.size()
-                                           << " IMU.size()=" << o.imu.size() << " ngrpPO=" << ngrp);
-  prj.mounts.assign(ngrp, Mount());
+  const MountOwners owners(prj);
+  LOG_ENTER("get_mount_files argM.size()="
+            << o.mount.size() << " BORE.size()=" << o.bore.size() << " IMU.size()=" << o.imu.size()
+            << " ngrpPO=" << prj.pogroups.size() << " nmgrp=" << owners.ngrp << " nch=" << owners.nch);
+  prj.mounts.assign(owners.ngrp, Mount());
   const bool angles = !o.bore.empty() || !o.imu.empty();
   if (!o.mount.empty() && angles) {
     ERROR_MSG("option -mount cannot be used together with -bore or -imu");
@@ -202,18 +226,20 @@ bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
         triplets = false;
       }
     if (!triplets) return false;
-    const bool ok = spread_angles(o.bore, "Bore", ngrp, prj.mounts, &Mount::Bore);
-    if (!spread_angles(o.imu, "IMU", ngrp, prj.mounts, &Mount::IMU) || !ok) return false;
+    const bool ok = spread_angles(o.bore, "Bore", owners, prj.mounts, &Mount::Bore);
+    if (!spread_angles(o.imu, "IMU", owners, prj.mounts, &Mount::IMU) || !ok) return false;
     log_mounts(prj.mounts);
     return true;
   }
   const size_t n = o.mount.size();
-  if (n != 1 && n != ngrp) {
-    ERROR_MSG(n << " mount files provided, expected 1 or " << ngrp << " (1 per group)");
+  if (!owners.takes(n)) {
+    ERROR_MSG(n << " mount files" << owners.expected());
     return false;
   }
-  if (n == 1 && ngrp > 1) WARNING_MSG("using mount file " << o.mount[0] << " for all groups");
-  if (read_group_files(o.mount, rules, prj.mounts)) {
+  if (n == 1 && owners.ngrp > 1) WARNING_MSG("using mount file " << o.mount[0] << " for all groups");
+  std::vector<Mount> records(n);
+  if (read_group_files(o.mount, rules, records)) {
+    for (size_t g = 0; g < prj.mounts.size(); g++) prj.mounts[g] = records[owners.record_of(g, n)];
     log_mounts(prj.mounts);
     return true;
   }

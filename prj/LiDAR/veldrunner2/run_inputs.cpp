@@ -37,7 +37,7 @@ void warn_overridden(const GivenSet& given) {
        {"input", "input_list", "ref", "ref_list", "chgrp"}},
       {"tagged option file overrides PO input options -po -po_list", {"po", "po_list"}},
       {"tagged option file overrides PO parameter options -po_parse -G -R -A -gps_date -attrec -mount",
-       {"po_parse", "po_geo", "po_rad", "po_time", "gps_date", "po_att", "mount", "imu"}},
+       {"po_parse", "po_geo", "po_rad", "po_time", "gps_date", "po_att", "mount"}},
       {"tagged option file overrides split options -split -splitgrp -split_mount",
        {"split", "splitgrp", "split_mount"}},
   };
@@ -111,9 +111,20 @@ bool list_trajectories(Run& run) {
   ok = get_PO_param(o, prj) && ok;
   ok = GPSdate2gweekday(o, prj) && ok;
   if (ok) log_PO_param(prj);
+  return ok;
+}
+
+// Behind the lists of swaths and trajectories: a mount for each group, a trajectory group for all or for each.
+bool list_mounts(Run& run) {
+  const Options& o = run.cl.o;
+  Project& prj = run.prj;
   const bool mounts =
       run.cmd.inv_corr || !prj.pofiles.empty() || !o.mount.empty() || !o.imu.empty() || !o.bore.empty();
-  return (!mounts || get_mount_files(o, run.cl.in.rules, prj)) && ok;
+  const bool ok = !mounts || get_mount_files(o, run.cl.in.rules, prj);
+  const size_t ngrpPO = prj.pogroups.size();
+  if (ngrpPO <= 1 || static_cast<int>(ngrpPO) == prj.nmgrp) return ok;
+  ERROR_MSG("group size mismatch, " << ngrpPO << " PO groups and " << prj.nmgrp << " mobile swaths groups");
+  return false;
 }
 
 bool list_swaths(Run& run) {
@@ -174,12 +185,12 @@ Step list_inputs(Run& run) {
   ok = check_single_commands(run) && ok;
   const bool swaths = list_swaths(run);
   ok = swaths && ok;
-  if (run.cmd.man) ok = get_shift_calib_files(o, run.cl.in.rules, prj) && ok;
-  const size_t ngrpPO = prj.pogroups.size();
-  if (swaths && ngrpPO > 0 && static_cast<int>(ngrpPO) != prj.nmgrp) {
-    ERROR_MSG("group size mismatch, " << ngrpPO << " PO groups and " << prj.nmgrp << " mobile swaths groups");
-    ok = false;
+  if (!swaths) {  // the groups as they were given, so that faults of mounts are found in the same run
+    prj.nmgrp = static_cast<int>(run.cl.in.mobile.size());
+    prj.chgrp = o.chgrp.size() == run.cl.in.mobile.size() ? o.chgrp : std::vector<int>();
   }
+  ok = list_mounts(run) && ok;
+  if (run.cmd.man) ok = get_shift_calib_files(o, run.cl.in.rules, prj) && ok;
   if (swaths) ok = check_outputs(run) && ok;
   ok = xclsf2xcls(o, run.xcls) && ok;
   set_xcls_gnd(o, run.xcls);

@@ -17,12 +17,21 @@ void clear_options(InputArgs& in, Options& o) {
                            &o.gps_date, &o.mount, &o.split, &o.split_mount})
     list->clear();
   for (auto* const list : {&o.chgrp, &o.splitgrp, &o.po_geo, &o.po_time, &o.po_rad, &o.po_att}) list->clear();
-  o.imu.clear();
-  o.bore.clear();
+}
+
+// Angles of the tree take the place of those of the command line; a tree without any leaves these.
+void replace_angles(std::vector<double>& option, const std::vector<double>& tree, bool any,
+                    const char* name) {
+  if (!any) return;
+  if (!option.empty())
+    WARNING_MSG("tagged option file overrides option -" << name << " (attributes " << name << ")");
+  option = tree;
 }
 
 // One trajectory group for each group of swaths.
-void fill_po_options(const TagTree& tree, InputArgs& in, Options& o, bool& any_imu, bool& any_date) {
+void fill_po_options(const TagTree& tree, InputArgs& in, Options& o, bool& any_date) {
+  std::vector<double> imu;
+  bool any_imu = false;
   for (const TreeFlight& f : tree.flights)
     for (size_t i = 0; i < f.inputs.size() && !f.po.empty(); i++) {
       const TreePO& po = po_of(f, i);
@@ -34,10 +43,11 @@ void fill_po_options(const TagTree& tree, InputArgs& in, Options& o, bool& any_i
       o.po_att.push_back(po.att);
       o.po_parse.push_back(po.parse);
       o.gps_date.push_back(po.date);
-      append(o.imu, po.imu);
+      append(imu, po.imu);
       any_imu = any_imu || !po.imu.empty();
       any_date = any_date || !po.date.empty();
     }
+  replace_angles(o.imu, imu, any_imu, "imu");
 }
 
 SplitGroup split_group(const TreeInput& input) {
@@ -55,21 +65,21 @@ SplitGroup split_group(const TreeInput& input) {
 
 bool fill_tag_tree(const TagTree& tree, InputArgs& in, Options& o) {
   clear_options(in, o);
-  bool any_bore = false, any_imu = false, any_date = false;
+  std::vector<double> bore;
+  bool any_bore = false, any_date = false;
   for (const TreeFlight& f : tree.flights)
     for (const TreeInput& input : f.inputs) {
       in.mobile.push_back({input.patterns, false});
       o.input.insert(o.input.end(), input.patterns.begin(), input.patterns.end());
       o.chgrp.push_back(input.channel);
-      append(o.bore, input.bore);
+      append(bore, input.bore);
       any_bore = any_bore || !input.bore.empty();
       if (input.is_split) in.split.push_back(split_group(input));
     }
-  fill_po_options(tree, in, o, any_imu, any_date);
+  replace_angles(o.bore, bore, any_bore, "bore");
+  fill_po_options(tree, in, o, any_date);
   if (!tree.refs.empty()) in.fixed.push_back({tree.refs, false});
   o.ref = tree.refs;
-  if (!any_bore) o.bore.clear();
-  if (!any_imu) o.imu.clear();
   if (!any_date) o.gps_date.clear();
   for (const std::string& date : o.gps_date)
     if (date.empty()) {

@@ -104,6 +104,39 @@ TEST_F(InputsTest, MountsByFilesOrAngles) {
   EXPECT_EQ(prj.mounts[0].Bore.x, -0.5f);
 }
 
+// Mounts belong to groups of swaths, however many trajectory groups there are; or to the sensor's channels.
+TEST_F(InputsTest, MountsOfGroupsAndChannels) {
+  prj.nmgrp = 4;
+  prj.chgrp = {0, 1, 0, 1};
+  const struct {
+    std::vector<std::string> args;
+    std::vector<float> pitch;  // of the boresight, by group; empty: refused
+    std::string said;
+  } cases[] = {
+      {{"-bore", "0", "7", "0", "0", "-7", "0"}, {7, -7, 7, -7}, ""},
+      {{"-bore", "0", "1", "0", "0", "2", "0", "0", "3", "0", "0", "4", "0"}, {1, 2, 3, 4}, ""},
+      {{"-bore", "0", "5", "0"}, {5, 5, 5, 5}, ""},
+      {{"-mount", "m1.txt", "m2.txt"}, {5, -5, 5, -5}, ""},
+      {{"-bore", "0", "1", "0", "0", "2", "0", "0", "3", "0"},
+       {},
+       "ERROR: 3 Bore rot angle triplets provided, expected 1 or 4 (1 per group) or 2 (1 per channel)\n"},
+      {{"-mount", "m1.txt", "m2.txt", "m1.txt"},
+       {},
+       "ERROR: 3 mount files provided, expected 1 or 4 (1 per group) or 2 (1 per channel)\n"},
+  };
+  write_text(dir.path + "/m2.txt", "1 2 3\n4 -5 6\n");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    std::vector<std::string> args = {"-po", "t.out"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(mounts(args), c.said);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(ok, !c.pitch.empty());
+    for (size_t g = 0; g < c.pitch.size(); g++) EXPECT_EQ(prj.mounts.at(g).Bore.y, c.pitch[g]) << g;
+  }
+}
+
 TEST_F(InputsTest, ManualCorrectionsOfEachGroup) {
   write_text(dir.path + "/s1.txt", "0.1 0.2 0.3");
   write_text(dir.path + "/c.txt", "1 2 3\n0.5 1 -1\n1 2 3 4 5 6 7\n");

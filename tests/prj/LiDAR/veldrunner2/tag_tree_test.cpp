@@ -55,6 +55,20 @@ TEST_F(TagTreeTest, FlightsBecomeGroups) {
   EXPECT_EQ(prj.pofiles[2].group, 3);
 }
 
+// What the tree does not say is left as the command line has it; what it says is reported.
+TEST_F(TagTreeTest, AnglesOfTheCommandLineStayWithoutAttributes) {
+  const std::string head = "<flight>\n<input", tail = ">a.las</input>\n<po>t.out</po>\n</flight>\n";
+  o.bore = {1, 2, 3};
+  o.imu = {180, 0, 90};
+  EXPECT_EQ(read(head + tail), "");
+  EXPECT_EQ(o.bore, (std::vector<double>{1, 2, 3}));
+  EXPECT_EQ(o.imu, (std::vector<double>{180, 0, 90}));
+  EXPECT_EQ(read(head + " bore=\"4 5 6\"" + tail),
+            "WARNING: tagged option file overrides option -bore (attributes bore)\n");
+  EXPECT_EQ(o.bore, (std::vector<double>{4, 5, 6}));
+  EXPECT_EQ(o.imu, (std::vector<double>{180, 0, 90}));
+}
+
 TEST_F(TagTreeTest, FaultsAreNamed) {
   const std::string in_flight = "<flight>\n<input>a.las</input>\n";
   const struct {
