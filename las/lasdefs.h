@@ -74,6 +74,7 @@ struct LASheader {
   uint16_t creation_day = 0;  // of the year, 0 = unknown
   uint16_t creation_year = 0;
   uint16_t header_size = 227;
+  bool short_header = false;  // version 1.3 with the shorter header of 1.2, as some software writes it
   uint32_t offset_to_point_data = 227;
   uint8_t point_format = 0;    // without the compression bits
   uint16_t point_reclen = 20;  // bytes of an uncompressed record

@@ -220,6 +220,7 @@ uint64_t scheme_bytes(const LASzip* scheme) {
 }  // namespace
 
 int las_effective_minor(const LASheader& header) {
+  if (header.short_header) return 2;
   if (header.version_major == 1) return std::min<int>(header.version_minor, 4);
   return header.header_size >= las_header_size(4) ? 4 : header.header_size >= las_header_size(3) ? 3 : 2;
 }
@@ -240,6 +241,8 @@ bool read_las_header(const LasInFile& file, LASheader& header, LasFileInfo& info
   const uint32_t nvlr = read_fixed_part({bytes}, header, format_byte);
   info.sound = las_header_sound(header);
   if (!info.sound) return true;
+  header.short_header =
+      header.version_major == 1 && header.version_minor == 3 && header.header_size < las_header_size(3);
   const int minor = las_effective_minor(header);
   if (header.header_size < las_header_size(minor)) {
     error = join("header size ", header.header_size, " is too small for version 1.", minor);

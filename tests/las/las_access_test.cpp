@@ -116,6 +116,34 @@ TEST(LasAccess, HeaderCheckSaysWhatIsWrong) {
   las_read_close(none);
 }
 
+// Some software writes version 1.3 with the header of 1.2: read, and written again, as it is.
+TEST(LasAccess, Version13WithTheShorterHeader) {
+  const TempDir dir;
+  for (const int more : {0, 5}) {
+    LasBuild how;
+    how.user_header = more;
+    how.vlrs = {{"somebody", 7, "abc", ""}};
+    BuiltLas built = build_las(how);
+    poke<uint8_t>(built.bytes, 25, 3);
+    write_text(dir.path + "/a.las", built.bytes);
+    auto reader = las_read_open(dir.path + "/a.las", "xyzt", false);
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->header.npoints, 100U);
+    EXPECT_EQ(reader->header.version_minor, 3);
+    EXPECT_EQ(reader->header.user_header.size(), static_cast<size_t>(more));
+    ASSERT_EQ(reader->header.vlrs.size(), 1U);
+    auto writer = las_write_open(dir.path + "/b.las", reader->header, "xyzt");
+    ASSERT_TRUE(writer);
+    while (reader->read_point()) ASSERT_TRUE(writer->write_point(reader->point));
+    ASSERT_TRUE(las_write_close(writer));
+    auto back = las_read_open(dir.path + "/b.las", "xyzt", false);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->header.header_size, 227 + more);
+    EXPECT_EQ(back->header.vlrs.size(), 1U);
+    EXPECT_EQ(back->header.npoints, 100U);
+  }
+}
+
 TEST(LasAccess, CoordinateSystemText) {
   const TempDir dir;
   const std::string wkt = "PROJCS[\"UTM\"]";
