@@ -44,7 +44,7 @@ struct POread {          // how a file is to be read; the same for all files of 
   bool rad = false;      // angles of text files are radians (-po_rad)
   bool sbetw0 = false;   // SBET: heading is taken as it stands, without the wander angle (-po_att 2)
   std::string col;       // columns of text files (-po_parse), empty: "txyzwpk"
-  bool unroll = true;    // make the angles continuous
+  bool unroll = true;    // make the angles continuous; else yaw is within half a turn
   double deltat = 0;     // s, added to all times after conversion from the file's format
   double tinf = -2e307;  // s, time window after that shift; one sample or more is kept beyond each end
   double tsup = 2e307;
@@ -56,14 +56,18 @@ struct POscan {       // what a scan tells
   double t0 = 0;      // s, first time after conversion
   double t1 = 0;      // s, last time, any rollover corrected
   uint64_t nrec = 0;  // records of a binary file; 0 for text
+  bool roll = true;   // the file has this angle
+  bool pitch = true;
+  bool yaw = true;
 };
 
 // Reads only what tells time and format: the first and the last record. With AUTO_ADJ the adjusted flag
 // follows the time stamps. False after an ERROR line.
 [[nodiscard]] bool scan_PO(const std::string& path, const POread& par, POscan& scan);
 
-// Reads the samples of the window in rising time order. tadj: as scan_PO. Angles in degrees. Needs memory for
-// the window only. False after an ERROR line, at last "failed to read PO file ".
+// Reads the samples of the window in rising time order. tadj: as scan_PO. Angles in degrees; those that the file
+// has not are 0. Single records that cannot be true are dropped and counted in a WARNING. Needs memory for the
+// window only. False after an ERROR line, at last "failed to read PO file ".
 [[nodiscard]] bool read_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 
 // Makes roll, pitch and yaw continuous from record i0 to the end: a step of more than 180 degrees is a wrap.

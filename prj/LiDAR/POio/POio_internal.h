@@ -1,8 +1,8 @@
 // prj/LiDAR/POio/POio_internal.h
-// What the readers share: time scale of a file, rollovers, the list under construction and its checks.
+// What the readers share: time scale of a file, rollovers, margins.
 #pragma once
+#include <cmath>
 #include <string>
-#include <vector>
 
 #include "prj/LiDAR/POio/POio.h"
 
@@ -16,19 +16,16 @@
 double rollover_period(double fall);
 void log_rollover(double period, uint64_t rec, double t, const char* what, const std::string& path);
 
-// The samples of a window while they are read.
-struct POlist {
-  std::vector<PO> rec;
-  uint64_t nbad = 0;    // values that aren't finite
-  uint64_t ncoord = 0;  // coordinates beyond the limits of their kind
-  uint64_t ntime = 0;   // times that don't rise
-};
-// Appends a sample if its values can be true and its time rises; counts it otherwise.
-void add_PO(POlist& list, const PO& rec, bool geographic);
-// Judges a list that is complete: false after an ERROR line when fewer than two samples are left or more were
-// refused than taken. Moves the samples to po.
-[[nodiscard]] bool finish_PO(POlist& list, const char* what, const std::string& path, bool geographic,
-                             Vector<PO>& po);
+constexpr uint64_t PO_MARGIN = 10;   // records kept beyond each end of a window
+constexpr uint64_t END_RECORDS = 9;  // records at an end of a file, of which the time there is found
+
+// Yaw as a file gives it, or, when angles are unrolled later, within half a turn: there floats are finest.
+inline float file_yaw(double deg, const POread& par) {
+  return static_cast<float>(par.unroll || std::fabs(deg) <= 180 ? deg : std::remainder(deg, 360.0));
+}
+
+// Says in a WARNING when a file's first time contradicts its format.
+void check_time_format(const std::string& path, const char* what, double first, const POread& par);
 
 [[nodiscard]] bool scan_SBET(const std::string& path, const POread& par, POscan& scan);
 [[nodiscard]] bool read_SBET(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);

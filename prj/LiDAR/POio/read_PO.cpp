@@ -41,7 +41,7 @@ int PO_format(const std::string& path) {
   for (char& c : ext)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   if (ext == ".pof") return PO_POF;
-  if (ext == ".out") return PO_SBET;
+  if (ext == ".out" || ext == ".sbet") return PO_SBET;
   if (ext == ".sol") return PO_SOL;
   if (ext == ".trj") return PO_TRJ;
   if (ext == ".bin") return PO_BIN;
@@ -93,45 +93,13 @@ void log_rollover(double period, uint64_t rec, double t, const char* what, const
                         << ", " << what << " file " << path);
 }
 
-void add_PO(POlist& list, const PO& rec, bool geographic) {
-  const double sum = rec.t + rec.x + rec.y + rec.z + rec.roll + rec.pitch + rec.yaw;
-  if (!std::isfinite(sum) || std::fabs(rec.roll) + std::fabs(rec.pitch) + std::fabs(rec.yaw) > 1e5f) {
-    list.nbad++;
-  } else if (geographic && (std::fabs(rec.x) > 360 || std::fabs(rec.y) > 90)) {
-    list.ncoord++;
-  } else if (!list.rec.empty() && rec.t <= list.rec.back().t) {
-    list.ntime++;
-  } else {
-    list.rec.push_back(rec);
-  }
-}
-
-bool finish_PO(POlist& list, const char* what, const std::string& path, bool geographic, Vector<PO>& po) {
-  const uint64_t n = list.rec.size();
-  if (list.ncoord > n || (n < 2 && list.ncoord > 0)) {
-    ERROR_MSG("coordinates look projected (geodetic expected), " << what << " file=" << path);
-    return false;
-  }
-  if (list.ntime > n) {
-    ERROR_MSG("incompatible GPS timestamps, " << what << " file " << path);
-    return false;
-  }
-  if (n < 2 || list.nbad > n) {
-    ERROR_MSG("not enough data points, " << what << " file " << path);
-    return false;
-  }
-  const uint64_t nskip = list.nbad + list.ncoord + list.ntime;
-  LOG_LINE("nbad=" << list.nbad << " ncoord=" << list.ncoord << " ntime=" << list.ntime);
-  if (nskip > 0) WARNING_MSG(nskip << " invalid records skipped, " << what << " file " << path);
-  bool small = !geographic;
-  for (uint64_t i = 0; i < n && small; i++)
-    small = std::fabs(list.rec[i].x) <= 360 && std::fabs(list.rec[i].y) <= 90;
-  if (small)
-    WARNING_MSG("coordinates look geodetic (projected expected), PO file " << path << " (check option -G)");
-  po.resize(n);
-  std::copy(list.rec.begin(), list.rec.end(), po.val);
-  list.rec = {};
-  return true;
+void check_time_format(const std::string& path, const char* what, double first, const POread& par) {
+  if (AUTO_ADJ && par.time <= ADJ_GPS_DEC) return;  // the flag follows the times
+  const bool weekly = par.time == WKS_GPS_DEC || par.time == WKS_UTC_DEC;
+  if ((weekly && (first < 0 || first > 2 * WEEK_S)) || (PO_time_is_day(par.time) && first > 2 * DAY_S))
+    WARNING_MSG("timestamps are not week seconds, " << what << " file " << path << " (check option -A)");
+  if (!weekly && !PO_time_is_day(par.time) && first >= 0 && first <= WEEK_S)
+    WARNING_MSG("timestamps are likely week or day seconds, PO file " << path << " (check option -A)");
 }
 
 bool scan_PO(const std::string& path, const POread& par, POscan& scan) {

@@ -111,11 +111,10 @@ bool parse_PO_columns(const std::string& letters, POcolumns& col) {
       col.cmax = static_cast<int>(i);
     }
   }
-  const bool attitude = (col.w < 0) == (col.p < 0) && (col.w < 0) == (col.k < 0);
+  const bool attitude = col.k >= 0 || (col.w < 0 && col.p < 0);
   if (!ok || col.t < 0 || col.x < 0 || col.y < 0 || col.z < 0 || !attitude) {
-    ERROR_MSG(
-        "invalid PO columns '" << use
-                               << "', t x y z and all or none of w p k required (check option -po_parse)");
+    ERROR_MSG("invalid PO columns '" << use
+                                     << "', t x y z required, w and p only with k (check option -po_parse)");
     return false;
   }
   return true;

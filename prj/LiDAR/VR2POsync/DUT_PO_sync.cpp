@@ -59,6 +59,23 @@ bool matches(const SyncJob& job, int f, int sw) {
          job.file(f).tmin - tol < job.res.tmin(sw) && job.file(f).tmax + tol > job.res.tmax(sw);
 }
 
+// Whether attitudes come from the track: by the option, or because the file has none. Says what is missing.
+bool recomputed_attitude(const POgroup& group, const POscan& scan, const Vector<PO>& po,
+                         const std::string& path) {
+  if (group.att == 1) return true;
+  const auto level = [](const PO& rec) { return rec.roll == 0 && rec.pitch == 0 && rec.yaw == 0; };
+  if (!scan.yaw || std::all_of(po.begin(), po.end(), level)) {
+    WARNING_MSG("no attitude in PO file " << path << ", using the direction of the track and level flight");
+    return true;
+  }
+  if (!scan.roll || !scan.pitch)
+    WARNING_MSG("no " << (scan.pitch  ? "roll"
+                          : scan.roll ? "pitch"
+                                      : "roll and pitch")
+                      << " in PO file " << path << ", using 0");
+  return false;
+}
+
 // Reads the part of a file that its group needs. False: the file takes part in nothing more.
 bool load_file(SyncJob& job, int f, Vector<PO>& po) {
   POfileState& file = job.file(f);
@@ -66,6 +83,7 @@ bool load_file(SyncJob& job, int f, Vector<PO>& po) {
   const double margin = END_TOL + job.par.buf;
   POread par = PO_read_param(job.file_param(f));
   par.deltat = file.TimeCorr;
+  par.unroll = false;  // whole turns are a matter of each swath
   par.tinf = std::max(file.tmin, group.Tmin) - margin;
   par.tsup = std::min(file.tmax, group.Tmax) + margin;
   bool adj = false;
@@ -73,6 +91,7 @@ bool load_file(SyncJob& job, int f, Vector<PO>& po) {
   if (!file.ok) return false;
   const POstat stat = comp_PO_dt_stat(po, PO_file_coord(file.scan.fmt, par.proj), adj);
   file.dt = stat.dt;
+  file.AREC = recomputed_attitude(job.file_param(f), file.scan, po, job.file_path(f));
   file.tmin = po.val[0].t;
   file.tmax = po.val[po.size() - 1].t;
   return true;
@@ -92,7 +111,7 @@ bool match_swath(SyncJob& job, int f, int sw, Vector<PO>& po, bool& projected) {
     fl = -2;
     return true;
   }
-  job.res.AREC(sw) = job.file_param(f).att == 1;
+  job.res.AREC(sw) = file.AREC;
   bool cached = false;
   if (!cache_PO_sw(job, sw, f, po, cached)) return false;
   if (cached) fl = f;

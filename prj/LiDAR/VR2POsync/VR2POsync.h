@@ -33,6 +33,7 @@ struct POfileState {    // one trajectory file
   int dup = -1;         // earlier file of the group with the same path; -1: none
   bool ok = false;      // scanned and, if needed, read
   bool used = false;    // at least one swath lies in it
+  bool AREC = false;    // its attitudes are recomputed from the track
   POscan scan;          // times raw, adjusted flag as after synchronisation
   double TimeCorr = 0;  // s
   double tmin = 2e307;  // s, synchronised range

@@ -40,6 +40,16 @@ void recompute_attitude(Vector<PO>& po) {
   }
 }
 
+// Makes the angles of a window continuous, with yaw within half a turn in its middle: in a whole flight turns add
+// up, and a float of many turns is coarse; in grids where north jumps from half a turn to minus half a turn,
+// headings do so too.
+void settle_angles(Vector<PO>& po) {
+  unroll_PO(po);
+  const float turns = 360.0f * std::round(po.val[po.size() / 2].yaw / 360.0f);
+  if (turns != 0)
+    for (PO& rec : po) rec.yaw -= turns;
+}
+
 const Mount* mount_of(const SyncJob& job, int sw) {
   const std::vector<Mount>& mounts = job.prj.mounts;
   if (mounts.empty()) return nullptr;
@@ -143,6 +153,7 @@ bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached
   if (job.res.AREC(sw)) recompute_attitude(part);
   const Mount* mount = mount_of(job, sw);
   if (job.par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(part, mount->IMU);
+  settle_angles(part);
   dxyz lo = {99999999, 99999999, 9999}, hi = {-99999999, -99999999, -9999};
   for (const PO& rec : part) grow_box(lo, hi, position(rec));
   job.res.min[static_cast<size_t>(sw)] = lo;

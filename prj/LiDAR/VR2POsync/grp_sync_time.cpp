@@ -100,7 +100,8 @@ bool scan_PO_time(SyncJob& job) {
     group.insert(0, group.size() < 3 ? 3 - group.size() : 0, ' ');
     out.fs << f << ' ' << group << ' ' << PO_format_word(file.scan.fmt) << ' '
            << PO_coord_word(PO_file_coord(file.scan.fmt, par.geo)) << ' ' << PO_time_word(par.time) << ' '
-           << par.att << ' ' << file.scan.tadj << ' ' << date_text(file.scan.t0, file.scan.tadj) << ' ';
+           << (file.scan.yaw ? par.att : 1) << ' ' << file.scan.tadj << ' '
+           << date_text(file.scan.t0, file.scan.tadj) << ' ';
     if (file.scan.fmt == PO_TXT)
       out.fs << (par.rad ? "RAD " : "DEG ") << (par.col.empty() ? "txyzwpk" : par.col) << ' ';
     out.fs << real_path(job.file_path(f)) << '\n';

@@ -55,6 +55,7 @@ bool corr_swath(const Project& prj, const CorrParam& par, const POsync& sync, co
   }
   SwathCorr corr;
   if (!make_SwathCorr(res, par.inv, rot, job.sw, T0, po, corr)) return false;
+  corr.AREC = sync.AREC(job.sw) != 0;  // positions as the inversion interpolated them
   LOG_LINE("[CS] S: " << corr.S.x << ' ' << corr.S.y << ' ' << corr.S.z);
   if (corr.CL) LOG_LINE("[CL] L: " << corr.L.x << ' ' << corr.L.y << ' ' << corr.L.z);
   if (corr.CB)

@@ -29,6 +29,10 @@ void set_tuning(const Options& o) {
   SIGMA0_REG = o.reg_s0;
   CALINTGEN = o.int_gen != 0;
   CALINTNOB = o.int_nob != 0;
+  PO_SPEED_MAX = o.po_speed;
+  PO_CLIMB_MAX = o.po_climb;
+  PO_RATE_MAX = o.po_rate;
+  PO_BAD_MAX = o.po_bad;
   las_set_threads(o.nthreads);
 }
 

@@ -108,6 +108,15 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
        "time kept beyond both ends of a line, s"},
       {"po_sub", "", OptKind::integer, 1, 1000, 1, 1, &o.po_sub, "10", Theme::output,
        "trajectory outputs hold every n-th sample"},
+      {"po_speed", "", OptKind::real, 0, 10000, 1, 1, &o.po_speed, "300", Theme::trajectory,
+       "fastest plausible step between trajectory records, m/s; wrong single records are dropped; 0: no "
+       "check"},
+      {"po_climb", "", OptKind::real, 0, 10000, 1, 1, &o.po_climb, "100", Theme::trajectory,
+       "the same for climb and sink, m/s; 0: no check"},
+      {"po_rate", "", OptKind::real, 0, 100000, 1, 1, &o.po_rate, "500", Theme::trajectory,
+       "the same for turn rates of roll, pitch and heading, degrees/s; 0: no check"},
+      {"po_bad", "", OptKind::real, 0, 100, 1, 1, &o.po_bad, "1", Theme::trajectory,
+       "share of wrong records beyond which a trajectory file is refused, percent (ten are always allowed)"},
       {"po_tol", "", OptKind::real, 0, 60, 1, 1, &o.po_tol, "1", Theme::trajectory,
        "how far a swath may reach beyond its trajectory, s"},
   };

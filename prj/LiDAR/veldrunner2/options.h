@@ -310,6 +310,10 @@ struct Options {
   float cut_res = 0.4f;
   float cut_buf = 0.0f;
   int po_sub = 10;
+  float po_speed = 300.0f;
+  float po_climb = 100.0f;
+  float po_rate = 500.0f;
+  float po_bad = 1.0f;
   float po_tol = 1.0f;
 };
 

@@ -115,6 +115,83 @@ TEST(DutPoSync, TrackOnlyTrajectoryGetsItsHeading) {
   EXPECT_TRUE(p.res.AREC(1));
 }
 
+// No attitude is never an attitude of 0: it comes from the track, and the WARNING says so.
+TEST(DutPoSync, MissingAnglesAreRecoveredAndReported) {
+  const double heading = std::atan2(60, 8) * DEG;
+  const struct {
+    const char* col;
+    const char* angles;
+    bool AREC;
+    xyz att;
+    const char* said;
+  } cases[] = {
+      {"txyz", "", true, {0, 0, static_cast<float>(heading)}, "WARNING: no attitude in PO file "},
+      {"txyzwpk", " 0 0 0", true, {0, 0, static_cast<float>(heading)}, "WARNING: no attitude in PO file "},
+      {"txyzk", " 81", false, {0, 0, 81}, "WARNING: no roll and pitch in PO file "},
+      {"txyzpk", " 2 81", false, {0, 2, 81}, "WARNING: no roll in PO file "},
+      {"txyzwk", " 1 81", false, {1, 0, 81}, "WARNING: no pitch in PO file "},
+      {"txyzwpk", " 1 2 81", false, {1, 2, 81}, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.col);
+    SyncProject p;
+    two_swaths(p);
+    std::string text;
+    for (int i = 0; i <= 1000; i++) {
+      char line[100];
+      std::snprintf(line, sizeof(line), "%.1f %.3f %.3f 700%s\n", 1000 + 0.1 * i, 500000 + 6.0 * i,
+                    5321000 + 0.8 * i, c.angles);
+      text += line;
+    }
+    write_text(p.dir.path + "/t.txt", text);
+    p.add_file("t.txt");
+    p.prj.pogroups[0].col = c.col;
+    ASSERT_EQ(p.run(), 2) << p.said;
+    EXPECT_EQ(p.res.AREC(0) != 0, c.AREC);
+    EXPECT_TRUE(p.has(c.said)) << p.said;
+    EXPECT_EQ(p.has("WARNING: no "), *c.said != '\0') << p.said;
+    EXPECT_NEAR(p.res.Att1[0](2).x, c.att.x, 1e-5);
+    EXPECT_NEAR(p.res.Att1[0](2).y, c.att.y, 1e-5);
+    EXPECT_NEAR(p.res.Att1[0](2).z, c.att.z, 1e-3);
+  }
+}
+
+// After a hundred turns a heading is as fine as at the start; in a south-orientated grid, where north jumps by
+// a whole turn at the central meridian, it is interpolated the short way.
+TEST(DutPoSync, HeadingsKeepTheirDigitsAndTheShortWay) {
+  const char* const south =
+      "PROJCS[\"s\",GEOGCS[\"g\",DATUM[\"d\",SPHEROID[\"WGS 84\",6378137,298.257223563]]],"
+      "PROJECTION[\"Transverse_Mercator_South_Orientated\"],PARAMETER[\"latitude_of_origin\",0],"
+      "PARAMETER[\"central_meridian\",15],PARAMETER[\"scale_factor\",1],PARAMETER[\"false_easting\",0],"
+      "PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]";
+  for (const bool orientated : {false, true}) {
+    SyncProject p;
+    const double rate = 33.7;  // degrees/s: 93 turns until the first swath
+    two_swaths(p);
+    std::vector<SbetRow> rows;
+    for (int i = 0; i <= 21600; i++) {
+      const double t = 0.05 * i;
+      const double heading = std::fmod(rate * t, 360);
+      rows.push_back(sbet_row(t, 15 + 1e-5 * (t - 1030), -30, 700, 1, 2, heading));
+    }
+    write_sbet(p.dir.path + "/s.out", rows);
+    p.add_file("s.out");
+    ASSERT_TRUE(p.prj.georef.init(orientated ? 0 : -33, south, 0, "", false));
+    dxyz o;
+    ASSERT_TRUE(geo_forward(p.prj.georef, 15, -30, 0, o));
+    p.set_area(o.x - 1000, o.y - 1000, o.x + 1000, o.y + 1000);
+    p.pairs[0].ndisp = 997;
+    ASSERT_EQ(p.run(), 2) << p.said;
+    double worst = 0;
+    for (int i = 0; i < 997; i++) {
+      const double t = p.res.pairs[0].t1(i), convergence = -1e-5 * (t - 1030) * std::sin(-30 / DEG);
+      const double grid_heading = rate * t + convergence + (orientated ? 180 : 0);
+      worst = std::max(worst, std::fabs(turn(p.res.Att1[0](i).z - grid_heading)));
+    }
+    EXPECT_LT(worst, orientated ? 1.5e-4 : 1.2e-4);  // 720 degrees in a window: a float's last digit is 6e-5
+  }
+}
+
 TEST(DutPoSync, ImuRotationGoesIntoTheCache) {
   SyncProject p;
   two_swaths(p);

@@ -41,7 +41,7 @@ TEST(ManPage, HoldsEveryOptionOnceWithRangeAndDefault) {
   const std::string page = man_page_text();
   Options o;
   const std::vector<OptRow> rows = documented_rows(o);
-  EXPECT_EQ(rows.size(), 304u);
+  EXPECT_EQ(rows.size(), option_rows(o).size() + 3);  // those that the parser asks by itself
   for (const OptRow& row : rows) {
     std::string head = "\n.TP\n.B ";
     for (const char c : names_text(row)) head += c == '-' ? "\\-" : std::string(1, c);
@@ -103,5 +103,6 @@ TEST(Completion, OffersWhatTheOptionTakes) {
       shell("cd " + dir.path +
             " && bash --norc -c 'source ./completion; COMP_WORDS=(veldrunner -mem 2048 \"\"); COMP_CWORD=3; "
             "_veldrunner; echo ${#COMPREPLY[@]}'");
-  EXPECT_EQ(all.out, "304\n");
+  Options o;
+  EXPECT_EQ(all.out, std::to_string(documented_rows(o).size()) + "\n");
 }

@@ -144,7 +144,7 @@ TEST(OptionTable, NamesAreUniqueAndDefaultsAreTheFields) {
   o.nthreads_io = default_nthreads_io();
   std::set<std::string> names;
   const std::vector<OptRow> rows = option_rows(o);
-  EXPECT_EQ(rows.size(), 301u);
+  EXPECT_EQ(rows.size(), known_options().size());
   for (const OptRow& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_TRUE(names.insert(row.name).second);
@@ -171,7 +171,7 @@ TEST(OptionTable, NamesAreUniqueAndDefaultsAreTheFields) {
 TEST(OptionTable, RowsAreThoseOfTheListKeptByHand) {
   Options o;
   o.nthreads = o.nthreads_io = 0;
-  EXPECT_EQ(known_options().size(), 301u);
+  EXPECT_EQ(known_options().size(), option_rows(o).size());
   for (const OptRow& row : option_rows(o)) {
     SCOPED_TRACE(row.name);
     ASSERT_EQ(known_options().count(row.name), 1u);
@@ -326,7 +326,7 @@ TEST(OptionTable, IsWrittenWithItsProof) {
           << '\t' << (in_help ? "yes" : "NO") << '\t' << message << '\n';
     nrows++;
   }
-  EXPECT_EQ(nrows, 301);
+  EXPECT_EQ(nrows, static_cast<int>(known_options().size()));
   EXPECT_TRUE(table.good());
 }
 
