@@ -1,0 +1,44 @@
+// tests/run/scored_project.h
+// A simulated project that a test may spoil or bring into another form, aligned by the program and scored against
+// its truth.
+#pragma once
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "lib/Geometry/xyz.h"
+#include "tests/run/program.h"
+
+struct ScoredRun {
+  RunOutput run;
+  bool scored = false;  // all corrected swaths are there and whole
+  double rms = 0;       // m, of points less truth, in three dimensions
+  double largest = 0;   // m, of any coordinate
+};
+
+struct ScoredProject {
+  Program program;
+  dxyz unit{1, 1, 1};  // metres per unit of the swaths
+  const std::string& dir = program.work.path;
+
+  // Simulates the smallest project with more options of the simulator.
+  explicit ScoredProject(const std::vector<std::string>& simulator = {});
+  // Aligns with these options (input and trajectory among them) and scores.
+  ScoredRun align(const std::vector<std::string>& options) const;
+  // Brings the bytes of every swath and its truth through change.
+  void change_swaths(const std::function<void(std::string& bytes)>& change) const;
+  // Swaths and truth in other units (metres per unit, horizontal and vertical).
+  void change_units(double plane, double height);
+};
+
+// A field of a file's bytes.
+template <typename T>
+T peek(const std::string& bytes, size_t at) {
+  T value{};
+  bytes.copy(reinterpret_cast<char*>(&value), sizeof value, at);
+  return value;
+}
+template <typename T>
+void poke(std::string& bytes, size_t at, T value) {
+  bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
+}

@@ -1,0 +1,135 @@
+// Trajectories and coordinate systems of all kinds on a simulated project: what the corrected points are worth is
+// told by the truth, not by the program's own figures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "las/las_access.h"
+#include "tests/run/scored_project.h"
+
+namespace {
+// With the whole attitude in the project's own system 0.024 m remain; wrong geometry leaves decimetres.
+constexpr double GOOD_RMS = 0.035, GOOD_LARGEST = 0.15;
+
+void expect_good(const ScoredRun& r, const char* said) {
+  EXPECT_EQ(r.run.code, 0) << r.run.err;
+  EXPECT_TRUE(r.scored);
+  EXPECT_LT(r.rms, GOOD_RMS);
+  EXPECT_LT(r.largest, GOOD_LARGEST);
+  EXPECT_TRUE(holds(r.run.err, said)) << r.run.err;
+}
+
+// The transverse Mercator system of the project in other clothes.
+std::string system_text(const char* projection, double unit, const char* unit_name, double easting) {
+  char text[700];
+  std::snprintf(text, sizeof(text),
+                "PROJCS[\"p\",GEOGCS[\"g\",DATUM[\"d\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
+                "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],PROJECTION[\"%s\"],"
+                "PARAMETER[\"latitude_of_origin\",0],PARAMETER[\"central_meridian\",15],"
+                "PARAMETER[\"scale_factor\",0.9996],PARAMETER[\"false_easting\",%.17g],"
+                "PARAMETER[\"false_northing\",0],UNIT[\"%s\",%.17g]]",
+                projection, easting / unit, unit_name, unit);
+  return text;
+}
+}  // namespace
+
+TEST(TrajectoryRun, AnglesThatTheTextHasNot) {
+  const struct {
+    const char* columns;
+    std::vector<std::string> more;
+    const char* said;
+  } cases[] = {
+      {"txyz",
+       {"-po_att", "0"},
+       "WARNING: no attitude in PO file traj.txt, using the direction of the track"},
+      {"txyzk", {}, "WARNING: no roll and pitch in PO file traj.txt, using 0"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.columns);
+    const ScoredProject project({"-po_parse", c.columns});
+    std::vector<std::string> args = {"-utm",      "33",      "-i",      "L*.las", "-po",      "traj.txt",
+                                     "-po_parse", c.columns, "-po_geo", "1",      "-po_time", "1"};
+    args.insert(args.end(), c.more.begin(), c.more.end());
+    expect_good(project.align(args), c.said);
+  }
+}
+
+TEST(TrajectoryRun, UnitsAreThoseOfTheNumbers) {
+  constexpr double US = 1200.0 / 3937.0;
+  const char* const mercator = "Transverse_Mercator";
+  const struct {
+    double plane, height;
+    const char *name, *vertical;
+  } cases[] = {
+      {0.3048, 0.3048, "Foot", ""},
+      {1, US, "metre", "VERT_CS[\"v\",VERT_DATUM[\"d\",2005],UNIT[\"US survey foot\",0.3048006096012192]]"},
+      {US, 1, "US survey foot", "VERT_CS[\"v\",VERT_DATUM[\"d\",2005],UNIT[\"metre\",1]]"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + c.vertical);
+    ScoredProject project;
+    project.change_units(c.plane, c.height);
+    std::string text = system_text(mercator, c.plane, c.name, 500000);
+    if (*c.vertical) text = "COMPD_CS[\"c\"," + text + "," + c.vertical + "]";
+    write_text(project.dir + "/c.wkt", text);
+    expect_good(project.align({"-wkt", "c.wkt", "-i", "L*.las", "-po", "traj.out"}), "");
+  }
+}
+
+// The lines lie on the central meridian, where north in the grid jumps from half a turn to minus half a turn.
+TEST(TrajectoryRun, SouthOrientatedGrid) {
+  const ScoredProject project;
+  project.change_swaths([](std::string& bytes) {
+    const size_t reclen = peek<uint16_t>(bytes, 105);
+    for (size_t at = peek<uint32_t>(bytes, 96); at + reclen <= bytes.size(); at += reclen)
+      for (const size_t k : {0, 4}) poke(bytes, at + k, -peek<int32_t>(bytes, at + k));
+    poke(bytes, 155, 500000 - peek<double>(bytes, 155));
+    poke(bytes, 163, -peek<double>(bytes, 163));
+    for (const size_t k : {179, 195}) {  // max and min change places
+      const double high = peek<double>(bytes, k), low = peek<double>(bytes, k + 8),
+                   east = k == 179 ? 500000 : 0;
+      poke(bytes, k, east - low);
+      poke(bytes, k + 8, east - high);
+    }
+  });
+  write_text(project.dir + "/c.wkt", system_text("Transverse_Mercator_South_Orientated", 1, "metre", 0));
+  expect_good(project.align({"-wkt", "c.wkt", "-i", "L*.las", "-po", "traj.out"}), "");
+}
+
+TEST(TrajectoryRun, OneTrajectoryServesAllChannels) {
+  const ScoredProject project({"-channels", "2"});
+  expect_good(project.align({"-utm", "33", "-i", "L*_c0.las", "-i", "L*_c1.las", "-chgrp", "0", "1", "-po",
+                             "traj.out", "-bore", "0", "0", "0", "0", "8", "0"}),
+              "");
+}
+
+// A wrong record costs a WARNING, not a point: the corrected files are those of the whole trajectory.
+TEST(TrajectoryRun, SingleWrongRecords) {
+  const ScoredProject project;
+  const std::vector<std::string> args = {"-utm", "33", "-i", "L*.las", "-po", "traj.out"};
+  const std::string good = read_text(project.dir + "/traj.out");
+  constexpr size_t RECORD = 136;
+  const size_t n = good.size() / RECORD;
+  expect_good(project.align(args), "");
+  const std::string first = read_text(project.dir + "/out/L01.las");
+  const struct {
+    const char* what;
+    size_t record, field;
+    double value;
+  } cases[] = {{"latitude", 1400, 1, 0}, {"height", 1400, 3, 1e5}, {"time", n / 2, 0, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::string bytes = good;
+    poke(bytes, c.record * RECORD + 8 * c.field, c.value);
+    write_text(project.dir + "/traj.out", bytes);
+    const ScoredRun r = project.align(args);
+    expect_good(r, "WARNING: 1 invalid records skipped, SBET file traj.out");
+    Vector<dxyz> now, before;
+    write_text(project.dir + "/first.las", first);
+    ASSERT_TRUE(read_las_dxyz(project.dir + "/out/L01.las", now, "xyz") &&
+                read_las_dxyz(project.dir + "/first.las", before, "xyz"));
+    double most = 0;
+    for (uint64_t i = 0; i < now.size(); i++) most = std::max(most, norm(now(i) - before(i)));
+    EXPECT_LT(most, 0.002);
+  }
+}
