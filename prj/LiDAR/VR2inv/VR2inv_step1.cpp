@@ -9,8 +9,8 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-constexpr uint64_t KITER = 10;   // iterations of the conjugate gradient per unknown
-constexpr int DENSE_MAX = 1000;  // unknowns up to which the system is inverted
+constexpr uint64_t KITER = 10;  // iterations of the conjugate gradient per unknown
+constexpr int DENSE_MAX = 500;  // unknowns up to which the system is inverted: tenths of a second
 
 struct System {  // P x = Y, P dense and symmetric; the lower triangle is filled
   Image<double> P;
