@@ -159,7 +159,7 @@ TEST_F(BadInput, AFullDiskLeavesNothingHalfWritten) {
   const RunOutput caches = program->run(args, limit(100));
   EXPECT_EQ(caches.code, 1);
   EXPECT_TRUE(holds(caches.err, ": File too large\n") &&
-              holds(caches.err, "ERROR: no valid data to work with\n"))
+              holds(caches.err, "ERROR: registration or QC failed\n"))
       << caches.err;
   expect_nothing_written();
   EXPECT_TRUE(std::filesystem::is_empty(path("t2")));

@@ -31,6 +31,7 @@ class TilingTest : public testing::Test {
     return file(name);
   }
   bool tile(const std::string& path, bool cache = false, uint64_t max_bytes = uint64_t{1} << 30) {
-    return LmT_swath(path, 0, par, cache, max_bytes, res);
+    TilingMemory memory(max_bytes, 1);
+    return LmT_swath(path, 0, par, cache, memory, res);
   }
 };

@@ -147,8 +147,8 @@ bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool ch
     LOG_LINE("<!> magic=" << hdr.magic << " version=" << hdr.version);
     return false;
   }
-  if (file_mode(swath) != -1) {
-    const int64_t tstamp = file_mtime(swath);
+  if (is_union(swath) || file_mode(swath) != -1) {
+    const int64_t tstamp = source_tstamp(swath);
     if (tstamp == -1) {
       ERROR_MSG("timestamp read error, " << swath);
       return false;

@@ -14,10 +14,12 @@ const char* const EXT_MTIDX = ".mT.idx";
 const char* const EXT_MTZM = ".mT.tbl.Zm";
 const char* const EXT_MTDT = ".mT.tbl.dT";
 const char* const EXT_MTXYZ = ".mT.XYZ";
+const char* const EXT_ULIDX = ".UL.idx";
 const char* const EXT_GMTIDX = ".gmT.idx";
 const char* const EXT_GMTZDS = ".gmT.ZDS";
 
 namespace {
+constexpr char UNION_EXT[] = ".union";
 constexpr int64_t HASH_MOD = 1000000009;
 
 // Sum of c[i] * base^i, reduced at each step; characters count as signed bytes, so the sum is brought back
@@ -102,6 +104,18 @@ std::string cache_name(const std::string& path, const std::string& suffix, int n
   std::string result = TMPDIR + digits;
   if (number >= 0) result += std::to_string(number) + "_";
   return result + name + suffix;
+}
+
+std::string union_path(const std::string& first) { return real_path(first) + UNION_EXT; }
+
+bool is_union(const std::string& path) { return path.ends_with(UNION_EXT); }
+
+int64_t source_tstamp(const std::string& path) {
+  if (!is_union(path)) return file_mtime(path);
+  BufBinFileIn in(0, false);
+  LTidxHdr hdr;
+  const std::string idx = cache_name(path, EXT_TIDX);
+  return file_size(idx) >= 0 && in.open(idx) && in.read(&hdr, sizeof hdr) ? hdr.tstamp : -1;
 }
 
 std::string tile_tmp_name(const std::string& path, uint32_t XI, uint32_t YI) {
@@ -196,8 +210,9 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
 }
 
 bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
-  bool ok = delete_suffixes(path, std::array{EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"},
-                            nfiles, nbytes);
+  bool ok = delete_suffixes(
+      path, std::array{EXT_TIDX, EXT_ULIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"}, nfiles,
+      nbytes);
   const std::string base = change_extension(cache_name(path, ""), "");
   for (const char* part : {"_s_?.laz", "_s_??.laz"}) ok = delete_files(base + part, nfiles, nbytes) && ok;
   return delete_LmT_nonessential(path, nfiles, nbytes) && ok;

@@ -13,6 +13,7 @@ extern const char* const EXT_MTIDX;   // ".mT.idx": counts
 extern const char* const EXT_MTZM;    // ".mT.tbl.Zm": mean heights
 extern const char* const EXT_MTDT;    // ".mT.tbl.dT": times
 extern const char* const EXT_MTXYZ;   // ".mT.XYZ": points
+extern const char* const EXT_ULIDX;   // ".UL.idx": swaths of a union
 extern const char* const EXT_GMTIDX;  // ".gmT.idx": grid index
 extern const char* const EXT_GMTZDS;  // ".gmT.ZDS": grid
 
@@ -22,6 +23,15 @@ std::string cache_name(const std::string& path, const std::string& suffix, int n
 
 // The 16 digits: (h2 << 32) | h1 over the directory string, 0 for an empty one.
 uint64_t cache_dir_hash(const std::string& dir);
+
+// References that are one swath together: a union. Its path is that of its first member (links resolved) with
+// this behind it, which names no file, only the union's caches.
+std::string union_path(const std::string& first);
+bool is_union(const std::string& path);
+
+// What tells whether the source of a swath has changed: the modification time of its file in seconds, for a
+// union the stamp of its members as its index has it. -1 when there is none.
+int64_t source_tstamp(const std::string& path);
 
 // Name of the temporary file of one tile: "<cache>.TT<XI>-<YI>.XYZT".
 std::string tile_tmp_name(const std::string& path, uint32_t XI, uint32_t YI);

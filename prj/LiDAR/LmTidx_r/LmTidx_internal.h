@@ -1,5 +1,5 @@
 // prj/LiDAR/LmTidx_r/LmTidx_internal.h
-// Private to LmTidx_r and LmTidx_w: coded settings of a header, opening of a cache file at an offset.
+// Private to LmTidx_r and LmTidx_w: coded settings of a header.
 #pragma once
 #include <string>
 
@@ -10,6 +10,3 @@ constexpr uint64_t TILE_BUFFER = 0x40000;  // bytes, of a tile file
 
 // The header that a cache made from the file at path with these settings carries; tstamp is left 0.
 LTidxHdr make_LTidxHdr(const TilingParam& par);
-
-// Reads n bytes at an offset of the cache file with this suffix, which must hold at least offset + n bytes.
-bool read_cache_at(const std::string& path, const char* suffix, uint64_t offset, void* dest, uint64_t n);

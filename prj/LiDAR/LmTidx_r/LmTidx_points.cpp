@@ -1,27 +1,44 @@
 // Points of a tile with its ring, and of a rectangle.
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <vector>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
+#include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
-namespace {
-// Open point, count and height files of a swath, and the tables of the tile that is being read.
-class PointFiles {
- public:
-  explicit PointFiles(const SwTiles& sw) : sw_(sw) {}
-  bool open() {
-    const std::string name = cache_name(sw_.path, EXT_MTXYZ);
-    return file_size(name) == static_cast<int64_t>(sw_.info.np * sizeof(LmTpoint)) && points_.open(name) &&
-           counts_.open(cache_name(sw_.path, EXT_MTIDX)) && heights_.open(cache_name(sw_.path, EXT_MTZM));
+// Open point, count and height files of a swath. A union has counts only.
+struct PointFiles {
+  PosFileIn points, counts, heights;
+  bool open(const SwTiles& sw) {
+    if (!counts.open(cache_name(sw.path, EXT_MTIDX))) return false;
+    if (!sw.members.empty()) return true;
+    if (!points.open(cache_name(sw.path, EXT_MTXYZ)) || !heights.open(cache_name(sw.path, EXT_MTZM)))
+      return false;
+    if (points.size() == sw.info.np * sizeof(LmTpoint)) return true;
+    ERROR_MSG("point file of " << points.size() << " bytes, expected " << sw.info.np * sizeof(LmTpoint)
+                               << ", file='" << points.name() << "'");
+    return false;
   }
+};
+
+namespace {
+// The points of a swath, with the tables of the tile that is being read.
+class TilePoints {
+ public:
+  explicit TilePoints(const SwTiles& sw) : sw_(sw) {}
+  bool open() {
+    files_ = sw_.files.get();
+    if (files_) return true;
+    files_ = &own_;
+    return own_.open(sw_);
+  }
+  bool load_counts(uint32_t k) { return files_->counts.read(k * MT_IMG_BYTES, N, sizeof N); }
   // Loads the tables of tile k. False when they do not add up to the tile's count.
   bool load(uint32_t k) {
-    if (!counts_.seek(k * MT_IMG_BYTES) || !counts_.read(N, sizeof N)) return false;
-    if (!heights_.seek(k * MT_IMG_BYTES) || !heights_.read(Zm, sizeof Zm)) return false;
+    if (!load_counts(k) || !files_->heights.read(k * MT_IMG_BYTES, Zm, sizeof Zm)) return false;
     uint64_t sum = 0;
     for (int i = 0; i < mTn; i++) {
       first_[i] = sw_.Pidx.val[k] + sum;
@@ -35,14 +52,15 @@ class PointFiles {
     const uint64_t at = raw.size();
     if (n == 0) return true;
     raw.resize(at + n);
-    return points_.seek(first_[i0] * sizeof(LmTpoint)) && points_.read(raw.data() + at, n * sizeof(LmTpoint));
+    return files_->points.read(first_[i0] * sizeof(LmTpoint), raw.data() + at, n * sizeof(LmTpoint));
   }
   uint32_t N[mTn];
   int32_t Zm[mTn];
 
  private:
   const SwTiles& sw_;
-  BufBinFileIn points_{0, false}, counts_{0, false}, heights_{0, false};
+  const PointFiles* files_ = nullptr;
+  PointFiles own_;
   uint64_t first_[mTn] = {};
 };
 
@@ -69,7 +87,7 @@ void decode(const LmTpoint* raw, uint32_t n, int32_t x0, int32_t y0, int32_t zm,
 // Reads the wanted microtiles of the loaded tile and appends their points. (dx, dy): the tile less the
 // frame's tile. wanted: 1024 flags; only occupied microtiles may be set. Neighbouring microtiles share one
 // read.
-bool add_microtiles(PointFiles& files, const TileGeom& g, int dx, int dy, const uint8_t* wanted,
+bool add_microtiles(TilePoints& files, const TileGeom& g, int dx, int dy, const uint8_t* wanted,
                     std::vector<LmTpoint>& raw, Vector<xyz>& P, uint64_t& np) {
   for (int i0 = 0; i0 < mTn; i0++) {
     if (!wanted[i0]) continue;
@@ -103,7 +121,93 @@ void spread(const Image<uint8_t>& gTocc, int reach, uint8_t* near_grid) {
         std::fill(near_grid + v * side + xa, near_grid + v * side + xb + 1, uint8_t{1});
     }
 }
+// Tile and ring of one swath.
+struct RingRead {
+  const SwTiles& sw;
+  uint32_t k;
+  const uint8_t* near_grid;  // 34 x 34
+  Image<uint8_t>& gTocc;
+  Vector<xyz>& P;
+  uint64_t &np, &np0;
+  std::vector<LmTpoint> raw = {};
+};
+
+// Marks the microtiles to read of the tile at (dx, dy) from the middle one, by the counts N.
+void choose_wanted(const RingRead& ring, int dx, int dy, const uint32_t* N, uint8_t* wanted) {
+  constexpr int side = mTsub + 2;
+  for (int i = 0; i < mTn; i++) {
+    const int x = dx * mTsub + i % mTsub + 1, y = dy * mTsub + i / mTsub + 1;
+    wanted[i] = x >= 0 && x < side && y >= 0 && y < side && ring.near_grid[y * side + x] && N[i] > NMT_MIN;
+    if (dx == 0 && dy == 0 && wanted[i]) ring.gTocc.val[i] |= 4;
+  }
+}
+
+// Calls add(dx, dy) for the tile itself, then for its neighbours row by row, until it fails or the tile itself
+// has no point.
+template <typename Add>
+bool walk_ring(RingRead& ring, Add add) {
+  for (int n = 0; n < 9; n++) {
+    const int place = n == 0 ? 4 : n <= 4 ? n - 1 : n;
+    if (!add(place % 3 - 1, place / 3 - 1)) return false;
+    if (n == 0) ring.np0 = ring.np;
+    if (ring.np0 > 0) continue;
+    LOG_LINE("read_LmT_tile_nn <!> DROP TILE (np0=0)");
+    ring.np = 0;
+    return true;
+  }
+  return true;
+}
+
+int neighbour(const RingRead& ring, const SwTiles& sw, int dx, int dy) {
+  const TIsxy& t = ring.sw.TI.val[ring.k];
+  return sw.find(static_cast<int64_t>(t.x) + dx, static_cast<int64_t>(t.y) + dy);
+}
+
+bool read_ring(RingRead& ring) {
+  TilePoints files(ring.sw);
+  if (!files.open()) return false;
+  return walk_ring(ring, [&](int dx, int dy) {
+    uint8_t wanted[mTn];
+    const int k = neighbour(ring, ring.sw, dx, dy);
+    if (k < 0) return true;
+    if (!files.load(static_cast<uint32_t>(k))) return false;
+    choose_wanted(ring, dx, dy, files.N, wanted);
+    return add_microtiles(files, ring.sw.geom, dx, dy, wanted, ring.raw, ring.P, ring.np);
+  });
+}
+
+// The same for a union: each swath that has points there is opened once.
+bool read_LmT_tile_nn_u(RingRead& ring) {
+  const std::vector<SwTiles>& members = ring.sw.members;
+  TilePoints all(ring.sw);
+  if (!all.open()) return false;
+  std::map<size_t, TilePoints> opened;
+  return walk_ring(ring, [&](int dx, int dy) {
+    uint8_t wanted[mTn], here[mTn];
+    const int k = neighbour(ring, ring.sw, dx, dy);
+    if (k < 0) return true;
+    if (!all.load_counts(static_cast<uint32_t>(k))) return false;
+    choose_wanted(ring, dx, dy, all.N, wanted);
+    for (size_t m = 0; m < members.size(); m++) {
+      const int km = neighbour(ring, members[m], dx, dy);
+      if (km < 0) continue;
+      const auto [at, fresh] = opened.try_emplace(m, members[m]);
+      TilePoints& files = at->second;
+      if ((fresh && !files.open()) || !files.load(static_cast<uint32_t>(km))) return false;
+      for (int i = 0; i < mTn; i++) here[i] = wanted[i] && files.N[i] > 0;
+      if (!add_microtiles(files, ring.sw.geom, dx, dy, here, ring.raw, ring.P, ring.np)) return false;
+    }
+    return true;
+  });
+}
 }  // namespace
+
+bool open_points(SwTiles& sw) {
+  const auto files = std::make_shared<PointFiles>();
+  if (!files->open(sw)) return false;
+  sw.files = files;
+  return true;
+}
 
 bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int reach, Vector<xyz>& P,
                       uint64_t& np, uint64_t& np0) {
@@ -114,33 +218,10 @@ bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int 
     LOG_LINE("read_LmT_tile_nn <!> DROP TILE (gTocc empty)");
     return true;
   }
-  uint8_t near_grid[side * side], wanted[mTn];
+  uint8_t near_grid[side * side];
   spread(gTocc, reach, near_grid);
-  PointFiles files(sw);
-  if (!files.open()) return false;
-  std::vector<LmTpoint> raw;
-  for (int n = 0; n < 9; n++) {
-    // The tile itself first, then its neighbours row by row.
-    const int place = n == 0 ? 4 : n <= 4 ? n - 1 : n;
-    const int dx = place % 3 - 1, dy = place / 3 - 1;
-    const int kn =
-        sw.find(static_cast<int64_t>(sw.TI.val[k].x) + dx, static_cast<int64_t>(sw.TI.val[k].y) + dy);
-    if (kn < 0) continue;
-    if (!files.load(static_cast<uint32_t>(kn))) return false;
-    for (int i = 0; i < mTn; i++) {
-      const int x = dx * mTsub + i % mTsub + 1, y = dy * mTsub + i / mTsub + 1;
-      wanted[i] = x >= 0 && x < side && y >= 0 && y < side && near_grid[y * side + x] && files.N[i] > NMT_MIN;
-      if (n == 0 && wanted[i]) gTocc.val[i] |= 4;
-    }
-    if (!add_microtiles(files, sw.geom, dx, dy, wanted, raw, P, np)) return false;
-    if (n == 0) np0 = np;
-    if (np0 == 0) {
-      LOG_LINE("read_LmT_tile_nn <!> DROP TILE (np0=0)");
-      np = 0;
-      return true;
-    }
-  }
-  return true;
+  RingRead ring{sw, k, near_grid, gTocc, P, np, np0};
+  return sw.members.empty() ? read_ring(ring) : read_LmT_tile_nn_u(ring);
 }
 
 bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, double x1, double y0, double y1,
@@ -159,7 +240,7 @@ bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, do
                 yhi = (int64_t{sw.info.YImax} - YI + 1) * mTsub;
   const int64_t i0 = cell(x0, xlo, xhi), i1 = cell(x1, xlo, xhi), j0 = cell(y0, ylo, yhi),
                 j1 = cell(y1, ylo, yhi);
-  PointFiles files(sw);
+  TilePoints files(sw);
   if (!files.open()) return false;
   std::vector<LmTpoint> raw;
   uint8_t wanted[mTn];

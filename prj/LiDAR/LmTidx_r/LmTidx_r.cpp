@@ -4,6 +4,7 @@
 
 #include "lib/general/binfile.h"
 #include "lib/general/path.h"
+#include "lib/general/txtfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 
 namespace {
@@ -13,8 +14,6 @@ bool header_fits(const LTidxHdr& hdr) {
   return hdr.magic == TileMagic && hdr.version == TileVersion && hdr.msublevel == mT_SUB_LEVEL &&
          (hdr.xlevel & 0x7F) <= 2;
 }
-
-int header_level(const LTidxHdr& hdr) { return tile_level((hdr.flags & HDR_LARGE) != 0, hdr.xlevel & 0x7F); }
 
 // What every user of the record relies on: a table that can exist, extents that an array can have, and
 // numbers that are numbers.
@@ -63,6 +62,8 @@ bool read_table(BufBinFileIn& in, const LTidxInfo& info, Vector<TIsxy>& TI) {
 }
 }  // namespace
 
+int header_level(const LTidxHdr& hdr) { return tile_level((hdr.flags & HDR_LARGE) != 0, hdr.xlevel & 0x7F); }
+
 bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr) {
   const std::string name = cache_name(path, EXT_TIDX);
   BufBinFileIn in(IDX_BUFFER, false);
@@ -101,6 +102,17 @@ void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16
   }
 }
 
+namespace {
+bool read_members(const std::string& path, std::vector<SwTiles>& members) {
+  std::vector<std::string> paths;
+  if (!read_LTidx_uswaths(path, paths)) return false;
+  members.resize(paths.size());
+  for (size_t i = 0; i < paths.size(); i++)
+    if (is_union(paths[i]) || !read_SwTiles(paths[i], members[i])) return false;
+  return true;
+}
+}  // namespace
+
 bool read_SwTiles(const std::string& path, SwTiles& sw) {
   BufBinFileIn in(TILE_BUFFER, false);
   LTidxHdr hdr;
@@ -114,5 +126,21 @@ bool read_SwTiles(const std::string& path, SwTiles& sw) {
     first += sw.TI.val[k].n;
   }
   build_tile_map(sw.info, sw.TI, sw.timg);
-  return true;
+  sw.files.reset();
+  sw.members.clear();
+  return !is_union(path) || read_members(path, sw.members);
+}
+
+bool read_LTidx_uswaths(const std::string& path, std::vector<std::string>& members) {
+  members.clear();
+  const std::string name = cache_name(path, EXT_ULIDX);
+  TxtFileIn in(false);
+  if (file_size(name) < 0 || !in.open(name)) return false;
+  std::string line;
+  while (in.getline(line)) {
+    const std::string number = std::to_string(members.size()) + " ";
+    if (line.size() <= number.size() || line.rfind(number, 0) != 0) return false;
+    members.push_back(line.substr(number.size()));
+  }
+  return !members.empty();
 }

@@ -9,15 +9,19 @@
 // Per-tile images are 32 x 32, element (column, row), in the order of the tile table.
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
+#include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
 [[nodiscard]] bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr);
+int header_level(const LTidxHdr& hdr);  // of the tiles, 5 to 10
 [[nodiscard]] bool read_LTidxInfo(const std::string& path, LTidxInfo& info);
 // The tile table, by increasing y, then x.
 [[nodiscard]] bool read_LTidx_TI(const std::string& path, Vector<TIsxy>& TI);
@@ -28,14 +32,18 @@ constexpr uint16_t NO_TILE = 65535;
 void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16_t>& timg);
 void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg);
 
+struct PointFiles;  // the open files that points are read from
+
 // What every reader of points needs of a swath, 14 bytes or so a tile; read-only once filled.
 struct SwTiles {
   std::string path;  // of the swath
   TileGeom geom;
   LTidxInfo info;
   Vector<TIsxy> TI;
-  Vector<uint64_t> Pidx;  // per tile, index of its first point in the point file
-  Image<uint16_t> timg;   // tile map of the header's extent
+  Vector<uint64_t> Pidx;                    // per tile, index of its first point in the point file
+  Image<uint16_t> timg;                     // tile map of the header's extent
+  std::vector<SwTiles> members;             // of a union, whose points stand in theirs; else empty
+  std::shared_ptr<const PointFiles> files;  // see open_points; null: opened for each tile
   // Index of the tile (XI, YI) in the table, -1 when the swath has none there.
   int find(int64_t XI, int64_t YI) const {
     const int64_t x = XI - info.XImin, y = YI - info.YImin;
@@ -45,6 +53,12 @@ struct SwTiles {
   }
 };
 [[nodiscard]] bool read_SwTiles(const std::string& path, SwTiles& sw);
+// Keeps the swath's files open for all tiles to come (three descriptors). The files of a union's members are
+// opened when a tile needs them. False after an ERROR line.
+[[nodiscard]] bool open_points(SwTiles& sw);
+// The paths of a union's swaths, from its list. False, silently, when that is missing or its numbers are not
+// 0, 1, 2 ...
+[[nodiscard]] bool read_LTidx_uswaths(const std::string& path, std::vector<std::string>& members);
 
 // Tables of all tiles of a swath; nt is the length of its tile table.
 [[nodiscard]] bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN);
@@ -55,13 +69,23 @@ struct SwTiles {
 [[nodiscard]] bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Zm,
                                      Vector<Image<uint32_t>>& TN, Vector<Image<uint32_t>>& ofs);
 
-// The same tables one tile at a time: k is the index in the tile table.
-[[nodiscard]] bool read_LmT_tile_N(const std::string& path, uint32_t k, Image<uint32_t>& N);
-[[nodiscard]] bool read_LmT_tile_Zm(const std::string& path, uint32_t k, Image<int32_t>& Zm);
-[[nodiscard]] bool read_LmT_tile_time(const std::string& path, uint32_t k, LmTtimeRec& rec);
-// Time of one tile at the microtile corners (33 x 33) or centres (32 x 32), ticks relative to info.t0.
-[[nodiscard]] bool read_LmT_tile_Vt(const std::string& path, uint32_t k, Image<int32_t>& Vt);
-[[nodiscard]] bool read_LmT_tile_Ct(const std::string& path, uint32_t k, Image<int32_t>& Ct);
+// The same tables one tile at a time, in any order and from any thread: the files stay open. k is the index in
+// the tile table. False, after an ERROR line, when a file cannot be read.
+class TileTables {
+ public:
+  // Opens the tables of a swath; times: those of the times, too. nt: the length of its tile table, which the
+  // sizes of the files are compared with.
+  [[nodiscard]] bool open(const std::string& path, uint32_t nt, bool times);
+  bool is_open() const { return counts_.is_open(); }
+  [[nodiscard]] bool read_N(uint32_t k, Image<uint32_t>& N) const;
+  [[nodiscard]] bool read_Zm(uint32_t k, Image<int32_t>& Zm) const;
+  // Time of one tile at the microtile corners (33 x 33) or centres (32 x 32), ticks relative to info.t0.
+  [[nodiscard]] bool read_Vt(uint32_t k, Image<int32_t>& Vt) const;
+  [[nodiscard]] bool read_Ct(uint32_t k, Image<int32_t>& Ct) const;
+
+ private:
+  PosFileIn counts_, heights_, times_;
+};
 
 // Times of all tiles of a swath.
 [[nodiscard]] bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Vt);
@@ -78,6 +102,7 @@ struct SwTiles {
 // are read (32: all of them). P: metres relative to the tile's lower left corner, Z the height; it is
 // enlarged when too small, np of its elements are filled. np0: how many of them lie in the tile itself.
 // np = 0 with success: the tile is left out (nothing to grid, or no point in the tile itself).
+// Of a union, the counts of its swaths together decide what is occupied, and the points of all are read.
 [[nodiscard]] bool read_LmT_tile_nn(const SwTiles& sw, uint32_t k, Image<uint8_t>& gTocc, int reach,
                                     Vector<xyz>& P, uint64_t& np, uint64_t& np0);
 

@@ -1,6 +1,7 @@
 // Per-tile tables: counts, heights, times, for one tile or for all tiles of a swath.
 #include <algorithm>
 
+#include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
@@ -39,13 +40,6 @@ void to_image(const S* values, int side, Image<T>& img) {
 }
 }  // namespace
 
-bool read_cache_at(const std::string& path, const char* suffix, uint64_t offset, void* dest, uint64_t n) {
-  const std::string name = cache_name(path, suffix);
-  if (file_size(name) < static_cast<int64_t>(offset + n)) return false;
-  BufBinFileIn in(0, false);
-  return in.open(name) && in.seek(offset) && in.read(dest, n);
-}
-
 bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN) {
   return read_images(path, EXT_MTIDX, nt, TN);
 }
@@ -74,29 +68,36 @@ bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_
   return true;
 }
 
-bool read_LmT_tile_N(const std::string& path, uint32_t k, Image<uint32_t>& N) {
+bool TileTables::open(const std::string& path, uint32_t nt, bool times) {
+  const auto opened = [nt](PosFileIn& file, const std::string& name, uint64_t bytes) {
+    if (!file.open(name)) return false;
+    if (file.size() == nt * bytes) return true;
+    ERROR_MSG("table of " << file.size() << " bytes, expected " << nt * bytes << ", file='" << name << "'");
+    return false;
+  };
+  return opened(counts_, cache_name(path, EXT_MTIDX), MT_IMG_BYTES) &&
+         opened(heights_, cache_name(path, EXT_MTZM), MT_IMG_BYTES) &&
+         (!times || opened(times_, cache_name(path, EXT_MTDT), sizeof(LmTtimeRec)));
+}
+
+bool TileTables::read_N(uint32_t k, Image<uint32_t>& N) const {
   N.resize(mTsub, mTsub);
-  return read_cache_at(path, EXT_MTIDX, k * MT_IMG_BYTES, N.val, MT_IMG_BYTES);
+  return counts_.read(k * MT_IMG_BYTES, N.val, MT_IMG_BYTES);
 }
 
-bool read_LmT_tile_Zm(const std::string& path, uint32_t k, Image<int32_t>& Zm) {
+bool TileTables::read_Zm(uint32_t k, Image<int32_t>& Zm) const {
   Zm.resize(mTsub, mTsub);
-  return read_cache_at(path, EXT_MTZM, k * MT_IMG_BYTES, Zm.val, MT_IMG_BYTES);
+  return heights_.read(k * MT_IMG_BYTES, Zm.val, MT_IMG_BYTES);
 }
 
-bool read_LmT_tile_time(const std::string& path, uint32_t k, LmTtimeRec& rec) {
-  return read_cache_at(path, EXT_MTDT, k * sizeof rec, &rec, sizeof rec);
-}
-
-bool read_LmT_tile_Vt(const std::string& path, uint32_t k, Image<int32_t>& Vt) {
+bool TileTables::read_Vt(uint32_t k, Image<int32_t>& Vt) const {
   Vt.resize(mTsub + 1, mTsub + 1);
-  return read_cache_at(path, EXT_MTDT, k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, vertex), Vt.val,
-                       Vt.size() * 4);
+  return times_.read(k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, vertex), Vt.val, Vt.size() * 4);
 }
 
-bool read_LmT_tile_Ct(const std::string& path, uint32_t k, Image<int32_t>& Ct) {
+bool TileTables::read_Ct(uint32_t k, Image<int32_t>& Ct) const {
   Ct.resize(mTsub, mTsub);
-  return read_cache_at(path, EXT_MTDT, k * sizeof(LmTtimeRec), Ct.val, MT_IMG_BYTES);
+  return times_.read(k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, centre), Ct.val, MT_IMG_BYTES);
 }
 
 bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Vt) {

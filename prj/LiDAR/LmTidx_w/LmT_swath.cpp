@@ -11,10 +11,11 @@ namespace {
 constexpr uint32_t MIN_TILE_POINTS = 15;  // at least one tile must hold more
 
 // First pass, and once more over the whole file when a rollover stopped it.
-bool first_pass(const std::string& path, int sw, const TilingParam& par, uint64_t max_bytes, Rollover& rover,
-                TTresult& tt, std::string& reason) {
+bool first_pass(const std::string& path, int sw, const TilingParam& par, TilingMemory& memory,
+                Rollover& rover, TTresult& tt, SwathFailure& why) {
+  const MemoryBudget::Lease lease(memory.budget, memory.share);
   rover = Rollover::none;
-  if (!sw_LAS2TT(path, sw, par, rover, 0, max_bytes, tt, reason)) {
+  if (!sw_LAS2TT(path, sw, par, rover, 0, memory.share, tt, why)) {
     ERROR_MSG("could not tile LiDAR data, " << path);
     return false;
   }
@@ -23,7 +24,7 @@ bool first_pass(const std::string& path, int sw, const TilingParam& par, uint64_
   if (tt.adj)
     WARNING_MSG((rover == Rollover::week ? "week" : "day")
                 << " second rollover detected but timestamps are adjusted GPS, " << path);
-  if (sw_LAS2TT(path, sw, par, rover, tt.tmin, max_bytes, tt, reason)) return true;
+  if (sw_LAS2TT(path, sw, par, rover, tt.tmin, memory.share, tt, why)) return true;
   ERROR_MSG("could not tile LiDAR data (rollover correction pass), " << path);
   return false;
 }
@@ -44,9 +45,15 @@ void delete_grid(const std::string& path) {
   uint64_t nfiles = 0, nbytes = 0;
   if (!delete_LmT_grid(path, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
 }
+
+// What a failed write left: half a family is of no use to anybody, and the room is wanted.
+void delete_tiles(const std::string& path) {
+  uint64_t nfiles = 0, nbytes = 0;
+  if (!delete_LmT_tile(path, nfiles, nbytes)) LOG_LINE("<!> FAILED TO DELETE tiles of " << path);
+}
 }  // namespace
 
-bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool cache, uint64_t max_bytes,
+bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool cache, TilingMemory& memory,
                LmTswathResult& res) {
   TilingParam par = par_in;
   if (par.TIO.nx == 0) {
@@ -62,23 +69,24 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
   if (cache && check_TidxHdr(path, sw, par)) return true;
   TTresult tt;
   Rollover rover;
-  if (!first_pass(path, sw, par, max_bytes, rover, tt, res.reason)) return false;
+  if (!first_pass(path, sw, par, memory, rover, tt, res)) return false;
   const int64_t size = file_size(path);
   if (size < 0) LOG_LINE("<!> file size");
   // The grid goes before the new points come: it must never stand beside an index that it does not fit.
   delete_grid(path);
   LmTstat stat;
-  if (!sw_TT2LmT_XYZ(path, par, rover, max_bytes, tt, stat, res.reason)) {
-    if (res.reason.empty()) res.reason = "could not process tiles";
+  if (!sw_TT2LmT_XYZ(path, par, rover, memory.budget, tt, stat, res)) {
     ERROR_MSG("could not process tiles, " << path);
+    if (res.fault == SwathFault::own) delete_tiles(path);
     return false;
   }
   if (std::none_of(tt.TI.begin(), tt.TI.end(), [](const TIsxy& t) { return t.n > MIN_TILE_POINTS; })) {
     remove_file(cache_name(path, EXT_TIDX));
-    return swath_error(res.reason, "could not tile LiDAR data, not enough points per tile, " + path);
+    return swath_error(res, "could not tile LiDAR data, not enough points per tile, " + path);
   }
   warn_losses(path, par, stat);
-  if (!check_TidxHdr(path, sw, par)) return swath_error(res.reason, "tiling: invalid index data, " + path);
+  if (!check_TidxHdr(path, sw, par))
+    return swath_error(res, "tiling: invalid index data, " + path, SwathFault::own);
   res.MB = size < 0 ? 0.0f : static_cast<float>(static_cast<double>(size) * 1e-06);
   res.Mp = static_cast<float>(static_cast<double>(stat.np) * 1e-06);
   res.Mp0 = static_cast<float>(static_cast<double>(tt.nfile) * 1e-06);

@@ -17,7 +17,8 @@ constexpr uint64_t MIN_THREAD_BYTES = 512 * TILE_BUFFER;
 
 uint64_t budget_bytes() { return static_cast<uint64_t>(MEM_MB) * 1000000; }
 
-struct Totals {  // under the mutex
+struct Totals {       // under the mutex
+  bool stop = false;  // a file of the program's own failed
   std::mutex mutex;
   size_t next = 0;  // the running index
   int ndone = 0;
@@ -25,7 +26,7 @@ struct Totals {  // under the mutex
 };
 
 struct SwathSlot {  // of one swath, written by the thread that took it
-  bool ok = false;
+  bool ok = false;  // stays off for those that were not begun
   LmTswathResult res;
 };
 
@@ -34,7 +35,7 @@ struct TileJob {
   const std::vector<size_t>& todo;
   const TilingParam& par;
   bool cache;
-  uint64_t max_bytes;
+  TilingMemory& memory;
 };
 
 void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& totals, int id) {
@@ -43,15 +44,16 @@ void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& tota
     size_t i;
     {
       const std::lock_guard<std::mutex> lock(totals.mutex);
-      if (totals.next >= job.todo.size()) return;
+      if (totals.stop || totals.next >= job.todo.size()) return;
       i = totals.next++;
     }
     SwathSlot& slot = slots[i];
-    slot.ok = LmT_swath(job.paths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache,
-                        job.max_bytes, slot.res);
+    slot.ok = LmT_swath(job.paths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache, job.memory,
+                        slot.res);
     const std::lock_guard<std::mutex> lock(totals.mutex);
     LmTtileResult& sum = totals.sum;
     totals.ndone++;
+    totals.stop = totals.stop || slot.res.fault == SwathFault::own;
     if (slot.ok && slot.res.done) {
       sum.Mp += slot.res.Mp;
       sum.Mp0 += slot.res.Mp0;
@@ -69,7 +71,7 @@ int tiling_threads(int nthreads, int nswaths) {
   return std::max(1, std::min({nthreads, NTHREADSIO, nswaths, by_memory}));
 }
 
-void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
+bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
               std::vector<std::string>& reason, const TilingParam& par, bool cache, int nthreads,
               LmTtileResult& res) {
   const Stopwatch watch;
@@ -86,12 +88,13 @@ void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
     if (used[i]) todo.push_back(i);
   if (todo.empty()) {
     LOG_LINE("<!> nswt0=0");
-    return;
+    return true;
   }
   const int nth = tiling_threads(nthreads, static_cast<int>(todo.size()));
   LOG_MSG("TILING: swaths (" << todo.size() << "/" << paths.size() << ") [" << nth
                              << " TH] Unit=" << DATAUNIT);
-  const TileJob job{paths, todo, par, cache, budget_bytes() / static_cast<uint64_t>(nth)};
+  TilingMemory memory(budget_bytes(), nth);
+  const TileJob job{paths, todo, par, cache, memory};
   std::vector<SwathSlot> slots(todo.size());
   Totals totals;
   progress_start(static_cast<int>(todo.size()));
@@ -104,6 +107,7 @@ void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
     used[todo[i]] = slot.ok;
     if (!slot.ok) {
       reason[todo[i]] = slot.res.reason;
+      res.nmemory += slot.res.fault == SwathFault::memory;
       continue;
     }
     res.nswt++;
@@ -117,4 +121,5 @@ void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
   progress_end(LOG_STR(res.nswt << " swaths, read " << res.Mp0 << " Mp, " << res.MB << " MB, written "
                                 << res.Mp << " Mp, " << res.Mp * sizeof(LmTpoint) << " MB | "
                                 << watch.text()));
+  return !totals.stop;
 }

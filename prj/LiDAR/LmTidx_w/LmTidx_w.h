@@ -8,35 +8,59 @@
 #include <string>
 #include <vector>
 
+#include "lib/threads/memory_budget.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 
-struct LmTswathResult {
-  bool done = false;   // tiled now; false when a cache was reused
-  float Mp = 0;        // points kept, millions
-  float Mp0 = 0;       // points in the file, millions
-  float MB = 0;        // size of the file, bytes x 1e-06
-  std::string reason;  // why it failed, as in the ERROR line
+// What kept a swath from being tiled.
+enum class SwathFault {
+  none,
+  input,   // its file cannot be used: the swath leaves the project
+  memory,  // it needs more than -mem: the run goes on without it and fails at its end
+  own      // a file of the program's own could not be written or read: the run ends
+};
+
+struct SwathFailure {
+  SwathFault fault = SwathFault::none;
+  std::string reason;  // as in the ERROR line
+};
+
+// Memory of all threads that tile. Each has a share for the buffers of the first pass; the second waits until
+// there is room for its largest tile. So the number of threads never decides which swaths can be tiled.
+struct TilingMemory {
+  MemoryBudget budget;
+  uint64_t share;
+  TilingMemory(uint64_t bytes, int nthreads)
+      : budget(bytes), share(bytes / static_cast<uint64_t>(nthreads)) {}
+};
+
+struct LmTswathResult : SwathFailure {
+  bool done = false;  // tiled now; false when a cache was reused
+  float Mp = 0;       // points kept, millions
+  float Mp0 = 0;      // points in the file, millions
+  float MB = 0;       // size of the file, bytes x 1e-06
 };
 
 // Tiles one swath into the cache family of its path under TMPDIR, or, with cache, reuses what is there.
-// max_bytes bounds its memory: in the first pass a buffer of 0x40000 bytes for each open tile file (all are
-// written out and given back when they would pass it), in the second the points of one tile, 21 bytes each.
+// Memory: in the first pass a buffer of 0x40000 bytes for each open tile file (all are written out and given
+// back when they would pass the share), in the second the points of one tile, 21 bytes each.
 // False after an ERROR line (or a WARNING when a drop map left no point).
 [[nodiscard]] bool LmT_swath(const std::string& path, int sw, const TilingParam& par, bool cache,
-                             uint64_t max_bytes, LmTswathResult& res);
+                             TilingMemory& memory, LmTswathResult& res);
 
 struct LmTtileResult {
   int nswt = 0;                   // swaths that have a cache now
   int ncached = 0;                // of these, reused ones
+  int nmemory = 0;                // swaths that need more than -mem
   float Mp = 0, Mp0 = 0, MB = 0;  // totals of the swaths tiled now
 };
 
 // Tiles the swaths with used[i] set on up to nthreads threads; clears used[i] of those that fail and puts
-// the reason into reason[i]. Never fails as a whole. No two threads read the same file: paths
-// are distinct. Results do not depend on nthreads.
-void LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
-              std::vector<std::string>& reason, const TilingParam& par, bool cache, int nthreads,
-              LmTtileResult& res);
+// the reason into reason[i]. False, after ERROR lines, only when a file of the program's own failed: no
+// further swath is begun then. No two threads read the same file: paths are distinct. Results do not depend on
+// nthreads.
+[[nodiscard]] bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
+                            std::vector<std::string>& reason, const TilingParam& par, bool cache,
+                            int nthreads, LmTtileResult& res);
 
 // Threads for tiling: at most nthreads and -nthreads_io, the swaths to tile, and as many as -mem can serve.
 int tiling_threads(int nthreads, int nswaths);

@@ -10,6 +10,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
+#include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 
 constexpr double BIG = 2e307;             // running minima start here, maxima at -BIG
 constexpr double ROLLOVER_SPAN = 40000;   // s: a longer span is a rollover
@@ -61,17 +62,17 @@ struct LmTstat {        // of the second pass, summed over the tiles
 };
 
 // ERROR line; keeps its text as the reason of the failure. Always false.
-bool swath_error(std::string& reason, const std::string& text);
+bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault = SwathFault::input);
 
 // First pass: filters the points of a file into temporary tile files. rover, tmin1: the rollover that the
 // pass before found and its smallest time. On failure the tile files made so far are removed.
 bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double tmin1,
-               uint64_t max_bytes, TTresult& res, std::string& reason);
+               uint64_t max_bytes, TTresult& res, SwathFailure& why);
 
 // Second pass: temporary tile files into the final family, the index last. Leaves np = 0 when no point is
-// left.
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes,
-                   TTresult& tt, LmTstat& stat, std::string& reason);
+// left. Waits for the memory that its largest tile needs.
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, MemoryBudget& budget,
+                   TTresult& tt, LmTstat& stat, SwathFailure& why);
 
 void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI);
 
@@ -106,10 +107,14 @@ void proc_LmT(TileWork& w, const TileGeom& g, uint32_t stmax, LmTstat& stat);
 
 // --- the swath as a whole ---
 
-// Points, microtiles, tile table counts and minimum bounding rectangle into info. False when there are too
-// few occupied microtiles.
-bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<uint32_t>& counts,
-                    LTidxInfo& info);
+struct OccBits {  // the occupied microtiles of a tile: bit m % 64 of word m / 64
+  uint64_t word[mTn / 64] = {};
+};
+OccBits occupied_bits(const uint32_t* counts);  // 1024 counts
+
+// Minimum bounding rectangle of the occupied microtiles into info, whose counts are logged with it. False when
+// there are too few of them.
+bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<OccBits>& occ, LTidxInfo& info);
 // ".0T.idx", under a temporary name until it is whole.
 bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
                  const LTidxInfo& info, const Vector<TIsxy>& TI);

@@ -200,7 +200,7 @@ std::string box_text(const Box& b, double unit) {
 
 // Reads all points. True with res.rover set when a rollover stopped the pass.
 bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uint64_t np, TTresult& res,
-                 std::string& reason) {
+                 SwathFailure& why) {
   const bool ext = s.lay.extended;
   while (s.nread < np && s.state == TTstate::good) {
     uint64_t n = 0;
@@ -218,7 +218,7 @@ bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uin
                                   << " NS_ROVER=" << ROLLOVER_SPAN);
       res.tmin = s.tmin;
       if (rover == Rollover::none) return true;
-      reason = "second time stamp rollover";
+      why = {SwathFault::input, "second time stamp rollover"};
       return false;
     }
     ext ? tile_block<true>(s, grid, block, n) : tile_block<false>(s, grid, block, n);
@@ -228,21 +228,20 @@ bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uin
 
 // The file as it was read: count, coordinates, extent.
 bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool LAREA,
-                       const std::string& path, TTresult& res, std::string& reason) {
+                       const std::string& path, TTresult& res, SwathFailure& why) {
   if (s.n_xyzout > 0)
     WARNING_MSG("LAS tiling: " << s.n_xyzout << " invalid point coordinates, " << path << " "
                                << box_text(s.bad, 1.0) << " " << unit_text());
   if (s.state == TTstate::out_of_limit)
     return swath_error(
-        reason, LOG_STR("LAS tiling: coordinate range out of bounds ("
-                        << grid.width() << "x" << grid.height() << " tiles), limit=" << limit
-                        << " - check locations and projections"
-                        << (LAREA ? "" : ". For long swaths or large area projects use option -large")));
+        why, LOG_STR("LAS tiling: coordinate range out of bounds ("
+                     << grid.width() << "x" << grid.height() << " tiles), limit=" << limit
+                     << " - check locations and projections"
+                     << (LAREA ? "" : ". For long swaths or large area projects use option -large")));
   if (!grid.started() && s.n_tbad == 0) {
     if (s.n_xyzout > 0)
-      return swath_error(reason,
-                         "no points left with valid coordinates, LiDAR BBOX x:" + box_text(s.bad, 1.0));
-    return swath_error(reason, LOG_STR("LAS tiling: no points left, n_cl=" << s.n_cl << " n_lr=" << s.n_lr));
+      return swath_error(why, "no points left with valid coordinates, LiDAR BBOX x:" + box_text(s.bad, 1.0));
+    return swath_error(why, LOG_STR("LAS tiling: no points left, n_cl=" << s.n_cl << " n_lr=" << s.n_lr));
   }
   res.kept = s.kept;
   res.all = s.kept;
@@ -263,13 +262,13 @@ bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool
                                     std::abs(k.max[1])}) <= 180.0 * DATAUNIT;
     std::string text = "LAS tiling: invalid coordinates, " + box_text(k, 1.0);
     if (geodetic) text += ", XY coordinates look geodetic, LiDAR data must be projected!";
-    return swath_error(reason, text);
+    return swath_error(why, text);
   }
   return true;
 }
 
 // The flag for adjusted GPS time against what the times look like.
-bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, std::string& reason) {
+bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, SwathFailure& why) {
   if (!s.tuse) return true;
   const bool looks = s.tmin > TWO_WEEKS;
   if (looks == res.adj) return true;
@@ -283,21 +282,21 @@ bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, std::
     WARNING_MSG("LAS tiling: timestamps likely week seconds but LAS GPS time type is 1, " << path);
     return true;
   }
-  return swath_error(reason, "LAS tiling: timestamps are adjusted GPS but LAS GPS time type is 0, " + path);
+  return swath_error(why, "LAS tiling: timestamps are adjusted GPS but LAS GPS time type is 0, " + path);
 }
 
 // Only for those who use them: the times of a reference may be anything.
 bool check_times(const Pass& s, const TilingParam& par, const std::string& path, const TTresult& res,
-                 std::string& reason) {
+                 SwathFailure& why) {
   if (!par.tproc) return true;
   const double dt = s.tmax - s.tmin;
   LOG_LINE("time t:[" << s.tmin << " " << s.tmax << "] Dt=" << hms_text(std::min(std::max(dt, 0.0), 1e9))
                       << " (" << dt << " s) adj=" << res.adj << " NS_ROVER=" << ROLLOVER_SPAN);
   const double largest = std::max(std::abs(s.tmin), std::abs(s.tmax));
   if (dt > MAX_SWATH_SPAN)
-    return swath_error(reason, "LAS tiling: swath time interval exceeds 32400 s, " + path);
+    return swath_error(why, "LAS tiling: swath time interval exceeds 32400 s, " + path);
   if (s.n_tbad > 0 || largest > 2e9)
-    return swath_error(reason, "LAS tiling: invalid timestamps (overflow), " + path);
+    return swath_error(why, "LAS tiling: invalid timestamps (overflow), " + path);
   if (largest > 1e9) WARNING_MSG("LAS tiling: invalid timestamp format (might be standard GPS), " << path);
   if (s.tmax <= s.tmin) WARNING_MSG("LAS tiling: missing timestamps or 0 time interval, " << path);
   return true;
@@ -320,33 +319,39 @@ Pass start_pass(const LASheader& h, const TilingParam& par, Rollover rover, doub
   return s;
 }
 
+// A temporary tile file could not be written; which one and why stands in the line before.
+bool tile_file_error(const Pass& s, const std::string& path, SwathFailure& why) {
+  return swath_error(why,
+                     LOG_STR("LAS tiling: I/O err=" << static_cast<int>(s.state) << " close_ok="
+                                                    << (s.state != TTstate::good) << ", " << path),
+                     SwathFault::own);
+}
+
 // Everything that is known once the reader is closed: the checks in their order, the table, the log.
 bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid& grid, uint32_t limit,
-              uint64_t np, TTresult& res, std::string& reason) {
+              uint64_t np, TTresult& res, SwathFailure& why) {
+  if (s.state == TTstate::create_failed || s.state == TTstate::write_failed)
+    return tile_file_error(s, path, why);
   if (file_mtime(path) != res.tstamp)
-    return swath_error(reason, "LAS tiling: file timestamp changed during read, " + path);
-  if (!check_coordinates(s, grid, limit, par.LAREA, path, res, reason) ||
-      !check_adjusted(s, path, res, reason))
+    return swath_error(why, "LAS tiling: file timestamp changed during read, " + path);
+  if (!check_coordinates(s, grid, limit, par.LAREA, path, res, why) || !check_adjusted(s, path, res, why))
     return false;
   if (s.nread < np && s.state == TTstate::good) {
     LOG_LINE("<!> nr=" << s.nread << " np=" << np);
     WARNING_MSG("LAS tiling: I/O read error, swath may be truncated, " << path);
   }
-  const TTstate closed = s.state == TTstate::good && grid.started() ? grid.finish() : s.state;
-  if (closed != TTstate::good)
-    return swath_error(reason, LOG_STR("LAS tiling: I/O err=" << static_cast<int>(s.state) << " close_ok="
-                                                              << (s.state != TTstate::good) << ", " << path));
+  if (grid.started() && grid.finish() != TTstate::good) return tile_file_error(s, path, why);
   grid.tileinfo_tbl(s.g.Tsize, res.TI);
   if (res.TI.size() > MAX_TILES)
-    return swath_error(reason, LOG_STR("LAS tiling: coordinate range out of bounds ("
-                                       << res.TI.size() << " tiles), limit=" << MAX_TILES));
+    return swath_error(why, LOG_STR("LAS tiling: coordinate range out of bounds ("
+                                    << res.TI.size() << " tiles), limit=" << MAX_TILES));
   const double percent = s.nread ? 100.0 * static_cast<double>(s.npts) / static_cast<double>(s.nread) : 0.0;
   LOG_LINE("n_cl=" << s.n_cl << " n_lr=" << s.n_lr << " n_out=" << s.n_out << " n_xyzout=" << s.n_xyzout
                    << " np=" << s.nread << " -> PTS=" << s.npts << " pf=" << s.lay.format);
   if (percent < 20.0)
     WARNING_MSG("LAS tiling: less than " << static_cast<int>(std::ceil(percent))
                                          << "% points left due to LAS attribute filtering, " << path);
-  if (!check_times(s, par, path, res, reason)) return false;
+  if (!check_times(s, par, path, res, why)) return false;
   const float unit = s.lay.extended ? LASpoint::EXTENDED_ANGLE_UNIT : 1.0f;
   res.amin = static_cast<float>(s.amin) * unit;
   res.amax = static_cast<float>(s.amax) * unit;
@@ -361,14 +366,14 @@ bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid
 }
 }  // namespace
 
-bool swath_error(std::string& reason, const std::string& text) {
-  reason = text;
+bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault) {
+  why = {fault, text};
   ERROR_MSG(text);
   return false;
 }
 
 bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double tmin1,
-               uint64_t max_bytes, TTresult& res, std::string& reason) {
+               uint64_t max_bytes, TTresult& res, SwathFailure& why) {
   const Stopwatch watch;
   const TileGeom g = make_tile_geom(tile_level(par.large, par.xlevel));
   LOG_ENTER("sw_LAS2TT sw=" << sw << " rover=" << static_cast<int>(rover) << " level=" << g.level
@@ -376,15 +381,15 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
   log_xcls(par.xcls);
   res = TTresult{};
   res.tstamp = file_mtime(path);
-  if (res.tstamp == -1) return swath_error(reason, "file timestamp read error, " + path);
+  if (res.tstamp == -1) return swath_error(why, "file timestamp read error, " + path);
   std::unique_ptr<LASreader> reader = las_read_open(path, INPARSE, true);
   if (!reader) {
-    reason = "cannot open LASreader, file " + path;
+    why = {SwathFault::input, "cannot open LASreader, file " + path};
     return false;
   }
   const LASheader& h = reader->header;
   const uint64_t np = h.npoints;
-  if (np < MIN_POINTS) return swath_error(reason, "LAS tiling: not enough points or wrong format, " + path);
+  if (np < MIN_POINTS) return swath_error(why, "LAS tiling: not enough points or wrong format, " + path);
   const bool has_time = h.point_format != 0 && h.point_format != 2;
   if (par.tproc && !has_time)
     WARNING_MSG("LAS tiling: missing timestamps (point format 0 or 2), swath " << path);
@@ -392,10 +397,10 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
   const uint32_t limit = par.LAREA ? MAX_TILE_SPAN : 128;
   Pass s = start_pass(h, par, rover, tmin1, par.tproc && has_time);
   TileGrid grid(path, limit, max_bytes);
-  bool ok = read_points(*reader, s, grid, rover, np, res, reason);
+  bool ok = read_points(*reader, s, grid, rover, np, res, why);
   las_read_close(reader);
   const bool again = ok && res.rover != Rollover::none;
-  if (ok && !again) ok = end_pass(path, par, s, grid, limit, np, res, reason);
+  if (ok && !again) ok = end_pass(path, par, s, grid, limit, np, res, why);
   if (!ok || again) {
     if (res.TI.empty()) grid.tileinfo_tbl(g.Tsize, res.TI);
     remove_TT_files(path, res.TI);

@@ -28,10 +28,11 @@ bool read_TT_tmpXYZT(const std::string& path, const TIsxy& tile, TileWork& w) {
   const uint64_t bytes = tile.n * TT_REC_BYTES;
   if (file_size(name) != static_cast<int64_t>(bytes)) {
     LOG_LINE("read_TT_tmpXYZT <!> fsize " << name);
+    ERROR_MSG("temporary tile file of " << file_size(name) << " bytes, expected " << bytes << ", file='"
+                                        << name << "'");
     return false;
   }
-  if (w.raw.size() < bytes + 8) w.raw.resize(bytes + 8);
-  BufBinFileIn in(0, false);
+  BufBinFileIn in(0);
   if (!in.open(name)) {
     LOG_LINE("read_TT_tmpXYZT <!> open " << name);
     return false;
@@ -70,6 +71,13 @@ void remove_TT_file(const std::string& path, const TIsxy& tile) {
   if (file_size(ttname) >= 0 && !remove_file(ttname)) LOG_LINE("<!> delete failed ttname=" << ttname);
 }
 
+// Buffers for the largest tile, taken at once: growing would hold two sets for a moment.
+void reserve_work(TileWork& w, uint32_t nmax) {
+  w.raw.resize(nmax * TT_REC_BYTES + 8);
+  w.points.resize(nmax);
+  w.ticks.resize(nmax);
+}
+
 struct TileTask {  // what stays the same for all tiles
   const std::string& path;
   const TilingParam& par;
@@ -77,9 +85,8 @@ struct TileTask {  // what stays the same for all tiles
   uint32_t stmax;
 };
 
-// One tile through all steps; counts (1024) receives the stored counts, tile.n their sum.
-bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, uint32_t* counts,
-               LmTstat& stat) {
+// One tile through all steps; tile.n becomes the number of stored points.
+bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, OccBits& occ, LmTstat& stat) {
   TileCounts c;
   if (!read_TT_tmpXYZT(task.path, tile, w) || !comp_LmT_LNZm(w, tile.n, task.g, nullptr, c) ||
       !sort_LmT_XYZT(w, tile.n, task.g, c))
@@ -90,7 +97,7 @@ bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, 
   stat.nmt += c.nmt;
   tile.n = static_cast<uint32_t>(c.np);
   if (task.par.tproc) proc_LmT(w, task.g, task.stmax, stat);
-  std::copy_n(w.N, mTn, counts);
+  occ = occupied_bits(w.N);
   if (!write_LmT_tile(w, c, task.par.tproc, files)) return false;
   remove_TT_file(task.path, tile);
   return true;
@@ -98,6 +105,8 @@ bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, 
 
 LTidxInfo make_info(const TTresult& tt, const LmTstat& stat, Rollover rover) {
   LTidxInfo info{};
+  info.np = stat.np;
+  info.nmt = static_cast<uint32_t>(stat.nmt);
   info.nt = static_cast<uint32_t>(tt.TI.size());
   info.flags = static_cast<uint8_t>((tt.adj ? INFO_ADJ : 0) | (rover != Rollover::none ? INFO_RO : 0) |
                                     (rover == Rollover::week ? INFO_WRO : 0));
@@ -130,23 +139,35 @@ LTidxInfo make_info(const TTresult& tt, const LmTstat& stat, Rollover rover) {
   return info;
 }
 
-bool proc_tiles(const TileTask& task, uint64_t max_bytes, Vector<TIsxy>& TI, Vector<uint32_t>& counts,
-                LmTstat& stat, std::string& reason) {
+// Files of the program's own that failed; the line before names the file and the cause.
+bool own_failure(SwathFailure& why) {
+  why = {SwathFault::own, "could not process tiles"};
+  return false;
+}
+
+bool proc_tiles(const TileTask& task, MemoryBudget& budget, Vector<TIsxy>& TI, Vector<OccBits>& occ,
+                LmTstat& stat, SwathFailure& why) {
   uint32_t nmax = 0;
   for (const TIsxy& t : TI) nmax = std::max(nmax, t.n);
   const uint64_t need = nmax * (TT_REC_BYTES + sizeof(LmTpoint) + sizeof(int32_t));
-  if (need > max_bytes)
-    return swath_error(reason, LOG_STR("LAS tiling: a tile requires "
-                                       << need / 1000000 << " MB, only " << max_bytes / 1000000
-                                       << " MB reserved (use option -mem), " << task.path));
+  if (need > budget.total())
+    return swath_error(
+        why,
+        LOG_STR("LAS tiling: a tile requires " << need / 1000000 << " MB, only " << budget.total() / 1000000
+                                               << " MB reserved (use option -mem), " << task.path),
+        SwathFault::memory);
+  const MemoryBudget::Lease lease(budget, need);
   LmTfiles files;
-  if (!files.open(task.path, task.par.tproc)) return false;
+  if (!files.open(task.path, task.par.tproc)) return own_failure(why);
   TileWork w;
+  reserve_work(w, nmax);
   for (uint64_t k = 0; k < TI.size(); k++)
-    if (!proc_tile(task, TI.val[k], w, files, counts.val + k * mTn, stat)) return false;
-  if (task.par.tproc && stat.nfit == 0 && stat.np > 0)
-    return swath_error(reason, "timestamp processing: insufficient data, " + task.path);
-  return files.close() && stat.np > 0;
+    if (!proc_tile(task, TI.val[k], w, files, occ.val[k], stat)) return own_failure(why);
+  if (!files.close()) return own_failure(why);
+  if (stat.np == 0) return swath_error(why, "could not process tiles, no point left, " + task.path);
+  if (task.par.tproc && stat.nfit == 0)
+    return swath_error(why, "timestamp processing: insufficient data, " + task.path);
+  return true;
 }
 }  // namespace
 
@@ -154,8 +175,8 @@ void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI) {
   for (const TIsxy& tile : TI) remove_TT_file(path, tile);
 }
 
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, uint64_t max_bytes,
-                   TTresult& tt, LmTstat& stat, std::string& reason) {
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, MemoryBudget& budget,
+                   TTresult& tt, LmTstat& stat, SwathFailure& why) {
   const Stopwatch watch;
   LTidxHdr hdr = make_LTidxHdr(par);
   hdr.tstamp = tt.tstamp;
@@ -163,16 +184,16 @@ bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rov
   LOG_ENTER("sw_TT2LmT_XYZ level=" << task.g.level << " nt=" << tt.TI.size() << " stmax=" << task.stmax);
   // From here on the family that may stand there is no longer valid; the grid belongs to it.
   remove_file(cache_name(path, EXT_TIDX));
-  Vector<uint32_t> counts(tt.TI.size() * mTn);
-  if (!proc_tiles(task, max_bytes, tt.TI, counts, stat, reason)) {
+  Vector<OccBits> occ(tt.TI.size());
+  if (!proc_tiles(task, budget, tt.TI, occ, stat, why)) {
     remove_TT_files(path, tt.TI);
     return false;
   }
   if (stat.nlost + stat.ntdrop > 0) LOG_LINE("<!> TOTAL lost=" << stat.nlost << " ntdrop=" << stat.ntdrop);
   LTidxInfo info = make_info(tt, stat, rover);
-  if (!mtile_MBR_stat(task.g, tt.TI, counts, info))
-    return swath_error(reason, "LAS stat and MBR computation: insufficient data, " + path);
-  if (!write_LTidx(path, hdr, par.xcls, info, tt.TI)) return false;
+  if (!mtile_MBR_stat(task.g, tt.TI, occ, info))
+    return swath_error(why, "LAS stat and MBR computation: insufficient data, " + path);
+  if (!write_LTidx(path, hdr, par.xcls, info, tt.TI)) return own_failure(why);
   LOG_LINE("maxdt=" << float(info.maxdt) << " mdt=" << float(info.mdt) << " maxdev=" << float(info.maxdev)
                     << " mdev=" << float(info.mdev));
   LOG_LINE("nmt=" << stat.nmt << " nmtl=" << stat.nmtl << " np=" << stat.np

@@ -18,23 +18,25 @@ int32_t percentile(std::vector<int32_t>& values, double fraction) {
   return values[i];
 }
 
-// Sense of flight along the axis (ax, ay): the sign of the covariance of time and position.
-double time_sense(const SwTiles& sw, const Vector<Image<int32_t>>& Ct, double ax, double ay) {
+// Sense of flight along an axis: the sign of the covariance of time and position.
+struct TimeSense {
+  double ax, ay;
   double n = 0, st = 0, sr = 0, str = 0;
-  for (uint64_t k = 0; k < Ct.size(); k++)
+  void add(const TIsxy& tile, const LTidxInfo& info, const Image<int32_t>& Ct) {
     for (int mt = 0; mt < mTn; mt++) {
-      const int32_t tick = Ct.val[k].val[mt];
+      const int32_t tick = Ct.val[mt];
       if (tick == NO_I32) continue;
-      const double x = (sw.TI.val[k].x - sw.info.XImin) + (mt % mTsub) * 0.03125;
-      const double y = (sw.TI.val[k].y - sw.info.YImin) + (mt / mTsub) * 0.03125;
+      const double x = (tile.x - info.XImin) + (mt % mTsub) * 0.03125;
+      const double y = (tile.y - info.YImin) + (mt / mTsub) * 0.03125;
       const double r = x * ax + y * ay, t = tick * TICK_S;
       n += 1;
       st += t;
       sr += r;
       str += t * r;
     }
-  return n * str - st * sr < 0 ? -1.0 : 1.0;
-}
+  }
+  double sign() const { return n * str - st * sr < 0 ? -1.0 : 1.0; }
+};
 
 void rectangle_stat(const LTidxInfo& info, SwathStat& s, double& ax, double& ay) {
   const double ux = info.mbr[1][0] - info.mbr[0][0], uy = info.mbr[1][1] - info.mbr[0][1];
@@ -47,34 +49,25 @@ void rectangle_stat(const LTidxInfo& info, SwathStat& s, double& ax, double& ay)
   ay = (u >= v ? uy : vy) / s.length;
 }
 
-bool height_stat(const std::string& path, uint32_t nt, const Vector<Image<uint32_t>>& TN, SwathStat& s) {
-  Image<int32_t> Zm;
-  std::vector<int32_t> z;
-  for (uint32_t k = 0; k < nt; k++) {
-    if (!read_LmT_tile_Zm(path, k, Zm)) return false;
-    for (int mt = 0; mt < mTn; mt++)
-      if (TN.val[k].val[mt] > NMT_MIN) z.push_back(Zm.val[mt]);
-  }
+void height_stat(std::vector<int32_t>& z, SwathStat& s) {
   s.nocc = z.size();
-  if (z.empty()) return true;
+  if (z.empty()) return;
   s.Zmin = percentile(z, 0.01) * M_PER_UNIT;
   s.Zmax = percentile(z, 0.99) * M_PER_UNIT;
   s.Zmed = percentile(z, 0.5) * M_PER_UNIT;
-  return true;
 }
 }  // namespace
 
-void add_counts(CountHist& hist, const Vector<Image<uint32_t>>& TN) {
-  for (const Image<uint32_t>& img : TN)
-    for (int mt = 0; mt < mTn; mt++) {
-      const uint32_t n = img.val[mt];
-      if (n == 0) continue;
-      const size_t bin = std::min<size_t>(n, HIST_MAX);
-      if (hist.nmt_of.size() <= bin) hist.nmt_of.resize(bin + 1);
-      hist.nmt_of[bin]++;
-      hist.np += n;
-      hist.nmt++;
-    }
+void add_counts(CountHist& hist, const Image<uint32_t>& N) {
+  for (int mt = 0; mt < mTn; mt++) {
+    const uint32_t n = N.val[mt];
+    if (n == 0) continue;
+    const size_t bin = std::min<size_t>(n, HIST_MAX);
+    if (hist.nmt_of.size() <= bin) hist.nmt_of.resize(bin + 1);
+    hist.nmt_of[bin]++;
+    hist.np += n;
+    hist.nmt++;
+  }
 }
 
 void add_counts(CountHist& hist, const CountHist& other) {
@@ -116,25 +109,33 @@ GridScale comp_GGSD_dim(const CountHist& hist, double mTsize, bool median) {
 }
 
 bool comp_swath_stat(const std::string& path, bool tproc, bool median, SwathStat& s) {
-  SwTiles sw;
-  Vector<Image<uint32_t>> TN;
-  if (!read_SwTiles(path, sw) || !read_LmTidx_tiles_TN(path, sw.info.nt, TN)) return false;
-  s.info = sw.info;
-  s.hist = CountHist{};
-  add_counts(s.hist, TN);
-  s.grid = comp_GGSD_dim(s.hist, sw.geom.mTsize, median);
-  if (sw.info.nmt > 0)
-    s.density = static_cast<double>(sw.info.np) / (sw.geom.mTsize * sw.geom.mTsize * sw.info.nmt);
+  LTidxHdr hdr;
+  Vector<TIsxy> TI;
+  TileTables tables;
+  if (!read_LTidxHdr(path, hdr) || !read_LTidxInfo(path, s.info) || !read_LTidx_TI(path, TI) ||
+      !tables.open(path, s.info.nt, tproc))
+    return false;
+  const TileGeom geom = make_tile_geom(header_level(hdr));
   double ax = 0, ay = 1;
-  rectangle_stat(sw.info, s, ax, ay);
-  if (!height_stat(path, sw.info.nt, TN, s)) return false;
+  rectangle_stat(s.info, s, ax, ay);
+  TimeSense sense{ax, ay};
+  s.hist = CountHist{};
+  std::vector<int32_t> z;
+  Image<uint32_t> N;
+  Image<int32_t> Zm, Ct;
+  for (uint32_t k = 0; k < s.info.nt; k++) {
+    if (!tables.read_N(k, N) || !tables.read_Zm(k, Zm) || (tproc && !tables.read_Ct(k, Ct))) return false;
+    add_counts(s.hist, N);
+    for (int mt = 0; mt < mTn; mt++)
+      if (N.val[mt] > NMT_MIN) z.push_back(Zm.val[mt]);
+    if (tproc) sense.add(TI.val[k], s.info, Ct);
+  }
+  s.grid = comp_GGSD_dim(s.hist, geom.mTsize, median);
+  if (s.info.nmt > 0) s.density = static_cast<double>(s.info.np) / (geom.mTsize * geom.mTsize * s.info.nmt);
+  height_stat(z, s);
   if (tproc) {
-    Vector<Image<int32_t>> Ct(sw.info.nt);
-    for (uint32_t k = 0; k < sw.info.nt; k++)
-      if (!read_LmT_tile_Ct(path, k, Ct.val[k])) return false;
-    const double sense = time_sense(sw, Ct, ax, ay);
-    ax *= sense;
-    ay *= sense;
+    ax *= sense.sign();
+    ay *= sense.sign();
   }
   s.heading = std::atan2(ax, ay) * DEG;
   if (s.heading < 0) s.heading += tproc ? 360.0 : 180.0;

@@ -13,7 +13,7 @@ struct CountHist {               // microtiles by their number of points, of a s
   uint64_t np = 0;               // points
   uint64_t nmt = 0;              // microtiles that hold a point
 };
-void add_counts(CountHist& hist, const Vector<Image<uint32_t>>& TN);
+void add_counts(CountHist& hist, const Image<uint32_t>& N);  // of one tile
 void add_counts(CountHist& hist, const CountHist& other);
 
 struct GridScale {  // result of comp_GGSD_dim

@@ -33,7 +33,7 @@ std::string regpair_name(const RegpairIdx& idx);
 bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now);
 bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg);
 
-// The records of a registered pair. stat: of the displacements written, metres. False after an ERROR line when
+// The records of a registered pair of swaths whose times are open. stat: of the displacements written, metres. False after an ERROR line when
 // the times cannot be read.
 [[nodiscard]] bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2,
                              const InterTiles& tiles, const NRresult& reg, int Jend, std::vector<DUTstr>& rec,

@@ -48,6 +48,11 @@ int min_overlap_width(const RegLevels& levels) {
   return std::min(MIN_WIDTH << levels.Jend, static_cast<int>(mTsub));
 }
 
+bool open_times(const Project& prj, InterSwath& s) {
+  return prj.swaths[static_cast<size_t>(s.sw)].fixed || s.tables.is_open() ||
+         s.tables.open(s.path, s.info.nt, true);
+}
+
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter) {
   const Tocc both = inter_Tocc(s1.occ, s2.occ);

@@ -16,11 +16,14 @@ struct InterSwath {  // what the pairs of a swath share; read when the swath com
   LTidxInfo info{};
   Tocc occ;
   SwGrid grid;
-  bool ok = false;  // tiles and grid could be read
+  TileTables tables;  // open for the times of a mobile swath; see open_times
+  bool ok = false;    // tiles and grid could be read
 };
 // Reads the tables of swath sw unless they stand in s already. False, after a log line, when a cache is
 // missing or does not fit.
 [[nodiscard]] bool read_InterSwath(const Project& prj, int sw, InterSwath& s);
+// Opens the time tables of a mobile swath unless they are open already. False after an ERROR line.
+[[nodiscard]] bool open_times(const Project& prj, InterSwath& s);
 
 struct InterTiles {  // the tiles of a pair
   Tocc tiles;        // occ: microtiles of the overlap; k, k2: indices in the tables of the two swaths

@@ -135,6 +135,7 @@ bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair
   if (run.param.QC && acc_qc_tiles(pair, &reg.Def, run.param.nthreads, after))
     put_DZ_line(run.dzreg, p, after, run, run.after);
   StatXYZ stat;
+  if (!open_times(run.prj, run.s1) || !open_times(run.prj, run.s2)) return false;
   if (!write_DUT(run.prj, run.s1, run.s2, inter, reg, run.levels.Jend, rec, stat)) return false;
   if (rec.empty()) lost = "no vertex could be estimated";
   if (rec.empty()) return true;

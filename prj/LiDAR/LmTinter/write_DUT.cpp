@@ -17,9 +17,7 @@ bool read_time_tile(const Project& prj, const InterSwath& s, uint32_t k, TimeTil
   t.t0 = std::fabs(s.info.t0) < 1e300 ? s.info.t0 : 0;  // a reference without times
   t.tmin = s.info.tmin;
   t.tmax = s.info.tmax;
-  if (t.fixed || read_LmT_tile_Vt(s.path, k, t.code)) return true;
-  ERROR_MSG("missing/incompatible temp. tile files, swath " << s.path);
-  return false;
+  return t.fixed || s.tables.read_Vt(k, t.code);
 }
 
 // Time at a corner of the microtiles; nerrt counts those outside the range of the swath, which are clamped.

@@ -152,7 +152,7 @@ Tovr comp_Tovr2(const Tovr& ovr) {
   return two;
 }
 
-Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr) {
+Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr, uint8_t vmin) {
   Tocc result;
   uint64_t ntout = 0;
   for (const ToccTile& t : occ) {
@@ -164,7 +164,7 @@ Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr) {
     const Image<uint8_t>& n = ovr.n.row(y)[x];
     if (n.empty()) continue;
     ToccTile cut = t;
-    for (int i = 0; i < mTn; i++) cut.occ.val[i] = (t.occ.val[i] & 1) && n.val[i] >= 2 ? 1 : 0;
+    for (int i = 0; i < mTn; i++) cut.occ.val[i] = (t.occ.val[i] & 1) && n.val[i] >= vmin ? 1 : 0;
     if (!is_empty(cut.occ)) result.push_back(std::move(cut));
   }
   LOG_LINE("inter_TLocc_Tovr nt=" << occ.size() << " nltint=" << result.size() << " ntout=" << ntout);

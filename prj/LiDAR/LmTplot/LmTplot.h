@@ -54,8 +54,8 @@ uint64_t add_Tswlist_TI(Tswlist& list, const Vector<TIsxy>& TI, uint16_t sw);
 // left.
 Tovr comp_Tovr2(const Tovr& ovr);
 
-// Restricts an occupancy to the microtiles where the map counts at least 2; drops tiles left empty.
-Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr);
+// Restricts an occupancy to the microtiles where the map counts at least vmin > 0; drops tiles left empty.
+Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr, uint8_t vmin = 2);
 // Microtiles that both swaths occupy; k and k2 index their tables. Tiles without one are dropped.
 Tocc inter_Tocc(const Tocc& occ1, const Tocc& occ2);
 

@@ -111,11 +111,13 @@ bool plot_swath_tnsg(const SwathPlot& s, TxtFileOut& tnsg, TxtFileOut& times) {
   Vector<Image<uint8_t>> dt, dev;
   if (!read_SwTiles(s.path, sw)) return false;
   const uint32_t nt = sw.info.nt;
+  TileTables tables;
   if (!read_LmTidx_tiles_TN(s.path, nt, TN) || !read_sw_t_tiles(s.path, nt, Ct, dt, dev)) return false;
+  if (!tables.open(s.path, nt, false)) return false;
   const double t0 = sw.info.t0, code_s = DT_RANGE / 255.0, code_dev = static_cast<double>(DEV_RANGE) / 255.0;
   Image<int32_t> Z;
   for (uint32_t k = 0; k < nt; k++) {
-    if (!read_LmT_tile_Zm(s.path, k, Z)) return false;
+    if (!tables.read_Zm(k, Z)) return false;
     for (int mt = 0; mt < mTn; mt++) {
       const uint32_t n = TN.val[k].val[mt];
       if (n <= NMT_MIN) continue;

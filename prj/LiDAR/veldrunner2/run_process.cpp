@@ -55,7 +55,8 @@ bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) 
 }
 
 // One pass over the project; files: the corrected ones, by swath.
-Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files) {
+Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files,
+                  int& nmemory) {
   Project& prj = run.prj;
   CorrParam corr;
   if (run.cmd.inv_corr && !fill_corr_param(o, dut.empty() ? prj.name : dut, corr)) return Step::failed;
@@ -70,6 +71,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, std::vecto
     ERROR_MSG("registration or QC failed");
     return Step::failed;
   }
+  nmemory += scanned.nmemory;
   if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
   if (!run.cmd.inv_corr || scanned.finished) return Step::on;
   CorrResult corrected;
@@ -88,6 +90,7 @@ Step process(Run& run) {
   if (!prepare_correction(run, dut)) return Step::failed;
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
   std::vector<std::string> files;
+  int nmemory = 0;
   const int nsteps = o.align2 ? 2 : 1;
   for (int step = 0; step < nsteps; step++) {
     const Options step_options = align2_options(o, step);
@@ -96,8 +99,11 @@ Step process(Run& run) {
       if (!align2_proc_fxnames(step, files, run.prj)) return Step::failed;
     }
     run.prj.name = step_options.odir + o.name;
-    const Step done = process_step(run, step_options, dut, files);
+    const Step done = process_step(run, step_options, dut, files, nmemory);
     if (done != Step::on) return done;
   }
-  return Step::on;
+  if (nmemory == 0) return Step::on;
+  ERROR_MSG(nmemory << " swaths need more memory than the " << MEM_MB
+                    << " MB reserved (use option -mem): the results are without them");
+  return Step::failed;
 }

@@ -45,6 +45,7 @@ struct ScanResult {
   double area = 0;        // m2, covered
   double overlap = 0;     // m2, covered by at least two
   int nrejected = 0;      // swaths that left the project
+  int nmemory = 0;        // swaths that -mem is too small for: the run is to fail once the others are finished
   int ncached = 0;        // swaths whose tiles were taken as they stood
   DUTidx index;           // the project as the displacement file describes it, without pairs
   InterResult inter;      // of the registration, or of the QC run

@@ -126,7 +126,7 @@ bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std
   }
   tiling.tproc = false;
   LmTtileResult tiled;
-  LmT_tile(paths, todo, reason, tiling, par.cache_tile, NTHREADS, tiled);
+  if (!LmT_tile(paths, todo, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
   res.ncached += tiled.ncached;
   int nlost = 0;
   for (size_t i = 0; i < todo.size(); i++) {
@@ -151,8 +151,9 @@ bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
   TilingParam tiling = par.tiling;
   tiling.grid_ok = grid_is_valid;
   LmTtileResult tiled;
-  LmT_tile(paths, used, reason, tiling, par.cache_tile, NTHREADS, tiled);
+  if (!LmT_tile(paths, used, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
   res.ncached = tiled.ncached;
+  res.nmemory = tiled.nmemory;
   if (references && !tile_references(prj, par, tiling, used, reason, res)) return false;
   return rej_swaths(prj, used, reason, res);
 }
@@ -315,13 +316,15 @@ bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res)
   return open_DUT_IDX(w, prj.name, make_index(prj, par, res), false, false) && close_DUT_IDX(w);
 }
 
-bool grid_and_register(const Project& prj, const ScanParam& par, const Tovr& ovr, ScanResult& res) {
+bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, ScanResult& res) {
   const Work work = decide_work(par, res);
   GridResult grids;
   if (work.DOGRID && !LmT_grid(prj, ovr, par.FULL, NTHREADS, grids)) {
     ERROR_MSG("gridding failed");
     return false;
   }
+  for (const int sw : grids.beyond) prj.swaths[static_cast<size_t>(sw)].used = false;
+  res.nmemory += static_cast<int>(grids.beyond.size());
   if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, res)) return false;
   return work.DOREG || QC_DUT_IDX(prj, par, res);
 }

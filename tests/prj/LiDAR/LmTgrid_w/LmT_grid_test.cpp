@@ -210,7 +210,9 @@ TEST(LmT_grid, FailsWithoutTilesOrMemory) {
   const Tovr ovr = make_synth_Tovr(prj);
   GridResult res;
   MEM_MB = 1;
-  EXPECT_FALSE(LmT_grid(prj, ovr, true, 1, res));
+  EXPECT_TRUE(LmT_grid(prj, ovr, true, 1, res));
+  EXPECT_EQ(res.beyond, (std::vector<int>{0, 1}));
+  EXPECT_EQ(res.ngridded, 0);
   MEM_MB = 4096;
   write_text(cache_name(prj.swaths[0].path, EXT_MTXYZ), "");
   EXPECT_FALSE(LmT_grid(prj, ovr, true, 2, res));

@@ -48,7 +48,8 @@ Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& st
     sw.fixed = s.fixed;
     write_test_las(sw.path, points);
     LmTswathResult res;
-    if (!LmT_swath(sw.path, static_cast<int>(i), par, false, 1 << 26, res)) std::abort();
+    TilingMemory memory(1 << 26, 1);
+    if (!LmT_swath(sw.path, static_cast<int>(i), par, false, memory, res)) std::abort();
     prj.swaths.push_back(sw);
   }
   return prj;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <limits>
+#include <thread>
 
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "tests/support/tiling_fixture.h"
@@ -118,12 +119,35 @@ TEST_F(TilingTest, AnUnusableTemporaryDirectoryIsTold) {
   TMPDIR = dir.path + "/none/";
   EXPECT_FALSE(tile(path));
   EXPECT_NE(res.reason.find("LAS tiling: I/O"), std::string::npos) << res.reason;
+  EXPECT_EQ(res.fault, SwathFault::own);
 }
 
-TEST_F(TilingTest, ATileBeyondTheMemoryIsRefused) {
-  const std::string path = make("a.las", fly_line({.density = 30}));
-  EXPECT_FALSE(tile(path, false, 1000000));
-  EXPECT_NE(res.reason.find("use option -mem"), std::string::npos) << res.reason;
+// The memory is shared: a tile may take all of it, whatever the number of threads; only one beyond it is
+// refused.
+TEST_F(TilingTest, ThreadsShareTheMemoryAndTakeNoData) {
+  constexpr int N = 4;
+  TilingMemory memory(3000000, N);
+  std::vector<std::string> paths;
+  for (int i = 0; i < N; i++)
+    paths.push_back(make("a" + std::to_string(i) + ".las", fly_line({.density = i < N - 1 ? 8.0 : 30.0})));
+  std::vector<LmTswathResult> results(N);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < N; i++)
+    threads.emplace_back([&, i] {
+      const size_t k = static_cast<size_t>(i);
+      EXPECT_EQ(LmT_swath(paths[k], i, par, false, memory, results[k]), i < N - 1) << results[k].reason;
+    });
+  for (std::thread& thread : threads) thread.join();
+  uint32_t nmax = 0;
+  for (int i = 0; i < N - 1; i++) {
+    LTidxInfo info;
+    ASSERT_TRUE(read_LTidxInfo(paths[static_cast<size_t>(i)], info));
+    nmax = std::max(nmax, uint32_t{info.Nmax});
+    EXPECT_EQ(results[static_cast<size_t>(i)].fault, SwathFault::none);
+  }
+  EXPECT_GT(nmax * 21, memory.share) << "else there was nothing to share";
+  EXPECT_EQ(results[N - 1].fault, SwathFault::memory);
+  EXPECT_NE(results[N - 1].reason.find("use option -mem"), std::string::npos) << results[N - 1].reason;
 }
 
 TEST_F(TilingTest, ABadSwathLeavesTheOthersAlone) {
@@ -133,13 +157,13 @@ TEST_F(TilingTest, ABadSwathLeavesTheOthersAlone) {
   std::vector<bool> used(3, true);
   std::vector<std::string> reason;
   LmTtileResult total;
-  LmT_tile(paths, used, reason, par, true, 2, total);
+  EXPECT_TRUE(LmT_tile(paths, used, reason, par, true, 2, total));
   EXPECT_EQ(used, (std::vector<bool>{true, false, true}));
   EXPECT_FALSE(reason[1].empty());
   EXPECT_EQ(total.nswt, 2);
   EXPECT_EQ(total.ncached, 0);
   const float first = total.Mp;
-  LmT_tile(paths, used, reason, par, true, 2, total);
+  EXPECT_TRUE(LmT_tile(paths, used, reason, par, true, 2, total));
   EXPECT_EQ(total.ncached, 2);
   EXPECT_EQ(total.Mp, 0.0f);
   EXPECT_GT(first, 0.1f);

@@ -150,8 +150,10 @@ TEST_F(TilingTest, TimesOfTheGroundFollowTheFlight) {
   };
   int ncentre = 0, nvertex = 0;
   Image<int32_t> Ct, Vt;
+  TileTables tables;
+  ASSERT_TRUE(tables.open(path, sw.info.nt, true));
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
-    ASSERT_TRUE(read_LmT_tile_Ct(path, k, Ct) && read_LmT_tile_Vt(path, k, Vt));
+    ASSERT_TRUE(tables.read_Ct(k, Ct) && tables.read_Vt(k, Vt));
     const double x0 = tile_origin(sw.geom, sw.TI.val[k].x), y0 = tile_origin(sw.geom, sw.TI.val[k].y);
     for (int j = 0; j <= mTsub; j++)
       for (int i = 0; i <= mTsub; i++) {
@@ -182,8 +184,10 @@ TEST_F(TilingTest, SelfOverlapGetsNoTime) {
   SwTiles sw;
   ASSERT_TRUE(read_SwTiles(path, sw));
   Image<int32_t> Ct;
+  TileTables tables;
+  ASSERT_TRUE(tables.open(path, sw.info.nt, true));
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
-    ASSERT_TRUE(read_LmT_tile_Ct(path, k, Ct));
+    ASSERT_TRUE(tables.read_Ct(k, Ct));
     for (int j = 0; j < mTsub; j++)
       for (int i = 0; i < mTsub; i++) {
         const double y = tile_origin(sw.geom, sw.TI.val[k].y) + j * 4;
@@ -214,7 +218,7 @@ TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
     std::vector<bool> used(3, true);
     std::vector<std::string> reason;
     LmTtileResult total;
-    LmT_tile(paths, used, reason, par, false, nthreads, total);
+    EXPECT_TRUE(LmT_tile(paths, used, reason, par, false, nthreads, total));
     EXPECT_EQ(total.nswt, 3);
     std::string bytes;
     for (const std::string& p : paths)
