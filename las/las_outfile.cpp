@@ -22,8 +22,9 @@ bool LasOutFile::open(const std::string& name, const std::vector<std::string>& s
   name_ = name;
   part_ = name + ".part";
   bool is_source = las_is_open_for_reading(name_) || las_is_open_for_reading(part_);
-  for (const std::string& source : sources)
-    is_source = is_source || same_file(name_, source) || same_file(part_, source);
+  const bool exists = file_mode(name_) >= 0 || file_mode(part_) >= 0;  // else it is no file at all yet
+  for (size_t i = 0; exists && !is_source && i < sources.size(); i++)
+    is_source = same_file(name_, sources[i]) || same_file(part_, sources[i]);
   if (is_source) {
     error = "output is a source file";
     return false;

@@ -19,7 +19,14 @@ struct Swath {
   bool fixed = false;  // a reference: it is compared with, never corrected
   bool used = true;    // false once the swath has been rejected
   bool corr = true;    // false: only its displacements are wanted, no corrected file
+  std::vector<std::string> members = {};  // files of a reference made of several; path is then their union's
 };
+
+// The swath as logs and the index of pairs name it.
+inline std::string swath_name(const Swath& s) {
+  if (s.members.empty()) return s.path;
+  return s.members[0] + " (union of " + std::to_string(s.members.size()) + " input reference swaths)";
+}
 
 struct POfile {
   std::string path;

@@ -175,17 +175,17 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
   std::vector<LTidxInfo> info(prj.swaths.size());
   for (size_t i = 0; i < info.size(); i++)
     info[i].tmin = idx.swaths[i].tmin, info[i].tmax = idx.swaths[i].tmax;
-  Image<uint8_t> overlap(nsw, nsw, uint8_t{0});
-  for (const DUTinter& p : idx.pairs) overlap(std::min(p.sw1, p.sw2), std::max(p.sw1, p.sw2)) = 1;
-  PairFilter qc = filter;
-  qc.RDIM = 0;
-  int n1 = 0;
-  std::vector<SwPair> pairs = comp_int_sw(prj, info, overlap, qc, false, n0, n1);
-  std::map<std::pair<int, int>, int> number;
+  std::map<std::pair<int, int>, int> number;  // of a pair in the index
   for (int k = 0; k < idx.nint(); k++) {
     const DUTinter& p = idx.pairs[static_cast<size_t>(k)];
     number.emplace(std::minmax(p.sw1, p.sw2), k);
   }
+  SwPairList overlap;
+  for (const auto& entry : number) overlap.push_back(entry.first);
+  PairFilter qc = filter;
+  qc.RDIM = 0;
+  int n1 = 0;
+  std::vector<SwPair> pairs = comp_int_sw(prj, info, overlap, qc, false, n0, n1);
   for (SwPair& p : pairs) p.number = number.at({p.sw1, p.sw2});
   LOG_LINE("nqc0=" << n0 << " nqc=" << pairs.size());
   return pairs;

@@ -3,14 +3,24 @@
 #include <cmath>
 
 #include "lib/general/log.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace {
-// Frame of tiles that holds all swaths. False when it is too wide to be worked on.
-bool comp_project_frame(const ProjectStat& stat, bool LAREA, TileInfo& frame) {
+// The swaths that the project's numbers rest on: the mobile ones, all when there are none.
+bool counts_in(const Project& prj, size_t i) {
+  const bool any = std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return !s.fixed; });
+  return !any || !prj.swaths[i].fixed;
+}
+
+// Frame of tiles that holds the mobile swaths; references count on their ground only. False when it is too
+// wide to be worked on.
+bool comp_project_frame(const Project& prj, const ProjectStat& stat, bool LAREA, TileInfo& frame) {
   uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
-  for (const SwathStat& s : stat.swaths) {
+  for (size_t i = 0; i < stat.swaths.size(); i++) {
+    if (!counts_in(prj, i)) continue;
+    const SwathStat& s = stat.swaths[i];
     x0 = std::min(x0, uint32_t{s.info.XImin});
     y0 = std::min(y0, uint32_t{s.info.YImin});
     x1 = std::max(x1, uint32_t{s.info.XImax});
@@ -31,7 +41,7 @@ bool comp_project_frame(const ProjectStat& stat, bool LAREA, TileInfo& frame) {
 }
 
 void add_swaths(const Project& prj, ProjectStat& stat) {
-  double sum_density = 0, sum_dt = 0, sum_dev = 0, sum_med = 0, nmob = 0;
+  double sum_density = 0, nsw = 0, sum_dt = 0, sum_dev = 0, sum_med = 0, nmob = 0;
   stat.Zmin = 1e30;
   stat.Zmax = -1e30;
   for (size_t i = 0; i < stat.swaths.size(); i++) {
@@ -42,14 +52,14 @@ void add_swaths(const Project& prj, ProjectStat& stat) {
     stat.cache_bytes += s.cache_bytes;
     stat.Zmin = std::min(stat.Zmin, s.Zmin);
     stat.Zmax = std::max(stat.Zmax, s.Zmax);
-    sum_density += s.density;
+    if (counts_in(prj, i)) sum_density += s.density, nsw++;
     sum_med += s.Zmed * nmt;
     if (prj.swaths[i].fixed) continue;
     nmob += nmt;
     sum_dt += static_cast<double>(s.info.mdt) * nmt;
     sum_dev += static_cast<double>(s.info.mdev) * nmt;
   }
-  stat.density = sum_density / static_cast<double>(stat.swaths.size());
+  stat.density = sum_density / nsw;
   stat.Zmed = sum_med / static_cast<double>(std::max<uint64_t>(1, stat.nmt));
   if (nmob > 0) {
     stat.mdt = sum_dt / nmob;
@@ -124,13 +134,20 @@ void warn_rollovers(const ProjectStat& stat) {
 
 bool read_stats(const Project& prj, const InfoParam& par, ProjectStat& stat) {
   stat.swaths.resize(prj.swaths.size());
+  const int64_t bad = run_units(static_cast<int64_t>(prj.swaths.size()), NTHREADSIO, [&](int64_t sw, int) {
+    const Swath& s = prj.swaths[static_cast<size_t>(sw)];
+    const bool times = par.tproc && !s.fixed;  // references are tiled without
+    SwathStat& swath = stat.swaths[static_cast<size_t>(sw)];
+    if (!comp_swath_stat(s.path, times, par.median, swath)) return false;
+    for (const std::string& member : s.members) swath.cache_bytes += tile_cache_bytes(member);
+    return true;
+  });
+  if (bad >= 0) {
+    ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[static_cast<size_t>(bad)].path);
+    return false;
+  }
   uint64_t nmt = 0, nocc = 0;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const bool times = par.tproc && !prj.swaths[i].fixed;  // references are tiled without
-    if (!comp_swath_stat(prj.swaths[i].path, times, par.median, stat.swaths[i])) {
-      ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[i].path);
-      return false;
-    }
     nmt += stat.swaths[i].info.nmt;
     nocc += stat.swaths[i].nocc;
     LOG_LINE("swmdim=" << stat.swaths[i].grid.dim << " " << prj.swaths[i].path);
@@ -153,12 +170,13 @@ bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat) {
   stat = ProjectStat{};
   if (!check_nonempty_groups(prj) || !read_stats(prj, par, stat)) return false;
   if (!comp_mainch_swaths(prj, stat.swaths, par.fix_ch0)) return false;
-  if (!comp_project_frame(stat, par.LAREA, stat.frame)) return false;
+  if (!comp_project_frame(prj, stat, par.LAREA, stat.frame)) return false;
   add_swaths(prj, stat);
   // One spacing serves all swaths, since pairs are compared pixel by pixel: that of their microtiles
-  // together.
+  // together. References have no say, they may be of another time and sensor.
   CountHist all;
-  for (const SwathStat& s : stat.swaths) add_counts(all, s.hist);
+  for (size_t i = 0; i < stat.swaths.size(); i++)
+    if (counts_in(prj, i)) add_counts(all, stat.swaths[i].hist);
   prj.scale.dim = comp_GGSD_dim(all, static_cast<double>(prj.scale.mTsize), par.median).dim;
   prj.time_res = stat.mdt;
   if (!write_sw_stat(prj, stat)) return false;

@@ -139,9 +139,15 @@ bool comp_swath_stat(const std::string& path, bool tproc, bool median, SwathStat
   }
   s.heading = std::atan2(ax, ay) * DEG;
   if (s.heading < 0) s.heading += tproc ? 360.0 : 180.0;
-  for (const char* suffix : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ})
-    s.cache_bytes += static_cast<uint64_t>(std::max<int64_t>(0, file_size(cache_name(path, suffix))));
+  s.cache_bytes = tile_cache_bytes(path);
   return true;
+}
+
+uint64_t tile_cache_bytes(const std::string& path) {
+  uint64_t n = 0;
+  for (const char* suffix : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ})
+    n += static_cast<uint64_t>(std::max<int64_t>(0, file_size(cache_name(path, suffix))));
+  return n;
 }
 
 bool check_nonempty_groups(const Project& prj) {

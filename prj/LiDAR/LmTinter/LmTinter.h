@@ -13,6 +13,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/LmTplot/swath_inter.h"
 #include "prj/LiDAR/project.h"
 
 constexpr int KEEP_SAME = 0;  // values of the pair filters
@@ -62,15 +63,18 @@ struct InterResult {
   double Mpix = 0;       // pixels compared, millions
 };
 
-// Marks the pairs i < j whose occupied microtiles overlap: an nsw x nsw image, 1 at (i, j) and (j, i). Unused
-// swaths overlap nothing. False when a tile cache cannot be read (ERROR line).
-[[nodiscard]] bool comp_sw_overlap(const Project& prj, Image<uint8_t>& overlap);
+// Those of the pairs that have an occupied microtile in common. near: pairs whose boxes and rectangles meet (see
+// check_BBOX_MBR_fx_inter). Unused swaths overlap nothing. Of the counts only common tiles are read, up to the
+// first hit; the tile tables of all swaths stand in memory, 12 bytes a tile. False, after an ERROR line, when a
+// tile cache cannot be read.
+[[nodiscard]] bool comp_sw_overlap(const Project& prj, const SwPairList& near, int nthreads,
+                                   SwPairList& overlap);
 
-// Chooses the pairs and numbers them. overlap: nsw x nsw, not 0 where i and j overlap; info: by swath number.
+// Chooses the pairs and numbers them. overlap: pairs that do, in order; info: by swath number.
 // Pairs of references are never formed, and a reference is no channel of a line, whatever its times. n0, n1:
 // pairs before and after the filters.
 std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>& info,
-                                const Image<uint8_t>& overlap, const PairFilter& filter, bool REG, int& n0,
+                                const SwPairList& overlap, const PairFilter& filter, bool REG, int& n0,
                                 int& n1);
 
 // Registers (or, without REG, measures) all chosen pairs. head: the index as far as it is known before the
@@ -78,5 +82,5 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
 // "_DZreg_stat.log", "_DXYZreg_stat.log". A pair that is too large for -mem or does not converge gets no
 // vectors and does not stop the loop. False after an ERROR line when a cache cannot be read or a file not be
 // written.
-[[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap,
+[[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap,
                                  const InterParam& param, InterResult& result);

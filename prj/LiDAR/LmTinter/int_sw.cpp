@@ -2,12 +2,57 @@
 #include <algorithm>
 
 #include "lib/general/log.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
-#include "prj/LiDAR/LmTplot/LmTplot.h"
 
 namespace {
-bool boxes_meet(const LTidxInfo& a, const LTidxInfo& b) {
-  return a.XImin <= b.XImax && b.XImin <= a.XImax && a.YImin <= b.YImax && b.YImin <= a.YImax;
+uint64_t tile_place(const TIsxy& t) { return static_cast<uint64_t>(t.y) << 32 | t.x; }
+
+// Whether two tiles have an occupied microtile in common.
+bool tiles_meet(const Image<uint32_t>& N1, const Image<uint32_t>& N2) {
+  for (int m = 0; m < mTn; m++)
+    if (N1.val[m] > NMT_MIN && N2.val[m] > NMT_MIN) return true;
+  return false;
+}
+
+struct SwathTables {
+  const Vector<TIsxy>& TI;
+  const TileTables& tables;
+};
+
+// Walks over the tiles of the shorter table and looks each up in the longer one: a strip against a reference
+// of many thousand tiles costs what the strip is long. False after an ERROR line.
+bool swaths_meet(const SwathTables& a, const SwathTables& b, bool& meet) {
+  if (a.TI.size() > b.TI.size()) return swaths_meet(b, a, meet);
+  Image<uint32_t> N1, N2;
+  meet = false;
+  const TIsxy* from = b.TI.begin();
+  for (uint64_t k = 0; k < a.TI.size() && !meet; k++) {
+    const TIsxy& t = a.TI.val[k];
+    from = std::lower_bound(from, b.TI.end(), t,
+                            [](const TIsxy& u, const TIsxy& v) { return tile_place(u) < tile_place(v); });
+    if (from == b.TI.end()) break;
+    if (tile_place(*from) != tile_place(t)) continue;
+    if (!a.tables.read_N(static_cast<uint32_t>(k), N1) ||
+        !b.tables.read_N(static_cast<uint32_t>(from - b.TI.begin()), N2))
+      return false;
+    meet = tiles_meet(N1, N2);
+  }
+  return true;
+}
+
+// Pairs with the same first swath, near[first, last).
+struct PairRun {
+  size_t first, last;
+};
+
+std::vector<PairRun> list_runs(const SwPairList& near) {
+  std::vector<PairRun> runs;
+  for (size_t i = 0; i < near.size(); i++) {
+    if (i == 0 || near[i].first != near[i - 1].first) runs.push_back({i, i});
+    runs.back().last = i + 1;
+  }
+  return runs;
 }
 
 const char* filter_word(int v, const char* same, const char* all, const char* diff) {
@@ -44,38 +89,53 @@ bool keep_pair(const PairFlags& f, const PairFilter& filter) {
 }
 }  // namespace
 
-bool comp_sw_overlap(const Project& prj, Image<uint8_t>& overlap) {
-  const int nsw = static_cast<int>(prj.swaths.size());
-  LOG_ENTER("comp_sw_overlap nsw=" << nsw);
-  overlap.resize(nsw, nsw, uint8_t{0});
-  std::vector<LTidxInfo> info(prj.swaths.size());
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (prj.swaths[i].used && !read_LTidxInfo(prj.swaths[i].path, info[i])) {
+bool comp_sw_overlap(const Project& prj, const SwPairList& near, int nthreads, SwPairList& overlap) {
+  const size_t nsw = prj.swaths.size();
+  LOG_ENTER("comp_sw_overlap nsw=" << nsw << " ninter2=" << near.size());
+  std::vector<Vector<TIsxy>> TI(nsw);
+  const auto open = [&](int sw, TileTables& tables) {
+    const size_t i = static_cast<size_t>(sw);
+    return tables.open(prj.swaths[i].path, static_cast<uint32_t>(TI[i].size()), false);
+  };
+  std::vector<bool> wanted(nsw, false);
+  for (const auto& [i, j] : near) wanted[static_cast<size_t>(i)] = wanted[static_cast<size_t>(j)] = true;
+  for (size_t i = 0; i < nsw; i++)
+    if (wanted[i] && prj.swaths[i].used && !read_LTidx_TI(prj.swaths[i].path, TI[i])) {
       ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path);
       return false;
     }
-  for (int i = 0; i < nsw; i++) {
-    const Swath& a = prj.swaths[static_cast<size_t>(i)];
-    Tocc occ1, occ2;
-    for (int j = i + 1; j < nsw && a.used; j++) {
-      const Swath& b = prj.swaths[static_cast<size_t>(j)];
-      if (!b.used || !boxes_meet(info[static_cast<size_t>(i)], info[static_cast<size_t>(j)])) continue;
-      if ((occ1.empty() && !read_Tocc(a.path, occ1)) || !read_Tocc(b.path, occ2)) {
-        ERROR_MSG("missing/incompatible temp. tile files, swath " << (occ1.empty() ? a.path : b.path));
+  const std::vector<PairRun> runs = list_runs(near);
+  std::vector<uint8_t> meet(near.size(), 0);
+  const int64_t bad = run_units(static_cast<int64_t>(runs.size()), nthreads, [&](int64_t r, int) {
+    const PairRun run = runs[static_cast<size_t>(r)];
+    const int i = near[run.first].first;
+    TileTables first;
+    if (!prj.swaths[static_cast<size_t>(i)].used) return true;
+    if (!open(i, first)) return false;
+    for (size_t p = run.first; p < run.last; p++) {
+      const int j = near[p].second;
+      TileTables second;
+      bool both = false;
+      if (!prj.swaths[static_cast<size_t>(j)].used) continue;
+      if (!open(j, second) ||
+          !swaths_meet({TI[static_cast<size_t>(i)], first}, {TI[static_cast<size_t>(j)], second}, both))
         return false;
-      }
-      overlap(i, j) = overlap(j, i) = !inter_Tocc(occ1, occ2).empty();
+      meet[p] = both;
     }
-  }
-  return true;
+    return true;
+  });
+  overlap.clear();
+  for (size_t p = 0; p < near.size() && bad < 0; p++)
+    if (meet[p]) overlap.push_back(near[p]);
+  LOG_LINE("nover=" << overlap.size());
+  return bad < 0;
 }
 
 std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>& info,
-                                const Image<uint8_t>& overlap, const PairFilter& filter, bool REG, int& n0,
+                                const SwPairList& overlap, const PairFilter& filter, bool REG, int& n0,
                                 int& n1) {
-  const int nsw = static_cast<int>(prj.swaths.size());
   const char* label = REG ? "Reg Pair filtering" : "QC Pair filtering";
-  LOG_ENTER("comp_int_sw nsw=" << nsw << " REG=" << REG << " ALLDZ=" << filter.ALLDZ << " RDIM="
+  LOG_ENTER("comp_int_sw nsw=" << prj.swaths.size() << " REG=" << REG << " ALLDZ=" << filter.ALLDZ << " RDIM="
                                << filter.RDIM << " GRPREG=" << filter.GRP << " REFREG=" << filter.REF
                                << " CHREG=" << filter.CH << " filter=" << filter.filter);
   if (filter.filter)
@@ -84,21 +144,18 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
                    << " Ch=" << filter_word(filter.CH, "same", "all", "diff") << " Reduce=" << filter.RDIM);
   n0 = n1 = 0;
   std::vector<SwPair> pairs;
-  for (int i = 0; i < nsw; i++)
-    for (int j = i + 1; j < nsw; j++) {
-      const bool references =
-          prj.swaths[static_cast<size_t>(i)].fixed && prj.swaths[static_cast<size_t>(j)].fixed;
-      if (overlap(i, j) == 0 || references) continue;
-      const PairFlags f = comp_pair_flags(prj, info, static_cast<size_t>(i), static_cast<size_t>(j));
-      const bool reg = keep_pair(f, filter);
-      LOG_LINE("sw1=" << i << " sw2=" << j << " ch1=" << prj.swaths[static_cast<size_t>(i)].channel
-                      << " ch2=" << prj.swaths[static_cast<size_t>(j)].channel << " main1=" << f.main1
-                      << " main2=" << f.main2 << " samech=" << f.samech << " samefl=" << f.samefl
-                      << " samegrpfl=" << f.samegrpfl << " nofx=" << !f.anyfixed << " reg=" << reg);
-      n0++;
-      n1 += reg;
-      if (reg || filter.ALLDZ) pairs.push_back({i, j, reg, static_cast<int>(pairs.size())});
-    }
+  for (const auto& [i, j] : overlap) {
+    const Swath &a = prj.swaths[static_cast<size_t>(i)], &b = prj.swaths[static_cast<size_t>(j)];
+    if (a.fixed && b.fixed) continue;
+    const PairFlags f = comp_pair_flags(prj, info, static_cast<size_t>(i), static_cast<size_t>(j));
+    const bool reg = keep_pair(f, filter);
+    LOG_LINE("sw1=" << i << " sw2=" << j << " ch1=" << a.channel << " ch2=" << b.channel << " main1="
+                    << f.main1 << " main2=" << f.main2 << " samech=" << f.samech << " samefl=" << f.samefl
+                    << " samegrpfl=" << f.samegrpfl << " nofx=" << !f.anyfixed << " reg=" << reg);
+    n0++;
+    n1 += reg;
+    if (reg || filter.ALLDZ) pairs.push_back({i, j, reg, static_cast<int>(pairs.size())});
+  }
   LOG_LINE("n0=" << n0 << " n1=" << n1 << " " << label);
   return pairs;
 }

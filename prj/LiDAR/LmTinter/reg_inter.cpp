@@ -233,8 +233,8 @@ bool read_infos(const Project& prj, std::vector<LTidxInfo>& info) {
 }
 }  // namespace
 
-bool reg_inter_LmT(const Project& prj, const DUTidx& head, const Image<uint8_t>& overlap,
-                   const InterParam& param, InterResult& result) {
+bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap, const InterParam& param,
+                   InterResult& result) {
   const RegLevels levels = comp_reg_levels(param.Jinit, param.Jend);
   LOG_ENTER("reg_inter_LmT nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim
                                  << " level=" << prj.scale.level << " large=" << prj.scale.large

@@ -109,6 +109,22 @@ uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ) {
   return ntout;
 }
 
+uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ) {
+  uint64_t nmt = 0;
+  for (const ToccTile& t : occ) {
+    int x, y;
+    if (!place_in_frame(ovr.frame, t.x, t.y, x, y)) continue;
+    Image<uint8_t>& n = ovr.n.row(y)[x];
+    for (uint64_t i = 0; i < n.size(); i++) {
+      const bool both = n.val[i] > 0 && (t.occ.val[i] & 1);
+      nmt += both;
+      n.val[i] = static_cast<uint8_t>(n.val[i] + (both && n.val[i] < 255));
+    }
+  }
+  LOG_LINE("add_Tovr_ref nt=" << occ.size() << " nmt=" << nmt);
+  return nmt;
+}
+
 void add_Tovr_Tovr(Tovr& ovr, const Tovr& other) {
   ASSERT(ovr.n.xsize() == other.n.xsize() && ovr.n.ysize() == other.n.ysize());
   for (uint64_t k = 0; k < ovr.n.size(); k++) {

@@ -45,6 +45,9 @@ Tovr make_Tovr(const TileInfo& frame);
 
 // Adds 1 on each occupied microtile of a swath. Returns the tiles outside the frame.
 uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ);
+// Adds 1 on each occupied microtile of a reference where the map counts at least 1: ground of references only
+// is nobody's overlap. Returns the microtiles that it was added on.
+uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ);
 // Adds 1 on each microtile that has a count in another map of the same frame.
 void add_Tovr_Tovr(Tovr& ovr, const Tovr& other);
 // Appends the swath number to the list of each of its tiles. Returns the tiles outside the frame.

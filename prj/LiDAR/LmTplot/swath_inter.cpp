@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "lib/general/log.h"
 
@@ -33,6 +34,20 @@ bool separated(const LTidxInfo& of, const LTidxInfo& other, double margin) {
   }
   return false;
 }
+// The axis along which the boxes are shorter against the extent of all of them.
+int sweep_axis(const std::vector<LTidxInfo>& infos) {
+  double ratio[2] = {0, 0};
+  for (int axis = 0; axis < 2; axis++) {
+    double lo = 2e307, hi = -2e307, sum = 0;
+    for (const LTidxInfo& info : infos) {
+      lo = std::min(lo, double{info.bbmin[axis]});
+      hi = std::max(hi, double{info.bbmax[axis]});
+      sum += info.bbmax[axis] - info.bbmin[axis];
+    }
+    ratio[axis] = hi > lo ? sum / (hi - lo) : 2e307;
+  }
+  return ratio[1] < ratio[0] ? 1 : 0;
+}
 }  // namespace
 
 bool inter_BBOX(const LTidxInfo& a, const LTidxInfo& b) {
@@ -45,18 +60,31 @@ bool inter_MBR(const LTidxInfo& a, const LTidxInfo& b, double margin) {
   return !separated(a, b, margin) && !separated(b, a, margin);
 }
 
-std::vector<std::pair<int, int>> check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos,
-                                                         const std::vector<bool>& fixed, double mTsize,
-                                                         int& nbb) {
+SwPairList check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos, const std::vector<bool>& fixed,
+                                   double mTsize, int& nbb) {
   LOG_ENTER("check_BBOX_MBR_fx_inter nsw=" << infos.size());
-  std::vector<std::pair<int, int>> pairs;
+  const int axis = sweep_axis(infos);
+  std::vector<size_t> order(infos.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    const double va = infos[a].bbmin[axis], vb = infos[b].bbmin[axis];
+    return va != vb ? va < vb : a < b;
+  });
+  SwPairList pairs;
+  std::vector<size_t> active;  // boxes that reach the sweep line
   nbb = 0;
-  for (size_t i = 0; i < infos.size(); i++)
-    for (size_t j = i + 1; j < infos.size(); j++) {
+  for (const size_t i : order) {
+    const double here = infos[i].bbmin[axis];
+    std::erase_if(active, [&](size_t j) { return infos[j].bbmax[axis] < here; });
+    for (const size_t j : active) {
       if ((fixed[i] && fixed[j]) || !inter_BBOX(infos[i], infos[j])) continue;
       nbb++;
-      if (inter_MBR(infos[i], infos[j], mTsize)) pairs.emplace_back(static_cast<int>(i), static_cast<int>(j));
+      if (inter_MBR(infos[i], infos[j], mTsize))
+        pairs.emplace_back(static_cast<int>(std::min(i, j)), static_cast<int>(std::max(i, j)));
     }
+    active.push_back(i);
+  }
+  std::sort(pairs.begin(), pairs.end());
   LOG_LINE("BB+MBR: ninter=" << nbb << " ninter2=" << pairs.size());
   return pairs;
 }

@@ -15,7 +15,9 @@ bool inter_BBOX(const LTidxInfo& a, const LTidxInfo& b);
 // axes of the two rectangles.
 bool inter_MBR(const LTidxInfo& a, const LTidxInfo& b, double margin);
 
-// Pairs (i < j) that pass both tests and are not both fixed. nbb: pairs that pass the first.
-std::vector<std::pair<int, int>> check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos,
-                                                         const std::vector<bool>& fixed, double mTsize,
-                                                         int& nbb);
+using SwPairList = std::vector<std::pair<int, int>>;  // swath numbers, the lower first; in order
+
+// Pairs that pass both tests and are not both fixed. nbb: pairs that pass the first. The boxes are swept along
+// the axis in which they are short against the whole, so that only those are compared that meet along it.
+SwPairList check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos, const std::vector<bool>& fixed,
+                                   double mTsize, int& nbb);

@@ -76,7 +76,7 @@ bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count)
     ERROR_MSG("header records too long, file " << job.path);
     return false;
   }
-  std::unique_ptr<LASwriter> writer = las_write_open(job.out, header, OUTPARSE, job.sources);
+  std::unique_ptr<LASwriter> writer = las_write_open(job.out, header, OUTPARSE, *job.sources);
   if (!writer) return false;
   LASindex index;
   bool index_ok = job.lax && index.prepare(header, INDEX_MARGIN / DATAUNIT);

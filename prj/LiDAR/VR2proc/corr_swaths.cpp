@@ -115,6 +115,12 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
                                     << (par.CORR ? "" : " [SKIPPED]"));
   int ndup = 0;
   const std::vector<std::string> names = comp_output_names(par.out, par.odir, prj, swc, ndup);
+  std::vector<std::string> sources;
+  for (const Swath& s : prj.swaths) {
+    if (s.members.empty()) sources.push_back(s.path);
+    sources.insert(sources.end(), s.members.begin(), s.members.end());
+  }
+  for (const POfile& f : prj.pofiles) sources.push_back(f.path);
   std::vector<CorrJob> jobs(swc.size());
   for (size_t c = 0; c < swc.size(); c++) {
     jobs[c].sw = swc[c];
@@ -123,8 +129,7 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
     jobs[c].sid = run_id(res, tables[static_cast<size_t>(swc[c])].T0);
     jobs[c].lax = par.lax;
     jobs[c].lax_append = par.lax_append;
-    for (const Swath& s : prj.swaths) jobs[c].sources.push_back(s.path);
-    for (const POfile& f : prj.pofiles) jobs[c].sources.push_back(f.path);
+    jobs[c].sources = &sources;
   }
 
   std::vector<CorrCount> counts(swc.size());

@@ -149,12 +149,14 @@ bool check_outputs(const Run& run) {
   int ndup = 0;
   bool ok = true;
   for (const std::string& dir : {o.align2 ? o.odir_1 : OUTDIR, OUTDIR})
-    for (const std::string& name : comp_output_names(out, dir, prj, mobile, ndup))
+    for (const std::string& name : comp_output_names(out, dir, prj, mobile, ndup)) {
+      if (file_mode(name) < 0) continue;  // most are no file yet
       for (const Swath& s : prj.swaths)
         if (ok && same_file(name, s.path)) {
           ERROR_MSG("output file " << name << " would overwrite an input file, use -out or -odir");
           ok = false;
         }
+    }
   return ok;
 }
 }  // namespace

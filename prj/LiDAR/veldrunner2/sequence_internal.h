@@ -9,3 +9,9 @@
 // dropped: fixed swaths beside them. False after an ERROR line, also when no reference is left.
 [[nodiscard]] bool select_references(const Project& prj, const std::vector<bool>& used,
                                      std::vector<bool>& dropped);
+
+// Several references become one swath, their union (more than one only where a tile table cannot hold it).
+// tiling: what they were tiled with. False after an ERROR line.
+[[nodiscard]] bool unite_references(Project& prj, const TilingParam& tiling);
+// The reverse: unions become the files that they were made of.
+void split_references(Project& prj);

@@ -1,10 +1,11 @@
-// The references of the scan sequence: which of them lie on the mobile data at all.
+// The references of the scan sequence: which of them lie on the mobile data at all, and their union.
 #include <algorithm>
 #include <cmath>
 
 #include "las/las_access.h"
 #include "lib/general/log.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/LmTidx_w/LmT_union.h"
 #include "prj/LiDAR/tuning.h"
 #include "prj/LiDAR/veldrunner2/sequence_internal.h"
 
@@ -91,4 +92,59 @@ bool select_references(const Project& prj, const std::vector<bool>& used, std::v
     return false;
   }
   return bbox_rej_ovr_mob(prj, ovr, dropped);
+}
+
+bool unite_references(Project& prj, const TilingParam& tiling) {
+  std::vector<std::string> paths;
+  std::vector<bool> left;
+  for (const Swath& s : prj.swaths) {
+    paths.push_back(s.path);
+    left.push_back(s.fixed);
+  }
+  const auto first = std::find(left.begin(), left.end(), true);
+  if (std::count(first, left.end(), true) < 2) return true;
+  const size_t sw0 = static_cast<size_t>(first - left.begin());
+  LOG_ENTER("resize_swaths_union nisw=" << prj.swaths.size() << " sw0=" << sw0);
+  std::vector<Swath> swaths(prj.swaths.begin(), prj.swaths.begin() + static_cast<std::ptrdiff_t>(sw0));
+  for (size_t i = sw0; i < paths.size(); i++) {
+    if (!left[i]) continue;
+    std::vector<size_t> members;
+    std::vector<bool> used(paths.size(), false);
+    Swath s = prj.swaths[i];
+    bool ok = choose_union(i, paths, left, members);
+    for (const size_t m : members) {
+      used[m] = true;
+      left[m] = false;
+      s.members.push_back(paths[m]);
+    }
+    ok = ok && LmT_union(i, paths, used, tiling, s.path);
+    if (!ok) {
+      ERROR_MSG("failed to create union from fixed swaths");
+      return false;
+    }
+    s.mainch = static_cast<int>(swaths.size());
+    swaths.push_back(s);
+  }
+  prj.swaths.swap(swaths);
+  const size_t nref = prj.swaths.size() - sw0;
+  LOG_LINE("nsw=" << prj.swaths.size());
+  LOG_MSG("Using " << sw0 << " mobile swaths and " << nref << " reference swath" << (nref > 1 ? "s" : ""));
+  for (size_t i = sw0; i < prj.swaths.size(); i++) LOG_LINE("S " << i << " F " << swath_name(prj.swaths[i]));
+  return true;
+}
+
+void split_references(Project& prj) {
+  std::vector<Swath> swaths;
+  for (const Swath& s : prj.swaths) {
+    if (s.members.empty()) swaths.push_back(s);
+    for (const std::string& path : s.members) {
+      Swath member = s;
+      member.path = path;
+      member.members.clear();
+      swaths.push_back(member);
+    }
+  }
+  for (size_t i = 0; i < swaths.size(); i++)
+    if (swaths[i].fixed) swaths[i].mainch = static_cast<int>(i);
+  prj.swaths.swap(swaths);
 }

@@ -1,10 +1,12 @@
 // The scan sequence: swaths to tiles, statistics, overlap, grids, registration.
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/txtfile.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
@@ -160,31 +162,74 @@ bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
 
 // --- coverage and overlap ---
 
-// The map of all swaths; the covered area.
-bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, TxtFileOut& qclog) {
-  LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
-                                   << " mTsize=" << prj.scale.mTsize);
-  ovr = make_Tovr(res.stat.frame);
-  for (const Swath& s : prj.swaths) {
+// Calls visit with the occupancy of each swath with that flag. They are read on threads and visited one at a
+// time, in any order.
+template <typename Visit>
+bool visit_Tocc(const Project& prj, bool fixed, Visit visit) {
+  std::mutex mutex;
+  const int64_t bad = run_units(static_cast<int64_t>(prj.swaths.size()), NTHREADSIO, [&](int64_t i, int) {
+    const Swath& s = prj.swaths[static_cast<size_t>(i)];
     Tocc occ;
+    if (s.fixed != fixed) return true;
     if (!read_Tocc(s.path, occ)) {
       ERROR_MSG("missing/incompatible temp. tile files, " << s.path);
       return false;
     }
-    add_Tovr_Tocc(ovr, occ);
-  }
+    const std::lock_guard<std::mutex> lock(mutex);
+    visit(occ);
+    return true;
+  });
+  return bad < 0;
+}
+
+void extend_box(mTbbox& b, const mTbbox& other) {
+  if (other.empty()) return;
+  const uint64_t n = b.n + other.n;
+  if (b.empty()) b = other;
+  b.xmin = std::min(b.xmin, other.xmin);
+  b.ymin = std::min(b.ymin, other.ymin);
+  b.xmax = std::max(b.xmax, other.xmax);
+  b.ymax = std::max(b.ymax, other.ymax);
+  b.n = n;
+}
+
+// The map of the mobile swaths, with the references on their ground; the covered areas. Ground of references
+// only takes part in the total area and in nothing else.
+bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, TxtFileOut& qclog) {
+  LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
+                                   << " mTsize=" << prj.scale.mTsize);
+  ovr = make_Tovr(res.stat.frame);
+  if (!visit_Tocc(prj, false, [&](const Tocc& occ) { add_Tovr_Tocc(ovr, occ); })) return false;
+  const mTbbox mob = comp_mTbbox_Tovr(ovr, 1);
+  mTbbox ref;
+  uint64_t n12 = 0;
+  if (!visit_Tocc(prj, true, [&](const Tocc& occ) {
+        extend_box(ref, comp_mTbbox_Tocc(occ));
+        n12 += add_Tovr_ref(ovr, occ);
+      }))
+    return false;
+  LOG_LINE("count_fovr_12 n1=" << mob.n << " n2=" << ref.n << " both=" << n12);
   const double mTsize = static_cast<double>(prj.scale.mTsize);
-  res.full = comp_mTbbox_Tovr(ovr, 1);
-  res.area = static_cast<double>(res.full.n) * mTsize * mTsize;
+  const auto area = [mTsize](uint64_t n) { return static_cast<double>(n) * mTsize * mTsize; };
+  res.full = mob;
+  extend_box(res.full, ref);
+  res.full.n -= std::min(n12, ref.n);
+  res.area = area(res.full.n);
   log_bbox("full", res.full);
   LOG_MSG("Total covered area=" << area_text(res.area) << "2, bounding box " << size_text(res.full, mTsize));
-  qclog.fs << "Area total " << area_text(res.area) << "2\n";
+  if (ref.empty()) {
+    qclog.fs << "Area total " << area_text(res.area) << "2\n";
+    return true;
+  }
+  LOG_MSG("Mob data area=" << area_text(area(mob.n)) << "2, ref data area=" << area_text(area(ref.n)) << "2");
+  qclog.fs << "Area " << area_text(area(mob.n)) << "2 mob, " << area_text(area(ref.n)) << "2 ref, "
+           << area_text(res.area) << "2 total\n";
   return true;
 }
 
-// Box test of the pairs, then the overlap itself. Without any overlap only a run over everything goes on.
-bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, ScanResult& res,
-                  TxtFileOut& qclog) {
+// Box test of the pairs (near: those that pass), then the overlap itself. Without any overlap only a run over everything goes on.
+bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, SwPairList& near,
+                  ScanResult& res, TxtFileOut& qclog) {
   std::vector<LTidxInfo> infos;
   std::vector<bool> fixed;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
@@ -193,7 +238,8 @@ bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, Sca
   }
   const double mTsize = static_cast<double>(prj.scale.mTsize);
   int nbb = 0;
-  const bool boxes = !check_BBOX_MBR_fx_inter(infos, fixed, mTsize, nbb).empty();
+  near = check_BBOX_MBR_fx_inter(infos, fixed, mTsize, nbb);
+  const bool boxes = !near.empty();
   if (boxes) {
     LOG_ENTER("comp_Tovr2 ");
     res.over = comp_mTbbox_Tovr(ovr, 2);
@@ -276,19 +322,20 @@ DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& re
     d.wro = info.flags & INFO_WRO;
     d.tmin = info.tmin;
     d.tmax = info.tmax;
-    d.path = s.path;
+    d.path = swath_name(s);
     idx.swaths.push_back(d);
   }
   return idx;
 }
 
-bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, ScanResult& res) {
+bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, const SwPairList& near,
+                    ScanResult& res) {
   if (work.DOREG && res.over.n < MIN_REG_MT) {
     ERROR_MSG("registration cannot be done due to insufficient overlap");
     return false;
   }
-  Image<uint8_t> overlap;
-  if (!comp_sw_overlap(prj, overlap)) return false;
+  SwPairList overlap;
+  if (!comp_sw_overlap(prj, near, NTHREADSIO, overlap)) return false;
   InterParam inter;
   inter.REG = work.DOREG;
   inter.QC = par.QC;
@@ -316,7 +363,8 @@ bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res)
   return open_DUT_IDX(w, prj.name, make_index(prj, par, res), false, false) && close_DUT_IDX(w);
 }
 
-bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, ScanResult& res) {
+bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, const SwPairList& near,
+                       ScanResult& res) {
   const Work work = decide_work(par, res);
   GridResult grids;
   if (work.DOGRID && !LmT_grid(prj, ovr, par.FULL, NTHREADS, grids)) {
@@ -325,12 +373,13 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, Scan
   }
   for (const int sw : grids.beyond) prj.swaths[static_cast<size_t>(sw)].used = false;
   res.nmemory += static_cast<int>(grids.beyond.size());
-  if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, res)) return false;
+  if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, near, res)) return false;
   return work.DOREG || QC_DUT_IDX(prj, par, res);
 }
 
 bool scan_steps(Project& prj, const ScanParam& par, TxtFileOut& qclog, ScanResult& res) {
-  if (!tile_swaths(prj, par, res)) return false;
+  split_references(prj);
+  if (!tile_swaths(prj, par, res) || !unite_references(prj, par.tiling)) return false;
   const InfoParam info{par.median, par.fix_ch0, par.tiling.LAREA, par.tiling.tproc};
   if (!InfoTI_swstat(prj, info, res.stat)) {
     ERROR_MSG("consistency checking, tile info processing or swath stat computation failed");
@@ -344,14 +393,15 @@ bool scan_steps(Project& prj, const ScanParam& par, TxtFileOut& qclog, ScanResul
     ERROR_MSG("registration cannot be done with a single swath");
     return false;
   }
-  if (!single && !find_overlap(prj, par, ovr, res, qclog)) return false;
+  SwPairList near;
+  if (!single && !find_overlap(prj, par, ovr, near, res, qclog)) return false;
   if (single && !par.FULL && !par.GCP && !par.CORR) {
     LOG_MSG("single swath: nothing to do, use -full or -gcp or -xyz_gcp");
     res.finished = true;
     return true;
   }
   if (!res.over.empty() && !write_overlap_box(prj, res.over)) return false;
-  return grid_and_register(prj, par, ovr, res);
+  return grid_and_register(prj, par, ovr, near, res);
 }
 }  // namespace
 

@@ -29,8 +29,10 @@ Project six_swaths(std::vector<LTidxInfo>& info) {
 TEST(comp_int_sw, FiltersKeepWhatTheySay) {
   std::vector<LTidxInfo> info;
   const Project prj = six_swaths(info);
-  Image<uint8_t> overlap(6, 6, 1);
-  overlap(0, 3) = overlap(3, 0) = 0;
+  SwPairList overlap;
+  for (int i = 0; i < 6; i++)
+    for (int j = i + 1; j < 6; j++)
+      if (i != 0 || j != 3) overlap.emplace_back(i, j);
   // RDIM, GRP, REF, CH, filter, ALLDZ; pairs registered as "ij". The times of the references lie in those of
   // swaths 0 and 1, and mean nothing.
   const struct {

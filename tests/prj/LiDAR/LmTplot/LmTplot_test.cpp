@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <map>
+#include <random>
 #include <set>
 
 #include "prj/LiDAR/LmTplot/swath_inter.h"
@@ -196,4 +198,33 @@ TEST(PairBoxes, BoxesFirstThenRectangles) {
   EXPECT_EQ(pairs(strip(0, 0, 0.78), strip(150, -150, 0.78)), 0u) << "side by side, askew";
   EXPECT_EQ(nbb, 1);
   EXPECT_EQ(pairs(strip(0, 0, 0), strip(1000, 100, 0)), 1u) << "touching corners pass the boxes";
+}
+
+// The sweep against all pairs, in projects that are wide, high, and of one heap.
+TEST(PairBoxes, SweepFindsEveryPair) {
+  std::mt19937 gen(3);
+  for (const auto& [width, height] :
+       {std::pair{9000.0, 300.0}, std::pair{300.0, 9000.0}, std::pair{100.0, 100.0}}) {
+    std::vector<LTidxInfo> infos;
+    std::vector<bool> fixed;
+    std::uniform_real_distribution<double> u(0, 1);
+    for (int i = 0; i < 120; i++) {
+      LTidxInfo info{};
+      const double x = u(gen) * width, y = u(gen) * height, w = u(gen) * 200, h = u(gen) * 200;
+      info.bbmin[0] = x, info.bbmin[1] = y, info.bbmax[0] = x + w, info.bbmax[1] = y + h;
+      const double corner[4][2] = {{x, y}, {x + w, y}, {x + w, y + h}, {x, y + h}};
+      std::memcpy(info.mbr, corner, sizeof corner);
+      infos.push_back(info);
+      fixed.push_back(i % 5 == 0);
+    }
+    SwPairList expected;
+    for (int i = 0; i < 120; i++)
+      for (int j = i + 1; j < 120; j++) {
+        const LTidxInfo &a = infos[static_cast<size_t>(i)], &b = infos[static_cast<size_t>(j)];
+        if ((i % 5 || j % 5) && inter_BBOX(a, b) && inter_MBR(a, b, 4)) expected.emplace_back(i, j);
+      }
+    int nbb = 0;
+    EXPECT_EQ(check_BBOX_MBR_fx_inter(infos, fixed, 4, nbb), expected);
+    EXPECT_GT(expected.size(), 30u);
+  }
 }

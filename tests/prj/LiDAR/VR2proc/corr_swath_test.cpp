@@ -44,6 +44,7 @@ class CorrSwath : public testing::Test {
   std::vector<TestPoint> points;
   Vector<PO> po = straight_track(T0 - 2, 14);
   SwathCorr corr;
+  std::vector<std::string> sources;
   CorrJob job;
   CorrCount count;
 
@@ -63,7 +64,8 @@ class CorrSwath : public testing::Test {
     job.path = dir.path + "/a.las";
     job.out = dir.path + "/a_c.las";
     job.sid = "Auto Geom Corr: LB";
-    job.sources = {job.path};
+    sources = {job.path};
+    job.sources = &sources;
     write_test_las(job.path, points);
   }
   bool run() {
