@@ -51,6 +51,16 @@ std::string moved_las(std::string bytes, size_t axis, double by) {
   return bytes;
 }
 
+// The first and the second half of a file's points, as files of their own.
+void halve_las(const std::string& path, const std::string& first, const std::string& second) {
+  auto reader = las_read_open(path, "", false);
+  auto a = las_write_open(first, reader->header, ""), b = las_write_open(second, reader->header, "");
+  const uint64_t n = reader->header.npoints;
+  for (uint64_t i = 0; reader->read_point(); i++)
+    if (!(i < n / 2 ? a : b)->write_point(reader->point)) std::abort();
+  if (!las_write_close(a) || !las_write_close(b)) std::abort();
+}
+
 const char TREE[] =
     "<opt>\n"
     "<flight>\n"
@@ -266,6 +276,27 @@ TEST(ProjectInputs, OneStripAsReference) {
                     "ERROR: all reference data rejected, no overlap with mobile swaths\n"
                     "ERROR: registration or QC failed\n"))
       << none.err;
+}
+
+// Two references are one, in both steps of an alignment, and hold the datum as the whole would.
+TEST(ProjectInputs, SeveralReferencesAreOne) {
+  const Program program;
+  const std::string& work = program.work.path;
+  ASSERT_TRUE(simulate(work));
+  for (const char* const dir : {"/t", "/o", "/o1"}) std::filesystem::create_directory(work + dir);
+  halve_las(work + "/truth/L03.las", work + "/r1.las", work + "/r2.las");
+  const RunOutput r =
+      program.run({"-align2", "-utm",    "33",    "-po",   "traj.out", "-C",      "B",     "-out",
+                   "*_c.las", "-tmpdir", "t",     "-odir", "o",        "-odir_1", "o1",    "-i",
+                   "L01.las", "L02.las", "-name", "n",     "-r",       "r1.las",  "r2.las"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(count_lines(r.out, "Using 2 mobile swaths and 1 reference swath\n"), 2) << r.out;
+  EXPECT_TRUE(holds(read_text(work + "/o/n_idx.log"), " r1.las (union of 2 input reference swaths)\n"));
+  for (const char* const name : {"L01", "L02"}) {
+    const dxyz after = mean_difference(work + "/o/" + name + "_c.las", work + "/truth/" + name + ".las");
+    EXPECT_LT(std::hypot(after.x, after.y), 0.1) << name;
+    EXPECT_LT(std::fabs(after.z), 0.02) << name;
+  }
 }
 
 TEST(ProjectInputs, TwoStepsRefineTheFirst) {

@@ -1,9 +1,11 @@
 // Whole runs over a small simulated project.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <map>
 #include <sstream>
 
 #include "las/las_access.h"
@@ -179,6 +181,56 @@ TEST_F(RunProject, OneNumberAPairInAllLogs) {
 }
 
 // Statistics of a scan against the points themselves.
+// A write that fails is no property of a swath: the run ends, and the next one gives the undisturbed bytes.
+TEST_F(RunProject, AFailedWriteEndsTheRunAndLeavesNoTrace) {
+  ASSERT_TRUE(simulated);
+  for (const char* const dir : {"/t1", "/t2", "/u1", "/u2"}) std::filesystem::create_directory(path(dir));
+  const auto align = [](const std::string& n, const std::function<void()>& before) {
+    return program->run({"-align", "-utm", "33", "-po", "traj.out", "-i", "L*.las", "-out", "*_c.las",
+                         "-name", "r", "-nthreads", "1", "-tmpdir", "t" + n, "-odir", "u" + n},
+                        before);
+  };
+  const RunOutput good = align("1", {});
+  ASSERT_EQ(good.code, 0) << good.err;
+  std::map<std::string, uintmax_t> caches;  // of the last swath, largest of the others
+  uintmax_t points = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(path("t1"))) {
+    const std::string name = entry.path().filename();
+    if (holds(name, "L03") && !name.ends_with(".idx")) caches[name] = entry.file_size();
+    if (name.ends_with(".mT.XYZ")) points = std::max(points, entry.file_size());
+  }
+  struct Case {
+    std::string file, cause;
+    bool limited;  // by the size of files, else by a directory that stands in the file's place
+  };
+  std::vector<Case> cases = {{".mT.XYZ", "': File too large\n", true}};
+  for (const auto& [name, size] : caches) cases.push_back({name, "': Is a directory\n", false});
+  EXPECT_GE(cases.size(), 5u);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    std::filesystem::remove_all(path("t2"));
+    std::filesystem::create_directory(path("t2"));
+    if (!c.limited) std::filesystem::create_directory(path("t2/") + c.file);
+    const RunOutput failed = align("2", [&c, points] {
+      const rlimit limit{points - 1, points - 1};
+      if (c.limited) setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    EXPECT_EQ(failed.code, 1);
+    EXPECT_TRUE(holds(failed.err, c.file + c.cause)) << failed.err;
+    EXPECT_TRUE(holds(failed.err, "ERROR: registration or QC failed\n")) << failed.err;
+    for (const char* const name : {"r.dut", "r_rej.log", "L01_c.las"})
+      EXPECT_FALSE(exists(path("u2/") + name)) << name;
+    if (!c.limited) std::filesystem::remove(path("t2/") + c.file);
+    const RunOutput again = align("2", {});
+    EXPECT_EQ(again.code, 0) << again.err;
+    EXPECT_FALSE(exists(path("u2/r_rej.log")));
+    for (const char* const name : {"r.dut", "L01_c.las", "L02_c.las", "L03_c.las"})
+      EXPECT_TRUE(read_text(path("u1/") + name) == read_text(path("u2/") + name)) << name;
+    std::filesystem::remove_all(path("u2"));
+    std::filesystem::create_directory(path("u2"));
+  }
+}
+
 TEST_F(RunProject, ScanReportsWhatTheSwathsHold) {
   ASSERT_TRUE(simulated);
   const RunOutput scan = run({"-scan", "-name", "s", "-keep_all"}, 1, "2");

@@ -126,8 +126,11 @@ bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair
     remove_file(name + ".rpc.idx");  // never an index of another deformation
   NRresult reg;
   const bool ok = mg_nr_reg_tiles(pair, param, reg);
-  if (!name.empty() && !reg.from_cache && !write_regpair_idx(p.sw1, p.sw2, idx, ok && reg.cache_written))
-    LOG_LINE("<!> pair cache not written");
+  const bool fresh = !name.empty() && !reg.from_cache;
+  if (fresh && ((ok && !reg.cache_written) || !write_regpair_idx(p.sw1, p.sw2, idx, ok))) {
+    ERROR_MSG("pair cache not written, swaths " << p.sw1 << "/" << p.sw2);
+    return false;
+  }
   result.ncached += ok && reg.from_cache;
   lost = ok ? "" : "the registration finds no solution";
   if (!ok) return true;

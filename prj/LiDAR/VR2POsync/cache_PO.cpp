@@ -92,7 +92,7 @@ bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>
   std::memcpy(head + sizeof(n), &dt, sizeof(dt));
   BufBinFileOut out(BULK_BUFFER);
   const bool ok = po.size() <= UINT32_MAX && out.open(part, 0) && out.write(head, sizeof(head)) &&
-                  out.write(po.val, po.size() * sizeof(PO)) && out.close() && rename_file(part, name);
+                  out.write(po.val, po.size() * sizeof(PO)) && out.close() && publish_file(part, name);
   if (!ok) {
     (void)out.close();
     remove_file(part);
