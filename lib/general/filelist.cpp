@@ -32,12 +32,36 @@ std::string file_key(const std::string& path) {
 // A directory as messages show it.
 std::string shown(const std::string& dir) { return dir.empty() ? "./" : dir; }
 
+// Also true for a link that leads nowhere.
+bool is_there(const std::string& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) == 0;
+}
+
+// What a path is that is no regular file.
+std::string kind_of(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0)
+    return errno == ENOENT || errno == ELOOP ? "a link to nothing"
+                                             : std::string("unknown: ") + std::strerror(errno);
+  switch (info.st_mode & S_IFMT) {
+    case S_IFDIR:
+      return "a directory";
+    case S_IFIFO:
+      return "a FIFO";
+    case S_IFSOCK:
+      return "a socket";
+    default:
+      return "a device";
+  }
+}
+
 // One file that the user has named.
 bool add_named_file(FileList& list, const FileList& excl, const std::string& path, int idx, bool dup_error) {
   std::string dir, name;
   split_path(path, dir, name);
   if (!is_regular_file(path)) {
-    ERROR_MSG("could not find file " << path);
+    ERROR_MSG("could not find file " << path << (is_there(path) ? ", it is " + kind_of(path) : ""));
     return false;
   }
   if (excl.contains(path)) {
@@ -83,20 +107,28 @@ std::string complete_path(const std::string& path, const PathRules& rules) {
 
 bool has_wildcard(const std::string& name) { return name.find_first_of("*?") != std::string::npos; }
 
-bool match_files(const std::string& pattern, std::vector<std::string>& files) {
+bool match_files(const std::string& pattern, std::vector<std::string>& files,
+                 std::vector<std::string>* others) {
   std::string dir, name;
   split_path(pattern, dir, name);
   files.clear();
+  if (others) others->clear();
   DIR* const handle = opendir(dir.empty() ? "." : dir.c_str());
   if (!handle) {
     ERROR_MSG("could not open directory " << (dir.empty() ? "." : dir) << ": " << std::strerror(errno));
     return false;
   }
-  while (const dirent* const entry = readdir(handle))
-    if (wildcard_match(name, entry->d_name) && is_regular_file(dir + entry->d_name))
-      files.push_back(dir + entry->d_name);
+  while (const dirent* const entry = readdir(handle)) {
+    const std::string path = dir + entry->d_name;
+    if (!wildcard_match(name, entry->d_name)) continue;
+    if (is_regular_file(path))
+      files.push_back(path);
+    else if (others && std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+      others->push_back(path);
+  }
   closedir(handle);
   std::sort(files.begin(), files.end());
+  if (others) std::sort(others->begin(), others->end());
   return true;
 }
 
@@ -109,8 +141,10 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
   split_path(path, dir, name);
   if (!has_wildcard(name)) return add_named_file(list, excl, path, idx, dup_error);
 
-  std::vector<std::string> files;
-  if (!match_files(path, files)) return false;
+  std::vector<std::string> files, others;
+  if (!match_files(path, files, &others)) return false;
+  for (const std::string& other : others)
+    WARNING_MSG(other << " matches " << name << " but is " << kind_of(other) << ", passed over");
   if (files.empty()) {
     ERROR_MSG("no match for " << name << " in directory " << shown(dir));
     return false;

@@ -32,13 +32,15 @@ std::string complete_path(const std::string& path, const PathRules& rules);  // 
 bool has_wildcard(const std::string& name);                                  // holds "*" or "?"
 
 // Regular files whose name matches the pattern's file part, sorted byte-wise, with the directory in front.
-// False after an ERROR line when the directory cannot be read; no match is no error.
-[[nodiscard]] bool match_files(const std::string& pattern, std::vector<std::string>& files);
+// others, when wanted: matches that are none, in the same way; they are no error. False after an ERROR line when
+// the directory cannot be read; no match is no error.
+[[nodiscard]] bool match_files(const std::string& pattern, std::vector<std::string>& files,
+                               std::vector<std::string>* others = nullptr);
 
 // Adds the files that a pattern names, with the given index. Files of excl are left out. With dup_error a
 // named file that is listed already is an error, and so is a pattern all of whose files are, and a match that
-// is another name of a listed file. False after an ERROR line: nothing found, directory unreadable, everything
-// excluded, duplicate.
+// is another name of a listed file. A match that is no regular file is passed over with a WARNING. False after an
+// ERROR line: nothing found, directory unreadable, everything excluded, duplicate.
 [[nodiscard]] bool update_file_list(FileList& list, const FileList& excl, const std::string& pattern, int idx,
                                     bool dup_error, const PathRules& rules);
 

@@ -1,6 +1,7 @@
 #include "lib/general/filelist.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -90,6 +91,31 @@ TEST_F(FileListTest, NamesOfOneFileAreDuplicates) {
                 "ERROR: duplicate file " + dir.path + "/soft.las (another name of " + dir.path + "/b.las)\n");
   EXPECT_TRUE(update_file_list(fresh, {}, "*.las", 2, false, rules)) << "passed over without DUP";
   EXPECT_EQ(fresh.size(), 3u);
+}
+
+// What matches and is no file is named, and the files beside it are taken.
+TEST_F(FileListTest, MatchesThatAreNoFilesAreNamed) {
+  std::filesystem::create_directory(dir.path + "/d.las");
+  std::filesystem::create_symlink("nowhere", dir.path + "/l.las");
+  ASSERT_EQ(mkfifo((dir.path + "/p.las").c_str(), 0600), 0);
+  std::filesystem::create_symlink("/dev/null", dir.path + "/z.las");
+  const struct {
+    const char *name, *kind;
+  } cases[] = {
+      {"d.las", "a directory"}, {"l.las", "a link to nothing"}, {"p.las", "a FIFO"}, {"z.las", "a device"}};
+  std::string expected;
+  for (const auto& c : cases)
+    expected += "WARNING: " + dir.path + "/" + c.name + " matches *.las but is " + c.kind + ", passed over\n";
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(update_file_list(list, {}, "*.las", 1, true, rules));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
+  EXPECT_EQ(names(), "A2.las a.las b.las ");
+  for (const auto& c : cases) {
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(update_file_list(list, {}, c.name, 1, true, rules));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ERROR: could not find file " + dir.path + "/" + c.name + ", it is " + c.kind + "\n");
+  }
 }
 
 TEST_F(FileListTest, ListsOfFiles) {
