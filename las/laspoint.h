@@ -68,9 +68,6 @@ struct LASpoint {
   void set_scan_direction(int v) { set_bits(lay.extended ? 15 : 14, 6, 1, v); }
   void set_edge(int v) { set_bits(lay.extended ? 15 : 14, 7, 1, v); }
   int scanner_channel() const { return lay.extended ? (rec[15] >> 4) & 3 : 0; }
-  void set_scanner_channel(int v) {
-    if (lay.extended) set_bits(15, 4, 3, v);
-  }
 
   // Five bits in formats 0 to 5, eight in the extended ones.
   int classification() const { return lay.extended ? rec[16] : rec[15] & 31; }
@@ -84,8 +81,6 @@ struct LASpoint {
   int keypoint() const { return lay.extended ? (rec[15] >> 1) & 1 : (rec[15] >> 6) & 1; }
   int withheld() const { return lay.extended ? (rec[15] >> 2) & 1 : rec[15] >> 7; }
   int overlap() const { return lay.extended ? (rec[15] >> 3) & 1 : 0; }  // no such flag in formats 0 to 5
-  void set_synthetic(int v) { set_bits(15, lay.extended ? 0 : 5, 1, v); }
-  void set_keypoint(int v) { set_bits(15, lay.extended ? 1 : 6, 1, v); }
   void set_withheld(int v) { set_bits(15, lay.extended ? 2 : 7, 1, v); }
 
   // As stored: degrees in formats 0 to 5 (8 bits, cut when set), units of 0.006 degree in the extended ones.
@@ -106,7 +101,6 @@ struct LASpoint {
   uint16_t point_source_id() const { return load<uint16_t>(lay.extended ? 20 : 18); }
   void set_point_source_id(uint16_t v) { store(lay.extended ? 20 : 18, v); }
 
-  bool has_gps_time() const { return lay.gps >= 0; }
   double gps_time() const { return lay.gps >= 0 ? load<double>(lay.gps) : 0.; }
   void set_gps_time(double v) {
     if (lay.gps >= 0) store(lay.gps, v);

@@ -192,8 +192,6 @@ void set_progress_file(const std::string& path) {
   log_state().prog_path = path;
 }
 
-const std::string& log_base() { return log_state().base; }
-
 bool rename_by_time(const std::string& path, std::string& renamed) {
   struct stat info;
   struct tm parts;

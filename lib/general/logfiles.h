@@ -25,7 +25,6 @@ void flush_logs_at_once();  // both logs: flush now and after each line
 void set_console(bool on);  // off: nothing goes to the console, not even errors
 bool console_on();
 void set_progress_file(const std::string& path);  // the file of ProgressMode::file
-const std::string& log_base();                    // path of the logs without ".log"
 
 // Renames a file to "stem.yymmdd-hhmmss.ext" after its modification time, or to "stem.yymmdd-hhmmss-n.ext" with
 // the first n from 2 that is free: no file is overwritten. True when a rename happened; renamed is then the new

@@ -49,13 +49,6 @@ bool has_illegal_chars(const std::string& name) {
   return name.find_first_of(ILLEGAL_NAME_CHARS) != std::string::npos;
 }
 
-bool opt_given(const OptParser& p, const std::string& longopt) {
-  return std::any_of(p.given.begin(), p.given.end(), [&longopt](const std::string& names) {
-    const size_t bar = names.find('|');
-    return longopt == (bar == std::string::npos ? names : names.substr(bar + 1));
-  });
-}
-
 std::vector<OptOccurrence> GetOptAll(OptParser& p, const std::string& longopt, const std::string& shortopt,
                                      int nargmin, int nargmax, bool single, bool repeatable) {
   ASSERT(longopt.length() || shortopt.length());

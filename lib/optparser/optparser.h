@@ -46,7 +46,6 @@ struct OptParser {
 
 bool is_option_token(const std::string& text);  // "-" and then a letter, "?" or "$"
 bool has_illegal_chars(const std::string& name);
-bool opt_given(const OptParser& p, const std::string& longopt);  // got a valid value
 
 // Merges persistent file (base + ".opt.txt"), tagged file (-opt) and command line; handles -opt, -$ and -mul.
 // list_tags: tags whose content is lines of their own, not options. False after an ERROR line.

@@ -277,13 +277,6 @@ LKRstate encode_tile(const LKRtile& t, float GSD, float ppp, Vector<uint32_t>& w
 }
 }  // namespace
 
-float LKR_weight(float d) {
-  const float u = 0.75f * std::fabs(d);
-  if (u < 1) return 0.5f + 0.125f * u * u * (3 * u - 6);
-  if (u <= 2) return (2 - u) * (2 - u) * (2 - u) * 0.125f;
-  return 0;
-}
-
 uint64_t init_gmofs(const Image<uint8_t>& gTocc, int dim, Vector<int32_t>& gmofs) {
   ASSERT(gTocc.xsize() == LKR_MTSUB && gTocc.ysize() == LKR_MTSUB && dim > 0);
   gmofs.resize(LKR_MTSUB * LKR_MTSUB);
@@ -354,37 +347,4 @@ uint32_t encode_ZDS(double z, bool nodata, float s, float GSD, float density, fl
   const uint32_t scode = sv < 31 ? static_cast<uint32_t>(sv) : 31;  // not a number: 31, 7
   const uint32_t dcode = dv < 7 ? static_cast<uint32_t>(dv) : 7;
   return zcode | scode << 24 | dcode << 29;
-}
-
-void KRgrid_XYZ(const Vector<dxyz>& pos, const Vector<xyz>& v, uint64_t np, Image<xyz>& V, Image<float>& W) {
-  ASSERT(v.size() == np && pos.size() == np);
-  ASSERT(V.xsize() == W.xsize() && V.ysize() == W.ysize());
-  std::fill_n(W.val, W.size(), 0.0f);
-  std::fill_n(V.val, V.size(), xyz{0, 0, 0});
-  const double xend = V.xsize() + KSIZE, yend = V.ysize() + KSIZE;
-  f8 dx, dy, wx, wy;
-  for (uint64_t i = 0; i < np; i++) {
-    const dxyz& q = pos.val[i];
-    if (!(q.x > -KSIZE && q.y > -KSIZE && q.x < xend && q.y < yend)) continue;
-    const int bx = floor_int(q.x), by = floor_int(q.y);
-    comp_taps(static_cast<float>(q.x - bx), dx, wx);
-    comp_taps(static_cast<float>(q.y - by), dy, wy);
-    for (int j = 0; j < KSIZE; j++) {
-      const int y = by - 2 + j;
-      if (y < 0 || y >= V.ysize()) continue;
-      for (int k = 0; k < KSIZE; k++) {
-        const int x = bx - 2 + k;
-        const float w = wy[j] * wx[k];
-        if (x < 0 || x >= V.xsize() || !(w > LKR_WMIN)) continue;
-        W.row(y)[x] += w;
-        V.row(y)[x] += v.val[i] * w;
-      }
-    }
-  }
-  for (uint64_t i = 0; i < W.size(); i++) {
-    if (W.val[i] > GZ_DMINF)
-      V.val[i] /= W.val[i];
-    else
-      V.val[i] = {0, 0, NO_Z};
-  }
 }

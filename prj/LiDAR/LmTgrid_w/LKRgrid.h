@@ -21,9 +21,6 @@ constexpr float GZ_DMINF = 0.25f;  // densities of this or less give no height
 constexpr float MAXZVAR = 4.0f;    // largest variance factor of the intercept, exclusive
 constexpr int LKR_MTSUB = 32;      // microtiles along the side of a tile
 
-// Weight at a distance of d pixels.
-float LKR_weight(float d);
-
 struct alignas(32) LKRsums {  // the kernel sums of a pixel but for Syz: one vector of 8 floats
   float S0, Sx, Sxx, Sxy, Sy, Syy, Sz, Sxz;
 };
@@ -69,7 +66,3 @@ inline float decode_Z(uint32_t word) {
 }
 inline int decode_S(uint32_t word) { return static_cast<int>((word >> 24) & 31); }
 inline int decode_D(uint32_t word) { return static_cast<int>(word >> 29); }
-
-// Weighted means of scattered values with the same kernel, without the plane: np points at pos (pixels of the
-// image, x and y used) with values v. W: sums of weights, V: means, (0, 0, -9999) where W <= GZ_DMINF.
-void KRgrid_XYZ(const Vector<dxyz>& pos, const Vector<xyz>& v, uint64_t np, Image<xyz>& V, Image<float>& W);

@@ -92,12 +92,6 @@ int reg_smax_code(float smax, float GSD) {
   return std::min(grid_smax_code(smax, GSD), grid_smax_code(smax, 1.0f));
 }
 
-bool read_gZDSidx_hdr_data(const std::string& swath, GridHdr& hdr) {
-  BufBinFileIn file(256, false);
-  return file.open(cache_name(swath, EXT_GMTIDX)) && file.read(&hdr, sizeof(hdr)) && hdr.magic == GridMagic &&
-         hdr.version == GridVersion;
-}
-
 bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
   const std::string name = cache_name(swath, EXT_GMTIDX);
   const uint64_t nt = grid.TI.size();

@@ -76,8 +76,6 @@ struct GridResult {         // of LmT_grid
 // full; a mismatch is logged behind "<!> ". No ERROR but for a source whose time cannot be read.
 [[nodiscard]] bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool check_dim_full);
 
-// Reads only the header of ".gmT.idx". False, silently, when it is missing, short or of another version.
-[[nodiscard]] bool read_gZDSidx_hdr_data(const std::string& swath, GridHdr& hdr);
 // Reads ".gmT.idx" for the tile table that stands in grid.TI; all sizes are checked against those of the two
 // files. False, silently, when it is missing or does not fit.
 [[nodiscard]] bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid);

@@ -64,10 +64,6 @@ struct SwTiles {
 [[nodiscard]] bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN);
 // 1 where a microtile is occupied (more than 4 points), else 0.
 [[nodiscard]] bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<uint8_t>>& mocc);
-// Mean heights in 1/512 m (NO_I32 where empty), counts, and the index of each microtile's first point in its
-// tile.
-[[nodiscard]] bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Zm,
-                                     Vector<Image<uint32_t>>& TN, Vector<Image<uint32_t>>& ofs);
 
 // The same tables one tile at a time, in any order and from any thread: the files stay open. k is the index in
 // the tile table. False, after an ERROR line, when a file cannot be read.
@@ -87,8 +83,6 @@ class TileTables {
   PosFileIn counts_, heights_, times_;
 };
 
-// Times of all tiles of a swath.
-[[nodiscard]] bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Vt);
 // Centre times and mean heights: one sample a microtile.
 [[nodiscard]] bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
                                      Vector<Image<int32_t>>& Zm);

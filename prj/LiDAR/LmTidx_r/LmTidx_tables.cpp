@@ -53,21 +53,6 @@ bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<u
   });
 }
 
-bool read_sw_LmTidx_Zm(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Zm,
-                       Vector<Image<uint32_t>>& TN, Vector<Image<uint32_t>>& ofs) {
-  if (!read_images(path, EXT_MTZM, nt, Zm) || !read_LmTidx_tiles_TN(path, nt, TN)) return false;
-  ofs.resize(nt);
-  for (uint32_t k = 0; k < nt; k++) {
-    ofs.val[k].resize(mTsub, mTsub);
-    uint32_t first = 0;
-    for (int i = 0; i < mTn; i++) {
-      ofs.val[k].val[i] = first;
-      first += TN.val[k].val[i];
-    }
-  }
-  return true;
-}
-
 bool TileTables::open(const std::string& path, uint32_t nt, bool times) {
   const auto opened = [nt](PosFileIn& file, const std::string& name, uint64_t bytes) {
     if (!file.open(name)) return false;
@@ -98,13 +83,6 @@ bool TileTables::read_Vt(uint32_t k, Image<int32_t>& Vt) const {
 bool TileTables::read_Ct(uint32_t k, Image<int32_t>& Ct) const {
   Ct.resize(mTsub, mTsub);
   return times_.read(k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, centre), Ct.val, MT_IMG_BYTES);
-}
-
-bool read_sw_Vt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Vt) {
-  LmTtimeRec rec;
-  Vt.resize(nt);
-  return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec,
-                       [&](uint32_t k) { to_image(rec.vertex, mTsub + 1, Vt.val[k]); });
 }
 
 bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,

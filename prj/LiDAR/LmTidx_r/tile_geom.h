@@ -54,9 +54,3 @@ inline TileGeom make_tile_geom(int level) {
 // Ground position (m) of the lower or left side of the tile with this index.
 inline double tile_origin(const TileGeom& g, uint32_t index) { return index * g.Tsize + GROUND_ORIGIN; }
 
-// Index of the tile that holds a ground coordinate (m); negative left of the valid range.
-inline int64_t tile_index(const TileGeom& g, double metres) {
-  const double t = (metres - GROUND_ORIGIN) / g.Tsize;
-  const int64_t i = static_cast<int64_t>(t);
-  return t < static_cast<double>(i) ? i - 1 : i;
-}

@@ -125,36 +125,6 @@ uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ) {
   return nmt;
 }
 
-void add_Tovr_Tovr(Tovr& ovr, const Tovr& other) {
-  ASSERT(ovr.n.xsize() == other.n.xsize() && ovr.n.ysize() == other.n.ysize());
-  for (uint64_t k = 0; k < ovr.n.size(); k++) {
-    const Image<uint8_t>& from = other.n.val[k];
-    Image<uint8_t>& to = ovr.n.val[k];
-    if (from.empty()) continue;
-    if (to.empty()) to.resize(mTsub, mTsub, 0);
-    for (int i = 0; i < mTn; i++)
-      to.val[i] = static_cast<uint8_t>(to.val[i] + (from.val[i] > 0 && to.val[i] < 255));
-  }
-}
-
-uint64_t add_Tswlist_TI(Tswlist& list, const Vector<TIsxy>& TI, uint16_t sw) {
-  uint64_t ntnew = 0, ntovr = 0, ntout = 0;
-  for (const TIsxy& t : TI) {
-    int x, y;
-    if (!place_in_frame(list.frame, t.x, t.y, x, y)) {
-      ntout++;
-      continue;
-    }
-    std::vector<uint16_t>& swaths = list.sw.row(y)[x];
-    (swaths.empty() ? ntnew : ntovr)++;
-    swaths.push_back(sw);
-  }
-  LOG_LINE("add_Tswlist_TI Nsize=" << list.sw.size() << " nt=" << TI.size() << " dimx=" << list.frame.nx
-                                   << " dimy=" << list.frame.ny << " ntnew=" << ntnew << " ntovr=" << ntovr
-                                   << " ntout=" << ntout);
-  return ntout;
-}
-
 Tovr comp_Tovr2(const Tovr& ovr) {
   Tovr two = make_Tovr(ovr.frame);
   for (uint64_t k = 0; k < ovr.n.size(); k++) {

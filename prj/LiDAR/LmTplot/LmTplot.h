@@ -25,11 +25,6 @@ struct Tovr {  // overlap map of a frame of tiles
   Image<Image<uint8_t>> n;  // per tile: 32 x 32 counts of swaths, capped at 255; empty while untouched
 };
 
-struct Tswlist {  // which swaths have a tile where
-  TileInfo frame;
-  Image<std::vector<uint16_t>> sw;  // per tile, swath numbers
-};
-
 struct mTbbox {  // box in microtiles of the whole valid range: tile index * 32 + microtile index
   int64_t xmin = 0, ymin = 0, xmax = -1, ymax = -1;  // inclusive; xmax < xmin when empty
   uint64_t n = 0;                                    // microtiles counted in it
@@ -48,10 +43,6 @@ uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ);
 // Adds 1 on each occupied microtile of a reference where the map counts at least 1: ground of references only
 // is nobody's overlap. Returns the microtiles that it was added on.
 uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ);
-// Adds 1 on each microtile that has a count in another map of the same frame.
-void add_Tovr_Tovr(Tovr& ovr, const Tovr& other);
-// Appends the swath number to the list of each of its tiles. Returns the tiles outside the frame.
-uint64_t add_Tswlist_TI(Tswlist& list, const Vector<TIsxy>& TI, uint16_t sw);
 
 // The map of the microtiles with at least 2 swaths: their counts, 0 elsewhere, empty tiles where none is
 // left.

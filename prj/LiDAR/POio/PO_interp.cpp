@@ -100,12 +100,3 @@ bool SafeInterpPO(const Vector<PO>& po, double t, double dt, PO& out) {
   }
   return inside(rec, n, t);
 }
-
-void InterpPO_idx(const Vector<PO>& po, int64_t i, double f, PO& out) {
-  ASSERT(po.size());
-  const int64_t last = static_cast<int64_t>(po.size()) - 1;
-  const auto at = [&](int64_t k) -> const PO& { return po.val[std::clamp<int64_t>(k, 0, last)]; };
-  const double t = at(i).t + (at(i + 1).t - at(i).t) * f;
-  convolve(at(i - 1), at(i), at(i + 1), at(i + 2), f, out);
-  out.t = t;
-}

@@ -102,5 +102,3 @@ constexpr double PO_TTOL = 0.1;  // s, accepted beyond both ends; the end sample
 // Linear between the two records of the bracket, for sparse tracks. Outside the ends out is the end sample;
 // the result is false when that is more than PO_TTOL outside.
 [[nodiscard]] bool SafeInterpPO(const Vector<PO>& po, double t, double dt, PO& out);
-// Cubic convolution at index i + f, 0 <= f <= 1; i is clamped to the list.
-void InterpPO_idx(const Vector<PO>& po, int64_t i, double f, PO& out);

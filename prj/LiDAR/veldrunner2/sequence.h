@@ -32,7 +32,6 @@ struct ScanParam {
   int Jinit = 1;            // start of the registration (-init)
   int Jend = 0;             // final level: vertices every mTsize << Jend metres
   int DZ_sub = 4;           // subsampling of the height differences (-sub)
-  bool export_dut = false;  // the DUT file as text too
   // Plots.
   bool BB = false;      // boxes and rectangles of the swaths (-bb)
   bool OUTOBJ = false;  // plots as .obj too

@@ -344,8 +344,7 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   inter.Jend = comp_Jend(par.Jend, prj.scale.dim);
   inter.DZ_sub = par.DZ_sub;
   inter.nthreads = NTHREADS;
-  if (!reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter)) return false;
-  return !work.DOREG || !par.export_dut || export_DUT(prj.name);
+  return reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter);
 }
 
 // The index without vectors, for runs that register nothing. That of a registration of the same name stays:

@@ -57,7 +57,7 @@ TEST(OptCore, Forms) {
     EXPECT_EQ(err.text(), c.message);
     EXPECT_EQ(value, c.value);
     EXPECT_EQ(p.error, c.error);
-    EXPECT_EQ(opt_given(p, "nthreads"), value != 9);
+    EXPECT_EQ(p.given, value != 9 ? std::vector<std::string>{"N|nthreads"} : std::vector<std::string>{});
   }
 }
 

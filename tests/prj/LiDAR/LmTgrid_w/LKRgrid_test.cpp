@@ -69,15 +69,6 @@ SlowPixel slow_fit(const std::vector<xyz>& p, double scale, int px, int py) {
 }
 }  // namespace
 
-TEST(LKRgrid, KernelIsADensity) {
-  double integral = 0;
-  for (int i = -3000; i <= 3000; i++)
-    integral += static_cast<double>(LKR_weight(static_cast<float>(i) * 1e-3f)) * 1e-3;
-  EXPECT_NEAR(integral, 1, 1e-5);
-  for (float d = -3; d <= 3; d += 0.01f)
-    EXPECT_NEAR(static_cast<double>(LKR_weight(d)), slow_weight(static_cast<double>(d)), 1e-6) << d;
-}
-
 TEST(LKRgrid, PlaneGivesItsHeightAndNoRoughness) {
   const auto plane = [](double x, double y) { return 312.5 + 0.31 * x - 0.17 * y; };
   const std::vector<xyz> p = random_points(60000, -4, 36, plane);  // 37 points/m2, tile of 32 m
@@ -204,18 +195,4 @@ TEST(LKRgrid, WordsAtTheirBounds) {
     EXPECT_EQ(over, c.over);
     EXPECT_EQ(decode_Z(w), c.Z == 0 ? -9999.0f : static_cast<float>(c.Z / 1024.0 - 7500));
   }
-}
-
-TEST(LKRgrid, ScatteredValuesKeepAConstant) {
-  Vector<dxyz> pos(400);
-  Vector<xyz> v(400, xyz{1, -2, 3});
-  std::mt19937 gen(3);
-  std::uniform_real_distribution<double> at(-5, 8);  // beyond the image too; its right half stays empty
-  for (dxyz& p : pos) p = {at(gen), at(gen), 0};
-  Image<xyz> V(24, 9);
-  Image<float> W(24, 9);
-  KRgrid_XYZ(pos, v, 400, V, W);
-  EXPECT_NEAR(V(3, 4).x, 1, 1e-5);
-  EXPECT_NEAR(V(3, 4).z, 3, 1e-5);
-  EXPECT_EQ(V(20, 4).z, -9999.0f);
 }

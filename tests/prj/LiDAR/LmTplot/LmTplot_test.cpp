@@ -86,7 +86,6 @@ TEST(Overlap, CountsAndIntersectionsAreThoseOfSets) {
   EXPECT_EQ(box.ymax, two.rbegin()->first);
   const Tocc cut = inter_TLocc_Tovr(to_Tocc(a), ovr);
   EXPECT_EQ(to_cells(cut), in_a);
-  EXPECT_EQ(to_cells(inter_TLocc_Tovr(to_Tocc(a), comp_Tovr2(ovr))), in_a);
   EXPECT_TRUE(inter_TLocc_Tovr(to_Tocc(disc(435, 435, 8)), ovr).empty()) << "no overlap: nothing to grid";
 
   Cells both;
@@ -109,9 +108,6 @@ TEST(Overlap, TilesOutsideTheFrameAreCounted) {
   const Tocc occ = to_Tocc(disc(370, 370, 30));
   EXPECT_EQ(add_Tovr_Tocc(ovr, occ), occ.size());
   EXPECT_TRUE(comp_mTbbox_Tovr(ovr, 1).empty());
-  Tswlist list{ovr.frame, Image<std::vector<uint16_t>>(2, 2)};
-  EXPECT_EQ(add_Tswlist_TI(list, table_of(frame_of(49, 50, 2, 2)), 3), 2u);
-  EXPECT_EQ(list.sw(0, 0), std::vector<uint16_t>{3});
   Image<uint8_t> img;
   const auto nout = std::count_if(occ.begin(), occ.end(), [](const ToccTile& t) { return t.x != 10; });
   EXPECT_EQ(img_Tocc(occ, frame_of(10, 10, 1, 4), img), static_cast<uint64_t>(nout));

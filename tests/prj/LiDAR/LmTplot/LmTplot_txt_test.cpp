@@ -33,16 +33,3 @@ TEST(TextPlots, BoxesAndRectanglesAreClosedPolygons) {
   EXPECT_FALSE(exists(name + "_mbr.obj"));
   EXPECT_FALSE(write_MBR(dir.path + "/none/p", {plot(0, 1)}, false, false));
 }
-
-TEST(TextPlots, ImagesListTheirPixels) {
-  TempDir dir;
-  Image<uint32_t> n(2, 2, 0);
-  n(1, 0) = 7;
-  ASSERT_TRUE(mtiles_plot_Nimg(dir.path + "/n", n, 100, 200, 4));
-  EXPECT_EQ(read_text(dir.path + "/n.img.txt"), "X Y NPts\n104 200  7\n");
-  Image<xyz> v(2, 1, xyz{0, 0, -9999});
-  v(1, 0) = {0.5f, -0.25f, 1};
-  ASSERT_TRUE(mtiles_plot_vecimg(dir.path + "/v.txt", v, 100, 200, 4));
-  EXPECT_EQ(read_text(dir.path + "/v.txt"),
-            "X Y Vector{X Y Z} (no data -9999)\n100 200  -9999 -9999 -9999\n104 200  0.500 -0.250 1.000\n");
-}
