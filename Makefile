@@ -1,14 +1,19 @@
 # Two commands that do everything on a fresh machine: "make demo" and "make test".
-.PHONY: setup build demo test bench install deb check_deb fuzz
+.PHONY: setup programs build demo test bench install deb check_deb fuzz
 
 setup:
 	scripts/setup.sh
+
+# What a user runs: no tests, no benchmarks.
+programs: setup
+	cmake --preset release
+	cmake --build --preset release --target veldrunner veldsim veldscore
 
 build: setup
 	cmake --preset release
 	cmake --build --preset release
 
-demo: build
+demo: programs
 	scripts/demo.sh
 
 test: build
