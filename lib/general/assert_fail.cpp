@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "lib/general/crash.h"
 #include "lib/general/log.h"
 #include "lib/general/log_internal.h"
 
@@ -58,11 +59,11 @@ void assert_failed_index(const char* cond, const char* name, int64_t value, cons
 }
 
 void alloc_failed(const char* tag, uint64_t n, uint64_t bytes) {
-  report_and_abort(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(n) + " x " +
-                   std::to_string(bytes));
+  end_in_error(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(n) + " x " +
+               std::to_string(bytes));
 }
 
 void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t bytes) {
-  report_and_abort(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(xsize) +
-                   " x " + std::to_string(ysize) + " x " + std::to_string(bytes));
+  end_in_error(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(xsize) + " x " +
+               std::to_string(ysize) + " x " + std::to_string(bytes));
 }

@@ -1,5 +1,5 @@
 // lib/general/assert_fail.h
-// ASSERT and the allocation failure report: both write one ERROR line and abort.
+// ASSERT and the allocation failure report: both write one ERROR line; ASSERT aborts.
 // Here:     the macro and its entry points, free of streams so that hot headers stay small.
 // Not here: the log itself (log.h), the crash report that follows the abort (crash.h).
 #pragma once
@@ -12,9 +12,13 @@
 [[noreturn]] void assert_failed_index(const char* cond, const char* name, int64_t value, const char* func,
                                       const char* type, int line, const char* file);
 
-// Reports "ERROR: <tag> allocation failed, size n x bytes" (an image: x size, y size, bytes) and aborts.
+// Writes "ERROR: <tag> allocation failed, size n x bytes" (an image: x size, y size, bytes) and ends the run with
+// exit value 1: the size tells the reason, a stack would not.
 [[noreturn]] void alloc_failed(const char* tag, uint64_t n, uint64_t bytes);
 [[noreturn]] void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t bytes);
+
+// The same for an allocation by new that failed on this thread.
+[[noreturn]] void allocation_failed();
 
 // For faults of the program, never of the input. Always compiled in.
 #define ASSERT(cond)                                      \

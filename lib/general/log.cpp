@@ -1,5 +1,7 @@
 #include "lib/general/log.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <iomanip>
 #include <thread>
@@ -37,10 +39,14 @@ LogState& log_state() {
 
 LogLock::LogLock() : owned_(true) {
   LogState& log = log_state();
-  if (log.crashed)
+  if (log.crashed && pthread_equal(pthread_self(), log.reporter)) {
     owned_ = log.mutex.try_lock_for(std::chrono::seconds(1));
-  else
-    log.mutex.lock();
+    return;
+  }
+  log.mutex.lock();
+  if (!log.crashed) return;
+  log.mutex.unlock();
+  for (;;) pause();
 }
 LogLock::~LogLock() {
   if (owned_) log_state().mutex.unlock();

@@ -16,20 +16,22 @@ struct LogState {
   std::string base;        // path of the logs without ".log" or "_b.log"
   std::string stem;        // the same for a run that shares its logs: where the logs of all runs begin
   std::string lock_path;   // empty while no lock is held
+  std::string lock_note;   // whose lock was taken over; empty otherwise
   std::string prog_path;   // progress file, empty for none
   pthread_t main_thread;
   clock_t clock_start = 0;
   time_t time_start = 0;
   bool console = true;
-  bool progress_pending = false;     // a progress line stands on the console without its line end
-  std::atomic<bool> crashed{false};  // a crash report has begun
+  bool progress_pending = false;      // a progress line stands on the console without its line end
+  std::atomic<bool> crashed{false};   // a crash report has begun
+  std::atomic<pthread_t> reporter{};  // the thread that writes it
 };
 
 // Constructed before main() by the main thread and never destroyed, so that late writers find it.
 LogState& log_state();
 
-// Holds the log mutex. After a crash report has begun the wait is bounded, since the thread that crashed may
-// be the owner; the text then goes out unguarded.
+// Holds the log mutex. After a crash report has begun all threads but the reporting one stop here. Its own
+// wait is bounded, since the thread that crashed may be the owner; the text then goes out unguarded.
 class LogLock {
  public:
   LogLock();

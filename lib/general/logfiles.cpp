@@ -1,6 +1,5 @@
 #include "lib/general/logfiles.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,6 +54,14 @@ void open_log(std::ofstream& file, const std::string& path) {
   if (!file) std::fprintf(stderr, "ERROR: failed to open log file '%s' \n", path.c_str());
 }
 
+// After a crash the memory of a stream may not be given back: another thread may hold the lock of it for ever.
+void close_log(const LogState& log, std::ofstream& file) {
+  if (log.crashed)
+    file.flush();
+  else
+    file.close();
+}
+
 // Copies a log of this run. One of an earlier run stays beside it under its time.
 void copy_log(const std::string& path, const std::string& outdir, const std::string& base) {
   const std::string copy = change_directory(path, outdir);
@@ -66,11 +73,7 @@ void copy_log(const std::string& path, const std::string& outdir, const std::str
 }
 
 // What stands between the stem of the logs and the process number in the logs of a run that has its own.
-std::string own_ending() {
-  char host[256] = "";
-  if (gethostname(host, sizeof host - 1) != 0) host[0] = '\0';
-  return std::string("_mul_") + host + "_";
-}
+std::string own_ending() { return "_mul_" + host_name() + "_"; }
 
 // Deletes the logs of runs of this machine that had their own and have ended.
 void delete_own_logs(const std::string& stem) {
@@ -94,24 +97,6 @@ bool rename_to_free(const std::string& from, const std::string& to) {
 }
 }  // namespace
 
-bool take_lock(const std::string& base, const std::string& program, bool report) {
-  const std::string path = base + ".lock";
-  const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644);
-  if (fd >= 0) {
-    close(fd);
-    const LogLock lock;
-    log_state().lock_path = path;
-    return true;
-  }
-  if (!report) return false;
-  if (errno == EEXIST)
-    std::fprintf(stderr, "ERROR: one instance of %s is already running!\nfile \"%s\" found.\n",
-                 program.c_str(), path.c_str());
-  else
-    std::fprintf(stderr, "ERROR: could not create file \"%s\"\n", path.c_str());
-  return false;
-}
-
 void open_logs(const std::string& stem, const std::string& program, const std::string& execpath,
                const std::string& defaults, bool own_logs) {
   const std::string base = own_logs ? stem + own_ending() + std::to_string(getpid()) : stem;
@@ -132,6 +117,7 @@ void open_logs(const std::string& stem, const std::string& program, const std::s
                << "execpath \"" << execpath << "\"\n"
                << "dir \"" << dir << "\"\n"
                << "Default " << defaults << '\n';
+  if (!log.lock_note.empty()) log.main_log << log.lock_note << '\n';
   if (was_renamed) log.main_log << "Renamed existing " << base_name(base) << ".log using timestamp\n";
   open_log(log.back_log, base + "_b.log");
   log.back_log << "[background thread log]\n";
@@ -153,7 +139,7 @@ void end_logs(const std::string& outdir, bool copy, bool clear_old, int code) {
     log.main_log << "EXIT=" << (code == 0 ? "OK" : "FAIL") << '\n'
                  << time_text << '\n'
                  << "Log ended: " << date_text();
-    log.main_log.close();
+    close_log(log, log.main_log);
   }
   const bool do_copy = were_open && copy && !outdir.empty();
   if (do_copy) copy_log(log.base + ".log", outdir, log.base);
@@ -161,7 +147,7 @@ void end_logs(const std::string& outdir, bool copy, bool clear_old, int code) {
     const LogLock lock;
     if (log.crashed) log.back_log << '\n';  // its last line may have been cut off
     log.back_log << "EXIT_CODE=" << code << '\n' << time_text << '\n';
-    log.back_log.close();
+    close_log(log, log.back_log);
   }
   if (do_copy) copy_log(log.base + "_b.log", outdir, log.base);
 

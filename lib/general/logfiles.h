@@ -5,8 +5,9 @@
 #pragma once
 #include <string>
 
-// Takes the instance lock, base + ".lock". False when the file is there already or cannot be created, with
-// report after a text on standard error; no log is open at that time.
+// Takes the instance lock, base + ".lock", which holds process, its start and host. A lock whose process has
+// ended on this host is taken over, with a WARNING that open_logs() repeats in the log. False when the file is
+// there already or cannot be created, with report after a text on standard error; no log is open at that time.
 [[nodiscard]] bool take_lock(const std::string& base, const std::string& program, bool report = true);
 
 // Opens base + ".log" and base + "_b.log", or with own_logs base + "_mul_<host>_<process>.log" and
@@ -21,6 +22,7 @@ void open_logs(const std::string& base, const std::string& program, const std::s
 // them, and removes the lock. Code 0 is success.
 void end_logs(const std::string& outdir, bool copy, bool clear_old, int code);
 
+std::string host_name();    // of this machine
 void flush_logs_at_once();  // both logs: flush now and after each line
 void set_console(bool on);  // off: nothing goes to the console, not even errors
 bool console_on();

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
+#include "lib/general/logfiles.h"
 #include "tests/run/program.h"
 
 namespace {
@@ -79,7 +81,8 @@ TEST(Run, OnlyOneInstanceUnlessMul) {
   const RunOutput refused = second.run({"-clear_log", "-c"});
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.err, "ERROR: one instance of veldrunner is already running!\nfile \"" + program.base +
-                             ".lock\" found.\n");
+                             ".lock\" found.\nheld by process " + std::to_string(first) + " on " +
+                             host_name() + "\n");
   const RunOutput multiple = second.run({"-mul", "-version"});
   EXPECT_EQ(files_of(program.home.path, "veldrunner_mul_", ".log").size(), 2u) << "logs of its own";
   EXPECT_EQ(multiple.code, 0);
@@ -97,7 +100,7 @@ TEST(Run, OnlyOneInstanceUnlessMul) {
 // Help and version need neither the lock nor the logs, which are those of another run.
 TEST(Run, HelpAndVersionLeaveARunningInstanceAlone) {
   const Program program;
-  write_text(program.base + ".lock", "");
+  write_text(program.base + ".lock", std::to_string(getpid()) + " - " + host_name() + "\n");
   write_text(program.base + ".log", "of the other run");
   for (const char* const text : {"-h", "-help", "--help", "-v", "-version", "--version"}) {
     const RunOutput shown = program.run({text});

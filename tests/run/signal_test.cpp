@@ -8,29 +8,39 @@
 #include "tests/support/signal_cases.h"
 
 #ifndef VELD_SANITIZED
-TEST(Signals, EachOfTenEndsTheRunWithAReport) {
+namespace {
+const std::vector<std::string> ALIGN = {"-align",  "-utm", "33",    "-po", "traj.out", "-i",     "L*.las",
+                                        "-tmpdir", "t",    "-odir", "o",   "-out",     "*_c.las"};
+
+// Neither corrected swaths nor parts of results.
+void ExpectNoResults(const std::string& dir) {
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    EXPECT_NE(entry.path().extension(), ".las") << entry.path();
+    EXPECT_NE(entry.path().extension(), ".part") << entry.path();
+  }
+}
+}  // namespace
+
+TEST(Signals, EachEndsTheRunWithAReport) {
   const Program program;
   const std::string& work = program.work.path;
   ASSERT_TRUE(simulate(work));
   for (const SignalCase& s : SIGNAL_CASES) {
     SCOPED_TRACE(s.label);
     const std::string heading = std::string("[") + s.label + " - ABNORMAL TERMINATION]\n0  ";
-    RunOutput r;
-    // A signal in the middle of an allocation leaves no report, only its exit value and no lock: then again.
-    for (int attempt = 0; attempt < 4 && !holds(r.err, heading); attempt++) {
-      for (const char* const dir : {"/t", "/o"}) {
-        std::filesystem::remove_all(work + dir);
-        std::filesystem::create_directory(work + dir);
-      }
-      std::filesystem::remove(program.base + ".log");
-      const pid_t pid = program.start({"-align", "-utm", "33", "-po", "traj.out", "-i", "L*.las", "-tmpdir",
-                                       "t", "-odir", "o", "-out", "*_c.las", "-log_flush", "-nthreads", "1"});
-      for (int i = 0; i < 5000 && !holds(program.log(), "TILING: swaths"); i++) usleep(1000);
-      ASSERT_EQ(kill(pid, s.number), 0);
-      r = program.finish(pid);
-      EXPECT_EQ(r.code, s.code);
-      EXPECT_FALSE(exists(program.base + ".lock"));
+    for (const char* const dir : {"/t", "/o"}) {
+      std::filesystem::remove_all(work + dir);
+      std::filesystem::create_directory(work + dir);
     }
+    std::filesystem::remove(program.base + ".log");
+    std::vector<std::string> args = ALIGN;
+    args.insert(args.end(), {"-log_flush", "-nthreads", "1"});
+    const pid_t pid = program.start(args);
+    for (int i = 0; i < 5000 && !holds(program.log(), "TILING: swaths"); i++) usleep(1000);
+    ASSERT_EQ(kill(pid, s.number), 0);
+    const RunOutput r = program.finish(pid);
+    EXPECT_EQ(r.code, s.code);
+    EXPECT_FALSE(exists(program.base + ".lock"));
     EXPECT_TRUE(holds(r.err, heading)) << r.err;
     EXPECT_TRUE(
         holds(r.err, "WARNING: logs not copied to output directory, see " + program.base + "*.log\n"));
@@ -38,12 +48,53 @@ TEST(Signals, EachOfTenEndsTheRunWithAReport) {
     EXPECT_TRUE(holds(log, "\n" + heading));
     EXPECT_TRUE(holds(log, "\nEXIT=FAIL\nTOTAL TIME: Clock=") && holds(log, "\nLog ended: ")) << log;
     EXPECT_TRUE(holds(read_text(program.base + "_b.log"), "\nEXIT_CODE=1\n"));
-    for (const auto& entry : std::filesystem::directory_iterator(work + "/o"))
-      EXPECT_NE(entry.path().extension(), ".las") << entry.path();
+    ExpectNoResults(work + "/o");
   }
   // What was left lying about is no obstacle to the next run.
-  const RunOutput r = program.run({"-align", "-utm", "33", "-po", "traj.out", "-i", "L*.las", "-tmpdir", "t",
-                                   "-odir", "o", "-out", "*_c.las"});
+  const RunOutput r = program.run(ALIGN);
   EXPECT_EQ(r.code, 0) << r.err;
+}
+
+// Signals at any moment of the start: in an allocation, in the parser, while logs are opened. Before the handlers
+// stand the process simply dies, and has no lock yet.
+TEST(Signals, EarlyOnesLeaveNoLockAndAClosedLog) {
+  const Program program;
+  const std::string& work = program.work.path;
+  ASSERT_TRUE(simulate(work));
+  for (const char* const dir : {"/t", "/o"}) std::filesystem::create_directory(work + dir);
+  int nreported = 0;
+  for (int i = 0; i < 40; i++) {
+    std::filesystem::remove(program.base + ".log");
+    const pid_t pid = program.start(ALIGN);
+    usleep(static_cast<useconds_t>(1500 * i));
+    kill(pid, SIGTERM);
+    const RunOutput r = program.finish(pid);
+    EXPECT_TRUE(r.code == 143 || r.code == -1 || r.code == 0) << r.code;
+    EXPECT_FALSE(exists(program.base + ".lock"));
+    const std::string log = program.log();
+    if (!log.empty()) EXPECT_TRUE(holds(log, "\nLog ended: ")) << log;
+    nreported += r.code == 143;
+  }
+  EXPECT_GT(nreported, 10);
+}
+
+// A run that was killed outright leaves its lock; the next one takes it over and says so.
+TEST(Signals, TheLockOfAKilledRunIsTakenOver) {
+  const Program program;
+  const std::string& work = program.work.path;
+  ASSERT_TRUE(simulate(work));
+  for (const char* const dir : {"/t", "/o"}) std::filesystem::create_directory(work + dir);
+  const pid_t pid = program.start(ALIGN);
+  ASSERT_TRUE(wait_for(program.base + ".log"));
+  kill(pid, SIGKILL);
+  program.finish(pid);
+  ASSERT_TRUE(exists(program.base + ".lock"));
+  const RunOutput r = program.run(ALIGN);
+  EXPECT_EQ(r.code, 0) << r.err;
+  const std::string note =
+      "WARNING: lock of process " + std::to_string(pid) + " taken over, it ended without removing it\n";
+  EXPECT_TRUE(holds(r.err, note)) << r.err;
+  EXPECT_TRUE(holds(program.log(), note));
+  EXPECT_FALSE(exists(program.base + ".lock"));
 }
 #endif
