@@ -20,11 +20,11 @@ bool LasOutFile::fail(const std::string& what) {
 
 bool LasOutFile::open(const std::string& name, const std::vector<std::string>& sources, std::string& error) {
   name_ = name;
-  part_ = name + ".part";
-  bool is_source = las_is_open_for_reading(name_) || las_is_open_for_reading(part_);
-  const bool exists = file_mode(name_) >= 0 || file_mode(part_) >= 0;  // else it is no file at all yet
+  const std::string part = ResultFile::part_of(name);
+  bool is_source = las_is_open_for_reading(name) || las_is_open_for_reading(part);
+  const bool exists = file_mode(name) >= 0 || file_mode(part) >= 0;  // else it is no file at all yet
   for (size_t i = 0; exists && !is_source && i < sources.size(); i++)
-    is_source = same_file(name_, sources[i]) || same_file(part_, sources[i]);
+    is_source = same_file(name, sources[i]) || same_file(part, sources[i]);
   if (is_source) {
     error = "output is a source file";
     return false;
@@ -33,9 +33,11 @@ bool LasOutFile::open(const std::string& name, const std::vector<std::string>& s
     error = "is a directory";
     return false;
   }
-  fd_ = ::open(part_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
+  result_.begin(name);
+  fd_ = ::open(part.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (fd_ < 0) {
     error = std::strerror(errno);
+    result_.forget();
     return false;
   }
   buffer_.reserve(BUFFER);
@@ -84,8 +86,8 @@ bool LasOutFile::finish() {
   fd_ = -1;
   bool ok = ::close(fd) == 0;  // a full disk may show up only here
   if (!ok) fail("close error");
-  if (ok && ::rename(part_.c_str(), name_.c_str()) != 0) ok = fail("rename error");
-  if (!ok) ::unlink(part_.c_str());
+  if (ok && !result_.commit()) ok = fail("rename error");
+  if (!ok) result_.give_up();
   return ok;
 }
 
@@ -93,5 +95,5 @@ void LasOutFile::discard() {
   if (fd_ < 0) return;
   ::close(fd_);
   fd_ = -1;
-  ::unlink(part_.c_str());
+  result_.give_up();
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "lib/general/result_file.h"
+
 class LasOutFile {
  public:
   LasOutFile() = default;
@@ -33,5 +35,6 @@ class LasOutFile {
   int fd_ = -1;
   uint64_t written_ = 0;
   std::vector<uint8_t> buffer_;
-  std::string name_, part_, error_;
+  std::string name_, error_;
+  ResultFile result_{false};  // its failures are told by error()
 };

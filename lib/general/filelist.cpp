@@ -12,6 +12,7 @@
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "lib/general/txtfile.h"
 
 namespace {
@@ -233,9 +234,10 @@ bool copy_file(const std::string& from, const std::string& to, bool report) {
   const int64_t size = file_size(from);
   BufBinFileIn in(BULK_BUFFER, report);
   if (!in.open(from)) return false;
-  const std::string part = to + ".part";
+  ResultFile result(report);
+  result.begin(to);
   BufBinFileOut out(BULK_BUFFER, report);
-  bool good = out.open(part, 0);
+  bool good = out.open(result.part(), 0);
   std::vector<char> block(BULK_BUFFER);
   for (int64_t left = size; good && left > 0;) {
     const uint64_t n = static_cast<uint64_t>(std::min<int64_t>(left, BULK_BUFFER));
@@ -243,9 +245,7 @@ bool copy_file(const std::string& from, const std::string& to, bool report) {
     left -= static_cast<int64_t>(n);
   }
   if (!out.close()) good = false;
-  if (good && rename_file(part, to)) return true;
-  remove_file(part);
-  return false;
+  return good && result.commit();
 }
 
 bool dum_chk_dir_eq(const std::string& a, const std::string& b) {

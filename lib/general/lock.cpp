@@ -98,7 +98,6 @@ bool take_over(const std::string& path, Owner& owner) {
 }
 
 void hold(const std::string& path, const std::string& note) {
-  const LogLock lock;
   log_state().lock_path = path;
   log_state().lock_note = note;
 }
@@ -111,6 +110,7 @@ std::string host_name() {
 
 bool take_lock(const std::string& base, const std::string& program, bool report) {
   const std::string path = base + ".lock";
+  const LogLock whole;  // a signal in between waits until the lock is known, and removes it
   bool exists = true;
   for (int attempt = 0; attempt < 3 && exists && (attempt == 0 || file_mode(path) < 0); attempt++) {
     if (create_lock(path)) {

@@ -82,6 +82,12 @@ bool same_file(const std::string& a, const std::string& b) {
   struct stat ia, ib;
   return get_stat(a, ia) && get_stat(b, ib) && ia.st_dev == ib.st_dev && ia.st_ino == ib.st_ino;
 }
+bool name_fits(const std::string& path) {
+  std::string dir, name;
+  split_path(path, dir, name);
+  const long limit = pathconf(dir.empty() ? "." : dir.c_str(), _PC_NAME_MAX);
+  return (limit < 0 || name.size() <= static_cast<size_t>(limit)) && path.size() < PATH_MAX;
+}
 std::string real_path(const std::string& path) {
   char* const text = realpath(path.c_str(), nullptr);
   const std::string result = text ? text : path;

@@ -19,7 +19,9 @@ bool is_directory(const std::string& path);
 int64_t file_size(const std::string& path);                  // bytes; -1 when absent
 int64_t file_mtime(const std::string& path);                 // modification time in seconds; -1 when absent
 bool same_file(const std::string& a, const std::string& b);  // same device and inode, both existing
-std::string real_path(const std::string& path);              // unchanged when it cannot be resolved
+// Whether the file system takes a file name and a path of this length; the directory must exist.
+bool name_fits(const std::string& path);
+std::string real_path(const std::string& path);  // unchanged when it cannot be resolved
 bool remove_file(const std::string& path);
 bool rename_file(const std::string& from, const std::string& to);
 // The same for a result that was written beside its final name; an ERROR line says why it failed.

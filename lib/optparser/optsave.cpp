@@ -1,8 +1,7 @@
 #include <algorithm>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "lib/optparser/optparser.h"
 #include "lib/optparser/opttags.h"
 
@@ -26,9 +25,8 @@ void SaveOptionFile(const OptParser& p, const std::string& path, const std::stri
                     const std::string& dir) {
   LOG_ENTER("SaveOptionFile '" << path << "'");
   LOG_MSG("Saving command line and other options to file " << path);
-  const std::string part = path + ".part";
-  TxtFileOut out(false);
-  bool good = out.open(part, 0);
+  ResultFile out(false);
+  bool good = out.open(path);
   if (good) {
     out.fs << "<opt soft=\"" << soft << "\">\n";
     if (!p.tag_lines.empty()) {
@@ -43,9 +41,7 @@ void SaveOptionFile(const OptParser& p, const std::string& path, const std::stri
         if (!overridden(p, line)) out.fs << line << '\n';
     }
     out.fs << "</opt>\n";
-    good = out.close() && rename_file(part, path);
+    good = out.commit();
   }
-  if (good) return;
-  remove_file(part);
-  WARNING_MSG("failed to save option file " << path);
+  if (!good) WARNING_MSG("failed to save option file " << path);
 }

@@ -176,6 +176,9 @@ TEST_F(Messages, CommandsAndExclusions) {
        {"ERROR: option -out_metre is not available yet: reports are always in metres",
         "ERROR: option -quality is not available yet: maps and plots are not drawn",
         "ERROR: option -gcp_dz is not available yet: control points are not read"}},
+      {{"-reg", "-i", "a.las", "-name", std::string(240, 'n')},
+       {"ERROR: name too long for the results, use a shorter -name: ./" + std::string(240, 'n') +
+        "_DXYZcorr_stat.log.part"}},
       {{"-las_read_check", "none.las"}, {"ERROR: could not find file none.las"}},
   });
 }

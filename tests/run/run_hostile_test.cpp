@@ -87,3 +87,23 @@ TEST(RunHostile, PointFilesThatLie) {
     EXPECT_EQ(c.bytes, std::filesystem::is_directory(path) ? "" : read_text(path));  // sources stay
   }
 }
+
+// Names that only the writing would find too long stop the run before its work.
+TEST(RunHostile, NamesTooLongForTheirOutputsAreFoundFirst) {
+  const Program program;
+  const std::string stem(215, 's');
+  write_test_las(program.work.path + "/" + stem + ".las", fly_line({}));
+  const RunOutput cache = program.run({"-scan", "-i", "*.las"});
+  EXPECT_EQ(cache.code, 1);
+  EXPECT_TRUE(holds(cache.err,
+                    "ERROR: name too long for the cache of a swath, use a shorter name of the swath or "
+                    "another -tmpdir: "))
+      << cache.err;
+  EXPECT_FALSE(holds(cache.out, "TILING"));
+  write_test_las(program.work.path + "/a.las", fly_line({}));
+  write_text(program.work.path + "/t.out", "x");
+  const RunOutput out = program.run(
+      {"-align", "-i", "a.las", "-po", "t.out", "-utm", "33", "-out", std::string(249, 'p') + "*.las"});
+  EXPECT_EQ(out.code, 1);
+  EXPECT_TRUE(holds(out.err, "ERROR: name too long for a corrected swath, use -out: ")) << out.err;
+}

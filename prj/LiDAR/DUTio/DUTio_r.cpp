@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/DUTio/DUTio_internal.h"
 
@@ -94,8 +95,8 @@ bool export_DUT(const std::string& name) {
   BufBinFileIn in(BULK_BUFFER);
   DUTHdr hdr;
   if (!open_DUT(file, in, hdr)) return false;
-  TxtFileOut out(true);
-  if (!out.open(text + ".part", 0)) return false;
+  ResultFile out;
+  if (!out.open(text)) return false;
   out.fs << "X Y Z Disp{X Y Z} Unc{X Y Z} Time1 Time2 Pair#\n";
   const double unit = 1.0 / idx.feet();
   const uint64_t n = idx.nvec();
@@ -117,12 +118,7 @@ bool export_DUT(const std::string& name) {
       out.fs << r.Time1 << ' ' << r.Time2 << ' ';
     out.fs << r.Pair << '\n';
   }
-  ok = out.close() && ok;
-  ok = ok && publish_file(text + ".part", text);
-  if (!ok) {
-    remove_file(text + ".part");
-    return false;
-  }
+  if (!ok || !out.commit()) return false;
   LOG_MSG1("Exported DUT as ascii file " << text << " (" << n << " vectors)");
   LOG_LINE("nreg=" << idx.nreg << " tnok=" << tnok << " tnpt=" << n);
   return true;

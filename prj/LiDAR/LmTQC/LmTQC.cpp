@@ -6,8 +6,8 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "lib/general/timing.h"
-#include "lib/general/txtfile.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/tuning.h"
@@ -144,8 +144,8 @@ bool write_DZcorr_log(const std::string& name, const std::vector<SwPair>& pairs,
   const bool km = total.area >= 1e6;
   const char* unit_name = km ? "km2" : "m2";
   const double unit = km ? 1e6 : 1;
-  TxtFileOut out(true);
-  if (!out.open(name + ".part", 0)) return false;
+  ResultFile out;
+  if (!out.open(name)) return false;
   out.fs << DZ_STAT_HEADER << unit_name << '\n';
   for (size_t i = 0; i < stats.size(); i++) {
     const DZstat& s = stats[i];
@@ -156,9 +156,7 @@ bool write_DZcorr_log(const std::string& name, const std::vector<SwPair>& pairs,
   }
   out.fs << "\nNPairs StdDev RMS Area:" << unit_name << '\n'
          << total.nused << ' ' << total.stddev << ' ' << total.rms << ' ' << total.area / unit << '\n';
-  if (out.close() && publish_file(name + ".part", name)) return true;
-  remove_file(name + ".part");
-  return false;
+  return out.commit();
 }
 }  // namespace
 

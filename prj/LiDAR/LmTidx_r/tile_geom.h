@@ -53,4 +53,3 @@ inline TileGeom make_tile_geom(int level) {
 
 // Ground position (m) of the lower or left side of the tile with this index.
 inline double tile_origin(const TileGeom& g, uint32_t index) { return index * g.Tsize + GROUND_ORIGIN; }
-

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "lib/general/log.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 
 namespace {
@@ -48,7 +48,7 @@ std::string date_time(double t, bool adj) {
 
 double mega(uint64_t n) { return static_cast<double>(n) * 1e-6; }
 
-void write_common(TxtFileOut& out, const Project& prj, size_t i, const SwathStat& s, const LengthUnit& u) {
+void write_common(ResultFile& out, const Project& prj, size_t i, const SwathStat& s, const LengthUnit& u) {
   const Swath& sw = prj.swaths[i];
   out.fs << i << ' ' << sw.group << ' ' << sw.channel << ' ' << (sw.mainch == static_cast<int>(i)) << ' '
          << mega(s.info.np) << ' ' << s.info.nt << ' ' << s.info.nmt << ' ' << s.length * u.factor << ' '
@@ -58,7 +58,7 @@ void write_common(TxtFileOut& out, const Project& prj, size_t i, const SwathStat
          << ' ';
 }
 
-void write_mobile(TxtFileOut& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
+void write_mobile(ResultFile& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
   out.fs << "Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter
          << "m Area:" << u.letter << "m2 Heading Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed "
          << "DateTimeMin DateTimeMax Amin Amax AdjGPS RO WRO TimeRes DTmax Dev Devmax\n";
@@ -75,7 +75,7 @@ void write_mobile(TxtFileOut& out, const Project& prj, const ProjectStat& stat, 
   out.fs << '\n';
 }
 
-void write_reference(TxtFileOut& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
+void write_reference(ResultFile& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
   const bool any = std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
   if (!any) return;
   out.fs << "RefSwath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter
@@ -89,7 +89,7 @@ void write_reference(TxtFileOut& out, const Project& prj, const ProjectStat& sta
   out.fs << '\n';
 }
 
-void write_project(TxtFileOut& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
+void write_project(ResultFile& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
   double lo[3] = {1e30, 1e30, 1e30}, hi[3] = {-1e30, -1e30, -1e30};
   double distance = 0, time = 0, maxdt = 0, maxdev = 0;
   uint64_t nt = 0;
@@ -125,10 +125,10 @@ bool write_sw_stat(const Project& prj, const ProjectStat& stat) {
   double longest = 0;
   for (const SwathStat& s : stat.swaths) longest = std::max(longest, s.length);
   const LengthUnit unit = longest >= KM_FROM ? LengthUnit{"k", 1e-3} : LengthUnit{"", 1.0};
-  TxtFileOut out(true);
-  if (!out.open(name, 0)) return false;
+  ResultFile out;
+  if (!out.open(name)) return false;
   write_mobile(out, prj, stat, unit);
   write_reference(out, prj, stat, unit);
   write_project(out, prj, stat, unit);
-  return out.close();
+  return out.commit();
 }

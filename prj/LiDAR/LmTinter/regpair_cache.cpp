@@ -6,6 +6,7 @@
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 #include "prj/LiDAR/tuning.h"
@@ -120,9 +121,8 @@ bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg) {
   const std::string name = regpair_name(now) + ".rpc.idx";
   RegpairIdx idx = now;
   idx.okreg = okreg;
+  ResultFile result;
+  result.begin(name);
   BufBinFileOut out(256);
-  if (out.open(name + ".part", 0) && out.write(&idx, sizeof(idx)) && out.close())
-    return publish_file(name + ".part", name);
-  remove_file(name + ".part");
-  return false;
+  return out.open(result.part(), 0) && out.write(&idx, sizeof(idx)) && out.close() && result.commit();
 }

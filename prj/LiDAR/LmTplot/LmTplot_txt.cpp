@@ -1,18 +1,16 @@
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
 
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 
 namespace {
 // A closed polygon of four corners per swath, as text and, with outobj, as .obj.
 template <typename Corners>
 bool write_polygons(const std::string& name, const char* suffix, const std::vector<SwathPlot>& swaths,
-                    bool outobj, bool app, Corners corners) {
+                    bool outobj, Corners corners) {
   const std::string file = name + suffix;
-  TxtFileOut txt(true);
-  if (!txt.open(file + ".txt", app ? 1 : 0)) return false;
-  if (!app) txt.fs << "X Y Swath# Group#\n";
-  TxtFileOut obj(true);
-  if (outobj && !obj.open(file + ".obj", app ? 1 : 0)) return false;
+  ResultFile txt, obj;
+  if (!txt.open(file + ".txt") || (outobj && !obj.open(file + ".obj"))) return false;
+  txt.fs << "X Y Swath# Group#\n";
   for (const SwathPlot& s : swaths) {
     double c[4][2];
     corners(s.info, c);
@@ -23,7 +21,7 @@ bool write_polygons(const std::string& name, const char* suffix, const std::vect
     }
     if (outobj) obj.fs << "l -1 -2 -3 -4 -5\n";
   }
-  return txt.close() && (!outobj || obj.close());
+  return txt.commit() && (!outobj || obj.commit());
 }
 
 void box_corners(double x0, double y0, double x1, double y1, double (*c)[2]) {
@@ -36,15 +34,15 @@ void box_corners(double x0, double y0, double x1, double y1, double (*c)[2]) {
 
 }  // namespace
 
-bool write_MBR(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj, bool app) {
-  return write_polygons(name, "_mbr", swaths, outobj, app, [](const LTidxInfo& info, double(*c)[2]) {
+bool write_MBR(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj) {
+  return write_polygons(name, "_mbr", swaths, outobj, [](const LTidxInfo& info, double(*c)[2]) {
     for (int i = 0; i < 4; i++)
       for (int k = 0; k < 2; k++) c[i][k] = info.mbr[i][k];
   });
 }
 
-bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj, bool app) {
-  return write_polygons(name, "_bb", swaths, outobj, app, [](const LTidxInfo& info, double(*c)[2]) {
+bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj) {
+  return write_polygons(name, "_bb", swaths, outobj, [](const LTidxInfo& info, double(*c)[2]) {
     box_corners(info.bbmin[0], info.bbmin[1], info.bbmax[0], info.bbmax[1], c);
   });
 }
@@ -52,9 +50,9 @@ bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, b
 bool write_BBOX(const std::string& file, double xmin, double ymin, double xmax, double ymax) {
   double c[4][2];
   box_corners(xmin, ymin, xmax, ymax, c);
-  TxtFileOut txt(true);
-  if (!txt.open(file, 0)) return false;
+  ResultFile txt;
+  if (!txt.open(file)) return false;
   txt.fs << "X Y \n";
   for (int i = 0; i <= 4; i++) txt.fs << c[i % 4][0] << ' ' << c[i % 4][1] << '\n';
-  return txt.close();
+  return txt.commit();
 }

@@ -13,11 +13,9 @@ struct SwathPlot {  // one swath of a plot
   LTidxInfo info;
 };
 
-// Rectangles of swaths: name + "_mbr.txt" and, with outobj, name + "_mbr.obj". app: append to the files.
-[[nodiscard]] bool write_MBR(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj,
-                             bool app);
+// Rectangles of swaths: name + "_mbr.txt" and, with outobj, name + "_mbr.obj".
+[[nodiscard]] bool write_MBR(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj);
 // Boxes of swaths: name + "_bb.txt" and "_bb.obj".
-[[nodiscard]] bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj,
-                              bool app);
+[[nodiscard]] bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj);
 // One box in metres (xmin, ymin, xmax, ymax) into exactly this file.
 [[nodiscard]] bool write_BBOX(const std::string& file, double xmin, double ymin, double xmax, double ymax);

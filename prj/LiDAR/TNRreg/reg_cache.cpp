@@ -1,11 +1,10 @@
 #include "prj/LiDAR/TNRreg/reg_cache.h"
 
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
 
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
+#include "lib/general/result_file.h"
 
 static_assert(sizeof(xyz) == 12, "the cache holds three floats a vertex");
 
@@ -27,21 +26,14 @@ bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def) {
 }
 
 bool write_reg_cache(const std::string& path, const Vector<Image<xyz>>& Def) {
-  const std::string part = path + ".part";
+  ResultFile result;
+  result.begin(path);
   BufBinFileOut file(BULK_BUFFER);
-  bool ok = file.open(part, 0);
+  bool ok = file.open(result.part(), 0);
   for (uint64_t t = 0; t < Def.size() && ok; t++)
     ok = file.write(Def.val[t].val, Def.val[t].size() * sizeof(xyz));
   ok = file.close() && ok;
-  std::error_code failed;
-  if (ok) {
-    std::filesystem::rename(part, path, failed);
-    if (failed) ERROR_MSG("renaming '" << part << "' to '" << path << "': " << failed.message());
-  }
-  if (!ok || failed) {
-    std::remove(part.c_str());
-    return false;
-  }
+  if (!ok || !result.commit()) return false;
   LOG_LINE("write_reg_cache -> " << path);
   return true;
 }

@@ -6,6 +6,7 @@
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
@@ -84,18 +85,18 @@ std::string POC_name(const std::string& swpath, int sw) { return cache_name(swpa
 
 bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>& po) {
   const std::string name = POC_name(swpath, sw);
-  const std::string part = name + ".part";
+  ResultFile result(false);
+  result.begin(name);
   LOG_ENTER("save_POC_TMP idx=" << sw);
   const uint32_t n = static_cast<uint32_t>(po.size());
   char head[POC_HEAD];
   std::memcpy(head, &n, sizeof(n));
   std::memcpy(head + sizeof(n), &dt, sizeof(dt));
   BufBinFileOut out(BULK_BUFFER);
-  const bool ok = po.size() <= UINT32_MAX && out.open(part, 0) && out.write(head, sizeof(head)) &&
-                  out.write(po.val, po.size() * sizeof(PO)) && out.close() && publish_file(part, name);
+  const bool ok = po.size() <= UINT32_MAX && out.open(result.part(), 0) && out.write(head, sizeof(head)) &&
+                  out.write(po.val, po.size() * sizeof(PO)) && out.close() && result.commit();
   if (!ok) {
     (void)out.close();
-    remove_file(part);
     ERROR_MSG("failed to write trajectory cache " << name);
     return false;
   }

@@ -4,7 +4,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
@@ -81,8 +81,8 @@ POread PO_read_param(const POgroup& group) {
 
 bool scan_PO_time(SyncJob& job) {
   LOG_ENTER("scan_PO_time npo=" << job.nfiles());
-  TxtFileOut out(true);
-  if (!out.open(job.prj.name + "_PO_stat.log", 0)) return false;
+  ResultFile out;
+  if (!out.open(job.prj.name + "_PO_stat.log")) return false;
   out.fs << "POFile# Group# Format Coord TimeFormat Att AdjGPSFile DateTime0 [Angle Parse] FileName\n";
   bool any = false;
   for (int f = 0; f < job.nfiles(); f++) {
@@ -106,7 +106,7 @@ bool scan_PO_time(SyncJob& job) {
       out.fs << (par.rad ? "RAD " : "DEG ") << (par.col.empty() ? "txyzwpk" : par.col) << ' ';
     out.fs << real_path(job.file_path(f)) << '\n';
   }
-  return out.close() && any;
+  return out.commit() && any;
 }
 
 bool grp_sync_time(SyncJob& job) {

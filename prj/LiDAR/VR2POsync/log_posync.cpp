@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "lib/general/log.h"
+#include "lib/general/result_file.h"
 #include "lib/general/timing.h"
-#include "lib/general/txtfile.h"
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
@@ -25,8 +25,8 @@ std::string span_text(double tmin, double tmax, bool adj) {
 }
 
 bool log_files(const SyncJob& job) {
-  TxtFileOut out(true);
-  if (!out.open(job.prj.name + "_PO_stat.log", 0)) return false;
+  ResultFile out;
+  if (!out.open(job.prj.name + "_PO_stat.log")) return false;
   out.fs << "POFile# Freq TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax Zmin Zmax\n";
   dxyz min = {99999999, 99999999, 9999}, max = {-99999999, -99999999, -9999};
   double tmin = 2e307, tmax = -2e307;
@@ -48,15 +48,15 @@ bool log_files(const SyncJob& job) {
     }
   }
   if (n > 0) out.fs << n << " files " << span_text(tmin, tmax, adj) << box_text(min, max) << '\n';
-  return out.close();
+  return out.commit();
 }
 
 bool log_swaths(const SyncJob& job) {
   const POsync& res = job.res;
   const std::string name = job.prj.name + "_PO_sync_stat.log";
-  TxtFileOut out(true);
+  ResultFile out;
   LOG_MSG("Writing PO file synchronization stats " << name);
-  if (!out.open(name, 0)) return false;
+  if (!out.open(name)) return false;
   out.fs << "Swath# POFile# Group# Ch# MainCh TimeCorr TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax "
             "Zmin Zmax\n";
   for (int sw = 0; sw < res.idx.nsw(); sw++) {
@@ -91,17 +91,17 @@ bool log_swaths(const SyncJob& job) {
     out.fs << (group.adj ? date_text(week * WEEK_S - 999999900, true).substr(0, 10) : std::string("-"))
            << '\n';
   }
-  return out.close();
+  return out.commit();
 }
 
 // A list of rejected inputs. An empty one leaves no file.
 bool write_rejected(const std::string& name, const char* header, const std::vector<std::string>& lines) {
   if (lines.empty()) return true;
-  TxtFileOut out(true);
-  if (!out.open(name, 0)) return false;
+  ResultFile out;
+  if (!out.open(name)) return false;
   out.fs << header << '\n';
   for (const std::string& line : lines) out.fs << line << '\n';
-  return out.close();
+  return out.commit();
 }
 
 // A unit behind its label; metres need no word but beside another unit.

@@ -3,7 +3,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
@@ -68,7 +68,7 @@ bool set_max_interval_ch(SyncJob& job) {
   std::vector<std::vector<int>> sets(static_cast<size_t>(nsw));  // by main swath: the channels of its line
   for (int sw = 0; sw < nsw; sw++)
     if (job.mobile(sw)) sets[static_cast<size_t>(job.res.mainch(sw))].push_back(sw);
-  TxtFileOut out(true);
+  ResultFile out;
   bool any = false;
   for (std::vector<int>& set : sets) {
     if (set.size() < 2) continue;
@@ -90,7 +90,7 @@ bool set_max_interval_ch(SyncJob& job) {
     }
     for (const int sw : set) job.res.tmin(sw) = tmin, job.res.tmax(sw) = tmax;
     if (!any) {
-      if (!out.open(job.prj.name + "_ch_stat.log", 0)) return false;
+      if (!out.open(job.prj.name + "_ch_stat.log")) return false;
       out.fs << "Swath#_Ch{...} Group#_Ch{...} NCh TimeInt DateTimeMin DateTimeMax\n";
       any = true;
     }
@@ -98,5 +98,5 @@ bool set_max_interval_ch(SyncJob& job) {
     out.fs << names << "  " << groups << "  " << set.size() << "  " << interval_text(tmax - tmin) << "  "
            << date_text(tmin, adj) << "  " << date_text(tmax, adj) << '\n';
   }
-  return !any || out.close();
+  return !any || out.commit();
 }

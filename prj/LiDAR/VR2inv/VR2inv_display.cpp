@@ -7,7 +7,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
 namespace {
@@ -40,14 +40,10 @@ float value_of(const Calib& cal, int c) {
 
 // Writes a file under a name of its own and gives it the final one when it is complete.
 bool write_whole(const std::string& name, const std::function<void(std::ostream&)>& body) {
-  TxtFileOut out(true);
-  const std::string part = name + ".part";
-  if (!out.open(part, 0)) return false;
+  ResultFile out;
+  if (!out.open(name)) return false;
   body(out.fs);
-  if (!out.close()) return false;
-  if (rename_file(part, name)) return true;
-  ERROR_MSG("could not write file " << name);
-  return false;
+  return out.commit();
 }
 
 void put_calib(std::ostream& os, const Calib& cal) {

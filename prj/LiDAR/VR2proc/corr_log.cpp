@@ -6,6 +6,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "lib/general/timing.h"
 #include "lib/general/txtfile.h"
 #include "prj/LiDAR/stat_xyz.h"
@@ -33,9 +34,8 @@ std::string node_line(double t, const dxyz* P, const xyz& T, const xyz& A_deg, i
 }
 
 bool merge_one(const Project& prj, const std::vector<int>& swc, const char* suffix, const char* header) {
-  TxtFileOut out(true);
-  const std::string name = prj.name + suffix;
-  if (!out.open(name + ".part", 0)) return false;
+  ResultFile out;
+  if (!out.open(prj.name + suffix)) return false;
   out.fs << header << '\n';
   for (const int sw : swc) {
     TxtFileIn in(tmp_name(sw, suffix), true);
@@ -52,12 +52,7 @@ bool merge_one(const Project& prj, const std::vector<int>& swc, const char* suff
     in.close();
     if (!remove_file(tmp_name(sw, suffix))) LOG_LINE("<!> FAILED TO DELETE " << tmp_name(sw, suffix));
   }
-  if (!out.close()) return false;
-  if (!rename_file(name + ".part", name)) {
-    ERROR_MSG("could not write file " << name);
-    return false;
-  }
-  return true;
+  return out.commit();
 }
 
 struct NodeStat {
@@ -183,14 +178,14 @@ bool drift_stat_output(const Project& prj, const InvResult& res, const std::vect
   uint64_t ntmax = 0;
   for (const int sw : swc) ntmax = std::max(ntmax, res.Tt[static_cast<size_t>(sw)].size());
   LOG_ENTER("drift_stat_output ntmax=" << ntmax << " CON=" << (ntmax <= 1) << " CA=" << res.CA);
-  TxtFileOut file(true);
-  if (!file.open(prj.name + "_TA_stat.log", 0)) return false;
+  ResultFile file;
+  if (!file.open(prj.name + "_TA_stat.log")) return false;
   write_drift_table(file.fs, LABEL_T, res.Tt, res, 1.0, swc, tmin, tmax);
   if (res.CA) {
     file.fs << '\n';
     write_drift_table(file.fs, LABEL_A, res.At, res, DEG, swc, tmin, tmax);
   }
-  if (!file.close()) return false;
+  if (!file.commit()) return false;
   LOG_MSG("Written time-dependent correction statistics " << prj.name << "_TA_stat.log");
   return true;
 }

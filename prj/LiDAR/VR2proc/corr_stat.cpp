@@ -6,8 +6,8 @@
 
 #include "lib/Geometry/xy.h"
 #include "lib/general/log.h"
+#include "lib/general/result_file.h"
 #include "lib/general/timing.h"
-#include "lib/general/txtfile.h"
 
 namespace {
 constexpr float ICS_ANG_MAX = 45;   // degrees, largest plausible angle along the track
@@ -90,8 +90,8 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc, const std
   const Stopwatch watch;
   const std::string name = prj.name + "_DXYZcorr_stat.log";
   LOG_MSG("Writing correction stats " << name);
-  TxtFileOut file(true);
-  if (!file.open(name, 0)) return false;
+  ResultFile file;
+  if (!file.open(name)) return false;
   file.fs << "Swath# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n";
   StatXYZ total;
   for (const int sw : swc) {
@@ -111,7 +111,7 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc, const std
   }
   file.fs << "\nNSwaths Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n" << swc.size();
   put_stat(file.fs, total);
-  if (!file.close()) return false;
+  if (!file.commit()) return false;
   LOG_MSG("TOTAL CORRECTION STATISTICS");
   const auto row = [](const char* label, const dxyz& v) {
     LOG_MSG(label << v.x << ' ' << v.y << ' ' << v.z);
@@ -138,8 +138,8 @@ bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<S
                                    << " ICS_ANG_MAX=" << ICS_ANG_MAX);
   const std::string name = prj.name + "_BF_ICS_stat.log";
   LOG_MSG("Writing body frame and internal coordinate stats " << name);
-  TxtFileOut file(true);
-  if (!file.open(name, 0)) return false;
+  ResultFile file;
+  if (!file.open(name)) return false;
   file.fs << "Swath# Group# Ch# MainCh AGL Width Roll Pitch Yaw FOV RMS NLargeErr NPts Pass\n";
   int nlarge = 0;
   for (const int sw : swc) {
@@ -162,7 +162,7 @@ bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<S
     if (!pass) result.nerr++;
     if (suspicious) result.nwarn++;
   }
-  if (!file.close()) return false;
+  if (!file.commit()) return false;
   if (nlarge > 0) {
     WARNING_MSG(
         "inconsistent geometry (missing WKT or geoid, wrong unit/projection, wrong PO format options, "

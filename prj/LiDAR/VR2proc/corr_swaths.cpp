@@ -172,6 +172,9 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   result.nswc = static_cast<int>(good.size());
   result.Mp = sum.Mp;
   result.MB = sum.MB;
-  if (!merge_log_corr(prj, good) || !drift_stat_output(prj, res, good, sync.tmin, sync.tmax)) return false;
-  return ok;
+  if (!ok) {
+    remove_log_corr(good);  // tables of some of the swaths would pass for those of all
+    return false;
+  }
+  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good, sync.tmin, sync.tmax);
 }

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "lib/general/log.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 
 namespace {
@@ -12,8 +12,8 @@ namespace {
 bool save_ICS_table(const Project& prj, const SwathGeometry& g) {
   const std::string name = prj.name + "_ICS.txt";
   LOG_MSG("Writing internal coordinate direction vectors " << name);
-  TxtFileOut file(true);
-  if (!file.open(name, 0)) return false;
+  ResultFile file;
+  if (!file.open(name)) return false;
   file.fs << "X Y BF{X Y Z} ICS{X Y Z} theta phi Swath# Group# Ch#\n";
   TrajFrame frame;
   for (const int sw : g.swc) {
@@ -33,7 +33,7 @@ bool save_ICS_table(const Project& prj, const SwathGeometry& g) {
       file.fs << line;
     }
   }
-  return file.close();
+  return file.commit();
 }
 }  // namespace
 

@@ -2,7 +2,9 @@
 #include "las/las_access.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/tuning.h"
 #include "prj/LiDAR/veldrunner2/georef_setup.h"
 #include "prj/LiDAR/veldrunner2/run_internal.h"
@@ -137,19 +139,38 @@ bool list_swaths(Run& run) {
   return get_swath_files(run.cl.in, o, run.prj) && chk_ch_grp(o, run.prj);
 }
 
+bool check_name_length(const std::string& path, const char* what, const char* remedy) {
+  if (name_fits(path)) return true;
+  ERROR_MSG("name too long for " << what << ", use " << remedy << ": " << path);
+  return false;
+}
+
+// Names that only the end of the run would find to be too long. The endings are the longest of their kind.
+bool check_name_lengths(const Run& run) {
+  bool ok = check_name_length(ResultFile::part_of(OUTDIR + run.cl.o.name + "_DXYZcorr_stat.log"),
+                              "the results", "a shorter -name");
+  for (const Swath& s : run.prj.swaths)
+    ok = check_name_length(ResultFile::part_of(tile_tmp_name(s.path, 0, 0)), "the cache of a swath",
+                           "a shorter name of the swath or another -tmpdir") &&
+         ok;
+  return ok;
+}
+
 // No corrected file may take the place of a source. False after an ERROR line for each.
 bool check_outputs(const Run& run) {
   const Options& o = run.cl.o;
   const Project& prj = run.prj;
   OutputName out;
-  if (!run.cmd.inv_corr || (o.nil && !o.align2) || !parse_output_name(o.out, out)) return true;
+  const bool fits = check_name_lengths(run);
+  if (!run.cmd.inv_corr || (o.nil && !o.align2) || !parse_output_name(o.out, out)) return fits;
   std::vector<int> mobile;
   for (size_t i = 0; i < prj.swaths.size(); i++)
     if (!prj.swaths[i].fixed) mobile.push_back(static_cast<int>(i));
   int ndup = 0;
-  bool ok = true;
+  bool ok = fits;
   for (const std::string& dir : {o.align2 ? o.odir_1 : OUTDIR, OUTDIR})
     for (const std::string& name : comp_output_names(out, dir, prj, mobile, ndup)) {
+      ok = ok && check_name_length(ResultFile::part_of(name), "a corrected swath", "-out");
       if (file_mode(name) < 0) continue;  // most are no file yet
       for (const Swath& s : prj.swaths)
         if (ok && same_file(name, s.path)) {

@@ -25,13 +25,13 @@ struct ScanParam {
   bool cache_tile = true;  // -cache_tile
   bool rej_ref = true;     // references without overlap leave the project (-rej_ref)
   // Statistics.
-  bool median = true;       // grid scale from the median density (-ggsd_mean off)
-  bool fix_ch0 = false;     // -fix_ch0
-  PairFilter regpairs;      // pairs to register (-reg_reduce, -reg_grp, -reg_ref, -reg_ch, -dz_all)
-  PairFilter qcpairs;       // pairs of a QC run (-qc_grp, -qc_ref, -qc_ch)
-  int Jinit = 1;            // start of the registration (-init)
-  int Jend = 0;             // final level: vertices every mTsize << Jend metres
-  int DZ_sub = 4;           // subsampling of the height differences (-sub)
+  bool median = true;    // grid scale from the median density (-ggsd_mean off)
+  bool fix_ch0 = false;  // -fix_ch0
+  PairFilter regpairs;   // pairs to register (-reg_reduce, -reg_grp, -reg_ref, -reg_ch, -dz_all)
+  PairFilter qcpairs;    // pairs of a QC run (-qc_grp, -qc_ref, -qc_ch)
+  int Jinit = 1;         // start of the registration (-init)
+  int Jend = 0;          // final level: vertices every mTsize << Jend metres
+  int DZ_sub = 4;        // subsampling of the height differences (-sub)
   // Plots.
   bool BB = false;      // boxes and rectangles of the swaths (-bb)
   bool OUTOBJ = false;  // plots as .obj too

@@ -5,7 +5,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
@@ -56,14 +56,14 @@ void log_param(const Project& prj, const ScanParam& par) {
 
 bool write_rejected(const Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason,
                     const std::string& file) {
-  TxtFileOut out(true);
-  if (!out.open(file, 0)) return false;
+  ResultFile out;
+  if (!out.open(file)) return false;
   out.fs << "FileName\n";
   for (size_t i = 0; i < prj.swaths.size(); i++)
     if (!used[i])
       out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path
              << "\n              + " << reason[i] << '\n';
-  return out.close();
+  return out.commit();
 }
 
 int count_empty_groups(const Project& prj) {
@@ -195,7 +195,7 @@ void extend_box(mTbbox& b, const mTbbox& other) {
 
 // The map of the mobile swaths, with the references on their ground; the covered areas. Ground of references
 // only takes part in the total area and in nothing else.
-bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, TxtFileOut& qclog) {
+bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile& qclog) {
   LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
                                    << " mTsize=" << prj.scale.mTsize);
   ovr = make_Tovr(res.stat.frame);
@@ -229,7 +229,7 @@ bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, TxtFileOut&
 
 // Box test of the pairs (near: those that pass), then the overlap itself. Without any overlap only a run over everything goes on.
 bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, SwPairList& near,
-                  ScanResult& res, TxtFileOut& qclog) {
+                  ScanResult& res, ResultFile& qclog) {
   std::vector<LTidxInfo> infos;
   std::vector<bool> fixed;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
@@ -273,8 +273,7 @@ bool write_boxes(const Project& prj, const ScanParam& par, const ScanResult& res
   std::vector<SwathPlot> plots;
   for (size_t i = 0; i < prj.swaths.size(); i++)
     plots.push_back({prj.swaths[i].path, static_cast<int>(i), prj.swaths[i].group, res.stat.swaths[i].info});
-  return write_MBR(prj.name + "_sw", plots, par.OUTOBJ, false) &&
-         write_BBOX(prj.name + "_sw", plots, par.OUTOBJ, false);
+  return write_MBR(prj.name + "_sw", plots, par.OUTOBJ) && write_BBOX(prj.name + "_sw", plots, par.OUTOBJ);
 }
 
 // --- grids, registration, index ---
@@ -344,7 +343,10 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   inter.Jend = comp_Jend(par.Jend, prj.scale.dim);
   inter.DZ_sub = par.DZ_sub;
   inter.nthreads = NTHREADS;
-  return reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter);
+  if (!reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter)) return false;
+  if (!work.DOREG || res.inter.nreg > 0) return true;
+  ERROR_MSG("no pair registered, " << res.inter.nint << " overlaps tried, see " << prj.name << "_idx.log");
+  return false;
 }
 
 // The index without vectors, for runs that register nothing. That of a registration of the same name stays:
@@ -376,7 +378,7 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
   return work.DOREG || QC_DUT_IDX(prj, par, res);
 }
 
-bool scan_steps(Project& prj, const ScanParam& par, TxtFileOut& qclog, ScanResult& res) {
+bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResult& res) {
   split_references(prj);
   if (!tile_swaths(prj, par, res) || !unite_references(prj, par.tiling)) return false;
   const InfoParam info{par.median, par.fix_ch0, par.tiling.LAREA, par.tiling.tproc};
@@ -408,9 +410,9 @@ bool SCAN_REG_QC(Project& prj, const ScanParam& par, ScanResult& res) {
   LOG_ENTER("SCAN_REG_QC nsw=" << prj.swaths.size() << " name=" << prj.name);
   log_param(prj, par);
   res = ScanResult{};
-  TxtFileOut qclog(true);
-  if (!qclog.open(prj.name + "_QC.log", 0)) return false;
+  ResultFile qclog;
+  if (!qclog.open(prj.name + "_QC.log")) return false;
   const bool ok = scan_steps(prj, par, qclog, res);
   if (ok) res.index = make_index(prj, par, res);
-  return qclog.close() && ok;
+  return ok && qclog.commit();
 }

@@ -190,7 +190,8 @@ TEST(Log, CopiesGoToTheOutputDirectoryAndTheLockGoes) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(take_lock(base, "prog"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "ERROR: one instance of prog is already running!\nfile \"" + base + ".lock\" found.\n");
+            "ERROR: one instance of prog is already running!\nfile \"" + base +
+                ".lock\" found.\nheld by process " + std::to_string(getpid()) + " on " + host_name() + "\n");
   open_logs(base, "prog", base, "none");
   testing::internal::CaptureStdout();
   end_logs(out.path, true, false, 0);

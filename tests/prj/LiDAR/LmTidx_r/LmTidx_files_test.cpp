@@ -22,19 +22,21 @@ std::string bytes_of(T value) {
 bool read_all(const std::string& path) {
   SwTiles sw;
   if (!read_SwTiles(path, sw)) return false;
-  Vector<Image<uint8_t>> mocc;
+  Vector<Image<uint8_t>> mocc, dt, dev;
   Vector<Image<int32_t>> Zm, Ct;
   Vector<Image<uint32_t>> TN;
+  TileTables tables;
   Image<int32_t> Vt;
   const uint32_t nt = sw.info.nt;
   bool ok = read_LmTidx_tiles_mocc(path, nt, mocc) && read_LmTidx_tiles_TN(path, nt, TN) &&
-            read_sw_CZt_tiles(path, nt, Ct, Zm);
-  for (uint32_t k = 0; k < nt && ok; k++) ok = read_LmT_tile_Vt(path, k, Vt);
+            read_sw_CZt_tiles(path, nt, Ct, Zm) && tables.open(path, nt, true) &&
+            read_sw_t_tiles(path, nt, Ct, dt, dev);
   Vector<xyz> P;
   uint64_t np, np0;
   for (uint32_t k = 0; k < nt && ok; k++) {
+    ok = tables.read_Vt(k, Vt);
     Image<uint8_t> all(mTsub, mTsub, 1);
-    ok = read_LmT_tile_nn(sw, k, all, 32, P, np, np0);
+    ok = ok && read_LmT_tile_nn(sw, k, all, 32, P, np, np0);
   }
   return ok;
 }
@@ -185,10 +187,9 @@ TEST_F(TilingTest, DeletingRemovesTheFamilyAndNothingElse) {
   write_text(cache_name(path, EXT_GMTIDX), "grid");
   write_text(tile_tmp_name(path, 1, 2), "points");
   uint64_t nfiles = 0, nbytes = 0;
-  EXPECT_TRUE(delete_LmT_nonessential(path, nfiles, nbytes));
-  EXPECT_EQ(nfiles, 2u);
-  EXPECT_GT(nbytes, 10000u);
-  EXPECT_TRUE(exists(cache_name(path, EXT_MTIDX)));
+  EXPECT_TRUE(delete_LmT_tile(path, nfiles, nbytes));
+  EXPECT_EQ(nfiles, 6u);
+  EXPECT_GT(nbytes, 100000u);
   EXPECT_TRUE(exists(cache_name(path, EXT_GMTIDX)));
   EXPECT_TRUE(delete_LmT_grid(path, nfiles, nbytes));
   EXPECT_FALSE(exists(cache_name(path, EXT_GMTIDX)));

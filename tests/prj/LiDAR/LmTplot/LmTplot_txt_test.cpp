@@ -19,8 +19,7 @@ SwathPlot plot(int sw, double x) {
 TEST(TextPlots, BoxesAndRectanglesAreClosedPolygons) {
   TempDir dir;
   const std::string name = dir.path + "/p";
-  ASSERT_TRUE(write_BBOX(name, {plot(0, 1)}, true, false));
-  ASSERT_TRUE(write_BBOX(name, {plot(1, 3)}, true, true));
+  ASSERT_TRUE(write_BBOX(name, {plot(0, 1), plot(1, 3)}, true));
   EXPECT_EQ(read_text(name + "_bb.txt"),
             "X Y Swath# Group#\n1.000 0.000 0 2\n11.000 0.000 0 2\n11.000 5.000 0 2\n1.000 5.000 0 2\n1.000 "
             "0.000 0 2\n"
@@ -28,8 +27,8 @@ TEST(TextPlots, BoxesAndRectanglesAreClosedPolygons) {
   const std::string obj = read_text(name + "_bb.obj");
   EXPECT_EQ(obj.rfind("v 1.000 0.000 0\nv 11.000 0.000 0\n", 0), 0u);
   EXPECT_NE(obj.find("v 1.000 0.000 0\nl -1 -2 -3 -4 -5\nv 3.000"), std::string::npos);
-  ASSERT_TRUE(write_MBR(name, {plot(0, 1)}, false, false));
+  ASSERT_TRUE(write_MBR(name, {plot(0, 1)}, false));
   EXPECT_EQ(read_text(name + "_mbr.txt").substr(0, 34), "X Y Swath# Group#\n1.000 0.000 0 2\n");
   EXPECT_FALSE(exists(name + "_mbr.obj"));
-  EXPECT_FALSE(write_MBR(dir.path + "/none/p", {plot(0, 1)}, false, false));
+  EXPECT_FALSE(write_MBR(dir.path + "/none/p", {plot(0, 1)}, false));
 }

@@ -1,0 +1,82 @@
+#include "lib/general/result_file.h"
+
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "lib/general/path.h"
+
+namespace {
+struct Unfinished {  // of the whole process
+  std::timed_mutex mutex;
+  std::set<std::string> parts;
+};
+Unfinished& unfinished() {
+  static Unfinished* const list = new Unfinished;  // never destroyed: a signal may come at the very end
+  return *list;
+}
+}  // namespace
+
+ResultFile::~ResultFile() { give_up(); }
+
+void ResultFile::begin(const std::string& name) {
+  give_up();
+  name_ = name;
+  part_ = part_of(name);
+  const std::lock_guard lock(unfinished().mutex);
+  unfinished().parts.insert(part_);
+}
+
+bool ResultFile::open(const std::string& name) {
+  give_up();
+  name_ = name;
+  part_ = part_of(name);
+  {
+    const std::lock_guard lock(unfinished().mutex);  // no file comes up behind the removal of all
+    unfinished().parts.insert(part_);
+    if (text_.open(part_, 0)) return true;
+  }
+  forget();
+  return false;
+}
+
+bool ResultFile::commit() {
+  const bool whole = text_.close() && (reports_ ? publish_file(part_, name_) : rename_file(part_, name_));
+  if (!whole) {
+    const int reason = errno;
+    give_up();
+    errno = reason;
+    return false;
+  }
+  forget();
+  return true;
+}
+
+void ResultFile::give_up() {
+  if (part_.empty()) return;
+  if (text_.fs.is_open()) {
+    text_.fs.setstate(std::ios::failbit);  // it is thrown away: no word about a failure at its end
+    text_.fs.close();
+  }
+  remove_file(part_);
+  forget();
+}
+
+void ResultFile::forget() {
+  const std::lock_guard lock(unfinished().mutex);
+  unfinished().parts.erase(part_);
+  part_.clear();
+}
+
+void remove_unfinished_results() {
+  std::unique_lock lock(unfinished().mutex, std::chrono::seconds(1));
+  if (!lock.owns_lock()) return;
+  lock.release();  // for good: no other result is begun
+  for (const std::string& part : unfinished().parts) remove_file(part);
+  if (unfinished().parts.empty()) return;
+  // A writer of its own may have been on the way between begin() and its file.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  for (const std::string& part : unfinished().parts) remove_file(part);
+}
