@@ -47,7 +47,7 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
       {"out_metre", "", OptKind::boolean, 0, 1, 0, 1, &o.out_metre, "1", Theme::output,
        "1: maps, trajectories and reports in metres; 0: in the unit of the inputs"},
       {"uav", "", OptKind::boolean, 0, 1, 0, 1, &o.uav, "0", Theme::input,
-       "defaults for UAV projects: -dt_range 10 -dev_range 0.5 -dev_max 0.5 -cal B3"},
+       "defaults for UAV projects: -dt_range 10 -dev_range 0.5 -dev_max 0.5 -coarse 0 -cal B3"},
       {"xlevel", "x", OptKind::integer, 0, 2, 1, 1, &o.xlevel, "0", Theme::tiles,
        "smaller tiles and microtiles: their side is halved 0, 1 or 2 times"},
       {"large", "L", OptKind::boolean, 0, 1, 0, 1, &o.large, "0", Theme::tiles,

@@ -75,6 +75,7 @@ void derive_defaults(Options& o, const GivenSet& given) {
     if (absent("dt_range")) o.dt_range = 10;
     if (absent("dev_range")) o.dev_range = 0.5f;
     if (absent("dev_max")) o.dev_max = 0.5f;
+    if (absent("coarse")) o.coarse = 0;  // attitudes change within 8 m of flight
   }
   o.nthreads_io = std::min(o.nthreads_io, o.nthreads);
   if (absent("dz_color")) o.dz_color = o.dz_mix ? 2 : 7;

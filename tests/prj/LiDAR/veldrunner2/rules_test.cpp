@@ -18,6 +18,8 @@ Options derived(const std::vector<std::string>& args) {
 TEST(Rules, DerivedDefaults) {
   EXPECT_EQ(derived({"-uav"}).dt_range, 10);
   EXPECT_EQ(derived({"-uav", "-dt_range", "20"}).dt_range, 20);
+  EXPECT_EQ(derived({"-uav"}).coarse, 0);
+  EXPECT_EQ(derived({"-uav", "-coarse", "2"}).coarse, 2);
   EXPECT_EQ(derived({"-uav"}).dev_range, 0.5f);
   EXPECT_EQ(derived({"-uav", "-dev_max", "1"}).dev_max, 1.0f);
   EXPECT_EQ(derived({"-nthreads", "1"}).nthreads_io, 1);
