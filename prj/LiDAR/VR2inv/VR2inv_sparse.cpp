@@ -4,7 +4,7 @@
 
 #include "lib/general/log.h"
 
-SparseList sparsify_more(const NormalEq& sys) {
+SparseList sparsify_more(const DriftEq& sys) {
   const int stride = sys.stride;
   const uint64_t dim = sys.Y.size();
   const auto each = [&](auto&& f) {

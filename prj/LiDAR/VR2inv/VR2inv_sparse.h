@@ -37,7 +37,7 @@ class BlockMap {
   std::vector<double> val_;
 };
 
-struct NormalEq {     // P x = Y, P symmetric
+struct DriftEq {      // P x = Y, P symmetric
   int dimcal = 0;     // entries of x before the nodes
   int stride = 3;     // entries a node
   BlockMap cal;       // u <= v: one value
@@ -63,4 +63,4 @@ struct SparseList {  // as the solver wants it
 };
 
 // Diagonal and strictly upper entries, without exact zeros. A diagonal that is zero becomes 1.
-SparseList sparsify_more(const NormalEq& sys);
+SparseList sparsify_more(const DriftEq& sys);

@@ -50,7 +50,7 @@ int vector_entries(const InvCalDrift& inv, int k, uint64_t i, Entry* entries) {
   return add_nodes(inv, p.sw2, p.t2.val[i], 1, inv.pair[k].A[1], i, entries, n);
 }
 
-void add_square(NormalEq& sys, const Entry* entries, int n, const dxyz& W) {
+void add_square(DriftEq& sys, const Entry* entries, int n, const dxyz& W) {
   const int stride = sys.stride;
   for (int a = 0; a < n; a++)
     for (int b = 0; b < n; b++) {
@@ -93,7 +93,7 @@ struct PairSums {
                                 w[a][2] * entries[e].col[c][2];
     }
   }
-  void put(NormalEq& sys) const {
+  void put(DriftEq& sys) const {
     const int n = slots.n;
     for (int a = 0; a < n; a++) {
       for (int b = 0; b < n; b++)
@@ -109,7 +109,7 @@ struct PairSums {
   }
 };
 
-void sparse_P_Y_drift(const InvCalDrift& inv, NormalEq& sys) {
+void sparse_P_Y_drift(const InvCalDrift& inv, DriftEq& sys) {
   const Stopwatch watch;
   Entry entries[4];
   PairRow row;
@@ -145,7 +145,7 @@ void sparse_P_Y_drift(const InvCalDrift& inv, NormalEq& sys) {
 bool is_sample(const InvSamples& m, uint64_t i) { return m.P.val[i].z != NO_Z && m.O.val[i].z != NO_Z; }
 
 // The prior along each line: a process with the drift's standard deviation and correlation time.
-void add_line_prior(const InvCalDrift& inv, NormalEq& sys) {
+void add_line_prior(const InvCalDrift& inv, DriftEq& sys) {
   std::vector<uint8_t> done(inv.nTAnd, 0);
   for (const SwState& w : inv.sw) {
     if (!w.mobile || w.node0 < 0 || done[w.node0]) continue;
@@ -167,7 +167,7 @@ void add_line_prior(const InvCalDrift& inv, NormalEq& sys) {
 
 // The prior on the points: position and attitude together move the swath's samples by no more than both may on
 // their own. A node's samples count as one observation.
-void add_sample_prior(const InvCalDrift& inv, NormalEq& sys) {
+void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
   uint64_t nep = 0;
   int nesw = 0;
   Entry entries[2];
@@ -198,7 +198,7 @@ void add_sample_prior(const InvCalDrift& inv, NormalEq& sys) {
   LOG_LINE("Aerr0 nep=" << nep << " nesw=" << nesw);
 }
 
-void add_sparse_P_pri(const InvCalDrift& inv, NormalEq& sys) {
+void add_sparse_P_pri(const InvCalDrift& inv, DriftEq& sys) {
   LOG_LINE("add_sparse_P_pri FTT=" << (inv.par.FA == 2) << " FAA=" << (inv.par.FA == 1)
                                    << " Epri=" << inv.par.Epri);
   const Vector<double> cal = calib_prior(inv);
@@ -253,7 +253,7 @@ bool invert_HFTA(InvCalDrift& inv) {
     inv.x.resize(inv.dim, 0.0);
   }
   if (inv.dim == 0) return true;
-  NormalEq sys;
+  DriftEq sys;
   sys.init(inv.dimcal, inv.TAstride, inv.dim);
   sparse_P_Y_drift(inv, sys);
   const Stopwatch watch2;
