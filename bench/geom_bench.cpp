@@ -5,6 +5,7 @@
 
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 namespace {
 struct Case {
   Vector<PO> po;
@@ -65,3 +66,4 @@ BENCHMARK(BM_PointCorr)
     ->Args({1, 1})
     ->Args({3, 1})
     ->Unit(benchmark::kMillisecond);
+}  // namespace veld

@@ -9,6 +9,7 @@
 
 #include "prj/LiDAR/LmTgrid_w/LKRgrid.h"
 
+namespace veld {
 namespace {
 std::vector<xyz> scan_points(float mTsize, double ppm2) {
   const float Tsize = mTsize * 32;
@@ -46,3 +47,4 @@ void BM_LKRgrid_tile(benchmark::State& state) {
 }
 BENCHMARK(BM_LKRgrid_tile)->Args({4, 4})->Args({4, 8})->Args({32, 32})->Unit(benchmark::kMillisecond);
 }  // namespace
+}  // namespace veld

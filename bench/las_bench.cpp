@@ -12,6 +12,7 @@
 
 #include "las/las_access.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t NPOINTS = 2000000;
 
@@ -223,6 +224,9 @@ static void build_index(benchmark::State& state) {
   count(state);
 }
 BENCHMARK(build_index)->Unit(benchmark::kMillisecond)->UseRealTime();
+}  // namespace veld
+
+using namespace veld;
 
 int main(int argc, char** argv) {
   const char* folder = std::getenv("VELD_LAS_SAMPLES");

@@ -12,6 +12,7 @@
 #include "las/laspoint.h"
 #include "tests/las/laz_file.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t MADE_POINTS = 500000, LEAST_SAMPLE_POINTS = 50000;
 
@@ -170,6 +171,9 @@ void add_samples() {
     });
 }
 }  // namespace
+}  // namespace veld
+
+using namespace veld;
 
 int main(int argc, char** argv) {
   for (int format = 0; format <= LAS_MAX_FORMAT; format++) {

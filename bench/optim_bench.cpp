@@ -9,6 +9,7 @@
 
 #include "lib/Optim/optimCG.h"
 
+namespace veld {
 namespace {
 struct System {
   Vector<double> Y, D, A;
@@ -85,3 +86,4 @@ void BM_CholeskyInverse(benchmark::State& state) {
 
 BENCHMARK(BM_ConjugateGradient)->Arg(50)->Arg(250)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CholeskyInverse)->Arg(13)->Arg(200)->Unit(benchmark::kMicrosecond);
+}  // namespace veld

@@ -16,6 +16,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 constexpr uint32_t LENGTH = 64, WIDTH = 2, COLUMNS = 50, POINTS = 6;
 
@@ -114,3 +115,4 @@ void grid_plan(benchmark::State& state) {
 BENCHMARK(pairs)->Arg(750)->Arg(1500)->Arg(3000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(grid_plan)->Arg(3000)->Unit(benchmark::kMillisecond)->Iterations(1);
 }  // namespace
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "prj/LiDAR/POio/POio.h"
 
+namespace veld {
 namespace {
 constexpr int NREC = 400000;
 
@@ -46,3 +47,4 @@ BENCHMARK(read_flight)->ArgName("sbet")->Arg(1)->Arg(0)->Unit(benchmark::kMillis
 }  // namespace
 
 BENCHMARK_MAIN();
+}  // namespace veld

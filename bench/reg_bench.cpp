@@ -6,6 +6,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 #include "tests/prj/LiDAR/TNRreg/synth_pair.h"
 
+namespace veld {
 namespace {
 SynthPair bench_pair(int dim, int ntiles) {
   SynthPair synth;
@@ -108,3 +109,4 @@ void BM_pair(benchmark::State& state) {
 }
 BENCHMARK(BM_pair)->Arg(1)->Arg(2)->ArgNames({"nthreads"})->Unit(benchmark::kMillisecond)->UseRealTime();
 }  // namespace
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "tests/support/swath_writer.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 void tiling(benchmark::State& state) {
   TempDir dir;
@@ -35,3 +36,4 @@ void tiling(benchmark::State& state) {
 }
 BENCHMARK(tiling)->Arg(500)->Arg(2000)->Unit(benchmark::kMillisecond);
 }  // namespace
+}  // namespace veld

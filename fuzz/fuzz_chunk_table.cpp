@@ -5,6 +5,7 @@
 
 #include "las/laz_chunks.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   LASzip scheme;
   std::string error;
@@ -31,3 +32,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   if (points != table.npoints) __builtin_trap();
   return 0;
 }
+}  // namespace veld

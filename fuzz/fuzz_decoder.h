@@ -8,6 +8,7 @@
 
 #include "las/laz_codec.h"
 
+namespace veld {
 inline void fuzz_decoders(const LASzip& scheme, uint64_t npoints, const uint8_t* bytes, size_t nbytes) {
   std::string error;
   const uint64_t length = scheme.record_length();
@@ -39,3 +40,4 @@ inline void fuzz_decoders(const LASzip& scheme, uint64_t npoints, const uint8_t*
   done += now;
   if (ok && (done != npoints || parts != whole)) __builtin_trap();
 }
+}  // namespace veld

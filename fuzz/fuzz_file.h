@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+namespace veld {
 // Writes the bytes under one name per process, in memory where the system has a place for that.
 inline std::string fuzz_file(const uint8_t* bytes, size_t nbytes, const char* suffix) {
   static const std::string base =
@@ -18,3 +19,4 @@ inline std::string fuzz_file(const uint8_t* bytes, size_t nbytes, const char* su
   }
   return name;
 }
+}  // namespace veld

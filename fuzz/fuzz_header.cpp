@@ -5,6 +5,7 @@
 #include "fuzz/fuzz_file.h"
 #include "las/lasheader_io.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   const std::string name = fuzz_file(bytes, nbytes, ".las");
   {
@@ -21,3 +22,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   unlink(name.c_str());
   return 0;
 }
+}  // namespace veld

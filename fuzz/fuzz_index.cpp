@@ -2,6 +2,7 @@
 // The spatial index: read, queried, laid out again.
 #include "las/lasindex.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   LASindex index;
   std::string reason;
@@ -12,3 +13,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   index.complete();
   return 0;
 }
+}  // namespace veld

@@ -2,6 +2,7 @@
 // Chunks of layers: formats 6 to 10, items of version 3 and 4.
 #include "fuzz/fuzz_decoder.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   if (nbytes < 4) return 0;
   static const uint32_t base[5] = {30, 36, 38, 59, 67};
@@ -14,3 +15,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   fuzz_decoders(scheme, 1 + bytes[2] + 8u * bytes[3], bytes + 4, nbytes - 4);
   return 0;
 }
+}  // namespace veld

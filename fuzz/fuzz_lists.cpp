@@ -10,8 +10,9 @@
 #include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/VR2geom/calib.h"
-#include "prj/LiDAR/veldrunner2/split_opt.h"
+#include "prj/LiDAR/options/split_opt.h"
 
+namespace veld {
 namespace {
 // The same by recursion, for short texts.
 bool matches(const char* pattern, const char* text) {
@@ -75,3 +76,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   unlink(name.c_str());
   return 0;
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/general/logfiles.h"
 #include "lib/optparser/optparser.h"
 
+namespace veld {
 namespace {
 const std::vector<std::string> LIST_TAGS = {"map", "bore", "input", "po", "ref"};
 
@@ -71,3 +72,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   unlink(saved.c_str());
   return 0;
 }
+}  // namespace veld

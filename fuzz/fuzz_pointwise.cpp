@@ -2,6 +2,7 @@
 // Chunks coded point by point: formats 0 to 5, items of version 1 and 2.
 #include "fuzz/fuzz_decoder.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   if (nbytes < 4) return 0;
   static const uint32_t base[6] = {20, 28, 26, 34, 57, 63};
@@ -15,3 +16,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   fuzz_decoders(scheme, 1 + bytes[2] + 8u * bytes[3], bytes + 4, nbytes - 4);
   return 0;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "las/lasindex.h"
 #include "las/lasreader.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   const std::string name = fuzz_file(bytes, nbytes, ".laz");
   LASreadOpener opener;
@@ -20,3 +21,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   unlink(name.c_str());
   return 0;
 }
+}  // namespace veld

@@ -5,8 +5,9 @@
 #include "fuzz/fuzz_file.h"
 #include "lib/general/logfiles.h"
 #include "lib/optparser/opttags.h"
-#include "prj/LiDAR/veldrunner2/tag_tree.h"
+#include "prj/LiDAR/inputs/tag_tree.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   set_console(false);
   const std::string text(bytes, bytes + nbytes);
@@ -28,3 +29,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   unlink(swath.c_str());
   return 0;
 }
+}  // namespace veld

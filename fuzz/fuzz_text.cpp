@@ -7,6 +7,7 @@
 #include "fuzz/fuzz_file.h"
 #include "las/lasreader.h"
 
+namespace veld {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   const uint8_t* end = std::find(bytes, bytes + nbytes, uint8_t('\n'));
   const std::string parse(bytes, end);
@@ -21,3 +22,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   unlink(name.c_str());
   return 0;
 }
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "las/las_access.h"
 #include "las/lasheader_io.h"
 
+namespace veld {
 namespace {
 bool read_header(const std::vector<uint8_t>& bytes, LASheader& header, LasFileInfo& info) {
   const std::string name = fuzz_file(bytes.data(), bytes.size(), ".las");
@@ -69,3 +70,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
     __builtin_trap();
   return 0;
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "las/lasindex.h"
 #include "tests/las/laz_file.h"
 
+namespace veld {
 namespace {
 std::string root;
 
@@ -99,6 +100,9 @@ std::vector<uint8_t> file_of(int format, const LASzip* scheme, const std::vector
   return file;
 }
 }  // namespace
+}  // namespace veld
+
+using namespace veld;
 
 int main(int argc, char** argv) {
   if (argc != 2) return 1;

@@ -6,6 +6,7 @@
 
 #include "geo/georef.h"
 
+namespace veld {
 namespace {
 constexpr double RAD = 0.01745329251994;  // radians per degree
 
@@ -132,3 +133,4 @@ void ecef_to_geodetic(const dxyz& p, double& lon, double& lat, double& h) {
   lon = std::atan2(p.y, p.x) / RAD;
   lat = phi / RAD;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "geo/wkt.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr double SAME_PARALLEL_DEG = 1e-10 * 57.29577951308232;  // two parallels closer than this are one
 
@@ -157,3 +158,4 @@ bool GeoRefParam::init(int zone, const std::string& text, double geoid_height, c
   }
   return true;
 }
+}  // namespace veld

@@ -11,6 +11,7 @@
 
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 constexpr double FEET_US = 1200.0 / 3937.0;  // m, US survey foot
 constexpr double FEET_INT = 0.3048;          // m, international foot
 constexpr double WGS84_A = 6378137.0;        // m, semi-major axis
@@ -77,3 +78,4 @@ const char* proj_word(ProjKind kind);
 // Geodetic (degrees, metres) to earth-centred coordinates on WGS84 and back (Bowring 1985).
 dxyz geodetic_to_ecef(double lon, double lat, double h);
 void ecef_to_geodetic(const dxyz& p, double& lon, double& lat, double& h);
+}  // namespace veld

@@ -6,6 +6,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -297,3 +298,4 @@ bool parse_WKT_OS(const std::string& wkt, GeoRefParam& g) {
   LOG_LINE("OS lato=" << g.lato << " lono=" << g.lono << " ko=" << g.ko << " Eo=" << g.Eo << " No=" << g.No);
   return ok;
 }
+}  // namespace veld

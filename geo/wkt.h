@@ -9,6 +9,7 @@
 
 #include "geo/georef.h"
 
+namespace veld {
 std::string wkt_normalise(const std::string& text);
 
 // The number behind parameter["name", ... False when the entry is missing or holds no number, with a message.
@@ -39,3 +40,4 @@ bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]);            // false:
 [[nodiscard]] bool parse_WKT_AEAC(const std::string& wkt, GeoRefParam& g);
 [[nodiscard]] bool parse_WKT_HOM(const std::string& wkt, GeoRefParam& g);
 [[nodiscard]] bool parse_WKT_OS(const std::string& wkt, GeoRefParam& g);
+}  // namespace veld

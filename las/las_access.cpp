@@ -10,6 +10,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 constexpr char VLR_USER[] = "Tarnwick";
 constexpr uint16_t VLR_PROCESSING = 4001, VLR_PREVIOUS = 3002;
@@ -242,3 +243,4 @@ std::string las_get_wkt(const std::string& name) {
   las_read_close(reader);
   return wkt;
 }
+}  // namespace veld

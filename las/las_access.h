@@ -14,6 +14,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 constexpr int LAS_BUILD = 210720;  // build number of the point library
 
 // Writes each problem of a header to standard error; false for errors, true for warnings only.
@@ -65,3 +66,4 @@ std::string las_get_wkt(const std::string& name);
 // Read speed test of a file: reads all points, reports to the log and the console, with a WARNING when some
 // could not be read. False only when the file can't be opened.
 [[nodiscard]] bool las_read_check(const std::string& name, const std::string& parse);
+}  // namespace veld

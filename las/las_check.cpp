@@ -9,6 +9,7 @@
 #include "lib/general/timing.h"
 #include "lib/general/txtfile.h"
 
+namespace veld {
 bool las_check_version(const std::string& tmpdir) {
   const std::string name = with_slash(tmpdir) + "dum_chk_las_v.txt";
   const auto skip = [&name] {
@@ -57,3 +58,4 @@ bool las_read_check(const std::string& name, const std::string& parse) {
   las_read_close(reader);
   return true;
 }
+}  // namespace veld

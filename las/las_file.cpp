@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+namespace veld {
 namespace {
 // The files open for reading in the whole process, by device and inode; one entry for each reader.
 std::mutex open_mutex;
@@ -78,3 +79,4 @@ bool las_is_open_for_reading(const std::string& path) {
   const auto& files = open_files();
   return std::find(files.begin(), files.end(), key) != files.end();
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+namespace veld {
 class LasInFile {
  public:
   LasInFile() = default;
@@ -30,3 +31,4 @@ class LasInFile {
 
 // Is this path, links resolved, a file that some reader has open?
 bool las_is_open_for_reading(const std::string& path);
+}  // namespace veld

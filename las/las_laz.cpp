@@ -10,6 +10,7 @@
 #include "las/laz_ring.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t MAX_CHUNK_BYTES = 1 << 28;       // of records; larger chunks are decoded piece by piece
 constexpr uint64_t THREADED_CHUNK_BYTES = 1 << 24;  // larger ones are held one at a time
@@ -312,3 +313,4 @@ std::unique_ptr<PointSink> make_laz_sink(LasOutFile& file, const LASheader& head
   if (!sink->open(error)) return nullptr;
   return sink;
 }
+}  // namespace veld

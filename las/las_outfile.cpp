@@ -9,6 +9,7 @@
 #include "las/las_file.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t BUFFER = 1 << 18;  // bytes; larger pieces go to the file as they are
 }
@@ -97,3 +98,4 @@ void LasOutFile::discard() {
   fd_ = -1;
   result_.give_up();
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "lib/general/result_file.h"
 
+namespace veld {
 class LasOutFile {
  public:
   LasOutFile() = default;
@@ -38,3 +39,4 @@ class LasOutFile {
   std::string name_, error_;
   ResultFile result_{false};  // its failures are told by error()
 };
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "las/las_sources.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t BLOCK = 1 << 18;  // bytes: fits the second-level cache, large enough for the disk
 
@@ -67,3 +68,4 @@ std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>&
 std::unique_ptr<PointSink> make_plain_sink(LasOutFile& file, int reclen) {
   return std::make_unique<PlainSink>(file, reclen);
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "las/lasheader_io.h"
 #include "las/point_source.h"
 
+namespace veld {
 // Uncompressed records of a file whose header was read; a file with fewer points than announced ends early.
 std::unique_ptr<PointSource> make_plain_source(const std::shared_ptr<LasInFile>& file,
                                                const LASheader& header, const LasFileInfo& info);
@@ -35,3 +36,4 @@ bool las_is_laz_name(const std::string& name);   // ends in .laz, in any case
 // Scale and offset that hold a range of coordinates (empty when lo > hi), and the range as bounding box:
 // steps of 0.001, 1e-7 where the values look like degrees, larger ones where the range needs them.
 void choose_las_scale(LASheader& header, const double lo[3], const double hi[3]);
+}  // namespace veld

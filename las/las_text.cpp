@@ -8,6 +8,7 @@
 #include "las/las_sources.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t READ_BLOCK = 1 << 18;  // bytes; also the longest line
 constexpr uint64_t POINT_BLOCK = 8192;
@@ -330,3 +331,4 @@ std::unique_ptr<PointSink> make_text_sink(LasOutFile& file, const LASheader& hea
   }
   return std::make_unique<TextSink>(file, header, parse);
 }
+}  // namespace veld

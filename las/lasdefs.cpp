@@ -4,6 +4,7 @@
 
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 namespace {
 constexpr int BASE_LENGTH[LAS_MAX_FORMAT + 1] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};
 constexpr int DESCRIPTOR = 192;  // bytes of an extra-byte descriptor
@@ -179,3 +180,4 @@ void LASinventory::to_header(LASheader& header) const {
     *hi[axis] = std::max(a, b);
   }
 }
+}  // namespace veld

@@ -12,6 +12,7 @@
 
 #include "las/laspoint.h"
 
+namespace veld {
 constexpr uint16_t LAS_VLR_HEADER = 54;   // bytes before the data of a VLR
 constexpr uint16_t LAS_EVLR_HEADER = 60;  // bytes before the data of an EVLR
 
@@ -138,3 +139,4 @@ struct LASinventory {
   // Sets counts, counts by return and bounding box of the header (box 0 when there is no point).
   void to_header(LASheader& header) const;
 };
+}  // namespace veld

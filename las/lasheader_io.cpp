@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+namespace veld {
 namespace {
 constexpr uint64_t MIN_HEADER = 227;
 constexpr uint64_t MAX_RECORDS = 100000;       // VLRs and EVLRs each: a file with more is not believed
@@ -364,3 +365,4 @@ std::vector<uint8_t> las_evlr_header_bytes(const LASevlr& evlr) {
   out.put_bytes(evlr.description.data(), 32);
   return out.bytes;
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "las/lasdefs.h"
 #include "las/laz_scheme.h"
 
+namespace veld {
 struct LasFileInfo {        // what the header says beyond LASheader
   bool sound = false;       // the header check finds no error; if not, only the public header was read
   bool has_scheme = false;  // a record describes the compression
@@ -40,3 +41,4 @@ std::vector<uint8_t> las_header_bytes(const LASheader& header, bool compressed, 
 std::vector<uint8_t> las_vlr_bytes(const LASheader& header, const LASzip* scheme);
 // The 60 bytes before an EVLR's data.
 std::vector<uint8_t> las_evlr_header_bytes(const LASevlr& evlr);
+}  // namespace veld

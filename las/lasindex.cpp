@@ -5,6 +5,7 @@
 #include <cmath>
 #include <tuple>
 
+namespace veld {
 namespace {
 // The level of a cell, its path from the root below the level's base.
 uint32_t level_of(int32_t cell, uint32_t& path) {
@@ -212,3 +213,4 @@ bool read_las_box(LASreader& reader, const LASindex& index, double x0, double x1
   }
   return true;
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 
 #include "las/lasreader.h"
 
+namespace veld {
 constexpr float LAX_CELL_SIZE = 100.F;       // finest cell, file units
 constexpr uint32_t LAX_THRESHOLD = 1000;     // gaps of point indices up to this are bridged
 constexpr uint32_t LAX_MIN_POINTS = 100000;  // cells are merged into parents up to this many points
@@ -92,3 +93,4 @@ class LASindex {
 // names. False when reading ended early.
 [[nodiscard]] bool read_las_box(LASreader& reader, const LASindex& index, double x0, double x1, double y0,
                                 double y1, const std::function<void(const LASpoint&)>& take);
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 constexpr char EVLR_USER[] = "LAStools";
 constexpr uint16_t EVLR_RECORD = 30;
@@ -283,3 +284,4 @@ bool las_write_close(std::unique_ptr<LASwriter>& writer, LASindex& index, bool a
   index_ok = append && las_is_laz_name(name) ? index.append(name) : index.write(name);
   return true;
 }
+}  // namespace veld

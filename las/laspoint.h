@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+namespace veld {
 constexpr int LAS_MAX_FORMAT = 10;
 
 // Byte offsets of a format's blocks in a record, -1 when the format lacks them.
@@ -120,3 +121,4 @@ struct LASpoint {
     rec[at] = static_cast<uint8_t>((rec[at] & ~(mask << shift)) | ((v & mask) << shift));
   }
 };
+}  // namespace veld

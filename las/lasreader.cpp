@@ -7,6 +7,7 @@
 #include "las/las_sources.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 bool ends_in(const std::string& name, const std::string& ext) {
   return name.size() >= ext.size() &&
@@ -81,3 +82,4 @@ std::unique_ptr<LASreader> LASreadOpener::open() const {
   reader->point = reader->header.point();
   return reader;
 }
+}  // namespace veld

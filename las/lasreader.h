@@ -12,6 +12,7 @@
 #include "las/lasdefs.h"
 #include "las/point_source.h"
 
+namespace veld {
 constexpr uint32_t LAS_ALL_FIELDS = 0xFFFFFFFF;
 
 // Threads that reading and writing of LAZ may use in all; they are shared evenly by the open files, and the
@@ -86,3 +87,4 @@ class LASreadOpener {
   std::string parse_;
   uint32_t fields_ = LAS_ALL_FIELDS;
 };
+}  // namespace veld

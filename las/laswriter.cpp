@@ -8,6 +8,7 @@
 #include "lib/general/assert_fail.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr int BLOCK = 1 << 18;  // bytes of points that are gathered before they go on
 
@@ -155,3 +156,4 @@ std::unique_ptr<LASwriter> LASwriteOpener::open(const LASheader& wanted) const {
   writer->block_end_ = writer->fill_ + writer->block_.size();
   return writer;
 }
+}  // namespace veld

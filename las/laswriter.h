@@ -10,6 +10,7 @@
 #include "las/lasdefs.h"
 #include "las/point_source.h"
 
+namespace veld {
 class LasOutFile;  // las_outfile.h: the file behind a writer
 
 class LASwriter {
@@ -80,3 +81,4 @@ class LASwriteOpener {
   std::string parse_;
   std::vector<std::string> sources_;
 };
+}  // namespace veld

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <type_traits>
 
+namespace veld {
 #ifndef LAZ_INLINE  // builds that look into each branch can do without, and are then built ten times as fast
 #define LAZ_INLINE __attribute__((always_inline)) inline
 #endif
@@ -387,3 +388,4 @@ struct ArithEncoder {
     for (int nzeros = wide ? 3 : 2; nzeros > 0; nzeros--) *at++ = 0;
   }
 };
+}  // namespace veld

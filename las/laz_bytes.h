@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+namespace veld {
 template <typename T>
 inline T laz_get(const uint8_t* at) {
   T value;
@@ -42,3 +43,4 @@ struct Median5 {
     four[1] = stay > high ? stay : high;
   }
 };
+}  // namespace veld

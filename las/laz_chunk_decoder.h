@@ -8,6 +8,7 @@
 #include "las/laz_layers.h"
 #include "las/laz_pointwise.h"
 
+namespace veld {
 // Chunks coded point by point, from memory or from bytes that are pulled in.
 class PointChunkDecoder {
  public:
@@ -73,3 +74,4 @@ class LazChunkDecoder {  // what LazDecoder holds: one of the two
 
   [[nodiscard]] bool open(const LASzip& scheme, uint32_t fields, std::string& error);
 };
+}  // namespace veld

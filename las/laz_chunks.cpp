@@ -7,6 +7,7 @@
 #include "las/laz_bytes.h"
 #include "las/laz_integer.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t HEAD_BYTES = 8;    // version and number of chunks
 constexpr uint64_t ENTRY_BYTES = 16;  // that one entry of the stream takes at most
@@ -145,3 +146,4 @@ void write_laz_chunk_table(const LASzip& scheme, const std::vector<uint32_t>& nb
   c.finish();
   out.resize(size_t(c.at - out.data()));
 }
+}  // namespace veld

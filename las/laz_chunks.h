@@ -10,6 +10,7 @@
 
 #include "las/laz_scheme.h"
 
+namespace veld {
 struct LazChunk {
   uint64_t offset;       // absolute file position of its first byte
   uint64_t nbytes;       // compressed
@@ -41,3 +42,4 @@ using LazReadAt = std::function<bool(uint64_t offset, uint8_t* to, uint64_t n)>;
 // entries as `nbytes` then, else it may be empty. With no chunk at all the table is 8 bytes.
 void write_laz_chunk_table(const LASzip& scheme, const std::vector<uint32_t>& nbytes,
                            const std::vector<uint32_t>& npoints, std::vector<uint8_t>& out);
+}  // namespace veld

@@ -15,6 +15,7 @@
 
 #include "las/laz_scheme.h"
 
+namespace veld {
 // Fields that a layered chunk allows to be passed over; X, Y and the returns are always decoded.
 enum LazField : uint32_t {
   LAZ_Z = 1u << 0,
@@ -111,3 +112,4 @@ class LazEncoder {
 };
 
 constexpr uint64_t LAZ_MAX_CHUNK = 1u << 24;  // points in a chunk to be encoded
+}  // namespace veld

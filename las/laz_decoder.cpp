@@ -4,6 +4,7 @@
 #include "las/laz_bytes.h"
 #include "las/laz_chunk_decoder.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t BLOCK_BYTES = 4096;       // that a block of points takes at most, if more than one point
 constexpr uint64_t WINDOW_BYTES = 1u << 18;  // of the buffer when bytes are pulled
@@ -259,3 +260,4 @@ bool LazDecoder::decode_chunk(const uint8_t* bytes, uint64_t nbytes, uint64_t np
   }
   return true;
 }
+}  // namespace veld

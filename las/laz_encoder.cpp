@@ -7,6 +7,7 @@
 #include "las/laz_pointwise.h"
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t BLOCK_BYTES = 1u << 15;  // that a block of points takes at most, if more than one point
 constexpr uint64_t BEFORE = ArithEncoder::BYTES_BEFORE, BEHIND = ArithEncoder::BYTES_BEHIND;
@@ -146,3 +147,4 @@ void LazEncoder::encode_chunk(const uint8_t* records, uint64_t n, std::vector<ui
   ASSERT(n >= 1 && n <= LAZ_MAX_CHUNK);
   state_->encode(records, n, out);
 }
+}  // namespace veld

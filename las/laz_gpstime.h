@@ -8,6 +8,7 @@
 #include "las/laz_bytes.h"
 #include "las/laz_integer.h"
 
+namespace veld {
 // WITH_UNCHANGED: the pointwise form, whose symbols include "same time as before".
 template <class C, bool WITH_UNCHANGED>
 struct GpsSequences {
@@ -233,3 +234,4 @@ struct GpsTime11v1 {
     laz_put(record, time);
   }
 };
+}  // namespace veld

@@ -5,6 +5,7 @@
 #pragma once
 #include "las/laz_arith.h"
 
+namespace veld {
 // BITS: width of the integers; CONTEXTS: independent models of the number of bits. The models of the value
 // are shared by all contexts and made on first use.
 template <class C, int BITS, int CONTEXTS>
@@ -69,3 +70,4 @@ struct IntegerModel {
     return (prediction + diff) & MASK;
   }
 };
+}  // namespace veld

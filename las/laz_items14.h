@@ -7,6 +7,7 @@
 #include "las/laz_rgb.h"
 #include "las/laz_wave.h"
 
+namespace veld {
 // The state of one item per channel: models, and the last item as prediction.
 template <class Models, unsigned SIZE>
 struct ChannelStates {
@@ -274,3 +275,4 @@ class Byte14Item final : public LayerItem<C> {
   unsigned current_ = 0;
   State states_[LAZ_NCHANNELS];
 };
+}  // namespace veld

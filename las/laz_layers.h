@@ -10,6 +10,7 @@
 #include "las/laz_arith.h"
 #include "las/laz_scheme.h"
 
+namespace veld {
 constexpr unsigned LAZ_NCHANNELS = 4;
 constexpr uint64_t LAZ_LAYER_BLOCK = 64;  // points between two checks of the layers' ends
 
@@ -43,3 +44,4 @@ class LayerItem {
 // The items of a checked scheme, in record order.
 std::vector<std::unique_ptr<LayerItem<ArithDecoder>>> make_layer_decoders(const LASzip& scheme);
 std::vector<std::unique_ptr<LayerItem<ArithEncoder>>> make_layer_encoders(const LASzip& scheme);
+}  // namespace veld

@@ -4,6 +4,7 @@
 #include "las/laz_items14.h"
 #include "las/laz_point14.h"
 
+namespace veld {
 template <class C>
 std::vector<std::unique_ptr<LayerItem<C>>> make_layer_items(const LASzip& scheme) {
   std::vector<std::unique_ptr<LayerItem<C>>> items;
@@ -30,3 +31,4 @@ std::vector<std::unique_ptr<LayerItem<C>>> make_layer_items(const LASzip& scheme
   }
   return items;
 }
+}  // namespace veld

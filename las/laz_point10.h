@@ -5,6 +5,7 @@
 #include "las/laz_bytes.h"
 #include "las/laz_integer.h"
 
+namespace veld {
 // Class of a return by number of returns and return number: returns of like echoes share their predictors.
 inline constexpr uint8_t LAZ_RETURN_CLASS[8][8] = {
     {15, 14, 13, 12, 11, 10, 9, 8},  {14, 0, 1, 3, 6, 10, 10, 9},   {13, 1, 2, 4, 7, 11, 11, 10},
@@ -173,3 +174,4 @@ struct Point10v1 {
     std::memcpy(record, &last, SIZE);
   }
 };
+}  // namespace veld

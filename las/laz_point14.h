@@ -9,6 +9,7 @@
 #include "las/laz_gpstime.h"
 #include "las/laz_layers.h"
 
+namespace veld {
 // Class of a return by number of returns (row) and return number.
 inline constexpr char LAZ_RETURN_CLASS14[16][17] = {
     "0123453445555555", "1013333333333333", "2124444444433333", "3345444444444444",
@@ -399,3 +400,4 @@ class Point14Item final : public LayerItem<C> {
   const uint8_t* last_[LAZ_NCHANNELS] = {};  // the latest item of each channel in use
   std::unique_ptr<Context> contexts_[LAZ_NCHANNELS];
 };
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "las/laz_arith.h"
 #include "las/laz_scheme.h"
 
+namespace veld {
 template <class C>
 class PointItems {
  public:
@@ -22,3 +23,4 @@ class PointItems {
 // The fastest form there is for the scheme's list of items. The scheme must have been checked.
 std::unique_ptr<PointItems<ArithDecoder>> make_point_decoder(const LASzip& scheme);
 std::unique_ptr<PointItems<ArithEncoder>> make_point_encoder(const LASzip& scheme);
+}  // namespace veld

@@ -1,6 +1,7 @@
 // las/laz_pointwise_dec.cpp
 #include "las/laz_pointwise_impl.h"
 
+namespace veld {
 namespace {
 struct Bytes1 {  // extra bytes, version 1
   IntegerModel<ArithDecoder, 8, 1> value_model;
@@ -113,3 +114,4 @@ std::unique_ptr<PointItems<ArithDecoder>> make_point_decoder(const LASzip& schem
   if (auto fixed = make_fixed_items<ArithDecoder>(scheme)) return fixed;
   return std::make_unique<ItemList>(scheme);
 }
+}  // namespace veld

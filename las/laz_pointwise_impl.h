@@ -12,6 +12,7 @@
 #include "las/laz_rgb.h"
 #include "las/laz_wave.h"
 
+namespace veld {
 template <class C>
 struct Bytes2 {  // extra bytes, version 2: each against the same byte of the last point
   std::vector<typename C::template Symbols<256>> models;
@@ -102,3 +103,4 @@ std::unique_ptr<PointItems<C>> make_fixed_items(const LASzip& scheme) {
   if (list == "PGRW") return std::make_unique<FixedItems<C, P, G, R, W>>(nextra);
   return nullptr;
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "las/laz_bytes.h"
 #include "las/laz_integer.h"
 
+namespace veld {
 struct Rgb {
   uint16_t r, g, b;
 };
@@ -108,3 +109,4 @@ struct Rgb12v1 {
     std::memcpy(record, last, SIZE);
   }
 };
+}  // namespace veld

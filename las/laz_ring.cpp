@@ -2,6 +2,7 @@
 
 #include "las/lasreader.h"
 
+namespace veld {
 CodecBudget& CodecBudget::instance() {
   static CodecBudget budget;
   return budget;
@@ -64,3 +65,4 @@ void CodecBudget::stop_waiting(bool& stop) {
 
 void las_set_threads(int n) { CodecBudget::instance().set_threads(n); }
 int las_threads() { return CodecBudget::instance().threads(); }
+}  // namespace veld

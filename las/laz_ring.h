@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+namespace veld {
 // Threads that all coders of the process may use together, the callers of readers and writers included.
 // A file counts its calling thread while it is open.
 class CodecBudget {
@@ -162,3 +163,4 @@ class ChunkRing {
   bool stop_budget_ = false;  // under the budget's lock
   std::vector<std::thread> workers_;
 };
+}  // namespace veld

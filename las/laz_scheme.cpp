@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+namespace veld {
 namespace {
 constexpr uint64_t FIXED_BYTES = 34;  // of the payload, in front of the items
 constexpr uint64_t ITEM_BYTES = 6;
@@ -208,3 +209,4 @@ bool LASzip::setup(int point_format, uint32_t length, std::string& error) {
   *this = std::move(made);
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+namespace veld {
 constexpr uint32_t LAZ_VARIABLE = 0xFFFFFFFFu;  // chunk size of files with variable-size chunks
 constexpr uint32_t LAZ_CHUNK_SIZE = 50000;      // points in a chunk of the files written here
 constexpr char LAZ_USER_ID[] = "laszip encoded";
@@ -67,3 +68,4 @@ struct LASzip {
 
 // The payload of the VLR: 34 + 6 bytes an item.
 std::vector<uint8_t> make_laz_vlr(const LASzip& scheme);
+}  // namespace veld

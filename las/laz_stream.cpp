@@ -3,6 +3,7 @@
 
 #include "las/laz_chunk_decoder.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t PULL_BYTES = 1u << 20;  // a layered chunk is pulled in steps: its size may be a lie
 }
@@ -91,3 +92,4 @@ bool LazStreamDecoder::decode(uint64_t n, uint8_t* out, uint64_t& ndone, std::st
 
 uint64_t LazStreamDecoder::position() const { return state_->position; }
 uint64_t LazStreamDecoder::chunk() const { return state_->position / state_->chunk_points; }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "las/laz_bytes.h"
 #include "las/laz_integer.h"
 
+namespace veld {
 constexpr unsigned LAZ_WAVE_SIZE = 29;
 
 template <class C>
@@ -81,3 +82,4 @@ struct WavePacket13 {
   }
   void code(C& c, typename C::Byte* record) { c = models.code(c, last, record); }
 };
+}  // namespace veld

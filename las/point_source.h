@@ -4,6 +4,7 @@
 #pragma once
 #include <cstdint>
 
+namespace veld {
 // Yields blocks of raw records in file order. The block belongs to the source and may be changed by the user;
 // it lives until the next call.
 class PointSource {
@@ -24,3 +25,4 @@ class PointSink {
   // Writes what is pending and what must follow the points. No write may come after it.
   [[nodiscard]] virtual bool finish() = 0;
 };
+}  // namespace veld

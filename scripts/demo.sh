@@ -8,7 +8,7 @@ preset=${1:-demo}
 bin=$top/build/release
 if [ -f "$top/CMakeLists.txt" ]; then
   dir=${2:-$top/demo}
-  PATH=$bin/sim:$bin/prj/LiDAR/veldrunner2:$PATH
+  PATH=$bin/sim:$bin/prj/LiDAR/run:$PATH
 else
   dir=${2:-$PWD/demo}
 fi

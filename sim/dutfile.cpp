@@ -7,6 +7,7 @@
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr uint32_t MAGIC = 0x471EFF39, VERSION = 0x0003378A;
 constexpr size_t HEADER = 20, RECORD = 64;  // bytes
@@ -96,3 +97,4 @@ bool read_dut(const std::string& path, DutFile& dut) {
   }
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct DutVector {  // displacement of swath 1 against swath 2 at a place
   dxyz p, d, unc;   // m
   bool timed;       // both swaths' times are known
@@ -25,3 +26,4 @@ struct DutFile {
 // path: the .dut file; the index lies beside it. False, after an ERROR line, when one is missing or is not
 // what it should be, or is not in metres.
 [[nodiscard]] bool read_dut(const std::string& path, DutFile& dut);
+}  // namespace veld

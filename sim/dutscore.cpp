@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+namespace veld {
 namespace {
 constexpr double CELL = 4;          // m
 constexpr int NMIN = 12;            // points of a fit
@@ -179,3 +180,4 @@ DutScore score_dut(const DutFile& dut, const std::vector<const ErrorField*>& fie
   }
   return score;
 }
+}  // namespace veld

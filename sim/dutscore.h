@@ -12,6 +12,7 @@
 #include "lib/Geometry/xyz.h"
 #include "sim/dutfile.h"
 
+namespace veld {
 enum class Land { open, forest, built, all };
 constexpr int NLAND = 4;
 const char* land_name(Land land);
@@ -55,3 +56,4 @@ struct DutScore {
 // fields: by swath of the file. radius: m, of the surroundings of a vector; gross: m, limit of errors.
 DutScore score_dut(const DutFile& dut, const std::vector<const ErrorField*>& fields, double radius,
                    double gross);
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "sim/simrand.h"
 
+namespace veld {
 dxyz apply(const Mat3& m, const dxyz& v) { return {dot(m.r[0], v), dot(m.r[1], v), dot(m.r[2], v)}; }
 
 Mat3 product(const Mat3& a, const Mat3& b) {
@@ -143,3 +144,4 @@ void utm_inverse(int zone, double east, double north, double& lat, double& lon, 
   const double de = (lon1 - lon) * a / std::sqrt(w2) * std::cos(lat);
   convergence = std::atan2(de, dn);
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct Mat3 {  // rows of a rotation
   dxyz r[3];
 };
@@ -56,3 +57,4 @@ Pose recorded_pose(const FlightPlan& plan, const DriftModel& drift, double t);
 // Geodetic coordinates (radians, WGS84) of a UTM position (zone negative: southern hemisphere), and the true
 // azimuth of grid north there. Krueger's series to the fourth order in the third flattening.
 void utm_inverse(int zone, double east, double north, double& lat, double& lon, double& convergence);
+}  // namespace veld

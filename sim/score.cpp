@@ -5,6 +5,7 @@
 #include <map>
 #include <utility>
 
+namespace veld {
 namespace {
 struct Sum {
   int64_t n = 0;
@@ -114,3 +115,4 @@ double noise_floor(const std::vector<SwathScore>& swaths) {
     }
   return n > 0 ? std::sqrt(sum / n) : 0;
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct ErrorStat {  // metres, per axis
   dxyz rms{0, 0, 0}, mean{0, 0, 0}, largest{0, 0, 0};
   double rms3d = 0;
@@ -39,3 +40,4 @@ ProjectScore score_project(const std::vector<SwathScore>& swaths, double cell);
 // 3-D RMS of the noise of single points, which no correction takes away: from the differences of the errors of
 // neighbours in file order, so the swaths must be observed ones.
 double noise_floor(const std::vector<SwathScore>& swaths);
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "las/las_access.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 // A project may have been packed after its truth.json was written.
 std::string find_swath(const std::string& dir, const std::string& stem) {
@@ -99,3 +100,4 @@ bool score_dut_file(const std::string& project, const nlohmann::json& truth, con
   score = score_dut(dut, of_swath, radius, gross);
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "sim/dutscore.h"
 #include "sim/score.h"
 
+namespace veld {
 // Reads PROJECT/truth.json. False, after an ERROR line, when it cannot be used.
 [[nodiscard]] bool read_truth(const std::string& project, nlohmann::json& truth);
 // Name of a swath of the list, less its extension.
@@ -20,3 +21,4 @@ std::string swath_stem(const nlohmann::json& swath);
 // Scores a displacement file; the swaths that the index lists are read one by one.
 [[nodiscard]] bool score_dut_file(const std::string& project, const nlohmann::json& truth, const DutFile& dut,
                                   double radius, double gross, DutScore& score);
+}  // namespace veld

@@ -1,6 +1,7 @@
 // Named projects of the simulator.
 #include "sim/simproject.h"
 
+namespace veld {
 namespace {
 void tiny(SimSpec& spec) {  // for tests that take seconds
   spec.nparallel = 2;
@@ -198,3 +199,4 @@ std::string sim_preset_names() {
   for (const auto& preset : presets) names += (names.empty() ? "" : "|") + std::string(preset.name);
   return names;
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "sim/simrand.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = M_PI / 180;
 }
@@ -170,3 +171,4 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
   }
   return points;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "sim/flight.h"
 #include "sim/terrain.h"
 
+namespace veld {
 struct SimSpec {
   std::string name = "demo";
   uint64_t seed = 1;
@@ -92,3 +93,4 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
 [[nodiscard]] bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir);
 // The options of the aligner that fit the project.
 std::string project_options(const SimSpec& spec);
+}  // namespace veld

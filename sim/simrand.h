@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 
+namespace veld {
 inline uint64_t sim_hash(uint64_t x) {  // finaliser of splitmix64
   x += 0x9E3779B97F4A7C15ull;
   x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -33,3 +34,4 @@ class SimRandom {
  private:
   uint64_t state_;
 };
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/general/txtfile.h"
 #include "sim/simproject.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = M_PI / 180;
 
@@ -127,3 +128,4 @@ std::string project_options(const SimSpec& spec) {
   if (spec.internal_generic) o += " -int_gen 1";
   return o;
 }
+}  // namespace veld

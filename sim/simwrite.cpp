@@ -17,6 +17,7 @@
 #include "lib/threads/pool.h"
 #include "sim/simproject.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = M_PI / 180;
 
@@ -186,3 +187,4 @@ bool write_project(const SimSpec& spec, const std::string& dir) {
          write_line(dir + "/command.txt", project_options(spec)) &&
          write_truth_json(spec, plan, files, dir + "/truth.json");
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "sim/simrand.h"
 
+namespace veld {
 namespace {
 constexpr double LOT = 26;        // m, side of a lot: at most one house or one tree stands on it
 constexpr double TREE_LOT = 9;    // m
@@ -161,3 +162,4 @@ bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max
   }
   return false;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct Terrain {
   uint64_t seed = 1;
   double x0 = 0, y0 = 0;     // m, centre of the landscape
@@ -39,3 +40,4 @@ bool is_pond(const Terrain& t, double x, double y);
 // False when nothing is hit within max_range metres.
 bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max_range, bool through,
                BeamHit& hit);
+}  // namespace veld

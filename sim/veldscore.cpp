@@ -9,6 +9,7 @@
 
 #include "sim/scoreread.h"
 
+namespace veld {
 namespace {
 struct Options {
   std::string project, corrected, suffix = "_c", ext = ".las", cal, dut;
@@ -169,6 +170,9 @@ int usage() {
   return 1;
 }
 }  // namespace
+}  // namespace veld
+
+using namespace veld;
 
 int main(int argc, char** argv) {
   Options o;

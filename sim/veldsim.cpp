@@ -6,6 +6,7 @@
 
 #include "sim/simproject.h"
 
+namespace veld {
 namespace {
 struct Setting {  // a number of the project that the command line may change
   const char* name;
@@ -29,6 +30,9 @@ bool check_spec(const SimSpec& spec) {
   return ok;
 }
 }  // namespace
+}  // namespace veld
+
+using namespace veld;
 
 int main(int argc, char** argv) {
   SimSpec spec;

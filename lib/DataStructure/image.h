@@ -10,6 +10,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 // As for Vector, no contents survive a resize to another size.
 template <typename T>
 class Image {
@@ -143,3 +144,4 @@ class Image {
     _xsize = _ysize = 0;
   }
 };
+}  // namespace veld

@@ -12,6 +12,7 @@
 
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 // No constructor or resize preserves contents. A resize to the size already held keeps the block (and what
 // stands in it); any other size frees the block before the new one is allocated. Without a fill value the
 // elements of arithmetic types are left uninitialised.
@@ -145,3 +146,4 @@ Vector<T>& operator/=(Vector<T>& v, const Vector<T>& V) {
   for (uint64_t i = 0; i < v.size(); i++) v.val[i] /= V.val[i];
   return v;
 }
+}  // namespace veld

@@ -3,6 +3,7 @@
 #pragma once
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 struct dxy {
   double x, y;
 
@@ -28,3 +29,4 @@ struct dxy {
   friend dxy operator*(dxy a, double k) { return a *= k; }
   friend dxy operator/(dxy a, double k) { return a /= k; }
 };
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 // Plain aggregates without constructors: an array of them is not initialised on allocation.
 template <typename S>
 struct xyz_of {
@@ -55,3 +56,4 @@ inline xyz to_xyz(const dxyz& p) {
   return {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)};
 }
 inline dxyz to_dxyz(const xyz& p) { return {p.x, p.y, p.z}; }
+}  // namespace veld

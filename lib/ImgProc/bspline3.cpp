@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+namespace veld {
 namespace {
 const float POLE = static_cast<float>(std::sqrt(3.0) - 2.0);
 constexpr int HORIZON = 16;  // |pole|^16 is below the precision of float
@@ -76,3 +77,4 @@ float bspline3_value(const Vector<float>& coef, double x) {
   }
   return static_cast<float>(sum);
 }
+}  // namespace veld

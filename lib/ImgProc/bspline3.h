@@ -7,6 +7,7 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 
+namespace veld {
 // Replaces samples by coefficients, in place; a line of one sample is its own coefficient.
 void bspline3_coef(Vector<float>& line);
 void bspline3_coef(Image<float>& image);  // along columns, then along rows
@@ -43,3 +44,4 @@ template <typename T>
 // Value of a line given by its coefficients, anywhere in [0, n - 1]; 0 where more than one reflection is
 // needed.
 float bspline3_value(const Vector<float>& coef, double x);
+}  // namespace veld

@@ -12,6 +12,7 @@
 
 #include "lib/DataStructure/vector.h"
 
+namespace veld {
 struct NLCGwork {  // working vectors, kept by the caller between calls
   Vector<float> g, d, X0;
 };
@@ -167,3 +168,4 @@ NLCGresult OptNLCG(Vector<float>& V, Func&& func, const Vector<float>& wild, con
   if (res.div) copy(V, start);
   return res;
 }
+}  // namespace veld

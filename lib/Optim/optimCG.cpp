@@ -7,6 +7,7 @@
 #include "lib/Optim/optimCG_internal.h"
 #include "lib/general/log.h"
 
+namespace veld {
 OptimDebug OPTIM_DEBUG;
 
 namespace {
@@ -302,3 +303,4 @@ bool inv_LS_CG_sparsify(Vector<double>& X, const Image<double>& P, Vector<double
   ASSERT(k == dim_s);
   return inv_sparse_LS_CG(X, Y, D, A_s, U_s, V_s, dim_s, kiter, prec);
 }
+}  // namespace veld

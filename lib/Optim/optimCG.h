@@ -9,6 +9,7 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 
+namespace veld {
 // Dense vectors are Vector<double>, dense matrices Image<double> (xsize columns, ysize rows, row-major).
 // A sparse symmetric matrix is its diagonal D (dim) and its strictly upper entries: value A_s(k) stands at
 // (U_s(k), V_s(k)) and at (V_s(k), U_s(k)), u < v, each place listed once, in any order. The three vectors
@@ -60,3 +61,4 @@ struct OptimDebug {
   std::string prefix;
 };
 extern OptimDebug OPTIM_DEBUG;
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "lib/general/txtfile.h"
 
+namespace veld {
 namespace {
 // The complete matrix, dense: a dump is for small systems.
 Image<double> dense(const SparseView& view, bool unit_diagonal) {
@@ -73,3 +74,4 @@ void dump_scaled(const SparseView& view, const Vector<double>& Y) {
   dump_mat("M.mat", M.val, M.ysize(), M.xsize());
   dump_mat("Y.mat", Y.val, static_cast<int>(Y.size()), 1);
 }
+}  // namespace veld

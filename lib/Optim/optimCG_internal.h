@@ -3,6 +3,7 @@
 #pragma once
 #include "lib/Optim/optimCG.h"
 
+namespace veld {
 struct SparseView {  // a system as inv_sparse_LS_CG holds it
   const Vector<double>& D;
   const Vector<double>& A_s;
@@ -14,3 +15,4 @@ void dump_unscaled(const SparseView& view, const Vector<double>& Y);  // "M_", "
 void dump_scaled(const SparseView& view,
                  const Vector<double>& Y);  // "M", "Y", "M.mat", "Y.mat"; unit diagonal
 void dump_vector(const char* suffix, const Vector<double>& v);
+}  // namespace veld

@@ -8,7 +8,7 @@ namespace {
 thread_local std::size_t size_asked = 0;
 }
 
-void allocation_failed() { alloc_failed("new", size_asked, 1); }
+void veld::allocation_failed() { veld::alloc_failed("new", size_asked, 1); }
 
 #ifndef VELD_SANITIZED  // sanitizers have operators of their own
 void* operator new(std::size_t n) {

@@ -10,6 +10,7 @@
 #include "lib/general/log.h"
 #include "lib/general/log_internal.h"
 
+namespace veld {
 namespace {
 const char* file_of(const char* path) {
   const char* const slash = std::strrchr(path, '/');
@@ -67,3 +68,4 @@ void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t byte
   end_in_error(std::string("ERROR: ") + tag + " allocation failed, size " + std::to_string(xsize) + " x " +
                std::to_string(ysize) + " x " + std::to_string(bytes));
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #pragma once
 #include <cstdint>
 
+namespace veld {
 // Reports a false condition (condition text, function, line, base name of the file, build time) and aborts.
 [[noreturn]] void assert_failed(const char* cond, const char* func, int line, const char* file);
 
@@ -26,3 +27,4 @@
     if (!(cond)) [[unlikely]]                             \
       assert_failed(#cond, __func__, __LINE__, __FILE__); \
   } while (0)
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 char* take_buffer(uint64_t bsize, char* given, bool& own) {
   own = !given && bsize > 0;
@@ -191,3 +192,4 @@ int64_t BufBinFileIn::get_size() {
   if (size < 0 && report_) ERROR_MSG("BufBinFileIn: get_size failed, file=" << name_);
   return size;
 }
+}  // namespace veld

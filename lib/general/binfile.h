@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+namespace veld {
 constexpr uint64_t BULK_BUFFER = 262144;  // bytes, for bulk work
 
 class BufBinFileOut {
@@ -58,3 +59,4 @@ class BufBinFileIn {
   std::string name_;
   std::ifstream fs_;
 };
+}  // namespace veld

@@ -24,6 +24,7 @@
 #include "lib/general/logfiles.h"
 #include "lib/general/result_file.h"
 
+namespace veld {
 namespace {
 constexpr int MAX_FRAMES = 128;
 constexpr int REPORT_SECONDS = 5;  // a report that takes longer is stuck on a lock of the crashed thread
@@ -241,3 +242,4 @@ void install_crash_handlers() {
   // A file over its limit or a console that is gone is a failed write, with its message, not the end.
   for (const int number : {SIGXFSZ, SIGPIPE}) std::signal(number, SIG_IGN);
 }
+}  // namespace veld

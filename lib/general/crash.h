@@ -4,6 +4,7 @@
 #pragma once
 #include <string>
 
+namespace veld {
 // Installs the terminate handler, the handlers of ABRT FPE ILL INT SEGV TERM TRAP QUIT SYS BUS HUP USR1 USR2
 // ALRM XCPU VTALRM PROF (HUP not where it is ignored), and the thread that reports for them; XFSZ and PIPE are
 // ignored, so that the write that raised them fails. To be called first of all in main().
@@ -11,3 +12,4 @@ void install_crash_handlers();
 
 // Ends the run with an ERROR line, the closing of the logs and exit value 1, from any thread and depth.
 [[noreturn]] void end_in_error(const std::string& text);
+}  // namespace veld

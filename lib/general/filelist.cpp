@@ -15,6 +15,7 @@
 #include "lib/general/result_file.h"
 #include "lib/general/txtfile.h"
 
+namespace veld {
 namespace {
 // The path with the links of its directory resolved, but not that of the name itself.
 std::string place_of(const std::string& path) {
@@ -267,3 +268,4 @@ bool dir_writable(const std::string& dir) {
 bool dir_readable(const std::string& dir) {
   return is_directory(dir.empty() ? "." : dir) && access(dir.empty() ? "." : dir.c_str(), R_OK | X_OK) == 0;
 }
+}  // namespace veld

@@ -1,12 +1,13 @@
 // lib/general/filelist.h
 // File name patterns expanded into checked lists, copies of files, tests of directories.
 // Here:     what touches directories and needs the rules for reference and input directories.
-// Not here: operations on one path (path.h), lists by project group (prj/LiDAR/veldrunner2).
+// Not here: operations on one path (path.h), lists by project group (prj/LiDAR/inputs).
 #pragma once
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+namespace veld {
 struct PathRules {     // how a path that the user gave is completed
   std::string refdir;  // takes the place of a leading "$"; empty for none
   std::string idir;    // put in front of relative paths; empty for none
@@ -57,3 +58,4 @@ bool has_wildcard(const std::string& name);                                  // 
 bool dum_chk_dir_eq(const std::string& a, const std::string& b);  // one directory, by a marker file
 bool dir_writable(const std::string& dir);                        // by creating and removing a file
 bool dir_readable(const std::string& dir);
+}  // namespace veld

@@ -15,6 +15,7 @@
 #include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 struct Owner {
   long process = 0;
@@ -138,3 +139,4 @@ bool take_lock(const std::string& base, const std::string& program, bool report)
     std::fprintf(stderr, "held by process %ld on %s\n", owner.process, owner.host.c_str());
   return false;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "lib/general/log_internal.h"
 
+namespace veld {
 std::atomic<bool> log_files_open{false};
 
 namespace {
@@ -109,3 +110,4 @@ void log_msg(const std::string& text) { write_message(text, false, false); }
 void log_msg1(const std::string& text) { write_message(text, true, false); }
 void log_error(const std::string& text) { write_message("ERROR: " + text, false, true); }
 void log_warning(const std::string& text) { write_message("WARNING: " + text, false, true); }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 
+namespace veld {
 // A text under composition: fixed notation with 3 decimals.
 class LogText {
  public:
@@ -55,3 +56,4 @@ void log_warning(const std::string& text);  // the same with "WARNING: " in fron
 #define LOG_MSG1(expr) log_msg1(LOG_STR(expr))
 #define ERROR_MSG(expr) log_error(LOG_STR(expr))
 #define WARNING_MSG(expr) log_warning(LOG_STR(expr))
+}  // namespace veld

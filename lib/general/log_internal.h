@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+namespace veld {
 struct LogState {
   std::timed_mutex mutex;  // guards all that follows, the console included
   std::ofstream main_log;  // the main thread's
@@ -49,3 +50,4 @@ std::string log_prefix();      // of the calling thread at its depth
 void log_depth_add(int step);  // the calling thread's depth
 void console_text(const std::string& text,
                   bool error);  // ends a pending progress line first; no line end added
+}  // namespace veld

@@ -16,6 +16,7 @@
 #include "lib/general/log_internal.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 constexpr size_t MAX_PATH_BYTES = 4096;
 constexpr int MAX_SAME_SECOND = 10000;  // logs of one second that are told apart
@@ -199,3 +200,4 @@ void delete_and_log(const std::string& pattern) {
   uint64_t nfiles = 0, nbytes = 0;
   if (delete_files(pattern, nfiles, nbytes)) log_deleted(pattern, nfiles, nbytes);
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #pragma once
 #include <string>
 
+namespace veld {
 // Takes the instance lock, base + ".lock", which holds process, its start and host. A lock whose process has
 // ended on this host is taken over, with a WARNING that open_logs() repeats in the log. False when the file is
 // there already or cannot be created, with report after a text on standard error; no log is open at that time.
@@ -35,3 +36,4 @@ bool rename_by_time(const std::string& path, std::string& renamed);
 
 // Deletes by a guarded pattern and logs "Deleted <pattern> <n> files, <size> Mb".
 void delete_and_log(const std::string& pattern);
+}  // namespace veld

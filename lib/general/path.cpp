@@ -13,6 +13,7 @@
 #include "lib/general/filelist.h"
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr size_t MAX_INPUT_SIZE = 256;  // characters that the matcher takes
 
@@ -149,3 +150,4 @@ bool wildcard_match(const std::string& pattern, const std::string& text) {
   }
   return row[0];
 }
+}  // namespace veld

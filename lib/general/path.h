@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+namespace veld {
 std::string change_extension(const std::string& path, const std::string& ext);  // ext with its dot, or empty
 std::string get_extension(const std::string& path);  // with its dot; empty when none
 std::string change_directory(const std::string& path, const std::string& dir);
@@ -30,3 +31,4 @@ bool rename_file(const std::string& from, const std::string& to);
 bool delete_files(const std::string& pattern, uint64_t& nfiles, uint64_t& nbytes);
 // "?" is one character, "*" any number of them; case counts. More than 256 characters: ERROR and false.
 bool wildcard_match(const std::string& pattern, const std::string& text);
+}  // namespace veld

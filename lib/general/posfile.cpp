@@ -10,6 +10,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 PosFileIn::PosFileIn(PosFileIn&& other) noexcept
     : fd_(std::exchange(other.fd_, -1)), size_(other.size_), name_(std::move(other.name_)) {}
 
@@ -57,3 +58,4 @@ bool PosFileIn::read(uint64_t offset, void* dest, uint64_t n) const {
   }
   return true;
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+namespace veld {
 class PosFileIn {
  public:
   PosFileIn() = default;
@@ -26,3 +27,4 @@ class PosFileIn {
   uint64_t size_ = 0;
   std::string name_;
 };
+}  // namespace veld

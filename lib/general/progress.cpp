@@ -11,6 +11,7 @@
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
 
+namespace veld {
 namespace {
 constexpr int BAR_WIDTH = 25;
 constexpr int PROG_FILE_READ = 256;  // bytes of the progress file that its end keeps
@@ -105,3 +106,4 @@ void progress_end(const std::string& text) {
   watch.reset();
   total = 0;
 }
+}  // namespace veld

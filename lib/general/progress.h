@@ -3,6 +3,7 @@
 #pragma once
 #include <string>
 
+namespace veld {
 enum class ProgressMode { none = 0, console = 1, file = 2 };
 void set_progress_mode(ProgressMode mode);
 
@@ -14,3 +15,4 @@ void progress_start(int ntotal);
 void progress_step(int i, const std::string& text);
 // Shows the full bar with a closing text and ends the stage.
 void progress_end(const std::string& text);
+}  // namespace veld

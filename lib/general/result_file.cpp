@@ -8,6 +8,7 @@
 
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 struct Unfinished {  // of the whole process
   std::timed_mutex mutex;
@@ -80,3 +81,4 @@ void remove_unfinished_results() {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   for (const std::string& part : unfinished().parts) remove_file(part);
 }
+}  // namespace veld

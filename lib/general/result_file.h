@@ -8,6 +8,7 @@
 
 #include "lib/general/txtfile.h"
 
+namespace veld {
 // An older file of the final name stays as it is until commit() replaces it.
 class ResultFile {
  public:
@@ -43,3 +44,4 @@ class ResultFile {
 // Removes the unfinished results of the whole process: for its end by a signal. Waits a second at most for a
 // thread that begins or ends one; threads that begin or end one afterwards stop there.
 void remove_unfinished_results();
+}  // namespace veld

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+namespace veld {
 std::string hms_text(double seconds) {
   const long long s = std::llround(seconds > 0 ? seconds : 0);
   char text[64];
@@ -14,3 +15,4 @@ std::string Stopwatch::text() const {
   const double s = seconds();
   return hms_text(s) + " (" + std::to_string(std::llround(s)) + " s)";
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <string>
 
+namespace veld {
 class Stopwatch {
  public:
   Stopwatch() : start_(std::chrono::steady_clock::now()) {}
@@ -18,3 +19,4 @@ class Stopwatch {
 };
 
 std::string hms_text(double seconds);  // "hh:mm:ss", rounded to whole seconds
+}  // namespace veld

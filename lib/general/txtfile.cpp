@@ -6,6 +6,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 void report_failure(const char* what, const std::string& name, int reason) {
   ERROR_MSG(what << " failed, file='" << name
@@ -69,3 +70,4 @@ bool TxtFileOut::close() {
   if (report_) report_failure("TxtFileOut: close", name_, errno);
   return false;
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <string>
 
+namespace veld {
 class TxtFileIn {
  public:
   TxtFileIn(const std::string& name, bool report);  // opens at construction
@@ -31,3 +32,4 @@ class TxtFileOut {
   bool report_ = true;
   std::string name_;
 };
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "lib/optparser/optparser.h"
 
+namespace veld {
 namespace {
 // The rest of the token may hold the first argument. False when the token is another option.
 bool matches(const std::string& token, const std::string& key, int mode, std::vector<std::string>& args) {
@@ -113,3 +114,4 @@ bool CheckUnknownOpt(const OptParser& p) {
   if (!extra.empty()) ERROR_MSG("extra arguments: " << extra);
   return unknown.empty() && extra.empty();
 }
+}  // namespace veld

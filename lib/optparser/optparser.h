@@ -13,6 +13,7 @@
 
 #include "lib/DataStructure/vector.h"
 
+namespace veld {
 constexpr int MAX_OPT = 2048;                                // tokens that one option file may hold
 inline constexpr char ILLEGAL_NAME_CHARS[] = "\\/:?*\"<>|";  // not allowed in a file name
 
@@ -92,3 +93,4 @@ bool GetOptInts(OptParser& p, Vector<int>& value, const std::string& longopt, co
 // dir: the current directory. A failure is a WARNING.
 void SaveOptionFile(const OptParser& p, const std::string& path, const std::string& soft,
                     const std::string& dir);
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/optparser/optparser.h"
 #include "lib/optparser/opttags.h"
 
+namespace veld {
 namespace {
 std::string option_of(const std::string& line) {
   std::vector<std::string> words;
@@ -45,3 +46,4 @@ void SaveOptionFile(const OptParser& p, const std::string& path, const std::stri
   }
   if (!good) WARNING_MSG("failed to save option file " << path);
 }
+}  // namespace veld

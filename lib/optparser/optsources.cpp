@@ -7,6 +7,7 @@
 #include "lib/optparser/optparser.h"
 #include "lib/optparser/opttags.h"
 
+namespace veld {
 namespace {
 // Reads the file of options that hold for every run with this executable.
 bool AddPersistentOpt(OptParser& p, const std::string& path, std::vector<std::string>& tokens) {
@@ -126,3 +127,4 @@ bool InitGetOptAll(OptParser& p, int argc, char** argv, const std::string& base,
   if (p.mul) WARNING_MSG("multiple instance check override, logs may get corrupted");
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "lib/general/log.h"
 #include "lib/general/txtfile.h"
 
+namespace veld {
 namespace {
 const char BLANKS[] = " \t";
 
@@ -260,3 +261,4 @@ bool ParseTagLine(const std::string& line, TagLine& tag) {
     tag.attr.emplace_back(name, value);
   }
 }
+}  // namespace veld

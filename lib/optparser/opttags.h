@@ -7,6 +7,7 @@
 
 #include "lib/optparser/optparser.h"
 
+namespace veld {
 struct TagLine {
   std::string name;
   bool closing = false;
@@ -28,3 +29,4 @@ bool equal_nocase(const std::string& a, const std::string& b);
 // Splits an option line at blanks outside quotes, "=" counting as a blank; quotes are removed. False when a
 // quote stays open.
 [[nodiscard]] bool split_option_line(const std::string& line, std::vector<std::string>& tokens);
+}  // namespace veld

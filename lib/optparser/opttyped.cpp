@@ -9,6 +9,7 @@
 #include "lib/general/path.h"
 #include "lib/optparser/optparser.h"
 
+namespace veld {
 namespace {
 std::string key_of(const OptParser& p, const std::string& longopt, const std::string& shortopt) {
   return "-" + (p.mode == 1 ? longopt : shortopt);
@@ -200,3 +201,4 @@ bool GetOptInts(OptParser& p, Vector<int>& value, const std::string& longopt, co
   value.swap(list);
   return true;
 }
+}  // namespace veld

@@ -2,6 +2,7 @@
 
 #include "lib/general/assert_fail.h"
 
+namespace veld {
 MemoryBudget::Lease::Lease(MemoryBudget& budget, uint64_t bytes) : budget_(budget), bytes_(bytes) {
   ASSERT(bytes <= budget.total_);
   std::unique_lock<std::mutex> lock(budget_.mutex_);
@@ -16,3 +17,4 @@ MemoryBudget::Lease::~Lease() {
   }
   budget_.freed_.notify_all();
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 
+namespace veld {
 class MemoryBudget {
  public:
   explicit MemoryBudget(uint64_t bytes) : total_(bytes) {}
@@ -30,3 +31,4 @@ class MemoryBudget {
   std::mutex mutex_;
   std::condition_variable freed_;
 };
+}  // namespace veld

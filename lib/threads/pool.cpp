@@ -4,6 +4,7 @@
 #include <thread>
 #include <vector>
 
+namespace veld {
 int64_t run_units(int64_t nunits, int nthreads, const std::function<bool(int64_t unit, int thread)>& task) {
   std::mutex mutex;
   int64_t next = 0;
@@ -30,3 +31,4 @@ int64_t run_units(int64_t nunits, int nthreads, const std::function<bool(int64_t
   for (std::thread& thread : threads) thread.join();
   return failed;
 }
+}  // namespace veld

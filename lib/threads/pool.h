@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <functional>
 
+namespace veld {
 // Runs task(unit, thread) for unit = 0..nunits-1 on at most nthreads threads (the calling thread is one of
 // them; with one thread no other is started). Units are handed out in order. A task that returns false stops
 // the handing out; the result is the lowest failed unit, or -1 when all succeeded.
 int64_t run_units(int64_t nunits, int nthreads, const std::function<bool(int64_t unit, int thread)>& task);
+}  // namespace veld

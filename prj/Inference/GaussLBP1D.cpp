@@ -1,5 +1,6 @@
 #include "prj/Inference/GaussLBP1D.h"
 
+namespace veld {
 namespace {
 // A message to a neighbour: what a node knows without that neighbour, seen through the tie.
 struct Message {
@@ -53,3 +54,4 @@ void GLBP_fill_image(Image<float>& Z, Image<float>& W) {
     W.setcol(x, J);
   }
 }
+}  // namespace veld

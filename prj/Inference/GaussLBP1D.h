@@ -6,6 +6,7 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 
+namespace veld {
 constexpr float GLBP_TIE = 0.0001f;  // precision of the tie between neighbours
 
 // In place: h becomes the marginal means, J the marginal precisions. Same size (asserted).
@@ -14,3 +15,4 @@ void pass_mess_GLBP(Vector<float>& h, Vector<float>& J);
 // Z: values, 0 in holes; W: 1 at data, 0 in holes; same size (asserted). On return Z has its holes closed, W
 // holds the marginal precisions. Without any data Z stays 0.
 void GLBP_fill_image(Image<float>& Z, Image<float>& W);
+}  // namespace veld

@@ -11,6 +11,7 @@
 #include "geo/georef.h"
 #include "prj/LiDAR/VR2geom/calib.h"
 
+namespace veld {
 struct Swath {
   std::string path;    // the LAS or LAZ file
   int group = 1;       // 1-based group of mobile swaths (one -i or -l each); 0 for fixed swaths
@@ -79,3 +80,4 @@ struct Project {
   TileScale scale;
   double time_res = 0;  // s, mean time resolution of a microtile over the swaths
 };
+}  // namespace veld

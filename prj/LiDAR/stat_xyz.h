@@ -7,6 +7,7 @@
 
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct StatXYZ {
   uint64_t n = 0;
   dxyz sum = {0, 0, 0};
@@ -48,3 +49,4 @@ inline void put_xyz(std::ostream& os, const dxyz& v) {
   os.width(7), os << v.y << ' ';
   os.width(7), os << v.z;
 }
+}  // namespace veld

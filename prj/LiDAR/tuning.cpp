@@ -1,5 +1,6 @@
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 int MEM_MB = 4096;
 int NTHREADS = 1;
 int NTHREADSIO = 1;
@@ -45,3 +46,4 @@ float PO_CLIMB_MAX = 100.0f;
 float PO_RATE_MAX = 500.0f;
 float PO_BAD_MAX = 1.0f;
 double MAX_TRAJ_DT = 1.0;
+}  // namespace veld

@@ -6,6 +6,7 @@
 
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 // Resources.
 extern int MEM_MB;            // memory budget, MB (-mem)
 extern int NTHREADS;          // worker threads (-nthreads)
@@ -57,3 +58,4 @@ extern float PO_CLIMB_MAX;  // m/s, the same for heights (-po_climb)
 extern float PO_RATE_MAX;   // degrees/s, the same for each angle (-po_rate)
 extern float PO_BAD_MAX;    // percent of records that may be wrong (-po_bad)
 extern double MAX_TRAJ_DT;  // s, largest accepted gap between trajectory samples
+}  // namespace veld

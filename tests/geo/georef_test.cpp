@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+namespace veld {
 namespace {
 double dms(double d, double m, double s) { return d < 0 ? d - m / 60 - s / 3600 : d + m / 60 + s / 3600; }
 
@@ -228,3 +229,4 @@ TEST(GeoRef, EarthCentred) {
     }
   }
 }
+}  // namespace veld

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+namespace veld {
 namespace {
 const char* const TM_TEXT =
     "PROJCS[\"x\", GEOGCS[\"g\", DATUM[\"d\",\n  SPHEROID[\"WGS 84\", 6378137, 298.257223563]],\n"
@@ -182,3 +183,4 @@ TEST(Wkt, SpheroidFallsBack) {
     EXPECT_EQ(e2, WGS84_E2);
   }
 }
+}  // namespace veld

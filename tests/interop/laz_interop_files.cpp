@@ -6,6 +6,7 @@
 #include "las/las_access.h"
 #include "tests/las/laz_file.h"
 
+namespace veld {
 namespace {
 bool write_file(const std::string& name, int format, uint32_t nextra, uint64_t n, Flight flight) {
   const std::vector<uint8_t> records = made_records(format, nextra, n, flight, 11);
@@ -19,6 +20,9 @@ bool write_file(const std::string& name, int format, uint32_t nextra, uint64_t n
   return writer && writer->write_raw_records(records.data(), n) && las_write_close(writer);
 }
 }  // namespace
+}  // namespace veld
+
+using namespace veld;
 
 int main(int argc, char** argv) {
   if (argc != 2) {

@@ -8,6 +8,7 @@
 #include "tests/las/las_builder.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 std::string data_text(const LASvlr* vlr) {
   return vlr ? std::string(vlr->data.begin(), vlr->data.end()).c_str() : "-";
@@ -235,3 +236,4 @@ TEST(LasAccess, StartUpCheckAndReadTest) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("could only read 99 out of 100 pts"),
             std::string::npos);
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "tests/las/laz_file.h"
 
+namespace veld {
 namespace {
 constexpr int BASE[11] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};
 
@@ -115,3 +116,4 @@ std::string extra_bytes_descriptor(uint8_t type, uint8_t options, const std::str
   for (const double v : {0.5, 1., 1., 10., 0., 0.}) b.put(v);  // scale, offset
   return b.field("described", 32).text;
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+namespace veld {
 struct BuiltRecord {  // a VLR, or an EVLR when it stands in evlrs
   std::string user_id;
   uint16_t record_id = 0;
@@ -43,3 +44,4 @@ void poke(std::string& bytes, size_t at, T value) {
 
 // Descriptor of one extra-byte attribute.
 std::string extra_bytes_descriptor(uint8_t type, uint8_t options, const std::string& name);
+}  // namespace veld

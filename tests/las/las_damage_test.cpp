@@ -11,6 +11,7 @@
 #include "tests/las/las_builder.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 struct Read {
   bool opened = false, failed = false;
@@ -235,3 +236,4 @@ TEST(LasWriter, FullDiskLeavesNothing) {
     }
   }
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "tests/las/las_builder.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 // Copies a file through reader and writer, by single points or by blocks.
 bool copy_file(const std::string& from, const std::string& to, bool by_block) {
@@ -203,3 +204,4 @@ TEST(LasHeader, AttributesAreThoseThatFit) {
   EXPECT_EQ(b->offset, 0);
   EXPECT_FALSE(header.find_attribute("does not fit"));
 }
+}  // namespace veld

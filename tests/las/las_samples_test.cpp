@@ -13,6 +13,7 @@
 #include "tests/las/laz_file.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 std::string folder() {
   const char* given = std::getenv("VELD_LAS_SAMPLES");
@@ -205,3 +206,4 @@ TEST(LasSamples, IndexIsThatOfTheFile) {
     EXPECT_EQ(made.to_bytes(), sample.to_bytes());
   }
 }
+}  // namespace veld

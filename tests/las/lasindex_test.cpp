@@ -8,6 +8,7 @@
 #include "tests/las/las_builder.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 // A square kilometre in strips, so that neighbours in space are far apart in the file.
 Vector<dxyz> strips(int64_t n) {
@@ -172,3 +173,4 @@ TEST(LASindex, DamagedBytesAreRefusedOrSound) {
   EXPECT_FALSE(tree.setup(0, 1e6, 0, 1, 1));  // too many levels
   EXPECT_FALSE(tree.setup(0, 1, 0, 1, 0));
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "tests/las/laz_file.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t POINTS = 300;  // offset to point data of the made files
 
@@ -144,3 +145,4 @@ TEST(LazChunkTable, MissingOrDamagedIsRefused) {
     EXPECT_EQ(error, c.error) << c.what;
   }
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "tests/las/laz_file.h"
 
+namespace veld {
 namespace {
 struct Case {
   int format;
@@ -236,3 +237,4 @@ TEST(LASzip, RecordComesBackAndNonsenseIsRefused) {
   EXPECT_FALSE(scheme.setup(11, 80, error));
   EXPECT_FALSE(scheme.setup(3, 33, error));
 }
+}  // namespace veld

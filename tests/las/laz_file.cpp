@@ -9,6 +9,7 @@
 #include <iterator>
 #include <random>
 
+namespace veld {
 namespace {
 template <typename T>
 T get(const std::vector<uint8_t>& bytes, uint64_t at) {
@@ -228,3 +229,4 @@ std::vector<uint8_t> made_records(int format, uint32_t nextra, uint64_t n, Fligh
   }
   return records;
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "las/laz_chunks.h"
 #include "las/laz_codec.h"
 
+namespace veld {
 std::string sha256_hex(const std::vector<uint8_t>& bytes);
 
 // Reads the whole file; empty if it can't be read.
@@ -37,3 +38,4 @@ enum class Flight {
 
 // n records of a point format with extra bytes behind its fields.
 std::vector<uint8_t> made_records(int format, uint32_t nextra, uint64_t n, Flight flight, uint32_t seed);
+}  // namespace veld

@@ -9,6 +9,7 @@
 
 #include "tests/run/program.h"
 
+namespace veld {
 namespace {
 template <typename T>
 T get(const std::string& bytes, size_t at) {
@@ -201,3 +202,4 @@ TEST_F(BadInput, DirectoriesThatMayNotBeWritten) {
       << r.err;
   std::filesystem::permissions(path("locked"), std::filesystem::perms::owner_all);
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "tests/run/program.h"
 #include "tests/run/score_run.h"
 
+namespace veld {
 namespace {
 const std::vector<std::string> LINES = {"L01", "L02", "L03"};
 
@@ -208,3 +209,4 @@ TEST_F(Correction, RelativeCalibrationNeedsChannels) {
   EXPECT_TRUE(holds(rel.err + rel.out, "relative calibration disabled")) << rel.out;
   SameFiles("rel1", "rel0");
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "tests/run/program.h"
 
+namespace veld {
 namespace {
 struct Mistake {
   std::vector<std::string> args;
@@ -395,3 +396,4 @@ TEST_F(Messages, FaultsOfTheTaggedTree) {
       "<flight>\n<input>x.las</input>\n</flight>\n"};
   expect({overridden});
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+namespace veld {
 Program::Program() { std::filesystem::copy_file(VELDRUNNER_PATH, base); }
 
 pid_t Program::start(const std::vector<std::string>& args, const std::function<void()>& before) const {
@@ -55,3 +56,4 @@ bool wait_for(const std::string& path) {
   for (int i = 0; i < 1000 && !exists(path); i++) usleep(10000);
   return exists(path);
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 struct RunOutput {
   int code = -1;  // exit value; -1 when a signal ended the process
   std::string out, err;
@@ -33,3 +34,4 @@ bool simulate(const std::string& dir);
 bool holds(const std::string& text, const std::string& part);
 // Waits up to ten seconds for a file.
 bool wait_for(const std::string& path);
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "las/las_access.h"
 #include "tests/run/program.h"
 
+namespace veld {
 namespace {
 // Lines of the log that tell swaths, groups, channels, trajectories with their parameters, mounts and dates.
 std::string lists_of(const std::string& log) {
@@ -321,3 +322,4 @@ TEST(ProjectInputs, TwoStepsRefineTheFirst) {
   for (double& v : bore) found >> v;
   for (const double v : bore) EXPECT_LT(std::fabs(v), 0.01);
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "tests/run/program.h"
 #include "tests/support/swath_writer.h"
 
+namespace veld {
 namespace {
 template <typename T>
 std::string poked(std::string bytes, size_t at, T value) {
@@ -107,3 +108,4 @@ TEST(RunHostile, NamesTooLongForTheirOutputsAreFoundFirst) {
   EXPECT_EQ(out.code, 1);
   EXPECT_TRUE(holds(out.err, "ERROR: name too long for a corrected swath, use -out: ")) << out.err;
 }
+}  // namespace veld

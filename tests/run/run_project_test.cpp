@@ -12,6 +12,7 @@
 #include "sim/score.h"
 #include "tests/run/program.h"
 
+namespace veld {
 namespace {
 // One project for all tests of the suite, so that later runs find the caches of earlier ones.
 struct RunProject : testing::Test {
@@ -327,3 +328,4 @@ TEST_F(RunProject, ABrokenTrajectoryEndsInOneClearLine) {
   EXPECT_TRUE(holds(r.err, "bad.out")) << r.err;
   EXPECT_TRUE(holds(r.err, "ERROR: correction failed\n")) << r.err;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "lib/general/logfiles.h"
 #include "tests/run/program.h"
 
+namespace veld {
 namespace {
 // Names of the files of a directory that start and end so, sorted.
 std::vector<std::string> files_of(const std::string& dir, const std::string& start, const std::string& end) {
@@ -233,3 +234,4 @@ TEST(Run, QuietSilencesTheReadTestToo) {
   EXPECT_EQ(quiet.code, 0);
   EXPECT_EQ(quiet.out + quiet.err, "");
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "las/las_access.h"
 
+namespace veld {
 bool simulate(const std::string& dir, const std::string& options) {
   std::filesystem::create_directories(dir);
   const std::string command =
@@ -34,3 +35,4 @@ double number_after(const std::string& text, const std::string& label) {
   const size_t at = text.find(label);
   return at == std::string::npos ? std::nan("") : std::atof(text.c_str() + at + label.size());
 }
+}  // namespace veld

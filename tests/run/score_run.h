@@ -6,6 +6,7 @@
 
 #include "sim/score.h"
 
+namespace veld {
 // Writes the simulated project that veldsim makes of the options into a directory; it is made if absent.
 bool simulate(const std::string& dir, const std::string& options);
 
@@ -16,3 +17,4 @@ ProjectScore score_files(const std::string& truth, const std::string& out,
 
 // The number behind the first occurrence of a label in a text; not a number without one.
 double number_after(const std::string& text, const std::string& label);
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "las/las_access.h"
 
+namespace veld {
 namespace {
 std::vector<std::string> las_files(const std::string& dir) {
   std::vector<std::string> names;
@@ -71,3 +72,4 @@ void ScoredProject::change_units(double plane, double height) {
     }
   });
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/Geometry/xyz.h"
 #include "tests/run/program.h"
 
+namespace veld {
 struct ScoredRun {
   RunOutput run;
   bool scored = false;  // all corrected swaths are there and whole
@@ -42,3 +43,4 @@ template <typename T>
 void poke(std::string& bytes, size_t at, T value) {
   bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "tests/run/program.h"
 #include "tests/support/signal_cases.h"
 
+namespace veld {
 #ifndef VELD_SANITIZED
 namespace {
 const std::vector<std::string> ALIGN = {"-align",  "-utm", "33",    "-po", "traj.out", "-i",     "L*.las",
@@ -98,3 +99,4 @@ TEST(Signals, TheLockOfAKilledRunIsTakenOver) {
   EXPECT_FALSE(exists(program.base + ".lock"));
 }
 #endif
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "las/las_access.h"
 #include "tests/run/scored_project.h"
 
+namespace veld {
 namespace {
 // With the whole attitude in the project's own system 0.024 m remain; wrong geometry leaves decimetres.
 constexpr double GOOD_RMS = 0.035, GOOD_LARGEST = 0.15;
@@ -133,3 +134,4 @@ TEST(TrajectoryRun, SingleWrongRecords) {
     EXPECT_LT(most, 0.002);
   }
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 // Errors of a swath over 100 m x 100 m: linear in place and height.
 dxyz planted_error(const dxyz& p, double sign) {
@@ -119,3 +120,4 @@ TEST(DutFile, ReadsRecordsAndRefusesOtherFiles) {
   }
 }
 }  // namespace
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "sim/score.h"
 #include "sim/simproject.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = M_PI / 180;
 
@@ -170,3 +171,4 @@ TEST(Score, ShiftAndRelativeErrorAreSeparated) {
   EXPECT_EQ(score.ncells, 1);
 }
 }  // namespace
+}  // namespace veld

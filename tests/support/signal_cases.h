@@ -3,6 +3,7 @@
 #pragma once
 #include <csignal>
 
+namespace veld {
 constexpr struct SignalCase {
   int number;
   const char* label;
@@ -12,3 +13,4 @@ constexpr struct SignalCase {
                     {SIGTRAP, "TRAP 5", 133},  {SIGQUIT, "QUIT 3", 131},  {SIGSYS, "SYS 31", 140},
                     {SIGBUS, "BUS 7", 138},    {SIGHUP, "HUP 1", 129},    {SIGUSR1, "USR1 10", 138},
                     {SIGALRM, "ALRM 14", 142}, {SIGXCPU, "XCPU 24", 152}, {SIGVTALRM, "VTALRM 26", 154}};
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace veld {
 namespace {
 struct Bytes {
   std::vector<uint8_t> data;
@@ -116,3 +117,4 @@ std::vector<TestPoint> fly_line(const TestLine& line) {
     }
   return points;
 }
+}  // namespace veld

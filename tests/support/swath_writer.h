@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+namespace veld {
 struct TestPoint {
   double x = 0, y = 0, z = 0;  // file units
   double t = 0;                // GPS time, s
@@ -40,3 +41,4 @@ struct TestLine {                    // a straight flight over a surface
 
 // Points in the order of flight: scan lines across the track, positions slightly irregular but repeatable.
 std::vector<TestPoint> fly_line(const TestLine& line);
+}  // namespace veld

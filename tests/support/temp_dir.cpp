@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+namespace veld {
 TempDir::TempDir() {
   std::string name = (std::filesystem::temp_directory_path() / "veld_test_XXXXXX").string();
   if (!mkdtemp(name.data())) std::abort();
@@ -28,3 +29,4 @@ void write_text(const std::string& path, const std::string& text) {
 }
 
 bool exists(const std::string& path) { return std::filesystem::exists(path); }
+}  // namespace veld

@@ -3,6 +3,7 @@
 #pragma once
 #include <string>
 
+namespace veld {
 struct TempDir {
   std::string path;  // without a trailing "/"
   TempDir();
@@ -14,3 +15,4 @@ struct TempDir {
 std::string read_text(const std::string& path);  // empty when the file is absent
 void write_text(const std::string& path, const std::string& text);
 bool exists(const std::string& path);
+}  // namespace veld

@@ -11,6 +11,7 @@
 #include "tests/support/swath_writer.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 class TilingTest : public testing::Test {
  protected:
   TempDir dir;
@@ -35,3 +36,4 @@ class TilingTest : public testing::Test {
     return LmT_swath(path, 0, par, cache, memory, res);
   }
 };
+}  // namespace veld

@@ -13,6 +13,7 @@
 #include "lib/general/binfile.h"
 #include "lib/general/txtfile.h"
 
+namespace veld {
 constexpr uint32_t DUT_MAGIC = 0x471EFF39;
 constexpr uint32_t DUT_VERSION = 0x0003378A;
 constexpr double DUT_NOTIME = -2e307;     // Time1 or Time2 of a vertex without a time
@@ -164,3 +165,4 @@ std::string DUT_base(const std::string& path);
 [[nodiscard]] bool read_DUT(const std::string& name, const DUTidx& idx, std::vector<DUTpair>& pairs);
 // Writes name + "_dut.txt" from the pair of files. False after an ERROR line.
 [[nodiscard]] bool export_DUT(const std::string& name);
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/DUTio/DUTio_internal.h"
 
+namespace veld {
 namespace {
 bool fail(const std::string& what, const std::string& file) {
   ERROR_MSG(what << file);
@@ -209,3 +210,4 @@ bool read_DUT_IDX(const std::string& name, DUTidx& idx) {
   log_index(idx);
   return true;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/DUTio/DUTio_internal.h"
 
+namespace veld {
 namespace {
 // Opens name + ".dut" and reads its header.
 bool open_DUT(const std::string& file, BufBinFileIn& in, DUTHdr& hdr) {
@@ -123,3 +124,4 @@ bool export_DUT(const std::string& name) {
   LOG_LINE("nreg=" << idx.nreg << " tnok=" << tnok << " tnpt=" << n);
   return true;
 }
+}  // namespace veld

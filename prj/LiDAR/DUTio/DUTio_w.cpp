@@ -6,6 +6,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/DUTio/DUTio_internal.h"
 
+namespace veld {
 namespace {
 std::string dut_part(const DUTwriter& w) { return w.name + DUT_EXT + ".part"; }
 std::string idx_part(const DUTwriter& w) { return w.name + IDX_EXT + ".part"; }
@@ -123,3 +124,4 @@ bool close_DUT_IDX(DUTwriter& w) {
   w.active = false;
   return ok;
 }
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr int NM_TMIN = 4;  // smallest overlap of a tile, microtiles: as for the registration
 
@@ -235,3 +236,4 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   LOG_MSG("StdDev DZ=" << result.stddev << " RMS DZ=" << result.rms << " Area=" << result.area << " m2");
   return true;
 }
+}  // namespace veld

@@ -16,6 +16,7 @@
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/stat_xyz.h"
 
+namespace veld {
 // The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the
 // swath's tile table (".0T.idx", same order), 32 x 32 microtile centres, z = -9999 where there is none.
 struct SCorrTbl {
@@ -46,3 +47,4 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
 // False after an ERROR line when no grid can be read or the log cannot be written.
 [[nodiscard]] bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs,
                                   const std::vector<SCorrTbl>& corr, int nthreads, QCcorrResult& result);
+}  // namespace veld

@@ -6,6 +6,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 // The two hot routines are built for several vector widths; the products are the same in each, lane by lane.
 #if defined(__x86_64__) && !defined(VELD_SANITIZED)
 #define LKR_CLONES __attribute__((target_clones("default", "avx2")))
@@ -348,3 +349,4 @@ uint32_t encode_ZDS(double z, bool nodata, float s, float GSD, float density, fl
   const uint32_t dcode = dv < 7 ? static_cast<uint32_t>(dv) : 7;
   return zcode | scode << 24 | dcode << 29;
 }
+}  // namespace veld

@@ -14,6 +14,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 constexpr int KSIZE = 6;           // taps along an axis: pixels floor(p) - 2 to floor(p) + 3
 constexpr int LKR_LANES = 8;       // taps as computed; those beyond KSIZE are 0
 constexpr float LKR_WMIN = 1e-4f;  // taps of this weight or less are left out
@@ -66,3 +67,4 @@ inline float decode_Z(uint32_t word) {
 }
 inline int decode_S(uint32_t word) { return static_cast<int>((word >> 24) & 31); }
 inline int decode_D(uint32_t word) { return static_cast<int>(word >> 29); }
+}  // namespace veld

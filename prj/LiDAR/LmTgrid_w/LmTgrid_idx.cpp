@@ -10,6 +10,7 @@
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr uint32_t MAXDIM = 16384;
 
@@ -217,3 +218,4 @@ GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, c
   if (!any) LOG_LINE("read_gZ_tile_8nn <!> nn tiles: nmt=0 ");
   return npix > 0 ? GridRead::heights : GridRead::none;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTgrid_w/LKRgrid.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 
+namespace veld {
 // What is to be done with a swath.
 enum class GridTask {
   none,    // nothing: not used, or no overlap
@@ -63,3 +64,4 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
 // After the last tile of a swath: index and merged grid under temporary names, then renamed, the index last.
 // Gives the tables back. False, and no grid, when a step of the swath failed.
 bool sw_grid_post(USGDstr& u, const GridScope& scope);
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 std::string block_name(const USGDstr& u, uint32_t k) {
   std::string n = std::to_string(k);
@@ -209,3 +210,4 @@ bool sw_grid_post(USGDstr& u, const GridScope& scope) {
   u.gT.clear();
   return ok;
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 struct Block {    // a tile of a swath
   uint32_t unit;  // in the list of units
@@ -141,3 +142,4 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
   LOG_MSG1("Used " << Mpt << " Mp, written " << Mpixt << " Mpix ~ " << Mpixt * 4 << " MB | " << time.text());
   return ok;
 }
+}  // namespace veld

@@ -15,6 +15,7 @@
 #include "prj/LiDAR/LmTplot/LmTplot.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 constexpr uint32_t GridMagic = 0xCACACACA;
 constexpr uint32_t GridVersion = 0x30E1C;
 constexpr float NODATA = -9999.0f;         // height of a pixel without one
@@ -106,3 +107,4 @@ int grid_smax_code(float smax, float GSD);
 // Largest roughness code that is registered: the smaller of that code and of smax in grid spacings. Below a
 // spacing of half a metre the first masks nothing, as codes end at two spacings.
 int reg_smax_code(float smax, float GSD);
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 const char* const EXT_TIDX = ".0T.idx";
 const char* const EXT_MTIDX = ".mT.idx";
 const char* const EXT_MTZM = ".mT.tbl.Zm";
@@ -232,3 +233,4 @@ void show_delete_file_list(const std::string& label, uint64_t nfiles, uint64_t n
   LOG_LINE("Deleted " << nfiles << " file" << (nfiles == 1 ? "" : "s") << ", "
                       << static_cast<double>(nbytes) * 1e-6 << " Mb)");
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
+namespace veld {
 // Suffixes behind a cache name.
 extern const char* const EXT_TIDX;    // ".0T.idx": header, info, tile table
 extern const char* const EXT_MTIDX;   // ".mT.idx": counts
@@ -66,3 +67,4 @@ bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles,
                              uint64_t& nbytes);  // points, temporary tiles
 // "Deleted n files, s Mb)" in the log, under a scope named label.
 void show_delete_file_list(const std::string& label, uint64_t nfiles, uint64_t nbytes);
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
+namespace veld {
 // Open point, count and height files of a swath. A union has counts only.
 struct PointFiles {
   PosFileIn points, counts, heights;
@@ -264,3 +265,4 @@ bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, do
     }
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "lib/general/txtfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t IDX_BUFFER = 4096;
 
@@ -144,3 +145,4 @@ bool read_LTidx_uswaths(const std::string& path, std::vector<std::string>& membe
   }
   return !members.empty();
 }
+}  // namespace veld

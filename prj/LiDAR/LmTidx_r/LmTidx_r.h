@@ -20,6 +20,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
+namespace veld {
 [[nodiscard]] bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr);
 int header_level(const LTidxHdr& hdr);  // of the tiles, 5 to 10
 [[nodiscard]] bool read_LTidxInfo(const std::string& path, LTidxInfo& info);
@@ -106,3 +107,4 @@ class TileTables {
 [[nodiscard]] bool read_LmT_tile_bbox(const SwTiles& sw, int64_t XI, int64_t YI, double x0, double x1,
                                       double y0, double y1, Vector<xyz>& P, uint64_t& np, uint64_t& nmtr,
                                       uint64_t& nmtf);
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "prj/LiDAR/LmTidx_r/tile_geom.h"
 
+namespace veld {
 constexpr uint32_t TileMagic = 0x471EFA32;
 constexpr uint32_t TileVersion = 0x3ADE0;
 
@@ -98,3 +99,4 @@ static_assert(sizeof(LmTpoint) == 6);
 
 constexpr uint64_t MT_IMG_BYTES = mTn * 4;  // one tile of ".mT.idx" or ".mT.tbl.Zm"
 constexpr uint64_t TT_REC_BYTES = 11;       // one point of a temporary tile file
+}  // namespace veld

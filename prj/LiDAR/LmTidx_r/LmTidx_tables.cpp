@@ -6,6 +6,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
+namespace veld {
 namespace {
 // Calls use(tile index, record) for the nt records of a file, in order.
 template <typename Record, typename Use>
@@ -106,3 +107,4 @@ bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>
     to_image(rec.dev, mTsub, dev.val[k]);
   });
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #pragma once
 #include <cstdint>
 
+namespace veld {
 constexpr int mT_SUB_LEVEL = 5;
 constexpr int mTsub = 1 << mT_SUB_LEVEL;       // microtiles along the side of a tile
 constexpr int mTn = mTsub * mTsub;             // microtiles of a tile; flat index = row * 32 + column
@@ -53,3 +54,4 @@ inline TileGeom make_tile_geom(int level) {
 
 // Ground position (m) of the lower or left side of the tile with this index.
 inline double tile_origin(const TileGeom& g, uint32_t index) { return index * g.Tsize + GROUND_ORIGIN; }
+}  // namespace veld

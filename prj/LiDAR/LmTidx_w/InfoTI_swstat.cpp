@@ -7,6 +7,7 @@
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 // The swaths that the project's numbers rest on: the mobile ones, all when there are none.
 bool counts_in(const Project& prj, size_t i) {
@@ -184,3 +185,4 @@ bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat) {
   show_table(prj, stat);
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
+namespace veld {
 namespace {
 constexpr uint32_t MIN_TILE_POINTS = 15;  // at least one tile must hold more
 
@@ -93,3 +94,4 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
   res.done = true;
   return true;
 }
+}  // namespace veld

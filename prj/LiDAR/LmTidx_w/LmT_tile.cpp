@@ -10,6 +10,7 @@
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 // A thread's share of the budget must hold some hundred open tiles: a swath crosses about that many at a
 // time.
@@ -123,3 +124,4 @@ bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
                                 << watch.text()));
   return !totals.stop;
 }
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
+namespace veld {
 namespace {
 struct UnionTile {  // a tile of one member
   uint64_t place;   // y, then x: the order of tile tables
@@ -260,3 +261,4 @@ bool LmT_union(size_t sw0, const std::vector<std::string>& names, const std::vec
   LOG_LINE(" /// LmT_UNION_TIME=" << watch.text());
   return true;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 
+namespace veld {
 // The first `used` of the names from sw0 on that fit into one tile table (65535 tiles, 1024 along an axis):
 // their places. Nearly always all of them. False, silently, when a table cannot be read.
 [[nodiscard]] bool choose_union(size_t sw0, const std::vector<std::string>& names,
@@ -19,3 +20,4 @@
 // members as these are now, else made anew and the grid of the union removed. False after an ERROR line.
 [[nodiscard]] bool LmT_union(size_t sw0, const std::vector<std::string>& names, const std::vector<bool>& used,
                              const TilingParam& par, std::string& path);
+}  // namespace veld

@@ -11,6 +11,7 @@
 #include "lib/threads/memory_budget.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 
+namespace veld {
 // What kept a swath from being tiled.
 enum class SwathFault {
   none,
@@ -64,3 +65,4 @@ struct LmTtileResult {
 
 // Threads for tiling: at most nthreads and -nthreads_io, the swaths to tile, and as many as -mem can serve.
 int tiling_threads(int nthreads, int nswaths);
+}  // namespace veld

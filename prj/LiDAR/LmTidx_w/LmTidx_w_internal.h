@@ -12,6 +12,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 
+namespace veld {
 constexpr double BIG = 2e307;             // running minima start here, maxima at -BIG
 constexpr double ROLLOVER_SPAN = 40000;   // s: a longer span is a rollover
 constexpr double WEEK_SPAN = 300000;      // s: a longer span is a week's rollover
@@ -118,3 +119,4 @@ bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<Occ
 // ".0T.idx", under a temporary name until it is whole.
 bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
                  const LTidxInfo& info, const Vector<TIsxy>& TI);
+}  // namespace veld

@@ -13,6 +13,7 @@
 #include "prj/LiDAR/LmTidx_w/tile_grid.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t MIN_POINTS = 16;
 
@@ -410,3 +411,4 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
   LOG_LINE(" /// SWATH_TT_PROC_TIME=" << watch.text());
   return true;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 struct LmTfiles {  // the four files that are written side by side
   BufBinFileOut idx{TILE_BUFFER}, zm{TILE_BUFFER}, dt{TILE_BUFFER}, xyz{TILE_BUFFER};
@@ -202,3 +203,4 @@ bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rov
   LOG_LINE(" /// SWATH_LmT_PROC_TIME=" << watch.text());
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 
+namespace veld {
 namespace {
 constexpr double KM_FROM = 10000;  // m: lengths are told in kilometres when the longest swath reaches this
 
@@ -132,3 +133,4 @@ bool write_sw_stat(const Project& prj, const ProjectStat& stat) {
   write_project(out, prj, stat, unit);
   return out.commit();
 }
+}  // namespace veld

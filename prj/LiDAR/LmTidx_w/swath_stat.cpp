@@ -7,6 +7,7 @@
 #include "lib/general/path.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr size_t HIST_MAX = 1u << 20;  // points of a microtile that are told apart
 constexpr double DEG = 57.29577951308232;
@@ -215,3 +216,4 @@ bool comp_mainch_swaths(Project& prj, const std::vector<SwathStat>& stat, bool f
     LOG_MSG("Main channel updated for " << missing << " swaths, initial consistency check passed");
   return !fix_ch0;
 }
+}  // namespace veld

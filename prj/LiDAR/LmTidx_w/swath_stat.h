@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 struct CountHist {               // microtiles by their number of points, of a swath or of several
   std::vector<uint64_t> nmt_of;  // nmt_of[n]: microtiles with n > 0 points; larger counts in the last one
   uint64_t np = 0;               // points
@@ -74,3 +75,4 @@ constexpr uint32_t MAX_FRAME = 2048;  // tiles along an axis of a project, at mo
 uint64_t tile_cache_bytes(const std::string& path);  // of the tile family of a swath, on disk
 // Writes name + "_sw_stat.log".
 [[nodiscard]] bool write_sw_stat(const Project& prj, const ProjectStat& stat);
+}  // namespace veld

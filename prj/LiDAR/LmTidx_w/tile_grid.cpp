@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 constexpr uint32_t START_SIDE = 32;  // tiles
 }
@@ -140,3 +141,4 @@ void TileGrid::tileinfo_tbl(double Tsize, Vector<TIsxy>& TI) const {
                     << static_cast<double>(npts) / static_cast<double>(nt) / area << " max_D~"
                     << nmax / area);
 }
+}  // namespace veld

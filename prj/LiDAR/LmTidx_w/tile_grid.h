@@ -9,6 +9,7 @@
 
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
+namespace veld {
 enum class TTstate { good = 0, create_failed = 2, write_failed = 3, out_of_limit = 4 };
 
 class TileGrid {
@@ -66,3 +67,4 @@ class TileGrid {
   std::vector<std::unique_ptr<uint8_t[]>> buffers_;
   std::vector<uint8_t*> free_;
 };
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
+namespace veld {
 namespace {
 struct Cov {
   double mx = 0, my = 0, cxx = 0, cyy = 0, cxy = 0;
@@ -109,3 +110,4 @@ bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector
   remove_file(part);
   return false;
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
+namespace veld {
 namespace {
 struct TTpoint {
   uint32_t x, y, z;  // units: position in the tile, biased height
@@ -112,3 +113,4 @@ bool sort_LmT_XYZT(TileWork& w, uint32_t n, const TileGeom& g, TileCounts& c) {
   if (c.nZout > 0) LOG_LINE("<!> LOSS");
   return true;
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 using v4 = float __attribute__((vector_size(16)));
 
@@ -170,3 +171,4 @@ void proc_LmT(TileWork& w, const TileGeom& g, uint32_t stmax, LmTstat& stat) {
   stat.max_dt = std::max(stat.max_dt, max_dt);
   stat.max_dev = std::max(stat.max_dev, max_dev);
 }
+}  // namespace veld

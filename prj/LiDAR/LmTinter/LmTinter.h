@@ -16,6 +16,7 @@
 #include "prj/LiDAR/LmTplot/swath_inter.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 constexpr int KEEP_SAME = 0;  // values of the pair filters
 constexpr int KEEP_ALL = 1;
 constexpr int KEEP_DIFF = 2;
@@ -84,3 +85,4 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
 // written.
 [[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap,
                                  const InterParam& param, InterResult& result);
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/stat_xyz.h"
 
+namespace veld {
 constexpr uint32_t RegCacheMagic = 0xAC810769;
 constexpr uint32_t RegCacheVersion = 0x3378B;  // 0x3378A: the gradient method, without roughness
 
@@ -38,3 +39,4 @@ bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg);
 [[nodiscard]] bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2,
                              const InterTiles& tiles, const NRresult& reg, int Jend, std::vector<DUTstr>& rec,
                              StatXYZ& stat);
+}  // namespace veld

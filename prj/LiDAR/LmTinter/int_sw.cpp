@@ -5,6 +5,7 @@
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 
+namespace veld {
 namespace {
 uint64_t tile_place(const TIsxy& t) { return static_cast<uint64_t>(t.y) << 32 | t.x; }
 
@@ -159,3 +160,4 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
   LOG_LINE("n0=" << n0 << " n1=" << n1 << " " << label);
   return pairs;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 uint64_t count_valid(const Image<float>& img) {
   return static_cast<uint64_t>(
@@ -117,3 +118,4 @@ InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSw
   LOG_LINE("/// INTER_TZ1_TZ2_TIME=" << time.text());
   return inter.nfpix1 > 0 && inter.nfpix2 > 0 ? InterState::ok : InterState::none;
 }
+}  // namespace veld

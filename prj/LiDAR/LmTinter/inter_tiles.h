@@ -10,6 +10,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 struct InterSwath {  // what the pairs of a swath share; read when the swath comes up
   int sw = -1;
   std::string path;
@@ -51,3 +52,4 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
 [[nodiscard]] InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2,
                                        int nmTmin, const RegLevels& levels, int nthreads, InterTiles& inter,
                                        NRpair& pair);
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr int64_t MAX_NOTIME = 20;  // percent of vectors without a time that pass without a warning
 
@@ -270,3 +271,4 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
   report(run, result, time.text());
   return true;
 }
+}  // namespace veld

@@ -11,6 +11,7 @@
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 uint64_t hash_text(const std::string& s) {  // FNV-1a, 64 bits
   uint64_t h = 0xCBF29CE484222325ull;
@@ -126,3 +127,4 @@ bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg) {
   BufBinFileOut out(256);
   return out.open(result.part(), 0) && out.write(&idx, sizeof(idx)) && out.close() && result.commit();
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 
+namespace veld {
 namespace {
 struct TimeTile {  // vertex times of one tile of one swath
   bool fixed = false;
@@ -84,3 +85,4 @@ bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
   LOG_LINE("np0=" << np0 << " np=" << rec.size() << " nptime=" << nptime << " nerrt=" << nerrt);
   return true;
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 // Position of a tile in a frame; false outside it.
 bool place_in_frame(const TileInfo& frame, uint32_t XI, uint32_t YI, int& x, int& y) {
@@ -251,3 +252,4 @@ void img_Tovr_clip(const Tovr& ovr, uint8_t nmax, Image<uint8_t>& img) {
             std::min(n.val[i], nmax);
     }
 }
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "lib/DataStructure/image.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
+namespace veld {
 struct ToccTile {         // one tile of an occupancy
   uint32_t x = 0, y = 0;  // tile indices
   uint32_t k = 0;         // index in the tile table of the swath (of the first one, for a pair)
@@ -76,3 +77,4 @@ Tocc erode_Tocc_closed(const Tocc& occ, int k, int gap);
 uint64_t img_Tocc(const Tocc& occ, const TileInfo& frame, Image<uint8_t>& img);
 uint64_t img_Tocc(const Tocc& occ, const TileInfo& frame, Image<uint16_t>& img);
 void img_Tovr_clip(const Tovr& ovr, uint8_t nmax, Image<uint8_t>& img);
+}  // namespace veld

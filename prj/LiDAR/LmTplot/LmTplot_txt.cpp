@@ -2,6 +2,7 @@
 
 #include "lib/general/result_file.h"
 
+namespace veld {
 namespace {
 // A closed polygon of four corners per swath, as text and, with outobj, as .obj.
 template <typename Corners>
@@ -56,3 +57,4 @@ bool write_BBOX(const std::string& file, double xmin, double ymin, double xmax, 
   for (int i = 0; i <= 4; i++) txt.fs << c[i % 4][0] << ' ' << c[i % 4][1] << '\n';
   return txt.commit();
 }
+}  // namespace veld

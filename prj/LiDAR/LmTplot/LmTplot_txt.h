@@ -6,6 +6,7 @@
 
 #include "prj/LiDAR/LmTplot/LmTplot.h"
 
+namespace veld {
 struct SwathPlot {  // one swath of a plot
   std::string path;
   int sw = 0;
@@ -19,3 +20,4 @@ struct SwathPlot {  // one swath of a plot
 [[nodiscard]] bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj);
 // One box in metres (xmin, ymin, xmax, ymax) into exactly this file.
 [[nodiscard]] bool write_BBOX(const std::string& file, double xmin, double ymin, double xmax, double ymax);
+}  // namespace veld

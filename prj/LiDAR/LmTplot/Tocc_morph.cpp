@@ -5,6 +5,7 @@
 
 #include "prj/LiDAR/LmTplot/LmTplot.h"
 
+namespace veld {
 namespace {
 constexpr int SIDE = mTsub + 2;                    // a tile and its ring
 using Lattice = std::array<uint8_t, SIDE * SIDE>;  // element (x + 1, y + 1) is microtile (x, y)
@@ -183,3 +184,4 @@ Tocc erode_Tocc_closed(const Tocc& occ, int k, int gap) {
   }
   return result;
 }
+}  // namespace veld

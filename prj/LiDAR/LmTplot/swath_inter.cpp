@@ -6,6 +6,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 struct Span {
   double lo = 0, hi = 0;
@@ -88,3 +89,4 @@ SwPairList check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos, const st
   LOG_LINE("BB+MBR: ninter=" << nbb << " ninter2=" << pairs.size());
   return pairs;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
+namespace veld {
 // Whether two boxes (kept points, X and Y) have a point in common; touching counts.
 bool inter_BBOX(const LTidxInfo& a, const LTidxInfo& b);
 
@@ -21,3 +22,4 @@ using SwPairList = std::vector<std::pair<int, int>>;  // swath numbers, the lowe
 // the axis in which they are short against the whole, so that only those are compared that meet along it.
 SwPairList check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos, const std::vector<bool>& fixed,
                                    double mTsize, int& nbb);
+}  // namespace veld

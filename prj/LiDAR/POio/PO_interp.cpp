@@ -5,6 +5,7 @@
 #include "lib/general/assert_fail.h"
 #include "prj/LiDAR/POio/POio.h"
 
+namespace veld {
 namespace {
 constexpr double UNEVEN = 0.01;  // relative difference of spacings up to which the kernel for even ones holds
 constexpr int MAX_WALK = 16;     // steps from the proportional index before the bracket is searched for
@@ -100,3 +101,4 @@ bool SafeInterpPO(const Vector<PO>& po, double t, double dt, PO& out) {
   }
   return inside(rec, n, t);
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/POio/POio.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 // Makes one angle continuous from record i0 on. Counts the wraps and widens the largest step.
 void unroll_angle(Vector<PO>& po, uint64_t i0, float PO::*angle, uint64_t& nro, double& rmax) {
@@ -86,3 +87,4 @@ POstat comp_PO_dt_stat(const Vector<PO>& po, int proj, bool tadj) {
                          << s.min.z << " " << s.max.z << "]");
   return s;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t CONFIRM = 5;   // records that fit to each other and so stand against the one before them
 constexpr double STEP_TOL = 0.5;  // m, noise of positions on top of the limits
@@ -278,3 +279,4 @@ double end_time(const std::vector<double>& times) {
   const auto n = std::count_if(times.begin(), times.end(), near);
   return 2 * n > static_cast<int64_t>(times.size()) ? *found : std::nan("");
 }
+}  // namespace veld

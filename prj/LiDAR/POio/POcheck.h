@@ -14,6 +14,7 @@
 
 #include "prj/LiDAR/POio/POio.h"
 
+namespace veld {
 struct POcheck {
   std::string path;         // for messages
   const char* what = "";    // the format's word in messages
@@ -44,3 +45,4 @@ void end_PO(POcheck& list);
 // order): the outermost of those that lie together, or of all that are finite when these are few. NaN when there
 // is no such time.
 double end_time(const std::vector<double>& times);
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct [[gnu::packed, gnu::aligned(4)]] PO {  // one sample, 44 bytes in memory and in caches
   double t;                                   // s
   double x, y, z;          // longitude and latitude in degrees, or easting and northing in m; height in m
@@ -102,3 +103,4 @@ constexpr double PO_TTOL = 0.1;  // s, accepted beyond both ends; the end sample
 // Linear between the two records of the bracket, for sparse tracks. Outside the ends out is the end sample;
 // the result is false when that is more than PO_TTOL outside.
 [[nodiscard]] bool SafeInterpPO(const Vector<PO>& po, double t, double dt, PO& out);
+}  // namespace veld

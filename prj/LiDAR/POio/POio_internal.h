@@ -6,6 +6,7 @@
 
 #include "prj/LiDAR/POio/POio.h"
 
+namespace veld {
 // Shift and scale of a file's times from its first time stamp, with AUTO_ADJ applied; what is the format's
 // word in messages. False after an ERROR line.
 [[nodiscard]] bool file_time_scale(const std::string& path, double first, const POread& par, double& deltat,
@@ -31,3 +32,4 @@ void check_time_format(const std::string& path, const char* what, double first, 
 [[nodiscard]] bool read_SBET(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 [[nodiscard]] bool scan_txt_PO(const std::string& path, const POread& par, POscan& scan);
 [[nodiscard]] bool read_txt_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 namespace {
 // GPS seconds of each leap second so far (23:59:60 UTC): since 1980 they fell at the ends of June or
 // December.
@@ -113,3 +114,4 @@ std::string date_text(double t, bool adj) {
                 rest / 60 % 60, rest % 60);
   return text;
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+namespace veld {
 constexpr double WEEK_S = 604800.0;
 constexpr double DAY_S = 86400.0;
 constexpr double ADJ_S = 1e9;  // adjusted standard GPS time = GPS seconds - ADJ_S
@@ -42,3 +43,4 @@ double leaps_UTC(double utc);
 
 // "YYYY-MM-DD hh:mm:ss" (UTC) of an adjusted time; "GPS D <day> WS hh:mm:ss" of seconds of the week.
 std::string date_text(double t, bool adj);
+}  // namespace veld

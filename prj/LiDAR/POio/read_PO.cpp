@@ -8,6 +8,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 const char* format_name(int fmt) {
   switch (fmt) {
@@ -150,3 +151,4 @@ bool read_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& t
   LOG_LINE("n=" << po.size() << " t:" << po.val[0].t << " " << po.val[po.size() - 1].t << " tadj=" << tadj);
   return true;
 }
+}  // namespace veld

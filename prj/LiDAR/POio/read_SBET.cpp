@@ -11,6 +11,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = 57.29577951308233;
 constexpr uint64_t BLOCK = 512;  // records read at once
@@ -214,3 +215,4 @@ bool read_SBET(const std::string& path, const POread& par, Vector<PO>& po, bool&
   list.coord = PO_GEO;
   return read_records(times, n0, n1, deltat, par, list) && finish_PO(list, po);
 }
+}  // namespace veld

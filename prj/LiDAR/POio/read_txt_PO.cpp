@@ -10,6 +10,7 @@
 #include "prj/LiDAR/POio/txt_rows.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = 57.29577951308233;
 constexpr uint64_t TAIL = 65536;  // bytes in which the last row is looked for
@@ -162,3 +163,4 @@ bool read_txt_PO(const std::string& path, const POread& par, Vector<PO>& po, boo
                         << nrow << ", selected: " << list.rec.size() << ", skipped: " << nskip);
   return finish_PO(list, po);
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 
+namespace veld {
 namespace {
 bool is_separator(char c) { return c == ' ' || c == ',' || c == '\t'; }
 
@@ -138,3 +139,4 @@ bool parse_PO_row(std::string_view line, const POcolumns& col, bool hms, POrow& 
          parse_number(field[col.z], row.z) && (col.w < 0 || parse_number(field[col.w], row.w)) &&
          (col.p < 0 || parse_number(field[col.p], row.p)) && (col.k < 0 || parse_number(field[col.k], row.k));
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 
 #include "lib/general/binfile.h"
 
+namespace veld {
 // Lines of a file from some position on. A line longer than the buffer is passed over.
 class LineReader {
  public:
@@ -45,3 +46,4 @@ struct POrow {
 // Takes a row apart at blanks, commas and tabs. hms: the time has colons, and must have them. False if a
 // column is missing or no finite number.
 bool parse_PO_row(std::string_view line, const POcolumns& col, bool hms, POrow& row);
+}  // namespace veld

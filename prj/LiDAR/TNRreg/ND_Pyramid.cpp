@@ -5,6 +5,7 @@
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
+namespace veld {
 namespace {
 constexpr int REACH = 3;
 constexpr float KERNEL[2 * REACH + 1] = {0.03f, 0.1f, 0.22f, 0.3f, 0.22f, 0.1f, 0.03f};
@@ -44,3 +45,4 @@ void ND_Pyramid(Vector<Vector<Image<float>>>& levels, const Vector<Image<float>>
     return true;
   });
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/Inference/GaussLBP1D.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
+namespace veld {
 namespace {
 // Works on heights above their mean: the precisions that close the holes and the recursive filters are of
 // single precision, and both leave a constant alone.
@@ -52,3 +53,4 @@ void Reg_Coef(Vector<Image<float>>& images, int nthreads) { coef_images(images, 
 void Reg_Coef_mg(Vector<Vector<Image<float>>>& levels, int l, int nthreads) {
   coef_images(levels(l), nthreads, "th_Reg_Coef_mg");
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 constexpr float NR_NODATA = -9999.0f;  // a height without data; a vertex (its z) without estimate
 constexpr float NR_NO_UNC = 1000.0f;   // uncertainty of a vertex without estimate
 constexpr int MG_SKIP = 2;             // level J works on pyramid level max(J - MG_SKIP, 0)
@@ -107,3 +108,4 @@ struct NRresult {
 // displacement leaves on data, and this gets the statistics at displacement 0.
 [[nodiscard]] bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat,
                                 DZmap* dzmap = nullptr, DZstat* before = nullptr);
+}  // namespace veld

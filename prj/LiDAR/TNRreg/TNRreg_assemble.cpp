@@ -5,6 +5,7 @@
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 
+namespace veld {
 namespace {
 void init_prior(NormalEq& N, const dUParamTiles& Q) {
   N.cx.assign(N.size(), 0.0f);
@@ -196,3 +197,4 @@ double prior_energy(const NormalEq& N, const dUParamTiles& Q) {
   }
   return 0.5 * sum;
 }
+}  // namespace veld

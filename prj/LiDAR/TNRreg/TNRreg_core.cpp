@@ -7,6 +7,7 @@
 #include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr float S_ZERO = 0.0001f;  // a residual scale of this or less is no scale
 // Of the prior, for a vertex spacing of 1 m. A tenth of it held neighbours too loosely: twice the errors.
@@ -154,3 +155,4 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   if (!cached && !param.cache.empty()) result.cache_written = write_cache(Q, param.cache);
   return keep_certain(Q, result);
 }
+}  // namespace veld

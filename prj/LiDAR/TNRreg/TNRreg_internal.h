@@ -18,6 +18,7 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
+namespace veld {
 constexpr int H_SIZE = 131072;  // bins of the histogram of absolute residuals; signed ones have twice as many
 constexpr float MINFRAC = 0.02f;  // least part of a tile's, or of a vertex cell's, pixels in use
 constexpr float MINFRAC0 = 0.02f;
@@ -201,3 +202,4 @@ Image<xyz> refine_Def(const Image<xyz>& Def, bool scale);  // side n -> 2 (n - 1
 // F: 1 + the roughness code where img has data, else 0; without codes (S empty) just 1.
 void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img,
                const Vector<Image<uint8_t>>& S = {});
+}  // namespace veld

@@ -4,6 +4,7 @@
 
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 
+namespace veld {
 namespace {
 // Conjugate gradients end at this residual: the linearisation itself is no better.
 constexpr double CG_TOL = 0.1;
@@ -63,3 +64,4 @@ GNstep gauss_newton_step(dUParamTiles& Q, GNwork& work, double E0) {
   }
   return step;
 }
+}  // namespace veld

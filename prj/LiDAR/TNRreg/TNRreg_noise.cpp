@@ -7,6 +7,7 @@
 
 #include "lib/threads/pool.h"
 
+namespace veld {
 namespace {
 // The noise of a pixel's height has three parts, as wide as the model has them:
 // - that of points, which the kernel spreads over 7.7 pixels (one over the integral of its square). A sign holds
@@ -274,3 +275,4 @@ void comp_local_scale(const NormalEq& N, dUParamTiles& Q, float least, std::vect
     scale[k].z = std::max(least, z > 1 ? z * std::sqrt(z) : z);
   }
 }
+}  // namespace veld

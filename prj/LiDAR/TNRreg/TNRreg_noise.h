@@ -3,6 +3,7 @@
 #pragma once
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 
+namespace veld {
 constexpr int NSAMPLE_GROUPS = 4;  // of LANES samples each
 
 // Share of the residuals' variance that reaches over many pixels: their correlation at 8 to 16 pixels.
@@ -21,3 +22,4 @@ void comp_local_scale(const NormalEq& N, dUParamTiles& Q, float least, std::vect
 // parameters. The same for any number of threads. After set_damping.
 void sample_noise(const NormalEq& N, dUParamTiles& Q, int group, float long_share,
                   const std::vector<LocalScale>& scale, std::vector<V3<v8f>>& r);
+}  // namespace veld

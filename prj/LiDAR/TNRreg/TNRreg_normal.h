@@ -14,6 +14,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 #include "prj/LiDAR/TNRreg/TNRreg_spline8.h"
 
+namespace veld {
 // Blocks of a vertex (i, j), symmetric 3 x 3 as xx xy xz yy yz zz: with itself, with its right and its upper
 // neighbour; cross stands for (i, j) with (i + 1, j + 1) and for (i + 1, j) with (i, j + 1), which are equal.
 struct VertexBlock {
@@ -98,3 +99,4 @@ struct GNstep {
 // One step from Def at energy E0: assembles, solves, tries with growing damping until the energy falls. Leaves
 // the residuals, histogram and pixels of the new position in Q (see resid_pass).
 GNstep gauss_newton_step(dUParamTiles& Q, GNwork& work, double E0);
+}  // namespace veld

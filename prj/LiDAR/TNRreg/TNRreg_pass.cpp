@@ -6,6 +6,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 int comp_threads(const dUParamTiles& Q, uint64_t npix) {
   constexpr uint64_t MIN_PIXELS = 20000;  // a fraction of a millisecond of work
   return static_cast<int>(
@@ -140,3 +141,4 @@ double update_weights(dUParamTiles& Q) {
   });
   return data_term(Q, sum);
 }
+}  // namespace veld

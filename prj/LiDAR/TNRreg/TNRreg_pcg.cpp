@@ -4,6 +4,7 @@
 
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 
+namespace veld {
 namespace {
 template <typename V>
 struct LaneSum {  // sums in double, one a lane
@@ -157,3 +158,4 @@ HOT_CLONES int solve_PCG(const NormalEq& N, PCGwork<float>& w, double tol, int l
 HOT_CLONES int solve_PCG(const NormalEq& N, PCGwork<v8f>& w, double tol, int limit) {
   return solve(N, w, tol, limit);
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 // Keeps the difference of larger magnitude in the cell of grid pixel (i, j) of the tile at (tx, ty).
 void put_DZ(Image<float>& map, const DZmap& where, int tx, int ty, int n, int i, int j, float dz) {
@@ -215,3 +216,4 @@ bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZs
   if (!ok) LOG_LINE("<!> ACC_QC FAIL");
   return ok;
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 
+namespace veld {
 namespace {
 constexpr float S_FLOOR = 0.0001f;  // height units, below it a scale counts as zero
 
@@ -164,3 +165,4 @@ void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, 
   LOG_LINE("sigma_histo_med -> sinit=" << sinit << " outinit=" << outinit << " secant " << nsec << " s=" << s
                                        << " out=" << out << " sum=" << N);
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 #include "prj/LiDAR/TNRreg/TNRreg_spline8.h"
 
+namespace veld {
 namespace {
 // What is left of a slope whose square is not far above that of the slopes made by noise.
 [[gnu::always_inline]] inline v8f slope_share(const v8f& gx, const v8f& gy, float slope_noise) {
@@ -125,3 +126,4 @@ void expand_cell_row(const dUParamTile& T, int row, RowScratch& s) {
        {&s.u0x, &s.u0y, &s.u0z, &s.dux, &s.duy, &s.duz})  // the last group stays regular
     for (int c = std::max(n, 1); c < n + LANES; c++) (*v)[c] = (*v)[c - 1];
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 
+namespace veld {
 void init_neighbours(dUParamTiles& Q, const Image<int16_t>& TI) {
   const uint64_t nt = Q.tile.size();
   Q.right.resize(nt, -1);
@@ -206,3 +207,4 @@ void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND) {
     T.Tnpar += on;
   }
 }
+}  // namespace veld

@@ -11,6 +11,7 @@
 #include "lib/DataStructure/image.h"
 #include "lib/ImgProc/bspline3.h"
 
+namespace veld {
 #pragma GCC diagnostic ignored "-Wpsabi"  // vectors are passed to inlined functions only
 
 // The same source for machines with and without AVX2 (asked for by name: "arch=" would match one model only);
@@ -142,3 +143,4 @@ struct Pixels8 {
 }
 
 [[gnu::always_inline]] inline void add8(float* p, const v8f& v) { store8(p, load8(p) + v); }
+}  // namespace veld

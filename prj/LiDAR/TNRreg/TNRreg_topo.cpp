@@ -2,6 +2,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 
+namespace veld {
 SeamVertex corner_partner(const dUParamTiles& Q, int t, int nv) {
   if (Q.diag(t) >= 0) return {Q.diag(t), 0, 0};
   if (Q.right(t) >= 0) return {Q.right(t), 0, nv - 1};
@@ -123,3 +124,4 @@ bool apply_Vmap_ND(dUParamTiles& Q) {
   LOG_LINE("apply_Vmap_ND Tnpar=" << before << " TnparND=" << Q.Tnpar);
   return Q.Tnpar > 0;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_noise.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 // Of a sample's solution. Long waves on flat ground are a small part of the right-hand side and a large one of the
 // solution.
@@ -123,3 +124,4 @@ void delete_Vmap_unc_wb(dUParamTile& T, const Image<xyz>& Unc, int ti) {
   }
   if (ndelu > 0) LOG_LINE("delete_Vmap_unc_wb ti=" << ti << " ndelu=" << ndelu << " ndelw=" << ndelw);
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr int J_END_MAX = 3;
 constexpr int MIN_CELL = 6;  // pixels along a vertex cell of the final level
@@ -179,3 +180,4 @@ bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result, DZmap
   if (!result.ok) LOG_LINE("<!> MG_NR_REG FAIL");
   return result.ok;
 }
+}  // namespace veld

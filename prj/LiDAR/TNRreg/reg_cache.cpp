@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 
+namespace veld {
 static_assert(sizeof(xyz) == 12, "the cache holds three floats a vertex");
 
 bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def) {
@@ -37,3 +38,4 @@ bool write_reg_cache(const std::string& path, const Vector<Image<xyz>>& Def) {
   LOG_LINE("write_reg_cache -> " << path);
   return true;
 }
+}  // namespace veld

@@ -8,9 +8,11 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 // Fills Def, whose images have their sizes already. False, without a word on the console and with Def
 // undefined, when the file is absent, of another size, or holds values that no registration writes.
 [[nodiscard]] bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def);
 
 // Writes beside the name and renames when whole. False after an ERROR line of the file class or the renaming.
 [[nodiscard]] bool write_reg_cache(const std::string& path, const Vector<Image<xyz>>& Def);
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr double END_TOL = 0.1;  // s, beyond which interpolation fails at the ends
 
@@ -267,3 +268,4 @@ int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, P
   if (!sync_files(job)) return 0;
   return finish_sync(job, watch);
 }
+}  // namespace veld

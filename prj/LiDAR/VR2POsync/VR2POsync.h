@@ -18,6 +18,7 @@
 #include "prj/LiDAR/POio/POio.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 constexpr dxyz NO_PO = {1000.0, 1000.0, -9999.0};  // position where there is no trajectory; z is the test
 
 struct POsyncParam {
@@ -117,3 +118,4 @@ std::string POC_name(const std::string& swpath, int sw);  // file of swath numbe
 // 1000. Returns their number.
 uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, Vector<dxyz>& O,
                       Vector<xyz>& Att);
+}  // namespace veld

@@ -6,6 +6,7 @@
 
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 
+namespace veld {
 struct SyncJob {
   const Project& prj;
   const POsyncParam& par;
@@ -55,3 +56,4 @@ POread PO_read_param(const POgroup& group);
 [[nodiscard]] bool display_traj_proc(const SyncJob& job);  // false after an ERROR: no overlap
 
 std::string interval_text(double seconds);  // hh:mm:ss
+}  // namespace veld

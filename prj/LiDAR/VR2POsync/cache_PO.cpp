@@ -11,6 +11,7 @@
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t POC_HEAD = 12;  // bytes: u32 n, f64 dt
 constexpr double MAX_GAP = 1.0;    // s, beyond it two records are reported
@@ -189,3 +190,4 @@ uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, 
   if (nerr > 0) LOG_LINE("<!> interp_O_Att AREC=" << AREC << " np=" << np << " nerr=" << nerr);
   return nerr;
 }
+}  // namespace veld

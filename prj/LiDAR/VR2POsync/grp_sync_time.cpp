@@ -8,6 +8,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
+namespace veld {
 namespace {
 constexpr double MAX_SPAN = 40000;  // s, below this two times belong to one flight
 
@@ -171,3 +172,4 @@ bool grp_sync_time(SyncJob& job) {
                                        << " groups");
   return true;
 }
+}  // namespace veld

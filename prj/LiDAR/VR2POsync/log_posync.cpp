@@ -9,6 +9,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
+namespace veld {
 namespace {
 constexpr double SIDE_MARGIN = 2000;  // m, how far beside its track a part cut out of a swath may lie
 
@@ -207,3 +208,4 @@ bool display_traj_proc(const SyncJob& job) {
   ERROR_MSG("no overlap between LiDAR and trajectory, wrong unit/projection or wrong PO format options");
   return false;
 }
+}  // namespace veld

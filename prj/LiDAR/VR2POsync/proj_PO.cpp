@@ -6,6 +6,7 @@
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr int64_t CHUNK = 8192;  // records a unit
 
@@ -46,3 +47,4 @@ bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::str
   for (const PO& rec : po) grow_box(min, max, position(rec));
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 
+namespace veld {
 namespace {
 constexpr size_t MAX_CHANNELS = 32;
 
@@ -100,3 +101,4 @@ bool set_max_interval_ch(SyncJob& job) {
   }
   return !any || out.commit();
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 // ---- rotations
 // -------------------------------------------------------------------------------------------------
 
@@ -245,3 +246,4 @@ xyz sample_corr_img(const Image<xyz>& img, double u, double v) {
   }
   return wsum > 0 ? sum / wsum : xyz{0, 0, NO_Z};
 }
+}  // namespace veld

@@ -16,6 +16,7 @@
 #include "prj/LiDAR/POio/POio.h"
 #include "prj/LiDAR/VR2geom/calib.h"
 
+namespace veld {
 constexpr float DEG2RAD = 0.01745329f;
 constexpr float RAD2DEG = 57.29578f;
 constexpr float NO_Z = -9999.0f;                       // Z that marks "no data"
@@ -177,3 +178,4 @@ xyz comp_point_corr(const SwathCorr& corr, CorrCursor& cursor, const dxyz& P, do
 float comp_las_angle(const TrajFrame& frame, const dxyz& P);  // across the heading, from the vertical
 float comp_int_angle(const TrajFrame& frame, const dxyz& P);  // internal scan angle
 float comp_int_pitch(const TrajFrame& frame, const dxyz& P);  // internal pitch
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/general/log.h"
 #include "lib/general/txtfile.h"
 
+namespace veld {
 namespace {
 // The numbers at the start of a file, up to nmax, over as many lines as they take; the first token that is
 // not a finite number ends them. False when the file cannot be read.
@@ -83,3 +84,4 @@ bool chShift::read_file(const std::string& name) {
   LOG_LINE("Shift: " << S.x << ' ' << S.y << ' ' << S.z);
   return true;
 }
+}  // namespace veld

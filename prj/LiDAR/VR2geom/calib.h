@@ -6,6 +6,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 constexpr int DIMCALINT = 7;  // internal parameters
 
 struct Calib {                           // one set of calibration corrections, added to points
@@ -30,3 +31,4 @@ struct Shift {        // of a group or swath
 struct chShift : Shift {  // read from a file of three numbers
   [[nodiscard]] bool read_file(const std::string& name);
 };
+}  // namespace veld

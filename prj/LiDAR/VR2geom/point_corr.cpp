@@ -2,6 +2,7 @@
 
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 namespace {
 bool interp_PO(const SwathCorr& corr, double t, PO& out) {
   return corr.AREC ? SafeInterpPO(*corr.po, t, corr.po_dt, out) : InterpPO(*corr.po, t, corr.po_dt, out);
@@ -105,3 +106,4 @@ xyz comp_point_corr(const SwathCorr& corr, CorrCursor& cursor, const dxyz& P, do
   }
   return C;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/general/timing.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 constexpr double MEAN_SHIFT_MIN = 0.001;  // m, mean drift worth a word
 
@@ -256,3 +257,4 @@ bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& 
   LOG_LINE("/// TOTAL_INV_TIME=" << watch.text());
   return true;
 }
+}  // namespace veld

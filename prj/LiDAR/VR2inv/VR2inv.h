@@ -13,6 +13,7 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 // ---- input
 // -----------------------------------------------------------------------------------------------------
 
@@ -138,3 +139,4 @@ struct InvResult {
 // step 1 stands.
 [[nodiscard]] bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& par,
                                  InvResult& res);
+}  // namespace veld

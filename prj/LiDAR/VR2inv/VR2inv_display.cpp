@@ -10,6 +10,7 @@
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 constexpr double HIGH_CORR = 0.5, TOO_HIGH_CORR = 0.95;
 constexpr double MAX_BORE = 0.00872664526;  // rad: half a degree
@@ -226,3 +227,4 @@ bool calib_display(const InvCalDrift& inv, InvResult& res) {
     }
   return true;
 }
+}  // namespace veld

@@ -13,6 +13,7 @@
 #include "lib/DataStructure/vector.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 
+namespace veld {
 constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};  // m2, added to variances
 constexpr double DEG = 57.2957795131;
 constexpr int N_EXTERNAL = 6;
@@ -216,3 +217,4 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms);
 Calib swath_calib(const InvCalDrift& inv, int swath);
 // Drift of a swath at a time: step 1 and step 2 together.
 void swath_drift(const InvCalDrift& inv, int swath, double t, xyz& T, xyz& A);
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t MIN_REF_VECTORS = 10;  // fewer can't carry a global shift
 
@@ -307,3 +308,4 @@ xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng) {
   const double scale = 1.0 / (dt * static_cast<double>(ng));
   return to_xyz(dxyz{std::sqrt(sum2.x * scale), std::sqrt(sum2.y * scale), std::sqrt(sum2.z * scale)});
 }
+}  // namespace veld

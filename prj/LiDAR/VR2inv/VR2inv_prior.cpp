@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 // Post-processed GNSS and INS on good days: a few cm, a few thousandths of a degree, over a minute. Its drift is
 // smooth from second to second; a process with exponential correlation needs a longer time to be as smooth.
@@ -157,3 +158,4 @@ Vector<double> calib_prior(const InvCalDrift& inv) {
   }
   return prior;
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 constexpr double MEDIAN_OF_NORMAL = 0.6744898;  // of the magnitude, standard deviation 1
 constexpr double KAPPA = 0.5813483;  // sum w r^2 / sum w of normal residuals in three axes, these weights
@@ -225,3 +226,4 @@ bool solve_reweighted(InvCalDrift& inv, bool (*solve)(InvCalDrift&), double (*re
   }
   return true;
 }
+}  // namespace veld

@@ -1,5 +1,6 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 // The slot of an entry of x; a new one unless both swaths touch the same entry.
 int slot_of(PairSlots& slots, int entry) {
@@ -78,3 +79,4 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
     row.cz[slots.shift + 2] += slots.shift_sign;
   }
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 void set_flags(InvCalDrift& inv, int step) {
   const InvParam& p = inv.par;
@@ -235,3 +236,4 @@ void init_A_sw(InvCalDrift& inv) {
     if (inv.sw[s].mobile) comp_A(m.P, m.O, m.Att, inv.par.NOZ, inv.sw[s].A);
   }
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 SparseList sparsify_more(const DriftEq& sys) {
   const int stride = sys.stride;
   const uint64_t dim = sys.Y.size();
@@ -42,3 +43,4 @@ SparseList sparsify_more(const DriftEq& sys) {
                                     << (2.0 * static_cast<double>(list.n) + static_cast<double>(dim)) / dim2);
   return list;
 }
+}  // namespace veld

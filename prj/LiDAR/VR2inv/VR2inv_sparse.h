@@ -10,6 +10,7 @@
 
 #include "lib/DataStructure/vector.h"
 
+namespace veld {
 // Blocks of equal size, found by two indices, in the order of their first use.
 class BlockMap {
  public:
@@ -64,3 +65,4 @@ struct SparseList {  // as the solver wants it
 
 // Diagonal and strictly upper entries, without exact zeros. A diagonal that is zero becomes 1.
 SparseList sparsify_more(const DriftEq& sys);
+}  // namespace veld

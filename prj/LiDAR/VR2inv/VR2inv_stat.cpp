@@ -8,6 +8,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 #include "prj/LiDAR/stat_xyz.h"
 
+namespace veld {
 namespace {
 struct ResStat {
   StatXYZ stat;            // of all vectors used, whatever their weights
@@ -207,3 +208,4 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms) {
   const dxyz r = area.rms();
   if (norm(r) > norm(def_rms)) WARNING_MSG("drift corrections are large compared to displacements");
 }
+}  // namespace veld

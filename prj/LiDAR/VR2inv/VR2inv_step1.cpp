@@ -8,6 +8,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t KITER = 10;  // iterations of the conjugate gradient per unknown
 constexpr int DENSE_MAX = 500;  // unknowns up to which the system is inverted: tenths of a second
@@ -241,3 +242,4 @@ bool invert_RA_Cal_TA(InvCalDrift& inv) {
   LOG_LINE("/// INV STEP 1 TIME=" << watch.text());
   return true;
 }
+}  // namespace veld

@@ -10,6 +10,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv_sparse.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr uint64_t KITER = 10;  // iterations of the conjugate gradient per unknown
 
@@ -321,3 +322,4 @@ bool invert_RA_HFTA(InvCalDrift& inv) {
   vec2par(inv);
   return true;
 }
+}  // namespace veld

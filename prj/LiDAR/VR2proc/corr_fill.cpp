@@ -7,6 +7,7 @@
 #include "prj/LiDAR/LmTidx_r/tile_geom.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 namespace {
 constexpr int REACH = 16;     // microtiles, farthest correction that is used
 constexpr int NEAREST = 8;    // corrections that a plane is put through, at least
@@ -113,3 +114,4 @@ uint64_t fill_SCorr(const Vector<TIsxy>& TI, const std::vector<uint32_t>& holes,
   }
   return nfilled;
 }
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "prj/LiDAR/stat_xyz.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = 57.2957795131;
 
@@ -189,3 +190,4 @@ bool drift_stat_output(const Project& prj, const InvResult& res, const std::vect
   LOG_MSG("Written time-dependent correction statistics " << prj.name << "_TA_stat.log");
   return true;
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 // Writes the lines of one swath into temporary files "tmp_sw_<n>_TA.log", "tmp_sw_<n>_P_TA.log" in TMPDIR.
 // S: m, shift of the swath, added to the translations. A swath without tables gives empty files.
 [[nodiscard]] bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po);
@@ -23,3 +24,4 @@ void remove_log_corr(const std::vector<int>& swc);
 // totals.
 [[nodiscard]] bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<int>& swc,
                                      const Vector<double>& tmin, const Vector<double>& tmax);
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
 
+namespace veld {
 namespace {
 constexpr float ICS_ANG_MAX = 45;   // degrees, largest plausible angle along the track
 constexpr float THETA_MAX = 89.9f;  // degrees, across it: the scanner looks down
@@ -176,3 +177,4 @@ bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<S
   LOG_MSG("Mean AGL~" << result.AGL << " Swath Width~" << result.width);
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 // Writes prj.name + "_DXYZcorr_stat.log": mean, deviation, RMS and extremes of the correction (shift T0
 // included) per swath and in total; the totals also on the console. False after an ERROR line.
 [[nodiscard]] bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc,
@@ -23,3 +24,4 @@ struct ICSresult {
 [[nodiscard]] bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<SwRot>& rot,
                                    const std::vector<int>& swc, const std::vector<InvSamples>& samples,
                                    ICSresult& result);
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 // Rounding of a coordinate to the file's grid, half away from the offset; false out of the range of 32 bits.
 bool to_grid(double value, double offset, double scale, int32_t& out) {
@@ -118,3 +119,4 @@ bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count)
                                     << static_cast<double>(count.nbytes) * 1e-6 << "Mb");
   return true;
 }
+}  // namespace veld

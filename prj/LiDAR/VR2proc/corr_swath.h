@@ -9,6 +9,7 @@
 
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 struct CorrJob {            // one swath
   int sw = 0;               // its number
   std::string path;         // source
@@ -35,3 +36,4 @@ struct CorrCount {     // totals of one swath
 // Rewrites the swath with its correction. Points, their order and all other attributes pass through; points
 // without a trajectory are dropped. The output appears whole or not at all. False after an ERROR line.
 [[nodiscard]] bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count);
+}  // namespace veld

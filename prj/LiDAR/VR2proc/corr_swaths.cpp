@@ -13,6 +13,7 @@
 #include "prj/LiDAR/VR2proc/corr_log.h"
 #include "prj/LiDAR/VR2proc/corr_swath.h"
 
+namespace veld {
 namespace {
 // "Auto Geom Corr: " and the letters of what is applied: S shift, L B I calibration, T and A drift.
 std::string run_id(const InvResult& res, const xyz& T0) {
@@ -178,3 +179,4 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   }
   return merge_log_corr(prj, good) && drift_stat_output(prj, res, good, sync.tmin, sync.tmax);
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 #include "prj/LiDAR/VR2proc/sequence_corr.h"
 
+namespace veld {
 // Mobile swaths with a trajectory, by trajectory file, then by time.
 std::vector<int> POsort_swc(const Project& prj, const POsync& sync);
 // Swaths to correct without a single trajectory, in swath order.
@@ -18,3 +19,4 @@ std::vector<int> POget_rej(const Project& prj, const POsync& sync);
                                const InvResult& res, const std::vector<SwRot>& rot,
                                const std::vector<int>& swc, const std::vector<SCorrTbl>& tables,
                                CorrResult& result);
+}  // namespace veld

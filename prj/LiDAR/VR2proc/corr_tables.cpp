@@ -6,6 +6,7 @@
 #include "prj/LiDAR/VR2proc/corr_fill.h"
 #include "prj/LiDAR/stat_xyz.h"
 
+namespace veld {
 namespace {
 // Position, time and tile of each microtile that has a time.
 bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, SampleIndex& index) {
@@ -137,3 +138,4 @@ bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& p
   }
   return true;
 }
+}  // namespace veld

@@ -13,6 +13,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 // Where the samples of a swath lie: entry i of its samples is microtile where[i] % 1024 of tile where[i] /
 // 1024.
 struct SampleIndex {
@@ -38,3 +39,4 @@ struct SampleIndex {
                                    const std::vector<InvSamples>& samples,
                                    const std::vector<SampleIndex>& index, bool fill, int nthreads,
                                    std::vector<SCorrTbl>& tables);
+}  // namespace veld

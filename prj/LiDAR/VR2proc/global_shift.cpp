@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/stat_xyz.h"
 
+namespace veld {
 namespace {
 constexpr double SHOW_MIN = 0.001;  // m, smaller components are not reported
 
@@ -95,3 +96,4 @@ void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTb
   for (const int sw : swc)
     LOG_LINE("sw=" << sw << " T: " << shift(sw).x << ' ' << shift(sw).y << ' ' << shift(sw).z);
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 
+namespace veld {
 struct GlobalShiftParam {
   bool CGM = false;         // cancel the mean correction over all swaths (-mean)
   bool CD = true;           // cancel the flat Z effect of range bias and scale (-d_dz)
@@ -28,3 +29,4 @@ void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const
 
 // "Global shift applied (all swaths): ", or each swath's in the log when they differ.
 void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTbl>& tables);
+}  // namespace veld

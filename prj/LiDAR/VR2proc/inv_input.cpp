@@ -6,6 +6,7 @@
 
 #include "lib/general/log.h"
 
+namespace veld {
 void set_nfull(const std::vector<InvSwath>& swaths, std::vector<InvPair>& pairs) {
   std::vector<std::vector<int>> line(swaths.size());  // by main channel: the swaths of its line
   for (size_t i = 0; i < swaths.size(); i++)
@@ -69,3 +70,4 @@ InvInput make_InvInput(const Project& prj, const std::vector<SwRot>& rot,
   set_nfull(in.swaths, in.pairs);
   return in;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 // Moves the vectors of sync into the input; rot, samples: by swath number.
 InvInput make_InvInput(const Project& prj, const std::vector<SwRot>& rot,
                        const std::vector<InvSamples>& samples, POsync& sync);
@@ -16,3 +17,4 @@ InvInput make_InvInput(const Project& prj, const std::vector<SwRot>& rot,
 // were skipped (-reg_reduce) or could not be registered, the pair that is there stands for them; the larger
 // of the counts of its two swaths is taken.
 void set_nfull(const std::vector<InvSwath>& swaths, std::vector<InvPair>& pairs);
+}  // namespace veld

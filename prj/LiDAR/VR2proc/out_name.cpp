@@ -4,6 +4,7 @@
 
 #include "lib/general/path.h"
 
+namespace veld {
 std::vector<std::string> comp_output_names(const OutputName& out, const std::string& odir, const Project& prj,
                                            const std::vector<int>& swc, int& ndup) {
   const auto stem_of = [&](int sw) {
@@ -27,3 +28,4 @@ std::vector<std::string> comp_output_names(const OutputName& out, const std::str
   }
   return names;
 }
+}  // namespace veld

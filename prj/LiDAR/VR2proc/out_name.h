@@ -6,6 +6,7 @@
 
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 struct OutputName {
   std::string prefix, suffix;
   std::string ext;  // with its dot; empty: the source's extension
@@ -15,3 +16,4 @@ struct OutputName {
 // meet get "_g_" group "_sw_" swath appended; ndup counts them.
 std::vector<std::string> comp_output_names(const OutputName& out, const std::string& odir, const Project& prj,
                                            const std::vector<int>& swc, int& ndup);
+}  // namespace veld

@@ -14,6 +14,7 @@
 #include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/tuning.h"
 
+namespace veld {
 namespace {
 struct Run : SwathGeometry {  // what travels between the steps
   POsync sync;
@@ -234,3 +235,4 @@ bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& re
     WARNING_MSG(rejected.size() << " swaths excluded, incomplete correction, rasters and DZ map affected");
   return true;
 }
+}  // namespace veld

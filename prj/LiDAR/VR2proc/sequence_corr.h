@@ -12,6 +12,7 @@
 #include "prj/LiDAR/VR2proc/out_name.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 struct CorrParam {
   std::string dut;      // base path of the DUT files: dut + ".dut", dut + "_idx.log"
   InvParam inv;         // calibration, drift, priors and filters of the inversion
@@ -48,3 +49,4 @@ struct CorrResult {
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside
 // prj.name. False after an ERROR line; the caller adds "correction failed".
 [[nodiscard]] bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& result);
+}  // namespace veld

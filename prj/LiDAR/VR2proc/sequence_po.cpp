@@ -3,6 +3,7 @@
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 
+namespace veld {
 bool DUT_PO_QC_CORR(const Project& prj, const DUTidx& idx, const POscanParam& par) {
   LOG_ENTER("DUT_PO_QC_CORR name='" << prj.name << "' AROT=" << par.sync.AROT
                                     << " SCAN=1 ICS=" << par.geometry.ICS << " ICS_r=" << par.geometry.ICS_r);
@@ -15,3 +16,4 @@ bool DUT_PO_QC_CORR(const Project& prj, const DUTidx& idx, const POscanParam& pa
   LOG_LINE("/// PO_SCAN_TIME=" << watch.text());
   return true;
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 struct POscanParam {
   POsyncParam sync;        // matching of swaths and trajectories
   GeometryParam geometry;  // check of the geometry
@@ -15,3 +16,4 @@ struct POscanParam {
 // Synchronises the trajectories of the project with the swaths of an index and checks the geometry. Reports go
 // beside prj.name. False after an ERROR line; the caller adds "manual correction or scan failed".
 [[nodiscard]] bool DUT_PO_QC_CORR(const Project& prj, const DUTidx& idx, const POscanParam& par);
+}  // namespace veld

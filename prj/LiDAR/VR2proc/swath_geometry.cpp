@@ -6,6 +6,7 @@
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 
+namespace veld {
 namespace {
 // One line a sample: ground position, the vector from the scanner to it in body and internal axes (m), its
 // angles (degrees). Samples without a trajectory are left out.
@@ -58,3 +59,4 @@ bool comp_swath_geometry(const Project& prj, const POsync& sync, const GeometryP
   }
   return true;
 }
+}  // namespace veld

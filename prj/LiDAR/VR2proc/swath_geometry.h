@@ -11,6 +11,7 @@
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 #include "prj/LiDAR/project.h"
 
+namespace veld {
 struct SwathGeometry {
   std::vector<SwRot> rot;           // by swath: rotations of the mount
   std::vector<int> swc;             // swaths with a trajectory, by trajectory file
@@ -28,3 +29,4 @@ struct GeometryParam {
 // Fills g for the swaths that have a trajectory in sync. Logs go beside prj.name. False after an ERROR line.
 [[nodiscard]] bool comp_swath_geometry(const Project& prj, const POsync& sync, const GeometryParam& par,
                                        SwathGeometry& g);
+}  // namespace veld

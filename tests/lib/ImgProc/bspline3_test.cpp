@@ -5,6 +5,7 @@
 #include <cmath>
 #include <random>
 
+namespace veld {
 namespace {
 Vector<float> random_line(int n, uint32_t seed) {
   std::mt19937 rng(seed);
@@ -76,3 +77,4 @@ TEST(Bspline3, DerivativeWeightsAreTheSlopesOfTheWeights) {
   }
 }
 }  // namespace
+}  // namespace veld

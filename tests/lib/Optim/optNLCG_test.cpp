@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+namespace veld {
 namespace {
 TEST(OptNLCG, SolvesAQuadratic) {  // a chain of springs with stiffness rising along it
   constexpr int N = 30;
@@ -70,3 +71,4 @@ TEST(OptNLCG, StopsAtOnceWithoutSlopeAndRefusesWrongSizes) {
   EXPECT_DEATH(OptNLCG(x, flat, {1.0f}, {0.001f, 1.0f}, 100, work), "dimprec==dim \\|\\| dimprec==1");
 }
 }  // namespace
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 constexpr double INF = std::numeric_limits<double>::infinity();
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
@@ -197,3 +198,4 @@ TEST(OptimCG, DumpsHoldTheSystem) {
   for (const char* name : {"Y_", "D", "M", "Y", "M.mat", "X"})
     EXPECT_TRUE(exists(dir.path + "/" + name)) << name;
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/txtfile.h"
 #include "tests/lib/general/log_capture.h"
 
+namespace veld {
 namespace {
 std::string bytes(size_t n) {
   std::string s(n, '\0');
@@ -111,3 +112,4 @@ TEST(TxtFile, LinesWithEitherEndAndAFullDisk) {
   out.fs << "x";
   EXPECT_FALSE(out.close());
 }
+}  // namespace veld

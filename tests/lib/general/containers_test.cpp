@@ -5,6 +5,7 @@
 #include "lib/Geometry/xy.h"
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 TEST(Vector, ResizeKeepsTheBlockOnlyAtTheSameSize) {
   Vector<int> v{1, 2, 3};
   int* const block = v.val;
@@ -73,3 +74,4 @@ TEST(ContainersDeathTest, FaultsAreNamed) {
                "ERROR: Image/R1 allocation failed, size 1073741824 x 1073741824 x 4");
 #endif
 }
+}  // namespace veld

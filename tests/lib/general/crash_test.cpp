@@ -15,6 +15,7 @@
 #include "tests/lib/general/log_capture.h"
 #include "tests/support/signal_cases.h"
 
+namespace veld {
 #ifndef VELD_SANITIZED  // sanitizers have handlers of their own
 namespace {
 void start(const std::string& base) {
@@ -203,3 +204,4 @@ TEST(Lock, OneOfManyTakesADeadLockOver) {
     EXPECT_EQ(ngot, 1);
   }
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/general/path.h"
 #include "tests/lib/general/log_capture.h"
 
+namespace veld {
 namespace {
 struct FileListTest : testing::Test {
   TempDir dir;
@@ -169,3 +170,4 @@ TEST(FileListRules, ReferenceDirectory) {
   EXPECT_EQ(expand_refdir("$/a", ""), "$/a");
   EXPECT_EQ(complete_path("$/a", {"/r", "in"}), "/r/a");
 }
+}  // namespace veld

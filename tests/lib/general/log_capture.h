@@ -6,6 +6,7 @@
 #include "lib/general/logfiles.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 struct LogCapture {
   TempDir dir;
   std::string base = dir.path + "/prog";
@@ -30,3 +31,4 @@ struct LogCapture {
 inline bool holds(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
+}  // namespace veld

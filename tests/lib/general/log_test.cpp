@@ -12,6 +12,7 @@
 #include "lib/general/timing.h"
 #include "tests/lib/general/log_capture.h"
 
+namespace veld {
 namespace {
 void inner() {
   LOG_ENTER("inner n=" << 3);
@@ -206,3 +207,4 @@ TEST(Timing, HoursAreNotWrapped) {
   EXPECT_EQ(hms_text(3599.6), "01:00:00");
   EXPECT_EQ(hms_text(360000 + 61), "100:01:01");
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 
 #include "tests/lib/general/log_capture.h"
 
+namespace veld {
 TEST(Path, Parts) {
   EXPECT_EQ(change_extension("d.1/a.b.las", ".laz"), "d.1/a.b.laz");
   EXPECT_EQ(change_extension("d.1/a", ".laz"), "d.1/a.laz");
@@ -83,3 +84,4 @@ TEST(Path, FactsAboutFiles) {
   EXPECT_EQ(file_mode(dir.path + "/"), file_mode(dir.path));
   EXPECT_EQ(real_path(dir.path + "/absent/x"), dir.path + "/absent/x");
 }
+}  // namespace veld

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+namespace veld {
 TEST(Pool, EveryUnitRunsOnceWhateverTheThreads) {
   for (const int nthreads : {1, 2, 7}) {
     std::vector<int> runs(100, 0);
@@ -19,3 +20,4 @@ TEST(Pool, TheLowestFailureIsReported) {
   for (const int nthreads : {1, 2, 7})
     EXPECT_EQ(run_units(50, nthreads, [](int64_t unit, int) { return unit % 17 != 13; }), 13);
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/general/logfiles.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 TEST(Progress, FileHoldsPercentAndText) {
   TempDir dir;
   const std::string path = dir.path + "/p_gui.prog";
@@ -56,3 +57,4 @@ TEST(Progress, NoneShowsNothing) {
 TEST(ProgressDeathTest, AStageNeedsUnits) {
   EXPECT_DEATH(progress_start(0), R"(ASSERT \(ntotal>0\) in progress_start)");
 }
+}  // namespace veld

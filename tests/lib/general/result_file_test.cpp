@@ -7,6 +7,7 @@
 #include "lib/general/path.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 TEST(ResultFile, AppearsWithCommitAndNotBefore) {
   TempDir dir;
   const std::string name = dir.path + "/r.txt";
@@ -55,3 +56,4 @@ TEST(ResultFile, FailuresAreOneLineAndLeaveNothing) {
             "ERROR: TxtFileOut: close failed, file='" + dir.path + "/full.part': No space left on device\n");
   EXPECT_FALSE(exists(dir.path + "/full"));
 }
+}  // namespace veld

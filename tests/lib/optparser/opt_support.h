@@ -8,6 +8,7 @@
 
 #include "lib/optparser/optparser.h"
 
+namespace veld {
 inline OptParser make_parser(const std::vector<std::string>& args) {
   OptParser p;
   for (const std::string& arg : args) p.args.push_back({arg, false});
@@ -18,3 +19,4 @@ struct StdErr {
   StdErr() { testing::internal::CaptureStderr(); }
   std::string text() { return testing::internal::GetCapturedStderr(); }
 };
+}  // namespace veld

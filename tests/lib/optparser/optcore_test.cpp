@@ -1,5 +1,6 @@
 #include "tests/lib/optparser/opt_support.h"
 
+namespace veld {
 TEST(OptCore, TokensAndArguments) {
   for (const char* const token : {"-a", "-x1", "-?", "-$", "-help"})
     EXPECT_TRUE(is_option_token(token)) << token;
@@ -164,3 +165,4 @@ TEST(OptCoreDeathTest, AShortNameIsAskedOnce) {
   GetOptFlag(p, "one", "o");
   EXPECT_DEATH(GetOptFlag(p, "other", "o"), "\\(OPTION PARSING\\) single -o repeated");
 }
+}  // namespace veld

@@ -2,6 +2,7 @@
 #include "tests/lib/optparser/opt_support.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 bool init(OptParser& p, std::vector<std::string> args, const std::string& base) {
   args.insert(args.begin(), "prog");
@@ -107,3 +108,4 @@ TEST(TagLine, PartsOfATag) {
     }
   }
 }
+}  // namespace veld

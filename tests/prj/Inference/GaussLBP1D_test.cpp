@@ -5,6 +5,7 @@
 #include <random>
 #include <vector>
 
+namespace veld {
 namespace {
 // The chain's precision matrix, inverted densely: means and marginal precisions.
 void dense_chain(const Vector<float>& h, const Vector<float>& J, std::vector<double>& mean,
@@ -91,3 +92,4 @@ TEST(GaussLBP1D, AnImageWithoutDataStaysAtZero) {
   GLBP_fill_image(empty, empty_W);
 }
 }  // namespace
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 DUTidx sample_index() {
   DUTidx idx;
@@ -232,3 +233,4 @@ TEST(DUTio, TheNameOfEitherFileStandsForBoth) {
                {".dut", ".dut"},   {"r.dut.old", "r.dut.old"}, {"r.dut_idx.log", "r.dut"}};
   for (const auto& c : cases) EXPECT_EQ(DUT_base(c.path), c.base);
 }
+}  // namespace veld

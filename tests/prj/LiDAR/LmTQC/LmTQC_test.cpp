@@ -7,6 +7,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/LmTgrid_w/synth_swaths.h"
 
+namespace veld {
 namespace {
 SCorrTbl constant_table(const Project& prj, size_t sw, const xyz& c) {
   Vector<TIsxy> TI;
@@ -57,3 +58,4 @@ TEST(QC_DZ_corr_LmT, FailsOnlyWithoutAnyGrid) {
   remove_file(cache_name(prj.swaths[0].path, EXT_GMTIDX));
   EXPECT_FALSE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}}, std::vector<SCorrTbl>(3), 1, res));
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <random>
 
+namespace veld {
 namespace {
 std::vector<xyz> random_points(int n, float from, float to, double (*height)(double, double)) {
   std::mt19937 gen(7);
@@ -196,3 +197,4 @@ TEST(LKRgrid, WordsAtTheirBounds) {
     EXPECT_EQ(decode_Z(w), c.Z == 0 ? -9999.0f : static_cast<float>(c.Z / 1024.0 - 7500));
   }
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/LmTgrid_w/synth_swaths.h"
 
+namespace veld {
 namespace {
 std::string idx_of(const Project& prj, size_t sw) { return cache_name(prj.swaths[sw].path, EXT_GMTIDX); }
 std::string zds_of(const Project& prj, size_t sw) { return cache_name(prj.swaths[sw].path, EXT_GMTZDS); }
@@ -220,3 +221,4 @@ TEST(LmT_grid, FailsWithoutTilesOrMemory) {
   EXPECT_FALSE(exists(idx_of(prj, 0)));
   EXPECT_TRUE(exists(idx_of(prj, 1)));
 }
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/support/swath_writer.h"
 
+namespace veld {
 double synth_height(double x, double y) {
   const double u = x - 500000, v = y - 5000000;
   const double hills = 4 * std::sin(u / 17 + 0.4) * std::cos(v / 23) + 2 * std::sin((u + 2 * v) / 31);
@@ -70,3 +71,4 @@ Tovr make_synth_Tovr(const Project& prj) {
   }
   return ovr;
 }
+}  // namespace veld

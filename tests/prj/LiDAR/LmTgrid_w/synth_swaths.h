@@ -8,6 +8,7 @@
 #include "prj/LiDAR/project.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 struct SynthStrip {
   double east = 0;          // m, of the strip's axis from the first one's
   xyz error = {0, 0, 0};    // m, added to every point
@@ -25,3 +26,4 @@ double synth_height(double x, double y);
 Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& strips);
 // The overlap map of all swaths of it.
 Tovr make_synth_Tovr(const Project& prj);
+}  // namespace veld

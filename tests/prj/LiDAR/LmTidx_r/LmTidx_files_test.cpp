@@ -6,6 +6,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "tests/support/tiling_fixture.h"
 
+namespace veld {
 namespace {
 void poke(const std::string& name, size_t at, const std::string& bytes) {
   std::string text = read_text(name);
@@ -196,3 +197,4 @@ TEST_F(TilingTest, DeletingRemovesTheFamilyAndNothingElse) {
   EXPECT_TRUE(exists(path));
   EXPECT_TRUE(read_all(other));
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 
 #include "tests/support/tiling_fixture.h"
 
+namespace veld {
 namespace {
 using Units = std::array<int64_t, 3>;  // biased x, y; z
 
@@ -143,3 +144,4 @@ TEST_F(ReaderTest, ARectangleExcludesItsSides) {
     EXPECT_EQ(np, 0u);
   }
 }
+}  // namespace veld

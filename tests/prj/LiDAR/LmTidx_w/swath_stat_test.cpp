@@ -5,6 +5,7 @@
 
 #include "tests/support/tiling_fixture.h"
 
+namespace veld {
 namespace {
 CountHist hist_of(const std::vector<std::pair<uint32_t, uint64_t>>& counts) {
   CountHist h;
@@ -125,3 +126,4 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   ASSERT_TRUE(tile(prj.swaths[1].path));
   EXPECT_FALSE(InfoTI_swstat(prj, {}, stat)) << "400 km apart";
 }
+}  // namespace veld

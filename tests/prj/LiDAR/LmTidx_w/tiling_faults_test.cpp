@@ -7,6 +7,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "tests/support/tiling_fixture.h"
 
+namespace veld {
 namespace {
 std::vector<TestPoint> moved(std::vector<TestPoint> points, double dx, double dy, double factor) {
   for (TestPoint& p : points) {
@@ -182,3 +183,4 @@ TEST_F(TilingTest, LongSwathsMayRunInEveryDirection) {
     EXPECT_GE(sw.TI.size(), 100u);
   }
 }
+}  // namespace veld

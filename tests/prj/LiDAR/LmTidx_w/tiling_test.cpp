@@ -11,6 +11,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "tests/support/tiling_fixture.h"
 
+namespace veld {
 namespace {
 using Units = std::array<int64_t, 3>;  // fixed-point coordinates, biased in x and y
 
@@ -309,3 +310,4 @@ TEST_F(TilingTest, ACacheIsReusedUntilSomethingChangesAndTakesItsGridAlong) {
   EXPECT_FALSE(exists(cache_name(path, EXT_GMTIDX)));
   EXPECT_FALSE(exists(cache_name(path, EXT_GMTZDS)));
 }
+}  // namespace veld

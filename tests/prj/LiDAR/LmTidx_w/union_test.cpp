@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTidx_w/LmT_union.h"
 #include "tests/support/tiling_fixture.h"
 
+namespace veld {
 namespace {
 using Points = std::vector<std::array<float, 3>>;
 
@@ -137,3 +138,4 @@ TEST_F(UnionTest, WhatATableCannotHoldIsLeftForTheNext) {
   ASSERT_TRUE(choose_union(1, parts, used, members));
   EXPECT_EQ(members, (std::vector<size_t>{1}));
 }
+}  // namespace veld

@@ -3,6 +3,7 @@
 
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 
+namespace veld {
 namespace {
 // Swaths 0, 1: two channels of one line, group 1; 2: a later line of group 2; 3: a second channel without its
 // main channel, group 1; 4, 5: references.
@@ -65,3 +66,4 @@ TEST(comp_int_sw, FiltersKeepWhatTheySay) {
     EXPECT_EQ(number, c.f.ALLDZ ? n0 : n1);
   }
 }
+}  // namespace veld

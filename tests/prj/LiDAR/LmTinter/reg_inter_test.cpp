@@ -11,6 +11,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/LmTgrid_w/synth_swaths.h"
 
+namespace veld {
 namespace {
 struct RegProject {
   TempDir dir;
@@ -211,3 +212,4 @@ TEST(reg_inter_LmT, AccurateQCWritesItsStatisticsOnly) {
   EXPECT_FALSE(exists(p.prj.name + ".dut"));
   EXPECT_FALSE(exists(p.prj.name + "_DZreg_stat.log"));
 }
+}  // namespace veld

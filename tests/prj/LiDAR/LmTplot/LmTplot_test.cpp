@@ -13,6 +13,7 @@
 
 #include "prj/LiDAR/LmTplot/swath_inter.h"
 
+namespace veld {
 namespace {
 using Cells = std::set<std::pair<int64_t, int64_t>>;  // y, x of microtiles
 
@@ -224,3 +225,4 @@ TEST(PairBoxes, SweepFindsEveryPair) {
     EXPECT_GT(expected.size(), 30u);
   }
 }
+}  // namespace veld

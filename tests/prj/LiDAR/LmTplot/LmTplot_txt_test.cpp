@@ -5,6 +5,7 @@
 
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 SwathPlot plot(int sw, double x) {
   SwathPlot p{"", sw, 2, {}};
@@ -32,3 +33,4 @@ TEST(TextPlots, BoxesAndRectanglesAreClosedPolygons) {
   EXPECT_FALSE(exists(name + "_mbr.obj"));
   EXPECT_FALSE(write_MBR(dir.path + "/none/p", {plot(0, 1)}, false));
 }
+}  // namespace veld

@@ -5,6 +5,7 @@
 
 #include "prj/LiDAR/POio/POio.h"
 
+namespace veld {
 namespace {
 // Samples every dt of a smooth track.
 PO truth(double t) {
@@ -106,3 +107,4 @@ TEST(PoInterp, Unroll) {
   Vector<PO> none;
   unroll_PO(none);
 }
+}  // namespace veld

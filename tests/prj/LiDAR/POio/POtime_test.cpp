@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+namespace veld {
 TEST(POtime, LeapSeconds) {
   struct Row {
     double gps, leaps;
@@ -63,3 +64,4 @@ TEST(POtime, Dates) {
                       {2e307, true, "-"}};
   for (const Row& r : rows) EXPECT_EQ(date_text(r.t, r.adj), r.text) << r.t;
 }
+}  // namespace veld

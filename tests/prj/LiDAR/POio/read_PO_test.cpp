@@ -7,6 +7,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/POio/sbet_file.h"
 
+namespace veld {
 namespace {
 std::vector<SbetRow> flight(double t0, double dt, int n, double wrap = 0) {
   std::vector<SbetRow> rows;
@@ -495,3 +496,4 @@ TEST(ScanPO, AdjustedFlagFollowsTheTimes) {
     EXPECT_EQ(scan.tadj, r.adj) << r.t;
   }
 }
+}  // namespace veld

@@ -7,6 +7,7 @@
 
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 using SbetRow =
     std::array<double, 17>;  // time, lat, lon, h, 3 velocities, roll, pitch, heading, wander, 6 more
 
@@ -26,3 +27,4 @@ inline void write_sbet(const std::string& path, const std::vector<SbetRow>& rows
   if (!rows.empty()) std::memcpy(bytes.data(), rows.data(), bytes.size());
   write_text(path, bytes + more);
 }
+}  // namespace veld

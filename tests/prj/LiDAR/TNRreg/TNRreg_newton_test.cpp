@@ -7,6 +7,7 @@
 #include "lib/Optim/optNLCG.h"
 #include "tests/prj/LiDAR/TNRreg/synth_level.h"
 
+namespace veld {
 namespace {
 double dot_of(const Vector<float>& a, const Vector<float>& b) {
   double sum = 0;
@@ -162,3 +163,4 @@ TEST(GaussNewton, RoughPixelsWeighLess) {
   EXPECT_NEAR(weight(5), 100 * 0.01 / total / (1 + 0.01 / total), 1);
 }
 }  // namespace
+}  // namespace veld

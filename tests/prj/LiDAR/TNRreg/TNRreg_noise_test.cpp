@@ -8,6 +8,7 @@
 
 #include "tests/prj/LiDAR/TNRreg/synth_level.h"
 
+namespace veld {
 namespace {
 // Residuals of standard deviation s: white ones, and a share that is the same over squares of pixels.
 void set_residuals(dUParamTiles& Q, double share, int side) {
@@ -113,3 +114,4 @@ TEST(Noise, UncertaintiesFitTheErrors) {
   }
 }
 }  // namespace
+}  // namespace veld

@@ -12,6 +12,7 @@
 #include "tests/prj/LiDAR/TNRreg/synth_pair.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 NRparam make_param(SynthPair& synth, int init, int coarse = 0) {
   const RegLevels levels = comp_reg_levels(init, coarse);
@@ -313,3 +314,4 @@ TEST(Registration, MapsKeepTheLargestDifference) {
   EXPECT_EQ(map.dz0(20, 8), 3);
 }
 }  // namespace
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/TNRreg/synth_level.h"
 
+namespace veld {
 namespace {
 TEST(TNRregSteps, GradientIsTheSlopeOfTheEnergy) {
   const struct {
@@ -189,3 +190,4 @@ TEST(TNRregSteps, PyramidHalvesAndKeepsWideHoles) {
   EXPECT_EQ(levels(1)(0)(11, 7), NR_NODATA);
 }
 }  // namespace
+}  // namespace veld

@@ -8,6 +8,7 @@
 #include "lib/ImgProc/bspline3.h"
 #include "prj/LiDAR/TNRreg/Reg_Coef.h"
 
+namespace veld {
 LevelProblem::LevelProblem(int J, double size, double holes, bool whole) {
   SynthPair synth;
   synth.dim = 2;
@@ -184,3 +185,4 @@ double slow_product(dUParamTiles& Q, const Vector<float>& V, const Vector<float>
   unpack_Def(V, Q);
   return sum;
 }
+}  // namespace veld

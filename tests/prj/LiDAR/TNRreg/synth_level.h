@@ -4,6 +4,7 @@
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 #include "tests/prj/LiDAR/TNRreg/synth_pair.h"
 
+namespace veld {
 // At level J on a random displacement of a size in pixels; all sorts of weights. Unless whole, the tile of cell
 // (1, 1) is missing: seams, fallback corners, holes.
 struct LevelProblem {
@@ -22,3 +23,4 @@ Vector<float> pack(const dUParamTiles& Q, const NormalEq& N, const std::vector<V
 double slow_energy(dUParamTiles& Q, const Vector<float>& V);
 // a A b by its definition, slopes of the spline by differences.
 double slow_product(dUParamTiles& Q, const Vector<float>& V, const Vector<float>& a, const Vector<float>& b);
+}  // namespace veld

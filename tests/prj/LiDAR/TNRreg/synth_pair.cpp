@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+namespace veld {
 Terrain make_terrain(uint32_t seed, double slope, double shortest, double longest) {
   constexpr int NWAVES = 24;
   std::mt19937 rng(seed);
@@ -135,3 +136,4 @@ DefError compare(const SynthPair& synth, const NRresult& result) {
   e.chi = {std::sqrt(e.chi.x), std::sqrt(e.chi.y), std::sqrt(e.chi.z)};
   return e;
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
+namespace veld {
 // Terrain as a sum of plane waves in random directions; lengths in pixels of the grid, heights in metres.
 struct Terrain {
   struct Wave {
@@ -50,3 +51,4 @@ struct DefError {
   dxyz unc = {0, 0, 0};  // mean uncertainty
 };
 DefError compare(const SynthPair& synth, const NRresult& result);
+}  // namespace veld

@@ -2,6 +2,7 @@
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "tests/prj/LiDAR/VR2POsync/sync_project.h"
 
+namespace veld {
 namespace {
 constexpr double DEG = 57.29577951308233;
 
@@ -351,3 +352,4 @@ TEST(DutPoSync, Failures) {
     EXPECT_TRUE(p.has(r.message)) << r.name << ": " << p.said;
   }
 }
+}  // namespace veld

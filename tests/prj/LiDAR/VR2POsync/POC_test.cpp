@@ -2,6 +2,7 @@
 #include "lib/general/path.h"
 #include "tests/prj/LiDAR/VR2POsync/sync_project.h"
 
+namespace veld {
 namespace {
 Vector<PO> line(int n) {
   Vector<PO> po(static_cast<uint64_t>(n));
@@ -84,3 +85,4 @@ TEST(InterpOAtt, ErrorsAreMarkedAndCounted) {
     EXPECT_NEAR(Att(2).z, AREC ? 90 + 12 : 92.5, 1e-4);  // one heading for all, or that of the time
   }
 }
+}  // namespace veld

@@ -2,6 +2,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "tests/prj/LiDAR/VR2POsync/sync_project.h"
 
+namespace veld {
 namespace {
 constexpr double W = 2301 * WEEK_S;  // start of GPS week 2301
 
@@ -119,3 +120,4 @@ TEST(GrpSyncTime, ChannelsOfALineShareInterval) {
   EXPECT_EQ(p.run(), 0);
   EXPECT_TRUE(p.has("ERROR: PO sync: main channel missing or dropped for swath 2, channel 1")) << p.said;
 }
+}  // namespace veld

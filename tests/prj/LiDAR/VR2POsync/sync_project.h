@@ -12,6 +12,7 @@
 #include "tests/prj/LiDAR/POio/sbet_file.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 struct SyncProject {
   TempDir dir;
   Project prj;
@@ -90,3 +91,4 @@ struct SyncProject {
   bool has(const std::string& text) const { return said.find(text) != std::string::npos; }
   std::string log(const char* suffix) const { return read_text(prj.name + suffix); }
 };
+}  // namespace veld

@@ -8,6 +8,7 @@
 
 #include "tests/prj/LiDAR/VR2geom/exact_model.h"
 
+namespace veld {
 namespace {
 void expect_near(const xyz& a, const dxyz& b, double tol, const char* what) {
   EXPECT_NEAR(a.x, b.x, tol) << what;
@@ -244,3 +245,4 @@ TEST(VR2geom, OutputAngles) {
   EXPECT_NEAR(comp_int_pitch(f, {200, 200, 200}), 45, 1e-3);
   EXPECT_EQ(comp_int_pitch(f, f.O), NO_ANGLE);
 }
+}  // namespace veld

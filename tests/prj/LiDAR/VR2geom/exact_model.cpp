@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+namespace veld {
 namespace {
 constexpr double RAD = 0.017453292519943295;
 
@@ -31,3 +32,4 @@ dxyz exact_point(const ExactView& view, const ExactParam& par, bool generic) {
   const dxyz ned = turn_rpy(view.Att * RAD + par.A, body);
   return view.O + par.T + dxyz{ned.y, ned.x, -ned.z};  // north-east-down to east-north-up
 }
+}  // namespace veld

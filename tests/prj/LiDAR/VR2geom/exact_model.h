@@ -3,6 +3,7 @@
 #pragma once
 #include "lib/Geometry/xyz.h"
 
+namespace veld {
 struct ExactParam {        // corrections to be added
   dxyz lever = {0, 0, 0};  // m
   dxyz bore = {0, 0, 0};   // rad
@@ -17,3 +18,4 @@ struct ExactView {  // one measurement
 };
 // World position of the point with these corrections. generic: the polynomial internal model.
 dxyz exact_point(const ExactView& view, const ExactParam& par, bool generic);
+}  // namespace veld

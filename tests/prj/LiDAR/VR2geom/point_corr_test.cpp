@@ -6,6 +6,7 @@
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "tests/prj/LiDAR/VR2geom/exact_model.h"
 
+namespace veld {
 namespace {
 Vector<PO> track(double rate = 100) {  // 20 s at 22 m/s, gentle motion
   const int n = static_cast<int>(20 * rate) + 1;
@@ -151,3 +152,4 @@ TEST(PointCorr, ShiftsAndWarpsNeedNoTrajectory) {
   bad.po = &empty;
   EXPECT_FALSE(init_SwathCorr(bad));
 }
+}  // namespace veld

@@ -6,6 +6,7 @@
 
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
+namespace veld {
 namespace {
 // Three swaths of 100 s, one after the other; swath 2 is a reference. A pair of n vectors between each two.
 InvInput small_input(int n = 20) {
@@ -218,3 +219,4 @@ TEST(InvSetup, DisplacementStatistics) {
   EXPECT_EQ(grad_stddev_def(inv, 1000, 0, ng).z, 0);
   EXPECT_EQ(ng, 0u);
 }
+}  // namespace veld

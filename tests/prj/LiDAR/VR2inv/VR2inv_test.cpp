@@ -9,6 +9,7 @@
 #include "tests/prj/LiDAR/VR2inv/inv_sim.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 constexpr double DEGREE = 57.29577951;
 
@@ -413,3 +414,4 @@ TEST(Inversion, RefusesWhatMemoryCannotHold) {
   EXPECT_FALSE(inv_CalTAWarp("", sim.in, boresight(), r));
   MEM_MB = mem;
 }
+}  // namespace veld

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <random>
 
+namespace veld {
 namespace {
 constexpr double RAD = 0.017453292519943295;
 
@@ -241,3 +242,4 @@ SimError corrected_error(const SimProject& sim, const InvResult& res, const Geom
   err.rms = {sd(sum2.x, err.mean.x), sd(sum2.y, err.mean.y), sd(sum2.z, err.mean.z)};
   return err;
 }
+}  // namespace veld

@@ -9,6 +9,7 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 
+namespace veld {
 struct SimStrip {
   double heading;        // degrees, clockwise from north
   double x, y;           // m, middle of the strip
@@ -54,3 +55,4 @@ struct SimError {  // of the corrected samples, m
 };
 // Applies a result to the samples as a correction run would. Swaths without correction don't count.
 SimError corrected_error(const SimProject& sim, const InvResult& res, const GeomFlags& flags = {});
+}  // namespace veld

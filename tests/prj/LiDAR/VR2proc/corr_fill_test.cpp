@@ -6,6 +6,7 @@
 #include "prj/LiDAR/LmTidx_r/tile_geom.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
+namespace veld {
 namespace {
 xyz plane(int x, int y) {
   return {0.2f + 0.003f * static_cast<float>(x), -0.1f - 0.002f * static_cast<float>(y),
@@ -61,3 +62,4 @@ TEST(FillSCorr, HolesGetThePlaneOfTheirSurroundings) {
         }
     }
 }
+}  // namespace veld

@@ -13,6 +13,7 @@
 #include "tests/support/swath_writer.h"
 #include "tests/support/temp_dir.h"
 
+namespace veld {
 namespace {
 constexpr double T0 = 1000;
 
@@ -278,3 +279,4 @@ TEST(CorrLog, NodesAndStatistics) {
   EXPECT_NE(stat.find("3.600"), std::string::npos);  // m per hour
 }
 }  // namespace
+}  // namespace veld

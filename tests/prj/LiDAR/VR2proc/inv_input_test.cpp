@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+namespace veld {
 namespace {
 struct TestPair {
   int sw1, sw2;
@@ -45,3 +46,4 @@ TEST(SetNfull, PairsStandForTheSkippedOnesOfTheirLines) {
     for (size_t k = 0; k < pairs.size(); k++) EXPECT_EQ(pairs[k].nfull, c.pairs[k].nfull) << k;
   }
 }
+}  // namespace veld

@@ -1,0 +1,364 @@
+// prj/LiDAR/options/options.h
+// The options of the program as values and as a table of rows.
+// Here:     one field an option, under the option's name, with its default; the rows in the order of the
+// questions. Not here: asking the questions and derived defaults (read_options.h), rules between options
+// (rules.h).
+#pragma once
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace veld {
+struct Options {
+  int DEBUG = 0;
+  bool testgui = false;
+  bool exp = false;
+  int exp_reg = 0;
+  int exp_grid = 0;
+  float vgrid_gs = 1.0f;
+  int vgrid_fill = 0;
+  int vgrid_skip = 0;
+  int vgrid_xy = 1;
+  int vgrid_ret = 0;
+  int vgrid_blevel = 5;
+  int vgrid_test = 0;
+  int vgrid_plot = 0;
+  int vgrid_rplot = 0;
+  int vgrid_mg_plot = 0;
+  int vreg_level = 10;
+  int vreg_coarse = 0;
+  int vreg_plot = 0;
+  int vreg_mg_plot = 0;
+  int vreg_dim = 32;
+  int vreg_ret = 0;
+  int vreg_init = 0;
+  float vreg_rmax = 3.0f;
+  float vreg_kv = 0.1f;
+  int vreg_opt1 = 1;
+  int vreg_degf = 0;
+  int vreg_qc0 = 0;
+  double X0 = 0;
+  double Y0 = 0;
+  double DX = 0;
+  double DY = 0;
+  int keystone = 0;
+  int key_size = 3;
+  bool help = false;
+  bool version = false;
+  int quiet = 0;
+  int progress = 1;
+  int mem = 4096;
+  int nthreads = 0;
+  int nthreads_io = 0;
+  bool log_flush = false;
+  bool clear_tmp = false;
+  bool clear_xyz = false;
+  bool clear_log = false;
+  std::string idir;
+  std::string odir;
+  std::string odir_1;
+  std::string tmpdir;
+  std::string gdir;
+  int log = 1;
+  std::string name;
+  bool reg = false;
+  bool align = false;
+  bool align2 = false;
+  std::vector<std::string> calib;
+  bool scan = false;
+  bool fastqc = false;
+  std::vector<std::string> corr;
+  bool undo = false;
+  std::vector<std::string> input;
+  std::vector<std::string> input_list;
+  std::vector<std::string> ref;
+  std::vector<std::string> ref_list;
+  std::vector<std::string> exclude;
+  std::vector<std::string> exclude_list;
+  std::string iparse = "xyzt";
+  std::vector<int> chgrp;
+  std::vector<int> splitgrp;
+  int fix_ch0 = 0;
+  bool metre = false;
+  bool feet_us = false;
+  bool feet = false;
+  int out_metre = 1;
+  int uav = 0;
+  int xlevel = 0;
+  int large = 0;
+  std::vector<std::string> mount;
+  std::vector<double> imu;
+  std::vector<double> bore;
+  int int_gen = 0;
+  int int_nob = 0;
+  int ground_class = 0;
+  std::vector<int> drop_class;
+  std::vector<int> keep_class;
+  std::string drop_map;
+  int keep_synthetic = 0;
+  int keep_all = 0;
+  int last = 1;
+  float dev_max = 0.2f;
+  int ics_rms = 1;
+  int ics_err = 1;
+  int auto_adj = 0;
+  int rej_ref = 1;
+  int tile2 = 0;
+  std::vector<double> bbox_x;
+  std::vector<double> bbox_y;
+  std::vector<std::string> po;
+  std::vector<std::string> po_list;
+  std::vector<int> po_geo;
+  std::vector<int> po_time;
+  std::vector<int> po_rad;
+  std::vector<std::string> po_parse;
+  std::vector<int> po_att;
+  std::vector<std::string> gps_date;
+  float geoid_h = 0.0f;
+  std::string geoid;
+  int utm = 0;
+  std::string wkt;
+  int same_datum = 0;
+  int att_imu = 0;
+  int daysec = 0;
+  int pof_unit = 0;
+  int pof_info = 0;
+  std::vector<double> test_proj2;
+  std::vector<double> test_proj3;
+  std::string gcp;
+  std::string gcp_parse;
+  int gcp_check = 0;
+  int gcp_last = 1;
+  float gcp_sigma = 0.005f;
+  int gcp_equal = 0;
+  float gcp_r_max = 2.0f;
+  float gcp_d_min = 0.1f;
+  int gcp_out = 0;
+  std::string xyz_gcp;
+  std::string xyz_gcp_parse;
+  int xyz_gcp_check = 0;
+  float xyz_gcp_sxy = 0.02f;
+  float xyz_gcp_sz = 0.02f;
+  int xyz_gcp_equal = 0;
+  std::string out = "*";
+  std::string oparse = "xyzt";
+  bool nil = false;
+  int oundo = 0;
+  int opo = 0;
+  int oposeg = 0;
+  int ocorr = 0;
+  int ot = 0;
+  int oa = 0;
+  int oi = 0;
+  int op = 0;
+  int olax = 0;
+  int lax_append = 0;
+  int opls = 0;
+  int oplz = 0;
+  int ogcp_pc = 0;
+  int ogcp_tin = 0;
+  int ogtile = 0;
+  int ogtile_corr = 0;
+  int ogtile_tiff = 0;
+  int ogtile_ref = 0;
+  std::vector<double> otile_origin;
+  float otile = 0.0f;
+  int otile_id = 0;
+  int otile_buf = 32768;
+  int porec = 0;
+  float agl = 0.0f;
+  std::vector<double> trans_x;
+  std::vector<double> trans_y;
+  std::vector<double> trans_z;
+  bool xzview = false;
+  bool yzview = false;
+  float vgsd = 0.0f;
+  bool all = false;
+  int ascii = 0;
+  int json = 0;
+  int bb = 0;
+  int fp = 0;
+  int obj = 0;
+  int qc = 1;
+  bool ics = false;
+  float ggsd = -1.0f;
+  int ggsd_mean = 0;
+  float grid_rough_max = 1000.0f;
+  float ppp = 1.0f;
+  int cache_grid = 1;
+  int cache_tile = 1;
+  int cache_reg = 1;
+  int cache_mt_chk = 1;
+  int map = 1;
+  int sub = 4;
+  int map_size = 32768;
+  int full = 0;
+  int dz_all = 1;
+  int tiff = 0;
+  int jpeg = 1;
+  int empty = 0;
+  int quality = 90;
+  int wf = 0;
+  int dz_color = 7;
+  int z_color = 8;
+  int r_color = 6;
+  int v_color = 3;
+  int d_color = 8;
+  int dmap = 0;
+  int rmap = 0;
+  int zmap = 0;
+  int smap = 0;
+  float dz_range = 0.5f;
+  float dz_range_1 = 0.5f;
+  float dz16_range = 4.0f;
+  float dz16_range_1 = 4.0f;
+  int dt_range = 4;
+  float dev_range = 0.2f;
+  int d_range = 8;
+  float v_range = 0.5f;
+  float v_range_1 = 0.5f;
+  float u_range = 0.2f;
+  float z_range = 0.0f;
+  float z_min = 0.0f;
+  int z_cyc = 0;
+  int dz16 = 0;
+  int dz_mix = 0;
+  int vmap_rgb = 0;
+  int vmap_sep = 1;
+  int vmap_max = 0;
+  int plot = 1;
+  int p_inv = 0;
+  int h_log = 0;
+  float p_range = 0.0f;
+  float h_range = 0.0f;
+  int p_size = 100;
+  int h_size = 100;
+  float rough_max = 1.5f;
+  int reg_grp = 1;
+  int reg_ch = 1;
+  int reg_ref = 1;
+  int reg_reduce = 2;
+  int boost = 2;
+  int coarse = 1;
+  int init = 1;
+  float reg_s_max = 0.1f;
+  float reg_s0 = 0.0f;
+  int reg_j0 = 1;
+  std::vector<double> shift = {0, 0, 0};
+  float t_corr = 0.0f;
+  int gcp_dz = 1;
+  int xyz_gcp_corr = 1;
+  int d_dz = 1;
+  int r_dz = 1;
+  int corr_all = 0;
+  int merge = 1;
+  int ich = 0;
+  int qc_grp = 1;
+  int qc_ch = 1;
+  int qc_ref = 1;
+  int corr_grp = 1;
+  int corr_ref = 1;
+  std::string cal;
+  int cal_1 = 0;
+  int int_sw = 1;
+  int ext_sw = 0;
+  int cal_rel = 0;
+  std::string calib_param;
+  std::string drift = "auto";
+  std::string dpoc;
+  int dcc = 0;
+  int fav_att = 0;
+  int fill = 1;
+  int noz = 0;
+  int refine = 1;
+  float imu_err = 0.0f;
+  float imu_smooth = 0.0f;
+  float abs2rel = 1.0f;
+  int gcp_grp = 0;
+  int unc_adj = 0;
+  int robust = 1;
+  float unc_max = 1.0f;
+  float xg_unc_max = 1.0f;
+  float ref_unc_max = 1.0f;
+  int rms_all = 1;
+  int warp = 0;
+  int drift_mean = 1;
+  int mean = 0;
+  int shift_ref = 1;
+  int64_t warp_gsd = 0;
+  int blend = 0;
+  int blend_ch = 1;
+  int blend_ics = 0;
+  int blend_ref = 0;
+  int blend_soft = 0;
+  std::vector<std::string> shift_corr;
+  std::vector<std::string> calib_corr;
+  std::vector<std::string> split;
+  bool osplit = false;
+  std::vector<std::string> split_mount;
+  std::vector<std::string> beam_param;
+  std::string beam_calib_corr;
+  std::string las_read_check;
+  std::string export_dut;
+  bool plot_po = false;
+  bool cut = false;
+  int cut_gap = 1;
+  int keep_turns = 0;
+  float cut_yaw = 20.0f;
+  float cut_dist = 20.0f;
+  float cut_dist_max = 999999.0f;
+  float cut_res = 0.4f;
+  float cut_buf = 0.0f;
+  int po_sub = 10;
+  float po_speed = 300.0f;
+  float po_climb = 100.0f;
+  float po_rate = 500.0f;
+  float po_bad = 1.0f;
+  float po_tol = 1.0f;
+};
+
+enum class OptKind { flag, boolean, integer, real, text, filename, directory, textlist, intlist, reallist };
+enum class Theme {
+  run,
+  command,
+  input,
+  filter,
+  tiles,
+  grid,
+  registration,
+  trajectory,
+  georef,
+  geometry,
+  inversion,
+  correction,
+  gcp,
+  output,
+  qc,
+  maps,
+  split,
+  cut,
+  voxel,
+};
+const char* theme_title(Theme theme);
+const char* kind_word(OptKind kind);  // as the help prints it
+
+using OptTarget = std::variant<bool*, int*, int64_t*, float*, double*, std::string*,
+                               std::vector<std::string>*, std::vector<int>*, std::vector<double>*>;
+struct OptRow {
+  const char* name;  // long name, without the dash
+  const char* abbr;  // one letter, or empty
+  OptKind kind;
+  double lo, hi;      // range of each number
+  int nmin, nmax;     // number of arguments
+  OptTarget target;   // field of the Options; its value before the questions is the default
+  const char* deflt;  // the default as the help prints it
+  Theme theme;
+  const char* meaning;  // one line
+  // What the shell offers for an argument: file patterns ("*.las *.laz", "*" for any file) or words.
+  const char* complete = "";
+};
+
+// All rows, in the order in which they are asked.
+std::vector<OptRow> option_rows(Options& o);
+}  // namespace veld

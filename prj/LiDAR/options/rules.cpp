@@ -1,0 +1,102 @@
+#include "prj/LiDAR/options/rules.h"
+
+#include <algorithm>
+
+#include "lib/general/log.h"
+
+namespace veld {
+namespace {
+struct Rule {
+  bool (*broken)(const Options& o, const GivenSet& given);
+  const char* message;
+  bool wants_all = false;  // says nothing of a command line some of whose values were refused
+};
+
+int ncommands(const Options& o, const GivenSet& g) {
+  return (o.reg ? 1 : 0) + (g.count("corr") ? 1 : 0) + (o.align || o.align2 ? 1 : 0) +
+         (g.count("calib") ? 1 : 0) + (o.scan ? 1 : 0) + (g.count("fastqc") ? 1 : 0);
+}
+
+bool has_man(const Options& o, const GivenSet& g) {
+  return !o.shift_corr.empty() || !o.calib_corr.empty() || g.count("shift") || !o.beam_calib_corr.empty();
+}
+
+const Rule EXCLUSIONS[] = {
+    {[](const Options& o, const GivenSet&) {
+       return (o.metre ? 1 : 0) + (o.feet_us ? 1 : 0) + (o.feet ? 1 : 0) > 1;
+     },
+     "only one unit option can be used"},
+    {[](const Options& o, const GivenSet&) { return o.opls && o.oplz; },
+     "-opls and -oplz are mutually exclusive"},
+    {[](const Options& o, const GivenSet& g) {
+       return g.count("corr") && o.corr.empty() && !g.count("calib") && !has_man(o, g) && o.t_corr == 0 &&
+              !o.oa && !o.oi && o.gcp.empty();
+     },
+     "option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) or "
+     "time/angle update",
+     true},
+    {[](const Options& o, const GivenSet& g) { return ncommands(o, g) > 1; },
+     "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
+    {[](const Options& o, const GivenSet&) { return o.smap && o.zmap; },
+     "options {-smap -zmap} are mutually exclusive"},
+    {[](const Options& o, const GivenSet&) { return o.oa && o.oi; },
+     "options {-oa -oi} are mutually exclusive"},
+    {[](const Options& o, const GivenSet&) { return o.dz_range > o.dz16_range; },
+     "DZ_range>DZ16_range not allowed"},
+    {[](const Options& o, const GivenSet&) { return o.align2 && o.dz_range_1 > o.dz16_range_1; },
+     "DZ_range_1>DZ16_range_1 not allowed"},
+};
+
+}  // namespace
+
+void derive_defaults(Options& o, const GivenSet& given) {
+  const auto absent = [&](const char* name) { return given.count(name) == 0; };
+  if (o.scan) {
+    if (absent("map")) o.map = 0;
+    o.fastqc = true;
+    if (absent("full")) o.full = 1;
+    o.ics = true;
+  }
+  if (o.scan || o.all) {
+    if (absent("log")) o.log = 1;
+    if (absent("fp")) o.fp = 1;
+    if (absent("bb")) o.bb = 1;
+  }
+  if (given.count("calib")) {
+    o.corr = o.calib;
+    o.dpoc = "0";
+    o.nil = true;
+    o.ocorr = o.opo = 0;
+    o.r_dz = o.d_dz = o.gcp_dz = 0;
+    if (absent("unc_adj")) o.unc_adj = 1;
+    if (absent("reg_reduce")) o.reg_reduce = 1;
+    if (absent("boost")) o.boost = 1;
+  }
+  if (o.uav) {
+    if (absent("dt_range")) o.dt_range = 10;
+    if (absent("dev_range")) o.dev_range = 0.5f;
+    if (absent("dev_max")) o.dev_max = 0.5f;
+    if (absent("coarse")) o.coarse = 0;  // attitudes change within 8 m of flight
+  }
+  o.nthreads_io = std::min(o.nthreads_io, o.nthreads);
+  if (absent("dz_color")) o.dz_color = o.dz_mix ? 2 : 7;
+  // Of each pair of ranges the one that is not given follows the other; the first step's start from the plain
+  // ones.
+  if (absent("dz_range") && !absent("dz16_range")) o.dz_range = o.dz16_range;
+  if (absent("dz16_range") && !absent("dz_range")) o.dz16_range = o.dz_range;
+  const bool absent_1 = absent("dz_range_1"), absent16_1 = absent("dz16_range_1");
+  if (absent_1) o.dz_range_1 = absent16_1 ? o.dz_range : o.dz16_range_1;
+  if (absent16_1) o.dz16_range_1 = absent_1 ? o.dz16_range : o.dz_range_1;
+  if (absent("v_range_1")) o.v_range_1 = o.v_range;
+}
+
+bool check_exclusions(const Options& o, const GivenSet& given, bool all_read) {
+  bool ok = true;
+  for (const Rule& rule : EXCLUSIONS)
+    if ((all_read || !rule.wants_all) && rule.broken(o, given)) {
+      ERROR_MSG(rule.message);
+      ok = false;
+    }
+  return ok;
+}
+}  // namespace veld

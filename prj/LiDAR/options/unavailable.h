@@ -1,0 +1,25 @@
+// prj/LiDAR/options/unavailable.h
+// Options whose work this version does not do: what is asked for in vain stops the run, what is only on by
+// default is left out and said once.
+// Here:     the table, by subject, and the questions about it.
+// Not here: rules between options that are available (rules.h).
+#pragma once
+#include <string>
+#include <vector>
+
+#include "prj/LiDAR/options/rules.h"
+
+namespace veld {
+// False after an ERROR line, with its reason, per option that the user gave and that nothing works on.
+[[nodiscard]] bool check_available(const Options& o, const GivenSet& given);
+
+bool is_available(const std::string& option);        // by its long name
+void report_unavailable(const std::string& option);  // its ERROR line
+
+// Subjects that are on by default, or by another option, and that the run leaves out, with their options:
+// "maps and plots (-map -jpeg -plot)". Empty when nothing is.
+std::vector<std::string> left_out(const Options& o, const GivenSet& given);
+
+// Options of the voxel experiments are taken and do nothing, which a WARNING says.
+void warn_voxel_options(const GivenSet& given);
+}  // namespace veld

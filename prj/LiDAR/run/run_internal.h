@@ -1,0 +1,42 @@
+// prj/LiDAR/run/run_internal.h
+// What the steps of a run share: the options, the project, the decisions about the work.
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "prj/LiDAR/inputs/read_options.h"
+#include "prj/LiDAR/options/identity.h"
+#include "prj/LiDAR/project.h"
+
+namespace veld {
+enum class Step { on, done, failed };  // go on, finished with success, stop
+
+inline Step step_of(bool ok) { return ok ? Step::on : Step::failed; }
+
+struct Commands {  // what the run consists of
+  bool reg_qc;     // goes through the scan sequence
+  bool corr;       // -corr
+  bool align;      // -align, -align2
+  bool calib;      // -calib
+  bool reg;        // displacements are measured
+  bool man;        // corrections by hand
+  bool inv_corr;   // displacements are inverted
+};
+
+struct Run {
+  const ProgramPaths& paths;
+  CommandLine& cl;
+  Project prj;
+  Commands cmd = {};
+  std::vector<uint8_t> xcls;  // classes to drop
+  bool mistake = false;       // something was wrong already: the run stops once all mistakes are told
+};
+
+// Units, coordinate system and the tests that end the run.
+Step prepare_project(Run& run);
+// Exclusions, steering strings and all lists of files. Every mistake is told before the run stops.
+Step list_inputs(Run& run);
+// The sequences: once, or twice with -align2.
+Step process(Run& run);
+}  // namespace veld

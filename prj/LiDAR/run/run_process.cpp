@@ -1,0 +1,111 @@
+// The sequences by command: scan, registration, inversion and correction, in one or two steps.
+#include <algorithm>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/options/steer_opt.h"
+#include "prj/LiDAR/run/align2.h"
+#include "prj/LiDAR/run/dut_swaths.h"
+#include "prj/LiDAR/run/fill_param.h"
+#include "prj/LiDAR/run/run_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace veld {
+namespace {
+// The given name may be that of either file of the pair, in the input or the output directory.
+bool find_DUT(const std::string& arg, const PathRules& rules, std::string& dut) {
+  const std::string stem = DUT_base(arg);
+  const std::string plain = complete_path(stem, rules);
+  for (const std::string& base : {plain, add_input_directory(stem, OUTDIR)})
+    if (is_regular_file(base + "_idx.log")) {
+      dut = base;
+      return true;
+    }
+  ERROR_MSG("could not find file " << plain << "_idx.log");
+  return false;
+}
+
+// The options that the steps of a run work with, checked before the first of them starts.
+bool prepare_correction(const Run& run, std::string& dut) {
+  const Options& o = run.cl.o;
+  dut.clear();
+  if (!run.cmd.inv_corr) return true;
+  CorrParam corr;
+  const bool ok = fill_corr_param(o, dut, corr);
+  const InvParam& i = corr.inv;
+  const bool calibrates = i.Fx || i.Fy || i.Fz || i.Fw || i.Fp || i.Fk ||
+                          std::any_of(i.FE, i.FE + N_INTERNAL, [](bool f) { return f; });
+  if (ok && calibrates && o.calib_param.empty())
+    WARNING_MSG(
+        "no initial geometric calibration file specified, output will be calibration corrections, not "
+        "update");
+  if (ok && corr.CORR) show_output_name(corr.out, o);
+  const std::vector<std::string>& arg = run.cmd.calib ? o.calib : o.corr;
+  return (run.cmd.reg || arg.empty() || find_DUT(arg[0], run.cl.in.rules, dut)) && ok;
+}
+
+// Trajectories that are given to a run without a correction are checked against the swaths.
+bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) {
+  if (prj.pofiles.empty()) return true;
+  POscanParam par;
+  fill_po_scan_param(o, par);
+  if (DUT_PO_QC_CORR(prj, idx, par)) return true;
+  ERROR_MSG("manual correction or scan failed");
+  return false;
+}
+
+// One pass over the project; files: the corrected ones, by swath.
+Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files,
+                  int& nmemory) {
+  Project& prj = run.prj;
+  CorrParam corr;
+  if (run.cmd.inv_corr && !fill_corr_param(o, dut.empty() ? prj.name : dut, corr)) return Step::failed;
+  corr.odir = o.odir;
+
+  ScanParam scan;
+  fill_scan_param(o, run.xcls, run.cmd.reg, scan);
+  scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan;
+  scan.CORR = run.cmd.inv_corr;
+  ScanResult scanned;
+  if (!SCAN_REG_QC(prj, scan, scanned)) {
+    ERROR_MSG("registration or QC failed");
+    return Step::failed;
+  }
+  nmemory += scanned.nmemory;
+  if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
+  if (!run.cmd.inv_corr || scanned.finished) return Step::on;
+  CorrResult corrected;
+  if (!DUT_PO_INV_QC_CORR(prj, corr, corrected)) {
+    ERROR_MSG("correction failed");
+    return Step::failed;
+  }
+  files.swap(corrected.files);
+  return Step::on;
+}
+}  // namespace
+
+Step process(Run& run) {
+  const Options& o = run.cl.o;
+  std::string dut;
+  if (!prepare_correction(run, dut)) return Step::failed;
+  if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
+  std::vector<std::string> files;
+  int nmemory = 0;
+  const int nsteps = o.align2 ? 2 : 1;
+  for (int step = 0; step < nsteps; step++) {
+    const Options step_options = align2_options(o, step);
+    if (o.align2) {
+      LOG_MSG("ALIGNMENT STEP " << step + 1);
+      if (!align2_proc_fxnames(step, files, run.prj)) return Step::failed;
+    }
+    run.prj.name = step_options.odir + o.name;
+    const Step done = process_step(run, step_options, dut, files, nmemory);
+    if (done != Step::on) return done;
+  }
+  if (nmemory == 0) return Step::on;
+  ERROR_MSG(nmemory << " swaths need more memory than the " << MEM_MB
+                    << " MB reserved (use option -mem): the results are without them");
+  return Step::failed;
+}
+}  // namespace veld

@@ -1,0 +1,420 @@
+// The scan sequence: swaths to tiles, statistics, overlap, grids, registration.
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+#include "lib/general/result_file.h"
+#include "lib/threads/pool.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
+#include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
+#include "prj/LiDAR/LmTplot/LmTplot_txt.h"
+#include "prj/LiDAR/LmTplot/swath_inter.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
+#include "prj/LiDAR/run/sequence_internal.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace veld {
+namespace {
+constexpr uint64_t MIN_REG_MT = 16;  // microtiles of overlap that a registration needs at least
+constexpr double KM2_FROM = 1e7;     // m2: larger areas are told in km2
+
+struct Work {           // what the run does with the overlaps
+  bool DOGRID = false;  // grids are needed: to register, to measure, or for the check after a correction
+  bool DOREG = false;   // pairs are registered
+  bool DOQC = false;    // pairs are only measured
+};
+
+bool grid_is_valid(const std::string& path, int sw) { return check_gZDSidx(path, sw, 0, false, false); }
+
+std::string area_text(double m2) {
+  return m2 >= KM2_FROM ? LOG_STR(m2 * 1e-6 << " km") : LOG_STR(m2 << " m");  // the "2" stands behind
+}
+
+std::string size_text(const mTbbox& b, double mTsize) {
+  return LOG_STR(static_cast<double>(b.xmax - b.xmin + 1) * mTsize
+                 << " x " << static_cast<double>(b.ymax - b.ymin + 1) * mTsize << " m");
+}
+
+void log_bbox(const char* label, const mTbbox& b) {
+  LOG_LINE(label << " mTI X:[" << b.xmin << " " << b.xmax << "] Y:[" << b.ymin << " " << b.ymax
+                 << "] n=" << b.n);
+}
+
+void log_param(const Project& prj, const ScanParam& par) {
+  LOG_LINE("mGSD=" << prj.scale.mTsize << " median=" << par.median << " large=" << prj.scale.large
+                   << " xlevel=" << prj.scale.xlevel << " DTS=" << par.tiling.DTS << " REG=" << par.REG
+                   << " QC=" << par.QC << " FULL=" << par.FULL << " ALLDZ=" << par.regpairs.ALLDZ
+                   << " GRPREG=" << par.regpairs.GRP << " REFREG=" << par.regpairs.REF
+                   << " CHREG=" << par.regpairs.CH << " chgrp.size()=" << prj.chgrp.size()
+                   << " RDIM=" << par.regpairs.RDIM << " LAREA=" << par.tiling.LAREA);
+  LOG_LINE("level=" << prj.scale.level << " Tsize=" << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize);
+}
+
+// --- tiling and rejection ---
+
+bool write_rejected(const Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason,
+                    const std::string& file) {
+  ResultFile out;
+  if (!out.open(file)) return false;
+  out.fs << "FileName\n";
+  for (size_t i = 0; i < prj.swaths.size(); i++)
+    if (!used[i])
+      out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path
+             << "\n              + " << reason[i] << '\n';
+  return out.commit();
+}
+
+int count_empty_groups(const Project& prj) {
+  int n = 0;
+  for (int g = 1; g <= prj.nmgrp; g++)
+    n += std::none_of(prj.swaths.begin(), prj.swaths.end(),
+                      [g](const Swath& s) { return !s.fixed && s.group == g; });
+  return n;
+}
+
+// Takes the swaths that tiling could not use out of the project.
+bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason,
+                ScanResult& res) {
+  const auto nok = std::count(used.begin(), used.end(), true);
+  LOG_ENTER("rej_swaths nisw=" << prj.swaths.size() << " nwsw=" << prj.swaths.size() << " nok=" << nok);
+  res.nrejected = static_cast<int>(prj.swaths.size()) - static_cast<int>(nok);
+  const std::string file = prj.name + "_rej.log";
+  if (res.nrejected == 0) {
+    remove_file(file);  // of an earlier run
+    return true;
+  }
+  if (!write_rejected(prj, used, reason, file)) return false;
+  LOG_MSG(res.nrejected << " input swaths rejected (unreadable, inconsistent, or filtered out), see file "
+                        << file);
+  std::vector<Swath> kept;
+  for (size_t i = 0; i < prj.swaths.size(); i++)
+    if (used[i]) kept.push_back(prj.swaths[i]);
+  prj.swaths.swap(kept);
+  if (prj.swaths.empty()) {
+    ERROR_MSG("no valid data to work with");
+    return false;
+  }
+  if (const int nempty = count_empty_groups(prj); nempty > 0)
+    LOG_MSG(nempty << " groups left empty after swath rejection");
+  return true;
+}
+
+template <typename T>
+void keep(std::vector<T>& list, const std::vector<bool>& dropped) {
+  size_t n = 0;
+  for (size_t i = 0; i < list.size(); i++)
+    if (!dropped[i]) list[n++] = list[i];
+  list.resize(n);
+}
+
+// Takes references without overlap out of the project before anything is read of them, tiles the others.
+// Their times do not matter, so files without time stamps will do.
+bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std::vector<bool>& used,
+                     std::vector<std::string>& reason, ScanResult& res) {
+  std::vector<bool> dropped(prj.swaths.size(), false);
+  const bool any = std::find(used.begin(), used.end(), true) != used.end();
+  if (any && par.rej_ref && !select_references(prj, used, dropped)) return false;
+  keep(prj.swaths, dropped);
+  keep(used, dropped);
+  keep(reason, dropped);
+  LOG_LINE("<!> TILE REF");
+  std::vector<std::string> paths;
+  std::vector<bool> todo;
+  for (const Swath& s : prj.swaths) {
+    paths.push_back(s.path);
+    todo.push_back(s.fixed);
+  }
+  tiling.tproc = false;
+  LmTtileResult tiled;
+  if (!LmT_tile(paths, todo, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
+  res.ncached += tiled.ncached;
+  int nlost = 0;
+  for (size_t i = 0; i < todo.size(); i++) {
+    if (!prj.swaths[i].fixed) continue;
+    used[i] = todo[i];
+    nlost += !todo[i];
+  }
+  // The datum rests on the references: without one of them the result would be another.
+  if (nlost > 0) ERROR_MSG(nlost << " reference files cannot be used, cannot proceed");
+  return nlost == 0;
+}
+
+bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
+  std::vector<std::string> paths, reason;
+  std::vector<bool> used;
+  for (const Swath& s : prj.swaths) {
+    paths.push_back(s.path);
+    used.push_back(!s.fixed);
+  }
+  const bool references = std::find(used.begin(), used.end(), false) != used.end();
+  LOG_LINE("<!> TILE " << (references ? "MOB" : "ALL"));
+  TilingParam tiling = par.tiling;
+  tiling.grid_ok = grid_is_valid;
+  LmTtileResult tiled;
+  if (!LmT_tile(paths, used, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
+  res.ncached = tiled.ncached;
+  res.nmemory = tiled.nmemory;
+  if (references && !tile_references(prj, par, tiling, used, reason, res)) return false;
+  return rej_swaths(prj, used, reason, res);
+}
+
+// --- coverage and overlap ---
+
+// Calls visit with the occupancy of each swath with that flag. They are read on threads and visited one at a
+// time, in any order.
+template <typename Visit>
+bool visit_Tocc(const Project& prj, bool fixed, Visit visit) {
+  std::mutex mutex;
+  const int64_t bad = run_units(static_cast<int64_t>(prj.swaths.size()), NTHREADSIO, [&](int64_t i, int) {
+    const Swath& s = prj.swaths[static_cast<size_t>(i)];
+    Tocc occ;
+    if (s.fixed != fixed) return true;
+    if (!read_Tocc(s.path, occ)) {
+      ERROR_MSG("missing/incompatible temp. tile files, " << s.path);
+      return false;
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    visit(occ);
+    return true;
+  });
+  return bad < 0;
+}
+
+void extend_box(mTbbox& b, const mTbbox& other) {
+  if (other.empty()) return;
+  const uint64_t n = b.n + other.n;
+  if (b.empty()) b = other;
+  b.xmin = std::min(b.xmin, other.xmin);
+  b.ymin = std::min(b.ymin, other.ymin);
+  b.xmax = std::max(b.xmax, other.xmax);
+  b.ymax = std::max(b.ymax, other.ymax);
+  b.n = n;
+}
+
+// The map of the mobile swaths, with the references on their ground; the covered areas. Ground of references
+// only takes part in the total area and in nothing else.
+bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile& qclog) {
+  LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
+                                   << " mTsize=" << prj.scale.mTsize);
+  ovr = make_Tovr(res.stat.frame);
+  if (!visit_Tocc(prj, false, [&](const Tocc& occ) { add_Tovr_Tocc(ovr, occ); })) return false;
+  const mTbbox mob = comp_mTbbox_Tovr(ovr, 1);
+  mTbbox ref;
+  uint64_t n12 = 0;
+  if (!visit_Tocc(prj, true, [&](const Tocc& occ) {
+        extend_box(ref, comp_mTbbox_Tocc(occ));
+        n12 += add_Tovr_ref(ovr, occ);
+      }))
+    return false;
+  LOG_LINE("count_fovr_12 n1=" << mob.n << " n2=" << ref.n << " both=" << n12);
+  const double mTsize = static_cast<double>(prj.scale.mTsize);
+  const auto area = [mTsize](uint64_t n) { return static_cast<double>(n) * mTsize * mTsize; };
+  res.full = mob;
+  extend_box(res.full, ref);
+  res.full.n -= std::min(n12, ref.n);
+  res.area = area(res.full.n);
+  log_bbox("full", res.full);
+  LOG_MSG("Total covered area=" << area_text(res.area) << "2, bounding box " << size_text(res.full, mTsize));
+  if (ref.empty()) {
+    qclog.fs << "Area total " << area_text(res.area) << "2\n";
+    return true;
+  }
+  LOG_MSG("Mob data area=" << area_text(area(mob.n)) << "2, ref data area=" << area_text(area(ref.n)) << "2");
+  qclog.fs << "Area " << area_text(area(mob.n)) << "2 mob, " << area_text(area(ref.n)) << "2 ref, "
+           << area_text(res.area) << "2 total\n";
+  return true;
+}
+
+// Box test of the pairs (near: those that pass), then the overlap itself. Without any overlap only a run over everything goes on.
+bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, SwPairList& near,
+                  ScanResult& res, ResultFile& qclog) {
+  std::vector<LTidxInfo> infos;
+  std::vector<bool> fixed;
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    infos.push_back(res.stat.swaths[i].info);
+    fixed.push_back(prj.swaths[i].fixed);
+  }
+  const double mTsize = static_cast<double>(prj.scale.mTsize);
+  int nbb = 0;
+  near = check_BBOX_MBR_fx_inter(infos, fixed, mTsize, nbb);
+  const bool boxes = !near.empty();
+  if (boxes) {
+    LOG_ENTER("comp_Tovr2 ");
+    res.over = comp_mTbbox_Tovr(ovr, 2);
+    LOG_LINE("ok=" << !res.over.empty());
+  }
+  res.overlap = static_cast<double>(res.over.n) * mTsize * mTsize;
+  if (res.over.empty()) {
+    const char* text = boxes ? "no swath overlap" : "no swath bounding box intersection";
+    if (par.FULL && !par.REG) {
+      WARNING_MSG(text);
+      return true;
+    }
+    ERROR_MSG(text);
+    return false;
+  }
+  qclog.fs << "Area overlap " << area_text(res.overlap) << "2\n";
+  log_bbox("over", res.over);
+  LOG_MSG("Overlap area=" << area_text(res.overlap) << "2, bounding box " << size_text(res.over, mTsize));
+  return true;
+}
+
+bool write_overlap_box(const Project& prj, const mTbbox& b) {
+  LOG_MSG("Writing overlapping area bounding box '" << prj.name << "_ovr_bb.txt'");
+  const double m = static_cast<double>(prj.scale.mTsize);
+  const auto ground = [m](int64_t i) { return static_cast<double>(i) * m + GROUND_ORIGIN; };
+  return write_BBOX(prj.name + "_ovr_bb.txt", ground(b.xmin), ground(b.ymin), ground(b.xmax + 1),
+                    ground(b.ymax + 1));
+}
+
+bool write_boxes(const Project& prj, const ScanParam& par, const ScanResult& res) {
+  std::vector<SwathPlot> plots;
+  for (size_t i = 0; i < prj.swaths.size(); i++)
+    plots.push_back({prj.swaths[i].path, static_cast<int>(i), prj.swaths[i].group, res.stat.swaths[i].info});
+  return write_MBR(prj.name + "_sw", plots, par.OUTOBJ) && write_BBOX(prj.name + "_sw", plots, par.OUTOBJ);
+}
+
+// --- grids, registration, index ---
+
+Work decide_work(const ScanParam& par, const ScanResult& res) {
+  Work w;
+  const bool ovr = !res.over.empty();
+  w.DOREG = par.REG;
+  w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
+  w.DOGRID = w.DOREG || w.DOQC || (par.CORR && par.QC && ovr);
+  LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " QC=" << par.QC << " -> DOFQC=0 DOREG=" << w.DOREG
+                  << " DOGRID=" << w.DOGRID);
+  return w;
+}
+
+mTbox to_mTbox(const mTbbox& b) { return {b.xmin, b.ymin, b.xmax, b.ymax}; }
+
+// The index knows metres and the two feet; anything else, heights in another unit too, is exported in metres.
+int index_unit() {
+  if (DATAUNIT_Z != DATAUNIT) return 0;
+  return DATAUNIT == FEET_INT ? 1 : DATAUNIT == FEET_US ? 2 : 0;
+}
+
+DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& res) {
+  DUTidx idx;
+  idx.gsize =
+      std::max(1, static_cast<int>(std::lround(prj.scale.mTsize *
+                                               static_cast<float>(1 << comp_Jend(par.Jend, prj.scale.dim)))));
+  idx.level = prj.scale.level;
+  idx.dim = prj.scale.dim;
+  idx.unit = index_unit();
+  idx.area = to_mTbox(res.full);
+  idx.ovr = to_mTbox(res.over);
+  idx.time_res = prj.time_res;
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    const Swath& s = prj.swaths[i];
+    const LTidxInfo& info = res.stat.swaths[i].info;
+    DUTswath d;
+    d.group = s.group;
+    d.ch = s.channel;
+    d.mainch = s.mainch == static_cast<int>(i);
+    d.fixed = s.fixed;
+    d.adj = info.flags & INFO_ADJ;
+    d.ro = info.flags & INFO_RO;
+    d.wro = info.flags & INFO_WRO;
+    d.tmin = info.tmin;
+    d.tmax = info.tmax;
+    d.path = swath_name(s);
+    idx.swaths.push_back(d);
+  }
+  return idx;
+}
+
+bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, const SwPairList& near,
+                    ScanResult& res) {
+  if (work.DOREG && res.over.n < MIN_REG_MT) {
+    ERROR_MSG("registration cannot be done due to insufficient overlap");
+    return false;
+  }
+  SwPairList overlap;
+  if (!comp_sw_overlap(prj, near, NTHREADSIO, overlap)) return false;
+  InterParam inter;
+  inter.REG = work.DOREG;
+  inter.QC = par.QC;
+  inter.filter = work.DOREG ? par.regpairs : par.qcpairs;
+  inter.Jinit = par.Jinit;
+  inter.Jend = comp_Jend(par.Jend, prj.scale.dim);
+  inter.DZ_sub = par.DZ_sub;
+  inter.nthreads = NTHREADS;
+  if (!reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter)) return false;
+  if (!work.DOREG || res.inter.nreg > 0) return true;
+  ERROR_MSG("no pair registered, " << res.inter.nint << " overlaps tried, see " << prj.name << "_idx.log");
+  return false;
+}
+
+// The index without vectors, for runs that register nothing. That of a registration of the same name stays:
+// its vectors would be lost with it.
+bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res) {
+  LOG_ENTER("QC_DUT_IDX nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim << " level=" << prj.scale.level
+                              << " mTsize=" << prj.scale.mTsize << " tr=" << prj.time_res
+                              << " nGCP=0 nXYZGCP=0");
+  if (file_size(prj.name + ".dut") >= 0) {
+    LOG_LINE("<!> kept the index of " << prj.name << ".dut");
+    return true;
+  }
+  LOG_MSG("Writing index " << prj.name << "_idx.log");
+  DUTwriter w;
+  return open_DUT_IDX(w, prj.name, make_index(prj, par, res), false, false) && close_DUT_IDX(w);
+}
+
+bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, const SwPairList& near,
+                       ScanResult& res) {
+  const Work work = decide_work(par, res);
+  GridResult grids;
+  if (work.DOGRID && !LmT_grid(prj, ovr, par.FULL, NTHREADS, grids)) {
+    ERROR_MSG("gridding failed");
+    return false;
+  }
+  for (const int sw : grids.beyond) prj.swaths[static_cast<size_t>(sw)].used = false;
+  res.nmemory += static_cast<int>(grids.beyond.size());
+  if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, near, res)) return false;
+  return work.DOREG || QC_DUT_IDX(prj, par, res);
+}
+
+bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResult& res) {
+  split_references(prj);
+  if (!tile_swaths(prj, par, res) || !unite_references(prj, par.tiling)) return false;
+  const InfoParam info{par.median, par.fix_ch0, par.tiling.LAREA, par.tiling.tproc};
+  if (!InfoTI_swstat(prj, info, res.stat)) {
+    ERROR_MSG("consistency checking, tile info processing or swath stat computation failed");
+    return false;
+  }
+  Tovr ovr;
+  if (!comp_ovr_grp_fx(prj, ovr, res, qclog)) return false;
+  if (par.BB && !write_boxes(prj, par, res)) return false;
+  const bool single = prj.swaths.size() == 1;
+  if (single && par.REG) {
+    ERROR_MSG("registration cannot be done with a single swath");
+    return false;
+  }
+  SwPairList near;
+  if (!single && !find_overlap(prj, par, ovr, near, res, qclog)) return false;
+  if (single && !par.FULL && !par.GCP && !par.CORR) {
+    LOG_MSG("single swath: nothing to do, use -full or -gcp or -xyz_gcp");
+    res.finished = true;
+    return true;
+  }
+  if (!res.over.empty() && !write_overlap_box(prj, res.over)) return false;
+  return grid_and_register(prj, par, ovr, near, res);
+}
+}  // namespace
+
+bool SCAN_REG_QC(Project& prj, const ScanParam& par, ScanResult& res) {
+  LOG_ENTER("SCAN_REG_QC nsw=" << prj.swaths.size() << " name=" << prj.name);
+  log_param(prj, par);
+  res = ScanResult{};
+  ResultFile qclog;
+  if (!qclog.open(prj.name + "_QC.log")) return false;
+  const bool ok = scan_steps(prj, par, qclog, res);
+  if (ok) res.index = make_index(prj, par, res);
+  return ok && qclog.commit();
+}
+}  // namespace veld

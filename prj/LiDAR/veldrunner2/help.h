@@ -1,7 +1,0 @@
-// prj/LiDAR/veldrunner2/help.h
-// The help text: examples, and the option table by theme.
-#pragma once
-#include <string>
-
-// All of it, or only the options whose name or meaning holds the word (any case).
-std::string help_text(const std::string& word);

@@ -1,0 +1,97 @@
+#include "prj/LiDAR/options/steer_opt.h"
+
+#include "tests/prj/LiDAR/options/read_support.h"
+
+namespace veld {
+TEST(SteerOpt, CalibrationString) {
+  const struct {
+    const char* arg;
+    bool uav;
+    const char* flags;  // x y z w p k 1..7
+  } cases[] = {
+      {"", false,
+       "000111"
+       "0111110"},
+      {"", true,
+       "000111"
+       "0010000"},
+      {"L", false,
+       "111000"
+       "0000000"},
+      {"B", false,
+       "000111"
+       "0000000"},
+      {"I", false,
+       "000000"
+       "1111111"},
+      {"yB", false,
+       "010111"
+       "0000000"},
+      {"0B", false,
+       "000000"
+       "0000000"},
+      {"xk7", false,
+       "100001"
+       "0000001"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.arg);
+    InvParam inv;
+    errors_of([&] { EXPECT_TRUE(parse_calib_opt(c.arg, c.uav, inv)); });
+    std::string flags;
+    for (const bool f : {inv.Fx, inv.Fy, inv.Fz, inv.Fw, inv.Fp, inv.Fk}) flags += f ? '1' : '0';
+    for (int k = 0; k < 7; k++) flags += inv.FE[k] ? '1' : '0';
+    EXPECT_EQ(flags, c.flags);
+  }
+  InvParam inv;
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_calib_opt("Q", false, inv)); }),
+            "ERROR: option -cal: could not parse argument 'Q', expecting {0LBIxyzwpk1234567}\n");
+}
+
+TEST(SteerOpt, DriftString) {
+  DriftOpt d;
+  EXPECT_TRUE(parse_drift_opt("con", d));
+  EXPECT_TRUE(d.con);
+  EXPECT_TRUE(parse_drift_opt("auto", d));
+  EXPECT_TRUE(d.auto_dt && !d.con);
+  EXPECT_TRUE(parse_drift_opt("0", d));
+  EXPECT_TRUE(d.none);
+  EXPECT_TRUE(parse_drift_opt("2.5", d));
+  EXPECT_EQ(d.dt, 2.5);
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_opt("abc", d)); }),
+            "ERROR: option -drift: invalid argument abc - expecting 'con' or nonzero time interval\n");
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_opt("-1", d)); }),
+            "ERROR: option -drift: time interval must be >=0\n");
+}
+
+TEST(SteerOpt, DriftComponents) {
+  InvParam inv;
+  EXPECT_TRUE(parse_drift_comp_opt("zA", inv));
+  EXPECT_TRUE(!inv.Ftx && !inv.Fty && inv.Ftz && inv.Faw && inv.Fap && inv.Fak);
+  EXPECT_TRUE(parse_drift_comp_opt("0", inv));
+  EXPECT_FALSE(inv.Ftz || inv.Faw);
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_comp_opt("q", inv)); }),
+            "ERROR: option -dpoc: could not parse argument 'q', expecting {0TAxyzwpk}\n");
+}
+
+TEST(SteerOpt, OutputName) {
+  testing::internal::CaptureStdout();
+  OutputName out;
+  EXPECT_TRUE(parse_output_name("*", out));
+  EXPECT_EQ(out.prefix + "|" + out.suffix + "|" + out.ext, "||");
+  EXPECT_TRUE(parse_output_name("p_*_c.LAZ", out));
+  EXPECT_EQ(out.prefix + "|" + out.suffix, "p_|_c");
+  for (const char* const bad : {"plain.las", "a/*.las", "*:.las", "*|.las", "*_*.las"})
+    EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_output_name(bad, out)); }),
+              "ERROR: invalid output format, prefix*suffix.ext required, no illegal characters\n")
+        << bad;
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_output_name("*.txt", out)); }),
+            "ERROR: output format extension not supported\n");
+  Options o;
+  o.olax = o.lax_append = o.oplz = 1;
+  o.otile = 100;
+  show_output_name({"p_", "_c", ".las"}, o);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "LiDAR output: 'p_*_c.las' + PLZ + LAX(append) [TILES] \n");
+}
+}  // namespace veld
