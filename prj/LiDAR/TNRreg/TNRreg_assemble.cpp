@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg_normal.h"
 
 namespace veld {
@@ -124,21 +123,14 @@ void assemble_normal(NormalEq& N, dUParamTiles& Q) {
   N.block.assign(N.size(), VertexBlock{});
   N.g.assign(N.size(), V3<float>{0, 0, 0});
   const size_t nslot = static_cast<size_t>(N.nv * NSLOT);
-  run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
-    const thRowInfo info = Q.rows[static_cast<size_t>(unit)];
-    const dUParamTile& T = Q.tile.val[info.tile];
-    RowScratch& s = Q.scratch[static_cast<size_t>(thread)];
-    const int row = static_cast<int>(info.row);
-    expand_cell_row(T, row, s);
-    zero_sums(T, s);
-    for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++)
-      sum_row(T, j, k, N.slope_noise, s);
-    const size_t first = N.at(info.tile, 0, row);
-    reduce_sums(T, s, &N.block[first], &N.g[first], &N.slot[static_cast<size_t>(unit) * nslot]);
-    return true;
+  for_cell_rows(Q, true, [&](const CellRow& cells) {
+    zero_sums(cells.tile, cells.scratch);
+    for (int j = cells.jmin; j <= cells.jmax; j++) sum_row(cells.tile, j, k, N.slope_noise, cells.scratch);
+    const size_t first = N.lower(cells.place);
+    reduce_sums(cells.tile, cells.scratch, &N.block[first], &N.g[first], &N.slot[cells.unit * nslot]);
   });
   for (size_t unit = 0; unit < Q.rows.size(); unit++) {
-    const size_t upper = N.at(Q.rows[unit].tile, 0, static_cast<int>(Q.rows[unit].row) + 1);
+    const size_t upper = N.upper(Q.rows[unit]);
     add_slot(&N.slot[unit * nslot], N.nv, &N.block[upper], &N.g[upper]);
   }
   add_prior(N, Q);

@@ -8,6 +8,7 @@
 // C the moved image as cubic B-spline, Z the reference, w_p Cauchy weights 1 / (1 + (r / sigma)^2).
 // Weights and s are held during a conjugate gradient run and renewed between runs.
 #pragma once
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -16,6 +17,7 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
 namespace veld {
@@ -161,6 +163,28 @@ void slope_row(const dUParamTile& T, int j, float slope_noise,
 
 // --- Units of work and passes over the pixels (TNRreg_pass.cpp)
 void init_rows(dUParamTiles& Q);  // the list of units, and the images of a pass
+struct CellRow {                  // a unit while a thread works on it
+  size_t unit;
+  dUParamTile& tile;
+  thRowInfo place;
+  int thread;
+  RowScratch& scratch;
+  int jmin, jmax;  // its rows of pixels, inclusive; none when jmax < jmin
+};
+// Calls work(cells) for each unit, on any thread. expand: with the displacement of its row of cells in the scratch.
+template <typename Work>
+void for_cell_rows(dUParamTiles& Q, bool expand, Work&& work) {
+  run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
+    const thRowInfo place = Q.rows[static_cast<size_t>(unit)];
+    dUParamTile& T = Q.tile.val[place.tile];
+    const int row = static_cast<int>(place.row);
+    RowScratch& scratch = Q.scratch[static_cast<size_t>(thread)];
+    if (expand) expand_cell_row(T, row, scratch);
+    work(CellRow{static_cast<size_t>(unit), T, place, thread, scratch, std::max(T.jmin, row * T.dim),
+                 std::min(T.jmax, (row + 1) * T.dim - 1)});
+    return true;
+  });
+}
 // Calls per_row(j, thread) with the residuals of each row of the region of interest in Q.scratch[thread].res;
 // the rows of a unit come in order, units on any thread.
 void for_resid_rows(dUParamTiles& Q, const std::function<void(dUParamTile&, int j, int thread)>& per_row);

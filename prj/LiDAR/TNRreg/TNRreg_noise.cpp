@@ -5,8 +5,6 @@
 #include <cmath>
 #include <utility>
 
-#include "lib/threads/pool.h"
-
 namespace veld {
 namespace {
 // The noise of a pixel's height has three parts, as wide as the model has them:
@@ -176,27 +174,21 @@ void sample_noise(const NormalEq& N, dUParamTiles& Q, int group, float long_shar
   r.assign(N.size(), V3<v8f>{});
   std::vector<V3<v8f>> slot(Q.rows.size() * nv);  // what the units give to their upper vertex row
   const RoughWeights weights = rough_weights(Q);
-  run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
-    const thRowInfo info = Q.rows[static_cast<size_t>(unit)];
-    const dUParamTile& T = Q.tile.val[info.tile];
-    RowScratch& s = Q.scratch[static_cast<size_t>(thread)];
-    const int row = static_cast<int>(info.row);
-    expand_cell_row(T, row, s);
-    const NoiseRow to = {&r[N.at(info.tile, 0, row)],
-                         &slot[static_cast<size_t>(unit) * nv],
-                         (info.tile * 8ull + static_cast<uint64_t>(group)) << 36,
+  for_cell_rows(Q, true, [&](const CellRow& cells) {
+    const NoiseRow to = {&r[N.lower(cells.place)],
+                         &slot[cells.unit * nv],
+                         (cells.place.tile * 8ull + static_cast<uint64_t>(group)) << 36,
                          0.1f / Q.s,
                          std::sqrt(TIED * (1 - long_share)) / SHORT,
                          std::sqrt(long_share),
                          &weights};
-    for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++) {
-      slope_row(T, j, N.slope_noise, s);
-      add_noise_row(T, j, s, to);
+    for (int j = cells.jmin; j <= cells.jmax; j++) {
+      slope_row(cells.tile, j, N.slope_noise, cells.scratch);
+      add_noise_row(cells.tile, j, cells.scratch, to);
     }
-    return true;
   });
   for (size_t unit = 0; unit < Q.rows.size(); unit++) {
-    const size_t first = N.at(Q.rows[unit].tile, 0, static_cast<int>(Q.rows[unit].row) + 1);
+    const size_t first = N.upper(Q.rows[unit]);
     for (size_t v = 0; v < nv; v++) add_to(r[first + v], slot[unit * nv + v]);
   }
   add_seams_up(N, r);
@@ -232,15 +224,12 @@ void comp_local_scale(const NormalEq& N, dUParamTiles& Q, float least, std::vect
   const size_t nv = static_cast<size_t>(N.nv);
   std::vector<WeightSum> sum(N.size()), slot(Q.rows.size() * nv);
   const RoughWeights weights = rough_weights(Q);
-  run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
-    const thRowInfo info = Q.rows[static_cast<size_t>(unit)];
-    const dUParamTile& T = Q.tile.val[info.tile];
-    RowScratch& s = Q.scratch[static_cast<size_t>(thread)];
-    const int row = static_cast<int>(info.row);
-    expand_cell_row(T, row, s);
-    WeightSum *const lower = &sum[N.at(info.tile, 0, row)], *const upper =
-                                                                &slot[static_cast<size_t>(unit) * nv];
-    for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++) {
+  for_cell_rows(Q, true, [&](const CellRow& cells) {
+    const dUParamTile& T = cells.tile;
+    RowScratch& s = cells.scratch;
+    WeightSum* const lower = &sum[N.lower(cells.place)];
+    WeightSum* const upper = &slot[cells.unit * nv];
+    for (int j = cells.jmin; j <= cells.jmax; j++) {
       slope_row(T, j, N.slope_noise, s);
       const uint8_t *const b_row = T.B.row(j - T.jmin), *const rough = T.rough.row(j - T.jmin);
       const float y0 = T.bx0.val[j], y1 = T.bx1.val[j];
@@ -260,10 +249,9 @@ void comp_local_scale(const NormalEq& N, dUParamTiles& Q, float least, std::vect
         give(upper[v], T.bx0.val[i] * y1), give(upper[v + 1], T.bx1.val[i] * y1);
       }
     }
-    return true;
   });
   for (size_t unit = 0; unit < Q.rows.size(); unit++) {
-    const size_t first = N.at(Q.rows[unit].tile, 0, static_cast<int>(Q.rows[unit].row) + 1);
+    const size_t first = N.upper(Q.rows[unit]);
     for (size_t v = 0; v < nv; v++) sum[first + v].add(slot[unit * nv + v]);
   }
   for (const auto& [slave, partner] : N.seam) sum[partner].add(sum[slave]);

@@ -55,6 +55,9 @@ struct NormalEq {
   size_t at(int64_t t, int i, int j) const {
     return static_cast<size_t>((t * stride + j + MARGIN) * stride + i + MARGIN);
   }
+  // The first vertex of the lower and of the upper vertex row of a unit.
+  size_t lower(const thRowInfo& place) const { return at(place.tile, 0, static_cast<int>(place.row)); }
+  size_t upper(const thRowInfo& place) const { return at(place.tile, 0, static_cast<int>(place.row) + 1); }
   size_t size() const {
     return static_cast<size_t>(nt) * static_cast<size_t>(stride) * static_cast<size_t>(stride);
   }

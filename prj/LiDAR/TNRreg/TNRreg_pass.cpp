@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "lib/threads/pool.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -43,16 +42,10 @@ namespace {
 // wanted; returns the sum over the units, in their order.
 template <typename PerRow>
 double for_unit_rows(dUParamTiles& Q, bool expand, PerRow&& per_row) {
-  run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
-    const thRowInfo info = Q.rows[static_cast<size_t>(unit)];
-    dUParamTile& T = Q.tile.val[info.tile];
-    const int row = static_cast<int>(info.row);
-    if (expand) expand_cell_row(T, row, Q.scratch[static_cast<size_t>(thread)]);
+  for_cell_rows(Q, expand, [&](const CellRow& cells) {
     double sum = 0;
-    for (int j = std::max(T.jmin, row * T.dim); j <= std::min(T.jmax, (row + 1) * T.dim - 1); j++)
-      per_row(T, j, thread, sum);
-    Q.unit_sum[static_cast<size_t>(unit)] = sum;
-    return true;
+    for (int j = cells.jmin; j <= cells.jmax; j++) per_row(cells.tile, j, cells.thread, sum);
+    Q.unit_sum[cells.unit] = sum;
   });
   double total = 0;
   for (const double sum : Q.unit_sum) total += sum;
