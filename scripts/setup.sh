@@ -2,5 +2,5 @@
 # Installs the Debian packages that the build needs.
 set -euo pipefail
 "$(dirname "$0")/install_packages" \
-  g++ cmake ninja-build ccache libtiff-dev libjpeg62-turbo-dev libproj-dev proj-data nlohmann-json3-dev \
-  libgtest-dev libgmock-dev libbenchmark-dev clang-format
+  g++ cmake ninja-build ccache libtiff-dev libgeotiff-dev libjpeg62-turbo-dev libproj-dev proj-data nlohmann-json3-dev \
+  libgtest-dev libgmock-dev libbenchmark-dev clang-format gdal-bin

@@ -1,0 +1,198 @@
+#include "image/save_image.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "image/jpeg_out.h"
+#include "image/tiff_out.h"
+#include "lib/general/log.h"
+
+namespace veld {
+namespace {
+template <typename T, typename Value>
+bool save_values(const std::string& name, const std::string& title, const ImgParam& par,
+                 const ImgScale& scale, const ImgPlace& place, const Image<T>& img, Value value) {
+  RasterOut out;
+  if (!out.open(name, title, par, scale, place, img.xsize(), img.ysize())) return false;
+  std::vector<float> row(static_cast<size_t>(img.xsize()));
+  for (int y = img.ysize() - 1; y >= 0; y--) {
+    for (int x = 0; x < img.xsize(); x++) row[static_cast<size_t>(x)] = value(img.row(y)[x]);
+    if (!out.put_rows(row.data(), 1)) return false;
+  }
+  return out.close();
+}
+
+template <typename T>
+float count_value(T v) {
+  return v == 0 ? IMG_NODATA : static_cast<float>(v);
+}
+
+float largest(const xyz& v) {
+  const float a = std::fabs(v.x), b = std::fabs(v.y), c = std::fabs(v.z);
+  return a >= b && a >= c ? v.x : b >= c ? v.y : v.z;
+}
+
+bool save_vector_rgb(const std::string& name, const std::string& title, const ImgParam& par,
+                     const VectorStyle& style, const ImgPlace& place, const Image<xyz>& img) {
+  ImgScale scale;
+  scale.range = scale.range16 = style.range;
+  scale.mix = style.is_signed;
+  RasterOut out;
+  if (!out.open_rgb(name + "_rgb", title, par, place, img.xsize(), img.ysize())) return false;
+  std::vector<RGBchar> row(static_cast<size_t>(img.xsize()));
+  for (int y = img.ysize() - 1; y >= 0; y--) {
+    for (int x = 0; x < img.xsize(); x++) {
+      const xyz& v = img.row(y)[x];
+      RGBchar c;
+      if (v.z != IMG_NODATA) c = {code8(scale, v.x), code8(scale, v.y), code8(scale, v.z)};
+      row[static_cast<size_t>(x)] = c;
+    }
+    if (!out.put_rows(row.data(), 1)) return false;
+  }
+  return out.close();
+}
+
+// A plot of colours in memory, row 0 at the bottom.
+bool save_plot(const std::string& name, const ImgParam& par, const Image<RGBchar>& img) {
+  JpegOut jpeg;
+  TiffOut tiff;
+  TiffSpec spec;
+  spec.pixel = Pixel::rgb;
+  spec.xsize = img.xsize(), spec.ysize = img.ysize();
+  spec.cog = false;
+  if (par.OUTJPEG && !jpeg.open(name + ".jpg", img.xsize(), img.ysize(), 3, 95)) return false;
+  if (par.OUTTIFF && !tiff.open(name + ".tif", spec)) return false;
+  for (int y = img.ysize() - 1; y >= 0; y--) {
+    if (par.OUTJPEG && !jpeg.put_rows(&img.row(y)->r, 1)) return false;
+    if (par.OUTTIFF && !tiff.put_rows(img.row(y), 1)) return false;
+  }
+  return (!par.OUTJPEG || jpeg.close()) && (!par.OUTTIFF || tiff.close());
+}
+
+struct Ink {  // colours of a plot, on black or on white
+  RGBchar ground, axis, mark;
+};
+Ink ink(bool inv) {
+  const RGBchar white{255, 255, 255}, black{0, 0, 0}, grey{128, 128, 128};
+  return inv ? Ink{white, grey, black} : Ink{black, grey, white};
+}
+
+bool save_plane(const std::string& name, const ImgParam& par, const Image<uint32_t>& plane) {
+  const Ink colours = ink(par.inv);
+  const Vector<RGBchar> table = make_colormap(COLOR_SEQUENTIAL, par.inv);
+  const uint32_t most = *std::max_element(plane.val, plane.val + plane.size());
+  const float full = std::log1p(static_cast<float>(std::max(most, 1u)));
+  Image<RGBchar> img(plane.xsize(), plane.ysize(), colours.ground);
+  for (int y = 0; y < plane.ysize(); y++)
+    for (int x = 0; x < plane.xsize(); x++) {
+      const uint32_t n = plane.row(y)[x];
+      if (n > 0)
+        img(x, y) = table.val[1 + std::lround(254 * std::log1p(static_cast<float>(n)) / full)];
+      else if (x == plane.xsize() / 2 || y == plane.ysize() / 2)
+        img(x, y) = colours.axis;
+    }
+  return save_plot(name, par, img);
+}
+}  // namespace
+
+bool save_XXimg(const std::string& name, const std::string& title, const ImgParam& par, const ImgScale& scale,
+                const ImgPlace& place, const Image<float>& img) {
+  return save_values(name, title, par, scale, place, img, [](float v) { return v; });
+}
+bool save_XXimg(const std::string& name, const std::string& title, const ImgParam& par, const ImgScale& scale,
+                const ImgPlace& place, const Image<uint16_t>& img) {
+  LOG_LINE("save_XXimg [u16]");
+  return save_values(name, title, par, scale, place, img, count_value<uint16_t>);
+}
+bool save_XXimg(const std::string& name, const std::string& title, const ImgParam& par, const ImgScale& scale,
+                const ImgPlace& place, const Image<uint8_t>& img) {
+  LOG_LINE("save_XXimg [u08]");
+  return save_values(name, title, par, scale, place, img, count_value<uint8_t>);
+}
+
+bool save_img_Def(const std::string& name, const std::string& title, const ImgParam& par,
+                  const VectorStyle& style, const ImgPlace& place, const Image<xyz>& img) {
+  ImgScale scale;
+  scale.range = scale.range16 = style.range;
+  scale.mix = style.is_signed;
+  scale.color = style.color;
+  if (style.rgb) {
+    LOG_MSG("Writing vector image " << name << "_* as RGB image with R=X,G=Y,B=Z");
+    if (!save_vector_rgb(name, title, par, style, place, img)) return false;
+  }
+  if (style.max) {
+    LOG_MSG("Writing vector image " << name << "_* as 1 scalar image with max amplitude (X,Y,Z)");
+    if (!save_values(name + "_max", title + " max", par, scale, place, img,
+                     [](const xyz& v) { return v.z == IMG_NODATA ? IMG_NODATA : largest(v); }))
+      return false;
+  }
+  if (!style.sep) return true;
+  LOG_MSG("Writing vector image " << name << "_* as 3 scalar images (X,Y,Z)");
+  const struct {
+    const char* suffix;
+    float xyz::*component;
+  } components[] = {{"x", &xyz::x}, {"y", &xyz::y}, {"z", &xyz::z}};
+  for (const auto& c : components)
+    if (!save_values(name + "_" + c.suffix, title + " " + c.suffix, par, scale, place, img,
+                     [&](const xyz& v) { return v.z == IMG_NODATA ? IMG_NODATA : v.*c.component; }))
+      return false;
+  return true;
+}
+
+ScatterPlanes make_scatter(int side, float range) {
+  ScatterPlanes p;
+  p.range = range;
+  for (Image<uint32_t>* plane : {&p.XY, &p.YZ, &p.XZ}) plane->resize(side | 1, side | 1, 0);
+  return p;
+}
+
+void update_XY_YZ_XZ_img(ScatterPlanes& p, const xyz& v) {
+  const int side = p.XY.xsize();
+  const auto at = [&](float c) {
+    return static_cast<int>(std::floor((c / p.range * 0.5f + 0.5f) * static_cast<float>(side)));
+  };
+  if (!(std::fabs(v.x) < p.range && std::fabs(v.y) < p.range && std::fabs(v.z) < p.range)) return;
+  const int x = at(v.x), y = at(v.y), z = at(v.z);
+  p.XY(x, y)++;
+  p.YZ(y, z)++;
+  p.XZ(x, z)++;
+}
+
+bool save_XY_YZ_XZ_img(const std::string& name, const ImgParam& par, const ScatterPlanes& planes) {
+  LOG_MSG("Writing 3 scatterplot images (XY,YZ,XZ) " << name << "_*, range=" << planes.range);
+  LOG_LINE("save_XY_YZ_XZ_img name=" << name << " range=" << planes.range << " inv=" << par.inv);
+  return save_plane(name + "_XY", par, planes.XY) && save_plane(name + "_YZ", par, planes.YZ) &&
+         save_plane(name + "_XZ", par, planes.XZ);
+}
+
+bool save_DZH_img(const std::string& name, const ImgParam& par, const DZHistogram& h, float range, bool logh,
+                  int side) {
+  LOG_MSG("Writing DZ histogram image " << name << "_hist, range=" << range);
+  LOG_LINE("save_DZH_img name=" << name << " range=" << range << " logh=" << logh);
+  std::vector<double> column(static_cast<size_t>(side), 0.0);
+  const int64_t middle = static_cast<int64_t>(h.count.size() / 2);
+  for (size_t i = 0; i < h.count.size(); i++) {
+    const float v = (static_cast<float>(static_cast<int64_t>(i) - middle) + 0.5f) * h.step;
+    if (std::fabs(v) >= range) continue;
+    const auto x = static_cast<size_t>((v / range * 0.5f + 0.5f) * static_cast<float>(side));
+    column[std::min(x, column.size() - 1)] += static_cast<double>(h.count[i]);
+  }
+  double most = 0;
+  for (double& c : column) {
+    if (logh) c = std::log1p(c);
+    most = std::max(most, c);
+  }
+  const Ink colours = ink(par.inv);
+  Image<RGBchar> img(side, side, colours.ground);
+  for (int x = 0; x < side; x++) {
+    const int top =
+        most > 0 ? static_cast<int>(std::lround(column[static_cast<size_t>(x)] / most * (side - 1))) : 0;
+    for (int y = 0; y < side; y++)
+      if (y < top)
+        img(x, y) = colours.mark;
+      else if (x == side / 2)
+        img(x, y) = colours.axis;
+  }
+  return save_plot(name + "_hist", par, img);
+}
+}  // namespace veld
