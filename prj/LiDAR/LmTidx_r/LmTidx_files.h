@@ -45,10 +45,9 @@ struct TilingParam {          // what decides the contents of a tile cache
   bool syn = false;           // keep synthetic points (-keep_synthetic)
   bool all = false;           // keep all returns (-keep_all)
   bool last = true;           // keep last returns, else first returns (-last)
-  bool large = false;         // -large
+  bool large = false;         // up to 1024 tiles along an axis instead of 128 (-large)
   int xlevel = 0;             // -xlevel
   bool tproc = true;          // process time stamps
-  bool LAREA = false;         // project of large area: up to 1024 tiles along an axis instead of 128
   bool (*grid_ok)(const std::string& path, int sw) = nullptr;  // whether the grid of a swath without its
                                                                // point file is valid; none: never
 };

@@ -64,7 +64,7 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
   LOG_ENTER("LmT_swath " << path << " sw=" << sw << " DTS=" << par.DTS << " syn=" << par.syn
                          << " all=" << par.all << " last=" << par.last << " large=" << par.large
                          << " xlevel=" << par.xlevel << " cache=" << cache << " tproc=" << par.tproc
-                         << " LAREA=" << par.LAREA);
+                         << " LAREA=" << par.large);
   log_xcls(par.xcls);
   res = LmTswathResult{};
   if (cache && check_TidxHdr(path, sw, par)) return true;

@@ -77,7 +77,7 @@ bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
               LmTtileResult& res) {
   const Stopwatch watch;
   LOG_ENTER("LmT_tile nsw=" << paths.size() << " nthreads=" << nthreads << " large=" << par.large
-                            << " xlevel=" << par.xlevel << " DTS=" << par.DTS << " LAREA=" << par.LAREA
+                            << " xlevel=" << par.xlevel << " DTS=" << par.DTS << " LAREA=" << par.large
                             << " xcls.size()=" << par.xcls.size()
                             << " Tdrop.size()=" << par.TIO.nx * par.TIO.ny << " syn=" << par.syn
                             << " all=" << par.all << " last=" << par.last << " LmTcacheT=" << cache

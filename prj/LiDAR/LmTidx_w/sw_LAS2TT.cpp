@@ -335,7 +335,7 @@ bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid
     return tile_file_error(s, path, why);
   if (file_mtime(path) != res.tstamp)
     return swath_error(why, "LAS tiling: file timestamp changed during read, " + path);
-  if (!check_coordinates(s, grid, limit, par.LAREA, path, res, why) || !check_adjusted(s, path, res, why))
+  if (!check_coordinates(s, grid, limit, par.large, path, res, why) || !check_adjusted(s, path, res, why))
     return false;
   if (s.nread < np && s.state == TTstate::good) {
     LOG_LINE("<!> nr=" << s.nread << " np=" << np);
@@ -395,7 +395,7 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
   if (par.tproc && !has_time)
     WARNING_MSG("LAS tiling: missing timestamps (point format 0 or 2), swath " << path);
   res.adj = h.adjusted_gps();
-  const uint32_t limit = par.LAREA ? MAX_TILE_SPAN : 128;
+  const uint32_t limit = par.large ? MAX_TILE_SPAN : 128;
   Pass s = start_pass(h, par, rover, tmin1, par.tproc && has_time);
   TileGrid grid(path, limit, max_bytes);
   bool ok = read_points(*reader, s, grid, rover, np, res, why);

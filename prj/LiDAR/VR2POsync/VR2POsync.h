@@ -22,7 +22,7 @@ namespace veld {
 constexpr dxyz NO_PO = {1000.0, 1000.0, -9999.0};  // position where there is no trajectory; z is the test
 
 struct POsyncParam {
-  double tol = 1.0;   // s, how far a swath may reach beyond its trajectory file (-po_tol)
+  float tol = 1.0f;   // s, how far a swath may reach beyond its trajectory file (-po_tol)
   float buf = 2.0f;   // s, trajectory kept on each side of a swath
   bool AROT = false;  // rotate attitudes by the IMU angles of the mount (-att_imu)
   bool DAY = false;   // times of swaths are seconds of the day (-daysec)

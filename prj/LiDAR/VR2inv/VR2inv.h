@@ -63,8 +63,8 @@ struct InvParam {
   bool Fw = false, Fp = false, Fk = false;  // boresight roll, pitch, yaw ("w", "p", "k", "B")
   bool FE[N_INTERNAL] = {};                 // internals 1..7 ("1".."7", "I"); 7 only with CALINTGEN
   bool CAL1 = false;                        // one set of all parameters for the project (-cal_1)
-  bool CALGI = false;                       // internals: a set per group, otherwise per swath (-int_sw 0)
-  bool CALGE = true;                        // externals: a set per group, otherwise per swath (-ext_sw 0)
+  bool INTSW = true;                        // internals: a set per swath, otherwise per group (-int_sw)
+  bool EXTSW = false;                       // externals: a set per swath, otherwise per group (-ext_sw)
   bool CALR = false;                        // externals relative to the main channel of the group (-cal_rel)
   bool CALINTGEN = false;                   // generic internal model (-int_gen)
   bool CALINTNOB = false;                   // no range-bias shift (-int_nob)
@@ -87,7 +87,7 @@ struct InvParam {
   float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: a correlation time of 120 s
   float PriBoost = 1;  // divides the priors that are not given (-abs2rel)
   bool Epri = true;    // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
-  bool RMS95 = false;  // RMS for priors of the central 95% alone, without the factor 1/0.84 (-rms_all 0)
+  bool RMSALL = true;  // RMS for priors of all displacements; else of the central 95 % alone (-rms_all)
 
   // Filters.
   float Umax = 1;    // largest uncertainty of all pairs, multiple of GSD (-unc_max)

@@ -176,13 +176,13 @@ void display_init(const InvCalDrift& inv) {
                             << (inv.FCAL ? "" : "0") << " | DRIFT=" << letters(inv.FD, EXT_LETTERS, 6));
   if (inv.FCAL)
     LOG_MSG("EXT=" << ext
-                   << (p.CAL1    ? ""
-                       : p.CALGE ? "/grp"
-                                 : "/sw")
+                   << (p.CAL1     ? ""
+                       : !p.EXTSW ? "/grp"
+                                  : "/sw")
                    << " n=" << inv.ncalext << (p.CALR ? " (REL) " : " ") << "INT=" << intl
-                   << (p.CAL1    ? ""
-                       : p.CALGI ? "/grp"
-                                 : "/sw")
+                   << (p.CAL1     ? ""
+                       : !p.INTSW ? "/grp"
+                                  : "/sw")
                    << " n=" << inv.ncalint << ' ' << (p.CALINTGEN ? "Generic " : "")
                    << (p.CALINTNOB ? "NoBias " : ""));
   const char* modes[] = {"Sym ", "FavAtt ", "FavPos "};
@@ -213,8 +213,8 @@ void display_init(const InvCalDrift& inv) {
 
 bool calib_display(const InvCalDrift& inv, InvResult& res) {
   LOG_ENTER("calib_display nset=" << res.calib.size() << " ncalint=" << inv.ncalint << " ncalext="
-                                  << inv.ncalext << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI
-                                  << " CALGE=" << inv.par.CALGE << " calib=" << inv.FCAL);
+                                  << inv.ncalext << " CAL1=" << inv.par.CAL1 << " CALGI=" << !inv.par.INTSW
+                                  << " CALGE=" << !inv.par.EXTSW << " calib=" << inv.FCAL);
   if (!inv.FCAL) return true;
   if (!inv.cov.empty()) comp_correlations(inv, res);
   show_table(inv, res);

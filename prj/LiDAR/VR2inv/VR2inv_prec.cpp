@@ -259,9 +259,9 @@ xyz comp_def_RMS(const InvCalDrift& inv, bool remove_mean) {
   rms.y = def_RMS_T95(inv, 1, mean.y, CI95.y);
   rms.z = def_RMS_T95(inv, 2, mean.z, CI95.z);
   LOG_LINE("comp_def_RMS_T95 -> CI95=" << CI95.x << ' ' << CI95.y << ' ' << CI95.z);
-  if (!inv.par.RMS95) rms.x *= 1.1904762, rms.y *= 1.1904762;
-  LOG_MSG((inv.par.RMS95 ? "95" : "100") << "% XYZ-displacements RMS: " << rms.x << ' ' << rms.y << ' '
-                                         << rms.z << (remove_mean ? " (mean removed)" : ""));
+  if (inv.par.RMSALL) rms.x *= 1.1904762, rms.y *= 1.1904762;
+  LOG_MSG((inv.par.RMSALL ? "100" : "95") << "% XYZ-displacements RMS: " << rms.x << ' ' << rms.y << ' '
+                                          << rms.z << (remove_mean ? " (mean removed)" : ""));
   return to_xyz(rms);
 }
 

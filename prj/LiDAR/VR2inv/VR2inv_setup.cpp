@@ -58,15 +58,15 @@ void set_calibration_sets(InvCalDrift& inv) {
     w.ext_set = w.int_set = -1;
     if (!w.mobile) continue;
     const int grp = group_set[inv.in.swaths[s].group];
-    w.ext_set = inv.par.CAL1 ? 0 : inv.par.CALGE ? grp : nmob;
-    w.int_set = inv.par.CAL1 ? 0 : inv.par.CALGI ? grp : nmob;
+    w.ext_set = inv.par.CAL1 ? 0 : !inv.par.EXTSW ? grp : nmob;
+    w.int_set = inv.par.CAL1 ? 0 : !inv.par.INTSW ? grp : nmob;
     w.ext_on = !(inv.par.CALR && inv.in.swaths[s].channel == 0);
     nmob++;
   }
   const bool ext = std::any_of(inv.FE, inv.FE + N_EXTERNAL, [](bool b) { return b; });
   const bool intl = std::any_of(inv.FI, inv.FI + N_INTERNAL, [](bool b) { return b; });
-  inv.ncalext = !ext ? 0 : inv.par.CAL1 ? 1 : inv.par.CALGE ? ngrp : nmob;
-  inv.ncalint = !intl ? 0 : inv.par.CAL1 ? 1 : inv.par.CALGI ? ngrp : nmob;
+  inv.ncalext = !ext ? 0 : inv.par.CAL1 ? 1 : !inv.par.EXTSW ? ngrp : nmob;
+  inv.ncalint = !intl ? 0 : inv.par.CAL1 ? 1 : !inv.par.INTSW ? ngrp : nmob;
 }
 
 int nodes_of(const InvSwath& s, double dt) {
@@ -120,8 +120,8 @@ double time_overlap(const InvSwath& a, const InvSwath& b) {
 bool init(InvCalDrift& inv, int step) {
   set_flags(inv, step);
   LOG_ENTER("init step=" << step << " nsw=" << inv.nsw << " nint=" << inv.nint << " FCAL=" << inv.FCAL
-                         << " CAL1=" << inv.par.CAL1 << " CALGI=" << inv.par.CALGI
-                         << " CALGE=" << inv.par.CALGE << " CALR=" << inv.par.CALR << " hasfx=" << inv.hasfx
+                         << " CAL1=" << inv.par.CAL1 << " CALGI=" << !inv.par.INTSW
+                         << " CALGE=" << !inv.par.EXTSW << " CALR=" << inv.par.CALR << " hasfx=" << inv.hasfx
                          << " ShiftRef=" << inv.ShiftRef << " dt=" << inv.dt());
   for (int s = 0; s < inv.nsw; s++) inv.sw[s].mobile = !inv.in.swaths[s].fixed && inv.in.swaths[s].fl >= 0;
   if (step == 1 && !check_main_channels(inv)) return false;

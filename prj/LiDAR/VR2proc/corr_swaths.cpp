@@ -12,6 +12,7 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/VR2proc/corr_log.h"
 #include "prj/LiDAR/VR2proc/corr_swath.h"
+#include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
@@ -64,7 +65,7 @@ bool corr_swath(const Project& prj, const CorrParam& par, const POsync& sync, co
   if (corr.CT) LOG_LINE("[CT] Tt.size()=" << corr.Tt->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
   if (corr.CA) LOG_LINE("[CA] At.size()=" << corr.At->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
   if (!log_corr(res, job.sw, T0, po)) return false;
-  if (!par.CORR) return true;
+  if (par.nil) return true;
   if (make_job(prj, sync, job.sw, job) && corr_swath_las(job, corr, count)) return true;
   return false;
 }
@@ -106,14 +107,14 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
     return false;
   }
   const int nswc = static_cast<int>(swc.size());
-  const int nthreads = std::min(par.nthreads, std::max(nswc, 1));
-  LOG_ENTER("corr_swaths CORR=" << par.CORR << " nthreads=" << nthreads << " name='" << prj.name
+  const int nthreads = std::min(NTHREADS, std::max(nswc, 1));
+  LOG_ENTER("corr_swaths CORR=" << !par.nil << " nthreads=" << nthreads << " name='" << prj.name
                                 << "' nsw=" << prj.swaths.size() << " nswc=" << nswc << " CL=" << res.CL
                                 << " CB=" << res.CB << " CI=" << res.CI << " CT=" << res.CT
                                 << " CA=" << res.CA << " CM=0 NOZ=" << par.inv.NOZ);
   const Stopwatch watch;
   LOG_MSG("LiDAR FILE CORRECTION: " << nswc << " swaths [" << nthreads << " TH]"
-                                    << (par.CORR ? "" : " [SKIPPED]"));
+                                    << (par.nil ? " [SKIPPED]" : ""));
   int ndup = 0;
   const std::vector<std::string> names = comp_output_names(par.out, par.odir, prj, swc, ndup);
   std::vector<std::string> sources;
@@ -160,13 +161,13 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
       continue;
     }
     good.push_back(swc[c]);
-    if (par.CORR) result.files[static_cast<size_t>(swc[c])] = names[c];
+    if (!par.nil) result.files[static_cast<size_t>(swc[c])] = names[c];
   }
   const bool ok = good.size() == swc.size();
   if (ndup > 0)
     LOG_MSG("_g_group#_s_swath# appended to file names to avoid duplicates for " << ndup << " swaths");
   LOG_LINE("/// CORR_SWATHS_TIME=" << watch.text());
-  if (par.CORR)
+  if (!par.nil)
     LOG_MSG("Corrected " << good.size() << " swaths, written total " << sum.MB << " MB | " << watch.text());
   else
     LOG_MSG("Processed " << good.size() << " swaths | " << watch.text());

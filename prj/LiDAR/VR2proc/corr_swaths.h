@@ -12,8 +12,8 @@ std::vector<int> POsort_swc(const Project& prj, const POsync& sync);
 // Swaths to correct without a single trajectory, in swath order.
 std::vector<int> POget_rej(const Project& prj, const POsync& sync);
 
-// Corrects the swaths of swc whose correction is wanted (Swath::corr) on par.nthreads threads, writes the corrected files, "_TA.log", "_P_TA.log" and
-// "_TA_stat.log". Without par.CORR only the logs. A swath that fails does not stop the others.
+// Corrects the swaths of swc whose correction is wanted (Swath::corr) on NTHREADS threads, writes the corrected files, "_TA.log", "_P_TA.log" and
+// "_TA_stat.log". With par.nil only the logs. A swath that fails does not stop the others.
 // False after an ERROR line when any failed.
 [[nodiscard]] bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync,
                                const InvResult& res, const std::vector<SwRot>& rot,

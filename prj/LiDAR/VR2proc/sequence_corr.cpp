@@ -27,10 +27,10 @@ struct Run : SwathGeometry {  // what travels between the steps
 
 void log_args(const CorrParam& p) {
   const InvParam& i = p.inv;
-  LOG_LINE("CORR=" << p.CORR << " ICH=" << p.sync.ICH << " AROT=" << p.sync.AROT << " QC=" << p.QC
+  LOG_LINE("CORR=" << !p.nil << " ICH=" << p.sync.ICH << " AROT=" << p.sync.AROT << " QC=" << p.QC
                    << " ALLDZ=" << p.qc.ALLDZ << " GRPQC=" << p.qc.GRP << " REFQC=" << p.qc.REF
-                   << " CHQC=" << p.qc.CH << " ICS=" << p.ICS);
-  LOG_LINE("dcc=" << i.DCC << " CAL1=" << i.CAL1 << " CALGI=" << i.CALGI << " CALGE=" << i.CALGE
+                   << " CHQC=" << p.qc.CH << " ICS=" << p.geometry.ICS);
+  LOG_LINE("dcc=" << i.DCC << " CAL1=" << i.CAL1 << " CALGI=" << !i.INTSW << " CALGE=" << !i.EXTSW
                   << " CALR=" << i.CALR << " Fx=" << i.Fx << " Fy=" << i.Fy << " Fz=" << i.Fz
                   << " Fw=" << i.Fw << " Fp=" << i.Fp << " Fk=" << i.Fk << " CALINTGEN=" << i.CALINTGEN
                   << " CALINTNOB=" << i.CALINTNOB);
@@ -40,14 +40,14 @@ void log_args(const CorrParam& p) {
   LOG_LINE("Cpri=" << i.Cpri0 << " Spri=" << i.Spri << " PriBoost=" << i.PriBoost << " Epri=" << i.Epri
                    << " Umax=" << i.Umax << " XUmax=" << i.XUmax << " XFUmax=" << i.XFUmax
                    << " GRPC=" << i.GRPC << " REFC=" << i.REFC << " dt=" << (p.auto_dt ? -1.0 : i.dt)
-                   << " UADJ=" << i.UADJ << " CD=" << p.CD << " CR=" << p.CR << " RMS95=" << i.RMS95
+                   << " UADJ=" << i.UADJ << " CD=" << p.CD << " CR=" << p.CR << " RMS95=" << !i.RMSALL
                    << " AGL=" << p.AGL << " fill=" << p.fill);
 }
 
 // Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
 bool prepare(const Project& prj, Run& run) {
   if (DUT_PO_sync(run.par.dut, prj, run.par.sync, run.sync) == 0) return false;
-  return comp_swath_geometry(prj, run.sync, {run.par.sync.AROT, run.par.ICS, run.par.ICS_r}, run);
+  return comp_swath_geometry(prj, run.sync, run.par.geometry, run);
 }
 
 // Whether the inversion gets displacements between mobile swaths and references.
@@ -83,7 +83,7 @@ void reconcile(const Project& prj, Run& run) {
     WARNING_MSG("relative calibration disabled, needs several channels (options -cal_rel -chgrp)");
     inv.CALR = false;
   }
-  if (prj.nmgrp <= 1 && !inv.CAL1 && inv.CALGI && inv.CALGE) {
+  if (prj.nmgrp <= 1 && !inv.CAL1 && !inv.INTSW && !inv.EXTSW) {
     LOG_LINE("<!> CAL1=1 override");
     inv.CAL1 = true;
   }
@@ -107,7 +107,7 @@ void show_requested(const Run& run) {
               : i.dt > 0      ? "man"
                               : "const")
           << " DCC=" << (i.DCC ? "yes" : "no") << " CGM=" << (run.par.CGM ? "yes" : "no")
-          << " ICH=" << (run.par.sync.ICH ? "yes" : "no") << " | FileOut=" << (run.par.CORR ? "yes" : "no")
+          << " ICH=" << (run.par.sync.ICH ? "yes" : "no") << " | FileOut=" << (run.par.nil ? "no" : "yes")
           << " Undo=no");
   std::string row;
   if (lever || bore || inte) {
@@ -178,7 +178,7 @@ void shift_swaths(Run& run) {
   par.CD = run.par.CD;
   par.CR = run.par.CR;
   par.range_model = !run.inv.CALINTGEN && !run.inv.CALINTNOB;
-  par.AGL = run.par.AGL > 0 ? run.par.AGL : comp_mean_AGL(run.samples, run.swc);
+  par.AGL = run.par.AGL > 0 ? static_cast<double>(run.par.AGL) : comp_mean_AGL(run.samples, run.swc);
   init_T0_SCorr(run.res, run.swc, run.tables);
   dzcorr_DR_T0_SCorr(run.res, par, run.swc, run.tables);
   display_global_shift(run.swc, run.tables);
@@ -189,7 +189,7 @@ bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
   LOG_ENTER("QC_OUT_CORR QC=" << run.par.QC);
   const Stopwatch watch;
   if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, run.par.fill,
-                       run.par.nthreads, run.tables))
+                       NTHREADS, run.tables))
     return false;
   shift_swaths(run);
   if (!Cimg_stat_swaths(prj, run.swc, run.tables)) {
@@ -199,13 +199,13 @@ bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
   bool ok = true;
   if (!run.qc_pairs.empty()) {
     QCcorrResult qc;
-    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, run.par.nthreads, qc)) {
+    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, qc)) {
       ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
       ok = false;  // ends the QC only: the corrected files are still written
     }
   }
   LOG_MSG("OUTPUT");
-  LOG_LINE("LiDAR output: " << (run.par.CORR ? "[swaths]" : "[skipped]"));
+  LOG_LINE("LiDAR output: " << (run.par.nil ? "[skipped]" : "[swaths]"));
   if (!corr_swaths(prj, run.par, run.sync, run.res, run.rot, run.swc, run.tables, result)) {
     ERROR_MSG("at least one swath correction failed");
     ok = false;

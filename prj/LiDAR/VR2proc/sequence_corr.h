@@ -10,32 +10,31 @@
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
+#include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {
 struct CorrParam {
-  std::string dut;      // base path of the DUT files: dut + ".dut", dut + "_idx.log"
-  InvParam inv;         // calibration, drift, priors and filters of the inversion
+  std::string dut;                    // base path of the DUT files: dut + ".dut", dut + "_idx.log"
+  InvParam inv = {.ShiftRef = true};  // calibration, drift, priors and filters of the inversion
   bool auto_dt = true;  // the drift interval is worked out from the data (-drift auto); else inv.dt stands
   POsyncParam sync;     // matching of swaths and trajectories
   // Quality control.
-  bool QC = true;      // relative QC after correction (-qc)
-  bool ICS = true;     // check of the geometry (-ics_err or -ics)
-  bool ICS_r = false;  // the table of that check (-ics)
-  PairFilter qc;       // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
+  bool QC = true;          // relative QC after correction (-qc)
+  GeometryParam geometry;  // check of the geometry
+  PairFilter qc;           // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
   // Global shifts.
   bool CGM = false;  // cancel the mean correction (-mean)
   bool CD = true;    // cancel the flat effect of range bias and scale (-d_dz)
   bool CR = true;    // the same: both must be on (-r_dz)
-  double AGL = 0;    // m, height above ground for the effect of the range scale (-agl); 0: from the data
+  float AGL = 0;     // m, height above ground for the effect of the range scale (-agl); 0: from the data
   bool fill = true;  // microtiles without a time get the correction of those around them (-fill)
   // Output.
-  bool CORR = true;         // write corrected files (off with -nil and -calib)
+  bool nil = false;         // no corrected files, only logs (-nil, -calib)
   OutputName out;           // name pattern (-out)
   std::string odir;         // output directory with its "/"
   bool lax = false;         // write a spatial index of each corrected file (-olax)
   bool lax_append = false;  // at the end of the file itself if that is a LAZ (-lax_append)
-  int nthreads = 1;         // swaths corrected at once
 };
 
 struct CorrResult {

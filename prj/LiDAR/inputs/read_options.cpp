@@ -45,12 +45,15 @@ Vector<T> to_vector(const std::vector<T>& v) {
 }
 
 int64_t get_int(const OptTarget& target) {
+  if (const auto* flag = std::get_if<bool*>(&target)) return **flag;
   if (const auto* wide = std::get_if<int64_t*>(&target)) return **wide;
   return *std::get<int*>(target);
 }
 
 void set_int(const OptTarget& target, int64_t value) {
-  if (const auto* wide = std::get_if<int64_t*>(&target))
+  if (const auto* flag = std::get_if<bool*>(&target))
+    **flag = value != 0;
+  else if (const auto* wide = std::get_if<int64_t*>(&target))
     **wide = value;
   else
     *std::get<int*>(target) = static_cast<int>(value);
@@ -151,8 +154,8 @@ int default_nthreads_io() { return std::min(default_nthreads(), 8); }
 bool read_options(CommandLine& cl) {
   LOG_ENTER("read_options argc=" << cl.parser.args.size());
   OptParser& p = cl.parser;
-  cl.o.nthreads = default_nthreads();
-  cl.o.nthreads_io = default_nthreads_io();
+  cl.o.tuning.NTHREADS = default_nthreads();
+  cl.o.tuning.NTHREADSIO = default_nthreads_io();
   const std::vector<OptRow> rows = option_rows(cl.o);
   std::vector<FoundGroup> found;
   for (p.mode = 1; p.mode >= 0; p.mode--)

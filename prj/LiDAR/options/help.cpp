@@ -5,7 +5,6 @@
 
 #include "prj/LiDAR/options/identity.h"
 #include "prj/LiDAR/options/option_text.h"
-#include "prj/LiDAR/options/unavailable.h"
 
 namespace veld {
 namespace {
@@ -24,8 +23,8 @@ std::string row_text(const OptRow& row) {
   std::string text = "  " + names_text(row);
   text.resize(std::max(NAME_COLUMN, text.size()), ' ');
   text += std::string(" ") + row.meaning + " (" + argument_text(row);
-  if (row.deflt[0] != '\0') text += std::string("; default ") + row.deflt;
-  if (!is_available(row.name)) text += "; not available yet";
+  if (!row.deflt.empty()) text += "; default " + row.deflt;
+  if (!row.availability.is_available()) text += "; not available yet";
   return text + ")\n";
 }
 }  // namespace

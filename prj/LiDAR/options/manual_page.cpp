@@ -4,7 +4,6 @@
 #include "prj/LiDAR/options/identity.h"
 #include "prj/LiDAR/options/manual.h"
 #include "prj/LiDAR/options/option_text.h"
-#include "prj/LiDAR/options/unavailable.h"
 
 namespace veld {
 namespace {
@@ -37,8 +36,8 @@ std::string item(std::string_view term, std::string_view text) {
 std::string option_item(const OptRow& row) {
   std::string text = row.meaning;
   text += ".\n" + argument_text(row);
-  if (row.deflt[0] != '\0') text += std::string("; default ") + row.deflt;
-  if (!is_available(row.name)) text += "; not available yet";
+  if (!row.deflt.empty()) text += "; default " + row.deflt;
+  if (!row.availability.is_available()) text += "; not available yet";
   return item(names_text(row), text + ".");
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "prj/LiDAR/options/option_rows.h"
+
 namespace veld {
 namespace {
 const Example EXAMPLES[] = {
@@ -33,15 +35,15 @@ bool is_list(OptKind kind) {
 std::span<const Example> examples() { return EXAMPLES; }
 
 std::vector<OptRow> documented_rows(Options& o) {
-  bool* const none = nullptr;
   std::vector<OptRow> rows = {
-      {"opt", "", OptKind::text, 0, 0, 1, 1, none, "", Theme::run,
-       "tagged option file, for instance the _opt.xml of an earlier run; its options come before the others",
-       "*.xml *.txt"},
-      {"$", "", OptKind::directory, 0, 0, 1, 1, none, "", Theme::run,
-       "reference directory: what a \"$\" at the start of a path stands for"},
-      {"mul", "", OptKind::flag, 0, 0, 0, 0, none, "off", Theme::run,
-       "several runs at once: no lock, the logs may get mixed up"},
+      text("opt", "", nullptr, available, Theme::run,
+           "tagged option file, for instance the _opt.xml of an earlier run; its options come before the "
+           "others",
+           "*.xml *.txt", ""),
+      directory("$", "", nullptr, available, Theme::run,
+                "reference directory: what a \"$\" at the start of a path stands for"),
+      flag("mul", "", nullptr, available, Theme::run,
+           "several runs at once: no lock, the logs may get mixed up"),
   };
   const std::vector<OptRow> table = option_rows(o);
   rows.insert(rows.end(), table.begin(), table.end());

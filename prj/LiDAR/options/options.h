@@ -1,17 +1,26 @@
 // prj/LiDAR/options/options.h
 // The options of the program as values and as a table of rows.
-// Here:     one field an option, under the option's name, with its default; the rows in the order of the
-// questions. Not here: asking the questions and derived defaults (read_options.h), rules between options
-// (rules.h).
+// Here:     the parameters of the stages, which the rows of the table set directly; one field for each other
+//           option, under the option's name; the type of a row.
+// Not here: the rows themselves (option_rows_*.cpp), asking the questions (read_options.h), derived defaults and
+//           rules between options (rules.h).
 #pragma once
 #include <cstdint>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "prj/LiDAR/VR2proc/sequence_corr.h"
+#include "prj/LiDAR/options/scan_param.h"
+#include "prj/LiDAR/tuning.h"
+
 namespace veld {
+// A field's initial value is the default of its option.
 struct Options {
-  int DEBUG = 0;
+  Tuning tuning;         // of all stages; set_tuning makes them the run's
+  ScanParam scanning;    // tiling, statistics, grids, registration
+  CorrParam correction;  // synchronisation, inversion, quality control after it, output
+
   bool testgui = false;
   bool exp = false;
   int exp_reg = 0;
@@ -48,9 +57,6 @@ struct Options {
   bool version = false;
   int quiet = 0;
   int progress = 1;
-  int mem = 4096;
-  int nthreads = 0;
-  int nthreads_io = 0;
   bool log_flush = false;
   bool clear_tmp = false;
   bool clear_xyz = false;
@@ -76,34 +82,21 @@ struct Options {
   std::vector<std::string> ref_list;
   std::vector<std::string> exclude;
   std::vector<std::string> exclude_list;
-  std::string iparse = "xyzt";
   std::vector<int> chgrp;
   std::vector<int> splitgrp;
-  int fix_ch0 = 0;
   bool metre = false;
   bool feet_us = false;
   bool feet = false;
   int out_metre = 1;
   int uav = 0;
-  int xlevel = 0;
-  int large = 0;
   std::vector<std::string> mount;
   std::vector<double> imu;
   std::vector<double> bore;
-  int int_gen = 0;
-  int int_nob = 0;
   int ground_class = 0;
   std::vector<int> drop_class;
   std::vector<int> keep_class;
   std::string drop_map;
-  int keep_synthetic = 0;
-  int keep_all = 0;
-  int last = 1;
-  float dev_max = 0.2f;
   int ics_rms = 1;
-  int ics_err = 1;
-  int auto_adj = 0;
-  int rej_ref = 1;
   int tile2 = 0;
   std::vector<double> bbox_x;
   std::vector<double> bbox_y;
@@ -120,8 +113,6 @@ struct Options {
   int utm = 0;
   std::string wkt;
   int same_datum = 0;
-  int att_imu = 0;
-  int daysec = 0;
   int pof_unit = 0;
   int pof_info = 0;
   std::vector<double> test_proj2;
@@ -142,8 +133,6 @@ struct Options {
   float xyz_gcp_sz = 0.02f;
   int xyz_gcp_equal = 0;
   std::string out = "*";
-  std::string oparse = "xyzt";
-  bool nil = false;
   int oundo = 0;
   int opo = 0;
   int oposeg = 0;
@@ -152,8 +141,6 @@ struct Options {
   int oa = 0;
   int oi = 0;
   int op = 0;
-  int olax = 0;
-  int lax_append = 0;
   int opls = 0;
   int oplz = 0;
   int ogcp_pc = 0;
@@ -167,7 +154,6 @@ struct Options {
   int otile_id = 0;
   int otile_buf = 32768;
   int porec = 0;
-  float agl = 0.0f;
   std::vector<double> trans_x;
   std::vector<double> trans_y;
   std::vector<double> trans_z;
@@ -177,24 +163,9 @@ struct Options {
   bool all = false;
   int ascii = 0;
   int json = 0;
-  int bb = 0;
   int fp = 0;
-  int obj = 0;
-  int qc = 1;
-  bool ics = false;
-  float ggsd = -1.0f;
-  int ggsd_mean = 0;
-  float grid_rough_max = 1000.0f;
-  float ppp = 1.0f;
-  int cache_grid = 1;
-  int cache_tile = 1;
-  int cache_reg = 1;
-  int cache_mt_chk = 1;
   int map = 1;
-  int sub = 4;
   int map_size = 32768;
-  int full = 0;
-  int dz_all = 1;
   int tiff = 0;
   int jpeg = 1;
   int empty = 0;
@@ -213,8 +184,6 @@ struct Options {
   float dz_range_1 = 0.5f;
   float dz16_range = 4.0f;
   float dz16_range_1 = 4.0f;
-  int dt_range = 4;
-  float dev_range = 0.2f;
   int d_range = 8;
   float v_range = 0.5f;
   float v_range_1 = 0.5f;
@@ -234,58 +203,18 @@ struct Options {
   float h_range = 0.0f;
   int p_size = 100;
   int h_size = 100;
-  float rough_max = 1.5f;
-  int reg_grp = 1;
-  int reg_ch = 1;
-  int reg_ref = 1;
-  int reg_reduce = 2;
-  int boost = 2;
-  int coarse = 1;
-  int init = 1;
-  float reg_s_max = 0.1f;
-  float reg_s0 = 0.0f;
-  int reg_j0 = 1;
   std::vector<double> shift = {0, 0, 0};
   float t_corr = 0.0f;
   int gcp_dz = 1;
   int xyz_gcp_corr = 1;
-  int d_dz = 1;
-  int r_dz = 1;
   int corr_all = 0;
   int merge = 1;
-  int ich = 0;
-  int qc_grp = 1;
-  int qc_ch = 1;
-  int qc_ref = 1;
-  int corr_grp = 1;
-  int corr_ref = 1;
   std::string cal;
-  int cal_1 = 0;
-  int int_sw = 1;
-  int ext_sw = 0;
-  int cal_rel = 0;
   std::string calib_param;
   std::string drift = "auto";
   std::string dpoc;
-  int dcc = 0;
-  int fav_att = 0;
-  int fill = 1;
-  int noz = 0;
-  int refine = 1;
-  float imu_err = 0.0f;
-  float imu_smooth = 0.0f;
-  float abs2rel = 1.0f;
   int gcp_grp = 0;
-  int unc_adj = 0;
-  int robust = 1;
-  float unc_max = 1.0f;
-  float xg_unc_max = 1.0f;
-  float ref_unc_max = 1.0f;
-  int rms_all = 1;
   int warp = 0;
-  int drift_mean = 1;
-  int mean = 0;
-  int shift_ref = 1;
   int64_t warp_gsd = 0;
   int blend = 0;
   int blend_ch = 1;
@@ -311,11 +240,6 @@ struct Options {
   float cut_res = 0.4f;
   float cut_buf = 0.0f;
   int po_sub = 10;
-  float po_speed = 300.0f;
-  float po_climb = 100.0f;
-  float po_rate = 500.0f;
-  float po_bad = 1.0f;
-  float po_tol = 1.0f;
 };
 
 enum class OptKind { flag, boolean, integer, real, text, filename, directory, textlist, intlist, reallist };
@@ -345,6 +269,26 @@ const char* kind_word(OptKind kind);  // as the help prints it
 
 using OptTarget = std::variant<bool*, int*, int64_t*, float*, double*, std::string*,
                                std::vector<std::string>*, std::vector<int>*, std::vector<double>*>;
+
+// Work that this version does not do. Options of one subject are reported together.
+struct Missing {
+  const char* subject;
+  const char* reason;
+};
+// Whether an option is available, and if not, when a value of it asks for the missing work.
+struct Availability {
+  enum class Kind {
+    available,
+    no_effect,  // taken without effect, which a WARNING says
+    product,    // missing, asked for by any value but "off"
+    setting,    // missing, of such a product: asked for whenever the option is given
+    always,     // the work is always done: asked for when it is switched off
+  };
+  Kind kind;
+  const Missing* missing;  // of product, setting, always
+  bool is_available() const { return missing == nullptr; }
+};
+
 struct OptRow {
   const char* name;  // long name, without the dash
   const char* abbr;  // one letter, or empty
@@ -352,7 +296,8 @@ struct OptRow {
   double lo, hi;      // range of each number
   int nmin, nmax;     // number of arguments
   OptTarget target;   // field of the Options; its value before the questions is the default
-  const char* deflt;  // the default as the help prints it
+  std::string deflt;  // the default as the help prints it
+  Availability availability;
   Theme theme;
   const char* meaning;  // one line
   // What the shell offers for an argument: file patterns ("*.las *.laz", "*" for any file) or words.

@@ -47,6 +47,18 @@ const Rule EXCLUSIONS[] = {
      "DZ_range_1>DZ16_range_1 not allowed"},
 };
 
+// Values that several stages take.
+void share_values(Options& o) {
+  ScanParam& scanning = o.scanning;
+  CorrParam& correction = o.correction;
+  scanning.qcpairs.ALLDZ = scanning.regpairs.ALLDZ;
+  correction.QC = scanning.QC;
+  correction.qc = scanning.qcpairs;
+  correction.geometry.AROT = correction.sync.AROT;
+  correction.geometry.ICS = correction.geometry.ICS || correction.geometry.ICS_r;
+  correction.inv.CALINTGEN = o.tuning.CALINTGEN;
+  correction.inv.CALINTNOB = o.tuning.CALINTNOB;
+}
 }  // namespace
 
 void derive_defaults(Options& o, const GivenSet& given) {
@@ -54,31 +66,32 @@ void derive_defaults(Options& o, const GivenSet& given) {
   if (o.scan) {
     if (absent("map")) o.map = 0;
     o.fastqc = true;
-    if (absent("full")) o.full = 1;
-    o.ics = true;
+    if (absent("full")) o.scanning.FULL = true;
+    o.correction.geometry.ICS_r = true;
   }
   if (o.scan || o.all) {
     if (absent("log")) o.log = 1;
     if (absent("fp")) o.fp = 1;
-    if (absent("bb")) o.bb = 1;
+    if (absent("bb")) o.scanning.BB = true;
   }
   if (given.count("calib")) {
     o.corr = o.calib;
     o.dpoc = "0";
-    o.nil = true;
+    o.correction.nil = true;
     o.ocorr = o.opo = 0;
-    o.r_dz = o.d_dz = o.gcp_dz = 0;
-    if (absent("unc_adj")) o.unc_adj = 1;
-    if (absent("reg_reduce")) o.reg_reduce = 1;
-    if (absent("boost")) o.boost = 1;
+    o.correction.CR = o.correction.CD = false;
+    o.gcp_dz = 0;
+    if (absent("unc_adj")) o.correction.inv.UADJ = 1;
+    if (absent("reg_reduce")) o.scanning.regpairs.RDIM = 1;
+    if (absent("boost")) o.tuning.NR_BOOST = 1;
   }
   if (o.uav) {
-    if (absent("dt_range")) o.dt_range = 10;
-    if (absent("dev_range")) o.dev_range = 0.5f;
-    if (absent("dev_max")) o.dev_max = 0.5f;
-    if (absent("coarse")) o.coarse = 0;  // attitudes change within 8 m of flight
+    if (absent("dt_range")) o.tuning.DT_RANGE = 10;
+    if (absent("dev_range")) o.tuning.DEV_RANGE = 0.5f;
+    if (absent("dev_max")) o.scanning.tiling.DTS = 0.5f;
+    if (absent("coarse")) o.scanning.Jend = 0;  // attitudes change within 8 m of flight
   }
-  o.nthreads_io = std::min(o.nthreads_io, o.nthreads);
+  o.tuning.NTHREADSIO = std::min(o.tuning.NTHREADSIO, o.tuning.NTHREADS);
   if (absent("dz_color")) o.dz_color = o.dz_mix ? 2 : 7;
   // Of each pair of ranges the one that is not given follows the other; the first step's start from the plain
   // ones.
@@ -88,6 +101,7 @@ void derive_defaults(Options& o, const GivenSet& given) {
   if (absent_1) o.dz_range_1 = absent16_1 ? o.dz_range : o.dz16_range_1;
   if (absent16_1) o.dz16_range_1 = absent_1 ? o.dz16_range : o.dz_range_1;
   if (absent("v_range_1")) o.v_range_1 = o.v_range;
+  share_values(o);
 }
 
 bool check_exclusions(const Options& o, const GivenSet& given, bool all_read) {

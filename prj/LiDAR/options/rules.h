@@ -2,7 +2,7 @@
 // Rules between options: which exclude each other, which follow from others.
 // Here:     the tables and the loops over them.
 // Not here: checks of one value (optparser), checks that need files (inputs.h), what is not available yet
-// (unavailable.h).
+// (availability.h).
 #pragma once
 #include <set>
 #include <string>

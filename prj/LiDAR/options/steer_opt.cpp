@@ -116,9 +116,24 @@ bool parse_output_name(const std::string& pattern, OutputName& out) {
 
 void show_output_name(const OutputName& out, const Options& o) {
   LOG_MSG("LiDAR output: '" << out.prefix << "*" << out.suffix << out.ext << "'" << (o.opls ? " + PLS" : "")
-                            << (o.oplz ? " + PLZ" : "") << (o.olax ? " + LAX" : "")
-                            << (o.olax && o.lax_append ? "(append)" : "")
+                            << (o.oplz ? " + PLZ" : "") << (o.correction.lax ? " + LAX" : "")
+                            << (o.correction.lax && o.correction.lax_append ? "(append)" : "")
                             << (o.otile > 0 ? " [TILES] " : ""));
+}
+
+bool steer_correction(const Options& o, CorrParam& par) {
+  InvParam& inv = par.inv;
+  DriftOpt drift;
+  bool ok = parse_calib_opt(o.cal, o.uav != 0, inv);
+  ok = parse_drift_opt(o.drift, drift) && ok;
+  ok = parse_drift_comp_opt(o.dpoc, inv) && ok;
+  if (!parse_output_name(o.out, par.out) || !ok) return false;
+  if (drift.none) inv.Ftx = inv.Fty = inv.Ftz = inv.Faw = inv.Fap = inv.Fak = false;
+  const bool any_drift = inv.Ftx || inv.Fty || inv.Ftz || inv.Faw || inv.Fap || inv.Fak;
+  inv.dt = drift.dt;
+  inv.HF = any_drift && !drift.con;
+  par.auto_dt = any_drift && drift.auto_dt;
+  return true;
 }
 
 bool check_steering(const Options& o) {

@@ -25,6 +25,10 @@ struct DriftOpt {
 
 // -out: prefix, one star, suffix, extension. A star alone keeps name and extension.
 [[nodiscard]] bool parse_output_name(const std::string& pattern, OutputName& out);
+// Parses -cal, -drift, -dpoc and -out into the parameters of a correction. False after an ERROR line for each
+// mistake.
+[[nodiscard]] bool steer_correction(const Options& o, CorrParam& par);
+
 // The line of the console that tells names and kinds of the corrected files.
 void show_output_name(const OutputName& out, const Options& o);
 

@@ -15,7 +15,7 @@ Options align2_options(const Options& o, int step) {
     s.dz_range = o.dz_range_1;
     s.dz16_range = o.dz16_range_1;
     s.v_range = o.v_range_1;
-    s.nil = false;
+    s.correction.nil = false;
   } else {
     s.out = "*";
   }

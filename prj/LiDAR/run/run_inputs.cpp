@@ -7,8 +7,8 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/inputs/georef_setup.h"
 #include "prj/LiDAR/inputs/tag_tree.h"
+#include "prj/LiDAR/options/availability.h"
 #include "prj/LiDAR/options/steer_opt.h"
-#include "prj/LiDAR/options/unavailable.h"
 #include "prj/LiDAR/run/run_internal.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -90,7 +90,7 @@ bool check_options(Run& run) {
   bool ok = check_exclusions(o, given);
   ok = check_split(run) && ok;
   ok = check_available(o, given) && ok;
-  warn_voxel_options(given);
+  warn_no_effect(given);
   if (!run.cmd.inv_corr) ok = check_steering(o) && ok;
   if (ok) show_left_out(o, given);
   return ok;
@@ -163,7 +163,7 @@ bool check_outputs(const Run& run) {
   const Project& prj = run.prj;
   OutputName out;
   const bool fits = check_name_lengths(run);
-  if (!run.cmd.inv_corr || (o.nil && !o.align2) || !parse_output_name(o.out, out)) return fits;
+  if (!run.cmd.inv_corr || (o.correction.nil && !o.align2) || !parse_output_name(o.out, out)) return fits;
   std::vector<int> mobile;
   for (size_t i = 0; i < prj.swaths.size(); i++)
     if (!prj.swaths[i].fixed) mobile.push_back(static_cast<int>(i));
@@ -190,7 +190,7 @@ Step prepare_project(Run& run) {
       !o.test_proj2.empty() || !o.test_proj3.empty() || !o.las_read_check.empty() || !o.export_dut.empty();
   if (test) return ok ? hidden_tests(run) : Step::failed;
   decide_commands(run);
-  run.prj.scale = make_tile_scale(o.large != 0, o.xlevel);
+  run.prj.scale = make_tile_scale(o.scanning.tiling.large, o.scanning.tiling.xlevel);
   run.mistake = !ok;
   return Step::on;
 }

@@ -4,11 +4,12 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/VR2proc/sequence_po.h"
 #include "prj/LiDAR/options/steer_opt.h"
 #include "prj/LiDAR/run/align2.h"
 #include "prj/LiDAR/run/dut_swaths.h"
-#include "prj/LiDAR/run/fill_param.h"
 #include "prj/LiDAR/run/run_internal.h"
+#include "prj/LiDAR/run/sequence.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -31,8 +32,8 @@ bool prepare_correction(const Run& run, std::string& dut) {
   const Options& o = run.cl.o;
   dut.clear();
   if (!run.cmd.inv_corr) return true;
-  CorrParam corr;
-  const bool ok = fill_corr_param(o, dut, corr);
+  CorrParam corr = o.correction;
+  const bool ok = steer_correction(o, corr);
   const InvParam& i = corr.inv;
   const bool calibrates = i.Fx || i.Fy || i.Fz || i.Fw || i.Fp || i.Fk ||
                           std::any_of(i.FE, i.FE + N_INTERNAL, [](bool f) { return f; });
@@ -40,7 +41,7 @@ bool prepare_correction(const Run& run, std::string& dut) {
     WARNING_MSG(
         "no initial geometric calibration file specified, output will be calibration corrections, not "
         "update");
-  if (ok && corr.CORR) show_output_name(corr.out, o);
+  if (ok && !corr.nil) show_output_name(corr.out, o);
   const std::vector<std::string>& arg = run.cmd.calib ? o.calib : o.corr;
   return (run.cmd.reg || arg.empty() || find_DUT(arg[0], run.cl.in.rules, dut)) && ok;
 }
@@ -48,9 +49,7 @@ bool prepare_correction(const Run& run, std::string& dut) {
 // Trajectories that are given to a run without a correction are checked against the swaths.
 bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) {
   if (prj.pofiles.empty()) return true;
-  POscanParam par;
-  fill_po_scan_param(o, par);
-  if (DUT_PO_QC_CORR(prj, idx, par)) return true;
+  if (DUT_PO_QC_CORR(prj, idx, {o.correction.sync, o.correction.geometry})) return true;
   ERROR_MSG("manual correction or scan failed");
   return false;
 }
@@ -59,12 +58,14 @@ bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) 
 Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files,
                   int& nmemory) {
   Project& prj = run.prj;
-  CorrParam corr;
-  if (run.cmd.inv_corr && !fill_corr_param(o, dut.empty() ? prj.name : dut, corr)) return Step::failed;
+  CorrParam corr = o.correction;
+  corr.dut = dut.empty() ? prj.name : dut;
   corr.odir = o.odir;
+  if (run.cmd.inv_corr && !steer_correction(o, corr)) return Step::failed;
 
-  ScanParam scan;
-  fill_scan_param(o, run.xcls, run.cmd.reg, scan);
+  ScanParam scan = o.scanning;
+  scan.tiling.xcls = run.xcls;
+  scan.REG = run.cmd.reg;
   scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan;
   scan.CORR = run.cmd.inv_corr;
   ScanResult scanned;

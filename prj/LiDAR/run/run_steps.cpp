@@ -5,15 +5,15 @@
 #include <thread>
 
 #include "las/las_access.h"
+#include "las/lasreader.h"
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
+#include "prj/LiDAR/options/availability.h"
 #include "prj/LiDAR/options/help.h"
-#include "prj/LiDAR/options/unavailable.h"
 #include "prj/LiDAR/run/cleanup.h"
-#include "prj/LiDAR/run/fill_param.h"
 #include "prj/LiDAR/run/run_internal.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -47,10 +47,10 @@ Step early_steps(Run& run) {
     test_gui();
     return Step::done;
   }
-  if (o.DEBUG != 0) LOG_MSG("Debug " << o.DEBUG);
+  if (o.tuning.DEBUG_LEVEL != 0) LOG_MSG("Debug " << o.tuning.DEBUG_LEVEL);
   if (o.log_flush) flush_logs_at_once();
   if (o.exp) {
-    warn_voxel_options(run.cl.given);
+    warn_no_effect(run.cl.given);
     return Step::done;
   }
   if (o.version || console_on()) std::printf("%s\n", banner().c_str());
@@ -67,12 +67,14 @@ Step early_steps(Run& run) {
 Step defaults_and_directories(Run& run) {
   Options& o = run.cl.o;
   derive_defaults(o, run.cl.given);
-  set_tuning(o);
+  TUNING = o.tuning;
+  las_set_threads(NTHREADS);
   SOFTINFO = soft_info();
   LOG_LINE("MEM_MB=" << MEM_MB << " NTHREADS=" << NTHREADS << " NTHREADSIO=" << NTHREADSIO
                      << " logflush=" << o.log_flush);
   LOG_LINE("cleanup=" << o.clear_tmp << " cleartile=" << o.clear_xyz << " DELHIST=" << o.clear_log
-                      << " UAV=" << o.uav << " QC=" << o.qc << " FASTQC=" << o.fastqc << " FULL=" << o.full);
+                      << " UAV=" << o.uav << " QC=" << o.scanning.QC << " FASTQC=" << o.fastqc
+                      << " FULL=" << o.scanning.FULL);
   if (!dir_check(o.odir_1, o.align2)) {
     OUTDIR.clear();  // nothing can be copied there at the end
     return Step::failed;

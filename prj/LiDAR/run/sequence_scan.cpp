@@ -44,12 +44,12 @@ void log_bbox(const char* label, const mTbbox& b) {
 }
 
 void log_param(const Project& prj, const ScanParam& par) {
-  LOG_LINE("mGSD=" << prj.scale.mTsize << " median=" << par.median << " large=" << prj.scale.large
+  LOG_LINE("mGSD=" << prj.scale.mTsize << " median=" << !par.mean << " large=" << prj.scale.large
                    << " xlevel=" << prj.scale.xlevel << " DTS=" << par.tiling.DTS << " REG=" << par.REG
                    << " QC=" << par.QC << " FULL=" << par.FULL << " ALLDZ=" << par.regpairs.ALLDZ
                    << " GRPREG=" << par.regpairs.GRP << " REFREG=" << par.regpairs.REF
                    << " CHREG=" << par.regpairs.CH << " chgrp.size()=" << prj.chgrp.size()
-                   << " RDIM=" << par.regpairs.RDIM << " LAREA=" << par.tiling.LAREA);
+                   << " RDIM=" << par.regpairs.RDIM << " LAREA=" << par.tiling.large);
   LOG_LINE("level=" << prj.scale.level << " Tsize=" << prj.scale.Tsize << " mTsize=" << prj.scale.mTsize);
 }
 
@@ -382,7 +382,7 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
 bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResult& res) {
   split_references(prj);
   if (!tile_swaths(prj, par, res) || !unite_references(prj, par.tiling)) return false;
-  const InfoParam info{par.median, par.fix_ch0, par.tiling.LAREA, par.tiling.tproc};
+  const InfoParam info{!par.mean, par.fix_ch0, par.tiling.large, par.tiling.tproc};
   if (!InfoTI_swstat(prj, info, res.stat)) {
     ERROR_MSG("consistency checking, tile info processing or swath stat computation failed");
     return false;

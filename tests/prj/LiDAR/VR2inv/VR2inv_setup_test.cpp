@@ -60,7 +60,7 @@ TEST(InvSetup, ChannelsShareTheNodesOfTheirLine) {
   par.dt = 10;
   par.Fw = true;
   par.FE[1] = par.FE[6] = true;  // the seventh has no place in the physical model
-  par.CALGE = true, par.CALGI = false;
+  par.EXTSW = false, par.INTSW = true;
   InvCalDrift inv(in, par, "");
   ASSERT_TRUE(init(inv, 1));
   EXPECT_EQ(inv.ncalext, 2);
@@ -203,7 +203,7 @@ TEST(InvSetup, DisplacementStatistics) {
       p.t2(i) = in.swaths[p.sw2].tmin + static_cast<double>(i) * 0.05;
     }
   InvParam par;
-  par.RMS95 = true;
+  par.RMSALL = false;
   InvCalDrift inv(in, par, "");
   ASSERT_TRUE(init(inv, 1) && init_prec(inv));
   const xyz rms = comp_def_RMS(inv, false);

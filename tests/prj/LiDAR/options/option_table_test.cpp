@@ -141,8 +141,8 @@ std::string value_of(ReadResult& r, const char* name) {
 
 TEST(OptionTable, NamesAreUniqueAndDefaultsAreTheFields) {
   Options o;
-  o.nthreads = default_nthreads();
-  o.nthreads_io = default_nthreads_io();
+  o.tuning.NTHREADS = default_nthreads();
+  o.tuning.NTHREADSIO = default_nthreads_io();
   std::set<std::string> names;
   const std::vector<OptRow> rows = option_rows(o);
   EXPECT_EQ(rows.size(), known_options().size());
@@ -171,7 +171,7 @@ TEST(OptionTable, NamesAreUniqueAndDefaultsAreTheFields) {
 // The table against the list: names, kinds, bounds and defaults that scripts of users rely on.
 TEST(OptionTable, RowsAreThoseOfTheListKeptByHand) {
   Options o;
-  o.nthreads = o.nthreads_io = 0;
+  o.tuning.NTHREADS = o.tuning.NTHREADSIO = 0;
   EXPECT_EQ(known_options().size(), option_rows(o).size());
   for (const OptRow& row : option_rows(o)) {
     SCOPED_TRACE(row.name);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "prj/LiDAR/options/unavailable.h"
+#include "prj/LiDAR/options/availability.h"
 #include "tests/prj/LiDAR/options/read_support.h"
 
 namespace veld {
@@ -17,17 +17,17 @@ Options derived(const std::vector<std::string>& args) {
 }  // namespace
 
 TEST(Rules, DerivedDefaults) {
-  EXPECT_EQ(derived({"-uav"}).dt_range, 10);
-  EXPECT_EQ(derived({"-uav", "-dt_range", "20"}).dt_range, 20);
-  EXPECT_EQ(derived({"-uav"}).coarse, 0);
-  EXPECT_EQ(derived({"-uav", "-coarse", "2"}).coarse, 2);
-  EXPECT_EQ(derived({"-uav"}).dev_range, 0.5f);
-  EXPECT_EQ(derived({"-uav", "-dev_max", "1"}).dev_max, 1.0f);
-  EXPECT_EQ(derived({"-nthreads", "1"}).nthreads_io, 1);
+  EXPECT_EQ(derived({"-uav"}).tuning.DT_RANGE, 10);
+  EXPECT_EQ(derived({"-uav", "-dt_range", "20"}).tuning.DT_RANGE, 20);
+  EXPECT_EQ(derived({"-uav"}).scanning.Jend, 0);
+  EXPECT_EQ(derived({"-uav", "-coarse", "2"}).scanning.Jend, 2);
+  EXPECT_EQ(derived({"-uav"}).tuning.DEV_RANGE, 0.5f);
+  EXPECT_EQ(derived({"-uav", "-dev_max", "1"}).scanning.tiling.DTS, 1.0f);
+  EXPECT_EQ(derived({"-nthreads", "1"}).tuning.NTHREADSIO, 1);
   EXPECT_EQ(derived({"-dz_mix"}).dz_color, 2);
   EXPECT_EQ(derived({"-dz_mix", "-dz_color", "5"}).dz_color, 5);
   EXPECT_EQ(derived({"-scan"}).map, 0);
-  EXPECT_EQ(derived({"-scan"}).full, 1);
+  EXPECT_EQ(derived({"-scan"}).scanning.FULL, 1);
   EXPECT_EQ(derived({"-dz_range", "2"}).dz16_range, 2.0f);
   EXPECT_EQ(derived({"-dz16_range", "3"}).dz_range, 3.0f);
   EXPECT_EQ(derived({"-dz_range", "1", "-dz_range_1", "0.5"}).dz_range_1, 0.5f);
@@ -36,10 +36,10 @@ TEST(Rules, DerivedDefaults) {
   const Options calib = derived({"-calib", "name", "-dpoc", "A", "-boost", "4"});
   EXPECT_EQ(calib.corr, std::vector<std::string>{"name"});
   EXPECT_EQ(calib.dpoc, "0");
-  EXPECT_TRUE(calib.nil);
-  EXPECT_EQ(calib.unc_adj, 1);
-  EXPECT_EQ(calib.reg_reduce, 1);
-  EXPECT_EQ(calib.boost, 4);
+  EXPECT_TRUE(calib.correction.nil);
+  EXPECT_EQ(calib.correction.inv.UADJ, 1);
+  EXPECT_EQ(calib.scanning.regpairs.RDIM, 1);
+  EXPECT_EQ(calib.tuning.NR_BOOST, 4);
 }
 
 // Defaults must never stop a run, nor any option that the program knows to do.

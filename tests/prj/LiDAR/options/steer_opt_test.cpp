@@ -88,7 +88,8 @@ TEST(SteerOpt, OutputName) {
   EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_output_name("*.txt", out)); }),
             "ERROR: output format extension not supported\n");
   Options o;
-  o.olax = o.lax_append = o.oplz = 1;
+  o.correction.lax = o.correction.lax_append = true;
+  o.oplz = 1;
   o.otile = 100;
   show_output_name({"p_", "_c", ".las"}, o);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),

@@ -1,6 +1,5 @@
 // Every option that is taken does something or stops the run. The sources tell whether it does something: a value
-// is used where code outside the table, the rules and the logs reads it, and where the parameter that it is copied
-// into is read in turn.
+// is used where code outside the table, the rules and the logs reads it.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -11,7 +10,7 @@
 #include <set>
 #include <sstream>
 
-#include "prj/LiDAR/options/unavailable.h"
+#include "prj/LiDAR/options/availability.h"
 #include "tests/prj/LiDAR/options/read_support.h"
 
 namespace veld {
@@ -78,7 +77,7 @@ const std::vector<Source>& sources() {
 // The table and what only moves values from one option to another.
 bool is_table(const std::string& name) {
   return name.rfind("option", 0) == 0 || name == "rules.cpp" || name == "align2.cpp" ||
-         name == "unavailable.cpp";
+         name == "availability.cpp";
 }
 
 bool is_word(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
@@ -101,21 +100,12 @@ bool is_written(const std::string& code, size_t behind) {
   return code.compare(behind, 1, "=") == 0 && code.compare(behind, 2, "==") != 0;
 }
 
-// What the statement around a position assigns to, such as "GRP" of "par.qc.GRP = o.qc_grp": empty if it does not.
-std::string assigned(const std::string& code, size_t at) {
-  const size_t start = code.find_last_of(";{}", at) + 1;
-  static const std::regex assignment("^\\s*(?:const\\s+)?[\\w:<>&.\\s]*?\\b(\\w+)\\s*=[^=]");
-  std::smatch m;
-  const std::string statement = code.substr(start, at - start);
-  return std::regex_search(statement, m, assignment) ? m[1].str() : "";
-}
-
 // Words of the sources that are read, each with the sources that read it. Declarations stand in headers.
 const std::map<std::string, std::set<std::string>>& read_words() {
   static const std::map<std::string, std::set<std::string>> words = [] {
     std::map<std::string, std::set<std::string>> found;
     for (const Source& s : sources()) {
-      if (s.name.back() == 'h' || s.name == "tuning.cpp") continue;
+      if (s.name.back() == 'h' || is_table(s.name)) continue;
       for (size_t at = 0; at < s.text.size(); at++) {
         if (!is_word(s.text[at])) continue;
         size_t end = at;
@@ -129,23 +119,39 @@ const std::map<std::string, std::set<std::string>>& read_words() {
   return words;
 }
 
-// Whether a parameter is read anywhere but where it is filled.
-bool is_parameter_read(const std::string& name, const std::string& filled_in) {
-  const auto found = read_words().find(name);
-  return found != read_words().end() && found->second.size() > found->second.count(filled_in);
+// What each row of the table sets: "utm" of a field of the options, "correction.inv.CAL1" of one in the parameters of
+// a stage.
+const std::map<std::string, std::string>& targets() {
+  static const std::map<std::string, std::string> fields = [] {
+    std::map<std::string, std::string> found;
+    static const std::regex row("\\w+\\(\"(\\w+)\", \"\\w?\",[^&]*&o\\.([\\w.]+)");
+    for (const auto& entry : std::filesystem::directory_iterator(SOURCE_PATH "/prj/LiDAR/options")) {
+      if (entry.path().filename().string().rfind("option_rows_", 0) != 0) continue;
+      std::ifstream file(entry.path());
+      std::ostringstream all;
+      all << file.rdbuf();
+      const std::string text = all.str();
+      for (std::sregex_iterator m(text.begin(), text.end(), row), end; m != end; ++m)
+        found[(*m)[1]] = (*m)[2];
+    }
+    return found;
+  }();
+  return fields;
 }
 
-bool is_used(const std::string& field) {
+// Whether a stage reads a field of its parameters.
+bool is_parameter_read(const std::string& name) { return read_words().count(name) > 0; }
+
+bool is_used(const std::string& option) {
+  const std::string field = targets().at(option);
+  if (const size_t dot = field.rfind('.'); dot != std::string::npos)
+    return is_parameter_read(field.substr(dot + 1));
   for (const Source& s : sources()) {
     if (is_table(s.name)) continue;
     bool used = false;
     for (const std::string& variable : s.option_variables)
-      for_each_access(s.text, variable, field, [&](size_t at, size_t behind) {
-        if (is_written(s.text, behind)) return;
-        const bool filling = s.name == "fill_param.cpp";
-        const std::string parameter = filling ? assigned(s.text, at) : "";
-        used = used || !filling || parameter.empty() || is_parameter_read(parameter, s.name);
-      });
+      for_each_access(s.text, variable, field,
+                      [&](size_t, size_t behind) { used = used || !is_written(s.text, behind); });
     if (used) return true;
   }
   return false;
@@ -191,8 +197,8 @@ TEST(OptionUse, EveryOptionIsReadOrStopsTheRun) {
     SCOPED_TRACE(row.name);
     const std::string name = row.name;
     const bool taken = is_used(name) || BY_OTHERS.count(name) || GROUPS_OF_FILES.count(name);
-    if (row.theme == Theme::voxel)
-      EXPECT_TRUE(is_available(name));  // taken, with a WARNING that says that they do nothing
+    if (row.availability.kind == Availability::Kind::no_effect)
+      EXPECT_EQ(row.theme, Theme::voxel);
     else if (is_available(name))
       EXPECT_TRUE(taken) << "no code reads it";
     else
@@ -207,7 +213,7 @@ TEST(OptionUse, UnreadFieldsAreFound) {
   for (const char* const read :
        {"mem", "utm", "nil", "dpoc", "bb", "cal_1", "qc_grp", "exclude", "clear_xyz"})
     EXPECT_TRUE(is_used(read)) << read;
-  EXPECT_FALSE(is_parameter_read("no_such_parameter", "fill_param.cpp"));
+  EXPECT_FALSE(is_parameter_read("no_such_parameter"));
 }
 
 TEST(OptionUse, DefaultsThatCannotBeDoneAreLeftOutAndSaid) {
@@ -221,16 +227,16 @@ TEST(OptionUse, DefaultsThatCannotBeDoneAreLeftOutAndSaid) {
   };
   EXPECT_EQ(text({"-reg"}), "maps and plots (-map -jpeg -plot);");
   EXPECT_EQ(text({"-reg", "-map", "0", "-jpeg", "0", "-plot", "0"}), "");
-  EXPECT_EQ(text({"-scan", "-plot", "0"}), "maps and plots (-jpeg);fast QC maps (-fastqc);footprints (-fp);");
-  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "maps and plots (-jpeg -plot);footprints (-fp);");
+  EXPECT_EQ(text({"-scan", "-plot", "0"}), "fast QC maps (-fastqc);footprints (-fp);maps and plots (-jpeg);");
+  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "footprints (-fp);maps and plots (-jpeg -plot);");
 }
 
 TEST(OptionUse, VoxelOptionsAreTakenAndSaid) {
   ReadResult r;
   read_into(r, {"-exp", "-X0", "5", "-vreg_dim", "16"});
   ASSERT_TRUE(r.ok) << r.errors;
-  EXPECT_EQ(errors_of([&] { warn_voxel_options(r.cl.given); }),
+  EXPECT_EQ(errors_of([&] { warn_no_effect(r.cl.given); }),
             "WARNING: no effect, voxel experiments are not part of this version: -exp -vreg_dim -X0\n");
-  EXPECT_EQ(errors_of([] { warn_voxel_options({"align"}); }), "");
+  EXPECT_EQ(errors_of([] { warn_no_effect({"align"}); }), "");
 }
 }  // namespace veld

@@ -1,8 +1,9 @@
-// prj/LiDAR/options/unavailable.h
+// prj/LiDAR/options/availability.h
 // Options whose work this version does not do: what is asked for in vain stops the run, what is only on by
-// default is left out and said once.
-// Here:     the table, by subject, and the questions about it.
-// Not here: rules between options that are available (rules.h).
+// default is left out and reported once.
+// Here:     the questions about the availability of options.
+// Not here: which options these are (the rows of the option table say it), rules between options that are
+//           available (rules.h).
 #pragma once
 #include <string>
 #include <vector>
@@ -20,6 +21,6 @@ void report_unavailable(const std::string& option);  // its ERROR line
 // "maps and plots (-map -jpeg -plot)". Empty when nothing is.
 std::vector<std::string> left_out(const Options& o, const GivenSet& given);
 
-// Options of the voxel experiments are taken and do nothing, which a WARNING says.
-void warn_voxel_options(const GivenSet& given);
+// A WARNING with the options that are taken without effect.
+void warn_no_effect(const GivenSet& given);
 }  // namespace veld
