@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "prj/LiDAR/LmTidx_r/tile_geom.h"
+#include "prj/LiDAR/swath/swath_clock.h"
 
 namespace veld {
 constexpr uint32_t TileMagic = 0x471EFA32;
@@ -81,6 +82,24 @@ constexpr uint8_t HDR_DM = 128;       // a drop map was applied
 constexpr uint8_t INFO_ADJ = 1;  // adjusted GPS time
 constexpr uint8_t INFO_RO = 2;   // a rollover was corrected
 constexpr uint8_t INFO_WRO = 4;  // it was a week's, else a day's
+
+// The clock in the record, as the tiling leaves it.
+inline SwathClock clock_of(const LTidxInfo& info) {
+  SwathClock c;
+  if (info.flags & INFO_RO) c.rover = info.flags & INFO_WRO ? Rollover::week : Rollover::day;
+  c.raw_adj = info.flags & INFO_ADJ;
+  c.t0 = info.t0;
+  c.tmin = info.tmin;
+  c.tmax = info.tmax;
+  return c;
+}
+inline void set_clock(const SwathClock& c, LTidxInfo& info) {
+  info.flags = static_cast<uint8_t>((c.raw_adj ? INFO_ADJ : 0) | (c.rover != Rollover::none ? INFO_RO : 0) |
+                                    (c.rover == Rollover::week ? INFO_WRO : 0));
+  info.t0 = c.t0;
+  info.tmin = c.tmin;
+  info.tmax = c.tmax;
+}
 
 // ".mT.tbl.dT", one record a tile: times in ticks of 1/1024 s relative to t0, NO_I32 where there is none.
 struct LmTtimeRec {

@@ -127,8 +127,10 @@ void show_table(const Project& prj, const ProjectStat& stat) {
 
 void warn_rollovers(const ProjectStat& stat) {
   int nday = 0, nweek = 0;
-  for (const SwathStat& s : stat.swaths)
-    if (s.info.flags & INFO_RO) (s.info.flags & INFO_WRO ? nweek : nday)++;
+  for (const SwathStat& s : stat.swaths) {
+    nday += clock_of(s.info).rover == Rollover::day;
+    nweek += clock_of(s.info).rover == Rollover::week;
+  }
   if (nday > 0) WARNING_MSG("corrected day rollover for " << nday << " swaths");
   if (nweek > 0) WARNING_MSG("corrected week rollover for " << nweek << " swaths");
 }

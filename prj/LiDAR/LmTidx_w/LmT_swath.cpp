@@ -12,20 +12,19 @@ namespace {
 constexpr uint32_t MIN_TILE_POINTS = 15;  // at least one tile must hold more
 
 // First pass, and once more over the whole file when a rollover stopped it.
-bool first_pass(const std::string& path, int sw, const TilingParam& par, TilingMemory& memory,
-                Rollover& rover, TTresult& tt, SwathFailure& why) {
+bool first_pass(const std::string& path, int sw, const TilingParam& par, TilingMemory& memory, TTresult& tt,
+                SwathFailure& why) {
   const MemoryBudget::Lease lease(memory.budget, memory.share);
-  rover = Rollover::none;
-  if (!sw_LAS2TT(path, sw, par, rover, 0, memory.share, tt, why)) {
+  if (!sw_LAS2TT(path, sw, par, Rollover::none, 0, memory.share, tt, why)) {
     ERROR_MSG("could not tile LiDAR data, " << path);
     return false;
   }
-  if (!par.tproc || tt.rover == Rollover::none) return true;
-  rover = tt.rover;
-  if (tt.adj)
+  if (!tt.again) return true;
+  const Rollover rover = tt.clock.rover;
+  if (tt.clock.raw_adj)
     WARNING_MSG((rover == Rollover::week ? "week" : "day")
                 << " second rollover detected but timestamps are adjusted GPS, " << path);
-  if (sw_LAS2TT(path, sw, par, rover, tt.tmin, memory.share, tt, why)) return true;
+  if (sw_LAS2TT(path, sw, par, rover, tt.clock.tmax, memory.share, tt, why)) return true;
   ERROR_MSG("could not tile LiDAR data (rollover correction pass), " << path);
   return false;
 }
@@ -69,14 +68,13 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
   res = LmTswathResult{};
   if (cache && check_TidxHdr(path, sw, par)) return true;
   TTresult tt;
-  Rollover rover;
-  if (!first_pass(path, sw, par, memory, rover, tt, res)) return false;
+  if (!first_pass(path, sw, par, memory, tt, res)) return false;
   const int64_t size = file_size(path);
   if (size < 0) LOG_LINE("<!> file size");
   // The grid goes before the new points come: it must never stand beside an index that it does not fit.
   delete_grid(path);
   LmTstat stat;
-  if (!sw_TT2LmT_XYZ(path, par, rover, memory.budget, tt, stat, res)) {
+  if (!sw_TT2LmT_XYZ(path, par, memory.budget, tt, stat, res)) {
     ERROR_MSG("could not process tiles, " << path);
     if (res.fault == SwathFault::own) delete_tiles(path);
     return false;

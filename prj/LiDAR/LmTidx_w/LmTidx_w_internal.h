@@ -14,14 +14,7 @@
 
 namespace veld {
 constexpr double BIG = 2e307;             // running minima start here, maxima at -BIG
-constexpr double ROLLOVER_SPAN = 40000;   // s: a longer span is a rollover
-constexpr double WEEK_SPAN = 300000;      // s: a longer span is a week's rollover
-constexpr double WEEK_PERIOD = 604800;    // s
-constexpr double DAY_PERIOD = 86400;      // s
 constexpr double MAX_SWATH_SPAN = 32400;  // s
-constexpr double TWO_WEEKS = 1209600;     // s: later times are adjusted GPS times
-
-enum class Rollover { none, day, week };
 
 struct Box {  // x, y, z
   double min[3] = {BIG, BIG, BIG};
@@ -35,12 +28,10 @@ struct Box {  // x, y, z
   }
 };
 
-struct TTresult {                   // of the first pass
-  Rollover rover = Rollover::none;  // found now: nothing else is valid, the pass must be run again
-  bool adj = false;                 // adjusted GPS time: the file's flag, later what the times tell
-  int64_t tstamp = -1;              // modification time of the file, s
-  double t0 = 0;                    // s, of the first kept point
-  double tmin = BIG, tmax = -BIG;
+struct TTresult {            // of the first pass
+  bool again = false;        // a rollover was found: nothing but clock.rover, raw_adj and tmax is valid
+  SwathClock clock;          // raw_adj: the file's flag, or with -auto_adj what the times look like
+  int64_t tstamp = -1;       // modification time of the file, s
   Box kept, all;             // metres
   float amin = 0, amax = 0;  // scan angle, degrees
   uint64_t npts = 0;         // kept points
@@ -65,15 +56,15 @@ struct LmTstat {        // of the second pass, summed over the tiles
 // ERROR line; keeps its text as the reason of the failure. Always false.
 bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault = SwathFault::input);
 
-// First pass: filters the points of a file into temporary tile files. rover, tmin1: the rollover that the
-// pass before found and its smallest time. On failure the tile files made so far are removed.
-bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double tmin1,
+// First pass: filters the points of a file into temporary tile files. rover, before: the rollover that the
+// pass before found and a time before it. On failure the tile files made so far are removed.
+bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double before,
                uint64_t max_bytes, TTresult& res, SwathFailure& why);
 
 // Second pass: temporary tile files into the final family, the index last. Leaves np = 0 when no point is
 // left. Waits for the memory that its largest tile needs.
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, MemoryBudget& budget,
-                   TTresult& tt, LmTstat& stat, SwathFailure& why);
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, MemoryBudget& budget, TTresult& tt,
+                   LmTstat& stat, SwathFailure& why);
 
 void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI);
 

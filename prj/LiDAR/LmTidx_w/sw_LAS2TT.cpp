@@ -56,8 +56,7 @@ struct Pass {  // the pass under way
   double scale[3], offset[3];
   TileGeom g;
   bool tuse = false;
-  double trover = -BIG;  // times below it get period added (rollover pass only)
-  double period = 0;     // s, 0: no rollover pass
+  Unroll unroll;  // of the rollover pass
   double t0 = 0, tmin = BIG, tmax = -BIG;
   int amin = INT16_MAX, amax = INT16_MIN;
   Box kept, out, bad;  // file units; out: valid points that a filter took
@@ -82,7 +81,7 @@ inline void extend(Box& box, const double* p) {
 inline double load_time(const Pass& s, const uint8_t* rec) {
   double t;
   std::memcpy(&t, rec + s.lay.gps, 8);
-  return t < s.trover ? t + s.period : t;
+  return s.unroll(t);
 }
 
 // Ranges of times and scan angles of a block, of all its points.
@@ -199,9 +198,8 @@ std::string box_text(const Box& b, double unit) {
                         << b.max[1] * unit << "] Z: [" << b.min[2] * unit << " " << b.max[2] * unit << "]");
 }
 
-// Reads all points. True with res.rover set when a rollover stopped the pass.
-bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uint64_t np, TTresult& res,
-                 SwathFailure& why) {
+// Reads all points. True with res.again set when a rollover stopped the pass.
+bool read_points(LASreader& reader, Pass& s, TileGrid& grid, uint64_t np, TTresult& res, SwathFailure& why) {
   const bool ext = s.lay.extended;
   while (s.nread < np && s.state == TTstate::good) {
     uint64_t n = 0;
@@ -210,15 +208,16 @@ bool read_points(LASreader& reader, Pass& s, TileGrid& grid, Rollover rover, uin
     n = std::min(n, np - s.nread);
     ext ? scan_ranges<true>(s, block, n) : scan_ranges<false>(s, block, n);
     s.nread += n;
-    if (s.tuse && s.tmax - s.tmin > ROLLOVER_SPAN) {
-      res.rover = s.tmax - s.tmin > WEEK_SPAN ? Rollover::week : Rollover::day;
-      LOG_LINE("<!> ROVER rover=" << static_cast<int>(res.rover) << " tmax-tmin=" << s.tmax - s.tmin << " "
+    if (const Rollover rover = find_rollover(s.tmin, s.tmax); s.tuse && rover != Rollover::none) {
+      LOG_LINE("<!> ROVER rover=" << static_cast<int>(rover) << " tmax-tmin=" << s.tmax - s.tmin << " "
                                   << 100.0 * static_cast<double>(s.nread) / static_cast<double>(np)
                                   << "% tmin=" << s.tmin << " tmax=" << s.tmax
-                                  << " trover=" << (s.period > 0 ? s.trover : ROLLOVER_SPAN)
-                                  << " NS_ROVER=" << ROLLOVER_SPAN);
-      res.tmin = s.tmin;
-      if (rover == Rollover::none) return true;
+                                  << " trover=" << (s.unroll.period > 0 ? s.unroll.split : FLIGHT_SPAN)
+                                  << " NS_ROVER=" << FLIGHT_SPAN);
+      res.clock.rover = rover;
+      res.clock.tmax = s.tmax;
+      res.again = s.unroll.period == 0;
+      if (res.again) return true;
       why = {SwathFault::input, "second time stamp rollover"};
       return false;
     }
@@ -271,15 +270,15 @@ bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool
 // The flag for adjusted GPS time against what the times look like.
 bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, SwathFailure& why) {
   if (!s.tuse) return true;
-  const bool looks = s.tmin > TWO_WEEKS;
-  if (looks == res.adj) return true;
+  const bool looks = is_adjusted(s.tmin);
+  if (looks == res.clock.raw_adj) return true;
   if (AUTO_ADJ) {
-    WARNING_MSG("LAS tiling: adjusted GPS time bit override, adj=" << res.adj << " autoadj=" << looks
-                                                                   << " from file timestamps, " << path);
-    res.adj = looks;
+    WARNING_MSG("LAS tiling: adjusted GPS time bit override, adj="
+                << res.clock.raw_adj << " autoadj=" << looks << " from file timestamps, " << path);
+    res.clock.raw_adj = looks;
     return true;
   }
-  if (res.adj) {
+  if (res.clock.raw_adj) {
     WARNING_MSG("LAS tiling: timestamps likely week seconds but LAS GPS time type is 1, " << path);
     return true;
   }
@@ -292,7 +291,7 @@ bool check_times(const Pass& s, const TilingParam& par, const std::string& path,
   if (!par.tproc) return true;
   const double dt = s.tmax - s.tmin;
   LOG_LINE("time t:[" << s.tmin << " " << s.tmax << "] Dt=" << hms_text(std::min(std::max(dt, 0.0), 1e9))
-                      << " (" << dt << " s) adj=" << res.adj << " NS_ROVER=" << ROLLOVER_SPAN);
+                      << " (" << dt << " s) adj=" << res.clock.raw_adj << " NS_ROVER=" << FLIGHT_SPAN);
   const double largest = std::max(std::abs(s.tmin), std::abs(s.tmax));
   if (dt > MAX_SWATH_SPAN)
     return swath_error(why, "LAS tiling: swath time interval exceeds 32400 s, " + path);
@@ -303,7 +302,7 @@ bool check_times(const Pass& s, const TilingParam& par, const std::string& path,
   return true;
 }
 
-Pass start_pass(const LASheader& h, const TilingParam& par, Rollover rover, double tmin1, bool tuse) {
+Pass start_pass(const LASheader& h, const TilingParam& par, const Unroll& unroll, bool tuse) {
   Pass s;
   s.filter = make_filter(par, h.extended());
   s.lay = h.layout();
@@ -313,10 +312,7 @@ Pass start_pass(const LASheader& h, const TilingParam& par, Rollover rover, doub
   std::copy_n(offset, 3, s.offset);
   s.g = make_tile_geom(tile_level(par.large, par.xlevel));
   s.tuse = tuse;
-  if (rover != Rollover::none) {
-    s.period = rover == Rollover::week ? WEEK_PERIOD : DAY_PERIOD;
-    s.trover = ROLLOVER_SPAN + (h.adjusted_gps() ? tmin1 : 0.0);
-  }
+  s.unroll = unroll;
   return s;
 }
 
@@ -358,9 +354,9 @@ bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid
   res.amax = static_cast<float>(s.amax) * unit;
   LOG_LINE("scan angle:[" << res.amin << " " << res.amax << "]");
   const bool has_times = par.tproc || std::isfinite(s.t0 + s.tmin + s.tmax);
-  res.t0 = has_times ? s.t0 : 0;
-  res.tmin = has_times ? s.tmin : 0;
-  res.tmax = has_times ? s.tmax : 0;
+  res.clock.t0 = has_times ? s.t0 : 0;
+  res.clock.tmin = has_times ? s.tmin : 0;
+  res.clock.tmax = has_times ? s.tmax : 0;
   res.npts = s.npts;
   res.nfile = s.nread;
   return true;
@@ -373,7 +369,7 @@ bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault) {
   return false;
 }
 
-bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double tmin1,
+bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double before,
                uint64_t max_bytes, TTresult& res, SwathFailure& why) {
   const Stopwatch watch;
   const TileGeom g = make_tile_geom(tile_level(par.large, par.xlevel));
@@ -394,15 +390,15 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
   const bool has_time = h.point_format != 0 && h.point_format != 2;
   if (par.tproc && !has_time)
     WARNING_MSG("LAS tiling: missing timestamps (point format 0 or 2), swath " << path);
-  res.adj = h.adjusted_gps();
+  res.clock.rover = rover;
+  res.clock.raw_adj = h.adjusted_gps();
   const uint32_t limit = par.large ? MAX_TILE_SPAN : 128;
-  Pass s = start_pass(h, par, rover, tmin1, par.tproc && has_time);
+  Pass s = start_pass(h, par, Unroll(rover, before), par.tproc && has_time);
   TileGrid grid(path, limit, max_bytes);
-  bool ok = read_points(*reader, s, grid, rover, np, res, why);
+  bool ok = read_points(*reader, s, grid, np, res, why);
   las_read_close(reader);
-  const bool again = ok && res.rover != Rollover::none;
-  if (ok && !again) ok = end_pass(path, par, s, grid, limit, np, res, why);
-  if (!ok || again) {
+  if (ok && !res.again) ok = end_pass(path, par, s, grid, limit, np, res, why);
+  if (!ok || res.again) {
     if (res.TI.empty()) grid.tileinfo_tbl(g.Tsize, res.TI);
     remove_TT_files(path, res.TI);
     return ok;

@@ -104,16 +104,12 @@ bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, 
   return true;
 }
 
-LTidxInfo make_info(const TTresult& tt, const LmTstat& stat, Rollover rover) {
+LTidxInfo make_info(const TTresult& tt, const LmTstat& stat) {
   LTidxInfo info{};
   info.np = stat.np;
   info.nmt = static_cast<uint32_t>(stat.nmt);
   info.nt = static_cast<uint32_t>(tt.TI.size());
-  info.flags = static_cast<uint8_t>((tt.adj ? INFO_ADJ : 0) | (rover != Rollover::none ? INFO_RO : 0) |
-                                    (rover == Rollover::week ? INFO_WRO : 0));
-  info.t0 = tt.t0;
-  info.tmin = tt.tmin;
-  info.tmax = tt.tmax;
+  set_clock(tt.clock, info);
   info.XImin = info.YImin = info.Nmin = UINT32_MAX;
   for (const TIsxy& t : tt.TI) {
     if (t.x < info.XImin) info.XImin = t.x;
@@ -176,8 +172,8 @@ void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI) {
   for (const TIsxy& tile : TI) remove_TT_file(path, tile);
 }
 
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rover, MemoryBudget& budget,
-                   TTresult& tt, LmTstat& stat, SwathFailure& why) {
+bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, MemoryBudget& budget, TTresult& tt,
+                   LmTstat& stat, SwathFailure& why) {
   const Stopwatch watch;
   LTidxHdr hdr = make_LTidxHdr(par);
   hdr.tstamp = tt.tstamp;
@@ -191,7 +187,7 @@ bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, Rollover rov
     return false;
   }
   if (stat.nlost + stat.ntdrop > 0) LOG_LINE("<!> TOTAL lost=" << stat.nlost << " ntdrop=" << stat.ntdrop);
-  LTidxInfo info = make_info(tt, stat, rover);
+  LTidxInfo info = make_info(tt, stat);
   if (!mtile_MBR_stat(task.g, tt.TI, occ, info))
     return swath_error(why, "LAS stat and MBR computation: insufficient data, " + path);
   if (!write_LTidx(path, hdr, par.xcls, info, tt.TI)) return own_failure(why);

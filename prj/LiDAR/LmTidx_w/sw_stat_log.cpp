@@ -1,7 +1,5 @@
 // The file "_sw_stat.log".
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
@@ -16,34 +14,10 @@ struct LengthUnit {
   double factor;       // from metres
 };
 
-// Civil date of a day count from 1970-01-01 (H. Hinnant, "chrono-compatible low-level date algorithms").
-void civil_date(int64_t days, int& year, int& month, int& day) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const int64_t doe = days - era * 146097;
-  const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const int64_t mp = (5 * doy + 2) / 153;
-  day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-  year = static_cast<int>(yoe + era * 400 + (month <= 2));
-}
-
-// One word: date and time (GPS) of an adjusted time, else day of the week and time.
-std::string date_time(double t, bool adj) {
-  char text[64];
-  const int64_t s = static_cast<int64_t>(std::floor(adj ? t + 1e9 : t));
-  const int64_t day = s >= 0 ? s / 86400 : -((86399 - s) / 86400);
-  const int sec = static_cast<int>(s - day * 86400);
-  if (adj) {
-    int y, m, d;
-    civil_date(day + 3657, y, m, d);  // GPS time starts on 1980-01-06
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", y, m, d, sec / 3600, sec / 60 % 60,
-                  sec % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%lld-%02d:%02d:%02d", static_cast<long long>(day), sec / 3600,
-                  sec / 60 % 60, sec % 60);
-  }
+// A date as one word, so that every column of the table is one.
+std::string date_word(double t, bool adj) {
+  std::string text = date_text(t, adj);
+  std::replace(text.begin(), text.end(), ' ', adj ? 'T' : '_');
   return text;
 }
 
@@ -66,12 +40,12 @@ void write_mobile(ResultFile& out, const Project& prj, const ProjectStat& stat, 
   for (size_t i = 0; i < stat.swaths.size(); i++) {
     if (prj.swaths[i].fixed) continue;
     const SwathStat& s = stat.swaths[i];
-    const bool adj = s.info.flags & INFO_ADJ;
+    const SwathClock clock = clock_of(s.info);
     write_common(out, prj, i, s, u);
-    out.fs << date_time(s.info.tmin, adj) << ' ' << date_time(s.info.tmax, adj) << ' ' << s.info.amin << ' '
-           << s.info.amax << ' ' << adj << ' ' << ((s.info.flags & INFO_RO) != 0) << ' '
-           << ((s.info.flags & INFO_WRO) != 0) << ' ' << s.info.mdt << ' ' << s.info.maxdt << ' '
-           << s.info.mdev << ' ' << s.info.maxdev << '\n';
+    out.fs << date_word(clock.tmin, clock.raw_adj) << ' ' << date_word(clock.tmax, clock.raw_adj) << ' '
+           << s.info.amin << ' ' << s.info.amax << ' ' << clock.raw_adj << ' '
+           << (clock.rover != Rollover::none) << ' ' << (clock.rover == Rollover::week) << ' ' << s.info.mdt
+           << ' ' << s.info.maxdt << ' ' << s.info.mdev << ' ' << s.info.maxdev << '\n';
   }
   out.fs << '\n';
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "prj/LiDAR/POio/POio.h"
+#include "prj/LiDAR/swath/swath_clock.h"
 
 namespace veld {
 // Shift and scale of a file's times from its first time stamp, with AUTO_ADJ applied; what is the format's
@@ -12,9 +13,6 @@ namespace veld {
 [[nodiscard]] bool file_time_scale(const std::string& path, double first, const POread& par, double& deltat,
                                    bool& adj);
 
-// Period of the rollover that a fall of the time stamp by `fall` seconds stands for: a week, a day, or 0 if
-// none.
-double rollover_period(double fall);
 void log_rollover(double period, uint64_t rec, double t, const char* what, const std::string& path);
 
 constexpr uint64_t PO_MARGIN = 10;   // records kept beyond each end of a window

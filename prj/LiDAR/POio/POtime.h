@@ -1,16 +1,13 @@
 // prj/LiDAR/POio/POtime.h
-// Time scales: formats of trajectory files, leap seconds, dates.
-// Here:     conversion between the formats and GPS time, texts of dates and intervals in logs.
-// Not here: which shift a swath or a file gets (VR2POsync).
+// Time formats of trajectory files.
+// Here:     conversion between the formats and GPS time.
+// Not here: weeks, leap seconds and dates (swath/gps_time.h), which shift a swath or a file gets (VR2POsync).
 #pragma once
 #include <cstdint>
-#include <string>
+
+#include "prj/LiDAR/swath/gps_time.h"
 
 namespace veld {
-constexpr double WEEK_S = 604800.0;
-constexpr double DAY_S = 86400.0;
-constexpr double ADJ_S = 1e9;  // adjusted standard GPS time = GPS seconds - ADJ_S
-
 enum POtimeFormat {
   WKS_GPS_DEC = 0,  // seconds of the GPS week
   ADJ_GPS_DEC,      // adjusted standard GPS time
@@ -30,17 +27,9 @@ bool PO_time_needs_date(int time);   // the format can't be converted without -g
 inline bool PO_time_is_hms(int time) { return time == DAY_UTC_HMS || time == DAY_GPS_HMS; }
 inline bool PO_time_is_day(int time) { return time >= DAY_UTC_DEC && time <= DAY_GPS_HMS; }
 
-// Leap seconds (GPS - UTC) passed at a GPS time in seconds. The leap second itself counts as 0.5 s.
-double leaps_GPS(double gps);
-// The same at a UTC time, counted in seconds since 6 January 1980 without leap seconds.
-double leaps_UTC(double utc);
-
 // Shift to be added to the times of a file whose first is t0, and the scale that they then have: adj,
 // adjusted standard GPS time, else seconds of the GPS week. Logs. False when t0 can't be in that format or
 // the date is missing.
 [[nodiscard]] bool deltat_time_format(double t0, int time, uint32_t gweek, uint32_t gday, double& deltat,
                                       bool& adj);
-
-// "YYYY-MM-DD hh:mm:ss" (UTC) of an adjusted time; "GPS D <day> WS hh:mm:ss" of seconds of the week.
-std::string date_text(double t, bool adj);
 }  // namespace veld

@@ -84,11 +84,6 @@ bool file_time_scale(const std::string& path, double first, const POread& par, d
   return true;
 }
 
-double rollover_period(double fall) {
-  if (std::fabs(fall - WEEK_S) < 40000) return WEEK_S;
-  return std::fabs(fall - DAY_S) < 40000 ? DAY_S : 0.0;
-}
-
 void log_rollover(double period, uint64_t rec, double t, const char* what, const std::string& path) {
   LOG_LINE("corrected " << (period == WEEK_S ? "week" : "day") << " rollover at rec " << rec << ", time " << t
                         << ", " << what << " file " << path);

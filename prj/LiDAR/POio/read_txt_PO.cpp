@@ -98,7 +98,7 @@ bool start_txt(const std::string& path, const POread& par, TxtStart& start, bool
 bool last_time(const std::string& path, const POread& par, const TxtStart& start, double& last) {
   const std::vector<double> tail = tail_times(path, start.col, PO_time_is_hms(par.time));
   last = tail.empty() ? start.first : end_time(tail);
-  if (last < start.first) last += start.first - last > 300000 ? WEEK_S : DAY_S;
+  if (last < start.first) last += rollover_period(rollover_of_span(start.first - last));
   return last >= start.first;
 }
 }  // namespace

@@ -7,11 +7,10 @@
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+#include "prj/LiDAR/swath/swath_clock.h"
 
 namespace veld {
 namespace {
-constexpr double MAX_SPAN = 40000;  // s, below this two times belong to one flight
-
 struct Counts {
   int nswa = 0, nPOa = 0;  // flags that changed to adjusted time
   int nswc = 0, nPOc = 0;  // times that were shifted
@@ -36,9 +35,8 @@ void sync_group(int g, const POgroup& user, double P, std::vector<Stamp>& sw, st
   const auto align = [&](std::vector<Stamp>& stamps, double period) {
     for (Stamp& s : stamps) {
       if (!s.adj) s.dT = std::round((Tmax - s.t) / period) * period;
-      const double w = std::floor((s.t + s.dT) / WEEK_S);
-      week = std::min(week, w > 0 ? static_cast<uint32_t>(std::min(w, 1e9)) : 0u);
-      ok = ok && std::fabs(s.t + s.dT - Tmax) < MAX_SPAN;
+      week = std::min(week, gps_week(s.t + s.dT));
+      ok = ok && std::fabs(s.t + s.dT - Tmax) < FLIGHT_SPAN;
     }
   };
   align(sw, P);
@@ -56,7 +54,7 @@ void sync_group(int g, const POgroup& user, double P, std::vector<Stamp>& sw, st
     for (Stamp& s : stamps) {
       if (s.adj) continue;
       s.dT += offset;
-      if (s.t + s.dT > 2 * WEEK_S) {
+      if (is_adjusted(s.t + s.dT)) {
         s.adj = true;
         s.dT -= ADJ_S;
       }

@@ -6,8 +6,8 @@
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
-#include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+#include "prj/LiDAR/swath/gps_time.h"
 
 namespace veld {
 namespace {
@@ -85,11 +85,11 @@ bool log_swaths(const SyncJob& job) {
     for (int f = 0; f < job.nfiles(); f++) group.nPO += job.file_group(f) == g && job.file(f).used;
     if (group.Tmin > group.Tmax) continue;
     const POgroup& user = job.prj.pogroups[static_cast<size_t>(g)];
-    const double week = group.adj ? std::floor(group.Tmin / WEEK_S + 1653.43915344) : 0;
+    const uint32_t week = group.adj ? gps_week(group.Tmin + ADJ_S) : 0;
     out.fs << g + 1 << ' ' << group.nsw << ' ' << group.nPO << ' ' << user.gweek << ' ' << user.gday << ' '
-           << static_cast<int64_t>(week) << ' ' << span_text(group.Tmin, group.Tmax, group.adj) << ' ';
+           << week << ' ' << span_text(group.Tmin, group.Tmax, group.adj) << ' ';
     // 100 s into the week, so that leap seconds don't turn it into the evening before.
-    out.fs << (group.adj ? date_text(week * WEEK_S - 999999900, true).substr(0, 10) : std::string("-"))
+    out.fs << (group.adj ? date_text(week * WEEK_S - ADJ_S + 100, true).substr(0, 10) : std::string("-"))
            << '\n';
   }
   return out.commit();

@@ -4,8 +4,8 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/result_file.h"
-#include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+#include "prj/LiDAR/swath/gps_time.h"
 
 namespace veld {
 namespace {

@@ -21,29 +21,15 @@ bool to_grid(double value, double offset, double scale, int32_t& out) {
 
 constexpr double INDEX_MARGIN = 10;  // m around the source that the index of the corrected file covers
 
-struct TimeRule {        // from a raw time to that of the trajectory
-  double threshold = 0;  // times below it have wrapped
-  double period = 0;     // 0 without a rollover
-  double deltat = 0;
-  double operator()(double t) const { return (t < threshold ? t + period : t) + deltat; }
-};
-
-TimeRule make_time_rule(const CorrJob& job) {
-  TimeRule rule;
-  rule.deltat = job.deltat;
-  rule.threshold = job.rover && job.adj ? job.t0 - 40000 : 40000;
-  rule.period = !job.rover ? 0 : job.ws ? 604800 : 86400;
-  return rule;
-}
-
 // Corrects n records in place and moves those that are kept together. Returns how many are kept.
 uint64_t corr_records(uint8_t* records, uint64_t n, LASpoint point, const SwathCorr& corr,
-                      const TimeRule& time, bool FWD, CorrCursor& cursor) {
+                      const SwathClock& clock, bool FWD, CorrCursor& cursor) {
+  const Unroll unroll = clock.unroll();
   const size_t reclen = static_cast<size_t>(point.lay.reclen);
   uint8_t* to = records;
   for (uint64_t i = 0; i < n; i++) {
     point.rec = records + i * reclen;
-    const double t = time(point.gps_time());
+    const double t = clock.sync(unroll(point.gps_time()));
     const dxyz P{point.x() * DATAUNIT, point.y() * DATAUNIT, point.z() * DATAUNIT_Z};
     xyz C = comp_point_corr(corr, cursor, P, t);
     if (FWD && C.z != NO_Z) C = comp_point_corr(corr, cursor, P + to_dxyz(C), t);
@@ -63,8 +49,9 @@ uint64_t corr_records(uint8_t* records, uint64_t n, LASpoint point, const SwathC
 }  // namespace
 
 bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count) {
-  LOG_ENTER("corr_swath_las sw=" << job.sw << " '" << job.path << "' deltat=" << job.deltat
-                                 << " adj=" << job.adj << " rover=" << job.rover << " ws=" << job.ws);
+  LOG_ENTER("corr_swath_las sw=" << job.sw << " '" << job.path << "' deltat=" << job.clock.shift << " adj="
+                                 << job.clock.raw_adj << " rover=" << (job.clock.rover != Rollover::none)
+                                 << " ws=" << (job.clock.rover == Rollover::week));
   std::unique_ptr<LASreader> reader = las_read_open(job.path, INPARSE, true);
   if (!reader) return false;
   if (!reader->header.layout().extended && reader->header.layout().gps < 0) {
@@ -83,12 +70,11 @@ bool corr_swath_las(const CorrJob& job, const SwathCorr& corr, CorrCount& count)
   bool index_ok = job.lax && index.prepare(header, INDEX_MARGIN / DATAUNIT);
   if (job.lax && !index_ok) LOG_LINE("<!> lasquadtree setup");
 
-  const TimeRule time = make_time_rule(job);
   CorrCursor cursor;
   bool ok = true;
   uint64_t n;
   while (uint8_t* records = reader->read_block(n)) {
-    const uint64_t kept = corr_records(records, n, reader->header.point(), corr, time, job.FWD, cursor);
+    const uint64_t kept = corr_records(records, n, reader->header.point(), corr, job.clock, job.FWD, cursor);
     index_ok = index_ok && index.add_records(header.point(), records, kept, writer->p_count);
     count.nread += n;
     count.nwritten += kept;

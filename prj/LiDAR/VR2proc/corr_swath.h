@@ -8,17 +8,14 @@
 #include <vector>
 
 #include "prj/LiDAR/VR2geom/VR2geom.h"
+#include "prj/LiDAR/swath/swath_clock.h"
 
 namespace veld {
 struct CorrJob {            // one swath
   int sw = 0;               // its number
   std::string path;         // source
   std::string out;          // corrected file
-  double deltat = 0;        // s, added to raw times to give the time base of the trajectory
-  bool adj = false;         // raw times are adjusted standard GPS time
-  bool rover = false;       // a rollover was corrected when the swath was tiled
-  bool ws = false;          // that rollover was a week's, else a day's
-  double t0 = 0;            // s, time of the first point as tiled, for the threshold of the rollover
+  SwathClock clock;         // synchronised
   bool FWD = false;         // evaluate the correction at the corrected position
   std::string sid;          // system identifier: the kind of run and the letters of what was applied
   bool lax = false;         // write a spatial index too (-olax)

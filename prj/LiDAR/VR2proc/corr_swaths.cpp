@@ -37,11 +37,8 @@ bool make_job(const Project& prj, const POsync& sync, int sw, CorrJob& job) {
   }
   job.sw = sw;
   job.path = prj.swaths[i].path;
-  job.deltat = sync.TimeCorr(sw);
-  job.adj = (info.flags & INFO_ADJ) != 0;
-  job.rover = (info.flags & INFO_RO) != 0;
-  job.ws = (info.flags & INFO_WRO) != 0;
-  job.t0 = info.t0;
+  job.clock = clock_of(info);
+  job.clock.shift = sync.TimeCorr(sw);
   return true;
 }
 

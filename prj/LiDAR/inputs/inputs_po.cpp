@@ -155,12 +155,7 @@ void log_PO_param(const Project& prj) {
 }
 
 bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekday) {
-  // Days since 0000-03-01 by the civil calendar; the GPS epoch is 1980-01-06.
-  const auto days = [](int y, int m, int d) {
-    if (m <= 2) y--, m += 12;
-    return 365 * y + y / 4 - y / 100 + y / 400 + (153 * (m - 3) + 2) / 5 + d;
-  };
-  const int n = days(year, month, day) - days(1980, 1, 6);
+  const int64_t n = gps_day_number(year, month, day);
   if (n < 0) return false;
   week = static_cast<uint32_t>(n / 7);
   weekday = static_cast<uint32_t>(n % 7);

@@ -317,11 +317,12 @@ DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& re
     d.ch = s.channel;
     d.mainch = s.mainch == static_cast<int>(i);
     d.fixed = s.fixed;
-    d.adj = info.flags & INFO_ADJ;
-    d.ro = info.flags & INFO_RO;
-    d.wro = info.flags & INFO_WRO;
-    d.tmin = info.tmin;
-    d.tmax = info.tmax;
+    const SwathClock clock = clock_of(info);
+    d.adj = clock.raw_adj;
+    d.ro = clock.rover != Rollover::none;
+    d.wro = clock.rover == Rollover::week;
+    d.tmin = clock.tmin;
+    d.tmax = clock.tmax;
     d.path = swath_name(s);
     idx.swaths.push_back(d);
   }

@@ -149,23 +149,21 @@ TEST_F(CorrSwath, DropsPointsWithoutTrajectory) {
 TEST_F(CorrSwath, TimesOfTheFileAreBroughtToThoseOfTheTrajectory) {
   const struct {
     const char* what;
-    double deltat, track_at;
-    bool rover, ws, adj;
-    double t0;
+    double shift, track_at;
+    Rollover rover;
+    double tmin;  // of the swath, unrolled
   } cases[] = {
-      {"shift", 5000, T0 + 5000, false, false, false, 0},
-      {"day rollover: times below 40000 s have wrapped", 0, T0 + 86400, true, false, false, 0},
-      {"week rollover", -10, T0 + 604800 - 10, true, true, false, 0},
-      {"adjusted times: the threshold follows the first time", 0, T0, true, true, true, T0},
+      {"shift", 5000, T0 + 5000, Rollover::none, T0},
+      {"all times of the file behind the rollover of a day", 0, T0 + 86400, Rollover::day, 86300},
+      {"of a week", -10, T0 + 604800 - 10, Rollover::week, 604700},
+      {"all times before it", 0, T0, Rollover::week, T0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     po = straight_track(c.track_at - 2, 14);
-    job.deltat = c.deltat;
-    job.rover = c.rover;
-    job.ws = c.ws;
-    job.adj = c.adj;
-    job.t0 = c.t0;
+    job.clock.shift = c.shift;
+    job.clock.rover = c.rover;
+    job.clock.tmin = c.tmin;
     count = CorrCount();
     ASSERT_TRUE(run());
     EXPECT_EQ(count.nwritten, 1000u);
