@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "lib/general/logfiles.h"
+#include "lib/general/path.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
@@ -46,7 +47,9 @@ void add_line(Block& block, uint32_t i, const Vector<uint32_t>& counts, const Ve
   TilingParam par;
   write_text(s.path, "x");
   LTidxHdr hdr = make_LTidxHdr(par);
-  if (!write_LTidx(s.path, hdr, {}, info, TI)) std::abort();
+  FamilyOut family(cache_name(s.path, ""), EXT_TIDX, EXT_MTSUM);
+  if (!write_LTidx(family, hdr, {}, info, TI) || !family.publish()) std::abort();
+  remove_file(cache_name(s.path, EXT_MTSUM));  // the tables are links to one file, without sums
   const std::string first = block.dir.path + "/counts", name = cache_name(s.path, EXT_MTIDX);
   if (i == 0)
     write_text(first,

@@ -3,4 +3,4 @@
 set -euo pipefail
 "$(dirname "$0")/install_packages" \
   g++ cmake ninja-build ccache libtiff-dev libgeotiff-dev libjpeg62-turbo-dev libproj-dev proj-data nlohmann-json3-dev \
-  libgtest-dev libgmock-dev libbenchmark-dev clang-format gdal-bin
+  libxxhash-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format gdal-bin

@@ -109,6 +109,8 @@ std::string host_name() {
   return gethostname(name, sizeof name - 1) == 0 && name[0] != '\0' ? name : "localhost";
 }
 
+std::string own_tag() { return host_name() + "-" + std::to_string(getpid()); }
+
 bool take_lock(const std::string& base, const std::string& program, bool report) {
   const std::string path = base + ".lock";
   const LogLock whole;  // a signal in between waits until the lock is known, and removes it

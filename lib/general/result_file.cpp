@@ -6,6 +6,7 @@
 #include <set>
 #include <thread>
 
+#include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 
 namespace veld {
@@ -22,10 +23,14 @@ Unfinished& unfinished() {
 
 ResultFile::~ResultFile() { give_up(); }
 
-void ResultFile::begin(const std::string& name) {
+void ResultFile::begin(const std::string& name) { begin_part(name, part_of(name)); }
+
+void ResultFile::begin_own(const std::string& name) { begin_part(name, part_of(name + "." + own_tag())); }
+
+void ResultFile::begin_part(const std::string& name, const std::string& part) {
   give_up();
   name_ = name;
-  part_ = part_of(name);
+  part_ = part;
   const std::lock_guard lock(unfinished().mutex);
   unfinished().parts.insert(part_);
 }

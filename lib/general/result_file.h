@@ -22,6 +22,8 @@ class ResultFile {
   [[nodiscard]] bool open(const std::string& name);
   // Takes the name; the caller writes part() in its own way and closes it before commit().
   void begin(const std::string& name);
+  // The same with a part that only this process writes, for files that several runs may make at a time.
+  void begin_own(const std::string& name);
   const std::string& part() const { return part_; }  // empty before begin() or open(), and behind the end
   static std::string part_of(const std::string& name) { return name + ".part"; }
   bool is_open() const { return !part_.empty(); }
@@ -33,6 +35,7 @@ class ResultFile {
   void forget();   // leaves part() alone: it could not be created, and what stands there is another's
 
  private:
+  void begin_part(const std::string& name, const std::string& part);
   bool reports_;
   std::string name_, part_;
   TxtFileOut text_;

@@ -11,6 +11,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 #include "lib/general/binfile.h"
+#include "lib/general/checksum.h"
 #include "lib/general/txtfile.h"
 
 namespace veld {
@@ -137,6 +138,7 @@ struct DUTwriter {
   int nreg = 0;         // of these with vectors
   uint64_t nvec = 0;    // records written
   BufBinFileOut dut{BULK_BUFFER};
+  BlockSummer sums;  // of the ".dut"
   TxtFileOut idx{true};
   DUTwriter() = default;
   ~DUTwriter();
@@ -160,7 +162,7 @@ std::string DUT_base(const std::string& path);
 
 // Reads name + "_idx.log". False after an ERROR line that names the fault and the file.
 [[nodiscard]] bool read_DUT_IDX(const std::string& name, DUTidx& idx);
-// Reads name + ".dut" as idx describes it. Only pairs with valid records come back, each with its number.
+// Reads name + ".dut" as idx describes it, and compares it with its checksums when it has some (".dut.sum"). Only pairs with valid records come back, each with its number.
 // False after an ERROR line; a file without any valid record is an error.
 [[nodiscard]] bool read_DUT(const std::string& name, const DUTidx& idx, std::vector<DUTpair>& pairs);
 // Writes name + "_dut.txt" from the pair of files. False after an ERROR line.

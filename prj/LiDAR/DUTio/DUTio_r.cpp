@@ -18,6 +18,21 @@ bool open_DUT(const std::string& file, BufBinFileIn& in, DUTHdr& hdr) {
   return false;
 }
 
+// Compares a file with its checksums. One of another size than theirs is left to those who count its records.
+bool check_sums(const std::string& name) {
+  BlockSums blocks;
+  const SumState state = read_sum_file(name + SUM_EXT, DUT_EXT, blocks);
+  if (state == SumState::none) LOG_LINE("<!> no checksums " << name << SUM_EXT);
+  if (state == SumState::none ||
+      (state == SumState::good && static_cast<int64_t>(blocks.size) != file_size(name + DUT_EXT)))
+    return true;
+  const std::string fault = state == SumState::damaged ? "damaged file " + name + SUM_EXT
+                                                       : file_fault(name + DUT_EXT, blocks, true);
+  if (fault.empty()) return true;
+  ERROR_MSG("damaged DUT file, register again: " << fault);
+  return false;
+}
+
 bool finite_record(const DUTstr& r) {
   return std::isfinite(r.Z) && std::isfinite(norm(r.Disp)) && std::isfinite(norm(r.Unc)) &&
          std::isfinite(r.Time1) && std::isfinite(r.Time2);
@@ -83,7 +98,7 @@ bool read_DUT(const std::string& name, const DUTidx& idx, std::vector<DUTpair>& 
     store_pair(rec, pairs.back());
   }
   LOG_LINE("nreg=" << idx.nreg << " nregok=" << pairs.size() << " tnpt=" << nread << " tnptok=" << tnptok);
-  if (tnptok > 0) return true;
+  if (tnptok > 0) return check_sums(name);
   ERROR_MSG("no valid registration data in DUT file " << file);
   return false;
 }
@@ -119,7 +134,7 @@ bool export_DUT(const std::string& name) {
       out.fs << r.Time1 << ' ' << r.Time2 << ' ';
     out.fs << r.Pair << '\n';
   }
-  if (!ok || !out.commit()) return false;
+  if (!ok || !check_sums(name) || !out.commit()) return false;
   LOG_MSG1("Exported DUT as ascii file " << text << " (" << n << " vectors)");
   LOG_LINE("nreg=" << idx.nreg << " tnok=" << tnok << " tnpt=" << n);
   return true;

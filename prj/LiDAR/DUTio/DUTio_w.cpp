@@ -1,6 +1,7 @@
 // Writing of the DUT files.
 #include <cstdio>
 
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
@@ -56,6 +57,11 @@ bool write_idx_head(std::ofstream& fs, const DUTidx& idx) {
   return true;
 }
 
+bool write_summed(DUTwriter& w, const void* data, uint64_t n) {
+  w.sums.add(data, n);
+  return w.dut.write(data, n);
+}
+
 void remove_parts(DUTwriter& w) {
   w.active = false;
   (void)w.dut.close();
@@ -89,7 +95,7 @@ bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool
   hdr.dim = idx.dim;
   hdr.level = idx.level;
   hdr.gsize = idx.gsize;
-  if (reg && !(w.dut.open(dut_part(w), 0) && w.dut.write(&hdr, sizeof(hdr)))) return false;
+  if (reg && !(w.dut.open(dut_part(w), 0) && write_summed(w, &hdr, sizeof(hdr)))) return false;
   return w.idx.open(idx_part(w), 0) && write_idx_head(w.idx.fs, idx);
 }
 
@@ -103,7 +109,7 @@ bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec, co
   w.nreg += !rec.empty();
   w.nvec += rec.size();
   for (DUTstr& r : rec) r.Pair = static_cast<uint16_t>(pair);
-  if (!rec.empty() && !w.dut.write(rec.data(), rec.size() * sizeof(DUTstr))) return false;
+  if (!rec.empty() && !write_summed(w, rec.data(), rec.size() * sizeof(DUTstr))) return false;
   w.idx.fs << "#P " << pair << ' ' << sw1 << ' ' << sw2 << ' ' << rec.size() << (why.empty() ? "" : " ")
            << why << '\n';
   if (w.idx.fs.good()) return true;
@@ -118,7 +124,8 @@ bool close_DUT_IDX(DUTwriter& w) {
   ok = w.idx.close() && ok;
   // The older index goes first: whatever happens in between, no index describes another's records.
   if (ok && w.reg && is_regular_file(w.name + IDX_EXT)) ok = remove_file(w.name + IDX_EXT);
-  ok = ok && (!w.reg || publish_file(dut_part(w), w.name + DUT_EXT));
+  ok = ok && (!w.reg || (publish_file(dut_part(w), w.name + DUT_EXT) &&
+                         publish_sums(w.name + SUM_EXT, {{DUT_EXT, w.sums.finish()}})));
   ok = ok && publish_file(idx_part(w), w.name + IDX_EXT);
   if (!ok) remove_parts(w);
   w.active = false;

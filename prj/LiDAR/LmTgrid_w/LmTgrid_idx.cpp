@@ -30,9 +30,10 @@ void set_tile_map(SwGrid& grid) {
   build_tile_map(frame, grid.TI, grid.timg);
 }
 
-bool open_words(const std::string& name, SwGrid& grid) {
-  PosFileIn file;
-  if (!file.open(name)) return false;
+bool open_words(const std::string& swath, uint64_t nwords, SwGrid& grid) {
+  PosFileIn file(false);
+  if (!open_cache(swath, EXT_GMTZDS, file) || file.size() != nwords * sizeof(uint32_t)) return false;
+  file.report();
   grid.words = std::make_shared<const PosFileIn>(std::move(file));
   return true;
 }
@@ -94,14 +95,14 @@ int reg_smax_code(float smax, float GSD) {
 }
 
 bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
-  const std::string name = cache_name(swath, EXT_GMTIDX);
   const uint64_t nt = grid.TI.size();
-  BufBinFileIn file(0x40000, false);
-  if (!file.open(name) || !file.read(&grid.hdr, sizeof(grid.hdr))) return false;
+  PosFileIn idx(false);
+  if (!open_cache(swath, EXT_GMTIDX, idx)) return false;
+  PosReader file(idx);
+  if (!file.read(&grid.hdr, sizeof(grid.hdr))) return false;
   if (grid.hdr.magic != GridMagic || grid.hdr.version != GridVersion) return false;
   if (grid.hdr.dim == 0 || grid.hdr.dim > MAXDIM) return false;
-  if (nt > MAX_TILES || file.get_size() < static_cast<int64_t>(sizeof(GridHdr) + 3 * nt)) return false;
-  const std::string words = cache_name(swath, EXT_GMTZDS);
+  if (nt > MAX_TILES || idx.size() < sizeof(GridHdr) + 3 * nt) return false;
   grid.gT.resize(nt);
   if (nt > 0 && !file.read(grid.gT.val, 2 * nt)) return false;
   grid.gTocc = Vector<Image<uint8_t>>(nt);
@@ -125,8 +126,7 @@ bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
     nword += gT * nmtpix;
   }
   set_tile_map(grid);
-  return file.get_size() == static_cast<int64_t>(sizeof(GridHdr) + 3 * nt + mTn * nmap) &&
-         file_size(words) == static_cast<int64_t>(nword * sizeof(uint32_t)) && open_words(words, grid);
+  return idx.size() == sizeof(GridHdr) + 3 * nt + mTn * nmap && open_words(swath, nword, grid);
 }
 
 bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid) {

@@ -34,6 +34,9 @@ struct GridScope {  // what is wanted of all swaths
 // Compares what is wanted of a swath with its cache.
 GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope);
 
+// Whether the points of a swath match their checksums. If not, a WARNING says so, and the tiles are given up.
+bool sound_points(const Swath& swath);
+
 // One swath to grid, shared by the threads. Its tables stand in memory from its first tile to its last; each
 // tile has its own slots.
 struct USGDstr {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "lib/general/binfile.h"
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_internal.h"
@@ -37,9 +38,23 @@ bool wanted_mtiles(const Swath& swath, const GridScope& scope, Tocc& want) {
   return true;
 }
 
+// What is wrong with the files of a grid; empty when they are sound, or there is none.
+std::string grid_fault(const std::string& swath) {
+  const std::string base = cache_name(swath, "");
+  if (file_size(base + EXT_GMTIDX) < 0) return "";
+  for (const char* const suffix : {EXT_GMTIDX, EXT_GMTZDS})
+    if (std::string fault = member_fault(base, suffix, EXT_GMTSUM, true); !fault.empty()) return fault;
+  return "";
+}
+
 bool cached_grid(const Swath& swath, int sw, const GridScope& scope, const Tocc& want) {
   SwGrid grid;
-  return CACHE_GRID && check_gZDSidx(swath.path, sw, scope.dim, scope.full, true) &&
+  if (!CACHE_GRID) return false;
+  if (const std::string fault = grid_fault(swath.path); !fault.empty()) {
+    WARNING_MSG("damaged grid cache is made anew: " << fault << ", swath " << swath.path);
+    return false;
+  }
+  return check_gZDSidx(swath.path, sw, scope.dim, scope.full, true) &&
          read_gZDSidx_tiles_idx(swath.path, grid) && check_gZDSidx_gTocc(grid, want);
 }
 
@@ -76,7 +91,7 @@ bool write_gZDS_T(const std::string& name, const Vector<uint32_t>& words) {
   return ok;
 }
 
-bool write_gZDSidx_tiles(const USGDstr& u, int dim, bool full, const std::string& name) {
+bool write_gZDSidx_tiles(const USGDstr& u, int dim, bool full, FamilyOut& family) {
   LOG_ENTER("write_gZDSidx_tiles GridVersion=" << GridVersion << " GZ_SMAXF=" << GZ_SMAXF << " dim=" << dim
                                                << " full=" << full);
   GridHdr hdr;
@@ -88,23 +103,22 @@ bool write_gZDSidx_tiles(const USGDstr& u, int dim, bool full, const std::string
   hdr.smaxf = GZ_SMAXF;
   hdr.dim = static_cast<uint32_t>(dim);
   hdr.full = full;
-  BufBinFileOut out(0x40000);
-  if (!out.open(name, 0) || !out.write(&hdr, sizeof(hdr)) || !out.write(u.gT.val, u.gT.size() * 2))
-    return false;
+  SummedFileOut* const out = family.create(EXT_GMTIDX, 0x40000);
+  if (!out || !out->write(&hdr, sizeof(hdr)) || !out->write(u.gT.val, u.gT.size() * 2)) return false;
   size_t next = 0;  // the wanted tiles stand in the order of the table
   for (uint32_t k = 0; k < u.gT.size(); k++) {
     const uint8_t flag = next < u.want.size() && u.want[next].k == k;
-    if (!out.write(&flag, 1)) return false;
+    if (!out->write(&flag, 1)) return false;
     if (!flag) continue;
     uint8_t gTocc[mTn];
     for (int m = 0; m < mTn; m++) gTocc[m] = u.want[next].occ.val[m] & 1;
-    if (!out.write(gTocc, mTn)) return false;
+    if (!out->write(gTocc, mTn)) return false;
     next++;
   }
-  return out.close();
+  return true;
 }
 
-bool copy_block(const std::string& from, uint64_t bytes, BufBinFileOut& out, Vector<char>& buffer) {
+bool copy_block(const std::string& from, uint64_t bytes, SummedFileOut& out, Vector<char>& buffer) {
   BufBinFileIn in(0);
   if (!in.open(from)) return false;
   while (bytes > 0) {
@@ -116,19 +130,19 @@ bool copy_block(const std::string& from, uint64_t bytes, BufBinFileOut& out, Vec
 }
 
 // Joins the block files in the order of the tiles.
-bool merge_gZDS_tiles(const USGDstr& u, int dim, const std::string& name) {
-  BufBinFileOut out(0);
+bool merge_gZDS_tiles(const USGDstr& u, int dim, FamilyOut& family) {
+  SummedFileOut* const out = family.create(EXT_GMTZDS, 0);
   Vector<char> buffer(0x40000);
-  if (!out.open(name, 0)) return false;
+  if (!out) return false;
   uint64_t npix = 0;
   for (uint32_t k = 0; k < u.gT.size(); k++) {
     if (u.gT(k) == 0) continue;
     const uint64_t n = u.gT(k) * static_cast<uint64_t>(dim) * static_cast<uint64_t>(dim);
-    if (!copy_block(block_name(u, k), n * sizeof(uint32_t), out, buffer)) return false;
+    if (!copy_block(block_name(u, k), n * sizeof(uint32_t), *out, buffer)) return false;
     npix += n;
   }
   LOG_LINE("merged " << static_cast<double>(npix) * 1e-6 << " Mpix, ");
-  return out.close();
+  return true;
 }
 
 void delete_blocks(const USGDstr& u) {
@@ -137,6 +151,20 @@ void delete_blocks(const USGDstr& u) {
 }
 
 }  // namespace
+
+bool sound_points(const Swath& swath) {
+  bool sound = true;
+  const auto check = [&sound](const std::string& path) {
+    const std::string fault = points_fault(path);
+    if (fault.empty()) return;
+    WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << path);
+    remove_file(cache_name(path, EXT_TIDX));
+    sound = false;
+  };
+  if (swath.members.empty()) check(swath.path);
+  for (const std::string& member : swath.members) check(member);
+  return sound;
+}
 
 GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope) {
   GridPlan plan;
@@ -197,14 +225,10 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
 
 bool sw_grid_post(USGDstr& u, const GridScope& scope) {
   LOG_ENTER("sw_grid_post sw=" << u.sw);
-  const std::string zds = cache_name(u.swath->path, EXT_GMTZDS), idx = cache_name(u.swath->path, EXT_GMTIDX);
-  bool ok = !u.failed && write_gZDSidx_tiles(u, scope.dim, scope.full, idx + ".part") &&
-            merge_gZDS_tiles(u, scope.dim, zds + ".part") && publish_file(zds + ".part", zds);
-  ok = ok && publish_file(idx + ".part", idx);
+  FamilyOut family(cache_name(u.swath->path, ""), EXT_GMTIDX, EXT_GMTSUM);
+  const bool ok = !u.failed && write_gZDSidx_tiles(u, scope.dim, scope.full, family) &&
+                  merge_gZDS_tiles(u, scope.dim, family) && family.publish();
   delete_blocks(u);
-  if (!ok)
-    for (const std::string& name : {idx, zds})
-      if (is_regular_file(name + ".part")) remove_file(name + ".part");
   u.tiles = SwTiles{};
   u.want = Tocc{};
   u.gT.clear();

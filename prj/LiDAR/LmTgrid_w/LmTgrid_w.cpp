@@ -39,6 +39,18 @@ std::vector<GridPlan> plan_swaths(const Project& prj, const GridScope& scope, in
   return plans;
 }
 
+// Compares the points that are about to be gridded with their checksums.
+void check_points(const Project& prj, const std::vector<GridPlan>& plans, int nthreads, GridResult& result) {
+  std::vector<uint8_t> sound(plans.size(), 1);
+  run_units(static_cast<int64_t>(plans.size()), nthreads, [&](int64_t sw, int) {
+    const size_t i = static_cast<size_t>(sw);
+    if (plans[i].task == GridTask::grid) sound[i] = sound_points(prj.swaths[i]);
+    return true;
+  });
+  for (size_t i = 0; i < sound.size(); i++)
+    if (!sound[i]) result.damaged.push_back(static_cast<int>(i));
+}
+
 // The units and their tiles, in the order of the work.
 void list_blocks(const Project& prj, const std::vector<GridPlan>& plans, std::vector<USGDstr>& units,
                  std::vector<Block>& blocks) {
@@ -109,6 +121,8 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
   const Stopwatch time;
   result = GridResult{};
   const std::vector<GridPlan> plans = plan_swaths(prj, scope, nthreads, result);
+  check_points(prj, plans, nthreads, result);
+  if (!result.damaged.empty()) return true;
   const auto count = [&plans](GridTask task) {
     return static_cast<size_t>(
         std::count_if(plans.begin(), plans.end(), [task](const GridPlan& p) { return p.task == task; }));

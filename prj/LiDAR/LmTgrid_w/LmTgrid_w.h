@@ -55,11 +55,12 @@ struct GridLimits {
   float zmax = 10000.f;   // m
 };
 
-struct GridResult {         // of LmT_grid
-  int ncached = 0;          // swaths whose grid was taken as it stood
-  int nskipped = 0;         // swaths without overlap
-  int ngridded = 0;         // swaths gridded now
-  std::vector<int> beyond;  // swaths that -mem is too small for, after an ERROR line each: they have no grid
+struct GridResult {          // of LmT_grid
+  int ncached = 0;           // swaths whose grid was taken as it stood
+  int nskipped = 0;          // swaths without overlap
+  int ngridded = 0;          // swaths gridded now
+  std::vector<int> beyond;   // swaths that -mem is too small for, after an ERROR line each: they have no grid
+  std::vector<int> damaged;  // swaths whose points are damaged, after a WARNING each: nothing was gridded
   uint64_t nblocks = 0;
   uint64_t npoints = 0;  // points read (those on the ring of a tile count again)
   uint64_t npixels = 0;  // words written
@@ -69,7 +70,8 @@ struct GridResult {         // of LmT_grid
 // lie) or everywhere (full; references only where mobile swaths lie). A grid in the cache that fits and covers
 // what is wanted is kept. Writes ".gmT.idx" and ".gmT.ZDS" beside each swath's tiles. The bytes do not depend
 // on nthreads. Memory: the tables of the swaths in work, about one a thread, and a tile a thread; fewer threads
-// are used when -mem cannot hold these. False after an ERROR line when a swath failed; the others are finished
+// are used when -mem cannot hold these. When points are damaged, nothing is gridded and their swaths are listed:
+// they are to be tiled again. False after an ERROR line when a swath failed; the others are finished
 // first.
 [[nodiscard]] bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, GridResult& result);
 

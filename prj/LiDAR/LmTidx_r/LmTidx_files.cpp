@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
@@ -16,8 +17,10 @@ const char* const EXT_MTZM = ".mT.tbl.Zm";
 const char* const EXT_MTDT = ".mT.tbl.dT";
 const char* const EXT_MTXYZ = ".mT.XYZ";
 const char* const EXT_ULIDX = ".UL.idx";
+const char* const EXT_MTSUM = ".mT.sum";
 const char* const EXT_GMTIDX = ".gmT.idx";
 const char* const EXT_GMTZDS = ".gmT.ZDS";
+const char* const EXT_GMTSUM = ".gmT.sum";
 
 namespace {
 constexpr char UNION_EXT[] = ".union";
@@ -113,10 +116,9 @@ bool is_union(const std::string& path) { return path.ends_with(UNION_EXT); }
 
 int64_t source_tstamp(const std::string& path) {
   if (!is_union(path)) return file_mtime(path);
-  BufBinFileIn in(0, false);
+  PosFileIn in(false);
   LTidxHdr hdr;
-  const std::string idx = cache_name(path, EXT_TIDX);
-  return file_size(idx) >= 0 && in.open(idx) && in.read(&hdr, sizeof hdr) ? hdr.tstamp : -1;
+  return open_cache(path, EXT_TIDX, in) && in.read(0, &hdr, sizeof hdr) ? hdr.tstamp : -1;
 }
 
 std::string tile_tmp_name(const std::string& path, uint32_t XI, uint32_t YI) {
@@ -210,17 +212,50 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
   return check_files(path, sw, par);
 }
 
+std::string tiles_fault(const std::string& path) {
+  const std::string base = cache_name(path, "");
+  std::vector<FileSums> files;
+  const SumState state = read_sum_file(base + EXT_MTSUM, files);
+  if (state != SumState::good)
+    return (state == SumState::none ? "missing file " : "damaged file ") + base + EXT_MTSUM;
+  for (const FileSums& f : files) {
+    const bool points = f.suffix == EXT_MTXYZ;
+    if (points && file_size(base + f.suffix) < 0) continue;
+    const std::string fault = file_fault(base + f.suffix, f.blocks, !points);
+    if (!fault.empty()) return fault;
+  }
+  return "";
+}
+
+bool check_tiles(const std::string& path, int sw, const TilingParam& par) {
+  if (file_size(cache_name(path, EXT_TIDX)) >= 0)
+    if (const std::string fault = tiles_fault(path); !fault.empty()) {
+      WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << path);
+      return false;
+    }
+  return check_TidxHdr(path, sw, par);
+}
+
+std::string points_fault(const std::string& path) {
+  return member_fault(cache_name(path, ""), EXT_MTXYZ, EXT_MTSUM, true);
+}
+
+bool open_cache(const std::string& path, const char* suffix, PosFileIn& in) {
+  const bool grid = suffix == EXT_GMTIDX || suffix == EXT_GMTZDS;
+  return open_member(cache_name(path, ""), suffix, grid ? EXT_GMTSUM : EXT_MTSUM, in);
+}
+
 bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
   bool ok = delete_suffixes(
-      path, std::array{EXT_TIDX, EXT_ULIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"}, nfiles,
-      nbytes);
+      path, std::array{EXT_TIDX, EXT_MTSUM, EXT_ULIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"},
+      nfiles, nbytes);
   const std::string base = change_extension(cache_name(path, ""), "");
   for (const char* part : {"_s_?.laz", "_s_??.laz"}) ok = delete_files(base + part, nfiles, nbytes) && ok;
   return delete_LmT_nonessential(path, nfiles, nbytes) && ok;
 }
 
 bool delete_LmT_grid(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
-  return delete_suffixes(path, std::array{EXT_GMTIDX, EXT_GMTZDS}, nfiles, nbytes);
+  return delete_suffixes(path, std::array{EXT_GMTIDX, EXT_GMTSUM, EXT_GMTZDS}, nfiles, nbytes);
 }
 
 bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
 namespace veld {
@@ -15,8 +16,10 @@ extern const char* const EXT_MTZM;    // ".mT.tbl.Zm": mean heights
 extern const char* const EXT_MTDT;    // ".mT.tbl.dT": times
 extern const char* const EXT_MTXYZ;   // ".mT.XYZ": points
 extern const char* const EXT_ULIDX;   // ".UL.idx": swaths of a union
+extern const char* const EXT_MTSUM;   // ".mT.sum": checksums of all of the above
 extern const char* const EXT_GMTIDX;  // ".gmT.idx": grid index
 extern const char* const EXT_GMTZDS;  // ".gmT.ZDS": grid
+extern const char* const EXT_GMTSUM;  // ".gmT.sum": checksums of the two
 
 // Name of a cache file of the file at path: TMPDIR, 16 hexadecimal digits that stand for the directory of the
 // resolved path, "_", the number and "_" when number >= 0, the base name, the suffix.
@@ -58,6 +61,17 @@ void log_xcls(const std::vector<uint8_t>& xcls);
 // Whether the cache of a swath was made from the file as it is now and with these settings. The first
 // test that fails is logged; never an error.
 bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par);
+
+// Whether the cache of a swath is sound, fits, and may be reused: the test above and the checksums of index and
+// tables (points: presence and size alone, see points_fault). What is damaged or missing is named in a WARNING.
+bool check_tiles(const std::string& path, int sw, const TilingParam& par);
+// What is wrong with index and tables of a swath, or with the presence and size of its points, whatever they were
+// made with. Empty when they are sound; points that were cleared are no fault.
+std::string tiles_fault(const std::string& path);
+// Compares the points of a swath with their checksums. Empty when they are sound, else what is wrong.
+std::string points_fault(const std::string& path);
+// Opens a file of the family of a swath, tiles or grid, for reading at places, with its checksums.
+[[nodiscard]] bool open_cache(const std::string& path, const char* suffix, PosFileIn& in);
 
 // Removes the family of a swath; each adds to the counts and returns false if a file could not be removed.
 bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes);

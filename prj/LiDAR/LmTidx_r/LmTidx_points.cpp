@@ -14,10 +14,9 @@ namespace veld {
 struct PointFiles {
   PosFileIn points, counts, heights;
   bool open(const SwTiles& sw) {
-    if (!counts.open(cache_name(sw.path, EXT_MTIDX))) return false;
+    if (!open_cache(sw.path, EXT_MTIDX, counts)) return false;
     if (!sw.members.empty()) return true;
-    if (!points.open(cache_name(sw.path, EXT_MTXYZ)) || !heights.open(cache_name(sw.path, EXT_MTZM)))
-      return false;
+    if (!open_cache(sw.path, EXT_MTXYZ, points) || !open_cache(sw.path, EXT_MTZM, heights)) return false;
     if (points.size() == sw.info.np * sizeof(LmTpoint)) return true;
     ERROR_MSG("point file of " << points.size() << " bytes, expected " << sw.info.np * sizeof(LmTpoint)
                                << ", file='" << points.name() << "'");

@@ -1,15 +1,14 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
 #include <cmath>
+#include <sstream>
 
-#include "lib/general/binfile.h"
 #include "lib/general/path.h"
-#include "lib/general/txtfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 
 namespace veld {
 namespace {
-constexpr uint64_t IDX_BUFFER = 4096;
+constexpr uint64_t MAX_LIST = uint64_t{1} << 28;  // bytes of a list of swaths
 
 bool header_fits(const LTidxHdr& hdr) {
   return hdr.magic == TileMagic && hdr.version == TileVersion && hdr.msublevel == mT_SUB_LEVEL &&
@@ -31,16 +30,12 @@ bool info_fits(const LTidxInfo& info, int level, uint64_t table_bytes) {
   return finite;
 }
 
-// Reads the two fixed records; in stands at the table afterwards.
-bool read_head(BufBinFileIn& in, const std::string& path, LTidxHdr& hdr, LTidxInfo& info) {
-  const std::string name = cache_name(path, EXT_TIDX);
-  const int64_t size = file_size(name);
-  if (size < static_cast<int64_t>(sizeof hdr + sizeof info) || !in.open(name) || !in.read(&hdr, sizeof hdr))
-    return false;
+// Reads the two fixed records.
+bool read_head(PosFileIn& in, const std::string& path, LTidxHdr& hdr, LTidxInfo& info) {
+  if (!open_cache(path, EXT_TIDX, in) || !in.read(0, &hdr, sizeof hdr)) return false;
   const uint64_t head = sizeof hdr + hdr.nxcls + sizeof info;
-  if (!header_fits(hdr) || static_cast<uint64_t>(size) < head) return false;
-  return in.seek(sizeof hdr + hdr.nxcls) && in.read(&info, sizeof info) &&
-         info_fits(info, header_level(hdr), static_cast<uint64_t>(size) - head);
+  return header_fits(hdr) && in.size() >= head && in.read(sizeof hdr + hdr.nxcls, &info, sizeof info) &&
+         info_fits(info, header_level(hdr), in.size() - head);
 }
 
 // Tiles inside the extent of the header, each once, in order; their counts add up to the swath's.
@@ -57,28 +52,28 @@ bool table_fits(const LTidxInfo& info, const Vector<TIsxy>& TI) {
   return np == info.np;
 }
 
-bool read_table(BufBinFileIn& in, const LTidxInfo& info, Vector<TIsxy>& TI) {
+bool read_table(const PosFileIn& in, const LTidxInfo& info, Vector<TIsxy>& TI) {
+  const uint64_t bytes = info.nt * sizeof(TIsxy);  // it stands at the end
   TI.resize(info.nt);
-  return in.read(TI.val, info.nt * sizeof(TIsxy)) && table_fits(info, TI);
+  return in.read(in.size() - bytes, TI.val, bytes) && table_fits(info, TI);
 }
 }  // namespace
 
 int header_level(const LTidxHdr& hdr) { return tile_level((hdr.flags & HDR_LARGE) != 0, hdr.xlevel & 0x7F); }
 
 bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr) {
-  const std::string name = cache_name(path, EXT_TIDX);
-  BufBinFileIn in(IDX_BUFFER, false);
-  return file_size(name) >= 0 && in.open(name) && in.read(&hdr, sizeof hdr) && header_fits(hdr);
+  PosFileIn in(false);
+  return open_cache(path, EXT_TIDX, in) && in.read(0, &hdr, sizeof hdr) && header_fits(hdr);
 }
 
 bool read_LTidxInfo(const std::string& path, LTidxInfo& info) {
-  BufBinFileIn in(IDX_BUFFER, false);
+  PosFileIn in(false);
   LTidxHdr hdr;
   return read_head(in, path, hdr, info);
 }
 
 bool read_LTidx_TI(const std::string& path, Vector<TIsxy>& TI) {
-  BufBinFileIn in(TILE_BUFFER, false);
+  PosFileIn in(false);
   LTidxHdr hdr;
   LTidxInfo info;
   return read_head(in, path, hdr, info) && read_table(in, info, TI);
@@ -115,7 +110,7 @@ bool read_members(const std::string& path, std::vector<SwTiles>& members) {
 }  // namespace
 
 bool read_SwTiles(const std::string& path, SwTiles& sw) {
-  BufBinFileIn in(TILE_BUFFER, false);
+  PosFileIn in(false);
   LTidxHdr hdr;
   if (!read_head(in, path, hdr, sw.info) || !read_table(in, sw.info, sw.TI)) return false;
   sw.path = path;
@@ -134,11 +129,12 @@ bool read_SwTiles(const std::string& path, SwTiles& sw) {
 
 bool read_LTidx_uswaths(const std::string& path, std::vector<std::string>& members) {
   members.clear();
-  const std::string name = cache_name(path, EXT_ULIDX);
-  TxtFileIn in(false);
-  if (file_size(name) < 0 || !in.open(name)) return false;
-  std::string line;
-  while (in.getline(line)) {
+  PosFileIn in(false);
+  if (!open_cache(path, EXT_ULIDX, in) || in.size() > MAX_LIST) return false;
+  std::string text(in.size(), '\0'), line;
+  if (!in.read(0, text.data(), text.size())) return false;
+  std::istringstream lines(text);
+  while (std::getline(lines, line)) {
     const std::string number = std::to_string(members.size()) + " ";
     if (line.size() <= number.size() || line.rfind(number, 0) != 0) return false;
     members.push_back(line.substr(number.size()));

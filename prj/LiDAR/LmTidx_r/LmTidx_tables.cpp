@@ -12,10 +12,9 @@ namespace {
 template <typename Record, typename Use>
 bool for_all_tiles(const std::string& path, const char* suffix, uint32_t nt, Record& record, uint64_t bytes,
                    Use use) {
-  const std::string name = cache_name(path, suffix);
-  if (file_size(name) != static_cast<int64_t>(nt * bytes)) return false;
-  BufBinFileIn in(TILE_BUFFER, false);
-  if (!in.open(name)) return false;
+  PosFileIn file(false);
+  if (!open_cache(path, suffix, file) || file.size() != nt * bytes) return false;
+  PosReader in(file);
   for (uint32_t k = 0; k < nt; k++) {
     if (!in.read(&record, bytes)) return false;
     use(k);
@@ -55,15 +54,15 @@ bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<u
 }
 
 bool TileTables::open(const std::string& path, uint32_t nt, bool times) {
-  const auto opened = [nt](PosFileIn& file, const std::string& name, uint64_t bytes) {
-    if (!file.open(name)) return false;
+  const auto opened = [&](PosFileIn& file, const char* suffix, uint64_t bytes) {
+    if (!open_cache(path, suffix, file)) return false;
     if (file.size() == nt * bytes) return true;
-    ERROR_MSG("table of " << file.size() << " bytes, expected " << nt * bytes << ", file='" << name << "'");
+    ERROR_MSG("table of " << file.size() << " bytes, expected " << nt * bytes << ", file='" << file.name()
+                          << "'");
     return false;
   };
-  return opened(counts_, cache_name(path, EXT_MTIDX), MT_IMG_BYTES) &&
-         opened(heights_, cache_name(path, EXT_MTZM), MT_IMG_BYTES) &&
-         (!times || opened(times_, cache_name(path, EXT_MTDT), sizeof(LmTtimeRec)));
+  return opened(counts_, EXT_MTIDX, MT_IMG_BYTES) && opened(heights_, EXT_MTZM, MT_IMG_BYTES) &&
+         (!times || opened(times_, EXT_MTDT, sizeof(LmTtimeRec)));
 }
 
 bool TileTables::read_N(uint32_t k, Image<uint32_t>& N) const {

@@ -46,11 +46,6 @@ void delete_grid(const std::string& path) {
   if (!delete_LmT_grid(path, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
 }
 
-// What a failed write left: half a family is of no use to anybody, and the room is wanted.
-void delete_tiles(const std::string& path) {
-  uint64_t nfiles = 0, nbytes = 0;
-  if (!delete_LmT_tile(path, nfiles, nbytes)) LOG_LINE("<!> FAILED TO DELETE tiles of " << path);
-}
 }  // namespace
 
 bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool cache, TilingMemory& memory,
@@ -66,7 +61,7 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
                          << " LAREA=" << par.large);
   log_xcls(par.xcls);
   res = LmTswathResult{};
-  if (cache && check_TidxHdr(path, sw, par)) return true;
+  if (cache && check_tiles(path, sw, par)) return true;
   TTresult tt;
   if (!first_pass(path, sw, par, memory, tt, res)) return false;
   const int64_t size = file_size(path);
@@ -76,7 +71,6 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
   LmTstat stat;
   if (!sw_TT2LmT_XYZ(path, par, memory.budget, tt, stat, res)) {
     ERROR_MSG("could not process tiles, " << path);
-    if (res.fault == SwathFault::own) delete_tiles(path);
     return false;
   }
   if (std::none_of(tt.TI.begin(), tt.TI.end(), [](const TIsxy& t) { return t.n > MIN_TILE_POINTS; })) {

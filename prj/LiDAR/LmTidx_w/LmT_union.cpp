@@ -5,10 +5,10 @@
 #include <map>
 #include <unordered_set>
 
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
-#include "lib/general/txtfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
@@ -68,6 +68,11 @@ bool check_union(const std::string& path, const UnionPlan& plan) {
   LTidxHdr hdr;
   LTidxInfo info;
   std::vector<std::string> listed;
+  if (file_size(cache_name(path, EXT_TIDX)) < 0) return false;
+  if (const std::string fault = tiles_fault(path); !fault.empty()) {
+    WARNING_MSG("damaged cache of a union is made anew: " << fault);
+    return false;
+  }
   if (!read_LTidxHdr(path, hdr) || std::memcmp(&hdr, &plan.hdr, sizeof hdr) != 0) return false;
   if (!read_LTidxInfo(path, info) || !read_LTidx_uswaths(path, listed) || listed != plan.members)
     return false;
@@ -157,11 +162,11 @@ TIsxy finish_tile(uint64_t place, MergedTile& t, LTidxInfo& info) {
 }
 
 // The tiles with any point, one after the other, into the table and the two files.
-bool write_LTidx_LmT_netiles(const std::string& path, const UnionPlan& plan, LTidxInfo& info,
+bool write_LTidx_LmT_netiles(FamilyOut& family, const UnionPlan& plan, LTidxInfo& info,
                              std::vector<TIsxy>& TI, std::vector<OccBits>& occ) {
-  BufBinFileOut counts(TILE_BUFFER), heights(TILE_BUFFER);
-  if (!counts.open(cache_name(path, EXT_MTIDX), 0) || !heights.open(cache_name(path, EXT_MTZM), 0))
-    return false;
+  SummedFileOut* const counts = family.create(EXT_MTIDX, TILE_BUFFER);
+  SummedFileOut* const heights = family.create(EXT_MTZM, TILE_BUFFER);
+  if (!counts || !heights) return false;
   MemberTables tables(plan);
   MergedTile tile;
   Image<uint32_t> N;
@@ -178,21 +183,21 @@ bool write_LTidx_LmT_netiles(const std::string& path, const UnionPlan& plan, LTi
     if (std::all_of(tile.N, tile.N + mTn, [](uint64_t n) { return n == 0; })) continue;
     TI.push_back(finish_tile(place, tile, info));
     occ.push_back(occupied_bits(tile.count));
-    if (!counts.write(tile.count, sizeof tile.count) || !heights.write(tile.Zm, sizeof tile.Zm)) return false;
+    if (!counts->write(tile.count, sizeof tile.count) || !heights->write(tile.Zm, sizeof tile.Zm))
+      return false;
   }
-  return counts.close() && heights.close();
+  return true;
 }
 
-bool write_LTidx_uswaths(const std::string& path, const std::vector<std::string>& members) {
-  const std::string name = cache_name(path, EXT_ULIDX);
-  TxtFileOut out(true);
-  if (!out.open(name + ".part", 0)) return false;
+bool write_LTidx_uswaths(FamilyOut& family, const std::vector<std::string>& members) {
+  SummedFileOut* const out = family.create(EXT_ULIDX, TILE_BUFFER);
   size_t swu = 0;
-  for (const std::string& member : members) out.fs << swu++ << ' ' << member << '\n';
+  for (const std::string& member : members) {
+    const std::string line = std::to_string(swu++) + " " + member + "\n";
+    if (!out || !out->write(line.data(), line.size())) return false;
+  }
   ASSERT(swu == members.size());
-  if (out.close()) return publish_file(name + ".part", name);
-  remove_file(name + ".part");
-  return false;
+  return out != nullptr;
 }
 
 template <typename T>
@@ -210,7 +215,8 @@ bool make_union(const std::string& path, const UnionPlan& plan, const TilingPara
   LTidxInfo info = merge_infos(plan.infos);
   std::vector<TIsxy> list;
   std::vector<OccBits> occ;
-  if (!write_LTidx_uswaths(path, plan.members) || !write_LTidx_LmT_netiles(path, plan, info, list, occ))
+  FamilyOut family(cache_name(path, ""), EXT_TIDX, EXT_MTSUM);
+  if (!write_LTidx_uswaths(family, plan.members) || !write_LTidx_LmT_netiles(family, plan, info, list, occ))
     return false;
   const Vector<TIsxy> TI = to_vector(list);
   if (TI.empty() || !mtile_MBR_stat(geom, TI, to_vector(occ), info)) {
@@ -218,7 +224,7 @@ bool make_union(const std::string& path, const UnionPlan& plan, const TilingPara
     return false;
   }
   LOG_LINE("ntw=" << TI.size() << " npt:" << uint64_t(info.np));
-  return write_LTidx(path, plan.hdr, par.xcls, info, TI);
+  return write_LTidx(family, plan.hdr, par.xcls, info, TI) && family.publish();
 }
 }  // namespace
 

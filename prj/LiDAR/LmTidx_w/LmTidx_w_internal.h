@@ -7,6 +7,7 @@
 
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
+#include "lib/general/family_out.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
@@ -107,7 +108,7 @@ OccBits occupied_bits(const uint32_t* counts);  // 1024 counts
 // Minimum bounding rectangle of the occupied microtiles into info, whose counts are logged with it. False when
 // there are too few of them.
 bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<OccBits>& occ, LTidxInfo& info);
-// ".0T.idx", under a temporary name until it is whole.
-bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
+// ".0T.idx" of a family under construction. False after an ERROR line.
+bool write_LTidx(FamilyOut& family, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
                  const LTidxInfo& info, const Vector<TIsxy>& TI);
 }  // namespace veld

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
@@ -11,16 +12,12 @@
 namespace veld {
 namespace {
 struct LmTfiles {  // the four files that are written side by side
-  BufBinFileOut idx{TILE_BUFFER}, zm{TILE_BUFFER}, dt{TILE_BUFFER}, xyz{TILE_BUFFER};
-  bool open(const std::string& path, bool tproc) {
-    return idx.open(cache_name(path, EXT_MTIDX), 0) && zm.open(cache_name(path, EXT_MTZM), 0) &&
-           xyz.open(cache_name(path, EXT_MTXYZ), 0) && (!tproc || dt.open(cache_name(path, EXT_MTDT), 0));
-  }
-  bool close() {
-    bool ok = idx.close();
-    ok = zm.close() && ok;
-    ok = dt.close() && ok;
-    return xyz.close() && ok;
+  FamilyOut& family;
+  SummedFileOut *idx = nullptr, *zm = nullptr, *dt = nullptr, *xyz = nullptr;
+  bool open(bool tproc) {
+    return (idx = family.create(EXT_MTIDX, TILE_BUFFER)) && (zm = family.create(EXT_MTZM, TILE_BUFFER)) &&
+           (xyz = family.create(EXT_MTXYZ, TILE_BUFFER)) &&
+           (!tproc || (dt = family.create(EXT_MTDT, TILE_BUFFER)));
   }
 };
 
@@ -48,19 +45,19 @@ bool read_TT_tmpXYZT(const std::string& path, const TIsxy& tile, TileWork& w) {
 bool write_LmT_tile(const TileWork& w, const TileCounts& c, bool tproc, LmTfiles& files) {
   // Microtiles follow each other without a gap unless points were left out: then one write a microtile.
   if (c.nZout == 0) {
-    if (c.np > 0 && !files.xyz.write(w.points.data(), c.np * sizeof(LmTpoint))) {
+    if (c.np > 0 && !files.xyz->write(w.points.data(), c.np * sizeof(LmTpoint))) {
       LOG_LINE("<!> write_LmT_XYZ_tile");
       return false;
     }
   } else {
     for (int mt = 0; mt < mTn; mt++)
-      if (w.N[mt] > 0 && !files.xyz.write(w.points.data() + w.offset[mt], w.N[mt] * sizeof(LmTpoint))) {
+      if (w.N[mt] > 0 && !files.xyz->write(w.points.data() + w.offset[mt], w.N[mt] * sizeof(LmTpoint))) {
         LOG_LINE("<!> write_LmT_XYZ_tile");
         return false;
       }
   }
-  if (!files.idx.write(w.N, sizeof w.N) || !files.zm.write(w.Zm, sizeof w.Zm)) return false;
-  if (tproc && !files.dt.write(&w.time, sizeof w.time)) return false;
+  if (!files.idx->write(w.N, sizeof w.N) || !files.zm->write(w.Zm, sizeof w.Zm)) return false;
+  if (tproc && !files.dt->write(&w.time, sizeof w.time)) return false;
   LOG_LINE("write_LmT_tile -> MB_xyz="
            << static_cast<double>(c.np * sizeof(LmTpoint)) * 1e-6 << " MB_idx_tbl="
            << static_cast<double>(sizeof w.N + sizeof w.Zm + (tproc ? sizeof w.time : 0)) * 1e-6);
@@ -142,8 +139,8 @@ bool own_failure(SwathFailure& why) {
   return false;
 }
 
-bool proc_tiles(const TileTask& task, MemoryBudget& budget, Vector<TIsxy>& TI, Vector<OccBits>& occ,
-                LmTstat& stat, SwathFailure& why) {
+bool proc_tiles(const TileTask& task, FamilyOut& family, MemoryBudget& budget, Vector<TIsxy>& TI,
+                Vector<OccBits>& occ, LmTstat& stat, SwathFailure& why) {
   uint32_t nmax = 0;
   for (const TIsxy& t : TI) nmax = std::max(nmax, t.n);
   const uint64_t need = nmax * (TT_REC_BYTES + sizeof(LmTpoint) + sizeof(int32_t));
@@ -154,13 +151,12 @@ bool proc_tiles(const TileTask& task, MemoryBudget& budget, Vector<TIsxy>& TI, V
                                                << " MB reserved (use option -mem), " << task.path),
         SwathFault::memory);
   const MemoryBudget::Lease lease(budget, need);
-  LmTfiles files;
-  if (!files.open(task.path, task.par.tproc)) return own_failure(why);
+  LmTfiles files{family};
+  if (!files.open(task.par.tproc)) return own_failure(why);
   TileWork w;
   reserve_work(w, nmax);
   for (uint64_t k = 0; k < TI.size(); k++)
     if (!proc_tile(task, TI.val[k], w, files, occ.val[k], stat)) return own_failure(why);
-  if (!files.close()) return own_failure(why);
   if (stat.np == 0) return swath_error(why, "could not process tiles, no point left, " + task.path);
   if (task.par.tproc && stat.nfit == 0)
     return swath_error(why, "timestamp processing: insufficient data, " + task.path);
@@ -179,10 +175,9 @@ bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, MemoryBudget
   hdr.tstamp = tt.tstamp;
   const TileTask task{path, par, make_tile_geom(tile_level(par.large, par.xlevel)), hdr.stmax};
   LOG_ENTER("sw_TT2LmT_XYZ level=" << task.g.level << " nt=" << tt.TI.size() << " stmax=" << task.stmax);
-  // From here on the family that may stand there is no longer valid; the grid belongs to it.
-  remove_file(cache_name(path, EXT_TIDX));
+  FamilyOut family(cache_name(path, ""), EXT_TIDX, EXT_MTSUM);
   Vector<OccBits> occ(tt.TI.size());
-  if (!proc_tiles(task, budget, tt.TI, occ, stat, why)) {
+  if (!proc_tiles(task, family, budget, tt.TI, occ, stat, why)) {
     remove_TT_files(path, tt.TI);
     return false;
   }
@@ -190,7 +185,7 @@ bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, MemoryBudget
   LTidxInfo info = make_info(tt, stat);
   if (!mtile_MBR_stat(task.g, tt.TI, occ, info))
     return swath_error(why, "LAS stat and MBR computation: insufficient data, " + path);
-  if (!write_LTidx(path, hdr, par.xcls, info, tt.TI)) return own_failure(why);
+  if (!write_LTidx(family, hdr, par.xcls, info, tt.TI) || !family.publish()) return own_failure(why);
   LOG_LINE("maxdt=" << float(info.maxdt) << " mdt=" << float(info.mdt) << " maxdev=" << float(info.maxdev)
                     << " mdev=" << float(info.mdev));
   LOG_LINE("nmt=" << stat.nmt << " nmtl=" << stat.nmtl << " np=" << stat.np

@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
 namespace veld {
@@ -98,16 +97,10 @@ bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<Occ
   return true;
 }
 
-bool write_LTidx(const std::string& path, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
+bool write_LTidx(FamilyOut& family, const LTidxHdr& hdr, const std::vector<uint8_t>& xcls,
                  const LTidxInfo& info, const Vector<TIsxy>& TI) {
-  const std::string name = cache_name(path, EXT_TIDX), part = name + ".part";
-  BufBinFileOut out(TILE_BUFFER);
-  const bool written = out.open(part, 0) && out.write(&hdr, sizeof hdr) &&
-                       (xcls.empty() || out.write(xcls.data(), xcls.size())) &&
-                       out.write(&info, sizeof info) && out.write(TI.val, TI.size() * sizeof(TIsxy)) &&
-                       out.close();
-  if (written && publish_file(part, name)) return true;
-  remove_file(part);
-  return false;
+  SummedFileOut* const out = family.create(EXT_TIDX, TILE_BUFFER);
+  return out && out->write(&hdr, sizeof hdr) && (xcls.empty() || out->write(xcls.data(), xcls.size())) &&
+         out->write(&info, sizeof info) && out->write(TI.val, TI.size() * sizeof(TIsxy));
 }
 }  // namespace veld

@@ -7,6 +7,7 @@
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
+#include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -121,7 +122,7 @@ bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair
   param.Jstart = run.levels.Jstart;
   param.Jend = run.levels.Jend;
   param.nthreads = run.param.nthreads;
-  param.cache = name.empty() ? "" : name + ".rpc.d0";
+  param.cache = name.empty() ? "" : name + EXT_RPCD0;
   param.cached = check_regpair_idx(p.sw1, p.sw2, idx);
   if (!param.cached && !name.empty())
     remove_file(name + ".rpc.idx");  // never an index of another deformation

@@ -4,15 +4,18 @@
 #include <cstdio>
 
 #include "lib/general/binfile.h"
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
-#include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
+#include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
+constexpr char EXT_RPCIDX[] = ".rpc.idx";
+
 uint64_t hash_text(const std::string& s) {  // FNV-1a, 64 bits
   uint64_t h = 0xCBF29CE484222325ull;
   for (const char c : s) h = (h ^ static_cast<uint8_t>(c)) * 0x100000001B3ull;
@@ -79,14 +82,19 @@ bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
   const std::string name = regpair_name(now);
   LOG_ENTER("check_regpair_idx RegCacheVersion=" << RegCacheVersion
                                                  << " mTcacheR=" << (CACHE_REG ? TMPDIR : ""));
-  if (name.empty() || !is_regular_file(name + ".rpc.d0")) return false;
+  if (name.empty() || file_size(name + EXT_RPCIDX) < 0) return false;
+  for (const char* const suffix : {EXT_RPCIDX, EXT_RPCD0})
+    if (const std::string fault = member_fault(name, suffix, EXT_RPCSUM, true); !fault.empty()) {
+      WARNING_MSG("damaged pair cache is made anew: " << fault << ", swaths " << sw1 << "/" << sw2);
+      return false;
+    }
   LOG_LINE("sw1=" << sw1 << " sw2=" << sw2 << " pname=" << name);
   LOG_LINE("Jstart=" << now.js << " Jend=" << now.je << " J0_REG=" << now.jreg << " NR_BOOST=" << now.boost
                      << " Z_SMAXF=" << now.smaxf << " KEEPZmin=" << now.zmin << " KEEPZmax=" << now.zmax
                      << " NR_SMAX=" << now.regsmax << " SIGMA0_REG=" << now.regs0);
   BufBinFileIn file(256, false);
   RegpairIdx c;
-  if (!file.open(name + ".rpc.idx") || !file.read(&c, sizeof(c))) return false;
+  if (!file.open(name + EXT_RPCIDX) || !file.read(&c, sizeof(c))) return false;
   if (c.magic != now.magic || c.version != now.version) {
     LOG_LINE("<!> magic=" << c.magic << " version=" << c.version);
     return false;
@@ -119,12 +127,17 @@ bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
 
 bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg) {
   LOG_ENTER("write_regpair_idx RegCacheVersion=" << RegCacheVersion << " sw1=" << sw1 << " sw2=" << sw2);
-  const std::string name = regpair_name(now) + ".rpc.idx";
+  const std::string name = regpair_name(now);
   RegpairIdx idx = now;
   idx.okreg = okreg;
-  ResultFile result;
-  result.begin(name);
-  BufBinFileOut out(256);
-  return out.open(result.part(), 0) && out.write(&idx, sizeof(idx)) && out.close() && result.commit();
+  std::vector<FileSums> sums = {{EXT_RPCIDX, {}}};
+  SummedFileOut out(name + EXT_RPCIDX, 256);
+  if (!out.open() || !out.write(&idx, sizeof(idx)) || !out.close()) return false;
+  sums[0].blocks = out.sums();
+  if (okreg) {
+    sums.push_back({EXT_RPCD0, {}});
+    if (!sum_file_blocks(name + EXT_RPCD0, sums[1].blocks)) return false;
+  }
+  return publish_sums(name + EXT_RPCSUM, sums) && out.commit();
 }
 }  // namespace veld

@@ -9,6 +9,10 @@
 #include "lib/Geometry/xyz.h"
 
 namespace veld {
+constexpr char EXT_RPCD0[] = ".rpc.d0";
+constexpr char EXT_RPCSUM[] =
+    ".rpc.sum";  // checksums of deformation and index; without them it is read as it is
+
 // Fills Def, whose images have their sizes already. False, without a word on the console and with Def
 // undefined, when the file is absent, of another size, or holds values that no registration writes.
 [[nodiscard]] bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def);

@@ -3,18 +3,19 @@
 #include <cmath>
 #include <cstring>
 
-#include "lib/general/binfile.h"
+#include "lib/general/family_out.h"
 #include "lib/general/log.h"
+#include "lib/general/logfiles.h"
 #include "lib/general/path.h"
-#include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
 namespace veld {
 namespace {
-constexpr uint64_t POC_HEAD = 12;  // bytes: u32 n, f64 dt
-constexpr double MAX_GAP = 1.0;    // s, beyond it two records are reported
+constexpr uint64_t POC_HEAD = 12;   // bytes: u32 n, f64 dt
+constexpr char EXT_SUM[] = ".sum";  // behind the name of a cache
+constexpr double MAX_GAP = 1.0;     // s, beyond it two records are reported
 
 // Records [i0, i1] that hold the window [ta, tb] and one more at each end. False when the list ends before
 // it.
@@ -73,6 +74,7 @@ void POC_TMP::clear() {
   if (files_.empty()) return;
   uint64_t nfiles = 0, nbytes = 0;
   for (const std::string& path : files_) {
+    remove_file(path + EXT_SUM);
     const int64_t size = file_size(path);
     if (size < 0 || !remove_file(path)) continue;
     nfiles++;
@@ -82,22 +84,22 @@ void POC_TMP::clear() {
   files_.clear();
 }
 
-std::string POC_name(const std::string& swpath, int sw) { return cache_name(swpath, ".poc", sw); }
+std::string POC_name(const std::string& swpath, int sw) {
+  return cache_name(swpath, "." + own_tag() + ".poc", sw);
+}
 
 bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>& po) {
   const std::string name = POC_name(swpath, sw);
-  ResultFile result(false);
-  result.begin(name);
+  FamilyOut family(name, "", EXT_SUM);
   LOG_ENTER("save_POC_TMP idx=" << sw);
   const uint32_t n = static_cast<uint32_t>(po.size());
   char head[POC_HEAD];
   std::memcpy(head, &n, sizeof(n));
   std::memcpy(head + sizeof(n), &dt, sizeof(dt));
-  BufBinFileOut out(BULK_BUFFER);
-  const bool ok = po.size() <= UINT32_MAX && out.open(result.part(), 0) && out.write(head, sizeof(head)) &&
-                  out.write(po.val, po.size() * sizeof(PO)) && out.close() && result.commit();
+  SummedFileOut* const out = family.create("", BULK_BUFFER);
+  const bool ok = po.size() <= UINT32_MAX && out && out->write(head, sizeof(head)) &&
+                  out->write(po.val, po.size() * sizeof(PO)) && family.publish();
   if (!ok) {
-    (void)out.close();
     ERROR_MSG("failed to write trajectory cache " << name);
     return false;
   }
@@ -109,24 +111,23 @@ bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>
 
 bool load_POC_TMP(const std::string& swpath, int sw, Vector<PO>& po, double& dt) {
   const std::string name = POC_name(swpath, sw);
-  const int64_t fsize = file_size(name);
   po.clear();
   char head[POC_HEAD];
-  BufBinFileIn in(BULK_BUFFER, false);
-  if (fsize < 0 || !in.open(name)) return false;
+  PosFileIn in;
+  if (file_size(name) < 0 || !open_member(name, "", EXT_SUM, in)) return false;
   uint32_t n = 0;
-  const bool read = fsize >= static_cast<int64_t>(POC_HEAD) && in.read(head, sizeof(head));
+  const bool read = in.size() >= POC_HEAD && in.read(0, head, sizeof(head));
   if (read) {
     std::memcpy(&n, head, sizeof(n));
     std::memcpy(&dt, head + sizeof(n), sizeof(dt));
   }
-  if (!read || static_cast<uint64_t>(fsize) != POC_HEAD + uint64_t{n} * sizeof(PO)) {
-    LOG_LINE("<!> fsize=" << fsize << " n=" << n << " " << name);
+  if (!read || in.size() != POC_HEAD + uint64_t{n} * sizeof(PO)) {
+    LOG_LINE("<!> fsize=" << in.size() << " n=" << n << " " << name);
     return false;
   }
   if (n == 0 || !std::isfinite(dt)) return false;
   po.resize(n);
-  if (in.read(po.val, uint64_t{n} * sizeof(PO))) return true;
+  if (in.read(POC_HEAD, po.val, uint64_t{n} * sizeof(PO))) return true;
   po.clear();
   return false;
 }

@@ -9,16 +9,17 @@ namespace {
 struct Group {             // files of one kind
   bool xyz;                // with -clear_xyz, else with -clear_tmp
   const char* label;       // scope in the log
-  const char* pattern[8];  // behind the temporary directory, up to the first null
+  const char* pattern[9];  // behind the temporary directory, up to the first null
 };
 const Group GROUPS[] = {
     {true,
      "delete_LmT_tile",
-     {"*.0T.idx", "*.mT.idx", "*.mT.tbl.Zm", "*.mT.tbl.dT", "*.mT.XYZ", "*_s_?.laz", "*_s_??.laz", "*.sidx"}},
-    {false, "delete_LmT_grid", {"*.gmT.idx", "*.gmT.ZDS"}},
-    {false, "delete_mT_reg", {"*.rpc.d0", "*.rpc.idx"}},
+     {"*.0T.idx", "*.mT.idx", "*.mT.tbl.Zm", "*.mT.tbl.dT", "*.mT.XYZ", "*_s_?.laz", "*_s_??.laz", "*.sidx",
+      "*.mT.sum"}},
+    {false, "delete_LmT_grid", {"*.gmT.idx", "*.gmT.ZDS", "*.gmT.sum"}},
+    {false, "delete_mT_reg", {"*.rpc.d0", "*.rpc.idx", "*.rpc.sum"}},
     {false, "delete_VT_grid", {"*.VG3mT.idx", "*.VG3mT.cgd"}},
-    {false, "delete_LmT_nonessential", {"*.XYZT", "*.UL.idx", "*.poc"}},
+    {false, "delete_LmT_nonessential", {"*.XYZT", "*.UL.idx", "*.poc", "*.poc.sum"}},
 };
 }  // namespace
 

@@ -366,11 +366,40 @@ bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res)
   return open_DUT_IDX(w, prj.name, make_index(prj, par, res), false, false) && close_DUT_IDX(w);
 }
 
+// Tiles swaths again whose points turned out to be damaged when they were to be gridded. The tables are the same as
+// before, so that nothing else has to be done again.
+bool retile_swaths(const Project& prj, const ScanParam& par, const std::vector<int>& damaged) {
+  for (const bool fixed : {false, true}) {
+    std::vector<std::string> paths, reason;
+    for (const int sw : damaged) {
+      const Swath& s = prj.swaths[static_cast<size_t>(sw)];
+      if (s.fixed != fixed) continue;
+      if (s.members.empty()) paths.push_back(s.path);
+      paths.insert(paths.end(), s.members.begin(), s.members.end());
+    }
+    TilingParam tiling = par.tiling;
+    tiling.tproc = tiling.tproc && !fixed;
+    std::vector<bool> used(paths.size(), true);
+    LmTtileResult tiled;
+    if (!LmT_tile(paths, used, reason, tiling, true, NTHREADS, tiled) ||
+        std::find(used.begin(), used.end(), false) != used.end())
+      return false;
+  }
+  return true;
+}
+
+bool grid_swaths(const Project& prj, const ScanParam& par, const Tovr& ovr, GridResult& grids) {
+  if (!LmT_grid(prj, ovr, par.FULL, NTHREADS, grids)) return false;
+  if (grids.damaged.empty()) return true;
+  return retile_swaths(prj, par, grids.damaged) && LmT_grid(prj, ovr, par.FULL, NTHREADS, grids) &&
+         grids.damaged.empty();
+}
+
 bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, const SwPairList& near,
                        ScanResult& res) {
   const Work work = decide_work(par, res);
   GridResult grids;
-  if (work.DOGRID && !LmT_grid(prj, ovr, par.FULL, NTHREADS, grids)) {
+  if (work.DOGRID && !grid_swaths(prj, par, ovr, grids)) {
     ERROR_MSG("gridding failed");
     return false;
   }

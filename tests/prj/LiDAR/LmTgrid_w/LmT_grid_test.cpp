@@ -215,10 +215,30 @@ TEST(LmT_grid, FailsWithoutTilesOrMemory) {
   EXPECT_EQ(res.beyond, (std::vector<int>{0, 1}));
   EXPECT_EQ(res.ngridded, 0);
   MEM_MB = 4096;
-  write_text(cache_name(prj.swaths[0].path, EXT_MTXYZ), "");
+  write_text(cache_name(prj.swaths[0].path, EXT_MTIDX), "");
   EXPECT_FALSE(LmT_grid(prj, ovr, true, 2, res));
   EXPECT_EQ(res.ngridded, 1);  // the other is finished first
   EXPECT_FALSE(exists(idx_of(prj, 0)));
   EXPECT_TRUE(exists(idx_of(prj, 1)));
+}
+
+// Points are compared with their checksums before they are gridded; damaged ones ask for new tiles.
+TEST(LmT_grid, DamagedPointsAreFoundBeforeTheWork) {
+  const TempDir dir;
+  const Project prj = make_synth_project(dir, {{}, {90}});
+  const Tovr ovr = make_synth_Tovr(prj);
+  const std::string name = cache_name(prj.swaths[1].path, EXT_MTXYZ), whole = read_text(name);
+  const std::string index = cache_name(prj.swaths[1].path, EXT_TIDX), index_bytes = read_text(index);
+  std::string flipped = whole;
+  flipped[whole.size() / 2] ^= 4;
+  for (const std::string& bytes : {std::string(), whole.substr(1), flipped}) {
+    write_text(name, bytes);
+    GridResult res;
+    EXPECT_TRUE(LmT_grid(prj, ovr, true, 2, res));
+    EXPECT_EQ(res.damaged, std::vector<int>{1});
+    EXPECT_EQ(res.ngridded, 0);
+    EXPECT_FALSE(exists(index));
+    write_text(index, index_bytes);
+  }
 }
 }  // namespace veld

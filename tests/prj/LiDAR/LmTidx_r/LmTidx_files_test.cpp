@@ -189,7 +189,7 @@ TEST_F(TilingTest, DeletingRemovesTheFamilyAndNothingElse) {
   write_text(tile_tmp_name(path, 1, 2), "points");
   uint64_t nfiles = 0, nbytes = 0;
   EXPECT_TRUE(delete_LmT_tile(path, nfiles, nbytes));
-  EXPECT_EQ(nfiles, 6u);
+  EXPECT_EQ(nfiles, 7u);
   EXPECT_GT(nbytes, 100000u);
   EXPECT_TRUE(exists(cache_name(path, EXT_GMTIDX)));
   EXPECT_TRUE(delete_LmT_grid(path, nfiles, nbytes));
