@@ -3,9 +3,8 @@
 #include <cmath>
 #include <cstdio>
 
-#include "lib/general/binfile.h"
 #include "lib/general/log.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "sim/simproject.h"
 
 namespace veld {
@@ -38,8 +37,8 @@ std::vector<Sample> recorded_samples(const SimSpec& spec, const FlightPlan& plan
 }
 
 bool write_sbet(const SimSpec& spec, const std::vector<Sample>& samples, const std::string& path) {
-  BufBinFileOut file(BULK_BUFFER);
-  if (!file.open(path, 0)) return false;
+  BinResultFile file;
+  if (!file.open(path)) return false;
   for (const Sample& s : samples) {
     const Pose& p = s.pose;
     const double heading = std::remainder(p.heading + s.convergence, 2 * M_PI);
@@ -47,14 +46,14 @@ bool write_sbet(const SimSpec& spec, const std::vector<Sample>& samples, const s
                                heading,         0,     0,     0,     0,     0,     0,      0};
     if (!file.write(record, sizeof record)) return false;
   }
-  return file.close();
+  return file.commit();
 }
 
 // A column per letter; letters that mean nothing are filled with zeros. Heading from true north in geographic
 // coordinates, else from grid north.
 bool write_text(const SimSpec& spec, const std::vector<Sample>& samples, const std::string& path) {
-  TxtFileOut file(true);
-  if (!file.open(path, 0)) return false;
+  ResultFile file;
+  if (!file.open(path)) return false;
   const bool geo = spec.traj_geographic;
   const double t0 = spec.week * 604800.0 + spec.sow0 - 1e9;
   for (const Sample& s : samples) {
@@ -76,12 +75,12 @@ bool write_text(const SimSpec& spec, const std::vector<Sample>& samples, const s
     }
     file.fs << row << '\n';
   }
-  return file.close();
+  return file.commit();
 }
 
 bool write_wkt(int zone, const std::string& path) {
-  TxtFileOut file(true);
-  if (!file.open(path, 0)) return false;
+  ResultFile file;
+  if (!file.open(path)) return false;
   const int number = std::abs(zone);
   file.fs << "PROJCS[\"UTM zone " << number << (zone < 0 ? "S" : "N")
           << "\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS 84\",6378137,298.257223563]],"
@@ -92,7 +91,7 @@ bool write_wkt(int zone, const std::string& path) {
           << "],PARAMETER[\"scale_factor\",0.9996],PARAMETER[\"false_easting\",500000],"
              "PARAMETER[\"false_northing\","
           << (zone < 0 ? 10000000 : 0) << "],UNIT[\"metre\",1]]\n";
-  return file.close();
+  return file.commit();
 }
 
 bool has_letter(const SimSpec& spec, char letter) {

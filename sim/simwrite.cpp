@@ -10,10 +10,9 @@
 #include <thread>
 
 #include "las/las_access.h"
-#include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/progress.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "lib/threads/pool.h"
 #include "sim/simproject.h"
 
@@ -151,17 +150,17 @@ bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::ve
     const Drift d = drift_at(model, t);
     j["drift"].push_back({t, d.pos.x, d.pos.y, d.pos.z, d.att.x / DEG, d.att.y / DEG, d.att.z / DEG});
   }
-  TxtFileOut file(true);
-  if (!file.open(path, 0)) return false;
+  ResultFile file;
+  if (!file.open(path)) return false;
   file.fs << j.dump(1) << '\n';
-  return file.close();
+  return file.commit();
 }
 
 bool write_line(const std::string& path, const std::string& text) {
-  TxtFileOut file(true);
-  if (!file.open(path, 0)) return false;
+  ResultFile file;
+  if (!file.open(path)) return false;
   file.fs << text << '\n';
-  return file.close();
+  return file.commit();
 }
 }  // namespace
 

@@ -235,18 +235,15 @@ bool copy_file(const std::string& from, const std::string& to, bool report) {
   const int64_t size = file_size(from);
   BufBinFileIn in(BULK_BUFFER, report);
   if (!in.open(from)) return false;
-  ResultFile result(report);
-  result.begin(to);
-  BufBinFileOut out(BULK_BUFFER, report);
-  bool good = out.open(result.part(), 0);
+  BinResultFile out(BULK_BUFFER, report);
+  bool good = out.open(to);
   std::vector<char> block(BULK_BUFFER);
   for (int64_t left = size; good && left > 0;) {
     const uint64_t n = static_cast<uint64_t>(std::min<int64_t>(left, BULK_BUFFER));
     good = in.read(block.data(), n) && out.write(block.data(), n);
     left -= static_cast<int64_t>(n);
   }
-  if (!out.close()) good = false;
-  return good && result.commit();
+  return good && out.commit();
 }
 
 bool dum_chk_dir_eq(const std::string& a, const std::string& b) {

@@ -76,6 +76,13 @@ void ResultFile::forget() {
   part_.clear();
 }
 
+bool BinResultFile::open(const std::string& name) {
+  result_.begin(name);
+  if (file_.open(result_.part(), 0)) return true;
+  result_.forget();
+  return false;
+}
+
 void remove_unfinished_results() {
   std::unique_lock lock(unfinished().mutex, std::chrono::seconds(1));
   if (!lock.owns_lock()) return;

@@ -1,19 +1,22 @@
 // lib/general/result_file.h
 // A result under construction: written beside its final name, given that name by one call when it is whole,
 // removed when it is given up.
-// Here:     the type that every output of the program is written through, as text or by a writer of its own.
+// Here:     the types that every output of the program is written through: as text, as bytes, or by a writer of its
+//           own.
 // Not here: the streams themselves (txtfile.h, binfile.h).
 #pragma once
 #include <string>
 
+#include "lib/general/binfile.h"
 #include "lib/general/txtfile.h"
 
 namespace veld {
 // An older file of the final name stays as it is until commit() replaces it.
 class ResultFile {
  public:
+  ResultFile() : ResultFile(true) {}
   // reports: failures are ERROR lines.
-  explicit ResultFile(bool reports = true) : reports_(reports), text_(reports), fs(text_.fs) {}
+  explicit ResultFile(bool reports) : reports_(reports), text_(reports), fs(text_.fs) {}
   ~ResultFile();
   ResultFile(const ResultFile&) = delete;
   ResultFile& operator=(const ResultFile&) = delete;
@@ -28,6 +31,8 @@ class ResultFile {
   static std::string part_of(const std::string& name) { return name + ".part"; }
   bool is_open() const { return !part_.empty(); }
 
+  // Closes the text before commit(), for files that get their names together. False after an ERROR line.
+  [[nodiscard]] bool close() { return text_.close(); }
   // Closes the text and gives the file its name. False after an ERROR line, errno tells the reason; nothing is
   // left then.
   [[nodiscard]] bool commit();
@@ -42,6 +47,24 @@ class ResultFile {
 
  public:
   std::ofstream& fs;  // between open() and commit()
+};
+
+// The same for bytes.
+class BinResultFile {
+ public:
+  BinResultFile() : BinResultFile(BULK_BUFFER) {}
+  // buffer: its size in bytes, 0 for none. Failures are ERROR lines unless reports is off.
+  explicit BinResultFile(uint64_t buffer, bool reports = true) : result_(reports), file_(buffer, reports) {}
+
+  [[nodiscard]] bool open(const std::string& name);
+  [[nodiscard]] bool write(const void* from, uint64_t n) { return file_.write(from, n); }
+  [[nodiscard]] bool close() { return file_.close(); }
+  [[nodiscard]] bool commit() { return file_.close() && result_.commit(); }
+  bool is_open() const { return result_.is_open(); }
+
+ private:
+  ResultFile result_;
+  BufBinFileOut file_;
 };
 
 // Removes the unfinished results of the whole process: for its end by a signal. Waits a second at most for a

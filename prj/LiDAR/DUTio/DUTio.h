@@ -10,9 +10,8 @@
 
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
-#include "lib/general/binfile.h"
 #include "lib/general/checksum.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 
 namespace veld {
 constexpr uint32_t DUT_MAGIC = 0x471EFF39;
@@ -128,8 +127,8 @@ struct DUTpair {  // the valid vectors of a pair, one entry a vertex in every ar
   uint64_t size() const { return pos.size(); }
 };
 
-// The two files under construction, as "<name>.dut.part" and "<name>_idx.log.part". They get their final
-// names in close_DUT_IDX; if that is never reached they are removed, and older files of that name stay.
+// The two files under construction. They get their names in close_DUT_IDX; if that is never reached they are
+// removed, and older files of that name stay.
 struct DUTwriter {
   std::string name;
   bool active = false;  // between open and close, unless nothing is to be written at all
@@ -137,13 +136,9 @@ struct DUTwriter {
   int nint = 0;         // pairs written
   int nreg = 0;         // of these with vectors
   uint64_t nvec = 0;    // records written
-  BufBinFileOut dut{BULK_BUFFER};
+  BinResultFile dut;
   BlockSummer sums;  // of the ".dut"
-  TxtFileOut idx{true};
-  DUTwriter() = default;
-  ~DUTwriter();
-  DUTwriter(const DUTwriter&) = delete;
-  DUTwriter& operator=(const DUTwriter&) = delete;
+  ResultFile idx;
 };
 
 // The base path that the name of either file stands for: without ".dut" or "_idx.log" at its end. Other dots

@@ -1,6 +1,4 @@
 // Writing of the DUT files.
-#include <cstdio>
-
 #include "lib/general/family_out.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -9,9 +7,6 @@
 
 namespace veld {
 namespace {
-std::string dut_part(const DUTwriter& w) { return w.name + DUT_EXT + ".part"; }
-std::string idx_part(const DUTwriter& w) { return w.name + IDX_EXT + ".part"; }
-
 // A word of a blank-separated line: "-" stands for an empty one.
 std::string word(const std::string& s) { return s.empty() ? "-" : s; }
 
@@ -61,19 +56,7 @@ bool write_summed(DUTwriter& w, const void* data, uint64_t n) {
   w.sums.add(data, n);
   return w.dut.write(data, n);
 }
-
-void remove_parts(DUTwriter& w) {
-  w.active = false;
-  (void)w.dut.close();
-  (void)w.idx.close();
-  for (const std::string& part : {dut_part(w), idx_part(w)})
-    if (is_regular_file(part)) remove_file(part);
-}
 }  // namespace
-
-DUTwriter::~DUTwriter() {
-  if (active) remove_parts(*this);
-}
 
 bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool reg, bool nop) {
   LOG_ENTER("open_DUT_IDX nsw=" << idx.nsw() << " dim=" << idx.dim << " level=" << idx.level
@@ -90,13 +73,13 @@ bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool
   w.nint = w.nreg = 0;
   w.nvec = 0;
   if (nop) return true;
-  w.active = true;  // from here on the destructor removes what there is
+  w.active = true;
   DUTHdr hdr;
   hdr.dim = idx.dim;
   hdr.level = idx.level;
   hdr.gsize = idx.gsize;
-  if (reg && !(w.dut.open(dut_part(w), 0) && write_summed(w, &hdr, sizeof(hdr)))) return false;
-  return w.idx.open(idx_part(w), 0) && write_idx_head(w.idx.fs, idx);
+  if (reg && !(w.dut.open(w.name + DUT_EXT) && write_summed(w, &hdr, sizeof(hdr)))) return false;
+  return w.idx.open(w.name + IDX_EXT) && write_idx_head(w.idx.fs, idx);
 }
 
 bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec, const std::string& why) {
@@ -113,22 +96,19 @@ bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec, co
   w.idx.fs << "#P " << pair << ' ' << sw1 << ' ' << sw2 << ' ' << rec.size() << (why.empty() ? "" : " ")
            << why << '\n';
   if (w.idx.fs.good()) return true;
-  ERROR_MSG("writing file " << idx_part(w));
+  ERROR_MSG("writing file " << w.idx.part());
   return false;
 }
 
 bool close_DUT_IDX(DUTwriter& w) {
   if (!w.active) return true;
   w.idx.fs << "\nNPairs NPairsReg\n#N " << w.nint << ' ' << w.nreg << '\n';
+  w.active = false;
   bool ok = !w.reg || w.dut.close();
   ok = w.idx.close() && ok;
   // The older index goes first: whatever happens in between, no index describes another's records.
   if (ok && w.reg && is_regular_file(w.name + IDX_EXT)) ok = remove_file(w.name + IDX_EXT);
-  ok = ok && (!w.reg || (publish_file(dut_part(w), w.name + DUT_EXT) &&
-                         publish_sums(w.name + SUM_EXT, {{DUT_EXT, w.sums.finish()}})));
-  ok = ok && publish_file(idx_part(w), w.name + IDX_EXT);
-  if (!ok) remove_parts(w);
-  w.active = false;
-  return ok;
+  return ok && (!w.reg || (w.dut.commit() && publish_sums(w.name + SUM_EXT, {{DUT_EXT, w.sums.finish()}}))) &&
+         w.idx.commit();
 }
 }  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
+#include "lib/general/result_file.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 #include "prj/LiDAR/TNRreg/reg_cache.h"
@@ -13,37 +14,6 @@
 namespace veld {
 namespace {
 constexpr int64_t MAX_NOTIME = 20;  // percent of vectors without a time that pass without a warning
-
-// A log of one line a pair, written beside its name and renamed at the end; removed when that is not reached.
-class PairLog {
- public:
-  PairLog() = default;
-  ~PairLog() {
-    if (name_.empty()) return;
-    (void)out_.close();
-    remove_file(name_ + ".part");
-  }
-  PairLog(const PairLog&) = delete;
-  PairLog& operator=(const PairLog&) = delete;
-  bool open(const std::string& name, const std::string& header) {
-    if (!out_.open(name + ".part", 0)) return false;
-    name_ = name;
-    out_.fs << header << '\n';
-    return true;
-  }
-  std::ofstream& fs() { return out_.fs; }
-  bool active() const { return !name_.empty(); }
-  bool finish() {
-    if (name_.empty()) return true;
-    if (!out_.close() || !publish_file(name_ + ".part", name_)) return false;
-    name_.clear();
-    return true;
-  }
-
- private:
-  TxtFileOut out_{true};
-  std::string name_;
-};
 
 struct AreaUnit {  // of the logs: square kilometres for large projects
   const char* name;
@@ -72,25 +42,25 @@ struct RegRun {  // what the loop carries
   const InterParam& param;
   RegLevels levels;
   AreaUnit unit;
-  PairLog dz, dzreg, dxyz;
+  ResultFile dz, dzreg, dxyz;  // logs of one line a pair; closed when they are not wanted
   DUTwriter dut;
   InterSwath s1, s2;
   DZsum before, after;
   StatXYZ disp;
 };
 
-void put_DZ_line(PairLog& log, const SwPair& pair, const DZstat& s, const RegRun& run, DZsum& sum) {
+void put_DZ_line(ResultFile& log, const SwPair& pair, const DZstat& s, const RegRun& run, DZsum& sum) {
   const double GSD = static_cast<double>(run.prj.scale.GSD());
   const double m2 = static_cast<double>(s.n) * GSD * GSD;
   sum.add(s, m2);
-  if (!log.active()) return;
-  log.fs() << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2 << ' ' << s.m << ' ' << s.s << ' ' << s.rms
-           << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2 << '\n';
+  if (!log.is_open()) return;
+  log.fs << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2 << ' ' << s.m << ' ' << s.s << ' ' << s.rms
+         << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2 << '\n';
 }
 
-void put_DXYZ_line(PairLog& log, const SwPair& pair, const StatXYZ& s) {
-  if (!log.active()) return;
-  std::ofstream& fs = log.fs();
+void put_DXYZ_line(ResultFile& log, const SwPair& pair, const StatXYZ& s) {
+  if (!log.is_open()) return;
+  std::ofstream& fs = log.fs;
   fs << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2;
   for (const dxyz& v : {s.mean(), s.stddev(), s.rms(), s.vmin, s.vmax}) {
     fs << "  ";
@@ -99,16 +69,27 @@ void put_DXYZ_line(PairLog& log, const SwPair& pair, const StatXYZ& s) {
   fs << "  " << s.n << '\n';
 }
 
+bool open_log(ResultFile& log, const std::string& name, const std::string& header) {
+  if (!log.open(name)) return false;
+  log.fs << header << '\n';
+  return true;
+}
+
 bool open_logs_DUT(RegRun& run, const DUTidx& head) {
   if (run.param.nop) return true;
   const std::string DZ = DZ_STAT_HEADER + std::string(run.unit.name);
-  if (!run.dz.open(run.prj.name + "_DZ_stat.log", DZ)) return false;
+  if (!open_log(run.dz, run.prj.name + "_DZ_stat.log", DZ)) return false;
   if (!run.param.REG) return true;
-  return run.dzreg.open(run.prj.name + "_DZreg_stat.log", DZ) &&
-         run.dxyz.open(
-             run.prj.name + "_DXYZreg_stat.log",
-             "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts") &&
+  return open_log(run.dzreg, run.prj.name + "_DZreg_stat.log", DZ) &&
+         open_log(run.dxyz, run.prj.name + "_DXYZreg_stat.log",
+                  "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts") &&
          open_DUT_IDX(run.dut, run.prj.name, head, true, false);
+}
+
+bool commit_logs_DUT(RegRun& run) {
+  for (ResultFile* const log : {&run.dz, &run.dzreg, &run.dxyz})
+    if (log->is_open() && !log->commit()) return false;
+  return close_DUT_IDX(run.dut);
 }
 
 // Registers a pair whose images are in place; rec holds its records if it is valid, else lost says why not.
@@ -268,7 +249,7 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
     progress_step(i + 1, progress_text(param, i + 1, result));
   }
   if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));
-  if (!run.dz.finish() || !run.dzreg.finish() || !run.dxyz.finish() || !close_DUT_IDX(run.dut)) return false;
+  if (!commit_logs_DUT(run)) return false;
   report(run, result, time.text());
   return true;
 }

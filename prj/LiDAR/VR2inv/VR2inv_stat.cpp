@@ -3,8 +3,7 @@
 #include <vector>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
-#include "lib/general/txtfile.h"
+#include "lib/general/result_file.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 #include "prj/LiDAR/stat_xyz.h"
 
@@ -69,29 +68,25 @@ bool write_rejected(const InvCalDrift& inv) {
   for (int k = 0; k < inv.nint; k++)
     if (inv.pair[k].rejected || inv.pair[k].down > MANY) pairs.push_back(k);
   if (pairs.empty()) return true;
-  const std::string name = inv.name + "_int_rej.log", part = name + ".part";
-  TxtFileOut out(true);
-  if (!out.open(part, 0)) return false;
+  ResultFile out;
+  if (!out.open(inv.name + "_int_rej.log")) return false;
   out.fs << "Pair# Swath#1 Swath#2 Down%\n";
   for (int k : pairs) {
     const InvPair& p = inv.in.pairs[k];
     out.fs << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2 << ' '
            << (inv.pair[k].rejected ? 100 : 100 * inv.pair[k].down) << '\n';
   }
-  if (!out.close()) return false;
-  if (rename_file(part, name)) return true;
-  ERROR_MSG("could not write file " << name);
-  return false;
+  return out.commit();
 }
 
 bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file) {
-  const std::string name = inv.name + "_inv_stat.log", part = name + ".part";
+  const std::string name = inv.name + "_inv_stat.log";
   write_file = write_file && !inv.name.empty();
   LOG_ENTER("comp_write_STAT_res nint=" << inv.nint << " file=" << write_file << " disp=1");
-  TxtFileOut out(true);
+  ResultFile out;
   if (write_file) {
     LOG_MSG("Writing inversion stats " << name);
-    if (!out.open(part, 0)) return false;
+    if (!out.open(name)) return false;
     out.fs << "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts "
               "Sqrt(Chi2/n){X Y Z} HFDrift{X Y Z} ResScale{X Y Z} Down%\n";
   }
@@ -111,11 +106,7 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
   if (total.stat.n == 0) LOG_LINE("<!> sum");
   if (write_file) {
     put_total(out.fs, npair, total);
-    if (!out.close()) return false;
-    if (!rename_file(part, name)) {
-      ERROR_MSG("could not write file " << name);
-      return false;
-    }
+    if (!out.commit()) return false;
   }
   res.res_rms = to_xyz(total.stat.rms());
   res.chi = to_xyz(total.chi());
