@@ -19,6 +19,7 @@
 #include <string>
 
 #include "lib/general/assert_fail.h"
+#include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/log_internal.h"
 #include "lib/general/logfiles.h"
@@ -143,6 +144,7 @@ void begin_report(int value) {
 
 [[noreturn]] void end_report() {
   remove_unfinished_results();
+  remove_held_locks();
   std::fflush(stdout);
   _exit(exit_value);
 }

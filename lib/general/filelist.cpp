@@ -11,6 +11,7 @@
 
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
+#include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 #include "lib/general/result_file.h"
 #include "lib/general/txtfile.h"
@@ -247,7 +248,7 @@ bool copy_file(const std::string& from, const std::string& to, bool report) {
 }
 
 bool dum_chk_dir_eq(const std::string& a, const std::string& b) {
-  const char* const marker = "_dum_chk_dir_eq_";
+  const std::string marker = "_dum_chk_dir_eq_" + own_tag();  // of another run it would prove nothing
   const std::string path = with_slash(a) + marker;
   if (!touch(path)) return false;
   const bool equal = file_mode(with_slash(b) + marker) >= 0;
@@ -256,7 +257,7 @@ bool dum_chk_dir_eq(const std::string& a, const std::string& b) {
 }
 
 bool dir_writable(const std::string& dir) {
-  const std::string path = with_slash(dir) + "_dum_chk_dir_w_p_";
+  const std::string path = with_slash(dir) + "_dum_chk_dir_w_p_" + own_tag();
   if (!is_directory(dir.empty() ? "." : dir) || !touch(path)) return false;
   remove_file(path);
   return true;

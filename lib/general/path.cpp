@@ -75,6 +75,12 @@ int64_t file_size(const std::string& path) {
   struct stat info;
   return get_stat(path, info) ? static_cast<int64_t>(info.st_size) : -1;
 }
+FileStamp file_stamp(const std::string& path) {
+  struct stat st;
+  if (stat(path.c_str(), &st) != 0) return {};
+  return {st.st_dev, st.st_ino, st.st_mtim.tv_sec * int64_t{1000000000} + st.st_mtim.tv_nsec};
+}
+
 int64_t file_mtime(const std::string& path) {
   struct stat info;
   return get_stat(path, info) ? static_cast<int64_t>(info.st_mtime) : -1;

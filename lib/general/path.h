@@ -17,7 +17,14 @@ std::string add_input_directory(const std::string& path, const std::string& idir
 int64_t file_mode(const std::string& path);     // st_mode; -1 when absent
 bool is_regular_file(const std::string& path);  // a regular file, or a link to one
 bool is_directory(const std::string& path);
-int64_t file_size(const std::string& path);                  // bytes; -1 when absent
+int64_t file_size(const std::string& path);  // bytes; -1 when absent
+// Tells a file from another that takes its name: place and time of change. All 0 when absent.
+struct FileStamp {
+  uint64_t device = 0, inode = 0;
+  int64_t ns = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+FileStamp file_stamp(const std::string& path);
 int64_t file_mtime(const std::string& path);                 // modification time in seconds; -1 when absent
 bool same_file(const std::string& a, const std::string& b);  // same device and inode, both existing
 // Whether the file system takes a file name and a path of this length; the directory must exist.

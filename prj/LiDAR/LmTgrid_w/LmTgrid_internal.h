@@ -5,6 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include "lib/general/file_lock.h"
+#include "lib/general/path.h"
 #include "prj/LiDAR/LmTgrid_w/LKRgrid.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 
@@ -21,6 +23,7 @@ enum class GridTask {
 struct GridPlan {
   GridTask task = GridTask::none;
   size_t ntiles = 0;  // to grid
+  FileStamp index;    // of the grid that was found not to do
   uint64_t need = 0;  // bytes, of the largest of them
 };
 
@@ -37,16 +40,25 @@ GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope);
 // Whether the points of a swath match their checksums. If not, a WARNING says so, and the tiles are given up.
 bool sound_points(const Swath& swath);
 
+enum class UnitState {
+  work,
+  busy,   // another run grids it
+  cached  // another run has gridded it
+};
+
 // One swath to grid, shared by the threads. Its tables stand in memory from its first tile to its last; each
 // tile has its own slots.
 struct USGDstr {
   int sw = 0;
   const Swath* swath = nullptr;
   size_t ntiles = 0;
-  std::mutex mutex;  // guards the next three
+  FileStamp index;   // as in GridPlan
+  FileLock lock;     // while the grid is made
+  std::mutex mutex;  // guards the next four
   size_t ngt_w = 0;  // tiles done
   bool loaded = false;
   bool failed = false;
+  UnitState state = UnitState::work;
   SwTiles tiles;
   Tocc want;            // tiles and microtiles to grid
   Vector<uint16_t> gT;  // by tile of the table: gridded microtiles in the file
@@ -58,6 +70,8 @@ struct GridWorker {  // buffers of one thread
   Vector<uint32_t> words;
 };
 
+// Locks the grid of a swath for this run, without waiting. False after an ERROR line.
+bool lock_grid(USGDstr& u, const GridScope& scope);
 // Reads what the tile threads need and removes an older grid, so that a half-done run leaves none behind.
 // False after an ERROR line.
 bool sw_grid_pre(USGDstr& u, const GridScope& scope);

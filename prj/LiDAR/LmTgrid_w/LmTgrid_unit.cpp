@@ -171,6 +171,7 @@ GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope) {
   Tocc want;
   if (!swath.used) return plan;
   plan.task = GridTask::failed;
+  plan.index = file_stamp(cache_name(swath.path, EXT_GMTIDX));
   if (!wanted_mtiles(swath, scope, want)) return plan;
   if (want.empty()) {
     plan.task = GridTask::none;
@@ -181,6 +182,22 @@ GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope) {
     plan.ntiles = want.size();
   }
   return plan;
+}
+
+bool lock_grid(USGDstr& u, const GridScope& scope) {
+  const std::string& path = u.swath->path;
+  const LockState lock = u.lock.take(cache_name(path, EXT_GMTLOCK), "the grid of swath " + path);
+  if (lock == LockState::failed) return false;
+  if (lock == LockState::busy && u.state != UnitState::busy)
+    LOG_MSG1("waiting for the grid of swath " << path << ", in work by another run");
+  u.state = lock == LockState::busy ? UnitState::busy : UnitState::work;
+  if (lock == LockState::busy || file_stamp(cache_name(path, EXT_GMTIDX)) == u.index) return true;
+  Tocc want;
+  if (!wanted_mtiles(*u.swath, scope, want)) return false;
+  if (!cached_grid(*u.swath, u.sw, scope, want)) return true;
+  u.state = UnitState::cached;
+  u.lock.release();
+  return true;
 }
 
 bool sw_grid_pre(USGDstr& u, const GridScope& scope) {
@@ -232,6 +249,7 @@ bool sw_grid_post(USGDstr& u, const GridScope& scope) {
   u.tiles = SwTiles{};
   u.want = Tocc{};
   u.gT.clear();
+  u.lock.release();
   return ok;
 }
 }  // namespace veld

@@ -1,7 +1,9 @@
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
+#include <thread>
 
 #include "lib/general/log.h"
 #include "lib/general/progress.h"
@@ -61,6 +63,7 @@ void list_blocks(const Project& prj, const std::vector<GridPlan>& plans, std::ve
     u.sw = static_cast<int>(i);
     u.swath = &prj.swaths[i];
     u.ntiles = plans[i].ntiles;
+    u.index = plans[i].index;
     for (size_t k = 0; k < u.ntiles; k++)
       blocks.push_back({static_cast<uint32_t>(n), static_cast<uint32_t>(k)});
     n++;
@@ -76,6 +79,16 @@ int threads_in_budget(const std::vector<GridPlan>& plans, int nthreads) {
   return static_cast<int>(std::clamp<uint64_t>(budget / need, 1, static_cast<uint64_t>(nthreads)));
 }
 
+// The tiles of swaths that another run was gridding, after a moment. They are looked at again.
+std::vector<Block> busy_blocks(const std::vector<Block>& blocks, std::vector<USGDstr>& units) {
+  std::vector<Block> left;
+  for (const Block& block : blocks)
+    if (units[block.unit].state == UnitState::busy) left.push_back(block);
+  for (const Block& block : left) units[block.unit].loaded = false;
+  if (!left.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  return left;
+}
+
 struct Totals {  // under the mutex
   std::mutex mutex;
   size_t ngt_w = 0, ngs_w = 0;  // tiles and swaths done
@@ -89,8 +102,9 @@ void th_LmT_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorke
   bool tok = false, last = false;
   {
     const std::lock_guard<std::mutex> lock(u.mutex);
-    if (!u.loaded) u.failed = !sw_grid_pre(u, scope);
+    if (!u.loaded) u.failed = !lock_grid(u, scope) || (u.state == UnitState::work && !sw_grid_pre(u, scope));
     u.loaded = true;
+    if (u.state != UnitState::work) return;
     tok = !u.failed;
   }
   if (tok) tok = sw_grid_tile(u, tile, scope, worker, np, npix);
@@ -138,15 +152,20 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
   std::vector<GridWorker> workers(static_cast<size_t>(nth));
   Totals totals;
   if (!blocks.empty()) progress_start(static_cast<int>(std::min<size_t>(blocks.size(), INT32_MAX)));
-  run_units(static_cast<int64_t>(blocks.size()), nth, [&](int64_t b, int thread) {
-    const Block& block = blocks[static_cast<size_t>(b)];
-    th_LmT_grid_tile(units[block.unit], block.tile, scope, workers[static_cast<size_t>(thread)], thread,
-                     totals, result);
-    return true;
-  });
+  for (std::vector<Block> todo = blocks; !todo.empty(); todo = busy_blocks(todo, units)) {
+    run_units(static_cast<int64_t>(todo.size()), nth, [&](int64_t b, int thread) {
+      const Block& block = todo[static_cast<size_t>(b)];
+      th_LmT_grid_tile(units[block.unit], block.tile, scope, workers[static_cast<size_t>(thread)], thread,
+                       totals, result);
+      return true;
+    });
+  }
+  const size_t nothers = static_cast<size_t>(std::count_if(
+      units.begin(), units.end(), [](const USGDstr& u) { return u.state == UnitState::cached; }));
+  result.ncached += static_cast<int>(nothers);
   if (!blocks.empty()) progress_end("GRIDDED " + std::to_string(totals.ngt_w) + " blocks");
   result.ngridded = static_cast<int>(totals.ngs_w);
-  const bool ok = totals.ngs_w == units.size() && count(GridTask::failed) == 0;
+  const bool ok = totals.ngs_w + nothers == units.size() && count(GridTask::failed) == 0;
   if (!ok) ERROR_MSG(units.size() + count(GridTask::failed) << " swaths, at least one failed");
   const double Mpt = static_cast<double>(result.npoints) * 1e-6,
                Mpixt = static_cast<double>(result.npixels) * 1e-6;

@@ -18,9 +18,11 @@ const char* const EXT_MTDT = ".mT.tbl.dT";
 const char* const EXT_MTXYZ = ".mT.XYZ";
 const char* const EXT_ULIDX = ".UL.idx";
 const char* const EXT_MTSUM = ".mT.sum";
+const char* const EXT_MTLOCK = ".mT.lock";
 const char* const EXT_GMTIDX = ".gmT.idx";
 const char* const EXT_GMTZDS = ".gmT.ZDS";
 const char* const EXT_GMTSUM = ".gmT.sum";
+const char* const EXT_GMTLOCK = ".gmT.lock";
 
 namespace {
 constexpr char UNION_EXT[] = ".union";

@@ -10,16 +10,18 @@
 
 namespace veld {
 // Suffixes behind a cache name.
-extern const char* const EXT_TIDX;    // ".0T.idx": header, info, tile table
-extern const char* const EXT_MTIDX;   // ".mT.idx": counts
-extern const char* const EXT_MTZM;    // ".mT.tbl.Zm": mean heights
-extern const char* const EXT_MTDT;    // ".mT.tbl.dT": times
-extern const char* const EXT_MTXYZ;   // ".mT.XYZ": points
-extern const char* const EXT_ULIDX;   // ".UL.idx": swaths of a union
-extern const char* const EXT_MTSUM;   // ".mT.sum": checksums of all of the above
-extern const char* const EXT_GMTIDX;  // ".gmT.idx": grid index
-extern const char* const EXT_GMTZDS;  // ".gmT.ZDS": grid
-extern const char* const EXT_GMTSUM;  // ".gmT.sum": checksums of the two
+extern const char* const EXT_TIDX;     // ".0T.idx": header, info, tile table
+extern const char* const EXT_MTIDX;    // ".mT.idx": counts
+extern const char* const EXT_MTZM;     // ".mT.tbl.Zm": mean heights
+extern const char* const EXT_MTDT;     // ".mT.tbl.dT": times
+extern const char* const EXT_MTXYZ;    // ".mT.XYZ": points
+extern const char* const EXT_ULIDX;    // ".UL.idx": swaths of a union
+extern const char* const EXT_MTSUM;    // ".mT.sum": checksums of all of the above
+extern const char* const EXT_MTLOCK;   // ".mT.lock": held by the run that writes any of these
+extern const char* const EXT_GMTIDX;   // ".gmT.idx": grid index
+extern const char* const EXT_GMTZDS;   // ".gmT.ZDS": grid
+extern const char* const EXT_GMTSUM;   // ".gmT.sum": checksums of the two
+extern const char* const EXT_GMTLOCK;  // ".gmT.lock"
 
 // Name of a cache file of the file at path: TMPDIR, 16 hexadecimal digits that stand for the directory of the
 // resolved path, "_", the number and "_" when number >= 0, the base name, the suffix.

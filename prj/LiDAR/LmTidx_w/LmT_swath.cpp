@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
@@ -41,6 +42,17 @@ void warn_losses(const std::string& path, const TilingParam& par, const LmTstat&
                      << " s (possible self-overlap), " << path);
 }
 
+bool lock_tiles(const std::string& path, bool wait, FileLock& lock, LmTswathResult& res) {
+  const std::string name = cache_name(path, EXT_MTLOCK), what = "the tiles of swath " + path;
+  const LockState state = !wait                   ? lock.take(name, what)
+                          : lock.wait(name, what) ? LockState::held
+                                                  : LockState::failed;
+  res.busy = state == LockState::busy;
+  if (state == LockState::failed)
+    return swath_error(res, "LAS tiling: I/O no lock, " + path, SwathFault::own);
+  return state == LockState::held;
+}
+
 void delete_grid(const std::string& path) {
   uint64_t nfiles = 0, nbytes = 0;
   if (!delete_LmT_grid(path, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
@@ -49,7 +61,7 @@ void delete_grid(const std::string& path) {
 }  // namespace
 
 bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool cache, TilingMemory& memory,
-               LmTswathResult& res) {
+               LmTswathResult& res, bool wait) {
   TilingParam par = par_in;
   if (par.TIO.nx == 0) {
     par.TIO = TileInfo{};
@@ -61,7 +73,13 @@ bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool 
                          << " LAREA=" << par.large);
   log_xcls(par.xcls);
   res = LmTswathResult{};
+  const std::string index = cache_name(path, EXT_TIDX);
+  const FileStamp before = file_stamp(index);
   if (cache && check_tiles(path, sw, par)) return true;
+  FileLock lock;
+  if (!lock_tiles(path, wait, lock, res)) return false;
+  // Another run may have made it in between.
+  if (cache && file_stamp(index) != before && check_tiles(path, sw, par)) return true;
   TTresult tt;
   if (!first_pass(path, sw, par, memory, tt, res)) return false;
   const int64_t size = file_size(path);

@@ -1,5 +1,7 @@
 // All swaths of a project, on threads.
 #include <algorithm>
+#include <chrono>
+#include <deque>
 #include <mutex>
 #include <thread>
 
@@ -21,13 +23,14 @@ uint64_t budget_bytes() { return static_cast<uint64_t>(MEM_MB) * 1000000; }
 struct Totals {       // under the mutex
   bool stop = false;  // a file of the program's own failed
   std::mutex mutex;
-  size_t next = 0;  // the running index
+  std::deque<size_t> queue;  // places in the list of work, those in work by another run again at its end
   int ndone = 0;
   LmTtileResult sum;
 };
 
-struct SwathSlot {  // of one swath, written by the thread that took it
-  bool ok = false;  // stays off for those that were not begun
+struct SwathSlot {    // of one swath, written by the thread that took it
+  bool told = false;  // that another run is at it
+  bool ok = false;    // stays off for those that were not begun
   LmTswathResult res;
 };
 
@@ -45,12 +48,22 @@ void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& tota
     size_t i;
     {
       const std::lock_guard<std::mutex> lock(totals.mutex);
-      if (totals.stop || totals.next >= job.todo.size()) return;
-      i = totals.next++;
+      if (totals.stop || totals.queue.empty()) return;
+      i = totals.queue.front();
+      totals.queue.pop_front();
     }
     SwathSlot& slot = slots[i];
     slot.ok = LmT_swath(job.paths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache, job.memory,
-                        slot.res);
+                        slot.res, false);
+    if (slot.res.busy) {  // others first
+      if (!slot.told)
+        LOG_MSG1("waiting for the tiles of swath " << job.paths[job.todo[i]] << ", in work by another run");
+      slot.told = true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      const std::lock_guard<std::mutex> lock(totals.mutex);
+      totals.queue.push_back(i);
+      continue;
+    }
     const std::lock_guard<std::mutex> lock(totals.mutex);
     LmTtileResult& sum = totals.sum;
     totals.ndone++;
@@ -98,6 +111,7 @@ bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
   const TileJob job{paths, todo, par, cache, memory};
   std::vector<SwathSlot> slots(todo.size());
   Totals totals;
+  for (size_t i = 0; i < todo.size(); i++) totals.queue.push_back(i);
   progress_start(static_cast<int>(todo.size()));
   std::vector<std::thread> threads;
   for (int id = 0; id < nth; id++) threads.emplace_back([&, id] { th_LmT_tile(job, slots, totals, id); });

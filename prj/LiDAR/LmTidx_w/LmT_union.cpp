@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "lib/general/family_out.h"
+#include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
@@ -263,6 +264,8 @@ bool LmT_union(size_t sw0, const std::vector<std::string>& names, const std::vec
   UnionPlan plan;
   if (!read_plan(names, used, par, plan)) return false;
   LOG_LINE("nswu=" << plan.members.size());
+  FileLock lock;
+  if (!lock.wait(cache_name(path, EXT_MTLOCK), "the tiles of " + path)) return false;
   if (!check_union(path, plan) && !make_union(path, plan, par)) return false;
   LOG_LINE(" /// LmT_UNION_TIME=" << watch.text());
   return true;

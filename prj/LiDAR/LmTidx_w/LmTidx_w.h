@@ -35,6 +35,7 @@ struct TilingMemory {
 };
 
 struct LmTswathResult : SwathFailure {
+  bool busy = false;  // another run is making this cache
   bool done = false;  // tiled now; false when a cache was reused
   float Mp = 0;       // points kept, millions
   float Mp0 = 0;      // points in the file, millions
@@ -44,9 +45,11 @@ struct LmTswathResult : SwathFailure {
 // Tiles one swath into the cache family of its path under TMPDIR, or, with cache, reuses what is there.
 // Memory: in the first pass a buffer of 0x40000 bytes for each open tile file (all are written out and given
 // back when they would pass the share), in the second the points of one tile, 21 bytes each.
+// The family is locked meanwhile. When another run has the lock: waits for its end, or (wait off) gives up with
+// res.busy set and nothing done.
 // False after an ERROR line (or a WARNING when a drop map left no point).
 [[nodiscard]] bool LmT_swath(const std::string& path, int sw, const TilingParam& par, bool cache,
-                             TilingMemory& memory, LmTswathResult& res);
+                             TilingMemory& memory, LmTswathResult& res, bool wait = true);
 
 struct LmTtileResult {
   int nswt = 0;                   // swaths that have a cache now

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
@@ -92,6 +93,18 @@ bool commit_logs_DUT(RegRun& run) {
   return close_DUT_IDX(run.dut);
 }
 
+// Looks whether the cache of a pair will do. If not, it is locked for this run, after a wait for another that makes
+// it. False after an ERROR line.
+bool lock_pair(const SwPair& p, const std::string& name, const RegpairIdx& idx, FileLock& lock,
+               bool& cached) {
+  const FileStamp before = file_stamp(name + EXT_RPCIDX);
+  cached = check_regpair_idx(p.sw1, p.sw2, idx);
+  if (cached || name.empty()) return true;
+  if (!lock.wait(name + ".rpc.lock", LOG_STR("the pair of swaths " << p.sw1 << "/" << p.sw2))) return false;
+  if (file_stamp(name + EXT_RPCIDX) != before) cached = check_regpair_idx(p.sw1, p.sw2, idx);
+  return true;
+}
+
 // Registers a pair whose images are in place; rec holds its records if it is valid, else lost says why not.
 // False after an ERROR line.
 bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair& pair,
@@ -104,9 +117,10 @@ bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair
   param.Jend = run.levels.Jend;
   param.nthreads = run.param.nthreads;
   param.cache = name.empty() ? "" : name + EXT_RPCD0;
-  param.cached = check_regpair_idx(p.sw1, p.sw2, idx);
+  FileLock lock;
+  if (!lock_pair(p, name, idx, lock, param.cached)) return false;
   if (!param.cached && !name.empty())
-    remove_file(name + ".rpc.idx");  // never an index of another deformation
+    remove_file(name + EXT_RPCIDX);  // never an index of another deformation
   NRresult reg;
   const bool ok = mg_nr_reg_tiles(pair, param, reg);
   const bool fresh = !name.empty() && !reg.from_cache;
@@ -114,6 +128,7 @@ bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair
     ERROR_MSG("pair cache not written, swaths " << p.sw1 << "/" << p.sw2);
     return false;
   }
+  lock.release();
   result.ncached += ok && reg.from_cache;
   lost = ok ? "" : "the registration finds no solution";
   if (!ok) return true;

@@ -14,8 +14,6 @@
 
 namespace veld {
 namespace {
-constexpr char EXT_RPCIDX[] = ".rpc.idx";
-
 uint64_t hash_text(const std::string& s) {  // FNV-1a, 64 bits
   uint64_t h = 0xCBF29CE484222325ull;
   for (const char c : s) h = (h ^ static_cast<uint8_t>(c)) * 0x100000001B3ull;

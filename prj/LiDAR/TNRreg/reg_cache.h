@@ -9,6 +9,7 @@
 #include "lib/Geometry/xyz.h"
 
 namespace veld {
+constexpr char EXT_RPCIDX[] = ".rpc.idx";
 constexpr char EXT_RPCD0[] = ".rpc.d0";
 constexpr char EXT_RPCSUM[] =
     ".rpc.sum";  // checksums of deformation and index; without them it is read as it is

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "lib/general/log.h"
+#include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
@@ -16,7 +17,9 @@ namespace veld {
 namespace {
 constexpr double DEG = 57.2957795131;
 
-std::string tmp_name(int sw, const char* suffix) { return TMPDIR + "tmp_sw_" + std::to_string(sw) + suffix; }
+std::string tmp_name(int sw, const char* suffix) {
+  return TMPDIR + "tmp_sw_" + std::to_string(sw) + "." + own_tag() + suffix;
+}
 
 // The format of a line, with the swath at its end; the merge puts the number of the node in front of it.
 std::string node_line(double t, const dxyz* P, const xyz& T, const xyz& A_deg, int sw) {

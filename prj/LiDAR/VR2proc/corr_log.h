@@ -9,7 +9,7 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-// Writes the lines of one swath into temporary files "tmp_sw_<n>_TA.log", "tmp_sw_<n>_P_TA.log" in TMPDIR.
+// Writes the lines of one swath into temporary files "tmp_sw_<n>.<host>-<process>_TA.log" and "_P_TA.log" in TMPDIR.
 // S: m, shift of the swath, added to the translations. A swath without tables gives empty files.
 [[nodiscard]] bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po);
 

@@ -1,6 +1,7 @@
 // From options to the project: coordinate system, tagged tree, commands, lists of files.
 #include "las/las_access.h"
 #include "lib/general/log.h"
+#include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
@@ -151,8 +152,8 @@ bool check_name_lengths(const Run& run) {
   bool ok = check_name_length(ResultFile::part_of(OUTDIR + run.cl.o.name + "_DXYZcorr_stat.log"),
                               "the results", "a shorter -name");
   for (const Swath& s : run.prj.swaths)
-    ok = check_name_length(ResultFile::part_of(tile_tmp_name(s.path, 0, 0)), "the cache of a swath",
-                           "a shorter name of the swath or another -tmpdir") &&
+    ok = check_name_length(cache_name(s.path, EXT_GMTLOCK) + "." + own_tag() + "-9999.gone",
+                           "the cache of a swath", "a shorter name of the swath or another -tmpdir") &&
          ok;
   return ok;
 }

@@ -6,6 +6,7 @@
 
 #include "las/las_access.h"
 #include "las/lasreader.h"
+#include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
 #include "lib/general/path.h"
@@ -79,6 +80,7 @@ Step defaults_and_directories(Run& run) {
     OUTDIR.clear();  // nothing can be copied there at the end
     return Step::failed;
   }
+  remove_orphans(TMPDIR);
   run.cl.in.rules = {run.cl.parser.refdir, INDIR == "./" ? std::string() : INDIR};
 
   if (o.name.empty()) {
