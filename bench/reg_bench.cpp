@@ -32,7 +32,7 @@ struct BenchLevel {
     const int dxp = comp_dxp(J);
     pair = make_pair(synth);
     set_flags(pair.F, pair.img1);
-    Reg_Coef(pair.img1, 1);
+    Reg_Coef(pair.img1, 1, pair.C);
     Def.resize(dxp, dxp);
     for (int j = 0; j < dxp; j++)
       for (int i = 0; i < dxp; i++) {
@@ -43,7 +43,7 @@ struct BenchLevel {
     dUParamTile& T = Q.tile(0);
     T.Def = &Def;
     init_neighbours(Q, pair.TI);
-    if (!set_FCZ_ROI(T, {&pair.F(0), &pair.img1(0), &pair.img2(0), nullptr}, pair.buf, synth.dim << J, 0))
+    if (!set_FCZ_ROI(T, {&pair.F(0), &pair.C(0), &pair.img2(0), nullptr}, pair.buf, synth.dim << J, 0))
       return;
     set_BI(T);
     init_B_F(T, 0.0f, false);
@@ -102,7 +102,7 @@ void BM_pair(benchmark::State& state) {
     NRpair pair = make_pair(synth);
     NRresult result;
     state.ResumeTiming();
-    benchmark::DoNotOptimize(mg_nr_reg_tiles(pair, param, result));
+    benchmark::DoNotOptimize(register_pair(pair, param, result));
     npix += pair.img2.size() * pair.img2(0).size();
   }
   state.SetItemsProcessed(static_cast<int64_t>(npix));

@@ -128,6 +128,7 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
   for (size_t i = 0; i < inter.tiles.size(); i++)
     Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
   Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
+  prepare_pair(pair, 0, nthreads);
   return acc_qc_tiles(pair, &Def, nthreads, stat, nullptr, &before) && stat.n > 0;
 }
 

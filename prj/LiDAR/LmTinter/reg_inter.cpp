@@ -105,25 +105,42 @@ bool lock_pair(const SwPair& p, const std::string& name, const RegpairIdx& idx, 
   return true;
 }
 
-// Registers a pair whose images are in place; rec holds its records if it is valid, else lost says why not.
-// False after an ERROR line.
-bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair& pair,
-                   std::vector<DUTstr>& rec, std::string& lost, InterResult& result) {
-  RegpairIdx idx;
+// The parameters of a pair's registration; its cache is locked unless it will do. False after an ERROR line.
+bool make_NRparam(const RegRun& run, const SwPair& p, RegpairIdx& idx, FileLock& lock, NRparam& param) {
   if (!make_regpair_idx(run.s1.path, run.s2.path, run.levels, idx)) return false;
   const std::string name = regpair_name(idx);
-  NRparam param;
   param.Jstart = run.levels.Jstart;
   param.Jend = run.levels.Jend;
   param.nthreads = run.param.nthreads;
   param.cache = name.empty() ? "" : name + EXT_RPCD0;
-  FileLock lock;
   if (!lock_pair(p, name, idx, lock, param.cached)) return false;
   if (!param.cached && !name.empty())
     remove_file(name + EXT_RPCIDX);  // never an index of another deformation
+  return true;
+}
+
+// Measures a pair at displacement 0.
+void measure_before(RegRun& run, const SwPair& p, const NRpair& pair, InterResult& result) {
+  DZstat before;
+  if (!run.param.QC || !acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) return;
+  put_DZ_line(run.dz, p, before, run, run.before);
+  result.nqc++;
+}
+
+// Measures a pair and registers it; rec holds its records if it is valid, else lost says why not.
+// False after an ERROR line.
+bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair& pair,
+                   std::vector<DUTstr>& rec, std::string& lost, InterResult& result) {
+  RegpairIdx idx;
+  NRparam param;
+  FileLock lock;
+  if (!make_NRparam(run, p, idx, lock, param)) return false;
+  NRstart start = start_reg(pair.img2.size(), param);
+  prepare_pair(pair, start.depth(), param.nthreads);
+  measure_before(run, p, pair, result);
   NRresult reg;
-  const bool ok = mg_nr_reg_tiles(pair, param, reg);
-  const bool fresh = !name.empty() && !reg.from_cache;
+  const bool ok = mg_nr_reg_tiles(pair, param, std::move(start), reg);
+  const bool fresh = !param.cache.empty() && !reg.from_cache;
   if (fresh && ((ok && !reg.cache_written) || !write_regpair_idx(p.sw1, p.sw2, idx, ok))) {
     ERROR_MSG("pair cache not written, swaths " << p.sw1 << "/" << p.sw2);
     return false;
@@ -174,12 +191,11 @@ bool process_pair(RegRun& run, const SwPair& p, InterResult& result) {
   std::string lost = run.param.REG && p.reg && state != InterState::ok ? why_lost(state, run) : "";
   if (state == InterState::ok) {
     result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-    if (run.param.REG && p.reg && !register_pair(run, p, inter, pair, rec, lost, result)) return false;
-    DZstat
-        before;  // after the registration, which needs the heights that a measurement turns into coefficients
-    if (run.param.QC && acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) {
-      put_DZ_line(run.dz, p, before, run, run.before);
-      result.nqc++;
+    if (run.param.REG && p.reg) {
+      if (!register_pair(run, p, inter, pair, rec, lost, result)) return false;
+    } else {
+      prepare_pair(pair, 0, run.param.nthreads);
+      measure_before(run, p, pair, result);
     }
   }
   if (!lost.empty()) WARNING_MSG("swaths " << p.sw1 << "/" << p.sw2 << " not registered: " << lost);

@@ -11,7 +11,7 @@
 
 namespace veld {
 namespace {
-// Works on heights above their mean: the precisions that close the holes and the recursive filters are of
+// Heights to coefficients, in place. Works on heights above their mean: the precisions that close the holes and the recursive filters are of
 // single precision, and both leave a constant alone.
 void comp_coef(Image<float>& Z) {
   Image<float> W(Z.xsize(), Z.ysize(), 1.0f);
@@ -33,24 +33,31 @@ void comp_coef(Image<float>& Z) {
   for (uint64_t k = 0; k < Z.size(); k++) Z.val[k] += mean;
 }
 
-void coef_images(Vector<Image<float>>& images, int nthreads, const char* name) {
-  const int64_t nt = static_cast<int64_t>(images.size());
+void coef_images(Vector<Image<float>>& heights, int nthreads, const char* name, Vector<CoefImage>& coef) {
+  const int64_t nt = static_cast<int64_t>(heights.size());
   const int n = static_cast<int>(std::min<int64_t>(std::max(nthreads, 1), nt));
   Vector<uint8_t> seen(static_cast<uint64_t>(n), 0);
+  coef.resize(heights.size());
   run_units(nt, n, [&](int64_t t, int thread) {
     if (!seen(thread)) {
       seen(thread) = 1;
       LOG_LINE(name << " id=" << std::this_thread::get_id());
     }
-    comp_coef(images.val[t]);
+    coef.val[t].value = std::move(heights.val[t]);
+    comp_coef(coef.val[t].value);
     return true;
   });
+  heights.clear();
 }
 }  // namespace
 
-void Reg_Coef(Vector<Image<float>>& images, int nthreads) { coef_images(images, nthreads, "th_Reg_Coef"); }
+void Reg_Coef(Vector<Image<float>>& heights, int nthreads, Vector<CoefImage>& coef) {
+  coef_images(heights, nthreads, "th_Reg_Coef", coef);
+}
 
-void Reg_Coef_mg(Vector<Vector<Image<float>>>& levels, int l, int nthreads) {
-  coef_images(levels(l), nthreads, "th_Reg_Coef_mg");
+void Reg_Coef_mg(Vector<Vector<Image<float>>>& heights, int nthreads, Vector<Vector<CoefImage>>& coef) {
+  coef.resize(heights.size());
+  for (uint64_t l = 0; l < heights.size(); l++)
+    coef_images(heights.val[l], nthreads, "th_Reg_Coef_mg", coef.val[l]);
 }
 }  // namespace veld

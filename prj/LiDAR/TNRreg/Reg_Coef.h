@@ -4,10 +4,11 @@
 #pragma once
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
 
 namespace veld {
-// In place, for each image, on nthreads threads.
-void Reg_Coef(Vector<Image<float>>& images, int nthreads);
-// The same for level l of a pyramid.
-void Reg_Coef_mg(Vector<Vector<Image<float>>>& levels, int l, int nthreads);
+// For each image, on nthreads threads. The coefficients take the memory of the heights, which are empty afterwards.
+void Reg_Coef(Vector<Image<float>>& heights, int nthreads, Vector<CoefImage>& coef);
+// The same for the levels of a pyramid.
+void Reg_Coef_mg(Vector<Vector<Image<float>>>& heights, int nthreads, Vector<Vector<CoefImage>>& coef);
 }  // namespace veld

@@ -38,6 +38,17 @@ constexpr int comp_pixel(int dxp) { return dxp > 9 ? 1 : 8 / (dxp - 1); }
 // Bytes that the registration of nt tiles holds at its peak, images of the pair included.
 uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels);
 
+// Coefficients of the cubic B-spline through heights whose holes have been closed.
+struct CoefImage {
+  Image<float> value;
+};
+
+struct NRpyramid {  // levels 1 and up of the images of a pair, by level - 1 and tile
+  Vector<Vector<CoefImage>> C;
+  Vector<Vector<Image<float>>> Z;
+  Vector<Vector<Image<uint8_t>>> F;
+};
+
 // The images of a pair, one per tile; n = 32 * dim pixels along a tile's side. Row 0 is the southern edge,
 // pixel (0, 0) is the tile's lower left corner, where vertex (0, 0) stands too.
 struct NRpair {
@@ -51,9 +62,10 @@ struct NRpair {
   int dim = 0;       // pixels along the side of a microtile
   float mTsize = 0;  // m, side of a microtile
 
-  // Filled on the way, left alone by the caller.
+  // Filled by prepare_pair.
   Vector<Image<uint8_t>> F;  // where img1 had data: 1 + the roughness code
-  bool coef = false;         // img1 holds spline coefficients instead of heights
+  Vector<CoefImage> C;       // of img1, of its size
+  NRpyramid pyramid;         // of a pair that is registered on coarser levels first
 };
 
 struct NRparam {
@@ -82,6 +94,14 @@ struct DZmap {
   Image<float> dz0, dz;  // before and after the deformation; either may be empty
 };
 
+// What a registration starts from: the deformation of the cache at the last level, or none at the first one.
+struct NRstart {
+  int J = 0;
+  bool from_cache = false;
+  Vector<Image<xyz>> Def;
+  int depth() const { return J > MG_SKIP ? J - MG_SKIP : 0; }  // levels of the pyramid that it needs
+};
+
 struct NRresult {
   bool ok = false;             // converged at Jend, with at least one vertex left
   bool from_cache = false;     // Def was read from the cache
@@ -96,16 +116,21 @@ struct NRresult {
   DZstat before, after;     // differences at displacement 0 and at Def
 };
 
-// Registers a pair from coarse to fine. The images of the pair are used up: img1 holds coefficients
-// afterwards. dzmap may be null. Returns result.ok; what failed stands in the log, a failed pair is no error
-// of the run.
-[[nodiscard]] bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result,
-                                   DZmap* dzmap = nullptr);
+// Reads the cache of nt tiles when param.cached; a cache that cannot be read is none.
+NRstart start_reg(uint64_t nt, const NRparam& param);
 
-// Measures a pair without solving: at displacement 0 when Def is null, else under that deformation (as
-// returned by mg_nr_reg_tiles; copied, not changed). False when nothing could be compared. Works before and
-// after mg_nr_reg_tiles on the same pair. before: with a Def, both are measured on the pixels that either
+// Makes the images ready for registration and measurement: flags, pyramids of `depth` levels, coefficients. Uses up
+// img1, whose memory the coefficients take.
+void prepare_pair(NRpair& pair, int depth, int nthreads);
+
+// Registers a prepared pair from coarse to fine; start goes into the result. dzmap may be null. Returns
+// result.ok; what failed stands in the log, a failed pair is no error of the run.
+[[nodiscard]] bool mg_nr_reg_tiles(const NRpair& pair, const NRparam& param, NRstart&& start,
+                                   NRresult& result, DZmap* dzmap = nullptr);
+
+// Measures a prepared pair without solving: at displacement 0 when Def is null, else under that deformation (as
+// returned by mg_nr_reg_tiles; copied, not changed). False when nothing could be compared. before: with a Def, both are measured on the pixels that either
 // displacement leaves on data, and this gets the statistics at displacement 0.
-[[nodiscard]] bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat,
+[[nodiscard]] bool acc_qc_tiles(const NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat,
                                 DZmap* dzmap = nullptr, DZstat* before = nullptr);
 }  // namespace veld

@@ -31,13 +31,13 @@ enum : uint8_t { V_OFF = 0, V_ACTIVE = 1, V_SLAVE = 2 };  // states of a vertex
 
 struct FCZptr {  // the images of a tile at one pyramid level
   const Image<uint8_t>* F = nullptr;
-  const Image<float>* C = nullptr;
+  const CoefImage* C = nullptr;
   const Image<float>* Z = nullptr;
   const Image<uint8_t>* S = nullptr;  // roughness codes of Z; null: none
 };
 
 struct dUParamTile {
-  const Image<float>* C = nullptr;    // moved image, spline coefficients, margin buf
+  const CoefImage* C = nullptr;       // moved image, margin buf
   const Image<float>* Z = nullptr;    // reference heights
   const Image<uint8_t>* F = nullptr;  // where the moved image has data, 1 + its roughness code
   const Image<uint8_t>* S = nullptr;  // roughness codes of Z; null: none

@@ -6,7 +6,6 @@
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
-#include "prj/LiDAR/TNRreg/Reg_Coef.h"
 #include "prj/LiDAR/TNRreg/TNRreg_internal.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -146,8 +145,8 @@ void keep_common_pixels(dUParamTiles& Q) {
 }
 
 // Measures under Def (all zero when def is off). Returns the number of tiles with common data.
-int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, DZstat& stat, DZmap* dzmap,
-                DZstat* before) {
+int nr_qc_tiles(const NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, DZstat& stat,
+                DZmap* dzmap, DZstat* before) {
   LOG_ENTER("nr_qc_tiles nt=" << Def.size() << " buf=" << pair.buf << " mTsize=" << pair.mTsize
                               << " dim=" << pair.dim << " DEF=" << def);
   dUParamTiles Q;
@@ -160,7 +159,7 @@ int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, D
   for (uint64_t t = 0; t < Def.size(); t++) {
     dUParamTile& T = Q.tile.val[t];
     const int cell = 32 * pair.dim / (T.nv() - 1);
-    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t], nullptr}, pair.buf, cell,
+    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.C.val[t], &pair.img2.val[t], nullptr}, pair.buf, cell,
                      static_cast<int>(t)))
       continue;
     set_BI(T);
@@ -185,7 +184,7 @@ int nr_qc_tiles(NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthreads, D
 }
 }  // namespace
 
-bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat, DZmap* dzmap,
+bool acc_qc_tiles(const NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZstat& stat, DZmap* dzmap,
                   DZstat* before) {
   const uint64_t nt = pair.img2.size();
   LOG_ENTER("acc_qc_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize
@@ -193,12 +192,7 @@ bool acc_qc_tiles(NRpair& pair, const Vector<Image<xyz>>* Def, int nthreads, DZs
                                << " timg: " << pair.TI.xsize() << " " << pair.TI.ysize());
   const Stopwatch watch;
   stat = {};
-  ASSERT(pair.img1.size() == nt && (!Def || Def->size() == nt));
-  if (pair.F.empty()) set_flags(pair.F, pair.img1, pair.S1);
-  if (!pair.coef) {
-    Reg_Coef(pair.img1, nthreads);
-    pair.coef = true;
-  }
+  ASSERT(pair.C.size() == nt && (!Def || Def->size() == nt));
   Vector<Image<xyz>> D(nt);
   for (uint64_t t = 0; t < nt; t++) {
     if (!Def) {

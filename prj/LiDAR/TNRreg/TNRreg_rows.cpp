@@ -39,7 +39,7 @@ HOT_CLONES void sum_row(const dUParamTile& T, int j, float k, float slope_noise,
     const v8f w8 = __builtin_convertvector(wi, v8f);
     v8i use = wi != 0;
     Spline8 o;
-    spline8<true>(*T.C, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
+    spline8<true>(T.C->value, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
     const v8f zero = {};
     const v8f e = use ? w8 * k : zero;
     const v8f r = use ? p.z + uz - o.v : zero;
@@ -78,7 +78,7 @@ HOT_CLONES void resid_row(const dUParamTile& T, int j, const uint8_t* want, RowS
     const v8f uz = load8(&s.u0z[c]) + f1 * load8(&s.duz[c]);
     v8i use = bytes_to_int(p.b) != 0;
     Spline8 o;
-    spline8<false>(*T.C, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
+    spline8<false>(T.C->value, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
     store8(&s.res[c], p.z + uz - o.v);
   }
 }
@@ -96,7 +96,7 @@ HOT_CLONES void slope_row(const dUParamTile& T, int j, float slope_noise, RowScr
     const v8f uy = load8(&s.u0y[c]) + f1 * load8(&s.duy[c]);
     v8i use = bytes_to_int(b) != 0;
     Spline8 o;
-    spline8<true>(*T.C, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
+    spline8<true>(T.C->value, iota + static_cast<float>(T.imin + c + T.buf) + ux, y_row + uy, use, o);
     const v8f gx = use ? o.gx : zero, gy = use ? o.gy : zero, certain = slope_share(gx, gy, slope_noise);
     store8(&s.gx[c], certain * gx);
     store8(&s.gy[c], certain * gy);

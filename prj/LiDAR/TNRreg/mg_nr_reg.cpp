@@ -85,53 +85,32 @@ Image<xyz> refine_Def(const Image<xyz>& Def, bool scale) {
 }
 
 namespace {
-struct MGimages {  // pyramid levels 1 and up; level 0 are the pair's own images
-  Vector<Vector<Image<float>>> C, Z;
-  Vector<Vector<Image<uint8_t>>> F;
-};
-
 void resize_Def(Vector<Image<xyz>>& Def, uint64_t nt, int J) {
   Def.resize(nt);
   for (Image<xyz>& D : Def) D.resize(comp_dxp(J), comp_dxp(J), xyz{0, 0, 0});
 }
 
-void prepare_images(NRpair& pair, MGimages& mg, int depth, int nthreads) {
-  if (pair.F.empty()) set_flags(pair.F, pair.img1, pair.S1);
-  if (depth > 0) {
-    const Stopwatch watch;
-    ND_Pyramid(mg.C, pair.img1, nthreads, depth);
-    ND_Pyramid(mg.Z, pair.img2, nthreads, depth);
-    mg.F.resize(static_cast<uint64_t>(depth));
-    for (int l = 0; l < depth; l++) set_flags(mg.F.val[l], mg.C.val[l]);
-    LOG_LINE("/// INTER_PYR_TIME=" << watch.text());
-  }
-  const Stopwatch watch;
-  for (int l = 0; l < depth; l++) Reg_Coef_mg(mg.C, l, nthreads);
-  if (!pair.coef) Reg_Coef(pair.img1, nthreads);
-  pair.coef = true;
-  LOG_LINE("/// INTER_REGCOEF_TIME=" << watch.text());
-}
-
-Vector<FCZptr> images_at(const NRpair& pair, const MGimages& mg, int p) {
+Vector<FCZptr> images_at(const NRpair& pair, int p) {
   Vector<FCZptr> img(pair.img2.size());
+  const NRpyramid& mg = pair.pyramid;
   for (uint64_t t = 0; t < img.size(); t++)
     img.val[t] =
-        p == 0 ? FCZptr{&pair.F.val[t], &pair.img1.val[t], &pair.img2.val[t],
+        p == 0 ? FCZptr{&pair.F.val[t], &pair.C.val[t], &pair.img2.val[t],
                         pair.S2.size() > 0 ? &pair.S2.val[t] : nullptr}
                : FCZptr{&mg.F.val[p - 1].val[t], &mg.C.val[p - 1].val[t], &mg.Z.val[p - 1].val[t], nullptr};
   return img;
 }
 
 // The levels from Jfirst down to Jend. Returns whether the last one converged; conv and levels are counted.
-bool level_loop(NRpair& pair, const NRparam& param, int Jfirst, const MGimages& mg, NRresult& result,
-                DZmap* dzmap, int& conv, int& levels) {
+bool level_loop(const NRpair& pair, const NRparam& param, int Jfirst, NRresult& result, DZmap* dzmap,
+                int& conv, int& levels) {
   bool FOK = false;
   for (int J = Jfirst; J >= param.Jend; J--) {
     if (J < Jfirst)
       for (Image<xyz>& D : result.Def) D = refine_Def(D, J > 1);
     const int p = std::max(J - MG_SKIP, 0);
     const NRlevel lev = {J, param.Jstart, param.Jend, pair.buf >> p, pair.dim << (J - p)};
-    const int converged = nr_reg_tiles(images_at(pair, mg, p), pair, param, lev, result, dzmap);
+    const int converged = nr_reg_tiles(images_at(pair, p), pair, param, lev, result, dzmap);
     if (converged < 0 || (converged == 0 && p == 0)) return false;
     conv += converged != 0;
     levels++;
@@ -141,40 +120,59 @@ bool level_loop(NRpair& pair, const NRparam& param, int Jfirst, const MGimages& 
 }
 }  // namespace
 
-bool mg_nr_reg_tiles(NRpair& pair, const NRparam& param, NRresult& result, DZmap* dzmap) {
+NRstart start_reg(uint64_t nt, const NRparam& param) {
+  NRstart start;
+  if (param.cached && !param.cache.empty()) {
+    start.J = param.Jend;
+    resize_Def(start.Def, nt, start.J);
+    start.from_cache = read_reg_cache(param.cache, start.Def);
+    if (start.from_cache) return start;
+  }
+  start.J = param.Jstart;
+  resize_Def(start.Def, nt, start.J);
+  return start;
+}
+
+void prepare_pair(NRpair& pair, int depth, int nthreads) {
+  LOG_ENTER("prepare_pair nt=" << pair.img2.size() << " depth=" << depth);
+  set_flags(pair.F, pair.img1, pair.S1);
+  Vector<Vector<Image<float>>> heights;
+  if (depth > 0) {
+    const Stopwatch watch;
+    NRpyramid& mg = pair.pyramid;
+    ND_Pyramid(heights, pair.img1, nthreads, depth);
+    ND_Pyramid(mg.Z, pair.img2, nthreads, depth);
+    mg.F.resize(static_cast<uint64_t>(depth));
+    for (int l = 0; l < depth; l++) set_flags(mg.F.val[l], heights.val[l]);
+    LOG_LINE("/// INTER_PYR_TIME=" << watch.text());
+  }
+  const Stopwatch watch;
+  Reg_Coef_mg(heights, nthreads, pair.pyramid.C);
+  Reg_Coef(pair.img1, nthreads, pair.C);
+  LOG_LINE("/// INTER_REGCOEF_TIME=" << watch.text());
+}
+
+bool mg_nr_reg_tiles(const NRpair& pair, const NRparam& param, NRstart&& start, NRresult& result,
+                     DZmap* dzmap) {
   const uint64_t nt = pair.img2.size();
-  const int side = nt > 0 ? pair.img1.val[0].xsize() : 0;
   LOG_ENTER("mg_nr_reg_tiles nt=" << nt << " buf=" << pair.buf << " mTsize=" << pair.mTsize
                                   << " dim=" << pair.dim << " timg: " << pair.TI.xsize() << " "
                                   << pair.TI.ysize() << " cached=" << param.cached);
-  ASSERT(pair.img1.size() == nt && param.Jstart <= NR_JMAX && param.Jend >= 0);
-  ASSERT(nt == 0 || side == 32 * pair.dim + 2 * pair.buf);
+  ASSERT(pair.C.size() == nt && param.Jstart <= NR_JMAX && param.Jend >= 0);
+  ASSERT(nt == 0 || pair.C.val[0].value.xsize() == 32 * pair.dim + 2 * pair.buf);
+  ASSERT(pair.pyramid.C.size() >= static_cast<uint64_t>(start.depth()));
   const Stopwatch watch;
   result = {};
-  int Jfirst = param.Jstart, Jpyr = std::max(param.Jstart - MG_SKIP, 0);
-  resize_Def(result.Def, nt, param.Jstart);
-  if (param.cached && !param.cache.empty()) {
-    resize_Def(result.Def, nt, param.Jend);
-    result.from_cache = read_reg_cache(param.cache, result.Def);
-    if (result.from_cache) {
-      Jfirst = param.Jend;
-      Jpyr = std::max(param.Jend - MG_SKIP, 0);
-    } else {
-      resize_Def(result.Def, nt, param.Jstart);
-    }
-  }
-  LOG_LINE("Jstart=" << param.Jstart << " Jend=" << param.Jend << " MG_SKIP=" << MG_SKIP << " Jpyr=" << Jpyr
-                     << " dxp=" << comp_dxp(Jfirst) << " cached=" << result.from_cache);
+  result.from_cache = start.from_cache;
+  result.Def = std::move(start.Def);
+  LOG_LINE("Jstart=" << param.Jstart << " Jend=" << param.Jend << " MG_SKIP=" << MG_SKIP << " Jpyr="
+                     << start.depth() << " dxp=" << comp_dxp(start.J) << " cached=" << result.from_cache);
   LOG_LINE("NR_BOOST=" << NR_BOOST << " MINFRAC=" << MINFRAC << " MINFRAC0=" << MINFRAC0
                        << " MAXREGUNC=" << MAXREGUNC.x << " " << MAXREGUNC.y << " " << MAXREGUNC.z
                        << " NR_SMAX=" << NR_SMAX << " J0_REG=" << J0_REG << " SIGMA0_REG=" << SIGMA0_REG);
-  MGimages mg;
-  ASSERT(Jpyr == 0 || !pair.coef);  // the pyramid needs heights
-  prepare_images(pair, mg, Jpyr, param.nthreads);
-
   result.Zv.resize(nt);
   int conv = 0, levels = 0;
-  result.ok = level_loop(pair, param, Jfirst, mg, result, dzmap, conv, levels);
+  result.ok = level_loop(pair, param, start.J, result, dzmap, conv, levels);
   LOG_LINE("conv/levels=" << conv << "/" << levels << " FOK=" << result.ok << " out=" << result.after.out);
   LOG_LINE("/// INTER_REG_TIME=" << watch.text());
   if (!result.ok) LOG_LINE("<!> MG_NR_REG FAIL");

@@ -105,7 +105,7 @@ TEST(Noise, UncertaintiesFitTheErrors) {
     param.Jend = levels.Jend;
     NRpair pair = make_pair(synth);
     NRresult result;
-    ASSERT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    ASSERT_TRUE(register_pair(pair, param, result));
     const DefError e = compare(synth, result);
     for (const double chi : {e.chi.x, e.chi.y, e.chi.z}) {
       EXPECT_GT(chi, 0.35);

@@ -72,7 +72,7 @@ TEST(Registration, PlantedDisplacementComesBackWithItsUncertainty) {
     const NRparam param = make_param(c.synth, 1, c.coarse);
     NRpair pair = make_pair(c.synth);
     NRresult result;
-    ASSERT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    ASSERT_TRUE(register_pair(pair, param, result));
     const DefError e = compare(c.synth, result);
     const int side = 1 << (5 - c.coarse);  // vertices: seams count once
     EXPECT_GT(e.n, c.synth.ntx * c.synth.nty * side * side * 8u / 10);
@@ -122,7 +122,7 @@ TEST(Registration, ConvergesFromAsFarAsTheStartLevelReaches) {
     const NRparam param = make_param(synth, c.init, coarse);
     NRpair pair = make_pair(synth);
     NRresult result;
-    ASSERT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    ASSERT_TRUE(register_pair(pair, param, result));
     const DefError e = compare(synth, result);
     const uint64_t side = 64u >> coarse;
     EXPECT_GT(e.n, side * side * 7 / 10);
@@ -144,7 +144,7 @@ TEST(Registration, FlatGroundIsUncertainInThePlaneOnly) {
     NRparam param = make_param(synth, 1, 1);
     NRpair pair = make_pair(synth);
     NRresult result;
-    ASSERT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    ASSERT_TRUE(register_pair(pair, param, result));
     const DefError e = compare(synth, result);
     unc[flat] = to_xyz(e.unc);
     EXPECT_NEAR(e.mean.z, 0, 0.01);
@@ -165,7 +165,7 @@ TEST(Registration, NoiseFloorCountsFromTheFinalLevel) {
     const NRparam param = make_param(synth, 2, 1);
     NRpair pair = make_pair(synth);
     NRresult result;
-    EXPECT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    EXPECT_TRUE(register_pair(pair, param, result));
     SIGMA0_REG = 0;
     J0_REG = 1;
     return compare(synth, result).unc.z;
@@ -187,7 +187,7 @@ TEST(Registration, ResultsDoNotDependOnThreads) {
   for (const int nthreads : {1, 2, 3}) {
     NRpair pair = make_pair(synth);
     param.nthreads = nthreads;
-    ASSERT_TRUE(mg_nr_reg_tiles(pair, param, results[nthreads - 1]));
+    ASSERT_TRUE(register_pair(pair, param, results[nthreads - 1]));
   }
   expect_same_bytes(results[0], results[1]);
   expect_same_bytes(results[0], results[2]);
@@ -203,7 +203,7 @@ TEST(Registration, CacheGivesTheSameResult) {
   param.cache = dir.path + "/pair.rpc.d0";
   const auto run = [&](NRresult& result) {
     NRpair pair = make_pair(synth);
-    EXPECT_TRUE(mg_nr_reg_tiles(pair, param, result));
+    EXPECT_TRUE(register_pair(pair, param, result));
   };
   NRresult computed, cached;
   run(computed);
@@ -269,7 +269,7 @@ TEST(Registration, PairsWithoutUsableDataFailQuietly) {
     NRpair pair = make_pair(synth);
     c.spoil(pair, param);
     NRresult result;
-    EXPECT_FALSE(mg_nr_reg_tiles(pair, param, result));
+    EXPECT_FALSE(register_pair(pair, param, result));
   }
 }
 
@@ -282,7 +282,7 @@ TEST(Registration, TilesWithoutDataDoNotDisturbTheirNeighbours) {
   for (int y = 0; y < 128; y++)  // half a tile
     for (int x = 48; x < 128; x++) pair.img2(1)(x, y) = NR_NODATA;
   NRresult result;
-  ASSERT_TRUE(mg_nr_reg_tiles(pair, param, result));
+  ASSERT_TRUE(register_pair(pair, param, result));
   const DefError e = compare(synth, result);
   EXPECT_GT(e.n, 400u);
   EXPECT_LT(e.rms.x, 0.4);
@@ -307,6 +307,7 @@ TEST(Registration, MapsKeepTheLargestDifference) {
   map.dz0.resize(32, 16, NR_NODATA);
   map.dz0(20, 8) = 3;
   DZstat stat;
+  prepare_pair(pair, 0, 2);
   ASSERT_TRUE(acc_qc_tiles(pair, nullptr, 2, stat, &map));
   EXPECT_NEAR(stat.m, -0.25, 0.001);
   EXPECT_EQ(map.dz0(4, 4), NR_NODATA);  // left of the pair's frame

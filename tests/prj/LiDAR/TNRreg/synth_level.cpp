@@ -19,7 +19,7 @@ LevelProblem::LevelProblem(int J, double size, double holes, bool whole) {
   if (!whole) pair.TI(1, 1) = -1;
   const uint64_t nt = whole ? 4 : 3;
   set_flags(pair.F, pair.img1);
-  Reg_Coef(pair.img1, 1);
+  Reg_Coef(pair.img1, 1, pair.C);
   std::mt19937 rng(5);
   std::uniform_real_distribution<float> unit(-1, 1);
   const float amplitude = static_cast<float>(size);
@@ -36,8 +36,7 @@ LevelProblem::LevelProblem(int J, double size, double holes, bool whole) {
   sync_border(Q);
   for (uint64_t t = 0; t < nt; t++) {
     dUParamTile& T = Q.tile(t);
-    EXPECT_TRUE(
-        set_FCZ_ROI(T, {&pair.F(t), &pair.img1(t), &pair.img2(t), nullptr}, pair.buf, pair.dim << J, 0));
+    EXPECT_TRUE(set_FCZ_ROI(T, {&pair.F(t), &pair.C(t), &pair.img2(t), nullptr}, pair.buf, pair.dim << J, 0));
     set_BI(T);
     EXPECT_TRUE(init_B_F(T, 0.02f, false));
     for (uint64_t k = 0; k < T.B.size(); k++)  // all sorts of weights
@@ -124,7 +123,7 @@ double slow_energy(dUParamTiles& Q, const Vector<float>& V) {
         if (w == 0) continue;
         const dxyz u = bilinear(*T.Def, static_cast<double>(i) / T.dim, static_cast<double>(j) / T.dim);
         const double r =
-            static_cast<double>((*T.Z)(i, j)) + u.z - spline_at(*T.C, i + T.buf + u.x, j + T.buf + u.y);
+            static_cast<double>((*T.Z)(i, j)) + u.z - spline_at(T.C->value, i + T.buf + u.x, j + T.buf + u.y);
         E += 0.5 * w * r * r / static_cast<double>(Q.s * Q.s);
       }
     const auto prior = [&](int i, int j, int di, int dj) {
@@ -163,8 +162,8 @@ double slow_product(dUParamTiles& Q, const Vector<float>& V, const Vector<float>
         const double x = static_cast<double>(i) / T.dim, y = static_cast<double>(j) / T.dim;
         const dxyz d = bilinear(u, x, y);
         const double px = i + T.buf + d.x, py = j + T.buf + d.y;
-        const double gx = (spline_at(*T.C, px + h, py) - spline_at(*T.C, px - h, py)) / (2 * h);
-        const double gy = (spline_at(*T.C, px, py + h) - spline_at(*T.C, px, py - h)) / (2 * h);
+        const double gx = (spline_at(T.C->value, px + h, py) - spline_at(T.C->value, px - h, py)) / (2 * h);
+        const double gy = (spline_at(T.C->value, px, py + h) - spline_at(T.C->value, px, py - h)) / (2 * h);
         const dxyz J = {-gx, -gy, 1};
         sum += w * dot(J, bilinear(da, x, y)) * dot(J, bilinear(db, x, y)) / static_cast<double>(Q.s * Q.s);
       }

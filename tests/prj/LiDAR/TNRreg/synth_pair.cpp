@@ -105,6 +105,12 @@ NRpair make_pair(const SynthPair& synth) {
   return pair;
 }
 
+bool register_pair(NRpair& pair, const NRparam& param, NRresult& result) {
+  NRstart start = start_reg(pair.img2.size(), param);
+  prepare_pair(pair, start.depth(), param.nthreads);
+  return mg_nr_reg_tiles(pair, param, std::move(start), result);
+}
+
 DefError compare(const SynthPair& synth, const NRresult& result) {
   const int n = 32 * synth.dim;
   DefError e;

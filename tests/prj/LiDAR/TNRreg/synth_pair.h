@@ -42,6 +42,8 @@ struct SynthPair {
   std::function<dxyz(double x, double y)> disp = [](double, double) { return dxyz{0, 0, 0}; };
 };
 NRpair make_pair(const SynthPair& synth);
+// Prepares and registers it.
+bool register_pair(NRpair& pair, const NRparam& param, NRresult& result);
 
 // Deviation of a result from the planted displacement over its vertices, in pixels and metres.
 struct DefError {
