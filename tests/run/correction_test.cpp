@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "tests/run/program.h"
-#include "tests/run/score_run.h"
+#include "tests/run/scored_project.h"
 
 namespace veld {
 namespace {

@@ -39,12 +39,16 @@ RunOutput Program::run(const std::vector<std::string>& args, const std::function
   return finish(start(args, before));
 }
 
+bool simulate(const std::string& dir, const std::string& options) {
+  std::filesystem::create_directories(dir);
+  const std::string command =
+      std::string(VELDSIM_PATH) + " -odir " + dir + " " + options + " > /dev/null 2>&1";
+  return std::system(command.c_str()) == 0;
+}
+
 bool simulate(const std::string& dir) {
   static const TempDir once;  // for all tests of the process
-  static const bool good =
-      std::system(
-          (std::string(VELDSIM_PATH) + " -preset tiny -odir " + once.path + " > /dev/null 2>&1").c_str()) ==
-      0;
+  static const bool good = simulate(once.path, "-preset tiny");
   std::error_code failed;
   std::filesystem::copy(once.path, dir, std::filesystem::copy_options::recursive, failed);
   return good && !failed;

@@ -30,6 +30,8 @@ struct Program {
 
 // Writes the smallest simulated project into a directory: L01.las to L03.las, traj.out, zone 33.
 bool simulate(const std::string& dir);
+// Writes the one that veldsim makes of the options; the directory is made if absent.
+bool simulate(const std::string& dir, const std::string& options);
 
 bool holds(const std::string& text, const std::string& part);
 // Waits up to ten seconds for a file.

@@ -9,8 +9,7 @@
 #include <sstream>
 
 #include "las/las_access.h"
-#include "sim/score.h"
-#include "tests/run/program.h"
+#include "tests/run/scored_project.h"
 
 namespace veld {
 namespace {
@@ -20,9 +19,7 @@ struct RunProject : testing::Test {
   static bool simulated;
   static void SetUpTestSuite() {
     program = new Program;
-    const std::string sim =
-        std::string(VELDSIM_PATH) + " -preset tiny -odir " + program->work.path + " > /dev/null 2>&1";
-    simulated = std::system(sim.c_str()) == 0;
+    simulated = simulate(program->work.path);
     for (const char* const dir : {"/tmp1", "/tmp2", "/o1", "/o2"})
       std::filesystem::create_directory(program->work.path + dir);
   }
@@ -41,20 +38,7 @@ struct RunProject : testing::Test {
 Program* RunProject::program = nullptr;
 bool RunProject::simulated = false;
 
-// The lines L01 to L03 of a directory, with a suffix to their names, against their true points.
-ProjectScore score(const std::string& project, const std::string& dir, const std::string& suffix) {
-  std::vector<SwathScore> swaths;
-  for (const std::string line : {"L01", "L02", "L03"}) {
-    SwathScore s;
-    s.name = line;
-    const bool read = read_las_dxyz(project + "/truth/" + line + ".las", s.truth, "xyz") &&
-                      read_las_dxyz(dir + "/" + line + suffix + ".las", s.points, "xyz");
-    EXPECT_TRUE(read && s.points.size() == s.truth.size()) << dir << " " << line;
-    if (!read || s.points.size() != s.truth.size()) return {};
-    swaths.push_back(std::move(s));
-  }
-  return score_project(swaths, 10);
-}
+const std::vector<std::string> LINES = {"L01", "L02", "L03"};
 
 // The numbers of the lines of a table that begin with a number, up to the first empty line.
 std::vector<std::vector<double>> table(const std::string& text) {
@@ -107,7 +91,8 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
   }
 
   // The swaths are 0.67 m apart before; 0.013 m was seen after, and 0.018 m of noise less one common shift.
-  const ProjectScore before = score(path(""), path(""), ""), after = score(path(""), o1, "_c");
+  const ProjectScore before = score_files(path("truth"), path(""), LINES, ""),
+                     after = score_files(path("truth"), o1, LINES);
   EXPECT_GT(before.relative3d, 0.5);
   EXPECT_LT(after.relative3d, 0.03);
   EXPECT_LT(after.all_rel.rms3d, 0.03);
@@ -138,7 +123,7 @@ TEST(RunDrift, IsTakenOutBesideTheCalibration) {
                    "0",       "0",     "-bore", "0",     "0",      "0",       "-C",       "B",         "-out",
                    "*_c.las", "-name", "r",     "-odir", "out",    "-tmpdir", "tmp",      "-nthreads", "2"});
   ASSERT_EQ(r.code, 0) << r.err;
-  const ProjectScore after = score(dir, dir + "/out", "_c");
+  const ProjectScore after = score_files(dir + "/truth", dir + "/out", LINES);
   EXPECT_LT(after.relative3d, 0.03);
   EXPECT_LT(after.all_rel.rms3d, 0.045);
   std::istringstream cal(read_text(dir + "/out/r_cal.txt"));

@@ -1,5 +1,7 @@
 #include "tests/run/scored_project.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -18,10 +20,32 @@ std::vector<std::string> las_files(const std::string& dir) {
 }
 }  // namespace
 
+ProjectScore score_files(const std::string& truth, const std::string& out,
+                         const std::vector<std::string>& stems, const std::string& suffix, const dxyz& unit) {
+  std::vector<SwathScore> swaths;
+  for (const std::string& stem : stems) {
+    SwathScore s;
+    s.name = stem;
+    const bool read = read_las_dxyz(truth + "/" + stem + ".las", s.truth, "xyz") &&
+                      read_las_dxyz(out + "/" + stem + suffix + ".las", s.points, "xyz");
+    EXPECT_TRUE(read && s.points.size() == s.truth.size()) << out << " " << stem;
+    if (!read || s.points.size() != s.truth.size()) return {};
+    for (Vector<dxyz>* const points : {&s.points, &s.truth})
+      for (dxyz& p : *points) p = {p.x * unit.x, p.y * unit.y, p.z * unit.z};
+    swaths.push_back(std::move(s));
+  }
+  return score_project(swaths, 10);
+}
+
+double number_after(const std::string& text, const std::string& label) {
+  const size_t at = text.find(label);
+  return at == std::string::npos ? std::nan("") : std::atof(text.c_str() + at + label.size());
+}
+
 ScoredProject::ScoredProject(const std::vector<std::string>& simulator) {
-  std::string command = std::string(VELDSIM_PATH) + " -preset tiny -odir " + dir;
-  for (const std::string& option : simulator) command += " " + option;
-  if (std::system((command + " > /dev/null 2>&1").c_str()) != 0) std::filesystem::remove_all(dir + "/truth");
+  std::string options = "-preset tiny";
+  for (const std::string& option : simulator) options += " " + option;
+  if (!simulate(dir, options)) std::filesystem::remove_all(dir + "/truth");
   for (const char* const name : {"/out", "/tmp"}) std::filesystem::create_directory(dir + name);
 }
 
@@ -31,26 +55,17 @@ ScoredRun ScoredProject::align(const std::vector<std::string>& options) const {
   args.insert(args.end(), options.begin(), options.end());
   for (const std::string& name : las_files(dir + "/out")) std::filesystem::remove(dir + "/out/" + name);
   result.run = program.run(args);
-  const std::vector<std::string> names =
-      std::filesystem::exists(dir + "/truth") ? las_files(dir + "/truth") : std::vector<std::string>();
-  uint64_t n = 0;
-  double sum = 0;
-  result.scored = !names.empty();
-  for (const std::string& name : names) {
-    Vector<dxyz> points, truth;
-    result.scored = result.scored && exists(dir + "/out/" + name) &&
-                    read_las_dxyz(dir + "/out/" + name, points, "xyz") &&
-                    read_las_dxyz(dir + "/truth/" + name, truth, "xyz") && points.size() == truth.size();
-    if (!result.scored) break;
-    for (uint64_t i = 0; i < points.size(); i++) {
-      const dxyz d = points.val[i] - truth.val[i];
-      const dxyz e = {d.x * unit.x, d.y * unit.y, d.z * unit.z};
-      sum += dot(e, e);
-      result.largest = std::max({result.largest, std::fabs(e.x), std::fabs(e.y), std::fabs(e.z)});
-    }
-    n += points.size();
+  std::vector<std::string> stems;
+  if (std::filesystem::exists(dir + "/truth")) stems = las_files(dir + "/truth");
+  result.scored = !stems.empty();
+  for (std::string& stem : stems) {
+    result.scored = result.scored && exists(dir + "/out/" + stem);
+    stem.resize(stem.size() - 4);  // without ".las"
   }
-  result.rms = n > 0 ? std::sqrt(sum / static_cast<double>(n)) : 0;
+  if (!result.scored) return result;
+  const ErrorStat error = score_files(dir + "/truth", dir + "/out", stems, "", unit).all;
+  result.rms = error.rms3d;
+  result.largest = std::max({error.largest.x, error.largest.y, error.largest.z});
   return result;
 }
 

@@ -1,15 +1,25 @@
 // tests/run/scored_project.h
-// A simulated project that a test may spoil or bring into another form, aligned by the program and scored against
-// its truth.
+// Corrected files of a whole run against the truth of a simulated project, which a test may spoil or bring into
+// another form before.
 #pragma once
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "lib/Geometry/xyz.h"
+#include "sim/score.h"
 #include "tests/run/program.h"
 
 namespace veld {
+// Scores the files of `out`, named by their stems and a suffix, against the files of truth of the same stems; unit:
+// metres per unit of both. A file that is missing or has other points fails the test and gives an empty score.
+ProjectScore score_files(const std::string& truth, const std::string& out,
+                         const std::vector<std::string>& stems, const std::string& suffix = "_c",
+                         const dxyz& unit = {1, 1, 1});
+
+// The number behind the first occurrence of a label in a text; not a number without one.
+double number_after(const std::string& text, const std::string& label);
+
 struct ScoredRun {
   RunOutput run;
   bool scored = false;  // all corrected swaths are there and whole
