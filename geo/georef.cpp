@@ -6,11 +6,12 @@
 #include <iomanip>
 
 #include "geo/wkt.h"
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 
 namespace veld {
 namespace {
-constexpr double SAME_PARALLEL_DEG = 1e-10 * 57.29577951308232;  // two parallels closer than this are one
+constexpr double SAME_PARALLEL_DEG = 1e-10 * DEG_PER_RAD;  // two parallels closer than this are one
 
 std::string proj_key(const char* key, double value) {
   char text[64];

@@ -10,9 +10,10 @@
 
 #include "image/colormap.h"
 #include "image/geo_place.h"
+#include "lib/DataStructure/nodata.h"
 
 namespace veld {
-constexpr float IMG_NODATA = -9999.0f;  // a pixel without a value
+constexpr float IMG_NODATA = NODATA;  // a pixel without a value
 
 struct ImgParam {           // of all pictures of a run
   bool OUTTIFF = false;     // -tiff

@@ -6,6 +6,7 @@
 #include <deque>
 
 #include "image/tiff_layout.h"
+#include "lib/DataStructure/nodata.h"
 #include "lib/general/assert_fail.h"
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
@@ -16,7 +17,6 @@ namespace veld {
 namespace {
 constexpr int TILE = 256;       // side of a tile, pixels
 constexpr int STRIP_ROWS = 64;  // rows of a strip
-constexpr float F32_NONE = -9999.0f;
 
 // A level in the making: the rows of blocks that are whole go coded into a spool file.
 struct Band {
@@ -34,7 +34,7 @@ void fill_empty(Pixel pixel, std::vector<uint8_t>& bytes) {
     std::fill(bytes.begin(), bytes.end(), uint8_t{0});
     return;
   }
-  for (size_t i = 0; i + 4 <= bytes.size(); i += 4) std::memcpy(bytes.data() + i, &F32_NONE, 4);
+  for (size_t i = 0; i + 4 <= bytes.size(); i += 4) std::memcpy(bytes.data() + i, &NODATA, 4);
 }
 
 // Mean of the samples of a 2 x 2 block that have a value; `none` where no sample has. T's own rounding.
@@ -117,7 +117,7 @@ bool TiffOut::State::flush(size_t level) {
       const uint8_t* upper = b.pixels.data() + static_cast<size_t>(y) * band_row(b);
       const uint8_t* lower = y + 1 < b.nrows ? upper + band_row(b) : upper;
       if (spec.pixel == Pixel::f32)
-        halve_rows<float>(upper, lower, b.xsize, 1, none, F32_NONE, row.data());
+        halve_rows<float>(upper, lower, b.xsize, 1, none, NODATA, row.data());
       else if (spec.pixel == Pixel::u16)
         halve_rows<uint16_t>(upper, lower, b.xsize, 1, none, 0, row.data());
       else

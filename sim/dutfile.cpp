@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "lib/DataStructure/nodata.h"
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 
@@ -12,7 +13,6 @@ namespace {
 constexpr uint32_t MAGIC = 0x471EFF39, VERSION = 0x0003378A;
 constexpr size_t HEADER = 20, RECORD = 64;  // bytes
 constexpr double NO_TIME = -1e300;          // times below are none
-constexpr double NO_HEIGHT = -9999;
 
 template <typename T>
 double field(const uint8_t* record, size_t offset) {
@@ -93,7 +93,7 @@ bool read_dut(const std::string& path, DutFile& dut) {
       ERROR_MSG("record " << i << " of a pair that the index does not list, file '" << path << "'");
       return false;
     }
-    if (v.p.z != NO_HEIGHT) dut.vectors.push_back(v);
+    if (v.p.z != static_cast<double>(NODATA)) dut.vectors.push_back(v);
   }
   return true;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/Geometry/angle.h"
 #include "sim/simrand.h"
 
 namespace veld {
@@ -40,7 +41,7 @@ double wobble(uint64_t seed, uint64_t channel, double t, const double (&amp)[3],
 
 Pose line_pose(const FlightPlan& plan, const FlightLine& line, double t) {
   const double s = plan.speed * (t - 0.5 * (line.t0 + line.t1));
-  const double m = plan.motion, deg = M_PI / 180;
+  const double m = plan.motion, deg = RAD_PER_DEG;
   const double across = m * wobble(plan.seed, 100, t, {0.9, 0.3, 0.05}, {23, 9.1, 3.7});
   const double up = m * wobble(plan.seed, 101, t, {0.7, 0.25, 0.04}, {19, 7.3, 2.9});
   const double sh = std::sin(line.heading), ch = std::cos(line.heading);

@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/Geometry/angle.h"
 #include "sim/simrand.h"
 
 namespace veld {
-namespace {
-constexpr double DEG = M_PI / 180;
-}
+namespace {}
 
 Terrain make_terrain(const SimSpec& spec) {
   Terrain t = spec.land;
@@ -19,7 +18,7 @@ Terrain make_terrain(const SimSpec& spec) {
 }
 
 DriftModel make_drift(const SimSpec& spec) {
-  return {spec.seed * 1000 + 29, spec.drift_pos, spec.drift_att_deg * DEG, spec.drift_tau};
+  return {spec.seed * 1000 + 29, spec.drift_pos, spec.drift_att_deg * RAD_PER_DEG, spec.drift_tau};
 }
 
 FlightPlan make_plan(const SimSpec& spec) {
@@ -28,7 +27,7 @@ FlightPlan make_plan(const SimSpec& spec) {
   plan.speed = spec.speed;
   plan.motion = spec.motion;
   const double z = make_terrain(spec).z0 + spec.agl, T = spec.length / spec.speed;
-  const double az = spec.azimuth_deg * DEG;
+  const double az = spec.azimuth_deg * RAD_PER_DEG;
   double t = 10;
   const auto add = [&](double offset, double heading, double across_az, double height) {
     plan.lines.push_back({t, t + T, spec.east + offset * std::cos(across_az),
@@ -77,11 +76,11 @@ Pulse make_pulse(const SimSpec& spec, double t, double phase_shift, SimRandom& r
   pulse.t = t;
   const double turns = t * spec.scan_rate + phase_shift;
   const double phase = 2 * (turns - std::floor(turns));
-  pulse.theta = spec.fov_deg * DEG * (phase < 1 ? 2 * phase - 1 : 3 - 2 * phase);
+  pulse.theta = spec.fov_deg * RAD_PER_DEG * (phase < 1 ? 2 * phase - 1 : 3 - 2 * phase);
   pulse.reported = {0, std::sin(pulse.theta), std::cos(pulse.theta)};
   true_beam(spec, pulse.theta, pulse);
-  const double along = spec.angle_noise_deg * DEG * random.normal();
-  const double across = spec.angle_noise_deg * DEG * random.normal();
+  const double along = spec.angle_noise_deg * RAD_PER_DEG * random.normal();
+  const double across = spec.angle_noise_deg * RAD_PER_DEG * random.normal();
   pulse.direction = apply(rotation_xyz(-across, along, 0), pulse.direction);
   return pulse;
 }
@@ -141,8 +140,9 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
   const DriftModel drift = make_drift(spec);
   const FlightLine& fl = plan.lines[line];
   const dxyz error = channel == 0 ? spec.boresight_deg : spec.boresight1_deg;
-  const Mat3 mount = rotation_xyz(0, channel == 0 ? 0 : spec.tilt1_deg * DEG, 0);
-  const Mat3 bore = product(rotation_xyz(error.x * DEG, error.y * DEG, error.z * DEG), mount);
+  const Mat3 mount = rotation_xyz(0, channel == 0 ? 0 : spec.tilt1_deg * RAD_PER_DEG, 0);
+  const Mat3 bore =
+      product(rotation_xyz(error.x * RAD_PER_DEG, error.y * RAD_PER_DEG, error.z * RAD_PER_DEG), mount);
   SimRandom random(spec.seed * 1000 + 100 + line + 100000 * channel + 200000 * pass);
   std::vector<SimPoint> points;
   const double t_first = fl.t0 - spec.overrun, t_last = fl.t1 + spec.overrun;
@@ -165,7 +165,7 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
       const BeamHit& hit = echoes.hit[e];
       const double measured = measured_range(spec, hit.range) + spec.range_noise * random.normal();
       points.push_back({t, rec.p + rec_dir * measured, origin + dir * hit.range,
-                        static_cast<float>(pulse.theta / DEG), static_cast<uint8_t>(e + 1),
+                        static_cast<float>(pulse.theta / RAD_PER_DEG), static_cast<uint8_t>(e + 1),
                         static_cast<uint8_t>(echoes.n), class_of(hit.cover)});
     }
   }

@@ -3,13 +3,13 @@
 #include <cmath>
 #include <cstdio>
 
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "sim/simproject.h"
 
 namespace veld {
 namespace {
-constexpr double DEG = M_PI / 180;
 
 struct Sample {
   double t;            // s after the start
@@ -59,14 +59,14 @@ bool write_text(const SimSpec& spec, const std::vector<Sample>& samples, const s
   for (const Sample& s : samples) {
     std::string row;
     for (const char letter : spec.traj_columns) {
-      double heading = (s.pose.heading + (geo ? s.convergence : 0)) / DEG;
+      double heading = (s.pose.heading + (geo ? s.convergence : 0)) / RAD_PER_DEG;
       heading -= 360 * std::floor(heading / 360);
       const double value = letter == 't'   ? t0 + s.t
-                           : letter == 'x' ? (geo ? s.lon / DEG : s.pose.p.x)
-                           : letter == 'y' ? (geo ? s.lat / DEG : s.pose.p.y)
+                           : letter == 'x' ? (geo ? s.lon / RAD_PER_DEG : s.pose.p.x)
+                           : letter == 'y' ? (geo ? s.lat / RAD_PER_DEG : s.pose.p.y)
                            : letter == 'z' ? s.pose.p.z
-                           : letter == 'w' ? s.pose.roll / DEG
-                           : letter == 'p' ? s.pose.pitch / DEG
+                           : letter == 'w' ? s.pose.roll / RAD_PER_DEG
+                           : letter == 'p' ? s.pose.pitch / RAD_PER_DEG
                            : letter == 'k' ? heading
                                            : 0;
       char text[40];

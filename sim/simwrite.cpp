@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "las/las_access.h"
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "lib/general/progress.h"
 #include "lib/general/result_file.h"
@@ -18,7 +19,6 @@
 
 namespace veld {
 namespace {
-constexpr double DEG = M_PI / 180;
 
 // Names count from 01.
 std::string numbered(const char* letters, int i) { return LOG_STR(letters << (i < 9 ? "0" : "") << i + 1); }
@@ -148,7 +148,8 @@ bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::ve
   const DriftModel model = make_drift(spec);
   for (double t = 0; t < plan.lines.back().t1 + 8; t += 1) {
     const Drift d = drift_at(model, t);
-    j["drift"].push_back({t, d.pos.x, d.pos.y, d.pos.z, d.att.x / DEG, d.att.y / DEG, d.att.z / DEG});
+    j["drift"].push_back(
+        {t, d.pos.x, d.pos.y, d.pos.z, d.att.x / RAD_PER_DEG, d.att.y / RAD_PER_DEG, d.att.z / RAD_PER_DEG});
   }
   ResultFile file;
   if (!file.open(path)) return false;

@@ -5,12 +5,12 @@
 #include <cmath>
 
 #include "geo/georef.h"
+#include "lib/Geometry/angle.h"
 #include "sim/score.h"
 #include "sim/simproject.h"
 
 namespace veld {
 namespace {
-constexpr double DEG = M_PI / 180;
 
 TEST(Flight, InverseProjectionAgreesWithTheLibrary) {
   const struct {
@@ -28,11 +28,11 @@ TEST(Flight, InverseProjectionAgreesWithTheLibrary) {
     double lat, lon, convergence, north_deg;
     utm_inverse(c.zone, c.east, c.north, lat, lon, convergence);
     dxyz p;
-    ASSERT_TRUE(geo_forward_north(geo, lon / DEG, lat / DEG, 0, p, north_deg));
+    ASSERT_TRUE(geo_forward_north(geo, lon / RAD_PER_DEG, lat / RAD_PER_DEG, 0, p, north_deg));
     EXPECT_NEAR(p.x, c.east, 1e-4);
     EXPECT_NEAR(p.y, c.north, 1e-4);
     // True north lies to the other side of grid north than grid north of true north.
-    EXPECT_NEAR(north_deg, -convergence / DEG, 1e-4);
+    EXPECT_NEAR(north_deg, -convergence / RAD_PER_DEG, 1e-4);
   }
 }
 
@@ -91,7 +91,7 @@ TEST(Project, CorrectionsAddedToPointsGiveTheTruth) {
     std::copy(c.internal, c.internal + 7, spec.internal);
     const FlightPlan plan = make_plan(spec);
     const dxyz bore = c.channel == 0 ? spec.boresight_deg : spec.boresight1_deg;
-    const Mat3 mount = rotation_xyz(0, c.channel * spec.tilt1_deg * DEG, 0);
+    const Mat3 mount = rotation_xyz(0, c.channel * spec.tilt1_deg * RAD_PER_DEG, 0);
     double before = 0, after = 0;
     for (const SimPoint& p : scan_line(spec, plan, 0, c.channel)) {
       const Pose pose = recorded_pose(plan, make_drift(spec), p.t);
@@ -101,8 +101,8 @@ TEST(Project, CorrectionsAddedToPointsGiveTheTruth) {
       const dxyz s{dot(r, apply(ics, {1, 0, 0})), dot(r, apply(ics, {0, 1, 0})),
                    dot(r, apply(ics, {0, 0, 1}))};
       const dxyz q = p.observed + spec.lever.x * a + spec.lever.y * b + spec.lever.z * down +
-                     bore.x * DEG * cross(a, r) + bore.y * DEG * cross(b, r) + bore.z * DEG * cross(down, r) +
-                     apply(ics, internal_correction(spec, s));
+                     bore.x * RAD_PER_DEG * cross(a, r) + bore.y * RAD_PER_DEG * cross(b, r) +
+                     bore.z * RAD_PER_DEG * cross(down, r) + apply(ics, internal_correction(spec, s));
       before = std::max(before, norm(p.observed - p.truth));
       after = std::max(after, norm(q - p.truth));
     }

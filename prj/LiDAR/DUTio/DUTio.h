@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 #include "lib/general/checksum.h"
@@ -17,7 +18,7 @@ namespace veld {
 constexpr uint32_t DUT_MAGIC = 0x471EFF39;
 constexpr uint32_t DUT_VERSION = 0x0003378A;
 constexpr double DUT_NOTIME = -2e307;     // Time1 or Time2 of a vertex without a time
-constexpr float DUT_NODATA = -9999.0f;    // Z of a vertex without an estimate
+constexpr float DUT_NODATA = NODATA;      // Z of a vertex without an estimate
 constexpr uint32_t DUT_MAXPAIRS = 65536;  // Pair# is 16 bits wide
 
 struct DUTHdr {  // start of ".dut"

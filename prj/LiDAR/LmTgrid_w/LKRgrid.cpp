@@ -15,7 +15,6 @@ namespace veld {
 #endif
 
 namespace {
-constexpr float NO_Z = -9999.0f;
 
 // Eight floats of one vector register (of two with the portable baseline). Held by reference or in locals
 // only, so that no calling convention depends on the vector unit.
@@ -194,7 +193,7 @@ uint64_t LKRgrid_inv3x3(LKRtile& t) {
   uint64_t nok = 0, nout = 0;
   for (uint64_t i = 0; i < t.npix; i++) {
     const LKRsums& s = t.sums.val[i];
-    t.Z.val[i] = NO_Z;
+    t.Z.val[i] = NODATA;
     t.bx.val[i] = t.by.val[i] = 0;
     if (!(s.S0 > GZ_DMINF)) continue;
     const double S0 = s.S0, Sx = s.Sx, Sy = s.Sy, Sxx = s.Sxx, Syy = s.Syy, Sxy = s.Sxy;
@@ -224,9 +223,9 @@ uint64_t comp_S_outf(LKRtile& t, float SmaxGSD) {
     if (S0 == 0) continue;
     t.S.val[i] = std::sqrt(t.S.val[i] / S0);
     if (!(t.S.val[i] <= SmaxGSD)) {
-      nout += t.Z.val[i] != NO_Z;
-      t.Z.val[i] = NO_Z;
-    } else if (t.Z.val[i] != NO_Z) {
+      nout += t.Z.val[i] != NODATA;
+      t.Z.val[i] = NODATA;
+    } else if (t.Z.val[i] != NODATA) {
       ng++;
     }
   }
@@ -259,7 +258,7 @@ LKRstate encode_tile(const LKRtile& t, float GSD, float ppp, Vector<uint32_t>& w
   uint64_t nd = 0, nover = 0, nf = 0;
   for (uint64_t i = 0; i < t.npix; i++) {
     bool over = false;
-    const bool nodata = t.Z.val[i] == NO_Z;
+    const bool nodata = t.Z.val[i] == NODATA;
     words.val[i] = encode_ZDS(t.z0 + static_cast<double>(t.Z.val[i]), nodata, t.S.val[i], GSD,
                               t.sums.val[i].S0, ppp, over);
     nd += !nodata;

@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "lib/DataStructure/image.h"
+#include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
@@ -63,7 +64,7 @@ uint32_t encode_ZDS(double z, bool nodata, float s, float GSD, float density, fl
 // Height of a word in metres, -9999 without one.
 inline float decode_Z(uint32_t word) {
   const uint32_t z = word & 0xFFFFFF;
-  return z == 0 ? -9999.0f : static_cast<float>((static_cast<int32_t>(z) - 0x753000) * (1.0 / 1024));
+  return z == 0 ? NODATA : static_cast<float>((static_cast<int32_t>(z) - 0x753000) * (1.0 / 1024));
 }
 inline int decode_S(uint32_t word) { return static_cast<int>((word >> 24) & 31); }
 inline int decode_D(uint32_t word) { return static_cast<int>(word >> 29); }

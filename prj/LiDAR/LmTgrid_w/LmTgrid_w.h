@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "lib/DataStructure/image.h"
+#include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
@@ -18,7 +19,6 @@
 namespace veld {
 constexpr uint32_t GridMagic = 0xCACACACA;
 constexpr uint32_t GridVersion = 0x30E1C;
-constexpr float NODATA = -9999.0f;         // height of a pixel without one
 constexpr int32_t GRID_ZBIAS = 0x753000;   // 7500 m in 1/1024 m
 constexpr uint32_t GRID_ZMASK = 0xFFFFFF;  // bits 0-23: height; 24-28: roughness; 29-31: density
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/tuning.h"
@@ -10,7 +11,6 @@
 namespace veld {
 namespace {
 constexpr size_t HIST_MAX = 1u << 20;  // points of a microtile that are told apart
-constexpr double DEG = 57.29577951308232;
 
 // Value below which the given fraction of the values lies; reorders them.
 int32_t percentile(std::vector<int32_t>& values, double fraction) {
@@ -138,7 +138,7 @@ bool comp_swath_stat(const std::string& path, bool tproc, bool median, SwathStat
     ax *= sense.sign();
     ay *= sense.sign();
   }
-  s.heading = std::atan2(ax, ay) * DEG;
+  s.heading = std::atan2(ax, ay) * DEG_PER_RAD;
   if (s.heading < 0) s.heading += tproc ? 360.0 : 180.0;
   s.cache_bytes = tile_cache_bytes(path);
   return true;

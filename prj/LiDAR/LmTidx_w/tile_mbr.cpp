@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
@@ -78,7 +79,7 @@ bool mtile_MBR_stat(const TileGeom& g, const Vector<TIsxy>& TI, const Vector<Occ
     smin = std::min(smin, s);
     smax = std::max(smax, s);
   });
-  LOG_LINE("theta=" << theta * 57.29577951308232 << " deg - MBR size: " << rmax - rmin << " x " << smax - smin
+  LOG_LINE("theta=" << theta * DEG_PER_RAD << " deg - MBR size: " << rmax - rmin << " x " << smax - smin
                     << " tiles");
   if (!(rmax > rmin && smax > smin)) return false;
   const double r4[4] = {rmin, rmax, rmax, rmin}, s4[4] = {smin, smin, smax, smax};

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "lib/Geometry/angle.h"
 #include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -13,7 +14,6 @@
 
 namespace veld {
 namespace {
-constexpr double DEG = 57.29577951308233;
 constexpr uint64_t BLOCK = 512;  // records read at once
 constexpr uint64_t NEAR = 3;     // records on each side whose times decide with that of a record
 
@@ -140,12 +140,12 @@ bool open_times(const std::string& path, bool warn, SBETtimes& s) {
 PO to_PO(const SBETrec& r, double shift, const POread& par) {
   PO rec;
   rec.t = r.time + shift;
-  rec.x = r.lon * DEG;
-  rec.y = r.lat * DEG;
+  rec.x = r.lon * DEG_PER_RAD;
+  rec.y = r.lat * DEG_PER_RAD;
   rec.z = r.height;
-  rec.roll = static_cast<float>(r.roll * DEG);
-  rec.pitch = static_cast<float>(r.pitch * DEG);
-  rec.yaw = file_yaw((par.sbetw0 ? r.heading : r.heading - r.wander) * DEG, par);
+  rec.roll = static_cast<float>(r.roll * DEG_PER_RAD);
+  rec.pitch = static_cast<float>(r.pitch * DEG_PER_RAD);
+  rec.yaw = file_yaw((par.sbetw0 ? r.heading : r.heading - r.wander) * DEG_PER_RAD, par);
   return rec;
 }
 // Records [n0, n1) of the file, checked.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "prj/LiDAR/POio/POcheck.h"
 #include "prj/LiDAR/POio/POio_internal.h"
@@ -12,7 +13,6 @@
 
 namespace veld {
 namespace {
-constexpr double DEG = 57.29577951308233;
 constexpr uint64_t TAIL = 65536;  // bytes in which the last row is looked for
 
 // Times of the first rows of a file that have all columns, in reverse order.
@@ -58,7 +58,7 @@ void check_rows(const std::string& path, const POread& par, double first_time, c
 }
 
 PO to_PO(const POrow& row, double shift, const POread& par) {
-  const double angle = par.rad ? DEG : 1.0;
+  const double angle = par.rad ? DEG_PER_RAD : 1.0;
   const double place = par.proj == PO_GEO ? angle : par.proj == PO_PROJ ? DATAUNIT : 1.0;
   PO rec;
   rec.t = row.t + shift;

@@ -7,14 +7,15 @@
 #include <string>
 
 #include "lib/DataStructure/image.h"
+#include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 
 namespace veld {
-constexpr float NR_NODATA = -9999.0f;  // a height without data; a vertex (its z) without estimate
-constexpr float NR_NO_UNC = 1000.0f;   // uncertainty of a vertex without estimate
-constexpr int MG_SKIP = 2;             // level J works on pyramid level max(J - MG_SKIP, 0)
-constexpr int NR_JMAX = 5;             // coarsest level: 2 x 2 vertices a tile
+constexpr float NR_NODATA = NODATA;   // a height without data; a vertex (its z) without estimate
+constexpr float NR_NO_UNC = 1000.0f;  // uncertainty of a vertex without estimate
+constexpr int MG_SKIP = 2;            // level J works on pyramid level max(J - MG_SKIP, 0)
+constexpr int NR_JMAX = 5;            // coarsest level: 2 x 2 vertices a tile
 
 // Levels of a registration and the margin that the moved images need for them.
 struct RegLevels {

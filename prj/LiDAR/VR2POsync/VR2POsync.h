@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
@@ -19,7 +20,8 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-constexpr dxyz NO_PO = {1000.0, 1000.0, -9999.0};  // position where there is no trajectory; z is the test
+constexpr dxyz NO_PO = {1000.0, 1000.0,
+                        double{NODATA}};  // position where there is no trajectory; z is the test
 
 struct POsyncParam {
   float tol = 1.0f;   // s, how far a swath may reach beyond its trajectory file (-po_tol)

@@ -227,7 +227,7 @@ void linreg_xyz(const Vector<double>& t, const Vector<xyz>& v, dxyz& a, dxyz& b)
 xyz sample_corr_img(const Image<xyz>& img, double u, double v) {
   const double iu = std::floor(u), iv = std::floor(v);
   // So far off that no cell is reached; also keeps the indices in range.
-  if (!(iu >= -2 && iu <= img.xsize() && iv >= -2 && iv <= img.ysize())) return {0, 0, NO_Z};
+  if (!(iu >= -2 && iu <= img.xsize() && iv >= -2 && iv <= img.ysize())) return {0, 0, NODATA};
   float wu[4], wv[4];
   bspline_weights(static_cast<float>(u - iu), wu);
   bspline_weights(static_cast<float>(v - iv), wv);
@@ -238,12 +238,12 @@ xyz sample_corr_img(const Image<xyz>& img, double u, double v) {
     const xyz* row = img.row(y0 + j);
     for (int i = std::max(0, -x0); i < std::min(4, img.xsize() - x0); i++) {
       const xyz& cell = row[x0 + i];
-      if (cell.z == NO_Z) continue;
+      if (cell.z == NODATA) continue;
       const float weight = wu[i] * wv[j];
       sum += cell * weight;
       wsum += weight;
     }
   }
-  return wsum > 0 ? sum / wsum : xyz{0, 0, NO_Z};
+  return wsum > 0 ? sum / wsum : xyz{0, 0, NODATA};
 }
 }  // namespace veld

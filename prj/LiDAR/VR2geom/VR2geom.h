@@ -11,18 +11,17 @@
 #include <vector>
 
 #include "lib/DataStructure/image.h"
+#include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
+#include "lib/Geometry/angle.h"
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/POio/POio.h"
 #include "prj/LiDAR/VR2geom/calib.h"
 
 namespace veld {
-constexpr float DEG2RAD = 0.01745329f;
-constexpr float RAD2DEG = 57.29578f;
-constexpr float NO_Z = -9999.0f;                       // Z that marks "no data"
-constexpr xyz NO_CORR = {1000.0f, 1000.0f, -9999.0f};  // no trajectory at that time
-constexpr float NO_ANGLE = 1000.0f;                    // undefined angle
-constexpr int N_INTERNAL = 7;                          // internal parameters
+constexpr xyz NO_CORR = {1000.0f, 1000.0f, NODATA};  // no trajectory at that time
+constexpr float NO_ANGLE = 1000.0f;                  // undefined angle
+constexpr int N_INTERNAL = 7;                        // internal parameters
 
 // ---- rotations
 // -------------------------------------------------------------------------------------------------

@@ -12,7 +12,7 @@ bool interp_PO(const SwathCorr& corr, double t, PO& out) {
 void move_cursor(const SwathCorr& corr, CorrCursor& cursor, double t) {
   cursor.t = t;
   cursor.valid = false;
-  cursor.frame.O = {1000.0, 1000.0, -9999.0};
+  cursor.frame.O = {1000.0, 1000.0, double{NODATA}};
   if (!std::isfinite(t)) return;
   if (corr.po) {
     PO po;
@@ -37,7 +37,7 @@ void move_cursor(const SwathCorr& corr, CorrCursor& cursor, double t) {
 
 xyz warp_at(const CorrWarp& warp, const dxyz& P) {
   const xyz d = sample_corr_img(*warp.img, (P.x - warp.x0) / warp.GSD, (P.y - warp.y0) / warp.GSD);
-  return d.z == NO_Z ? xyz{0, 0, 0} : d;
+  return d.z == NODATA ? xyz{0, 0, 0} : d;
 }
 
 xyz internal_corr(const SwathCorr& corr, const TrajFrame& frame, const xyz& r) {

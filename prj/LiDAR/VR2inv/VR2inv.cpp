@@ -33,7 +33,7 @@ void collect_sets(const InvCalDrift& inv, InvResult& res) {
 }
 
 void show_prior(const InvCalDrift& inv) {
-  const xyz &T = inv.prior.T, A = inv.prior.A * static_cast<float>(DEG);
+  const xyz &T = inv.prior.T, A = inv.prior.A * static_cast<float>(DEG_PER_RAD);
   LOG_MSG("-> STEP " << inv.step << " IMU Error Prior=" << T.x << ' ' << T.y << ' ' << T.z);
   if (inv.drift_att)
     LOG_MSG("-> STEP " << inv.step << " IMU Attitude Prior=" << A.x << ' ' << A.y << ' ' << A.z);
@@ -118,7 +118,7 @@ dxyz mean_att_effect(const InvCalDrift& inv, const InvResult& res) {
     const InvSamples& m = inv.in.swaths[s].samples;
     const AttCols& J = inv.sw[s].A;
     for (uint64_t i = 0; i < J.r.size() && !res.At[s].empty(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
       const xyz A = InterpVt(m.t.val[i], res.t0[s], res.Dt[s], res.At[s]);
       sum += to_dxyz(J.r.val[i] * A.x + J.p.val[i] * A.y + J.y.val[i] * A.z);
       n++;

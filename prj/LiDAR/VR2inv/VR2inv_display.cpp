@@ -32,7 +32,9 @@ std::string number(const char* format, double value) {
   return text;
 }
 
-double in_degrees(int c) { return c >= 3 && c < N_EXTERNAL ? DEG : 1.0; }  // factor of row c of the table
+double in_degrees(int c) {
+  return c >= 3 && c < N_EXTERNAL ? DEG_PER_RAD : 1.0;
+}  // factor of row c of the table
 float value_of(const Calib& cal, int c) {
   return static_cast<float>(c < 3            ? axis(cal.L, c)
                             : c < N_EXTERNAL ? axis(cal.B, c - 3)

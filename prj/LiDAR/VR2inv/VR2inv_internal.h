@@ -11,11 +11,11 @@
 
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
+#include "lib/Geometry/angle.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 
 namespace veld {
 constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};  // m2, added to variances
-constexpr double DEG = 57.2957795131;
 constexpr int N_EXTERNAL = 6;
 constexpr int COV_MAX = 60;  // calibration parameters up to which their covariance is of use
 constexpr int MAX_SLOT =

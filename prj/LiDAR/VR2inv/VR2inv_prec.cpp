@@ -67,7 +67,8 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
       count.nfxu++;
     else if (reference && !all_below(U, limits.z))
       count.nffxu++;
-    else if ((!a.fixed && p.O1.val[i].z == NO_Z) || (!b.fixed && p.O2.val[i].z == NO_Z) || !is_finite(p, i))
+    else if ((!a.fixed && p.O1.val[i].z == NODATA) || (!b.fixed && p.O2.val[i].z == NODATA) ||
+             !is_finite(p, i))
       count.nout++;
     else {
       const auto prec = [thin](float u, float floor) {

@@ -22,7 +22,7 @@ void init_prior(InvCalDrift& inv) {
   const double boost = p.PriBoost, pos = p.Cpri0 > 0 ? p.Cpri0 : INS_POS / boost;
   const double att = p.Cpri0 > 0 ? p.Cpri0 / INS_POS : 1 / boost;
   inv.prior.T = to_xyz(dxyz{pos, pos, pos});
-  inv.prior.A = to_xyz(INS_ATT * (att / DEG));
+  inv.prior.A = to_xyz(INS_ATT * (att / DEG_PER_RAD));
   const xyz rms = comp_def_RMS(inv, false);
   const auto twice = [](float r) { return std::max(2 * r, 0.01f); };
   inv.Ccal = {twice(rms.x), twice(rms.y), twice(rms.z)};
@@ -42,7 +42,7 @@ bool fit_prior(InvCalDrift& inv) {
   const double boost = inv.par.PriBoost;
   double change = 0;
   for (int kind = 0; kind < (inv.drift_att ? 2 : 1); kind++) {
-    const dxyz known = kind == 0 ? dxyz{INS_POS, INS_POS, INS_POS} : INS_ATT / DEG;
+    const dxyz known = kind == 0 ? dxyz{INS_POS, INS_POS, INS_POS} : INS_ATT / DEG_PER_RAD;
     double sum = OWN, n = OWN;
     std::vector<uint8_t> done(inv.nTAnd, 0);
     for (const SwState& w : inv.sw) {
@@ -64,7 +64,7 @@ bool fit_prior(InvCalDrift& inv) {
     change = std::max(change, std::fabs(std::log(static_cast<double>(next.z / prior.z))));
     prior = next;
   }
-  LOG_LINE("fit_prior T=" << inv.prior.T.x << " A=" << inv.prior.A.x * DEG << " change=" << change);
+  LOG_LINE("fit_prior T=" << inv.prior.T.x << " A=" << inv.prior.A.x * DEG_PER_RAD << " change=" << change);
   return change > SETTLED;
 }
 
@@ -105,7 +105,7 @@ NodePrior comp_NodePrior(const InvCalDrift& inv, int c, double Dt) {
   const double sigma = c < 3 ? axis(inv.prior.T, c) : axis(inv.prior.A, c - 3);
   const double prec = c < 3 ? axis(prior_prec_T(inv), c) : axis(prior_prec_A(inv), c - 3);
   // A larger drift than an INS has is a constant one, in the main: it changes no faster.
-  const double ins = c < 3 ? INS_POS : axis(INS_ATT, c - 3) / DEG;
+  const double ins = c < 3 ? INS_POS : axis(INS_ATT, c - 3) / DEG_PER_RAD;
   const double rate = inv.prior.rate <= 0 ? 0
                       : inv.par.Spri > 0  ? inv.prior.rate * ins / INS_POS
                                           : rate_of(std::min(sigma, ins / inv.par.PriBoost), INS_TIME);
@@ -124,7 +124,7 @@ void init_calib_prior(InvCalDrift& inv) {
     GeomCols cols;
     const auto square = [](const xyz& J) { return to_dxyz({J.x * J.x, J.y * J.y, J.z * J.z}); };
     for (uint64_t i = 0; i < m.P.size(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
       n++;
       comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
       comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);

@@ -206,7 +206,7 @@ void comp_A(const Vector<dxyz>& P, const Vector<dxyz>& O, const Vector<xyz>& Att
   const SwRot none;  // the drift axes don't depend on the mount
   for (uint64_t i = 0; i < n; i++) {
     xyz cols[3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
-    if (P.val[i].z != NO_Z && O.val[i].z != NO_Z) {
+    if (P.val[i].z != NODATA && O.val[i].z != NODATA) {
       comp_TrajFrame(O.val[i], Att.val[i], none, frame);
       comp_att_cols(frame, to_xyz(P.val[i] - O.val[i]), NOZ, cols);
     }

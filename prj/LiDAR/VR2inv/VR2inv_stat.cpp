@@ -187,7 +187,7 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms) {
   for (int s = 0; s < inv.nsw; s++) {
     const InvSamples& m = inv.in.swaths[s].samples;
     for (uint64_t i = 0; inv.sw[s].mobile && i < m.P.size(); i++) {
-      if (m.P.val[i].z == NO_Z || m.O.val[i].z == NO_Z) continue;
+      if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
       swath_drift(inv, s, m.t.val[i], T, A);
       area.add(T, A, m.P.val[i], m.O.val[i], m.Att.val[i], inv.par.NOZ);
     }

@@ -143,7 +143,7 @@ void sparse_P_Y_drift(const InvCalDrift& inv, DriftEq& sys) {
   LOG_LINE("HFTA STEP 0 TIME=" << watch.text());
 }
 
-bool is_sample(const InvSamples& m, uint64_t i) { return m.P.val[i].z != NO_Z && m.O.val[i].z != NO_Z; }
+bool is_sample(const InvSamples& m, uint64_t i) { return m.P.val[i].z != NODATA && m.O.val[i].z != NODATA; }
 
 // The prior along each line: a process with the drift's standard deviation and correlation time.
 void add_line_prior(const InvCalDrift& inv, DriftEq& sys) {

@@ -78,7 +78,7 @@ xyz fill_hole(const Image<xyz>& around, int cx, int cy) {
   PlaneSums sums;
   const auto add = [&](int dx, int dy) {
     const xyz& v = around(cx + dx, cy + dy);
-    if (v.z != NO_Z) sums.add(dx, dy, v);
+    if (v.z != NODATA) sums.add(dx, dy, v);
   };
   for (int r = 1; r <= REACH && !sums.enough(); r++) {
     for (int d = -r; d <= r; d++) add(d, -r), add(d, r);
@@ -110,7 +110,7 @@ uint64_t fill_SCorr(const Vector<TIsxy>& TI, const std::vector<uint32_t>& holes,
   uint64_t nfilled = 0;
   for (size_t i = 0; i < holes.size(); i++) {
     table.C.val[holes[i] / mTn].val[holes[i] % mTn] = value[i];
-    nfilled += value[i].z != NO_Z;
+    nfilled += value[i].z != NODATA;
   }
   return nfilled;
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
 #include "lib/general/path.h"
@@ -15,7 +16,6 @@
 
 namespace veld {
 namespace {
-constexpr double DEG = 57.2957795131;
 
 std::string tmp_name(int sw, const char* suffix) {
   return TMPDIR + "tmp_sw_" + std::to_string(sw) + "." + own_tag() + suffix;
@@ -147,7 +147,7 @@ bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po) 
   const double dt = mean_dt_PO(po);
   for (uint64_t k = 0; k < n; k++) {
     const double t = res.t0[i] + static_cast<double>(k) * res.Dt[i];
-    const xyz T = res.Tt[i].val[k] + S, A = res.At[i].val[k] * static_cast<float>(DEG);
+    const xyz T = res.Tt[i].val[k] + S, A = res.At[i].val[k] * static_cast<float>(DEG_PER_RAD);
     ta.fs << node_line(t, nullptr, T, A, sw);
     PO at;
     // The last node may lie beyond the trajectory that was kept: its position is then that of the end.
@@ -187,7 +187,7 @@ bool drift_stat_output(const Project& prj, const InvResult& res, const std::vect
   write_drift_table(file.fs, LABEL_T, res.Tt, res, 1.0, swc, tmin, tmax);
   if (res.CA) {
     file.fs << '\n';
-    write_drift_table(file.fs, LABEL_A, res.At, res, DEG, swc, tmin, tmax);
+    write_drift_table(file.fs, LABEL_A, res.At, res, DEG_PER_RAD, swc, tmin, tmax);
   }
   if (!file.commit()) return false;
   LOG_MSG("Written time-dependent correction statistics " << prj.name << "_TA_stat.log");

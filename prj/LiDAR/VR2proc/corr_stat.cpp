@@ -100,7 +100,7 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc, const std
     StatXYZ stat;
     for (const Image<xyz>& tile : table.C)
       for (uint64_t i = 0; i < tile.size(); i++)
-        if (tile.val[i].z != NO_Z) stat.add(to_dxyz(tile.val[i] + table.T0));
+        if (tile.val[i].z != NODATA) stat.add(to_dxyz(tile.val[i] + table.T0));
     if (stat.n == 0) continue;
     file.fs << sw;
     put_stat(file.fs, stat);

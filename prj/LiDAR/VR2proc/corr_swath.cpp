@@ -32,9 +32,9 @@ uint64_t corr_records(uint8_t* records, uint64_t n, LASpoint point, const SwathC
     const double t = clock.sync(unroll(point.gps_time()));
     const dxyz P{point.x() * DATAUNIT, point.y() * DATAUNIT, point.z() * DATAUNIT_Z};
     xyz C = comp_point_corr(corr, cursor, P, t);
-    if (FWD && C.z != NO_Z) C = comp_point_corr(corr, cursor, P + to_dxyz(C), t);
+    if (FWD && C.z != NODATA) C = comp_point_corr(corr, cursor, P + to_dxyz(C), t);
     int32_t X, Y, Z;
-    if (C.z == NO_Z || !to_grid((P.x + C.x) / DATAUNIT, point.offset[0], point.scale[0], X) ||
+    if (C.z == NODATA || !to_grid((P.x + C.x) / DATAUNIT, point.offset[0], point.scale[0], X) ||
         !to_grid((P.y + C.y) / DATAUNIT, point.offset[1], point.scale[1], Y) ||
         !to_grid((P.z + C.z) / DATAUNIT_Z, point.offset[2], point.scale[2], Z))
       continue;

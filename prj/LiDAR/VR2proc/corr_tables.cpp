@@ -128,7 +128,7 @@ bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& p
     for (uint64_t s = 0; s < index[i].where.size(); s++) {
       const xyz c = comp_point_corr(corr, cursor, samples[i].P.val[s], samples[i].t.val[s]);
       C.val[index[i].where[s] / mTn].val[index[i].where[s] % mTn] = c;
-      if (c.z != NO_Z) stat.add(to_dxyz(c));
+      if (c.z != NODATA) stat.add(to_dxyz(c));
     }
     const uint64_t nfilled =
         fill ? fill_SCorr(index[i].TI, index[i].untimed, nthreads, tables[i]) : uint64_t{0};

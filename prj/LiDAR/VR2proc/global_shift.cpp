@@ -17,7 +17,7 @@ void cancel_mean(const std::vector<int>& swc, std::vector<SCorrTbl>& tables) {
   for (const int sw : swc)
     for (const Image<xyz>& tile : tables[static_cast<size_t>(sw)].C)
       for (uint64_t i = 0; i < tile.size(); i++)
-        if (tile.val[i].z != NO_Z) stat.add(to_dxyz(tile.val[i] + T0_of(tables, sw)));
+        if (tile.val[i].z != NODATA) stat.add(to_dxyz(tile.val[i] + T0_of(tables, sw)));
   const dxyz m = stat.mean();
   LOG_MSG("Canceling global mean shift correction: " << m.x << ' ' << m.y << ' ' << m.z);
   for (const int sw : swc) T0_of(tables, sw) -= to_xyz(m);
@@ -49,7 +49,7 @@ double comp_mean_AGL(const std::vector<InvSamples>& samples, const std::vector<i
   for (const int sw : swc) {
     const InvSamples& s = samples[static_cast<size_t>(sw)];
     for (uint64_t i = 0; i < s.P.size(); i++) {
-      if (s.P.val[i].z == NO_Z || s.O.val[i].z == NO_Z) continue;
+      if (s.P.val[i].z == NODATA || s.O.val[i].z == NODATA) continue;
       sum += s.O.val[i].z - s.P.val[i].z;
       n++;
     }

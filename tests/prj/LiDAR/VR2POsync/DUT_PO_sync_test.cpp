@@ -1,10 +1,10 @@
 // The whole synchronisation: frames, matching, attitudes, messages, logs.
+#include "lib/Geometry/angle.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "tests/prj/LiDAR/VR2POsync/sync_project.h"
 
 namespace veld {
 namespace {
-constexpr double DEG = 57.29577951308233;
 
 // Two swaths in one track, 1020 to 1040 and 1050 to 1070 s.
 void two_swaths(SyncProject& p) {
@@ -13,7 +13,7 @@ void two_swaths(SyncProject& p) {
   p.pairs.push_back({0, 1, 5});
 }
 
-double azimuth(const dxyz& a, const dxyz& b) { return std::atan2(b.x - a.x, b.y - a.y) * DEG; }
+double azimuth(const dxyz& a, const dxyz& b) { return std::atan2(b.x - a.x, b.y - a.y) * DEG_PER_RAD; }
 double turn(double angle) { return angle - 360 * std::round(angle / 360); }
 }  // namespace
 
@@ -65,7 +65,8 @@ TEST(DutPoSync, HeadingsTurnToGridNorth) {
       SyncProject p;
       two_swaths(p);
       std::vector<SbetRow> rows;
-      const double north = std::cos(heading / DEG) * 5e-6, east = std::sin(heading / DEG) * 5e-6;
+      const double north = std::cos(heading / DEG_PER_RAD) * 5e-6,
+                   east = std::sin(heading / DEG_PER_RAD) * 5e-6;
       for (int i = 0; i <= 1000; i++)
         rows.push_back(sbet_row(1000 + 0.1 * i, row.lon + east * (i - 300), row.lat + north * (i - 300), 700,
                                 3, -2, heading + 1.5, 1.5));
@@ -107,7 +108,7 @@ TEST(DutPoSync, TrackOnlyTrajectoryGetsItsHeading) {
   p.prj.pogroups[0].col = "txyz";
   p.prj.pogroups[0].att = 1;
   ASSERT_EQ(p.run(), 2) << p.said;
-  const double heading = 90 - std::atan2(20, -50) * DEG;  // -68.2
+  const double heading = 90 - std::atan2(20, -50) * DEG_PER_RAD;  // -68.2
   for (int i = 0; i < 5; i++) {
     EXPECT_NEAR(p.res.Att1[0](i).z, heading, 1e-3);
     EXPECT_EQ(p.res.Att1[0](i).x, 0);
@@ -118,7 +119,7 @@ TEST(DutPoSync, TrackOnlyTrajectoryGetsItsHeading) {
 
 // No attitude is never an attitude of 0: it comes from the track, and the WARNING says so.
 TEST(DutPoSync, MissingAnglesAreRecoveredAndReported) {
-  const double heading = std::atan2(60, 8) * DEG;
+  const double heading = std::atan2(60, 8) * DEG_PER_RAD;
   const struct {
     const char* col;
     const char* angles;
@@ -185,7 +186,7 @@ TEST(DutPoSync, HeadingsKeepTheirDigitsAndTheShortWay) {
     ASSERT_EQ(p.run(), 2) << p.said;
     double worst = 0;
     for (int i = 0; i < 997; i++) {
-      const double t = p.res.pairs[0].t1(i), convergence = -1e-5 * (t - 1030) * std::sin(-30 / DEG);
+      const double t = p.res.pairs[0].t1(i), convergence = -1e-5 * (t - 1030) * std::sin(-30 / DEG_PER_RAD);
       const double grid_heading = rate * t + convergence + (orientated ? 180 : 0);
       worst = std::max(worst, std::fabs(turn(p.res.Att1[0](i).z - grid_heading)));
     }

@@ -225,13 +225,13 @@ TEST(VR2geom, CorrectionImageSample) {
   for (int y = 0; y < 6; y++)
     for (int x = 0; x < 8; x++) img(x, y) = {1.0f * x, 2.0f * y, 0.5f};
   expect_near(sample_corr_img(img, 3.25, 2.5), {3.25, 5, 0.5}, 1e-5, "a linear field comes back");
-  img(3, 2) = {99, 99, NO_Z};
+  img(3, 2) = {99, 99, NODATA};
   const xyz hole = sample_corr_img(img, 3.25, 2.5);
   EXPECT_NEAR(hole.z, 0.5, 1e-5);
   EXPECT_LT(hole.x, 10);
   EXPECT_NEAR(sample_corr_img(img, 0, 0).z, 0.5, 1e-5);  // part of the support is outside
   for (const dxyz& at : {dxyz{-3, 0, 0}, dxyz{1e30, 0, 0}, dxyz{0, 9, 0}, dxyz{std::nan(""), 0, 0}})
-    EXPECT_EQ(sample_corr_img(img, at.x, at.y).z, NO_Z);
+    EXPECT_EQ(sample_corr_img(img, at.x, at.y).z, NODATA);
 }
 
 TEST(VR2geom, OutputAngles) {

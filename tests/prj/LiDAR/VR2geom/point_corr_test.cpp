@@ -121,7 +121,7 @@ TEST(PointCorr, TimesOutsideTheTrajectory) {
   CorrCursor cursor;
   for (const auto& k : cases) {
     const xyz C = comp_point_corr(c, cursor, {500000, 5300000, 300}, k.t);
-    EXPECT_EQ(C.z == NO_Z, !k.ok) << k.t;
+    EXPECT_EQ(C.z == NODATA, !k.ok) << k.t;
     EXPECT_EQ(C == NO_CORR, !k.ok);
   }
   // The point at the sensor itself: shift and drift only.

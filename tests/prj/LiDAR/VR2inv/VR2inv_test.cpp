@@ -5,13 +5,13 @@
 
 #include <cmath>
 
+#include "lib/Geometry/angle.h"
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/VR2inv/inv_sim.h"
 #include "tests/support/temp_dir.h"
 
 namespace veld {
 namespace {
-constexpr double DEGREE = 57.29577951;
 
 InvParam no_drift() {
   InvParam p;
@@ -92,9 +92,9 @@ TEST(Inversion, CalibrationComesBackWithinItsUncertainty) {
       const double* I = s.internal;
       const double truth[] = {s.lever.x,
                               s.lever.y,
-                              s.bore.x / DEGREE,
-                              s.bore.y / DEGREE,
-                              s.bore.z / DEGREE,
+                              s.bore.x / DEG_PER_RAD,
+                              s.bore.y / DEG_PER_RAD,
+                              s.bore.z / DEG_PER_RAD,
                               I[0],
                               I[1],
                               I[2],
@@ -122,7 +122,7 @@ TEST(Inversion, ReportedUncertaintyIsTheScatter) {
     p.Cpri0 = 10;
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
-    const dxyz e = to_dxyz(r.calib[0].B) - s.bore / DEGREE;
+    const dxyz e = to_dxyz(r.calib[0].B) - s.bore / DEG_PER_RAD;
     sum2 += {std::pow(e.x / r.cal_sigma(0), 2), std::pow(e.y / r.cal_sigma(1), 2),
              std::pow(e.z / r.cal_sigma(2), 2)};
   }
@@ -138,9 +138,9 @@ TEST(Inversion, PriorsFromTheDataHardlyBias) {
     SimProject sim = simulate(s);
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, boresight(), r));  // AutoPri
-    EXPECT_NEAR(r.calib[0].B.x * DEGREE, s.bore.x, 0.002 * 0.13 + 0.0003);
-    EXPECT_NEAR(r.calib[0].B.y * DEGREE, s.bore.y, 0.002 * 0.085 + 0.0003);
-    EXPECT_NEAR(r.calib[0].B.z * DEGREE, s.bore.z, 0.002 * 0.165 + 0.0009);
+    EXPECT_NEAR(r.calib[0].B.x * DEG_PER_RAD, s.bore.x, 0.002 * 0.13 + 0.0003);
+    EXPECT_NEAR(r.calib[0].B.y * DEG_PER_RAD, s.bore.y, 0.002 * 0.085 + 0.0003);
+    EXPECT_NEAR(r.calib[0].B.z * DEG_PER_RAD, s.bore.z, 0.002 * 0.165 + 0.0009);
     const SimError e = corrected_error(sim, r);
     EXPECT_LT(norm(e.rms), 0.004);
   }
@@ -306,10 +306,11 @@ TEST(Inversion, CalibrationBesideDriftWithinItsUncertainty) {
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
     ASSERT_EQ(r.cal_sigma.size(), 3u);
-    const dxyz e = (to_dxyz(r.calib[0].B) - s.bore / DEGREE) * DEGREE;
-    sum2 += {std::pow(e.x / (r.cal_sigma(0) * DEGREE), 2), std::pow(e.y / (r.cal_sigma(1) * DEGREE), 2),
-             std::pow(e.z / (r.cal_sigma(2) * DEGREE), 2)};
-    unc += dxyz{r.cal_sigma(0), r.cal_sigma(1), r.cal_sigma(2)} * (DEGREE / N);
+    const dxyz e = (to_dxyz(r.calib[0].B) - s.bore / DEG_PER_RAD) * DEG_PER_RAD;
+    sum2 +=
+        {std::pow(e.x / (r.cal_sigma(0) * DEG_PER_RAD), 2), std::pow(e.y / (r.cal_sigma(1) * DEG_PER_RAD), 2),
+         std::pow(e.z / (r.cal_sigma(2) * DEG_PER_RAD), 2)};
+    unc += dxyz{r.cal_sigma(0), r.cal_sigma(1), r.cal_sigma(2)} * (DEG_PER_RAD / N);
     EXPECT_LT(norm(corrected_error(sim, r).rms), 0.04) << seed;
   }
   for (double ratio : {sum2.x, sum2.y, sum2.z}) {
@@ -332,7 +333,7 @@ TEST(Inversion, UncertaintyKnowsOfDriftThatIsNotModelled) {
     SimProject sim = simulate(s);
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, boresight(), r));
-    const dxyz e = to_dxyz(r.calib[0].B) - s.bore / DEGREE;
+    const dxyz e = to_dxyz(r.calib[0].B) - s.bore / DEG_PER_RAD;
     sum2 += {std::pow(e.x / r.cal_sigma(0), 2), std::pow(e.y / r.cal_sigma(1), 2),
              std::pow(e.z / r.cal_sigma(2), 2)};
   }

@@ -57,7 +57,7 @@ TEST(FillSCorr, HolesGetThePlaneOfTheirSurroundings) {
       for (int k = 0; k < 3; k++)
         for (int m = 0; m < mTn; m++) {
           const xyz found = t.table.C(k).val[m], want = Table::value(k, m);
-          if (found.z == NO_Z) continue;
+          if (found.z == NODATA) continue;
           ASSERT_LT(norm(found - want), 1e-5) << k << ' ' << m;
         }
     }
