@@ -42,20 +42,20 @@ void add_line(Block& block, uint32_t i, const Vector<uint32_t>& counts, const Ve
   info.bbmin[1] = tile_origin(geom, y0), info.bbmax[1] = tile_origin(geom, y0 + WIDTH);
   if (!mtile_MBR_stat(geom, TI, occ, info)) std::abort();
   Swath s;
-  s.path = block.dir.path + "/a_line_of_a_large_project_" + std::to_string(i) + ".las";
+  s.cache = CacheName(block.dir.path + "/a_line_of_a_large_project_" + std::to_string(i) + ".las");
   s.mainch = static_cast<int>(i);
   TilingParam par;
-  write_text(s.path, "x");
+  write_text(s.path(), "x");
   LTidxHdr hdr = make_LTidxHdr(par);
-  FamilyOut family(cache_name(s.path, ""), EXT_TIDX, EXT_MTSUM);
+  FamilyOut family(s.cache.file(""), EXT_TIDX, EXT_MTSUM);
   if (!write_LTidx(family, hdr, {}, info, TI) || !family.publish()) std::abort();
-  remove_file(cache_name(s.path, EXT_MTSUM));  // the tables are links to one file, without sums
-  const std::string first = block.dir.path + "/counts", name = cache_name(s.path, EXT_MTIDX);
+  remove_file(s.cache.file(EXT_MTSUM));  // the tables are links to one file, without sums
+  const std::string first = block.dir.path + "/counts", name = s.cache.file(EXT_MTIDX);
   if (i == 0)
     write_text(first,
                std::string(reinterpret_cast<const char*>(counts.val), counts.size() * sizeof(uint32_t)));
   std::filesystem::create_hard_link(first, name);
-  std::filesystem::create_hard_link(first, cache_name(s.path, EXT_MTZM));
+  std::filesystem::create_hard_link(first, s.cache.file(EXT_MTZM));
   block.prj.swaths.push_back(s);
   block.infos.push_back(info);
   block.fixed.push_back(false);

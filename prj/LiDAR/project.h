@@ -10,23 +10,26 @@
 
 #include "geo/georef.h"
 #include "prj/LiDAR/VR2geom/calib.h"
+#include "prj/LiDAR/swath/cache_name.h"
 
 namespace veld {
 struct Swath {
-  std::string path;    // the LAS or LAZ file
+  CacheName cache;     // names of its cache files, and the LAS or LAZ file that they are made of
   int group = 1;       // 1-based group of mobile swaths (one -i or -l each); 0 for fixed swaths
   int channel = 0;     // laser channel of the sensor, from 0
   int mainch = 0;      // swath number of the main channel of its line; its own number if it is one
   bool fixed = false;  // a reference: it is compared with, never corrected
   bool used = true;    // false once the swath has been rejected
   bool corr = true;    // false: only its displacements are wanted, no corrected file
-  std::vector<std::string> members = {};  // files of a reference made of several; path is then their union's
+  std::vector<CacheName> members = {};  // of a reference made of several; cache is then their union's
+  const std::string& path() const { return cache.source(); }
 };
 
 // The swath as logs and the index of pairs name it.
 inline std::string swath_name(const Swath& s) {
-  if (s.members.empty()) return s.path;
-  return s.members[0] + " (union of " + std::to_string(s.members.size()) + " input reference swaths)";
+  if (s.members.empty()) return s.path();
+  return s.members[0].source() + " (union of " + std::to_string(s.members.size()) +
+         " input reference swaths)";
 }
 
 struct POfile {

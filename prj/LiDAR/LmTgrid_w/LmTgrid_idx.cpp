@@ -30,7 +30,7 @@ void set_tile_map(SwGrid& grid) {
   build_tile_map(frame, grid.TI, grid.timg);
 }
 
-bool open_words(const std::string& swath, uint64_t nwords, SwGrid& grid) {
+bool open_words(const CacheName& swath, uint64_t nwords, SwGrid& grid) {
   PosFileIn file(false);
   if (!open_cache(swath, EXT_GMTZDS, file) || file.size() != nwords * sizeof(uint32_t)) return false;
   file.report();
@@ -94,7 +94,7 @@ int reg_smax_code(float smax, float GSD) {
   return std::min(grid_smax_code(smax, GSD), grid_smax_code(smax, 1.0f));
 }
 
-bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
+bool read_gZDSidx_tiles(const CacheName& swath, SwGrid& grid) {
   const uint64_t nt = grid.TI.size();
   PosFileIn idx(false);
   if (!open_cache(swath, EXT_GMTIDX, idx)) return false;
@@ -129,23 +129,23 @@ bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid) {
   return idx.size() == sizeof(GridHdr) + 3 * nt + mTn * nmap && open_words(swath, nword, grid);
 }
 
-bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid) {
+bool read_gZDSidx_tiles_idx(const CacheName& swath, SwGrid& grid) {
   return read_LTidx_TI(swath, grid.TI) && read_gZDSidx_tiles(swath, grid);
 }
 
-bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool check_dim_full) {
+bool check_gZDSidx(const CacheName& swath, int sw, int dim, bool full, bool check_dim_full) {
   LOG_ENTER("check_gZDSidx sw=" << sw << " dim=" << dim << " full=" << full);
   GridHdr hdr;
   BufBinFileIn file(256, false);
-  if (!file.open(cache_name(swath, EXT_GMTIDX)) || !file.read(&hdr, sizeof(hdr))) return false;
+  if (!file.open(swath.file(EXT_GMTIDX)) || !file.read(&hdr, sizeof(hdr))) return false;
   if (hdr.magic != GridMagic || hdr.version != GridVersion) {
     LOG_LINE("<!> magic=" << hdr.magic << " version=" << hdr.version);
     return false;
   }
-  if (is_union(swath) || file_mode(swath) != -1) {
+  if (swath.is_union() || file_mode(swath.source()) != -1) {
     const int64_t tstamp = source_tstamp(swath);
     if (tstamp == -1) {
-      ERROR_MSG("timestamp read error, " << swath);
+      ERROR_MSG("timestamp read error, " << swath.source());
       return false;
     }
     if (CHECK_SW_TSTAMP && hdr.tstamp != tstamp) {
@@ -157,7 +157,7 @@ bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool ch
     LOG_LINE("<!> _smaxf=" << hdr.smaxf);
     return false;
   }
-  if (!is_regular_file(cache_name(swath, EXT_GMTZDS))) {
+  if (!is_regular_file(swath.file(EXT_GMTZDS))) {
     LOG_LINE("<!> mT_ZDS_EXT");
     return false;
   }

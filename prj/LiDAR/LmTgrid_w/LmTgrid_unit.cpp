@@ -15,8 +15,7 @@ namespace veld {
 namespace {
 std::string block_name(const USGDstr& u, uint32_t k) {
   std::string n = std::to_string(k);
-  return cache_name(u.swath->path,
-                    ".T" + std::string(5 - std::min<size_t>(5, n.size()), '0') + n + EXT_GMTZDS);
+  return u.swath->cache.file(".T" + std::string(5 - std::min<size_t>(5, n.size()), '0') + n + EXT_GMTZDS);
 }
 
 uint64_t count_mtiles(const Image<uint8_t>& occ) {
@@ -28,8 +27,8 @@ uint64_t count_mtiles(const Image<uint8_t>& occ) {
 // which for a reference means where mobile swaths lie.
 bool wanted_mtiles(const Swath& swath, const GridScope& scope, Tocc& want) {
   Vector<TIsxy> TI;
-  if (!read_Tocc(swath.path, want) || !read_LTidx_TI(swath.path, TI)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << swath.path);
+  if (!read_Tocc(swath.cache, want) || !read_LTidx_TI(swath.cache, TI)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << swath.path());
     return false;
   }
   if (!scope.full || swath.fixed)
@@ -39,8 +38,8 @@ bool wanted_mtiles(const Swath& swath, const GridScope& scope, Tocc& want) {
 }
 
 // What is wrong with the files of a grid; empty when they are sound, or there is none.
-std::string grid_fault(const std::string& swath) {
-  const std::string base = cache_name(swath, "");
+std::string grid_fault(const CacheName& swath) {
+  const std::string base = swath.file("");
   if (file_size(base + EXT_GMTIDX) < 0) return "";
   for (const char* const suffix : {EXT_GMTIDX, EXT_GMTZDS})
     if (std::string fault = member_fault(base, suffix, EXT_GMTSUM, true); !fault.empty()) return fault;
@@ -50,19 +49,19 @@ std::string grid_fault(const std::string& swath) {
 bool cached_grid(const Swath& swath, int sw, const GridScope& scope, const Tocc& want) {
   SwGrid grid;
   if (!CACHE_GRID) return false;
-  if (const std::string fault = grid_fault(swath.path); !fault.empty()) {
-    WARNING_MSG("damaged grid cache is made anew: " << fault << ", swath " << swath.path);
+  if (const std::string fault = grid_fault(swath.cache); !fault.empty()) {
+    WARNING_MSG("damaged grid cache is made anew: " << fault << ", swath " << swath.path());
     return false;
   }
-  return check_gZDSidx(swath.path, sw, scope.dim, scope.full, true) &&
-         read_gZDSidx_tiles_idx(swath.path, grid) && check_gZDSidx_gTocc(grid, want);
+  return check_gZDSidx(swath.cache, sw, scope.dim, scope.full, true) &&
+         read_gZDSidx_tiles_idx(swath.cache, grid) && check_gZDSidx_gTocc(grid, want);
 }
 
 // Bytes that the largest of the wanted tiles needs while it is worked on.
 bool largest_need(const Swath& swath, const GridScope& scope, const Tocc& want, uint64_t& need) {
   Vector<TIsxy> TI;
-  if (!read_LTidx_TI(swath.path, TI)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << swath.path);
+  if (!read_LTidx_TI(swath.cache, TI)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << swath.path());
     return false;
   }
   need = 0;
@@ -95,9 +94,9 @@ bool write_gZDSidx_tiles(const USGDstr& u, int dim, bool full, FamilyOut& family
   LOG_ENTER("write_gZDSidx_tiles GridVersion=" << GridVersion << " GZ_SMAXF=" << GZ_SMAXF << " dim=" << dim
                                                << " full=" << full);
   GridHdr hdr;
-  hdr.tstamp = source_tstamp(u.swath->path);
+  hdr.tstamp = source_tstamp(u.swath->cache);
   if (hdr.tstamp == -1) {
-    ERROR_MSG("timestamp read error, " << u.swath->path);
+    ERROR_MSG("timestamp read error, " << u.swath->path());
     return false;
   }
   hdr.smaxf = GZ_SMAXF;
@@ -154,15 +153,15 @@ void delete_blocks(const USGDstr& u) {
 
 bool sound_points(const Swath& swath) {
   bool sound = true;
-  const auto check = [&sound](const std::string& path) {
-    const std::string fault = points_fault(path);
+  const auto check = [&sound](const CacheName& points) {
+    const std::string fault = points_fault(points);
     if (fault.empty()) return;
-    WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << path);
-    remove_file(cache_name(path, EXT_TIDX));
+    WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << points.source());
+    remove_file(points.file(EXT_TIDX));
     sound = false;
   };
-  if (swath.members.empty()) check(swath.path);
-  for (const std::string& member : swath.members) check(member);
+  if (swath.members.empty()) check(swath.cache);
+  for (const CacheName& member : swath.members) check(member);
   return sound;
 }
 
@@ -171,7 +170,7 @@ GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope) {
   Tocc want;
   if (!swath.used) return plan;
   plan.task = GridTask::failed;
-  plan.index = file_stamp(cache_name(swath.path, EXT_GMTIDX));
+  plan.index = file_stamp(swath.cache.file(EXT_GMTIDX));
   if (!wanted_mtiles(swath, scope, want)) return plan;
   if (want.empty()) {
     plan.task = GridTask::none;
@@ -185,13 +184,13 @@ GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope) {
 }
 
 bool lock_grid(USGDstr& u, const GridScope& scope) {
-  const std::string& path = u.swath->path;
-  const LockState lock = u.lock.take(cache_name(path, EXT_GMTLOCK), "the grid of swath " + path);
+  const CacheName& swath = u.swath->cache;
+  const LockState lock = u.lock.take(swath.file(EXT_GMTLOCK), "the grid of swath " + swath.source());
   if (lock == LockState::failed) return false;
   if (lock == LockState::busy && u.state != UnitState::busy)
-    LOG_MSG1("waiting for the grid of swath " << path << ", in work by another run");
+    LOG_MSG1("waiting for the grid of swath " << swath.source() << ", in work by another run");
   u.state = lock == LockState::busy ? UnitState::busy : UnitState::work;
-  if (lock == LockState::busy || file_stamp(cache_name(path, EXT_GMTIDX)) == u.index) return true;
+  if (lock == LockState::busy || file_stamp(swath.file(EXT_GMTIDX)) == u.index) return true;
   Tocc want;
   if (!wanted_mtiles(*u.swath, scope, want)) return false;
   if (!cached_grid(*u.swath, u.sw, scope, want)) return true;
@@ -203,13 +202,13 @@ bool lock_grid(USGDstr& u, const GridScope& scope) {
 bool sw_grid_pre(USGDstr& u, const GridScope& scope) {
   LOG_ENTER("sw_grid_pre sw=" << u.sw << " nt=" << u.ntiles);
   if (!wanted_mtiles(*u.swath, scope, u.want)) return false;
-  if (u.want.size() != u.ntiles || !read_SwTiles(u.swath->path, u.tiles)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path);
+  if (u.want.size() != u.ntiles || !read_SwTiles(u.swath->cache, u.tiles)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path());
     return false;
   }
   if (!open_points(u.tiles)) return false;
   uint64_t nfiles = 0, nbytes = 0;
-  if (!delete_LmT_grid(u.swath->path, nfiles, nbytes)) LOG_LINE("<!> FAILED TO DELETE grid of sw=" << u.sw);
+  if (!delete_LmT_grid(u.swath->cache, nfiles, nbytes)) LOG_LINE("<!> FAILED TO DELETE grid of sw=" << u.sw);
   u.gT.resize(u.tiles.TI.size(), 0);
   return true;
 }
@@ -221,7 +220,7 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
   uint64_t np0 = 0;
   const int reach = (3 + scope.dim - 1) / scope.dim;
   if (!read_LmT_tile_nn(u.tiles, t.k, t.occ, reach, w.points, np, np0)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path);
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path());
     return false;
   }
   if (np == 0) {
@@ -242,7 +241,7 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
 
 bool sw_grid_post(USGDstr& u, const GridScope& scope) {
   LOG_ENTER("sw_grid_post sw=" << u.sw);
-  FamilyOut family(cache_name(u.swath->path, ""), EXT_GMTIDX, EXT_GMTSUM);
+  FamilyOut family(u.swath->cache.file(""), EXT_GMTIDX, EXT_GMTSUM);
   const bool ok = !u.failed && write_gZDSidx_tiles(u, scope.dim, scope.full, family) &&
                   merge_gZDS_tiles(u, scope.dim, family) && family.publish();
   delete_blocks(u);

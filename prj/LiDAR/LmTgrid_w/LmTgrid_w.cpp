@@ -34,7 +34,7 @@ std::vector<GridPlan> plan_swaths(const Project& prj, const GridScope& scope, in
     if (plans[i].task != GridTask::beyond) continue;
     result.beyond.push_back(static_cast<int>(i));
     ERROR_MSG("gridding requires " << (plans[i].need >> 20) + 1 << " MB, only " << MEM_MB
-                                   << " reserved (use option -mem), swath " << prj.swaths[i].path);
+                                   << " reserved (use option -mem), swath " << prj.swaths[i].path());
   }
   if (result.nskipped > 0) WARNING_MSG("skipped gridding " << result.nskipped << " swaths (no overlap)");
   if (result.ncached > 0) LOG_MSG1("Cached " << result.ncached << " swaths");

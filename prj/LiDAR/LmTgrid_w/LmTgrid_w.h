@@ -77,13 +77,13 @@ struct GridResult {          // of LmT_grid
 
 // Tests the cached grid of a swath against the source's time, GZ_SMAXF and (with check_dim_full) dim and
 // full; a mismatch is logged behind "<!> ". No ERROR but for a source whose time cannot be read.
-[[nodiscard]] bool check_gZDSidx(const std::string& swath, int sw, int dim, bool full, bool check_dim_full);
+[[nodiscard]] bool check_gZDSidx(const CacheName& swath, int sw, int dim, bool full, bool check_dim_full);
 
 // Reads ".gmT.idx" for the tile table that stands in grid.TI; all sizes are checked against those of the two
 // files. False, silently, when it is missing or does not fit.
-[[nodiscard]] bool read_gZDSidx_tiles(const std::string& swath, SwGrid& grid);
+[[nodiscard]] bool read_gZDSidx_tiles(const CacheName& swath, SwGrid& grid);
 // The same after reading the tile table from ".0T.idx".
-[[nodiscard]] bool read_gZDSidx_tiles_idx(const std::string& swath, SwGrid& grid);
+[[nodiscard]] bool read_gZDSidx_tiles_idx(const CacheName& swath, SwGrid& grid);
 // Whether a cached grid holds all wanted microtiles; the first that it lacks is logged.
 [[nodiscard]] bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted);
 

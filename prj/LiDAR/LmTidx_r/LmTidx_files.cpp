@@ -25,20 +25,6 @@ const char* const EXT_GMTSUM = ".gmT.sum";
 const char* const EXT_GMTLOCK = ".gmT.lock";
 
 namespace {
-constexpr char UNION_EXT[] = ".union";
-constexpr int64_t HASH_MOD = 1000000009;
-
-// Sum of c[i] * base^i, reduced at each step; characters count as signed bytes, so the sum is brought back
-// into [0, HASH_MOD).
-uint64_t poly_hash(const std::string& text, int64_t base) {
-  int64_t sum = 0, power = 1;
-  for (const char c : text) {
-    sum = (sum + static_cast<signed char>(c) * power) % HASH_MOD;
-    power = power * base % HASH_MOD;
-  }
-  return static_cast<uint64_t>(sum < 0 ? sum + HASH_MOD : sum);
-}
-
 bool delete_one(const std::string& name, uint64_t& nfiles, uint64_t& nbytes) {
   const int64_t size = file_size(name);
   if (size < 0) return true;
@@ -49,10 +35,10 @@ bool delete_one(const std::string& name, uint64_t& nfiles, uint64_t& nbytes) {
 }
 
 template <size_t N>
-bool delete_suffixes(const std::string& path, const std::array<const char*, N>& suffixes, uint64_t& nfiles,
+bool delete_suffixes(const CacheName& swath, const std::array<const char*, N>& suffixes, uint64_t& nfiles,
                      uint64_t& nbytes) {
   bool ok = true;
-  for (const char* suffix : suffixes) ok = delete_one(cache_name(path, suffix), nfiles, nbytes) && ok;
+  for (const char* suffix : suffixes) ok = delete_one(swath.file(suffix), nfiles, nbytes) && ok;
   return ok;
 }
 
@@ -88,45 +74,29 @@ uint64_t unit_key() {
   return cache_dir_hash(LOG_STR(std::hexfloat << DATAUNIT << ' ' << DATAUNIT_Z));
 }
 
-bool check_files(const std::string& path, int sw, const TilingParam& par) {
-  const bool fIDX = is_regular_file(cache_name(path, EXT_MTIDX));
-  const bool fZ = is_regular_file(cache_name(path, EXT_MTZM));
-  const bool fT = is_regular_file(cache_name(path, EXT_MTDT));
-  const bool fXYZ = is_regular_file(cache_name(path, EXT_MTXYZ));
-  const bool fZDS = !fXYZ && par.grid_ok && par.grid_ok(path, sw);
+bool check_files(const CacheName& swath, int sw, const TilingParam& par) {
+  const bool fIDX = is_regular_file(swath.file(EXT_MTIDX));
+  const bool fZ = is_regular_file(swath.file(EXT_MTZM));
+  const bool fT = is_regular_file(swath.file(EXT_MTDT));
+  const bool fXYZ = is_regular_file(swath.file(EXT_MTXYZ));
+  const bool fZDS = !fXYZ && par.grid_ok && par.grid_ok(swath, sw);
   if (fIDX && fZ && (fT || !par.tproc) && (fXYZ || fZDS)) return true;
   LOG_LINE("<!> FILES fIDX=" << fIDX << " fZ=" << fZ << " fT=" << fT << " fXYZ=" << fXYZ << " fZDS=" << fZDS);
   return false;
 }
 }  // namespace
 
-uint64_t cache_dir_hash(const std::string& dir) { return (poly_hash(dir, 97) << 32) | poly_hash(dir, 53); }
-
-std::string cache_name(const std::string& path, const std::string& suffix, int number) {
-  std::string dir, name;
-  split_path(real_path(path), dir, name);
-  char digits[20];
-  std::snprintf(digits, sizeof digits, "%016llx_", static_cast<unsigned long long>(cache_dir_hash(dir)));
-  std::string result = TMPDIR + digits;
-  if (number >= 0) result += std::to_string(number) + "_";
-  return result + name + suffix;
-}
-
-std::string union_path(const std::string& first) { return real_path(first) + UNION_EXT; }
-
-bool is_union(const std::string& path) { return path.ends_with(UNION_EXT); }
-
-int64_t source_tstamp(const std::string& path) {
-  if (!is_union(path)) return file_mtime(path);
+int64_t source_tstamp(const CacheName& swath) {
+  if (!swath.is_union()) return file_mtime(swath.source());
   PosFileIn in(false);
   LTidxHdr hdr;
-  return open_cache(path, EXT_TIDX, in) && in.read(0, &hdr, sizeof hdr) ? hdr.tstamp : -1;
+  return open_cache(swath, EXT_TIDX, in) && in.read(0, &hdr, sizeof hdr) ? hdr.tstamp : -1;
 }
 
-std::string tile_tmp_name(const std::string& path, uint32_t XI, uint32_t YI) {
+std::string tile_tmp_name(const CacheName& swath, uint32_t XI, uint32_t YI) {
   char suffix[48];
   std::snprintf(suffix, sizeof suffix, ".TT%04u-%05u.XYZT", XI, YI);
-  return cache_name(path, suffix);
+  return swath.file(suffix);
 }
 
 LTidxHdr make_LTidxHdr(const TilingParam& par) {
@@ -164,13 +134,13 @@ void log_xcls(const std::vector<uint8_t>& xcls) {
   LOG_LINE(text);
 }
 
-bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
+bool check_TidxHdr(const CacheName& swath, int sw, const TilingParam& par) {
   LOG_ENTER("check_TidxHdr sw=" << sw << " DM=" << (par.TIO.nx > 0) << " DTS=" << par.DTS
                                 << " syn=" << par.syn << " all=" << par.all << " last=" << par.last
                                 << " xlevel=" << par.xlevel << " large=" << par.large
                                 << " tproc=" << par.tproc);
   log_xcls(par.xcls);
-  const std::string idx = cache_name(path, EXT_TIDX);
+  const std::string idx = swath.file(EXT_TIDX);
   BufBinFileIn in(1024, false);
   LTidxHdr hdr;
   if (file_size(idx) < 0 || !in.open(idx) || !in.read(&hdr, sizeof hdr)) {
@@ -183,7 +153,7 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
                                             << TileVersion << " Hdr.version=" << hdr.version);
     return false;
   }
-  const int64_t tstamp = file_mtime(path);
+  const int64_t tstamp = file_mtime(swath.source());
   if ((CHECK_SW_TSTAMP && hdr.tstamp != tstamp) || !same_settings(hdr, want)) {
     LOG_LINE("<!> PARAM Hdr.tstamp=" << int64_t(hdr.tstamp) << " tstamp=" << tstamp
                                      << " Hdr.xlevel=" << int(hdr.xlevel & 0x7F)
@@ -211,11 +181,11 @@ bool check_TidxHdr(const std::string& path, int sw, const TilingParam& par) {
                                     << " Hdr.chk=" << uint64_t(hdr.chk));
     return false;
   }
-  return check_files(path, sw, par);
+  return check_files(swath, sw, par);
 }
 
-std::string tiles_fault(const std::string& path) {
-  const std::string base = cache_name(path, "");
+std::string tiles_fault(const CacheName& swath) {
+  const std::string base = swath.file("");
   std::vector<FileSums> files;
   const SumState state = read_sum_file(base + EXT_MTSUM, files);
   if (state != SumState::good)
@@ -229,40 +199,40 @@ std::string tiles_fault(const std::string& path) {
   return "";
 }
 
-bool check_tiles(const std::string& path, int sw, const TilingParam& par) {
-  if (file_size(cache_name(path, EXT_TIDX)) >= 0)
-    if (const std::string fault = tiles_fault(path); !fault.empty()) {
-      WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << path);
+bool check_tiles(const CacheName& swath, int sw, const TilingParam& par) {
+  if (file_size(swath.file(EXT_TIDX)) >= 0)
+    if (const std::string fault = tiles_fault(swath); !fault.empty()) {
+      WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << swath.source());
       return false;
     }
-  return check_TidxHdr(path, sw, par);
+  return check_TidxHdr(swath, sw, par);
 }
 
-std::string points_fault(const std::string& path) {
-  return member_fault(cache_name(path, ""), EXT_MTXYZ, EXT_MTSUM, true);
+std::string points_fault(const CacheName& swath) {
+  return member_fault(swath.file(""), EXT_MTXYZ, EXT_MTSUM, true);
 }
 
-bool open_cache(const std::string& path, const char* suffix, PosFileIn& in) {
+bool open_cache(const CacheName& swath, const char* suffix, PosFileIn& in) {
   const bool grid = suffix == EXT_GMTIDX || suffix == EXT_GMTZDS;
-  return open_member(cache_name(path, ""), suffix, grid ? EXT_GMTSUM : EXT_MTSUM, in);
+  return open_member(swath.file(""), suffix, grid ? EXT_GMTSUM : EXT_MTSUM, in);
 }
 
-bool delete_LmT_tile(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
+bool delete_LmT_tile(const CacheName& swath, uint64_t& nfiles, uint64_t& nbytes) {
   bool ok = delete_suffixes(
-      path, std::array{EXT_TIDX, EXT_MTSUM, EXT_ULIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"},
+      swath, std::array{EXT_TIDX, EXT_MTSUM, EXT_ULIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"},
       nfiles, nbytes);
-  const std::string base = change_extension(cache_name(path, ""), "");
+  const std::string base = change_extension(swath.file(""), "");
   for (const char* part : {"_s_?.laz", "_s_??.laz"}) ok = delete_files(base + part, nfiles, nbytes) && ok;
-  return delete_LmT_nonessential(path, nfiles, nbytes) && ok;
+  return delete_LmT_nonessential(swath, nfiles, nbytes) && ok;
 }
 
-bool delete_LmT_grid(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
-  return delete_suffixes(path, std::array{EXT_GMTIDX, EXT_GMTSUM, EXT_GMTZDS}, nfiles, nbytes);
+bool delete_LmT_grid(const CacheName& swath, uint64_t& nfiles, uint64_t& nbytes) {
+  return delete_suffixes(swath, std::array{EXT_GMTIDX, EXT_GMTSUM, EXT_GMTZDS}, nfiles, nbytes);
 }
 
-bool delete_LmT_nonessential(const std::string& path, uint64_t& nfiles, uint64_t& nbytes) {
-  const bool ok = delete_suffixes(path, std::array{EXT_MTXYZ}, nfiles, nbytes);
-  return delete_files(cache_name(path, ".TT*.XYZT"), nfiles, nbytes) && ok;
+bool delete_LmT_nonessential(const CacheName& swath, uint64_t& nfiles, uint64_t& nbytes) {
+  const bool ok = delete_suffixes(swath, std::array{EXT_MTXYZ}, nfiles, nbytes);
+  return delete_files(swath.file(".TT*.XYZT"), nfiles, nbytes) && ok;
 }
 
 void show_delete_file_list(const std::string& label, uint64_t nfiles, uint64_t nbytes) {

@@ -14,9 +14,9 @@ namespace veld {
 struct PointFiles {
   PosFileIn points, counts, heights;
   bool open(const SwTiles& sw) {
-    if (!open_cache(sw.path, EXT_MTIDX, counts)) return false;
+    if (!open_cache(sw.cache, EXT_MTIDX, counts)) return false;
     if (!sw.members.empty()) return true;
-    if (!open_cache(sw.path, EXT_MTXYZ, points) || !open_cache(sw.path, EXT_MTZM, heights)) return false;
+    if (!open_cache(sw.cache, EXT_MTXYZ, points) || !open_cache(sw.cache, EXT_MTZM, heights)) return false;
     if (points.size() == sw.info.np * sizeof(LmTpoint)) return true;
     ERROR_MSG("point file of " << points.size() << " bytes, expected " << sw.info.np * sizeof(LmTpoint)
                                << ", file='" << points.name() << "'");

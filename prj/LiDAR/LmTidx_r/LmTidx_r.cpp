@@ -31,8 +31,8 @@ bool info_fits(const LTidxInfo& info, int level, uint64_t table_bytes) {
 }
 
 // Reads the two fixed records.
-bool read_head(PosFileIn& in, const std::string& path, LTidxHdr& hdr, LTidxInfo& info) {
-  if (!open_cache(path, EXT_TIDX, in) || !in.read(0, &hdr, sizeof hdr)) return false;
+bool read_head(PosFileIn& in, const CacheName& swath, LTidxHdr& hdr, LTidxInfo& info) {
+  if (!open_cache(swath, EXT_TIDX, in) || !in.read(0, &hdr, sizeof hdr)) return false;
   const uint64_t head = sizeof hdr + hdr.nxcls + sizeof info;
   return header_fits(hdr) && in.size() >= head && in.read(sizeof hdr + hdr.nxcls, &info, sizeof info) &&
          info_fits(info, header_level(hdr), in.size() - head);
@@ -61,22 +61,22 @@ bool read_table(const PosFileIn& in, const LTidxInfo& info, Vector<TIsxy>& TI) {
 
 int header_level(const LTidxHdr& hdr) { return tile_level((hdr.flags & HDR_LARGE) != 0, hdr.xlevel & 0x7F); }
 
-bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr) {
+bool read_LTidxHdr(const CacheName& swath, LTidxHdr& hdr) {
   PosFileIn in(false);
-  return open_cache(path, EXT_TIDX, in) && in.read(0, &hdr, sizeof hdr) && header_fits(hdr);
+  return open_cache(swath, EXT_TIDX, in) && in.read(0, &hdr, sizeof hdr) && header_fits(hdr);
 }
 
-bool read_LTidxInfo(const std::string& path, LTidxInfo& info) {
+bool read_LTidxInfo(const CacheName& swath, LTidxInfo& info) {
   PosFileIn in(false);
   LTidxHdr hdr;
-  return read_head(in, path, hdr, info);
+  return read_head(in, swath, hdr, info);
 }
 
-bool read_LTidx_TI(const std::string& path, Vector<TIsxy>& TI) {
+bool read_LTidx_TI(const CacheName& swath, Vector<TIsxy>& TI) {
   PosFileIn in(false);
   LTidxHdr hdr;
   LTidxInfo info;
-  return read_head(in, path, hdr, info) && read_table(in, info, TI);
+  return read_head(in, swath, hdr, info) && read_table(in, info, TI);
 }
 
 void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16_t>& timg) {
@@ -99,21 +99,22 @@ void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16
 }
 
 namespace {
-bool read_members(const std::string& path, std::vector<SwTiles>& members) {
+bool read_members(const CacheName& swath, std::vector<SwTiles>& members) {
   std::vector<std::string> paths;
-  if (!read_LTidx_uswaths(path, paths)) return false;
+  if (!read_LTidx_uswaths(swath, paths)) return false;
   members.resize(paths.size());
   for (size_t i = 0; i < paths.size(); i++)
-    if (is_union(paths[i]) || !read_SwTiles(paths[i], members[i])) return false;
+    if (const CacheName member(paths[i]); member.is_union() || !read_SwTiles(member, members[i]))
+      return false;
   return true;
 }
 }  // namespace
 
-bool read_SwTiles(const std::string& path, SwTiles& sw) {
+bool read_SwTiles(const CacheName& swath, SwTiles& sw) {
   PosFileIn in(false);
   LTidxHdr hdr;
-  if (!read_head(in, path, hdr, sw.info) || !read_table(in, sw.info, sw.TI)) return false;
-  sw.path = path;
+  if (!read_head(in, swath, hdr, sw.info) || !read_table(in, sw.info, sw.TI)) return false;
+  sw.cache = swath;
   sw.geom = make_tile_geom(header_level(hdr));
   sw.Pidx.resize(sw.TI.size());
   uint64_t first = 0;
@@ -124,13 +125,13 @@ bool read_SwTiles(const std::string& path, SwTiles& sw) {
   build_tile_map(sw.info, sw.TI, sw.timg);
   sw.files.reset();
   sw.members.clear();
-  return !is_union(path) || read_members(path, sw.members);
+  return !swath.is_union() || read_members(swath, sw.members);
 }
 
-bool read_LTidx_uswaths(const std::string& path, std::vector<std::string>& members) {
+bool read_LTidx_uswaths(const CacheName& swath, std::vector<std::string>& members) {
   members.clear();
   PosFileIn in(false);
-  if (!open_cache(path, EXT_ULIDX, in) || in.size() > MAX_LIST) return false;
+  if (!open_cache(swath, EXT_ULIDX, in) || in.size() > MAX_LIST) return false;
   std::string text(in.size(), '\0'), line;
   if (!in.read(0, text.data(), text.size())) return false;
   std::istringstream lines(text);

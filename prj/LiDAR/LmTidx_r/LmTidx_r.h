@@ -1,6 +1,6 @@
 // prj/LiDAR/LmTidx_r/LmTidx_r.h
 // Reading of the tile caches of a swath: tables, occupancy, heights, times and points.
-// Here:     every reader, by the path of the swath (the cache name is derived from it).
+// Here:     every reader, by the names of the swath's cache files.
 // Not here: writing (LmTidx_w), maps over several swaths (LmTplot), grids (LmTgrid_w).
 //
 // Readers return false when a file is missing, short or does not fit its header, without an ERROR line: the
@@ -21,11 +21,11 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 
 namespace veld {
-[[nodiscard]] bool read_LTidxHdr(const std::string& path, LTidxHdr& hdr);
+[[nodiscard]] bool read_LTidxHdr(const CacheName& swath, LTidxHdr& hdr);
 int header_level(const LTidxHdr& hdr);  // of the tiles, 5 to 10
-[[nodiscard]] bool read_LTidxInfo(const std::string& path, LTidxInfo& info);
+[[nodiscard]] bool read_LTidxInfo(const CacheName& swath, LTidxInfo& info);
 // The tile table, by increasing y, then x.
-[[nodiscard]] bool read_LTidx_TI(const std::string& path, Vector<TIsxy>& TI);
+[[nodiscard]] bool read_LTidx_TI(const CacheName& swath, Vector<TIsxy>& TI);
 
 // Tile map: index into the table, 65535 where the swath has no tile. From the extent of the header, or from
 // an extent of the caller's (tiles outside it are left out).
@@ -37,7 +37,7 @@ struct PointFiles;  // the open files that points are read from
 
 // What every reader of points needs of a swath, 14 bytes or so a tile; read-only once filled.
 struct SwTiles {
-  std::string path;  // of the swath
+  CacheName cache;
   TileGeom geom;
   LTidxInfo info;
   Vector<TIsxy> TI;
@@ -53,18 +53,18 @@ struct SwTiles {
     return k == NO_TILE ? -1 : k;
   }
 };
-[[nodiscard]] bool read_SwTiles(const std::string& path, SwTiles& sw);
+[[nodiscard]] bool read_SwTiles(const CacheName& swath, SwTiles& sw);
 // Keeps the swath's files open for all tiles to come (three descriptors). The files of a union's members are
 // opened when a tile needs them. False after an ERROR line.
 [[nodiscard]] bool open_points(SwTiles& sw);
 // The paths of a union's swaths, from its list. False, silently, when that is missing or its numbers are not
 // 0, 1, 2 ...
-[[nodiscard]] bool read_LTidx_uswaths(const std::string& path, std::vector<std::string>& members);
+[[nodiscard]] bool read_LTidx_uswaths(const CacheName& swath, std::vector<std::string>& members);
 
 // Tables of all tiles of a swath; nt is the length of its tile table.
-[[nodiscard]] bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN);
+[[nodiscard]] bool read_LmTidx_tiles_TN(const CacheName& swath, uint32_t nt, Vector<Image<uint32_t>>& TN);
 // 1 where a microtile is occupied (more than 4 points), else 0.
-[[nodiscard]] bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<uint8_t>>& mocc);
+[[nodiscard]] bool read_LmTidx_tiles_mocc(const CacheName& swath, uint32_t nt, Vector<Image<uint8_t>>& mocc);
 
 // The same tables one tile at a time, in any order and from any thread: the files stay open. k is the index in
 // the tile table. False, after an ERROR line, when a file cannot be read.
@@ -72,7 +72,7 @@ class TileTables {
  public:
   // Opens the tables of a swath; times: those of the times, too. nt: the length of its tile table, which the
   // sizes of the files are compared with.
-  [[nodiscard]] bool open(const std::string& path, uint32_t nt, bool times);
+  [[nodiscard]] bool open(const CacheName& swath, uint32_t nt, bool times);
   bool is_open() const { return counts_.is_open(); }
   [[nodiscard]] bool read_N(uint32_t k, Image<uint32_t>& N) const;
   [[nodiscard]] bool read_Zm(uint32_t k, Image<int32_t>& Zm) const;
@@ -85,10 +85,10 @@ class TileTables {
 };
 
 // Centre times and mean heights: one sample a microtile.
-[[nodiscard]] bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+[[nodiscard]] bool read_sw_CZt_tiles(const CacheName& swath, uint32_t nt, Vector<Image<int32_t>>& Ct,
                                      Vector<Image<int32_t>>& Zm);
 // Centre times with the coded time range and deviation.
-[[nodiscard]] bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+[[nodiscard]] bool read_sw_t_tiles(const CacheName& swath, uint32_t nt, Vector<Image<int32_t>>& Ct,
                                    Vector<Image<uint8_t>>& dt, Vector<Image<uint8_t>>& dev);
 
 // Points of tile k and of the ring of microtiles, one microtile wide, that adjoins it in the 8 tiles around.

@@ -10,10 +10,10 @@ namespace veld {
 namespace {
 // Calls use(tile index, record) for the nt records of a file, in order.
 template <typename Record, typename Use>
-bool for_all_tiles(const std::string& path, const char* suffix, uint32_t nt, Record& record, uint64_t bytes,
+bool for_all_tiles(const CacheName& swath, const char* suffix, uint32_t nt, Record& record, uint64_t bytes,
                    Use use) {
   PosFileIn file(false);
-  if (!open_cache(path, suffix, file) || file.size() != nt * bytes) return false;
+  if (!open_cache(swath, suffix, file) || file.size() != nt * bytes) return false;
   PosReader in(file);
   for (uint32_t k = 0; k < nt; k++) {
     if (!in.read(&record, bytes)) return false;
@@ -23,11 +23,11 @@ bool for_all_tiles(const std::string& path, const char* suffix, uint32_t nt, Rec
 }
 
 template <typename T>
-bool read_images(const std::string& path, const char* suffix, uint32_t nt, Vector<Image<T>>& images) {
+bool read_images(const CacheName& swath, const char* suffix, uint32_t nt, Vector<Image<T>>& images) {
   T values[mTn];
   static_assert(sizeof values == MT_IMG_BYTES);
   images.resize(nt);
-  return for_all_tiles(path, suffix, nt, values, sizeof values, [&](uint32_t k) {
+  return for_all_tiles(swath, suffix, nt, values, sizeof values, [&](uint32_t k) {
     images.val[k].resize(mTsub, mTsub);
     std::copy_n(values, mTn, images.val[k].val);
   });
@@ -40,22 +40,22 @@ void to_image(const S* values, int side, Image<T>& img) {
 }
 }  // namespace
 
-bool read_LmTidx_tiles_TN(const std::string& path, uint32_t nt, Vector<Image<uint32_t>>& TN) {
-  return read_images(path, EXT_MTIDX, nt, TN);
+bool read_LmTidx_tiles_TN(const CacheName& swath, uint32_t nt, Vector<Image<uint32_t>>& TN) {
+  return read_images(swath, EXT_MTIDX, nt, TN);
 }
 
-bool read_LmTidx_tiles_mocc(const std::string& path, uint32_t nt, Vector<Image<uint8_t>>& mocc) {
+bool read_LmTidx_tiles_mocc(const CacheName& swath, uint32_t nt, Vector<Image<uint8_t>>& mocc) {
   uint32_t counts[mTn];
   mocc.resize(nt);
-  return for_all_tiles(path, EXT_MTIDX, nt, counts, sizeof counts, [&](uint32_t k) {
+  return for_all_tiles(swath, EXT_MTIDX, nt, counts, sizeof counts, [&](uint32_t k) {
     mocc.val[k].resize(mTsub, mTsub);
     for (int i = 0; i < mTn; i++) mocc.val[k].val[i] = counts[i] > NMT_MIN ? 1 : 0;
   });
 }
 
-bool TileTables::open(const std::string& path, uint32_t nt, bool times) {
+bool TileTables::open(const CacheName& swath, uint32_t nt, bool times) {
   const auto opened = [&](PosFileIn& file, const char* suffix, uint64_t bytes) {
-    if (!open_cache(path, suffix, file)) return false;
+    if (!open_cache(swath, suffix, file)) return false;
     if (file.size() == nt * bytes) return true;
     ERROR_MSG("table of " << file.size() << " bytes, expected " << nt * bytes << ", file='" << file.name()
                           << "'");
@@ -85,22 +85,22 @@ bool TileTables::read_Ct(uint32_t k, Image<int32_t>& Ct) const {
   return times_.read(k * sizeof(LmTtimeRec) + offsetof(LmTtimeRec, centre), Ct.val, MT_IMG_BYTES);
 }
 
-bool read_sw_CZt_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+bool read_sw_CZt_tiles(const CacheName& swath, uint32_t nt, Vector<Image<int32_t>>& Ct,
                        Vector<Image<int32_t>>& Zm) {
   LmTtimeRec rec;
   Ct.resize(nt);
-  return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec,
+  return for_all_tiles(swath, EXT_MTDT, nt, rec, sizeof rec,
                        [&](uint32_t k) { to_image(rec.centre, mTsub, Ct.val[k]); }) &&
-         read_images(path, EXT_MTZM, nt, Zm);
+         read_images(swath, EXT_MTZM, nt, Zm);
 }
 
-bool read_sw_t_tiles(const std::string& path, uint32_t nt, Vector<Image<int32_t>>& Ct,
+bool read_sw_t_tiles(const CacheName& swath, uint32_t nt, Vector<Image<int32_t>>& Ct,
                      Vector<Image<uint8_t>>& dt, Vector<Image<uint8_t>>& dev) {
   LmTtimeRec rec;
   Ct.resize(nt);
   dt.resize(nt);
   dev.resize(nt);
-  return for_all_tiles(path, EXT_MTDT, nt, rec, sizeof rec, [&](uint32_t k) {
+  return for_all_tiles(swath, EXT_MTDT, nt, rec, sizeof rec, [&](uint32_t k) {
     to_image(rec.centre, mTsub, Ct.val[k]);
     to_image(rec.dt, mTsub, dt.val[k]);
     to_image(rec.dev, mTsub, dev.val[k]);

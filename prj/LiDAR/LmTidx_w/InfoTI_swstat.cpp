@@ -141,19 +141,19 @@ bool read_stats(const Project& prj, const InfoParam& par, ProjectStat& stat) {
     const Swath& s = prj.swaths[static_cast<size_t>(sw)];
     const bool times = par.tproc && !s.fixed;  // references are tiled without
     SwathStat& swath = stat.swaths[static_cast<size_t>(sw)];
-    if (!comp_swath_stat(s.path, times, par.median, swath)) return false;
-    for (const std::string& member : s.members) swath.cache_bytes += tile_cache_bytes(member);
+    if (!comp_swath_stat(s.cache, times, par.median, swath)) return false;
+    for (const CacheName& member : s.members) swath.cache_bytes += tile_cache_bytes(member);
     return true;
   });
   if (bad >= 0) {
-    ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[static_cast<size_t>(bad)].path);
+    ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[static_cast<size_t>(bad)].path());
     return false;
   }
   uint64_t nmt = 0, nocc = 0;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
     nmt += stat.swaths[i].info.nmt;
     nocc += stat.swaths[i].nocc;
-    LOG_LINE("swmdim=" << stat.swaths[i].grid.dim << " " << prj.swaths[i].path);
+    LOG_LINE("swmdim=" << stat.swaths[i].grid.dim << " " << prj.swaths[i].path());
   }
   if (nmt == 0) {
     ERROR_MSG("no microtile data");

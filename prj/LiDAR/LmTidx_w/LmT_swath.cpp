@@ -13,20 +13,20 @@ namespace {
 constexpr uint32_t MIN_TILE_POINTS = 15;  // at least one tile must hold more
 
 // First pass, and once more over the whole file when a rollover stopped it.
-bool first_pass(const std::string& path, int sw, const TilingParam& par, TilingMemory& memory, TTresult& tt,
+bool first_pass(const CacheName& swath, int sw, const TilingParam& par, TilingMemory& memory, TTresult& tt,
                 SwathFailure& why) {
   const MemoryBudget::Lease lease(memory.budget, memory.share);
-  if (!sw_LAS2TT(path, sw, par, Rollover::none, 0, memory.share, tt, why)) {
-    ERROR_MSG("could not tile LiDAR data, " << path);
+  if (!sw_LAS2TT(swath, sw, par, Rollover::none, 0, memory.share, tt, why)) {
+    ERROR_MSG("could not tile LiDAR data, " << swath.source());
     return false;
   }
   if (!tt.again) return true;
   const Rollover rover = tt.clock.rover;
   if (tt.clock.raw_adj)
     WARNING_MSG((rover == Rollover::week ? "week" : "day")
-                << " second rollover detected but timestamps are adjusted GPS, " << path);
-  if (sw_LAS2TT(path, sw, par, rover, tt.clock.tmax, memory.share, tt, why)) return true;
-  ERROR_MSG("could not tile LiDAR data (rollover correction pass), " << path);
+                << " second rollover detected but timestamps are adjusted GPS, " << swath.source());
+  if (sw_LAS2TT(swath, sw, par, rover, tt.clock.tmax, memory.share, tt, why)) return true;
+  ERROR_MSG("could not tile LiDAR data (rollover correction pass), " << swath.source());
   return false;
 }
 
@@ -34,70 +34,70 @@ long percent(uint64_t part, uint64_t whole) {
   return whole ? std::lround(100.0 * static_cast<double>(part) / static_cast<double>(whole)) : 0;
 }
 
-void warn_losses(const std::string& path, const TilingParam& par, const LmTstat& stat) {
+void warn_losses(const CacheName& swath, const TilingParam& par, const LmTstat& stat) {
   if (const long lost = percent(stat.nlost, stat.nlost + stat.np); lost != 0)
-    WARNING_MSG(lost << "% pts lost due to microtile overflow, " << path);
+    WARNING_MSG(lost << "% pts lost due to microtile overflow, " << swath.source());
   if (const long lost = percent(stat.ndev, stat.nmt); lost != 0)
     WARNING_MSG(lost << "% microtile timestamps lost, time deviation exceeds " << par.DTS
-                     << " s (possible self-overlap), " << path);
+                     << " s (possible self-overlap), " << swath.source());
 }
 
-bool lock_tiles(const std::string& path, bool wait, FileLock& lock, LmTswathResult& res) {
-  const std::string name = cache_name(path, EXT_MTLOCK), what = "the tiles of swath " + path;
+bool lock_tiles(const CacheName& swath, bool wait, FileLock& lock, LmTswathResult& res) {
+  const std::string name = swath.file(EXT_MTLOCK), what = "the tiles of swath " + swath.source();
   const LockState state = !wait                   ? lock.take(name, what)
                           : lock.wait(name, what) ? LockState::held
                                                   : LockState::failed;
   res.busy = state == LockState::busy;
   if (state == LockState::failed)
-    return swath_error(res, "LAS tiling: I/O no lock, " + path, SwathFault::own);
+    return swath_error(res, "LAS tiling: I/O no lock, " + swath.source(), SwathFault::own);
   return state == LockState::held;
 }
 
-void delete_grid(const std::string& path) {
+void delete_grid(const CacheName& swath) {
   uint64_t nfiles = 0, nbytes = 0;
-  if (!delete_LmT_grid(path, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
+  if (!delete_LmT_grid(swath, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
 }
 
 }  // namespace
 
-bool LmT_swath(const std::string& path, int sw, const TilingParam& par_in, bool cache, TilingMemory& memory,
+bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par_in, bool cache, TilingMemory& memory,
                LmTswathResult& res, bool wait) {
   TilingParam par = par_in;
   if (par.TIO.nx == 0) {
     par.TIO = TileInfo{};
     par.chk = 0;
   }
-  LOG_ENTER("LmT_swath " << path << " sw=" << sw << " DTS=" << par.DTS << " syn=" << par.syn
+  LOG_ENTER("LmT_swath " << swath.source() << " sw=" << sw << " DTS=" << par.DTS << " syn=" << par.syn
                          << " all=" << par.all << " last=" << par.last << " large=" << par.large
                          << " xlevel=" << par.xlevel << " cache=" << cache << " tproc=" << par.tproc
                          << " LAREA=" << par.large);
   log_xcls(par.xcls);
   res = LmTswathResult{};
-  const std::string index = cache_name(path, EXT_TIDX);
+  const std::string index = swath.file(EXT_TIDX);
   const FileStamp before = file_stamp(index);
-  if (cache && check_tiles(path, sw, par)) return true;
+  if (cache && check_tiles(swath, sw, par)) return true;
   FileLock lock;
-  if (!lock_tiles(path, wait, lock, res)) return false;
+  if (!lock_tiles(swath, wait, lock, res)) return false;
   // Another run may have made it in between.
-  if (cache && file_stamp(index) != before && check_tiles(path, sw, par)) return true;
+  if (cache && file_stamp(index) != before && check_tiles(swath, sw, par)) return true;
   TTresult tt;
-  if (!first_pass(path, sw, par, memory, tt, res)) return false;
-  const int64_t size = file_size(path);
+  if (!first_pass(swath, sw, par, memory, tt, res)) return false;
+  const int64_t size = file_size(swath.source());
   if (size < 0) LOG_LINE("<!> file size");
   // The grid goes before the new points come: it must never stand beside an index that it does not fit.
-  delete_grid(path);
+  delete_grid(swath);
   LmTstat stat;
-  if (!sw_TT2LmT_XYZ(path, par, memory.budget, tt, stat, res)) {
-    ERROR_MSG("could not process tiles, " << path);
+  if (!sw_TT2LmT_XYZ(swath, par, memory.budget, tt, stat, res)) {
+    ERROR_MSG("could not process tiles, " << swath.source());
     return false;
   }
   if (std::none_of(tt.TI.begin(), tt.TI.end(), [](const TIsxy& t) { return t.n > MIN_TILE_POINTS; })) {
-    remove_file(cache_name(path, EXT_TIDX));
-    return swath_error(res, "could not tile LiDAR data, not enough points per tile, " + path);
+    remove_file(swath.file(EXT_TIDX));
+    return swath_error(res, "could not tile LiDAR data, not enough points per tile, " + swath.source());
   }
-  warn_losses(path, par, stat);
-  if (!check_TidxHdr(path, sw, par))
-    return swath_error(res, "tiling: invalid index data, " + path, SwathFault::own);
+  warn_losses(swath, par, stat);
+  if (!check_TidxHdr(swath, sw, par))
+    return swath_error(res, "tiling: invalid index data, " + swath.source(), SwathFault::own);
   res.MB = size < 0 ? 0.0f : static_cast<float>(static_cast<double>(size) * 1e-06);
   res.Mp = static_cast<float>(static_cast<double>(stat.np) * 1e-06);
   res.Mp0 = static_cast<float>(static_cast<double>(tt.nfile) * 1e-06);

@@ -35,7 +35,7 @@ struct SwathSlot {    // of one swath, written by the thread that took it
 };
 
 struct TileJob {
-  const std::vector<std::string>& paths;
+  const std::vector<CacheName>& swaths;
   const std::vector<size_t>& todo;
   const TilingParam& par;
   bool cache;
@@ -53,11 +53,12 @@ void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& tota
       totals.queue.pop_front();
     }
     SwathSlot& slot = slots[i];
-    slot.ok = LmT_swath(job.paths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache, job.memory,
-                        slot.res, false);
+    slot.ok = LmT_swath(job.swaths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache,
+                        job.memory, slot.res, false);
     if (slot.res.busy) {  // others first
       if (!slot.told)
-        LOG_MSG1("waiting for the tiles of swath " << job.paths[job.todo[i]] << ", in work by another run");
+        LOG_MSG1("waiting for the tiles of swath " << job.swaths[job.todo[i]].source()
+                                                   << ", in work by another run");
       slot.told = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       const std::lock_guard<std::mutex> lock(totals.mutex);
@@ -85,30 +86,29 @@ int tiling_threads(int nthreads, int nswaths) {
   return std::max(1, std::min({nthreads, NTHREADSIO, nswaths, by_memory}));
 }
 
-bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
-              std::vector<std::string>& reason, const TilingParam& par, bool cache, int nthreads,
-              LmTtileResult& res) {
+bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used, std::vector<std::string>& reason,
+              const TilingParam& par, bool cache, int nthreads, LmTtileResult& res) {
   const Stopwatch watch;
-  LOG_ENTER("LmT_tile nsw=" << paths.size() << " nthreads=" << nthreads << " large=" << par.large
+  LOG_ENTER("LmT_tile nsw=" << swaths.size() << " nthreads=" << nthreads << " large=" << par.large
                             << " xlevel=" << par.xlevel << " DTS=" << par.DTS << " LAREA=" << par.large
                             << " xcls.size()=" << par.xcls.size()
                             << " Tdrop.size()=" << par.TIO.nx * par.TIO.ny << " syn=" << par.syn
                             << " all=" << par.all << " last=" << par.last << " LmTcacheT=" << cache
                             << " CHECK_SW_TSTAMP=" << CHECK_SW_TSTAMP);
   res = LmTtileResult{};
-  reason.resize(paths.size());
+  reason.resize(swaths.size());
   std::vector<size_t> todo;
-  for (size_t i = 0; i < paths.size(); i++)
+  for (size_t i = 0; i < swaths.size(); i++)
     if (used[i]) todo.push_back(i);
   if (todo.empty()) {
     LOG_LINE("<!> nswt0=0");
     return true;
   }
   const int nth = tiling_threads(nthreads, static_cast<int>(todo.size()));
-  LOG_MSG("TILING: swaths (" << todo.size() << "/" << paths.size() << ") [" << nth
+  LOG_MSG("TILING: swaths (" << todo.size() << "/" << swaths.size() << ") [" << nth
                              << " TH] Unit=" << DATAUNIT);
   TilingMemory memory(budget_bytes(), nth);
-  const TileJob job{paths, todo, par, cache, memory};
+  const TileJob job{swaths, todo, par, cache, memory};
   std::vector<SwathSlot> slots(todo.size());
   Totals totals;
   for (size_t i = 0; i < todo.size(); i++) totals.queue.push_back(i);

@@ -22,11 +22,13 @@ struct UnionTile {  // a tile of one member
 };
 
 struct UnionPlan {
-  std::vector<std::string> members;  // links resolved
+  std::vector<CacheName> members;
   std::vector<LTidxInfo> infos;
   std::vector<UnionTile> tiles;  // by place, then member
   LTidxHdr hdr{};
 };
+
+std::string resolved(const CacheName& member) { return member.dir() + member.name(); }
 
 uint64_t hash_bytes(uint64_t h, const void* data, size_t n) {  // FNV-1a
   const uint8_t* p = static_cast<const uint8_t*>(data);
@@ -34,7 +36,7 @@ uint64_t hash_bytes(uint64_t h, const void* data, size_t n) {  // FNV-1a
   return h;
 }
 
-bool read_plan(const std::vector<std::string>& names, const std::vector<bool>& used, const TilingParam& par,
+bool read_plan(const std::vector<CacheName>& names, const std::vector<bool>& used, const TilingParam& par,
                UnionPlan& plan) {
   uint64_t stamp = 0xCBF29CE484222325ull;
   for (size_t i = 0; i < names.size(); i++) {
@@ -43,16 +45,17 @@ bool read_plan(const std::vector<std::string>& names, const std::vector<bool>& u
     LTidxInfo info;
     Vector<TIsxy> TI;
     if (!read_LTidxHdr(names[i], hdr) || !read_LTidxInfo(names[i], info) || !read_LTidx_TI(names[i], TI)) {
-      ERROR_MSG("missing/incompatible temp. tile files, swath " << names[i]);
+      ERROR_MSG("missing/incompatible temp. tile files, swath " << names[i].source());
       return false;
     }
     const uint32_t member = static_cast<uint32_t>(plan.members.size());
     for (uint64_t k = 0; k < TI.size(); k++)
       plan.tiles.push_back(
           {static_cast<uint64_t>(TI.val[k].y) << 32 | TI.val[k].x, member, static_cast<uint32_t>(k)});
-    plan.members.push_back(real_path(names[i]));
+    plan.members.push_back(names[i]);
     plan.infos.push_back(info);
-    stamp = hash_bytes(stamp, plan.members.back().c_str(), plan.members.back().size() + 1);
+    const std::string file = resolved(names[i]);
+    stamp = hash_bytes(stamp, file.c_str(), file.size() + 1);
     stamp = hash_bytes(stamp, &hdr, sizeof hdr);
     stamp = hash_bytes(stamp, &info, sizeof info);
   }
@@ -65,20 +68,22 @@ bool read_plan(const std::vector<std::string>& names, const std::vector<bool>& u
 }
 
 // Whether the caches of the union were made of these members as they are now.
-bool check_union(const std::string& path, const UnionPlan& plan) {
+bool check_union(const CacheName& swath, const UnionPlan& plan) {
   LTidxHdr hdr;
   LTidxInfo info;
   std::vector<std::string> listed;
-  if (file_size(cache_name(path, EXT_TIDX)) < 0) return false;
-  if (const std::string fault = tiles_fault(path); !fault.empty()) {
+  if (file_size(swath.file(EXT_TIDX)) < 0) return false;
+  if (const std::string fault = tiles_fault(swath); !fault.empty()) {
     WARNING_MSG("damaged cache of a union is made anew: " << fault);
     return false;
   }
-  if (!read_LTidxHdr(path, hdr) || std::memcmp(&hdr, &plan.hdr, sizeof hdr) != 0) return false;
-  if (!read_LTidxInfo(path, info) || !read_LTidx_uswaths(path, listed) || listed != plan.members)
+  if (!read_LTidxHdr(swath, hdr) || std::memcmp(&hdr, &plan.hdr, sizeof hdr) != 0) return false;
+  if (!read_LTidxInfo(swath, info) || !read_LTidx_uswaths(swath, listed) ||
+      !std::equal(listed.begin(), listed.end(), plan.members.begin(), plan.members.end(),
+                  [](const std::string& file, const CacheName& member) { return file == resolved(member); }))
     return false;
   for (const char* const suffix : {EXT_MTIDX, EXT_MTZM})
-    if (file_size(cache_name(path, suffix)) != static_cast<int64_t>(info.nt * MT_IMG_BYTES)) return false;
+    if (file_size(swath.file(suffix)) != static_cast<int64_t>(info.nt * MT_IMG_BYTES)) return false;
   LOG_LINE("union kept, nt=" << uint32_t(info.nt));
   return true;
 }
@@ -190,11 +195,11 @@ bool write_LTidx_LmT_netiles(FamilyOut& family, const UnionPlan& plan, LTidxInfo
   return true;
 }
 
-bool write_LTidx_uswaths(FamilyOut& family, const std::vector<std::string>& members) {
+bool write_LTidx_uswaths(FamilyOut& family, const std::vector<CacheName>& members) {
   SummedFileOut* const out = family.create(EXT_ULIDX, TILE_BUFFER);
   size_t swu = 0;
-  for (const std::string& member : members) {
-    const std::string line = std::to_string(swu++) + " " + member + "\n";
+  for (const CacheName& member : members) {
+    const std::string line = std::to_string(swu++) + " " + resolved(member) + "\n";
     if (!out || !out->write(line.data(), line.size())) return false;
   }
   ASSERT(swu == members.size());
@@ -208,20 +213,20 @@ Vector<T> to_vector(const std::vector<T>& list) {
   return v;
 }
 
-bool make_union(const std::string& path, const UnionPlan& plan, const TilingParam& par) {
+bool make_union(const CacheName& swath, const UnionPlan& plan, const TilingParam& par) {
   uint64_t nfiles = 0, nbytes = 0;
-  if (!delete_LmT_tile(path, nfiles, nbytes) || !delete_LmT_grid(path, nfiles, nbytes))
+  if (!delete_LmT_tile(swath, nfiles, nbytes) || !delete_LmT_grid(swath, nfiles, nbytes))
     LOG_LINE("<!> FAILED TO DELETE an older union");
   const TileGeom geom = make_tile_geom(header_level(plan.hdr));
   LTidxInfo info = merge_infos(plan.infos);
   std::vector<TIsxy> list;
   std::vector<OccBits> occ;
-  FamilyOut family(cache_name(path, ""), EXT_TIDX, EXT_MTSUM);
+  FamilyOut family(swath.file(""), EXT_TIDX, EXT_MTSUM);
   if (!write_LTidx_uswaths(family, plan.members) || !write_LTidx_LmT_netiles(family, plan, info, list, occ))
     return false;
   const Vector<TIsxy> TI = to_vector(list);
   if (TI.empty() || !mtile_MBR_stat(geom, TI, to_vector(occ), info)) {
-    ERROR_MSG("LAS stat and MBR computation: insufficient data, " << path);
+    ERROR_MSG("LAS stat and MBR computation: insufficient data, " << swath.source());
     return false;
   }
   LOG_LINE("ntw=" << TI.size() << " npt:" << uint64_t(info.np));
@@ -229,7 +234,7 @@ bool make_union(const std::string& path, const UnionPlan& plan, const TilingPara
 }
 }  // namespace
 
-bool choose_union(size_t sw0, const std::vector<std::string>& names, const std::vector<bool>& used,
+bool choose_union(size_t sw0, const std::vector<CacheName>& names, const std::vector<bool>& used,
                   std::vector<size_t>& members) {
   members.clear();
   std::unordered_set<uint64_t> places;
@@ -253,20 +258,20 @@ bool choose_union(size_t sw0, const std::vector<std::string>& names, const std::
   return true;
 }
 
-bool LmT_union(size_t sw0, const std::vector<std::string>& names, const std::vector<bool>& used,
-               const TilingParam& par_in, std::string& path) {
+bool LmT_union(size_t sw0, const std::vector<CacheName>& names, const std::vector<bool>& used,
+               const TilingParam& par_in, CacheName& swath) {
   ASSERT(used.size() == names.size() && sw0 < names.size() && used[sw0]);
   LOG_ENTER("LmT_union sw0=" << sw0 << " nsw=" << names.size());
   const Stopwatch watch;
   TilingParam par = par_in;
   par.tproc = false;  // the times of a union mean nothing
-  path = union_path(names[sw0]);
+  swath = CacheName::of_union(names[sw0]);
   UnionPlan plan;
   if (!read_plan(names, used, par, plan)) return false;
   LOG_LINE("nswu=" << plan.members.size());
   FileLock lock;
-  if (!lock.wait(cache_name(path, EXT_MTLOCK), "the tiles of " + path)) return false;
-  if (!check_union(path, plan) && !make_union(path, plan, par)) return false;
+  if (!lock.wait(swath.file(EXT_MTLOCK), "the tiles of " + swath.source())) return false;
+  if (!check_union(swath, plan) && !make_union(swath, plan, par)) return false;
   LOG_LINE(" /// LmT_UNION_TIME=" << watch.text());
   return true;
 }

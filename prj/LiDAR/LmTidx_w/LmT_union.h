@@ -11,13 +11,13 @@
 namespace veld {
 // The first `used` of the names from sw0 on that fit into one tile table (65535 tiles, 1024 along an axis):
 // their places. Nearly always all of them. False, silently, when a table cannot be read.
-[[nodiscard]] bool choose_union(size_t sw0, const std::vector<std::string>& names,
+[[nodiscard]] bool choose_union(size_t sw0, const std::vector<CacheName>& names,
                                 const std::vector<bool>& used, std::vector<size_t>& members);
 
-// Merges the tiled swaths with used[i] set, sw0 being the first of them, into a union. path: of the union (see
-// union_path). par: what they were tiled with. Counts of a microtile add up, its height is the mean over all
+// Merges the tiled swaths with used[i] set, sw0 being the first of them, into a union. swath: its names
+// then. par: what they were tiled with. Counts of a microtile add up, its height is the mean over all
 // points. The caches of the union (list, index, counts, heights) are kept when they were made of the same
 // members as these are now, else made anew and the grid of the union removed. False after an ERROR line.
-[[nodiscard]] bool LmT_union(size_t sw0, const std::vector<std::string>& names, const std::vector<bool>& used,
-                             const TilingParam& par, std::string& path);
+[[nodiscard]] bool LmT_union(size_t sw0, const std::vector<CacheName>& names, const std::vector<bool>& used,
+                             const TilingParam& par, CacheName& swath);
 }  // namespace veld

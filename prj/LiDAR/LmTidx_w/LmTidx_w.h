@@ -42,13 +42,13 @@ struct LmTswathResult : SwathFailure {
   float MB = 0;       // size of the file, bytes x 1e-06
 };
 
-// Tiles one swath into the cache family of its path under TMPDIR, or, with cache, reuses what is there.
+// Tiles one swath into its cache family, or, with cache, reuses what is there.
 // Memory: in the first pass a buffer of 0x40000 bytes for each open tile file (all are written out and given
 // back when they would pass the share), in the second the points of one tile, 21 bytes each.
 // The family is locked meanwhile. When another run has the lock: waits for its end, or (wait off) gives up with
 // res.busy set and nothing done.
 // False after an ERROR line (or a WARNING when a drop map left no point).
-[[nodiscard]] bool LmT_swath(const std::string& path, int sw, const TilingParam& par, bool cache,
+[[nodiscard]] bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par, bool cache,
                              TilingMemory& memory, LmTswathResult& res, bool wait = true);
 
 struct LmTtileResult {
@@ -60,9 +60,9 @@ struct LmTtileResult {
 
 // Tiles the swaths with used[i] set on up to nthreads threads; clears used[i] of those that fail and puts
 // the reason into reason[i]. False, after ERROR lines, only when a file of the program's own failed: no
-// further swath is begun then. No two threads read the same file: paths are distinct. Results do not depend on
+// further swath is begun then. No two threads read the same file: the swaths are distinct. Results do not depend on
 // nthreads.
-[[nodiscard]] bool LmT_tile(const std::vector<std::string>& paths, std::vector<bool>& used,
+[[nodiscard]] bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used,
                             std::vector<std::string>& reason, const TilingParam& par, bool cache,
                             int nthreads, LmTtileResult& res);
 

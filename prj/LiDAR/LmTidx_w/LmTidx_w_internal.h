@@ -59,15 +59,15 @@ bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault = 
 
 // First pass: filters the points of a file into temporary tile files. rover, before: the rollover that the
 // pass before found and a time before it. On failure the tile files made so far are removed.
-bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double before,
+bool sw_LAS2TT(const CacheName& swath, int sw, const TilingParam& par, Rollover rover, double before,
                uint64_t max_bytes, TTresult& res, SwathFailure& why);
 
 // Second pass: temporary tile files into the final family, the index last. Leaves np = 0 when no point is
 // left. Waits for the memory that its largest tile needs.
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, MemoryBudget& budget, TTresult& tt,
+bool sw_TT2LmT_XYZ(const CacheName& swath, const TilingParam& par, MemoryBudget& budget, TTresult& tt,
                    LmTstat& stat, SwathFailure& why);
 
-void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI);
+void remove_TT_files(const CacheName& swath, const Vector<TIsxy>& TI);
 
 // --- steps of the second pass on one tile ---
 

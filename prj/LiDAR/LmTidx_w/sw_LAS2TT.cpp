@@ -228,9 +228,9 @@ bool read_points(LASreader& reader, Pass& s, TileGrid& grid, uint64_t np, TTresu
 
 // The file as it was read: count, coordinates, extent.
 bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool LAREA,
-                       const std::string& path, TTresult& res, SwathFailure& why) {
+                       const CacheName& swath, TTresult& res, SwathFailure& why) {
   if (s.n_xyzout > 0)
-    WARNING_MSG("LAS tiling: " << s.n_xyzout << " invalid point coordinates, " << path << " "
+    WARNING_MSG("LAS tiling: " << s.n_xyzout << " invalid point coordinates, " << swath.source() << " "
                                << box_text(s.bad, 1.0) << " " << unit_text());
   if (s.state == TTstate::out_of_limit)
     return swath_error(
@@ -268,25 +268,26 @@ bool check_coordinates(const Pass& s, const TileGrid& grid, uint32_t limit, bool
 }
 
 // The flag for adjusted GPS time against what the times look like.
-bool check_adjusted(const Pass& s, const std::string& path, TTresult& res, SwathFailure& why) {
+bool check_adjusted(const Pass& s, const CacheName& swath, TTresult& res, SwathFailure& why) {
   if (!s.tuse) return true;
   const bool looks = is_adjusted(s.tmin);
   if (looks == res.clock.raw_adj) return true;
   if (AUTO_ADJ) {
     WARNING_MSG("LAS tiling: adjusted GPS time bit override, adj="
-                << res.clock.raw_adj << " autoadj=" << looks << " from file timestamps, " << path);
+                << res.clock.raw_adj << " autoadj=" << looks << " from file timestamps, " << swath.source());
     res.clock.raw_adj = looks;
     return true;
   }
   if (res.clock.raw_adj) {
-    WARNING_MSG("LAS tiling: timestamps likely week seconds but LAS GPS time type is 1, " << path);
+    WARNING_MSG("LAS tiling: timestamps likely week seconds but LAS GPS time type is 1, " << swath.source());
     return true;
   }
-  return swath_error(why, "LAS tiling: timestamps are adjusted GPS but LAS GPS time type is 0, " + path);
+  return swath_error(why,
+                     "LAS tiling: timestamps are adjusted GPS but LAS GPS time type is 0, " + swath.source());
 }
 
 // Only for those who use them: the times of a reference may be anything.
-bool check_times(const Pass& s, const TilingParam& par, const std::string& path, const TTresult& res,
+bool check_times(const Pass& s, const TilingParam& par, const CacheName& swath, const TTresult& res,
                  SwathFailure& why) {
   if (!par.tproc) return true;
   const double dt = s.tmax - s.tmin;
@@ -294,11 +295,12 @@ bool check_times(const Pass& s, const TilingParam& par, const std::string& path,
                       << " (" << dt << " s) adj=" << res.clock.raw_adj << " NS_ROVER=" << FLIGHT_SPAN);
   const double largest = std::max(std::abs(s.tmin), std::abs(s.tmax));
   if (dt > MAX_SWATH_SPAN)
-    return swath_error(why, "LAS tiling: swath time interval exceeds 32400 s, " + path);
+    return swath_error(why, "LAS tiling: swath time interval exceeds 32400 s, " + swath.source());
   if (s.n_tbad > 0 || largest > 2e9)
-    return swath_error(why, "LAS tiling: invalid timestamps (overflow), " + path);
-  if (largest > 1e9) WARNING_MSG("LAS tiling: invalid timestamp format (might be standard GPS), " << path);
-  if (s.tmax <= s.tmin) WARNING_MSG("LAS tiling: missing timestamps or 0 time interval, " << path);
+    return swath_error(why, "LAS tiling: invalid timestamps (overflow), " + swath.source());
+  if (largest > 1e9)
+    WARNING_MSG("LAS tiling: invalid timestamp format (might be standard GPS), " << swath.source());
+  if (s.tmax <= s.tmin) WARNING_MSG("LAS tiling: missing timestamps or 0 time interval, " << swath.source());
   return true;
 }
 
@@ -317,27 +319,27 @@ Pass start_pass(const LASheader& h, const TilingParam& par, const Unroll& unroll
 }
 
 // A temporary tile file could not be written; which one and why stands in the line before.
-bool tile_file_error(const Pass& s, const std::string& path, SwathFailure& why) {
+bool tile_file_error(const Pass& s, const CacheName& swath, SwathFailure& why) {
   return swath_error(why,
                      LOG_STR("LAS tiling: I/O err=" << static_cast<int>(s.state) << " close_ok="
-                                                    << (s.state != TTstate::good) << ", " << path),
+                                                    << (s.state != TTstate::good) << ", " << swath.source()),
                      SwathFault::own);
 }
 
 // Everything that is known once the reader is closed: the checks in their order, the table, the log.
-bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid& grid, uint32_t limit,
+bool end_pass(const CacheName& swath, const TilingParam& par, Pass& s, TileGrid& grid, uint32_t limit,
               uint64_t np, TTresult& res, SwathFailure& why) {
   if (s.state == TTstate::create_failed || s.state == TTstate::write_failed)
-    return tile_file_error(s, path, why);
-  if (file_mtime(path) != res.tstamp)
-    return swath_error(why, "LAS tiling: file timestamp changed during read, " + path);
-  if (!check_coordinates(s, grid, limit, par.large, path, res, why) || !check_adjusted(s, path, res, why))
+    return tile_file_error(s, swath, why);
+  if (file_mtime(swath.source()) != res.tstamp)
+    return swath_error(why, "LAS tiling: file timestamp changed during read, " + swath.source());
+  if (!check_coordinates(s, grid, limit, par.large, swath, res, why) || !check_adjusted(s, swath, res, why))
     return false;
   if (s.nread < np && s.state == TTstate::good) {
     LOG_LINE("<!> nr=" << s.nread << " np=" << np);
-    WARNING_MSG("LAS tiling: I/O read error, swath may be truncated, " << path);
+    WARNING_MSG("LAS tiling: I/O read error, swath may be truncated, " << swath.source());
   }
-  if (grid.started() && grid.finish() != TTstate::good) return tile_file_error(s, path, why);
+  if (grid.started() && grid.finish() != TTstate::good) return tile_file_error(s, swath, why);
   grid.tileinfo_tbl(s.g.Tsize, res.TI);
   if (res.TI.size() > MAX_TILES)
     return swath_error(why, LOG_STR("LAS tiling: coordinate range out of bounds ("
@@ -347,8 +349,9 @@ bool end_pass(const std::string& path, const TilingParam& par, Pass& s, TileGrid
                    << " np=" << s.nread << " -> PTS=" << s.npts << " pf=" << s.lay.format);
   if (percent < 20.0)
     WARNING_MSG("LAS tiling: less than " << static_cast<int>(std::ceil(percent))
-                                         << "% points left due to LAS attribute filtering, " << path);
-  if (!check_times(s, par, path, res, why)) return false;
+                                         << "% points left due to LAS attribute filtering, "
+                                         << swath.source());
+  if (!check_times(s, par, swath, res, why)) return false;
   const float unit = s.lay.extended ? LASpoint::EXTENDED_ANGLE_UNIT : 1.0f;
   res.amin = static_cast<float>(s.amin) * unit;
   res.amax = static_cast<float>(s.amax) * unit;
@@ -369,7 +372,7 @@ bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault) {
   return false;
 }
 
-bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover rover, double before,
+bool sw_LAS2TT(const CacheName& swath, int sw, const TilingParam& par, Rollover rover, double before,
                uint64_t max_bytes, TTresult& res, SwathFailure& why) {
   const Stopwatch watch;
   const TileGeom g = make_tile_geom(tile_level(par.large, par.xlevel));
@@ -377,30 +380,31 @@ bool sw_LAS2TT(const std::string& path, int sw, const TilingParam& par, Rollover
                             << " shift=" << g.shift << " mask=" << g.mask << " size=" << g.Tsize);
   log_xcls(par.xcls);
   res = TTresult{};
-  res.tstamp = file_mtime(path);
-  if (res.tstamp == -1) return swath_error(why, "file timestamp read error, " + path);
-  std::unique_ptr<LASreader> reader = las_read_open(path, INPARSE, true);
+  res.tstamp = file_mtime(swath.source());
+  if (res.tstamp == -1) return swath_error(why, "file timestamp read error, " + swath.source());
+  std::unique_ptr<LASreader> reader = las_read_open(swath.source(), INPARSE, true);
   if (!reader) {
-    why = {SwathFault::input, "cannot open LASreader, file " + path};
+    why = {SwathFault::input, "cannot open LASreader, file " + swath.source()};
     return false;
   }
   const LASheader& h = reader->header;
   const uint64_t np = h.npoints;
-  if (np < MIN_POINTS) return swath_error(why, "LAS tiling: not enough points or wrong format, " + path);
+  if (np < MIN_POINTS)
+    return swath_error(why, "LAS tiling: not enough points or wrong format, " + swath.source());
   const bool has_time = h.point_format != 0 && h.point_format != 2;
   if (par.tproc && !has_time)
-    WARNING_MSG("LAS tiling: missing timestamps (point format 0 or 2), swath " << path);
+    WARNING_MSG("LAS tiling: missing timestamps (point format 0 or 2), swath " << swath.source());
   res.clock.rover = rover;
   res.clock.raw_adj = h.adjusted_gps();
   const uint32_t limit = par.large ? MAX_TILE_SPAN : 128;
   Pass s = start_pass(h, par, Unroll(rover, before), par.tproc && has_time);
-  TileGrid grid(path, limit, max_bytes);
+  TileGrid grid(swath, limit, max_bytes);
   bool ok = read_points(*reader, s, grid, np, res, why);
   las_read_close(reader);
-  if (ok && !res.again) ok = end_pass(path, par, s, grid, limit, np, res, why);
+  if (ok && !res.again) ok = end_pass(swath, par, s, grid, limit, np, res, why);
   if (!ok || res.again) {
     if (res.TI.empty()) grid.tileinfo_tbl(g.Tsize, res.TI);
-    remove_TT_files(path, res.TI);
+    remove_TT_files(swath, res.TI);
     return ok;
   }
   LOG_LINE("written " << static_cast<double>(s.npts * TT_REC_BYTES) * 1e-6 << " Mb");

@@ -21,8 +21,8 @@ struct LmTfiles {  // the four files that are written side by side
   }
 };
 
-bool read_TT_tmpXYZT(const std::string& path, const TIsxy& tile, TileWork& w) {
-  const std::string name = tile_tmp_name(path, tile.x, tile.y);
+bool read_TT_tmpXYZT(const CacheName& swath, const TIsxy& tile, TileWork& w) {
+  const std::string name = tile_tmp_name(swath, tile.x, tile.y);
   const uint64_t bytes = tile.n * TT_REC_BYTES;
   if (file_size(name) != static_cast<int64_t>(bytes)) {
     LOG_LINE("read_TT_tmpXYZT <!> fsize " << name);
@@ -64,8 +64,8 @@ bool write_LmT_tile(const TileWork& w, const TileCounts& c, bool tproc, LmTfiles
   return true;
 }
 
-void remove_TT_file(const std::string& path, const TIsxy& tile) {
-  const std::string ttname = tile_tmp_name(path, tile.x, tile.y);
+void remove_TT_file(const CacheName& swath, const TIsxy& tile) {
+  const std::string ttname = tile_tmp_name(swath, tile.x, tile.y);
   if (file_size(ttname) >= 0 && !remove_file(ttname)) LOG_LINE("<!> delete failed ttname=" << ttname);
 }
 
@@ -77,7 +77,7 @@ void reserve_work(TileWork& w, uint32_t nmax) {
 }
 
 struct TileTask {  // what stays the same for all tiles
-  const std::string& path;
+  const CacheName& swath;
   const TilingParam& par;
   TileGeom g;
   uint32_t stmax;
@@ -86,7 +86,7 @@ struct TileTask {  // what stays the same for all tiles
 // One tile through all steps; tile.n becomes the number of stored points.
 bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, OccBits& occ, LmTstat& stat) {
   TileCounts c;
-  if (!read_TT_tmpXYZT(task.path, tile, w) || !comp_LmT_LNZm(w, tile.n, task.g, nullptr, c) ||
+  if (!read_TT_tmpXYZT(task.swath, tile, w) || !comp_LmT_LNZm(w, tile.n, task.g, nullptr, c) ||
       !sort_LmT_XYZT(w, tile.n, task.g, c))
     return false;
   stat.nlost += c.nZout;
@@ -97,7 +97,7 @@ bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, 
   if (task.par.tproc) proc_LmT(w, task.g, task.stmax, stat);
   occ = occupied_bits(w.N);
   if (!write_LmT_tile(w, c, task.par.tproc, files)) return false;
-  remove_TT_file(task.path, tile);
+  remove_TT_file(task.swath, tile);
   return true;
 }
 
@@ -148,7 +148,7 @@ bool proc_tiles(const TileTask& task, FamilyOut& family, MemoryBudget& budget, V
     return swath_error(
         why,
         LOG_STR("LAS tiling: a tile requires " << need / 1000000 << " MB, only " << budget.total() / 1000000
-                                               << " MB reserved (use option -mem), " << task.path),
+                                               << " MB reserved (use option -mem), " << task.swath.source()),
         SwathFault::memory);
   const MemoryBudget::Lease lease(budget, need);
   LmTfiles files{family};
@@ -157,34 +157,34 @@ bool proc_tiles(const TileTask& task, FamilyOut& family, MemoryBudget& budget, V
   reserve_work(w, nmax);
   for (uint64_t k = 0; k < TI.size(); k++)
     if (!proc_tile(task, TI.val[k], w, files, occ.val[k], stat)) return own_failure(why);
-  if (stat.np == 0) return swath_error(why, "could not process tiles, no point left, " + task.path);
+  if (stat.np == 0) return swath_error(why, "could not process tiles, no point left, " + task.swath.source());
   if (task.par.tproc && stat.nfit == 0)
-    return swath_error(why, "timestamp processing: insufficient data, " + task.path);
+    return swath_error(why, "timestamp processing: insufficient data, " + task.swath.source());
   return true;
 }
 }  // namespace
 
-void remove_TT_files(const std::string& path, const Vector<TIsxy>& TI) {
-  for (const TIsxy& tile : TI) remove_TT_file(path, tile);
+void remove_TT_files(const CacheName& swath, const Vector<TIsxy>& TI) {
+  for (const TIsxy& tile : TI) remove_TT_file(swath, tile);
 }
 
-bool sw_TT2LmT_XYZ(const std::string& path, const TilingParam& par, MemoryBudget& budget, TTresult& tt,
+bool sw_TT2LmT_XYZ(const CacheName& swath, const TilingParam& par, MemoryBudget& budget, TTresult& tt,
                    LmTstat& stat, SwathFailure& why) {
   const Stopwatch watch;
   LTidxHdr hdr = make_LTidxHdr(par);
   hdr.tstamp = tt.tstamp;
-  const TileTask task{path, par, make_tile_geom(tile_level(par.large, par.xlevel)), hdr.stmax};
+  const TileTask task{swath, par, make_tile_geom(tile_level(par.large, par.xlevel)), hdr.stmax};
   LOG_ENTER("sw_TT2LmT_XYZ level=" << task.g.level << " nt=" << tt.TI.size() << " stmax=" << task.stmax);
-  FamilyOut family(cache_name(path, ""), EXT_TIDX, EXT_MTSUM);
+  FamilyOut family(swath.file(""), EXT_TIDX, EXT_MTSUM);
   Vector<OccBits> occ(tt.TI.size());
   if (!proc_tiles(task, family, budget, tt.TI, occ, stat, why)) {
-    remove_TT_files(path, tt.TI);
+    remove_TT_files(swath, tt.TI);
     return false;
   }
   if (stat.nlost + stat.ntdrop > 0) LOG_LINE("<!> TOTAL lost=" << stat.nlost << " ntdrop=" << stat.ntdrop);
   LTidxInfo info = make_info(tt, stat);
   if (!mtile_MBR_stat(task.g, tt.TI, occ, info))
-    return swath_error(why, "LAS stat and MBR computation: insufficient data, " + path);
+    return swath_error(why, "LAS stat and MBR computation: insufficient data, " + swath.source());
   if (!write_LTidx(family, hdr, par.xcls, info, tt.TI) || !family.publish()) return own_failure(why);
   LOG_LINE("maxdt=" << float(info.maxdt) << " mdt=" << float(info.mdt) << " maxdev=" << float(info.maxdev)
                     << " mdev=" << float(info.mdev));

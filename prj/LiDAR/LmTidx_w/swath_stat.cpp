@@ -109,12 +109,12 @@ GridScale comp_GGSD_dim(const CountHist& hist, double mTsize, bool median) {
   return g;
 }
 
-bool comp_swath_stat(const std::string& path, bool tproc, bool median, SwathStat& s) {
+bool comp_swath_stat(const CacheName& swath, bool tproc, bool median, SwathStat& s) {
   LTidxHdr hdr;
   Vector<TIsxy> TI;
   TileTables tables;
-  if (!read_LTidxHdr(path, hdr) || !read_LTidxInfo(path, s.info) || !read_LTidx_TI(path, TI) ||
-      !tables.open(path, s.info.nt, tproc))
+  if (!read_LTidxHdr(swath, hdr) || !read_LTidxInfo(swath, s.info) || !read_LTidx_TI(swath, TI) ||
+      !tables.open(swath, s.info.nt, tproc))
     return false;
   const TileGeom geom = make_tile_geom(header_level(hdr));
   double ax = 0, ay = 1;
@@ -140,14 +140,14 @@ bool comp_swath_stat(const std::string& path, bool tproc, bool median, SwathStat
   }
   s.heading = std::atan2(ax, ay) * DEG_PER_RAD;
   if (s.heading < 0) s.heading += tproc ? 360.0 : 180.0;
-  s.cache_bytes = tile_cache_bytes(path);
+  s.cache_bytes = tile_cache_bytes(swath);
   return true;
 }
 
-uint64_t tile_cache_bytes(const std::string& path) {
+uint64_t tile_cache_bytes(const CacheName& swath) {
   uint64_t n = 0;
   for (const char* suffix : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ})
-    n += static_cast<uint64_t>(std::max<int64_t>(0, file_size(cache_name(path, suffix))));
+    n += static_cast<uint64_t>(std::max<int64_t>(0, file_size(swath.file(suffix))));
   return n;
 }
 
@@ -202,10 +202,10 @@ bool comp_mainch_swaths(Project& prj, const std::vector<SwathStat>& stat, bool f
     }
     missing++;
     if (fix_ch0)
-      ERROR_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path << ", channel "
+      ERROR_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path() << ", channel "
                                                                 << prj.swaths[i].channel);
     else
-      WARNING_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path
+      WARNING_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path()
                                                                   << " - setting as main channel");
   }
   if (missing == 0) return true;

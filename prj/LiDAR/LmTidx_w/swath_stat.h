@@ -71,8 +71,8 @@ constexpr uint32_t MAX_FRAME = 2048;  // tiles along an axis of a project, at mo
 // Checks, statistics, "_sw_stat.log", and the project's grid spacing (prj.scale.dim, prj.time_res).
 [[nodiscard]] bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat);
 // Statistics of one swath from its caches; times as well when tproc. False, silently, on a failed read.
-[[nodiscard]] bool comp_swath_stat(const std::string& path, bool tproc, bool median, SwathStat& stat);
-uint64_t tile_cache_bytes(const std::string& path);  // of the tile family of a swath, on disk
+[[nodiscard]] bool comp_swath_stat(const CacheName& swath, bool tproc, bool median, SwathStat& stat);
+uint64_t tile_cache_bytes(const CacheName& swath);  // of the tile family of a swath, on disk
 // Writes name + "_sw_stat.log".
 [[nodiscard]] bool write_sw_stat(const Project& prj, const ProjectStat& stat);
 }  // namespace veld

@@ -9,8 +9,8 @@ namespace {
 constexpr uint32_t START_SIDE = 32;  // tiles
 }
 
-TileGrid::TileGrid(const std::string& path, uint32_t limit, uint64_t max_bytes)
-    : path_(path), limit_(limit), max_buffers_(std::max<uint64_t>(1, max_bytes / TILE_BUFFER)) {}
+TileGrid::TileGrid(const CacheName& swath, uint32_t limit, uint64_t max_bytes)
+    : swath_(swath), limit_(limit), max_buffers_(std::max<uint64_t>(1, max_bytes / TILE_BUFFER)) {}
 
 void TileGrid::centre(uint32_t XI, uint32_t YI) {
   nx_ = ny_ = START_SIDE;
@@ -70,7 +70,7 @@ TTstate TileGrid::write_outside(uint32_t XI, uint32_t YI, uint64_t word, uint32_
 TTstate TileGrid::open_cell(Cell& cell, uint32_t XI, uint32_t YI) {
   if (!cell.file) {  // creating it empties what an earlier run may have left
     auto file = std::make_unique<BufBinFileOut>(0);
-    if (!file->open(tile_tmp_name(path_, XI, YI), 0)) return TTstate::create_failed;
+    if (!file->open(tile_tmp_name(swath_, XI, YI), 0)) return TTstate::create_failed;
     cell.file = file.get();
     files_.push_back(std::move(file));
   }

@@ -15,7 +15,7 @@ enum class TTstate { good = 0, create_failed = 2, write_failed = 3, out_of_limit
 class TileGrid {
  public:
   // limit: tiles along an axis. max_bytes: of all buffers together (one is always granted).
-  TileGrid(const std::string& path, uint32_t limit, uint64_t max_bytes);
+  TileGrid(const CacheName& swath, uint32_t limit, uint64_t max_bytes);
   // Places the first tile in the middle of the grid.
   void centre(uint32_t XI, uint32_t YI);
   bool started() const { return !cells_.empty(); }
@@ -58,7 +58,7 @@ class TileGrid {
   static TTstate flush_cell(Cell& cell);
   TTstate flush_all();
 
-  std::string path_;
+  CacheName swath_;
   uint32_t limit_;
   uint64_t max_buffers_;
   uint32_t XI0_ = 0, YI0_ = 0, nx_ = 0, ny_ = 0;

@@ -25,7 +25,7 @@ struct [[gnu::packed]] RegpairIdx {  // ".rpc.idx": what a pair was registered f
 static_assert(sizeof(RegpairIdx) == 93);
 
 // The record of a pair as it stands now, okreg off. False after an ERROR line when a grid index has no time.
-bool make_regpair_idx(const std::string& path1, const std::string& path2, const RegLevels& levels,
+bool make_regpair_idx(const CacheName& swath1, const CacheName& swath2, const RegLevels& levels,
                       RegpairIdx& idx);
 // Cache file of a pair, without suffix; empty when the cache is off.
 std::string regpair_name(const RegpairIdx& idx);

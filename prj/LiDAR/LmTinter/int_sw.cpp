@@ -96,13 +96,13 @@ bool comp_sw_overlap(const Project& prj, const SwPairList& near, int nthreads, S
   std::vector<Vector<TIsxy>> TI(nsw);
   const auto open = [&](int sw, TileTables& tables) {
     const size_t i = static_cast<size_t>(sw);
-    return tables.open(prj.swaths[i].path, static_cast<uint32_t>(TI[i].size()), false);
+    return tables.open(prj.swaths[i].cache, static_cast<uint32_t>(TI[i].size()), false);
   };
   std::vector<bool> wanted(nsw, false);
   for (const auto& [i, j] : near) wanted[static_cast<size_t>(i)] = wanted[static_cast<size_t>(j)] = true;
   for (size_t i = 0; i < nsw; i++)
-    if (wanted[i] && prj.swaths[i].used && !read_LTidx_TI(prj.swaths[i].path, TI[i])) {
-      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path);
+    if (wanted[i] && prj.swaths[i].used && !read_LTidx_TI(prj.swaths[i].cache, TI[i])) {
+      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path());
       return false;
     }
   const std::vector<PairRun> runs = list_runs(near);

@@ -36,9 +36,9 @@ bool read_InterSwath(const Project& prj, int sw, InterSwath& s) {
   if (s.sw == sw) return s.ok;
   s = InterSwath{};
   s.sw = sw;
-  s.path = prj.swaths[static_cast<size_t>(sw)].path;
-  s.ok = read_LTidxInfo(s.path, s.info) && read_Tocc(s.path, s.occ) &&
-         read_gZDSidx_tiles_idx(s.path, s.grid) && static_cast<int>(s.grid.hdr.dim) == prj.scale.dim;
+  s.cache = prj.swaths[static_cast<size_t>(sw)].cache;
+  s.ok = read_LTidxInfo(s.cache, s.info) && read_Tocc(s.cache, s.occ) &&
+         read_gZDSidx_tiles_idx(s.cache, s.grid) && static_cast<int>(s.grid.hdr.dim) == prj.scale.dim;
   if (!s.ok) LOG_LINE("<!> gridok sw=" << sw);
   return s.ok;
 }
@@ -51,7 +51,7 @@ int min_overlap_width(const RegLevels& levels) {
 
 bool open_times(const Project& prj, InterSwath& s) {
   return prj.swaths[static_cast<size_t>(s.sw)].fixed || s.tables.is_open() ||
-         s.tables.open(s.path, s.info.nt, true);
+         s.tables.open(s.cache, s.info.nt, true);
 }
 
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,

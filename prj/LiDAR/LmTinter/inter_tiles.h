@@ -13,7 +13,7 @@
 namespace veld {
 struct InterSwath {  // what the pairs of a swath share; read when the swath comes up
   int sw = -1;
-  std::string path;
+  CacheName cache;
   LTidxInfo info{};
   Tocc occ;
   SwGrid grid;

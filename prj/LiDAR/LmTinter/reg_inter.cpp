@@ -107,7 +107,7 @@ bool lock_pair(const SwPair& p, const std::string& name, const RegpairIdx& idx, 
 
 // The parameters of a pair's registration; its cache is locked unless it will do. False after an ERROR line.
 bool make_NRparam(const RegRun& run, const SwPair& p, RegpairIdx& idx, FileLock& lock, NRparam& param) {
-  if (!make_regpair_idx(run.s1.path, run.s2.path, run.levels, idx)) return false;
+  if (!make_regpair_idx(run.s1.cache, run.s2.cache, run.levels, idx)) return false;
   const std::string name = regpair_name(idx);
   param.Jstart = run.levels.Jstart;
   param.Jend = run.levels.Jend;
@@ -182,7 +182,7 @@ bool process_pair(RegRun& run, const SwPair& p, InterResult& result) {
   for (const int sw : {p.sw1, p.sw2})
     if (!read_InterSwath(run.prj, sw, sw == p.sw1 ? run.s1 : run.s2)) {
       ERROR_MSG("missing/incompatible temp. tile or grid files, swath "
-                << run.prj.swaths[static_cast<size_t>(sw)].path);
+                << run.prj.swaths[static_cast<size_t>(sw)].path());
       return false;
     }
   const InterState state =
@@ -242,8 +242,8 @@ void report(const RegRun& run, const InterResult& r, const std::string& time) {
 bool read_infos(const Project& prj, std::vector<LTidxInfo>& info) {
   info.resize(prj.swaths.size());
   for (size_t i = 0; i < info.size(); i++)
-    if (prj.swaths[i].used && !read_LTidxInfo(prj.swaths[i].path, info[i])) {
-      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path);
+    if (prj.swaths[i].used && !read_LTidxInfo(prj.swaths[i].cache, info[i])) {
+      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path());
       return false;
     }
   return true;

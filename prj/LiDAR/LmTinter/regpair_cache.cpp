@@ -24,15 +24,11 @@ struct PathHash {
   uint64_t P, N;  // of the directory, of the file name
 };
 
-PathHash hash_path(const std::string& path) {
-  std::string dir, name;
-  split_path(real_path(path), dir, name);
-  return {hash_text(dir), hash_text(name)};
-}
+PathHash hash_path(const CacheName& swath) { return {hash_text(swath.dir()), hash_text(swath.name())}; }
 
 // Nanoseconds: two gridding runs within a second must differ.
-bool grid_time(const std::string& path, uint64_t& tstamp) {
-  const std::string gidx = cache_name(path, EXT_GMTIDX);
+bool grid_time(const CacheName& swath, uint64_t& tstamp) {
+  const std::string gidx = swath.file(EXT_GMTIDX);
   struct stat st;
   if (stat(gidx.c_str(), &st) != 0) {
     ERROR_MSG("timestamp read error, " << gidx);
@@ -44,12 +40,12 @@ bool grid_time(const std::string& path, uint64_t& tstamp) {
 }
 }  // namespace
 
-bool make_regpair_idx(const std::string& path1, const std::string& path2, const RegLevels& levels,
+bool make_regpair_idx(const CacheName& swath1, const CacheName& swath2, const RegLevels& levels,
                       RegpairIdx& idx) {
   idx = RegpairIdx{};
   uint64_t tstamp1 = 0, tstamp2 = 0;
-  if (!grid_time(path1, tstamp1) || !grid_time(path2, tstamp2)) return false;
-  const PathHash hash1 = hash_path(path1), hash2 = hash_path(path2);
+  if (!grid_time(swath1, tstamp1) || !grid_time(swath2, tstamp2)) return false;
+  const PathHash hash1 = hash_path(swath1), hash2 = hash_path(swath2);
   idx.tstamp1 = tstamp1;
   idx.tstamp2 = tstamp2;
   idx.P1 = hash1.P;

@@ -74,10 +74,10 @@ Tovr make_Tovr(const TileInfo& frame) {
   return ovr;
 }
 
-bool read_Tocc(const std::string& path, Tocc& occ) {
+bool read_Tocc(const CacheName& swath, Tocc& occ) {
   Vector<TIsxy> TI;
   Vector<Image<uint8_t>> mocc;
-  if (!read_LTidx_TI(path, TI) || !read_LmTidx_tiles_mocc(path, static_cast<uint32_t>(TI.size()), mocc))
+  if (!read_LTidx_TI(swath, TI) || !read_LmTidx_tiles_mocc(swath, static_cast<uint32_t>(TI.size()), mocc))
     return false;
   occ.clear();
   occ.reserve(TI.size());

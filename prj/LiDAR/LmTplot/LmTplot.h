@@ -37,7 +37,7 @@ TileInfo comp_frame(const std::vector<const LTidxInfo*>& infos);
 Tovr make_Tovr(const TileInfo& frame);
 
 // Occupancy of a swath from its caches. Tiles without an occupied microtile are kept.
-[[nodiscard]] bool read_Tocc(const std::string& path, Tocc& occ);
+[[nodiscard]] bool read_Tocc(const CacheName& swath, Tocc& occ);
 
 // Adds 1 on each occupied microtile of a swath. Returns the tiles outside the frame.
 uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ);

@@ -171,7 +171,7 @@ bool interp_pairs(SyncJob& job) {
     if (res.sw2fl(sw) < 0 || of_swath[static_cast<size_t>(sw)].empty()) return true;
     Vector<PO> po;
     double dt = 0;
-    if (!load_POC_TMP(job.prj.swaths[static_cast<size_t>(sw)].path, static_cast<int>(sw), po, dt))
+    if (!load_POC_TMP(job.prj.swaths[static_cast<size_t>(sw)].cache, static_cast<int>(sw), po, dt))
       return false;
     for (const auto& [k, side] : of_swath[static_cast<size_t>(sw)])
       interp_O_Att(po, side == 1 ? res.pairs[k].t1 : res.pairs[k].t2, res.AREC(sw) != 0,

@@ -108,12 +108,12 @@ struct POsync {
 // ---- trajectory caches
 // -----------------------------------------------------------------------------------------
 
-std::string POC_name(const std::string& swpath, int sw);  // file of swath number sw, in TMPDIR
+std::string POC_name(const CacheName& swath, int sw);  // file of swath number sw, in TMPDIR
 // Writes a cache whole or not at all. dt: TimeCorr of the trajectory file. False after an ERROR line.
-[[nodiscard]] bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>& po);
+[[nodiscard]] bool save_POC_TMP(const CacheName& swath, int sw, double dt, const Vector<PO>& po);
 // Loads a cache. False when it is missing, of a wrong size (logged with "<!> ") or holds no record; no ERROR
 // line.
-[[nodiscard]] bool load_POC_TMP(const std::string& swpath, int sw, Vector<PO>& po, double& dt);
+[[nodiscard]] bool load_POC_TMP(const CacheName& swath, int sw, Vector<PO>& po, double& dt);
 
 // Position and attitude at np times against a record list. O, Att: of the length of t (asserted). AREC:
 // positions are linear and the attitude is that of the middle record. Times without trajectory get NO_PO and

@@ -84,12 +84,10 @@ void POC_TMP::clear() {
   files_.clear();
 }
 
-std::string POC_name(const std::string& swpath, int sw) {
-  return cache_name(swpath, "." + own_tag() + ".poc", sw);
-}
+std::string POC_name(const CacheName& swath, int sw) { return swath.file("." + own_tag() + ".poc", sw); }
 
-bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>& po) {
-  const std::string name = POC_name(swpath, sw);
+bool save_POC_TMP(const CacheName& swath, int sw, double dt, const Vector<PO>& po) {
+  const std::string name = POC_name(swath, sw);
   FamilyOut family(name, "", EXT_SUM);
   LOG_ENTER("save_POC_TMP idx=" << sw);
   const uint32_t n = static_cast<uint32_t>(po.size());
@@ -109,8 +107,8 @@ bool save_POC_TMP(const std::string& swpath, int sw, double dt, const Vector<PO>
   return true;
 }
 
-bool load_POC_TMP(const std::string& swpath, int sw, Vector<PO>& po, double& dt) {
-  const std::string name = POC_name(swpath, sw);
+bool load_POC_TMP(const CacheName& swath, int sw, Vector<PO>& po, double& dt) {
+  const std::string name = POC_name(swath, sw);
   po.clear();
   char head[POC_HEAD];
   PosFileIn in;
@@ -161,9 +159,9 @@ bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached
   for (const PO& rec : part) grow_box(lo, hi, position(rec));
   job.res.min[static_cast<size_t>(sw)] = lo;
   job.res.max[static_cast<size_t>(sw)] = hi;
-  const std::string& path = job.prj.swaths[static_cast<size_t>(sw)].path;
-  job.res.poc.add(POC_name(path, sw));
-  if (!save_POC_TMP(path, sw, job.file(f).TimeCorr, part)) return false;
+  const CacheName& swath = job.prj.swaths[static_cast<size_t>(sw)].cache;
+  job.res.poc.add(POC_name(swath, sw));
+  if (!save_POC_TMP(swath, sw, job.file(f).TimeCorr, part)) return false;
   cached = true;
   return true;
 }

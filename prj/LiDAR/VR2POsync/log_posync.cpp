@@ -152,7 +152,7 @@ bool valid_PO_sync(SyncJob& job) {
     } else {
       res.nswok++;
     }
-    if (fl < 0) swrej.push_back(std::to_string(sw) + " " + job.prj.swaths[static_cast<size_t>(sw)].path);
+    if (fl < 0) swrej.push_back(std::to_string(sw) + " " + job.prj.swaths[static_cast<size_t>(sw)].path());
   }
   for (int f = 0; f < job.nfiles(); f++) {
     if (job.file(f).dup >= 0) continue;

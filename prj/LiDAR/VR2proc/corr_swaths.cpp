@@ -31,12 +31,11 @@ std::string run_id(const InvResult& res, const xyz& T0) {
 bool make_job(const Project& prj, const POsync& sync, int sw, CorrJob& job) {
   const size_t i = static_cast<size_t>(sw);
   LTidxInfo info;
-  if (!read_LTidxInfo(prj.swaths[i].path, info)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path);
+  if (!read_LTidxInfo(prj.swaths[i].cache, info)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path());
     return false;
   }
   job.sw = sw;
-  job.path = prj.swaths[i].path;
   job.clock = clock_of(info);
   job.clock.shift = sync.TimeCorr(sw);
   return true;
@@ -48,7 +47,7 @@ bool corr_swath(const Project& prj, const CorrParam& par, const POsync& sync, co
   LOG_ENTER("corr_swath sw=" << job.sw << " '" << job.path << "'");
   Vector<PO> po;
   double dt;
-  if (!load_POC_TMP(job.path, job.sw, po, dt)) {
+  if (!load_POC_TMP(prj.swaths[static_cast<size_t>(job.sw)].cache, job.sw, po, dt)) {
     ERROR_MSG("missing or bad trajectory cache, swath " << job.path);
     return false;
   }
@@ -116,14 +115,14 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   const std::vector<std::string> names = comp_output_names(par.out, par.odir, prj, swc, ndup);
   std::vector<std::string> sources;
   for (const Swath& s : prj.swaths) {
-    if (s.members.empty()) sources.push_back(s.path);
-    sources.insert(sources.end(), s.members.begin(), s.members.end());
+    if (s.members.empty()) sources.push_back(s.path());
+    for (const CacheName& member : s.members) sources.push_back(member.source());
   }
   for (const POfile& f : prj.pofiles) sources.push_back(f.path);
   std::vector<CorrJob> jobs(swc.size());
   for (size_t c = 0; c < swc.size(); c++) {
     jobs[c].sw = swc[c];
-    jobs[c].path = prj.swaths[static_cast<size_t>(swc[c])].path;
+    jobs[c].path = prj.swaths[static_cast<size_t>(swc[c])].path();
     jobs[c].out = names[c];
     jobs[c].sid = run_id(res, tables[static_cast<size_t>(swc[c])].T0);
     jobs[c].lax = par.lax;

@@ -10,13 +10,13 @@ namespace veld {
 namespace {
 // Position, time and tile of each microtile that has a time.
 bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, SampleIndex& index) {
-  const std::string& path = prj.swaths[static_cast<size_t>(sw)].path;
+  const CacheName& swath = prj.swaths[static_cast<size_t>(sw)].cache;
   LTidxInfo info;
   Vector<TIsxy>& TI = index.TI;
   Vector<Image<int32_t>> Ct, Zm;
-  if (!read_LTidxInfo(path, info) || !read_LTidx_TI(path, TI) ||
-      !read_sw_CZt_tiles(path, static_cast<uint32_t>(TI.size()), Ct, Zm)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << path);
+  if (!read_LTidxInfo(swath, info) || !read_LTidx_TI(swath, TI) ||
+      !read_sw_CZt_tiles(swath, static_cast<uint32_t>(TI.size()), Ct, Zm)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << swath.source());
     return false;
   }
   const TileGeom geom = make_tile_geom(prj.scale.level);
@@ -55,8 +55,8 @@ bool OAttP_tbl_swaths(const Project& prj, const POsync& sync, const std::vector<
     if (!comp_P_tbl(prj, sw, sync.TimeCorr(sw), s, index[static_cast<size_t>(sw)])) return false;
     Vector<PO> po;
     double dt;
-    if (!load_POC_TMP(prj.swaths[static_cast<size_t>(sw)].path, sw, po, dt)) {
-      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[static_cast<size_t>(sw)].path);
+    if (!load_POC_TMP(prj.swaths[static_cast<size_t>(sw)].cache, sw, po, dt)) {
+      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[static_cast<size_t>(sw)].path());
       return false;
     }
     s.O.resize(s.t.size());
@@ -115,9 +115,9 @@ bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& p
     Vector<PO> po;
     double dt;
     SwathCorr corr;
-    if (!load_POC_TMP(prj.swaths[i].path, sw, po, dt) ||
+    if (!load_POC_TMP(prj.swaths[i].cache, sw, po, dt) ||
         !make_SwathCorr(res, par, rot[i], sw, {0, 0, 0}, po, corr)) {
-      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[i].path);
+      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[i].path());
       return false;
     }
     const Image<xyz> none(mTsub, mTsub, NO_CORR);

@@ -8,11 +8,11 @@ namespace veld {
 std::vector<std::string> comp_output_names(const OutputName& out, const std::string& odir, const Project& prj,
                                            const std::vector<int>& swc, int& ndup) {
   const auto stem_of = [&](int sw) {
-    return out.prefix + change_extension(base_name(prj.swaths[static_cast<size_t>(sw)].path), "") +
+    return out.prefix + change_extension(base_name(prj.swaths[static_cast<size_t>(sw)].path()), "") +
            out.suffix;
   };
   const auto ext_of = [&](int sw) {
-    return out.ext.empty() ? get_extension(prj.swaths[static_cast<size_t>(sw)].path) : out.ext;
+    return out.ext.empty() ? get_extension(prj.swaths[static_cast<size_t>(sw)].path()) : out.ext;
   };
   std::map<std::string, int> count;
   for (const int sw : swc) count[stem_of(sw) + ext_of(sw)]++;

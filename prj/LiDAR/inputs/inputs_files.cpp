@@ -100,7 +100,7 @@ bool get_swath_files(const InputArgs& in, const Options& o, Project& prj) {
   prj.swaths.assign(list.size(), Swath());
   for (size_t i = 0; i < list.size(); i++) {
     Swath& s = prj.swaths[i];
-    s.path = list.name[i];
+    s.cache = CacheName(list.name[i]);
     s.group = list.idx[i];
     s.fixed = i >= nmobile;
     s.mainch = static_cast<int>(i);
@@ -136,7 +136,7 @@ bool chk_ch_grp(const Options& o, Project& prj) {
     Swath& s = prj.swaths[i];
     s.channel = s.fixed ? 0 : prj.chgrp[static_cast<size_t>(s.group) - 1];
     LOG_LINE(">> S " << i << " g " << s.group << " ch " << s.channel << ' ' << (s.fixed ? "F " : "M ")
-                     << s.path);
+                     << s.path());
   }
   return true;
 }

@@ -30,10 +30,10 @@ bool align2_proc_fxnames(int step, const std::vector<std::string>& files, Projec
     for (size_t i = 0; i < nswi; i++) {
       Swath s = prj.swaths[i];
       if (!s.fixed && files[i].empty()) {
-        LOG_LINE("<!> not corrected in the first step " << s.path);
+        LOG_LINE("<!> not corrected in the first step " << s.path());
         continue;
       }
-      if (!s.fixed) s.path = files[i];
+      if (!s.fixed) s.cache = CacheName(files[i]);
       s.mainch = static_cast<int>(next.size());
       next.push_back(s);
     }
@@ -43,7 +43,7 @@ bool align2_proc_fxnames(int step, const std::vector<std::string>& files, Projec
       std::count_if(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
   LOG_LINE("nsw=" << prj.swaths.size() << " nswi=" << nswi << " grpS.size()=" << prj.swaths.size()
                   << " fx.size()=" << prj.swaths.size() << " nfx=" << nfx);
-  for (size_t i = 0; i < prj.swaths.size(); i++) LOG_LINE(">> S " << i << ' ' << prj.swaths[i].path);
+  for (size_t i = 0; i < prj.swaths.size(); i++) LOG_LINE(">> S " << i << ' ' << prj.swaths[i].path());
   if (static_cast<size_t>(nfx) < prj.swaths.size()) return true;
   ERROR_MSG("no corrected swath to work with in alignment step " << step + 1);
   return false;

@@ -14,8 +14,8 @@ int find_in_index(const DUTidx& idx, const Swath& swath) {
   for (int i = 0; i < idx.nsw(); i++) {
     const DUTswath& d = idx.swaths[static_cast<size_t>(i)];
     if (d.fixed != swath.fixed) continue;
-    if (same_file(d.path, swath.path)) return i;
-    if (base_name(d.path) != base_name(swath.path)) continue;
+    if (same_file(d.path, swath.path())) return i;
+    if (base_name(d.path) != base_name(swath.path())) continue;
     found = i;
     nfound++;
   }
@@ -31,7 +31,7 @@ bool match_swaths(const std::string& dut, const DUTidx& idx, const Project& prj,
       at[static_cast<size_t>(i)] = static_cast<int>(s);
       continue;
     }
-    ERROR_MSG("swath " << prj.swaths[s].path << " is not in displacement file " << dut << ".dut");
+    ERROR_MSG("swath " << prj.swaths[s].path() << " is not in displacement file " << dut << ".dut");
     return false;
   }
   return true;
@@ -50,14 +50,14 @@ bool complete_DUT_swaths(const std::string& dut, Project& prj) {
     Swath& s = swaths[i];
     const DUTswath& d = idx.swaths[i];
     s.corr = at[i] >= 0;
-    s.path = s.corr ? prj.swaths[static_cast<size_t>(at[i])].path : d.path;
+    s.cache = s.corr ? prj.swaths[static_cast<size_t>(at[i])].cache : CacheName(d.path);
     s.group = d.fixed ? 0 : d.group;
     s.channel = d.ch;
     s.fixed = d.fixed;
     s.mainch = static_cast<int>(i);
     prj.nmgrp = std::max(prj.nmgrp, s.group);
-    if (is_regular_file(s.path)) continue;
-    ERROR_MSG("missing swath " << s.path << " of displacement file " << dut << ".dut");
+    if (is_regular_file(s.path())) continue;
+    ERROR_MSG("missing swath " << s.path() << " of displacement file " << dut << ".dut");
     return false;
   }
   LOG_MSG("Correcting " << std::count_if(prj.swaths.begin(), prj.swaths.end(),

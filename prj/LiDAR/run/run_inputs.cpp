@@ -152,8 +152,8 @@ bool check_name_lengths(const Run& run) {
   bool ok = check_name_length(ResultFile::part_of(OUTDIR + run.cl.o.name + "_DXYZcorr_stat.log"),
                               "the results", "a shorter -name");
   for (const Swath& s : run.prj.swaths)
-    ok = check_name_length(cache_name(s.path, EXT_GMTLOCK) + "." + own_tag() + "-9999.gone",
-                           "the cache of a swath", "a shorter name of the swath or another -tmpdir") &&
+    ok = check_name_length(s.cache.file(EXT_GMTLOCK) + "." + own_tag() + "-9999.gone", "the cache of a swath",
+                           "a shorter name of the swath or another -tmpdir") &&
          ok;
   return ok;
 }
@@ -175,7 +175,7 @@ bool check_outputs(const Run& run) {
       ok = ok && check_name_length(ResultFile::part_of(name), "a corrected swath", "-out");
       if (file_mode(name) < 0) continue;  // most are no file yet
       for (const Swath& s : prj.swaths)
-        if (ok && same_file(name, s.path)) {
+        if (ok && same_file(name, s.path())) {
           ERROR_MSG("output file " << name << " would overwrite an input file, use -out or -odir");
           ok = false;
         }

@@ -17,7 +17,7 @@ bool comp_ovr_mob(const Project& prj, const std::vector<bool>& used, Tovr& ovr) 
   LOG_ENTER("comp_ovr_mob nsw=" << prj.swaths.size() << " nswok=" << nok << " mTsize=" << prj.scale.mTsize);
   std::vector<LTidxInfo> infos;
   for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (used[i] && (infos.emplace_back(), !read_LTidxInfo(prj.swaths[i].path, infos.back()))) return false;
+    if (used[i] && (infos.emplace_back(), !read_LTidxInfo(prj.swaths[i].cache, infos.back()))) return false;
   std::vector<const LTidxInfo*> pointers;
   for (const LTidxInfo& info : infos) pointers.push_back(&info);
   const TileInfo frame = comp_frame(pointers);
@@ -28,7 +28,7 @@ bool comp_ovr_mob(const Project& prj, const std::vector<bool>& used, Tovr& ovr) 
   for (size_t i = 0; i < prj.swaths.size(); i++) {
     Tocc occ;
     if (!used[i]) continue;
-    if (!read_Tocc(prj.swaths[i].path, occ)) return false;
+    if (!read_Tocc(prj.swaths[i].cache, occ)) return false;
     add_Tovr_Tocc(ovr, occ);
   }
   const mTbbox b = comp_mTbbox_Tovr(ovr, 1);
@@ -67,14 +67,14 @@ bool bbox_rej_ovr_mob(const Project& prj, const Tovr& ovr, std::vector<bool>& dr
   int64_t ndropped = 0;
   for (size_t i = 0; i < prj.swaths.size(); i++) {
     if (!prj.swaths[i].fixed) continue;
-    std::unique_ptr<LASreader> reader = las_read_open(prj.swaths[i].path, INPARSE, false, 0);
+    std::unique_ptr<LASreader> reader = las_read_open(prj.swaths[i].path(), INPARSE, false, 0);
     if (!reader) continue;  // the tiling tells why, and rejects it
     const LASheader& h = reader->header;
     if (!(std::isfinite(h.min_x + h.max_x) && std::isfinite(h.min_y + h.max_y))) continue;  // the same
     dropped[i] = !meets_map(ovr, static_cast<double>(prj.scale.mTsize), h.min_x * DATAUNIT,
                             h.min_y * DATAUNIT, h.max_x * DATAUNIT, h.max_y * DATAUNIT);
     if (!dropped[i]) continue;
-    LOG_LINE("<!> drop S " << i << " " << prj.swaths[i].path);
+    LOG_LINE("<!> drop S " << i << " " << prj.swaths[i].path());
     ndropped++;
   }
   if (ndropped > 0) LOG_MSG(ndropped << " reference files dropped based on mobile data overlap map");
@@ -96,10 +96,10 @@ bool select_references(const Project& prj, const std::vector<bool>& used, std::v
 }
 
 bool unite_references(Project& prj, const TilingParam& tiling) {
-  std::vector<std::string> paths;
+  std::vector<CacheName> names;
   std::vector<bool> left;
   for (const Swath& s : prj.swaths) {
-    paths.push_back(s.path);
+    names.push_back(s.cache);
     left.push_back(s.fixed);
   }
   const auto first = std::find(left.begin(), left.end(), true);
@@ -107,18 +107,18 @@ bool unite_references(Project& prj, const TilingParam& tiling) {
   const size_t sw0 = static_cast<size_t>(first - left.begin());
   LOG_ENTER("resize_swaths_union nisw=" << prj.swaths.size() << " sw0=" << sw0);
   std::vector<Swath> swaths(prj.swaths.begin(), prj.swaths.begin() + static_cast<std::ptrdiff_t>(sw0));
-  for (size_t i = sw0; i < paths.size(); i++) {
+  for (size_t i = sw0; i < names.size(); i++) {
     if (!left[i]) continue;
     std::vector<size_t> members;
-    std::vector<bool> used(paths.size(), false);
+    std::vector<bool> used(names.size(), false);
     Swath s = prj.swaths[i];
-    bool ok = choose_union(i, paths, left, members);
+    bool ok = choose_union(i, names, left, members);
     for (const size_t m : members) {
       used[m] = true;
       left[m] = false;
-      s.members.push_back(paths[m]);
+      s.members.push_back(names[m]);
     }
-    ok = ok && LmT_union(i, paths, used, tiling, s.path);
+    ok = ok && LmT_union(i, names, used, tiling, s.cache);
     if (!ok) {
       ERROR_MSG("failed to create union from fixed swaths");
       return false;
@@ -138,9 +138,9 @@ void split_references(Project& prj) {
   std::vector<Swath> swaths;
   for (const Swath& s : prj.swaths) {
     if (s.members.empty()) swaths.push_back(s);
-    for (const std::string& path : s.members) {
+    for (const CacheName& file : s.members) {
       Swath member = s;
-      member.path = path;
+      member.cache = file;
       member.members.clear();
       swaths.push_back(member);
     }

@@ -27,7 +27,7 @@ struct Work {           // what the run does with the overlaps
   bool DOQC = false;    // pairs are only measured
 };
 
-bool grid_is_valid(const std::string& path, int sw) { return check_gZDSidx(path, sw, 0, false, false); }
+bool grid_is_valid(const CacheName& swath, int sw) { return check_gZDSidx(swath, sw, 0, false, false); }
 
 std::string area_text(double m2) {
   return m2 >= KM2_FROM ? LOG_STR(m2 * 1e-6 << " km") : LOG_STR(m2 << " m");  // the "2" stands behind
@@ -62,7 +62,7 @@ bool write_rejected(const Project& prj, const std::vector<bool>& used, const std
   out.fs << "FileName\n";
   for (size_t i = 0; i < prj.swaths.size(); i++)
     if (!used[i])
-      out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path
+      out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path()
              << "\n              + " << reason[i] << '\n';
   return out.commit();
 }
@@ -121,15 +121,15 @@ bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std
   keep(used, dropped);
   keep(reason, dropped);
   LOG_LINE("<!> TILE REF");
-  std::vector<std::string> paths;
+  std::vector<CacheName> names;
   std::vector<bool> todo;
   for (const Swath& s : prj.swaths) {
-    paths.push_back(s.path);
+    names.push_back(s.cache);
     todo.push_back(s.fixed);
   }
   tiling.tproc = false;
   LmTtileResult tiled;
-  if (!LmT_tile(paths, todo, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
+  if (!LmT_tile(names, todo, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
   res.ncached += tiled.ncached;
   int nlost = 0;
   for (size_t i = 0; i < todo.size(); i++) {
@@ -143,10 +143,11 @@ bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std
 }
 
 bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
-  std::vector<std::string> paths, reason;
+  std::vector<CacheName> names;
+  std::vector<std::string> reason;
   std::vector<bool> used;
   for (const Swath& s : prj.swaths) {
-    paths.push_back(s.path);
+    names.push_back(s.cache);
     used.push_back(!s.fixed);
   }
   const bool references = std::find(used.begin(), used.end(), false) != used.end();
@@ -154,7 +155,7 @@ bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
   TilingParam tiling = par.tiling;
   tiling.grid_ok = grid_is_valid;
   LmTtileResult tiled;
-  if (!LmT_tile(paths, used, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
+  if (!LmT_tile(names, used, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
   res.ncached = tiled.ncached;
   res.nmemory = tiled.nmemory;
   if (references && !tile_references(prj, par, tiling, used, reason, res)) return false;
@@ -172,8 +173,8 @@ bool visit_Tocc(const Project& prj, bool fixed, Visit visit) {
     const Swath& s = prj.swaths[static_cast<size_t>(i)];
     Tocc occ;
     if (s.fixed != fixed) return true;
-    if (!read_Tocc(s.path, occ)) {
-      ERROR_MSG("missing/incompatible temp. tile files, " << s.path);
+    if (!read_Tocc(s.cache, occ)) {
+      ERROR_MSG("missing/incompatible temp. tile files, " << s.path());
       return false;
     }
     const std::lock_guard<std::mutex> lock(mutex);
@@ -273,7 +274,8 @@ bool write_overlap_box(const Project& prj, const mTbbox& b) {
 bool write_boxes(const Project& prj, const ScanParam& par, const ScanResult& res) {
   std::vector<SwathPlot> plots;
   for (size_t i = 0; i < prj.swaths.size(); i++)
-    plots.push_back({prj.swaths[i].path, static_cast<int>(i), prj.swaths[i].group, res.stat.swaths[i].info});
+    plots.push_back(
+        {prj.swaths[i].path(), static_cast<int>(i), prj.swaths[i].group, res.stat.swaths[i].info});
   return write_MBR(prj.name + "_sw", plots, par.OUTOBJ) && write_BBOX(prj.name + "_sw", plots, par.OUTOBJ);
 }
 
@@ -370,18 +372,19 @@ bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res)
 // before, so that nothing else has to be done again.
 bool retile_swaths(const Project& prj, const ScanParam& par, const std::vector<int>& damaged) {
   for (const bool fixed : {false, true}) {
-    std::vector<std::string> paths, reason;
+    std::vector<CacheName> names;
+    std::vector<std::string> reason;
     for (const int sw : damaged) {
       const Swath& s = prj.swaths[static_cast<size_t>(sw)];
       if (s.fixed != fixed) continue;
-      if (s.members.empty()) paths.push_back(s.path);
-      paths.insert(paths.end(), s.members.begin(), s.members.end());
+      if (s.members.empty()) names.push_back(s.cache);
+      names.insert(names.end(), s.members.begin(), s.members.end());
     }
     TilingParam tiling = par.tiling;
     tiling.tproc = tiling.tproc && !fixed;
-    std::vector<bool> used(paths.size(), true);
+    std::vector<bool> used(names.size(), true);
     LmTtileResult tiled;
-    if (!LmT_tile(paths, used, reason, tiling, true, NTHREADS, tiled) ||
+    if (!LmT_tile(names, used, reason, tiling, true, NTHREADS, tiled) ||
         std::find(used.begin(), used.end(), false) != used.end())
       return false;
   }

@@ -11,7 +11,7 @@ namespace veld {
 namespace {
 SCorrTbl constant_table(const Project& prj, size_t sw, const xyz& c) {
   Vector<TIsxy> TI;
-  EXPECT_TRUE(read_LTidx_TI(prj.swaths[sw].path, TI));
+  EXPECT_TRUE(read_LTidx_TI(prj.swaths[sw].cache, TI));
   SCorrTbl t;
   t.C = Vector<Image<xyz>>(TI.size());
   for (Image<xyz>& img : t.C) img.resize(32, 32, c);
@@ -55,7 +55,7 @@ TEST(QC_DZ_corr_LmT, FailsOnlyWithoutAnyGrid) {
   QCcorrResult res;
   EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}, {0, 2, true, 1}}, std::vector<SCorrTbl>(3), 1, res));
   EXPECT_EQ(res.nused, 1);
-  remove_file(cache_name(prj.swaths[0].path, EXT_GMTIDX));
+  remove_file(prj.swaths[0].cache.file(EXT_GMTIDX));
   EXPECT_FALSE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}}, std::vector<SCorrTbl>(3), 1, res));
 }
 }  // namespace veld

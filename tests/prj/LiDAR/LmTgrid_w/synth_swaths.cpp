@@ -44,13 +44,13 @@ Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& st
       p.x += e[0], p.y += e[1], p.z += e[2] + noise(gen);
     }
     Swath sw;
-    sw.path = dir.path + "/s" + std::to_string(i) + ".las";
+    sw.cache = CacheName(dir.path + "/s" + std::to_string(i) + ".las");
     sw.mainch = static_cast<int>(i);
     sw.fixed = s.fixed;
-    write_test_las(sw.path, points);
+    write_test_las(sw.path(), points);
     LmTswathResult res;
     TilingMemory memory(1 << 26, 1);
-    if (!LmT_swath(sw.path, static_cast<int>(i), par, false, memory, res)) std::abort();
+    if (!LmT_swath(sw.cache, static_cast<int>(i), par, false, memory, res)) std::abort();
     prj.swaths.push_back(sw);
   }
   return prj;
@@ -60,13 +60,13 @@ Tovr make_synth_Tovr(const Project& prj) {
   std::vector<LTidxInfo> info(prj.swaths.size());
   std::vector<const LTidxInfo*> all;
   for (size_t i = 0; i < info.size(); i++) {
-    if (!read_LTidxInfo(prj.swaths[i].path, info[i])) std::abort();
+    if (!read_LTidxInfo(prj.swaths[i].cache, info[i])) std::abort();
     all.push_back(&info[i]);
   }
   Tovr ovr = make_Tovr(comp_frame(all));
   for (const Swath& s : prj.swaths) {
     Tocc occ;
-    if (!read_Tocc(s.path, occ)) std::abort();
+    if (!read_Tocc(s.cache, occ)) std::abort();
     add_Tovr_Tocc(ovr, occ);
   }
   return ovr;

@@ -22,16 +22,16 @@ std::string bytes_of(T value) {
 // Runs every reader on a swath; true when all succeed.
 bool read_all(const std::string& path) {
   SwTiles sw;
-  if (!read_SwTiles(path, sw)) return false;
+  if (!read_SwTiles(CacheName(path), sw)) return false;
   Vector<Image<uint8_t>> mocc, dt, dev;
   Vector<Image<int32_t>> Zm, Ct;
   Vector<Image<uint32_t>> TN;
   TileTables tables;
   Image<int32_t> Vt;
   const uint32_t nt = sw.info.nt;
-  bool ok = read_LmTidx_tiles_mocc(path, nt, mocc) && read_LmTidx_tiles_TN(path, nt, TN) &&
-            read_sw_CZt_tiles(path, nt, Ct, Zm) && tables.open(path, nt, true) &&
-            read_sw_t_tiles(path, nt, Ct, dt, dev);
+  bool ok = read_LmTidx_tiles_mocc(CacheName(path), nt, mocc) &&
+            read_LmTidx_tiles_TN(CacheName(path), nt, TN) && read_sw_CZt_tiles(CacheName(path), nt, Ct, Zm) &&
+            tables.open(CacheName(path), nt, true) && read_sw_t_tiles(CacheName(path), nt, Ct, dt, dev);
   Vector<xyz> P;
   uint64_t np, np0;
   for (uint32_t k = 0; k < nt && ok; k++) {
@@ -49,26 +49,27 @@ TEST(CacheName, IsTheDirectoryHashAndTheBaseName) {
   // 97 + 98 x 53 and 97 + 98 x 97.
   EXPECT_EQ(cache_dir_hash("ab"), (uint64_t{9603} << 32 | 5291));
   TMPDIR = "/tmp/x/";
-  EXPECT_EQ(cache_name("/a.las", ".0T.idx"), "/tmp/x/0000002f0000002f_a.las.0T.idx");
-  EXPECT_EQ(cache_name("/a.las", ".S", 12), "/tmp/x/0000002f0000002f_12_a.las.S");
-  EXPECT_EQ(tile_tmp_name("/a.las", 17, 123456), "/tmp/x/0000002f0000002f_a.las.TT0017-123456.XYZT");
-  EXPECT_NE(cache_name("/p/a.las", ""), cache_name("/q/a.las", ""));
+  EXPECT_EQ(CacheName("/a.las").file(".0T.idx"), "/tmp/x/0000002f0000002f_a.las.0T.idx");
+  EXPECT_EQ(CacheName("/a.las").file(".S", 12), "/tmp/x/0000002f0000002f_12_a.las.S");
+  EXPECT_EQ(tile_tmp_name(CacheName("/a.las"), 17, 123456),
+            "/tmp/x/0000002f0000002f_a.las.TT0017-123456.XYZT");
+  EXPECT_NE(CacheName("/p/a.las").file(""), CacheName("/q/a.las").file(""));
   // A high character counts as negative; the digits stay 16.
-  EXPECT_EQ(cache_name("/\xe4/a.las", "").size(), std::string("/tmp/x/0123456789abcdef_a.las").size());
+  EXPECT_EQ(CacheName("/\xe4/a.las").file("").size(), std::string("/tmp/x/0123456789abcdef_a.las").size());
 }
 
 TEST_F(TilingTest, LinksShareTheCacheOfTheirTarget) {
   const std::string path = make("a.las", fly_line({.length = 20, .width = 20}));
   std::filesystem::create_directory(dir.path + "/sub");
   std::filesystem::create_symlink(path, dir.path + "/sub/link.las");
-  EXPECT_EQ(cache_name(dir.path + "/sub/link.las", ""), cache_name(path, ""));
+  EXPECT_EQ(CacheName(dir.path + "/sub/link.las").file(""), CacheName(path).file(""));
 }
 
 TEST_F(TilingTest, ACacheFitsOnlyItsOwnSettings) {
   const std::string path = make("a.las", fly_line({}));
   par.xcls = {7, 18};
   ASSERT_TRUE(tile(path));
-  ASSERT_TRUE(check_TidxHdr(path, 0, par));
+  ASSERT_TRUE(check_TidxHdr(CacheName(path), 0, par));
   const std::pair<const char*, std::function<void(TilingParam&)>> changes[] = {
       {"syn", [](TilingParam& p) { p.syn = true; }},
       {"all", [](TilingParam& p) { p.all = true; }},
@@ -86,22 +87,22 @@ TEST_F(TilingTest, ACacheFitsOnlyItsOwnSettings) {
   for (const auto& [name, change] : changes) {
     TilingParam other = par;
     change(other);
-    EXPECT_FALSE(check_TidxHdr(path, 0, other)) << name;
+    EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, other)) << name;
   }
   DATAUNIT = DATAUNIT_Z = 0.3048;
-  EXPECT_FALSE(check_TidxHdr(path, 0, par));
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par));
   DATAUNIT = DATAUNIT_Z = 1.0;
   DT_RANGE++;
-  EXPECT_FALSE(check_TidxHdr(path, 0, par));
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par));
   TilingParam notime = par;
   notime.tproc = false;
-  EXPECT_TRUE(check_TidxHdr(path, 0, notime)) << "times that are not wanted do no harm";
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, notime)) << "times that are not wanted do no harm";
   DT_RANGE--;
   ASSERT_TRUE(tile(path));
   par.tproc = false;
   ASSERT_TRUE(tile(path));
   par.tproc = true;
-  EXPECT_FALSE(check_TidxHdr(path, 0, par)) << "but missing ones cannot be had";
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par)) << "but missing ones cannot be had";
 }
 
 TEST_F(TilingTest, TheSourcesTimeCountsUnlessItIsNotLookedAt) {
@@ -110,24 +111,24 @@ TEST_F(TilingTest, TheSourcesTimeCountsUnlessItIsNotLookedAt) {
   std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::seconds(5));
   for (const bool tproc : {true, false}) {  // references are tiled without times
     par.tproc = tproc;
-    EXPECT_FALSE(check_TidxHdr(path, 0, par)) << tproc;
+    EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par)) << tproc;
   }
   CHECK_SW_TSTAMP = false;
-  EXPECT_TRUE(check_TidxHdr(path, 0, par));
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, par));
 }
 
 TEST_F(TilingTest, ReservedBytesAreNotLookedAtAndMissingFilesAre) {
   const std::string path = make("a.las", fly_line({}));
   ASSERT_TRUE(tile(path));
-  poke(cache_name(path, EXT_TIDX), 32, "abcd");
-  EXPECT_TRUE(check_TidxHdr(path, 0, par));
-  remove_file(cache_name(path, EXT_MTXYZ));
-  EXPECT_FALSE(check_TidxHdr(path, 0, par));
-  par.grid_ok = [](const std::string&, int) { return true; };
-  EXPECT_TRUE(check_TidxHdr(path, 0, par)) << "a valid grid stands for the points";
+  poke(CacheName(path).file(EXT_TIDX), 32, "abcd");
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, par));
+  remove_file(CacheName(path).file(EXT_MTXYZ));
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par));
+  par.grid_ok = [](const CacheName&, int) { return true; };
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, par)) << "a valid grid stands for the points";
   for (const char* e : {EXT_MTDT, EXT_MTZM, EXT_MTIDX, EXT_TIDX}) {
-    remove_file(cache_name(path, e));
-    EXPECT_FALSE(check_TidxHdr(path, 0, par)) << e;
+    remove_file(CacheName(path).file(e));
+    EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par)) << e;
     ASSERT_TRUE(tile(path));
   }
 }
@@ -140,7 +141,7 @@ TEST_F(TilingTest, TruncatedCachesAreRefusedAtEachField) {
   const size_t idx_fields[] = {0,  4,  8,  12, 16,  24,  36,  44,  47,  48,  49, 57,
                                61, 69, 70, 94, 118, 166, 214, 238, 301, 302, 313};
   for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ}) {
-    const std::string name = cache_name(path, e), whole = read_text(name);
+    const std::string name = CacheName(path).file(e), whole = read_text(name);
     std::vector<size_t> cuts = {whole.size() - 1, whole.size() / 2, 0};
     if (std::string(e) == EXT_TIDX) cuts.insert(cuts.end(), std::begin(idx_fields), std::end(idx_fields));
     for (const size_t cut : cuts) {
@@ -155,7 +156,7 @@ TEST_F(TilingTest, TruncatedCachesAreRefusedAtEachField) {
 TEST_F(TilingTest, LyingHeadersAreRefused) {
   const std::string path = make("a.las", fly_line({.length = 150, .width = 60}));
   ASSERT_TRUE(tile(path));
-  const std::string name = cache_name(path, EXT_TIDX), whole = read_text(name);
+  const std::string name = CacheName(path).file(EXT_TIDX), whole = read_text(name);
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const std::pair<size_t, std::string> lies[] = {
       {0, bytes_of(0u)},                  // magic
@@ -178,22 +179,22 @@ TEST_F(TilingTest, LyingHeadersAreRefused) {
     EXPECT_FALSE(read_all(path)) << "byte " << at;
   }
   write_text(name, whole);
-  poke(cache_name(path, EXT_MTIDX), 4 * 500, bytes_of(0xFFFFFFFFu));
+  poke(CacheName(path).file(EXT_MTIDX), 4 * 500, bytes_of(0xFFFFFFFFu));
   EXPECT_FALSE(read_all(path)) << "a microtile's count";
 }
 
 TEST_F(TilingTest, DeletingRemovesTheFamilyAndNothingElse) {
   const std::string path = make("a.las", fly_line({})), other = make("b.las", fly_line({}));
   ASSERT_TRUE(tile(path) && tile(other));
-  write_text(cache_name(path, EXT_GMTIDX), "grid");
-  write_text(tile_tmp_name(path, 1, 2), "points");
+  write_text(CacheName(path).file(EXT_GMTIDX), "grid");
+  write_text(tile_tmp_name(CacheName(path), 1, 2), "points");
   uint64_t nfiles = 0, nbytes = 0;
-  EXPECT_TRUE(delete_LmT_tile(path, nfiles, nbytes));
+  EXPECT_TRUE(delete_LmT_tile(CacheName(path), nfiles, nbytes));
   EXPECT_EQ(nfiles, 7u);
   EXPECT_GT(nbytes, 100000u);
-  EXPECT_TRUE(exists(cache_name(path, EXT_GMTIDX)));
-  EXPECT_TRUE(delete_LmT_grid(path, nfiles, nbytes));
-  EXPECT_FALSE(exists(cache_name(path, EXT_GMTIDX)));
+  EXPECT_TRUE(exists(CacheName(path).file(EXT_GMTIDX)));
+  EXPECT_TRUE(delete_LmT_grid(CacheName(path), nfiles, nbytes));
+  EXPECT_FALSE(exists(CacheName(path).file(EXT_GMTIDX)));
   EXPECT_TRUE(exists(path));
   EXPECT_TRUE(read_all(other));
 }

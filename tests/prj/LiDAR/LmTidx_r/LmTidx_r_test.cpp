@@ -52,7 +52,7 @@ class ReaderTest : public TilingTest {
     par.tproc = false;
     const std::string path = make("a.las", points, {.scale = 1.0 / 512});
     ASSERT_TRUE(tile(path)) << res.reason;
-    ASSERT_TRUE(read_SwTiles(path, sw));
+    ASSERT_TRUE(read_SwTiles(CacheName(path), sw));
     oracle = make_oracle(points);
   }
 };

@@ -29,7 +29,7 @@ TEST_F(TilingTest, StatisticsTellLengthWidthHeadingAndDensity) {
              }}));
     ASSERT_TRUE(tile(path)) << res.reason;
     SwathStat s;
-    ASSERT_TRUE(comp_swath_stat(path, true, true, s));
+    ASSERT_TRUE(comp_swath_stat(CacheName(path), true, true, s));
     EXPECT_NEAR(s.length, 600, 8);  // two microtiles
     EXPECT_NEAR(s.width, 150, 8);
     EXPECT_NEAR(s.heading, heading, 1.0);
@@ -105,9 +105,10 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   prj.chgrp = {0};
   for (int i = 0; i < 2; i++) {
     Swath s;
-    s.path =
+    const std::string path =
         make("p" + std::to_string(i) + ".las", fly_line({.x0 = 500000 + 60.0 * i, .tstart = 3e8 + 60 * i}));
-    ASSERT_TRUE(tile(s.path)) << res.reason;
+    ASSERT_TRUE(tile(path)) << res.reason;
+    s.cache = CacheName(path);
     prj.swaths.push_back(s);
   }
   ProjectStat stat;
@@ -122,8 +123,8 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   EXPECT_NE(log.find("\nNSwaths NGrp MPts NTiles NmTiles BBox_DX:m"), std::string::npos);
   // GPS time 1.3e9 s after 1980-01-06, 18 leap seconds less.
   EXPECT_NE(log.find(" 2021-03-17T07:06:22 "), std::string::npos);
-  prj.swaths[1].path = make("far.las", fly_line({.x0 = 900000}));
-  ASSERT_TRUE(tile(prj.swaths[1].path));
+  prj.swaths[1].cache = CacheName(make("far.las", fly_line({.x0 = 900000})));
+  ASSERT_TRUE(tile(prj.swaths[1].path()));
   EXPECT_FALSE(InfoTI_swstat(prj, {}, stat)) << "400 km apart";
 }
 }  // namespace veld

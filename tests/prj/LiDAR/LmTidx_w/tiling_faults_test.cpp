@@ -60,7 +60,7 @@ TEST_F(TilingTest, EachFaultHasItsMessageAndLeavesNothing) {
     const std::string path = make("bad.las", c.points, c.how);
     EXPECT_FALSE(tile(path)) << c.message;
     EXPECT_NE(res.reason.find(c.message), std::string::npos) << c.message << " but: " << res.reason;
-    EXPECT_FALSE(exists(cache_name(path, EXT_TIDX))) << c.message;
+    EXPECT_FALSE(exists(CacheName(path).file(EXT_TIDX))) << c.message;
     for (const auto& entry : std::filesystem::directory_iterator(dir.path))
       EXPECT_EQ(entry.path().string().find(".XYZT"), std::string::npos) << c.message << entry.path();
   }
@@ -80,15 +80,15 @@ TEST_F(TilingTest, TruncatedFilesAndLyingCountsKeepWhatIsThere) {
   LTidxInfo info;
   const std::string cut = make("cut.las", points, {.cut = 28 * 1000 + 5});
   ASSERT_TRUE(tile(cut)) << res.reason;
-  ASSERT_TRUE(read_LTidxInfo(cut, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(cut), info));
   EXPECT_EQ(info.np, points.size() - 1001);
   const std::string more = make("more.las", points, {.count = 4000000000});
   ASSERT_TRUE(tile(more)) << res.reason;
-  ASSERT_TRUE(read_LTidxInfo(more, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(more), info));
   EXPECT_EQ(info.np, points.size());
   const std::string less = make("less.las", points, {.count = 5000});
   ASSERT_TRUE(tile(less)) << res.reason;
-  ASSERT_TRUE(read_LTidxInfo(less, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(less), info));
   EXPECT_EQ(info.np, 5000u);
 }
 
@@ -96,7 +96,7 @@ TEST_F(TilingTest, WithoutTimeProcessingAFileWithoutTimesIsTiled) {
   par.tproc = false;
   const std::string path = make("notime.las", fly_line({}), {.format = 0});
   ASSERT_TRUE(tile(path)) << res.reason;
-  EXPECT_FALSE(exists(cache_name(path, EXT_MTDT)));
+  EXPECT_FALSE(exists(CacheName(path).file(EXT_MTDT)));
 }
 
 TEST_F(TilingTest, TimesThatNobodyUsesAreNoFault) {
@@ -110,7 +110,7 @@ TEST_F(TilingTest, TimesThatNobodyUsesAreNoFault) {
     const std::string path = make("ref.las", *points);
     ASSERT_TRUE(tile(path)) << res.reason;
     LTidxInfo info;
-    ASSERT_TRUE(read_LTidxInfo(path, info));
+    ASSERT_TRUE(read_LTidxInfo(CacheName(path), info));
     EXPECT_EQ(info.np, points->size());
   }
 }
@@ -136,13 +136,14 @@ TEST_F(TilingTest, ThreadsShareTheMemoryAndTakeNoData) {
   for (int i = 0; i < N; i++)
     threads.emplace_back([&, i] {
       const size_t k = static_cast<size_t>(i);
-      EXPECT_EQ(LmT_swath(paths[k], i, par, false, memory, results[k]), i < N - 1) << results[k].reason;
+      EXPECT_EQ(LmT_swath(CacheName(paths[k]), i, par, false, memory, results[k]), i < N - 1)
+          << results[k].reason;
     });
   for (std::thread& thread : threads) thread.join();
   uint32_t nmax = 0;
   for (int i = 0; i < N - 1; i++) {
     LTidxInfo info;
-    ASSERT_TRUE(read_LTidxInfo(paths[static_cast<size_t>(i)], info));
+    ASSERT_TRUE(read_LTidxInfo(CacheName(paths[static_cast<size_t>(i)]), info));
     nmax = std::max(nmax, uint32_t{info.Nmax});
     EXPECT_EQ(results[static_cast<size_t>(i)].fault, SwathFault::none);
   }
@@ -153,18 +154,19 @@ TEST_F(TilingTest, ThreadsShareTheMemoryAndTakeNoData) {
 
 TEST_F(TilingTest, ABadSwathLeavesTheOthersAlone) {
   NTHREADSIO = 2;
-  const std::vector<std::string> paths = {make("a.las", fly_line({})), file("missing.las"),
-                                          make("c.las", fly_line({.heading = 90}))};
+  const std::vector<CacheName> swaths = {CacheName(make("a.las", fly_line({}))),
+                                         CacheName(file("missing.las")),
+                                         CacheName(make("c.las", fly_line({.heading = 90})))};
   std::vector<bool> used(3, true);
   std::vector<std::string> reason;
   LmTtileResult total;
-  EXPECT_TRUE(LmT_tile(paths, used, reason, par, true, 2, total));
+  EXPECT_TRUE(LmT_tile(swaths, used, reason, par, true, 2, total));
   EXPECT_EQ(used, (std::vector<bool>{true, false, true}));
   EXPECT_FALSE(reason[1].empty());
   EXPECT_EQ(total.nswt, 2);
   EXPECT_EQ(total.ncached, 0);
   const float first = total.Mp;
-  EXPECT_TRUE(LmT_tile(paths, used, reason, par, true, 2, total));
+  EXPECT_TRUE(LmT_tile(swaths, used, reason, par, true, 2, total));
   EXPECT_EQ(total.ncached, 2);
   EXPECT_EQ(total.Mp, 0.0f);
   EXPECT_GT(first, 0.1f);
@@ -179,7 +181,7 @@ TEST_F(TilingTest, LongSwathsMayRunInEveryDirection) {
         make("long.las", fly_line({.heading = heading, .length = 12800, .width = 12, .density = 1.0}));
     ASSERT_TRUE(tile(path)) << heading << res.reason;
     SwTiles sw;
-    ASSERT_TRUE(read_SwTiles(path, sw));
+    ASSERT_TRUE(read_SwTiles(CacheName(path), sw));
     EXPECT_GE(sw.TI.size(), 100u);
   }
 }

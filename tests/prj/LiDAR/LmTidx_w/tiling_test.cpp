@@ -18,7 +18,7 @@ using Units = std::array<int64_t, 3>;  // fixed-point coordinates, biased in x a
 // All points of a cache, absolute, sorted.
 std::vector<Units> cached_points(const std::string& path) {
   SwTiles sw;
-  EXPECT_TRUE(read_SwTiles(path, sw));
+  EXPECT_TRUE(read_SwTiles(CacheName(path), sw));
   std::vector<Units> all;
   Vector<xyz> P;
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
@@ -79,7 +79,7 @@ TEST_F(TilingTest, EveryPointIsKeptAtItsPlaceOnEveryLevel) {
     ASSERT_TRUE(tile(path)) << res.reason;
     EXPECT_EQ(cached_points(path), expected_points(points, mTsize, [](const TestPoint&) { return true; }))
         << mTsize;
-    EXPECT_FALSE(exists(cache_name(path, ".TT*"))) << "temporary tiles are removed";
+    EXPECT_FALSE(exists(CacheName(path).file(".TT*"))) << "temporary tiles are removed";
   }
 }
 
@@ -133,7 +133,7 @@ TEST_F(TilingTest, FiltersTakeExactlyTheirPoints) {
       ASSERT_TRUE(tile(path)) << c.name << format << res.reason;
       EXPECT_EQ(cached_points(path), expected_points(points, 4, c.keep)) << c.name << " format " << format;
       LTidxInfo info;
-      ASSERT_TRUE(read_LTidxInfo(path, info));
+      ASSERT_TRUE(read_LTidxInfo(CacheName(path), info));
       EXPECT_EQ(info.np, static_cast<uint64_t>(std::count_if(points.begin(), points.end(), c.keep)));
     }
   }
@@ -144,7 +144,7 @@ TEST_F(TilingTest, TimesOfTheGroundFollowTheFlight) {
   const std::string path = make("t.las", fly_line(line));
   ASSERT_TRUE(tile(path)) << res.reason;
   SwTiles sw;
-  ASSERT_TRUE(read_SwTiles(path, sw));
+  ASSERT_TRUE(read_SwTiles(CacheName(path), sw));
   const double fx = std::sin(60 * M_PI / 180), fy = std::cos(60 * M_PI / 180);
   const auto time_at = [&](double x, double y) {
     return line.tstart + ((x - line.x0) * fx + (y - line.y0) * fy) / line.speed;
@@ -152,7 +152,7 @@ TEST_F(TilingTest, TimesOfTheGroundFollowTheFlight) {
   int ncentre = 0, nvertex = 0;
   Image<int32_t> Ct, Vt;
   TileTables tables;
-  ASSERT_TRUE(tables.open(path, sw.info.nt, true));
+  ASSERT_TRUE(tables.open(CacheName(path), sw.info.nt, true));
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
     ASSERT_TRUE(tables.read_Ct(k, Ct) && tables.read_Vt(k, Vt));
     const double x0 = tile_origin(sw.geom, sw.TI.val[k].x), y0 = tile_origin(sw.geom, sw.TI.val[k].y);
@@ -183,10 +183,10 @@ TEST_F(TilingTest, SelfOverlapGetsNoTime) {
   const std::string path = make("s.las", points);
   ASSERT_TRUE(tile(path)) << res.reason;
   SwTiles sw;
-  ASSERT_TRUE(read_SwTiles(path, sw));
+  ASSERT_TRUE(read_SwTiles(CacheName(path), sw));
   Image<int32_t> Ct;
   TileTables tables;
-  ASSERT_TRUE(tables.open(path, sw.info.nt, true));
+  ASSERT_TRUE(tables.open(CacheName(path), sw.info.nt, true));
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
     ASSERT_TRUE(tables.read_Ct(k, Ct));
     for (int j = 0; j < mTsub; j++)
@@ -206,25 +206,26 @@ TEST_F(TilingTest, HeightsFarFromTheMeanAreLeftOut) {
   const std::string path = make("z.las", points, exact_las);
   ASSERT_TRUE(tile(path)) << res.reason;
   LTidxInfo info;
-  ASSERT_TRUE(read_LTidxInfo(path, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(path), info));
   EXPECT_EQ(info.np, n - 1);
 }
 
 TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
-  std::vector<std::string> paths;
+  std::vector<CacheName> swaths;
   for (int i = 0; i < 3; i++)
-    paths.push_back(make("b" + std::to_string(i) + ".las", fly_line({.heading = 40.0 * i, .length = 900})));
+    swaths.emplace_back(
+        make("b" + std::to_string(i) + ".las", fly_line({.heading = 40.0 * i, .length = 900})));
   const auto run = [&](int nthreads, int threads_io) {
     NTHREADSIO = threads_io;
     std::vector<bool> used(3, true);
     std::vector<std::string> reason;
     LmTtileResult total;
-    EXPECT_TRUE(LmT_tile(paths, used, reason, par, false, nthreads, total));
+    EXPECT_TRUE(LmT_tile(swaths, used, reason, par, false, nthreads, total));
     EXPECT_EQ(total.nswt, 3);
     std::string bytes;
-    for (const std::string& p : paths)
+    for (const CacheName& swath : swaths)
       for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ})
-        bytes += read_text(cache_name(p, e));
+        bytes += read_text(swath.file(e));
     return bytes;
   };
   const std::string one = run(1, 1);
@@ -233,12 +234,12 @@ TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
   // A single buffer for all open tiles: every change of tile writes it out.
   par.xlevel = 2;
   par.tproc = false;
-  paths[0] = make("dense.las", fly_line({.heading = 20, .density = 12}));
+  const std::string dense = make("dense.las", fly_line({.heading = 20, .density = 12}));
   std::string bytes[2];
   for (const int tight : {0, 1}) {
-    ASSERT_TRUE(tile(paths[0], false, tight ? 300000 : 1 << 30)) << res.reason;
+    ASSERT_TRUE(tile(dense, false, tight ? 300000 : 1 << 30)) << res.reason;
     for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTXYZ})
-      bytes[tight] += read_text(cache_name(paths[0], e));
+      bytes[tight] += read_text(CacheName(dense).file(e));
   }
   EXPECT_TRUE(bytes[0] == bytes[1]);
   NTHREADSIO = 1;
@@ -258,7 +259,7 @@ TEST_F(TilingTest, RolloversAreCorrectedByTheirPeriod) {
     const std::string path = make("r.las", points, {.adjusted = false});
     ASSERT_TRUE(tile(path)) << c.name << res.reason;
     LTidxInfo info;
-    ASSERT_TRUE(read_LTidxInfo(path, info));
+    ASSERT_TRUE(read_LTidxInfo(CacheName(path), info));
     EXPECT_EQ(info.flags, c.flags) << c.name;
     EXPECT_NEAR(info.tmin, c.tstart, 0.1);
     EXPECT_NEAR(info.tmax, c.tstart + 7.5, 0.1);
@@ -272,14 +273,14 @@ TEST_F(TilingTest, AdjustedTimeFlagIsCheckedBothWays) {
   const std::string week = make("week.las", fly_line({.tstart = 3e5}), {.adjusted = true});
   LTidxInfo info;
   ASSERT_TRUE(tile(week));  // with a warning
-  ASSERT_TRUE(read_LTidxInfo(week, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(week), info));
   EXPECT_EQ(info.flags, INFO_ADJ);
   AUTO_ADJ = true;
   ASSERT_TRUE(tile(looks));
-  ASSERT_TRUE(read_LTidxInfo(looks, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(looks), info));
   EXPECT_EQ(info.flags, INFO_ADJ);
   ASSERT_TRUE(tile(week));
-  ASSERT_TRUE(read_LTidxInfo(week, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(week), info));
   EXPECT_EQ(info.flags, 0);
 }
 
@@ -290,7 +291,7 @@ TEST_F(TilingTest, FeetBecomeMetres) {
   const std::string path = make("feet.las", points);
   ASSERT_TRUE(tile(path)) << res.reason;
   LTidxInfo info;
-  ASSERT_TRUE(read_LTidxInfo(path, info));
+  ASSERT_TRUE(read_LTidxInfo(CacheName(path), info));
   EXPECT_NEAR(info.bbmin[1], 5000000 * 0.3048, 0.2);
   EXPECT_NEAR(info.bbmax[1] - info.bbmin[1], 300 * 0.3048, 0.3);
 }
@@ -299,15 +300,15 @@ TEST_F(TilingTest, ACacheIsReusedUntilSomethingChangesAndTakesItsGridAlong) {
   const std::string path = make("c.las", fly_line({}));
   ASSERT_TRUE(tile(path, true));
   EXPECT_TRUE(res.done);
-  write_text(cache_name(path, EXT_GMTIDX), "grid");
-  write_text(cache_name(path, EXT_GMTZDS), "grid");
+  write_text(CacheName(path).file(EXT_GMTIDX), "grid");
+  write_text(CacheName(path).file(EXT_GMTZDS), "grid");
   ASSERT_TRUE(tile(path, true));
   EXPECT_FALSE(res.done);
-  EXPECT_TRUE(exists(cache_name(path, EXT_GMTIDX)));
+  EXPECT_TRUE(exists(CacheName(path).file(EXT_GMTIDX)));
   par.all = true;
   ASSERT_TRUE(tile(path, true));
   EXPECT_TRUE(res.done);
-  EXPECT_FALSE(exists(cache_name(path, EXT_GMTIDX)));
-  EXPECT_FALSE(exists(cache_name(path, EXT_GMTZDS)));
+  EXPECT_FALSE(exists(CacheName(path).file(EXT_GMTIDX)));
+  EXPECT_FALSE(exists(CacheName(path).file(EXT_GMTZDS)));
 }
 }  // namespace veld

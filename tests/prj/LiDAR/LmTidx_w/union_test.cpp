@@ -30,9 +30,10 @@ class UnionTest : public TilingTest {
   std::vector<TestPoint> points = fly_line({.heading = 30, .density = 2, .height = [](double x, double y) {
                                               return 100 + (x - 500000) / 9 + (y - 5000000) / 40;
                                             }});
-  std::vector<std::string> parts;
+  std::vector<CacheName> parts;
   std::vector<bool> used = {true, true, true};
-  std::string whole, path;
+  std::string whole;
+  CacheName all_parts;
 
   void SetUp() override {
     TilingTest::SetUp();
@@ -47,27 +48,28 @@ class UnionTest : public TilingTest {
         if (part != 2 || i > points.size() / 2) some.push_back(points[i]);
       if (part == 1)
         for (size_t i = 2; i <= points.size() / 2; i += 3) some.push_back(points[i]);
-      parts.push_back(make("part" + std::to_string(part) + ".las", some));
-      ASSERT_TRUE(tile(parts.back()));
+      parts.emplace_back(make("part" + std::to_string(part) + ".las", some));
+      ASSERT_TRUE(tile(parts.back().source()));
     }
   }
-  bool unite() { return LmT_union(0, parts, used, par, path); }
+  bool unite() { return LmT_union(0, parts, used, par, all_parts); }
 };
 }  // namespace
 
 TEST_F(UnionTest, TablesAndPointsAreThoseOfTheWhole) {
   ASSERT_TRUE(unite());
-  EXPECT_EQ(path, real_path(parts[0]) + ".union");
+  EXPECT_EQ(all_parts.source(), real_path(parts[0].source()) + ".union");
   SwTiles all, one;
-  ASSERT_TRUE(read_SwTiles(path, all));
-  ASSERT_TRUE(read_SwTiles(whole, one));
+  ASSERT_TRUE(read_SwTiles(all_parts, all));
+  ASSERT_TRUE(read_SwTiles(CacheName(whole), one));
   EXPECT_EQ(all.members.size(), 3u);
   EXPECT_EQ(all.info.np, one.info.np);
   EXPECT_EQ(all.info.nmt, one.info.nmt);
   ASSERT_EQ(all.TI.size(), one.TI.size());
   for (int c = 0; c < 4; c++) EXPECT_NEAR(all.info.mbr[c][0], one.info.mbr[c][0], 1e-6);
   TileTables tables, expected;
-  ASSERT_TRUE(tables.open(path, all.info.nt, false) && expected.open(whole, one.info.nt, false));
+  ASSERT_TRUE(tables.open(all_parts, all.info.nt, false) &&
+              expected.open(CacheName(whole), one.info.nt, false));
   Image<uint32_t> N, N1;
   Image<int32_t> Zm, Zm1;
   for (uint32_t k = 0; k < all.info.nt; k++) {
@@ -90,37 +92,37 @@ TEST_F(UnionTest, TablesAndPointsAreThoseOfTheWhole) {
 
 TEST_F(UnionTest, IsKeptUntilAMemberChanges) {
   ASSERT_TRUE(unite());
-  const std::string index = cache_name(path, EXT_TIDX), grid = cache_name(path, EXT_GMTIDX);
+  const std::string index = all_parts.file(EXT_TIDX), grid = all_parts.file(EXT_GMTIDX);
   write_text(grid, "x");
   const auto first = std::filesystem::last_write_time(index);
-  const int64_t stamp = source_tstamp(path);
+  const int64_t stamp = source_tstamp(all_parts);
   ASSERT_TRUE(unite());
   EXPECT_EQ(std::filesystem::last_write_time(index), first);
   EXPECT_TRUE(exists(grid));
-  std::filesystem::last_write_time(parts[1],
-                                   std::filesystem::last_write_time(parts[1]) + std::chrono::seconds(7));
-  ASSERT_TRUE(tile(parts[1]));
+  std::filesystem::last_write_time(
+      parts[1].source(), std::filesystem::last_write_time(parts[1].source()) + std::chrono::seconds(7));
+  ASSERT_TRUE(tile(parts[1].source()));
   ASSERT_TRUE(unite());
-  EXPECT_NE(source_tstamp(path), stamp);
+  EXPECT_NE(source_tstamp(all_parts), stamp);
   EXPECT_FALSE(exists(grid)) << "a grid of other points";
   for (const char* const suffix : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_ULIDX}) {
-    const std::string good = read_text(cache_name(path, suffix));
-    write_text(cache_name(path, suffix), good.substr(0, good.size() / 2));
+    const std::string good = read_text(all_parts.file(suffix));
+    write_text(all_parts.file(suffix), good.substr(0, good.size() / 2));
     ASSERT_TRUE(unite());
-    EXPECT_EQ(read_text(cache_name(path, suffix)), good) << suffix;
+    EXPECT_EQ(read_text(all_parts.file(suffix)), good) << suffix;
   }
   used[2] = false;
   ASSERT_TRUE(unite());
   std::vector<std::string> members;
-  ASSERT_TRUE(read_LTidx_uswaths(path, members));
-  EXPECT_EQ(members, (std::vector<std::string>{real_path(parts[0]), real_path(parts[1])}));
+  ASSERT_TRUE(read_LTidx_uswaths(all_parts, members));
+  EXPECT_EQ(members, (std::vector<std::string>{real_path(parts[0].source()), real_path(parts[1].source())}));
   used[1] = false;
   ASSERT_TRUE(unite());
-  ASSERT_TRUE(read_LTidx_uswaths(path, members));
+  ASSERT_TRUE(read_LTidx_uswaths(all_parts, members));
   EXPECT_EQ(members.size(), 1u);
-  write_text(cache_name(path, EXT_ULIDX), "1 " + parts[0] + "\n");
-  EXPECT_FALSE(read_LTidx_uswaths(path, members));
-  remove_file(cache_name(parts[0], EXT_MTIDX));
+  write_text(all_parts.file(EXT_ULIDX), "1 " + parts[0].source() + "\n");
+  EXPECT_FALSE(read_LTidx_uswaths(all_parts, members));
+  remove_file(parts[0].file(EXT_MTIDX));
   EXPECT_FALSE(unite());
 }
 
@@ -128,9 +130,9 @@ TEST_F(UnionTest, IsKeptUntilAMemberChanges) {
 TEST_F(UnionTest, WhatATableCannotHoldIsLeftForTheNext) {
   std::vector<TestPoint> far = points;
   for (TestPoint& p : far) p.y += 1024 * 128;
-  parts.insert(parts.begin() + 1, make("far.las", far));
+  parts.insert(parts.begin() + 1, CacheName(make("far.las", far)));
   used.push_back(true);
-  ASSERT_TRUE(tile(parts[1]));
+  ASSERT_TRUE(tile(parts[1].source()));
   std::vector<size_t> members;
   ASSERT_TRUE(choose_union(0, parts, used, members));
   EXPECT_EQ(members, (std::vector<size_t>{0, 2, 3}));

@@ -27,9 +27,9 @@ struct RegProject {
     head.gsize = 4 << param.Jend, head.level = 7, head.dim = prj.scale.dim;
     for (const Swath& s : prj.swaths) {
       LTidxInfo info;
-      EXPECT_TRUE(read_LTidxInfo(s.path, info));
+      EXPECT_TRUE(read_LTidxInfo(s.cache, info));
       DUTswath d;
-      d.path = s.path, d.tmin = info.tmin, d.tmax = info.tmax, d.fixed = s.fixed;
+      d.path = s.path(), d.tmin = info.tmin, d.tmax = info.tmax, d.fixed = s.fixed;
       head.swaths.push_back(d);
     }
     SwPairList all;
@@ -135,7 +135,7 @@ TEST(reg_inter_LmT, PairCacheFallsWithEachParameter) {
   p.param.Jinit = 2;
   EXPECT_EQ(p.run().ncached, 0);
   EXPECT_EQ(p.run().ncached, 1);
-  std::filesystem::last_write_time(p.prj.swaths[1].path,
+  std::filesystem::last_write_time(p.prj.swaths[1].path(),
                                    std::filesystem::file_time_type::clock::now() - std::chrono::hours(9));
   p.grid();  // of the second swath anew
   EXPECT_EQ(p.run().ncached, 0);
@@ -182,7 +182,7 @@ TEST(reg_inter_LmT, UnreadableGridsAndUnwritableResultsFail) {
   };
   InterSwath s1, s2;
   ASSERT_TRUE(read_InterSwath(p.prj, 0, s1) && read_InterSwath(p.prj, 1, s2));
-  const std::string zds = cache_name(p.prj.swaths[1].path, EXT_GMTZDS), words = read_text(zds);
+  const std::string zds = p.prj.swaths[1].cache.file(EXT_GMTZDS), words = read_text(zds);
   std::filesystem::resize_file(zds, words.size() / 2);  // behind the back of the open file
   InterTiles inter;
   NRpair pair;
@@ -194,7 +194,7 @@ TEST(reg_inter_LmT, UnreadableGridsAndUnwritableResultsFail) {
   remove_file(zds);
   EXPECT_TRUE(nothing()) << "no grid";
   write_text(zds, words);
-  const std::string times = cache_name(p.prj.swaths[0].path, EXT_MTDT), dt = read_text(times);
+  const std::string times = p.prj.swaths[0].cache.file(EXT_MTDT), dt = read_text(times);
   remove_file(times);
   InterResult res;
   EXPECT_FALSE(reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res)) << "no times";

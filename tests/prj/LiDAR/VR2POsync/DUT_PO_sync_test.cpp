@@ -33,7 +33,7 @@ TEST(DutPoSync, PlainProject) {
   // The cache holds the swath and the buffer, and one record more on each side.
   Vector<PO> po;
   double dt = -1;
-  ASSERT_TRUE(load_POC_TMP(p.prj.swaths[0].path, 0, po, dt));
+  ASSERT_TRUE(load_POC_TMP(p.prj.swaths[0].cache, 0, po, dt));
   EXPECT_EQ(dt, 0);
   EXPECT_NEAR(po(0).t, 1018, 0.11);
   EXPECT_LE(double{po(0).t}, 1018);
@@ -46,7 +46,7 @@ TEST(DutPoSync, PlainProject) {
       std::string::npos)
       << p.log("_PO_sync_stat.log");
   EXPECT_EQ(p.log("_sw_PO_rej.log"), "");
-  const std::string cache = POC_name(p.prj.swaths[0].path, 0);
+  const std::string cache = POC_name(p.prj.swaths[0].cache, 0);
   EXPECT_TRUE(exists(cache));
   p.res = POsync();
   EXPECT_FALSE(exists(cache));
@@ -342,7 +342,11 @@ TEST(DutPoSync, Failures) {
       {"groups", [](SyncProject& p) { p.prj.pogroups.resize(2); },
        "ERROR: group size mismatch, 2 PO groups and 1 mobile swaths groups"},
       {"another project", [](SyncProject& p) { p.prj.swaths.pop_back(); }, "ERROR: incompatible DUT file"},
-      {"no space for caches", [](SyncProject& p) { TMPDIR = p.dir.path + "/absent/"; },
+      {"no space for caches",
+       [](SyncProject& p) {
+         TMPDIR = p.dir.path + "/absent/";
+         for (Swath& s : p.prj.swaths) s.cache = CacheName(s.path());
+       },
        "ERROR: failed to write trajectory cache "}};
   for (const Row& r : rows) {
     SyncProject p;

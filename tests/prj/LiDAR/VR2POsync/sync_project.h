@@ -42,7 +42,7 @@ struct SyncProject {
     s.path = dir.path + "/S" + std::to_string(idx.swaths.size()) + ".las";
     idx.swaths.push_back(s);
     Swath p;
-    p.path = s.path, p.group = group, p.channel = ch, p.fixed = s.fixed;
+    p.cache = CacheName(s.path), p.group = group, p.channel = ch, p.fixed = s.fixed;
     prj.swaths.push_back(p);
     return static_cast<int>(idx.swaths.size()) - 1;
   }

@@ -222,7 +222,7 @@ TEST(CorrNames, EqualNamesGetGroupAndSwath) {
   Project prj;
   for (const char* path : {"/d1/a.las", "/d2/a.las", "/d1/b.laz"}) {
     Swath s;
-    s.path = path;
+    s.cache = CacheName(path);
     s.group = static_cast<int>(prj.swaths.size()) + 1;
     prj.swaths.push_back(s);
   }

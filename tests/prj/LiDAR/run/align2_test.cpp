@@ -24,18 +24,18 @@ TEST(Align2, TheSecondStepReadsWhatTheFirstWrote) {
   EXPECT_EQ(second.out, "*") << "the names of the first step stand";
 
   Project prj;
-  prj.swaths = {{"a", 1, 0, 0, false, true},
-                {"b", 2, 1, 1, false, true},
-                {"c", 2, 1, 2, false, true},
-                {"r", 0, 0, 3, true, true}};
+  prj.swaths = {{CacheName("a"), 1, 0, 0, false, true},
+                {CacheName("b"), 2, 1, 1, false, true},
+                {CacheName("c"), 2, 1, 2, false, true},
+                {CacheName("r"), 0, 0, 3, true, true}};
   ASSERT_TRUE(align2_proc_fxnames(0, {}, prj));
   EXPECT_EQ(prj.swaths.size(), 4u);
   ASSERT_TRUE(align2_proc_fxnames(1, {"", "one/b", "one/c", ""}, prj));
   ASSERT_EQ(prj.swaths.size(), 3u);
-  EXPECT_EQ(prj.swaths[0].path, "one/b");
+  EXPECT_EQ(prj.swaths[0].path(), "one/b");
   EXPECT_EQ(prj.swaths[0].group, 2);
   EXPECT_EQ(prj.swaths[1].channel, 1);
-  EXPECT_EQ(prj.swaths[2].path, "r");
+  EXPECT_EQ(prj.swaths[2].path(), "r");
   EXPECT_TRUE(prj.swaths[2].fixed);
   EXPECT_EQ(errors_of([&] {
               EXPECT_FALSE(align2_proc_fxnames(1, {"", "", ""}, prj));

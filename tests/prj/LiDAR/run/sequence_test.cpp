@@ -35,9 +35,9 @@ struct Sequence : testing::Test {
     Swath s;
     s.fixed = fixed;
     s.group = !fixed;
-    s.path = dir.path + "/s" + std::to_string(prj.swaths.size()) + ".las";
+    s.cache = CacheName(dir.path + "/s" + std::to_string(prj.swaths.size()) + ".las");
     s.mainch = static_cast<int>(prj.swaths.size());
-    write_test_las(s.path, fly_line(line));
+    write_test_las(s.path(), fly_line(line));
     prj.swaths.push_back(s);
     prj.nmgrp = prj.ngrp = 1;
   }
@@ -103,13 +103,13 @@ TEST_F(Sequence, ReferencesAreOneAndCountWhereMobileDataLie) {
             std::string::npos);
   EXPECT_NE(read_text(prj.name + "_QC.log").find("2 mob, "), std::string::npos);
   SwGrid grid;
-  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[2].path, grid));
+  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[2].cache, grid));
   for (size_t k = 0; k < grid.TI.size(); k++) {
     const double y = tile_origin(make_tile_geom(prj.scale.level), grid.TI(static_cast<int64_t>(k)).y);
     EXPECT_EQ(grid.gTocc.val[k].empty(), y > 5000154 + 4 || y + 128 < 5000000 - 4) << y;
   }
   // Again, with the project as it stands after a run: the files come back, and the union with its grid is kept.
-  const std::string index = cache_name(prj.swaths[2].path, EXT_GMTIDX);
+  const std::string index = prj.swaths[2].cache.file(EXT_GMTIDX);
   const auto time = std::filesystem::last_write_time(index);
   ASSERT_TRUE(run()) << errors;
   EXPECT_EQ(prj.swaths.size(), 3u);
