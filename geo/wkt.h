@@ -13,7 +13,7 @@ namespace veld {
 std::string wkt_normalise(const std::string& text);
 
 // The number behind parameter["name", ... False when the entry is missing or holds no number, with a message.
-// alt: the name stands in for another one that was missing, which a message tells.
+// alt: the name stands in for another one that is missing, which a message reports.
 [[nodiscard]] bool get_WKT_param(double& value, const std::string& name, const std::string& wkt,
                                  bool alt = false);
 // The last EPSG code of the text, that of the outermost system; empty when there is none.

@@ -37,6 +37,6 @@ class LasOutFile {
   uint64_t written_ = 0;
   std::vector<uint8_t> buffer_;
   std::string name_, error_;
-  ResultFile result_{false};  // its failures are told by error()
+  ResultFile result_{false};  // its failures are reported by error()
 };
 }  // namespace veld

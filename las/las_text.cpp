@@ -56,7 +56,7 @@ class LineReader {
   explicit LineReader(const LasInFile& file) : file_(file), buffer_(READ_BLOCK) {}
   void rewind() { pos_ = 0, begin_ = end_ = 0, line_ = 0, at_end_ = false; }
   uint64_t line() const { return line_; }
-  // False at the end and on failure; then `error` tells.
+  // False at the end and on failure; then `error` says why.
   bool next(const char*& from, const char*& to, std::string& error) {
     for (;;) {
       const char* start = buffer_.data() + begin_;

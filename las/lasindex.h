@@ -56,7 +56,7 @@ class LASindex {
   [[nodiscard]] bool prepare(const LASheader& header, double margin = 0);
   // Adds the next point of the file; indices must ascend. False beyond 2^32 - 1 points.
   bool add(double x, double y, uint64_t index);
-  // Adds n records, the points number `first` and on of the file. `point` tells format, scale and offset.
+  // Adds n records, the points number `first` and on of the file. `point` has format, scale and offset.
   [[nodiscard]] bool add_records(LASpoint point, uint8_t* records, uint64_t n, uint64_t first);
   // Merges sparse cells into their parents and bridges the smallest gaps.
   void complete(uint32_t min_points = LAX_MIN_POINTS, int max_intervals = LAX_MAX_INTERVALS);

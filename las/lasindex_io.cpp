@@ -17,7 +17,7 @@ namespace {
 constexpr char EVLR_USER[] = "LAStools";
 constexpr uint16_t EVLR_RECORD = 30;
 constexpr uint64_t MAX_INDEX_BYTES = uint64_t{1} << 31;  // a larger index is not believed
-constexpr uint64_t SPECIAL_AT = 16;  // where the compression record tells of the index: count, then position
+constexpr uint64_t SPECIAL_AT = 16;  // place of the index in the compression record: count, then position
 
 template <typename T>
 void put(std::vector<uint8_t>& to, T value) {
@@ -125,7 +125,7 @@ uint64_t record_place(const LasInFile& file, const LASzip& scheme) {
   return old_bytes > 0 && at + LAS_EVLR_HEADER + old_bytes == file.size() ? at : file.size();
 }
 
-// Adds the record at the end of the file, then tells of it in the compression record; takes it back on
+// Adds the record at the end of the file, then enters it in the compression record; takes it back on
 // failure.
 bool append_record(const std::string& name, uint64_t size, uint64_t scheme_payload,
                    const std::vector<uint8_t>& record, std::string& error) {

@@ -33,7 +33,7 @@ class LASreader {
 
   // Moves on to the next point. False at the end of the data, whether all announced points came or not: then
   // p_count < header.npoints. The cause of an early end is written once, in a WARNING (the file is too short)
-  // or an ERROR line (damaged data, failing disk); failed() tells the latter.
+  // or an ERROR line (damaged data, failing disk); failed() distinguishes the two.
   bool read_point() {
     if (next_ == block_end_ && !next_block()) return false;
     point.rec = next_;
@@ -79,7 +79,7 @@ class LASreadOpener {
   void set_fields(uint32_t fields) { fields_ = fields; }
   // Opens the file. None, after an ERROR line that names the cause, when it cannot be opened, is too short
   // for a header, or holds points that cannot be read. A header that the check (las_access.h) refuses gives a
-  // reader that has no points, so that the check can tell what is wrong.
+  // reader that has no points, so that the check can report what is wrong.
   std::unique_ptr<LASreader> open() const;
 
  private:

@@ -32,7 +32,7 @@ using LazReadAt = std::function<bool(uint64_t offset, uint8_t* to, uint64_t n)>;
 // `npoints`: point count of the header. Memory is bounded by the file's size whatever the table claims.
 // False with the cause in `error` if there is no sound table: a file with chunks of fixed size can then still
 // be decoded from point_offset + 8 on by LazStreamDecoder, one with variable chunks can't.
-// Chunks beyond the header's points are left out, and `note` tells of points more or less than there should
+// Chunks beyond the header's points are left out, and `note` reports points more or less than there should
 // be.
 [[nodiscard]] bool read_laz_chunk_table(const LASzip& scheme, const LazReadAt& read_at, uint64_t file_size,
                                         uint64_t point_offset, uint64_t npoints, LazChunkTable& table,

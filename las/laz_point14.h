@@ -17,7 +17,7 @@ inline constexpr char LAZ_RETURN_CLASS14[16][17] = {
     "4344444454444444", "5344444445444444", "5344444444544444", "5334444444455444",
     "5334444444455544", "5334444444445554", "5334444444444555", "5334444444444455"};
 
-// What the layers want to know of the byte of return number (bits 0-3) and number of returns (4-7).
+// What the layers need of the byte of return number (bits 0-3) and number of returns (4-7).
 struct Returns14 {
   uint8_t kind;      // LAZ_RETURN_CLASS14
   uint8_t below;     // returns from the last one, up to 7
@@ -316,7 +316,7 @@ class Point14Item final : public LayerItem<C> {
     if constexpr (!C::encoding) laz_put(at, value);
   }
 
-  struct Block {  // of points to be coded, and what the first layer tells the others about them
+  struct Block {  // of points to be coded, and what the other layers need of the first
     Layer<C>* layers;
     Byte* records;
     unsigned stride;

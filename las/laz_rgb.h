@@ -32,7 +32,7 @@ struct RgbModels {
     return changed ? (prediction + c.symbol(diff[i], (value - prediction) & 255)) & 255 : last;
   }
 
-  // Codes `now` against `last`. Gives the symbol that tells which bytes changed: 0 if none and grey.
+  // Codes `now` against `last`. Gives the symbol for the bytes that changed: 0 if none and grey.
   LAZ_INLINE uint32_t code(C& c, const Rgb& last, Rgb& now) {
     uint32_t s = 0;
     if constexpr (C::encoding) {

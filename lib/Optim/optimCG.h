@@ -1,7 +1,8 @@
 // lib/Optim/optimCG.h
 // Linear solvers for symmetric positive definite systems P X = Y, all in double precision.
 // Here:     dense Cholesky (small systems, inverses), sparse conjugate gradient with Jacobi scaling, input
-// guards. Not here: non-linear minimisers (optNLCG.h), building of normal equations (the callers).
+//           guards.
+// Not here: non-linear minimisers (optNLCG.h), building of normal equations (the callers).
 #pragma once
 #include <cstdint>
 #include <string>

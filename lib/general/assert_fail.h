@@ -14,7 +14,7 @@ namespace veld {
                                       const char* type, int line, const char* file);
 
 // Writes "ERROR: <tag> allocation failed, size n x bytes" (an image: x size, y size, bytes) and ends the run with
-// exit value 1: the size tells the reason, a stack would not.
+// exit value 1: the size that was asked for explains it, a stack would not.
 [[noreturn]] void alloc_failed(const char* tag, uint64_t n, uint64_t bytes);
 [[noreturn]] void alloc_failed(const char* tag, uint64_t xsize, uint64_t ysize, uint64_t bytes);
 

@@ -83,7 +83,7 @@ bool is_gone(const Seen& seen, time_t now, int stale_s) {
 bool move_away(const std::string& path, const Seen& seen, const std::string& own) {
   const std::string away = own + ".gone";
   if (rename(path.c_str(), away.c_str()) != 0) return false;
-  Seen moved;  // numbers of files are used again: the content tells
+  Seen moved;  // numbers of files are reused, so the content is compared too
   const bool same = look_at(away, moved) && moved.owner == seen.owner &&
                     moved.info.st_ino == seen.info.st_ino && moved.info.st_mtime == seen.info.st_mtime;
   if (!same && link(away.c_str(), path.c_str()) != 0) LOG_LINE("<!> lock lost " << path);
@@ -123,7 +123,7 @@ LockTake take_lock_file(const std::string& path, int stale_s) {
     }
     const bool linked = link(own.c_str(), path.c_str()) == 0;
     int reason = errno;
-    // The answer of a file server may be lost: the count of names tells.
+    // The answer of a file server may be lost; the number of names shows whether the call succeeded.
     struct stat after;
     const bool counted = stat(own.c_str(), &after) == 0 && after.st_nlink == 2;
     unlink(own.c_str());

@@ -43,7 +43,7 @@ class FileLock {
   FileLock& operator=(const FileLock&) = delete;
   // what: in words, for the notes. A lock that is taken over is one WARNING; failed is an ERROR line.
   [[nodiscard]] LockState take(const std::string& path, const std::string& what);
-  // Waits for it, in silence after one line that tells for whom. False after an ERROR line.
+  // Waits for it, silently after one line that names what is waited for. False after an ERROR line.
   [[nodiscard]] bool wait(const std::string& path, const std::string& what);
   void release();
   bool held() const { return !path_.empty(); }

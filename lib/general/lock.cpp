@@ -1,4 +1,4 @@
-// The instance lock, and how this run is told apart from others.
+// The instance lock, and what distinguishes this run from others.
 #include <unistd.h>
 
 #include <cstdio>

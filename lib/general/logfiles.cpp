@@ -19,7 +19,7 @@
 namespace veld {
 namespace {
 constexpr size_t MAX_PATH_BYTES = 4096;
-constexpr int MAX_SAME_SECOND = 10000;  // logs of one second that are told apart
+constexpr int MAX_SAME_SECOND = 10000;  // logs of one second that get names of their own
 
 void log_deleted(const std::string& pattern, uint64_t nfiles, uint64_t nbytes) {
   LOG_LINE("Deleted " << pattern << " " << nfiles << " files, " << static_cast<float>(nbytes) * 9.536743e-7f
@@ -69,7 +69,7 @@ void copy_log(const std::string& path, const std::string& outdir, const std::str
   if (same_file(path, copy)) return;
   std::string renamed;
   rename_by_time(copy, renamed);
-  if (!copy_file(path, copy, false))  // the log is closed: one line on the console tells it
+  if (!copy_file(path, copy, false))  // the log is closed: one line on the console reports it
     std::fprintf(stderr, "WARNING: failed to copy logs to output directory, see %s*.log\n", base.c_str());
 }
 

@@ -24,7 +24,7 @@ void open_logs(const std::string& base, const std::string& program, const std::s
 void end_logs(const std::string& outdir, bool copy, bool clear_old, int code);
 
 std::string host_name();    // of this machine
-std::string own_host();     // the same, told apart from other containers that share the name
+std::string own_host();     // the same, distinct from other containers of that name
 std::string own_tag();      // own_host()-process, for the names of files that only this run uses
 void flush_logs_at_once();  // both logs: flush now and after each line
 void set_console(bool on);  // off: nothing goes to the console, not even errors

@@ -63,7 +63,7 @@ bool ResultFile::commit() {
 void ResultFile::give_up() {
   if (part_.empty()) return;
   if (text_.fs.is_open()) {
-    text_.fs.setstate(std::ios::failbit);  // it is thrown away: no word about a failure at its end
+    text_.fs.setstate(std::ios::failbit);  // it is thrown away: a failure at its end is not reported
     text_.fs.close();
   }
   remove_file(part_);

@@ -33,7 +33,7 @@ class ResultFile {
 
   // Closes the text before commit(), for files that get their names together. False after an ERROR line.
   [[nodiscard]] bool close() { return text_.close(); }
-  // Closes the text and gives the file its name. False after an ERROR line, errno tells the reason; nothing is
+  // Closes the text and gives the file its name. False after an ERROR line, errno holds the reason; nothing is
   // left then.
   [[nodiscard]] bool commit();
   void give_up();  // removes what has been written

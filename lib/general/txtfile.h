@@ -1,5 +1,5 @@
 // lib/general/txtfile.h
-// Text files with uniform failure words. The stream of an output file is fixed with 3 decimals.
+// Text files with uniform error messages. The stream of an output file is fixed with 3 decimals.
 #pragma once
 #include <fstream>
 #include <string>

@@ -1,7 +1,7 @@
 // lib/optparser/optparser.h
 // Options: the sources merged into one list of arguments, and typed questions about it.
 // Here:     the parser's state, the questions, the last check, the saved option file.
-// Not here: any option: the program asks, one by one, for what it knows. Tagged files (opttags.h).
+// Not here: the options themselves, which the program asks for one by one. Tagged files (opttags.h).
 //
 // A question consumes what it matches, so that what is left in the end is unknown. All questions are asked in
 // mode 1 (long names), then again in mode 0 (one-letter names). A bad value is an ERROR line, keeps the

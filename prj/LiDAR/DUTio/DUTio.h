@@ -1,8 +1,8 @@
 // prj/LiDAR/DUTio/DUTio.h
 // The DUT files (displacement, uncertainty, time): the result of a registration. "<name>.dut" holds one
-// record a vertex and pair, "<name>_idx.log" describes the project, the swaths and the pairs. Here:     the
-// records, the index, writing (open, append, close), reading, export as text. Not here: the loop over pairs
-// that makes the records (LmTinter), the inversion of them (VR2inv).
+// record a vertex and pair, "<name>_idx.log" describes the project, the swaths and the pairs.
+// Here:     the records, the index, writing (open, append, close), reading, export as text.
+// Not here: the loop over pairs that makes the records (LmTinter), the inversion of them (VR2inv).
 #pragma once
 #include <cstdint>
 #include <string>

@@ -15,7 +15,7 @@ bool fail(const std::string& what, const std::string& file) {
   return false;
 }
 
-// A blank-separated line, read field by field; ok() tells whether all fields so far were there and valid.
+// A blank-separated line, read field by field; ok() is true while all fields were there and valid.
 class Fields {
  public:
   explicit Fields(const std::string& line) : text_(line) {}

@@ -33,7 +33,7 @@ struct [[gnu::packed]] GridHdr {  // start of ".gmT.idx"; the u16 table gT follo
 };
 static_assert(sizeof(GridHdr) == 25);
 
-// The grid of one swath as its index tells it; tile numbers are those of the tile table.
+// The grid of one swath as described by its index; tile numbers are those of the tile table.
 struct SwGrid {
   std::shared_ptr<const PosFileIn> words;  // ".gmT.ZDS", open
   GridHdr hdr;

@@ -24,7 +24,7 @@ extern const char* const EXT_GMTZDS;   // ".gmT.ZDS": grid
 extern const char* const EXT_GMTSUM;   // ".gmT.sum": checksums of the two
 extern const char* const EXT_GMTLOCK;  // ".gmT.lock"
 
-// What tells whether the source of a swath has changed: the modification time of its file in seconds, for a
+// The stamp by which a changed source of a swath is recognised: the modification time of its file in seconds, for a
 // union the stamp of its members as its index has it. -1 when there is none.
 int64_t source_tstamp(const CacheName& swath);
 

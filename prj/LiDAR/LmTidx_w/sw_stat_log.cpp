@@ -7,7 +7,8 @@
 
 namespace veld {
 namespace {
-constexpr double KM_FROM = 10000;  // m: lengths are told in kilometres when the longest swath reaches this
+constexpr double KM_FROM =
+    10000;  // m: lengths are reported in kilometres when the longest swath reaches this
 
 struct LengthUnit {
   const char* letter;  // "k" or ""

@@ -10,7 +10,7 @@
 
 namespace veld {
 namespace {
-constexpr size_t HIST_MAX = 1u << 20;  // points of a microtile that are told apart
+constexpr size_t HIST_MAX = 1u << 20;  // larger counts of points share the last bin
 
 // Value below which the given fraction of the values lies; reorders them.
 int32_t percentile(std::vector<int32_t>& values, double fraction) {

@@ -88,7 +88,7 @@ TTstate TileGrid::open_cell(Cell& cell, uint32_t XI, uint32_t YI) {
   return TTstate::good;
 }
 
-// Appends the buffer to the tile's file. A tile cannot hold more points than its count can tell.
+// Appends the buffer to the tile's file. A tile cannot hold more points than its counter.
 TTstate TileGrid::flush_cell(Cell& cell) {
   if (cell.n > UINT32_MAX - TILE_BUFFER || !cell.file->write(cell.buf, cell.fill))
     return TTstate::write_failed;

@@ -1,5 +1,5 @@
 // prj/LiDAR/LmTplot/swath_inter.h
-// Which pairs of swaths can overlap at all, told from their boxes and rectangles only.
+// Which pairs of swaths can overlap, by their bounding boxes and rectangles alone.
 #pragma once
 #include <cstdint>
 #include <utility>

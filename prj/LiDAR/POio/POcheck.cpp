@@ -111,7 +111,7 @@ void roll_start(POcheck& list) {
   }
 }
 
-// The first records of a list, when nothing tells yet which are right: takes the longest sequence of records that
+// The first records of a list, while it is unknown which are right: takes the longest sequence of records that
 // follow each other. A first time far in front of the others is wrong.
 void take_start(POcheck& list) {
   roll_start(list);

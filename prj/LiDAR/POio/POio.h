@@ -51,7 +51,7 @@ struct POread {          // how a file is to be read; the same for all files of 
   double tsup = 2e307;
 };
 
-struct POscan {       // what a scan tells
+struct POscan {       // result of a scan
   int fmt = 0;        // POformat
   bool tadj = false;  // times are adjusted standard GPS time (GPS seconds - 1e9), else seconds of the week
   double t0 = 0;      // s, first time after conversion
@@ -62,7 +62,7 @@ struct POscan {       // what a scan tells
   bool yaw = true;
 };
 
-// Reads only what tells time and format: the first and the last record. With AUTO_ADJ the adjusted flag
+// Reads only the first and the last record, for time and format. With AUTO_ADJ the adjusted flag
 // follows the time stamps. False after an ERROR line.
 [[nodiscard]] bool scan_PO(const std::string& path, const POread& par, POscan& scan);
 
@@ -92,7 +92,6 @@ POstat comp_PO_dt_stat(const Vector<PO>& po, int proj, bool tadj);
 double mean_dt_PO(const Vector<PO>& po);
 
 // ---- interpolation: any thread, no allocation. dt > 0 and a non-empty list are asserted
-// ------------------------
 
 constexpr double PO_TTOL = 0.1;  // s, accepted beyond both ends; the end sample is the answer there
 

@@ -94,7 +94,7 @@ bool start_txt(const std::string& path, const POread& par, TxtStart& start, bool
   return file_time_scale(path, start.first, par, start.deltat, adj);
 }
 
-// Last time of the file, rollover corrected. False: it cannot be told.
+// Last time of the file, rollover corrected. False: unknown.
 bool last_time(const std::string& path, const POread& par, const TxtStart& start, double& last) {
   const std::vector<double> tail = tail_times(path, start.col, PO_time_is_hms(par.time));
   last = tail.empty() ? start.first : end_time(tail);

@@ -207,7 +207,7 @@ void delete_Vmap_unc_wb(dUParamTile& T, const Image<xyz>& Unc, int ti);
 
 // --- One level (TNRreg_core.cpp)
 bool core_nr_reg_tiles(dUParamTiles& Q, int J);
-struct NRlevel {  // what nr_reg_tiles is told about a level
+struct NRlevel {  // what nr_reg_tiles needs of a level
   int J = 0, Jstart = 0, Jend = 0;
   int buf = 0, dim = 0;
 };

@@ -24,7 +24,7 @@ struct SymBlock {
   float v[6];
 };
 
-// A vector over the vertices: V is float, or v8f for eight vectors side by side. The alignment is told, as the
+// A vector over the vertices: V is float, or v8f for eight vectors side by side. The alignment is given, as the
 // compiler's own depends on the instruction set.
 template <typename V>
 struct alignas(sizeof(V)) V3 {
@@ -47,7 +47,7 @@ struct NormalEq {
   std::vector<SymBlock> inverse;   // of self with the damping; 0 but at parameters
   std::vector<std::pair<uint32_t, uint32_t>> seam;  // slave, partner
   // Squared slope, of the size that noise makes, below which slopes count for less: 0 in the steps, which follow the
-  // gradient; for uncertainties, as slopes of noise tell nothing about shifts.
+  // gradient; for uncertainties, as slopes of noise say nothing about shifts.
   float slope_noise = 0;
   float damping = 0;             // share of the diagonal that is added to it
   float common = 0;              // added to the diagonal of each parameter

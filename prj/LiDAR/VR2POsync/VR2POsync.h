@@ -1,6 +1,8 @@
 // prj/LiDAR/VR2POsync/VR2POsync.h
 // Synchronisation: which trajectory file flew which swath, one time base for both, and a trajectory cache per
-// swath. Here:     DUT_PO_sync and IDX_PO_sync with their parameters and result, the caches, interpolation at times of vectors.
+// swath.
+// Here:     DUT_PO_sync and IDX_PO_sync with their parameters and result, the caches, interpolation at times
+//           of vectors.
 // Not here: reading of trajectory files (POio), the DUT file (DUTio), the sensor model (VR2geom).
 //
 // Time base: synchronised time = raw time of the swath + TimeCorr of the swath. Caches, tmin, tmax and the
@@ -95,9 +97,8 @@ struct POsync {
 // The whole synchronisation of a project against the registration result "<dutname>.dut",
 // "<dutname>_idx.log". Uses of prj: swath paths, trajectory files and groups, channels of groups, mounts,
 // georeferencing, name (base of the logs); times, groups, channels and the area come from the index. Writes
-// "_PO_stat.log", "_PO_sync_stat.log",
-// "_ch_stat.log", "_sw_PO_rej.log", "_PO_rej.log" and a ".poc" per swath in TMPDIR. Returns the number of
-// usable mobile swaths; 0 after an ERROR line.
+// "_PO_stat.log", "_PO_sync_stat.log", "_ch_stat.log", "_sw_PO_rej.log", "_PO_rej.log" and a ".poc" per swath
+// in TMPDIR. Returns the number of usable mobile swaths; 0 after an ERROR line.
 [[nodiscard]] int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par,
                               POsync& res);
 
@@ -106,7 +107,6 @@ struct POsync {
 [[nodiscard]] int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, POsync& res);
 
 // ---- trajectory caches
-// -----------------------------------------------------------------------------------------
 
 std::string POC_name(const CacheName& swath, int sw);  // file of swath number sw, in TMPDIR
 // Writes a cache whole or not at all. dt: TimeCorr of the trajectory file. False after an ERROR line.

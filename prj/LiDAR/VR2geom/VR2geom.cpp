@@ -8,7 +8,6 @@
 
 namespace veld {
 // ---- rotations
-// -------------------------------------------------------------------------------------------------
 
 Rot3 product(const Rot3& A, const Rot3& B) {
   Rot3 C;
@@ -76,7 +75,6 @@ void rotate_IMU(Vector<PO>& po, const xyz& imu_deg) {
 }
 
 // ---- frame of a time, columns of a point
-// -----------------------------------------------------------------------
 
 void comp_TrajFrame(const dxyz& O, const xyz& Att, const SwRot& rot, TrajFrame& frame) {
   frame.O = O;
@@ -172,7 +170,6 @@ float comp_int_pitch(const TrajFrame& frame, const dxyz& P) {
 }
 
 // ---- tables over time
-// ------------------------------------------------------------------------------------------
 
 namespace {
 xyz sample_nodes(const NodePos& pos, const Vector<xyz>& table) {

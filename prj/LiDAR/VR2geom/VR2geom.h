@@ -1,7 +1,8 @@
 // prj/LiDAR/VR2geom/VR2geom.h
 // The geometric sensor model: how a point moves when lever, boresight, internals or the trajectory change.
 // Here:     rotations, the frame of a point, design columns, point correction, table interpolation, output
-// angles. Not here: calibration records and their files (calib.h), trajectories (POio), estimation (VR2inv).
+//           angles.
+// Not here: calibration records and their files (calib.h), trajectories (POio), estimation (VR2inv).
 //
 // World: X east, Y north, Z up. Body: x forward, y right, z down. Internal coordinates (ICS): x along-track,
 // y across-track, z along the nadir beam. Corrections are added to points. Angles in degrees in Att, Mount
@@ -24,7 +25,6 @@ constexpr float NO_ANGLE = 1000.0f;                  // undefined angle
 constexpr int N_INTERNAL = 7;                        // internal parameters
 
 // ---- rotations
-// -------------------------------------------------------------------------------------------------
 
 struct Rot3 {  // three rows; the identity by default
   xyz row[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
@@ -57,7 +57,6 @@ void chMount2R(const Vector<int>& group, const std::vector<Mount>& mounts, bool 
 void rotate_IMU(Vector<PO>& po, const xyz& imu_deg);
 
 // ---- frame of a time, columns of a point
-// -----------------------------------------------------------------------
 
 struct TrajFrame {  // all that depends on time only
   dxyz O;           // trajectory position; O.z = -9999 when there is none
@@ -99,7 +98,6 @@ struct BodyICS {  // one row of the geometry check
 BodyICS comp_BodyICS(const TrajFrame& frame, const dxyz& P);
 
 // ---- tables over time
-// ------------------------------------------------------------------------------------------
 
 // Place of time t among n nodes t0 + k Dt: node i0 with weight 1 - f, node i0 + 1 with weight f. Before the
 // first and behind the last node that node alone counts (f = 0, i0 + 1 isn't to be read).
@@ -125,7 +123,6 @@ void linreg_xyz(const Vector<double>& t, const Vector<xyz>& v, dxyz& a, dxyz& b)
 xyz sample_corr_img(const Image<xyz>& img, double u, double v);
 
 // ---- point correction
-// ------------------------------------------------------------------------------------------
 
 struct CorrWarp {                   // a correction image; off when img is null
   const Image<xyz>* img = nullptr;  // displacements to remove
@@ -158,7 +155,7 @@ struct SwathCorr {
   uint32_t imask = 0;  // bit k: I[k] isn't zero
 };
 // Fills the derived fields; call it after the last change of the others. False when po is missing or empty
-// though a part needs it, or a table that is switched on is missing (no ERROR line: the caller knows the
+// though a part needs it, or a table that is switched on is missing (no ERROR line: the caller has the
 // swath). Shifts, warps and drift positions alone need no trajectory: with po = null all times are valid.
 [[nodiscard]] bool init_SwathCorr(SwathCorr& corr);
 

@@ -15,7 +15,6 @@
 
 namespace veld {
 // ---- input
-// -----------------------------------------------------------------------------------------------------
 
 struct InvPair {           // one registered pair; all vectors of length np
   int sw1 = 0, sw2 = 0;    // swath numbers
@@ -55,7 +54,6 @@ struct InvInput {
 };
 
 // ---- parameters
-// ------------------------------------------------------------------------------------------------
 
 struct InvParam {
   // Calibration (-cal): which unknowns exist.
@@ -104,7 +102,6 @@ struct InvParam {
 };
 
 // ---- result
-// ----------------------------------------------------------------------------------------------------
 
 struct InvResult {
   std::vector<Calib> calib;                 // distinct calibration sets (lever m, boresight rad, internals)
@@ -134,9 +131,8 @@ struct InvResult {
 };
 
 // Runs the inversion. name: base path of the outputs ("_cal.log", "_cal.txt", "_cal_cov.txt",
-// "_inv_stat.log",
-// "_int_rej.log"); empty for none. False after an ERROR line. A failed step 2 is a WARNING: the result of
-// step 1 stands.
+// "_inv_stat.log", "_int_rej.log"); empty for none. False after an ERROR line. A failed step 2 is a WARNING:
+// the result of step 1 stands.
 [[nodiscard]] bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& par,
                                  InvResult& res);
 }  // namespace veld

@@ -56,12 +56,12 @@ struct PairState {         // vectors are those of the pair
   AttCols A[2];            // for the first and the second swath
 };
 
-// What is expected of the drift before the data speak: a process with these standard deviations and this
+// The prior of the drift: a process with these standard deviations and this
 // correlation time, per component.
 struct DriftPrior {
   xyz T = {0, 0, 0};  // m
   xyz A = {0, 0, 0};  // rad
-  double rate = 0;    // m/sqrt(h), change of position: Spri. 0: nodes do not know of each other
+  double rate = 0;    // m/sqrt(h), change of position: Spri. 0: nodes are independent
 };
 
 struct InvCalDrift {

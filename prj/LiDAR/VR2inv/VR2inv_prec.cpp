@@ -10,7 +10,7 @@ namespace veld {
 namespace {
 constexpr uint64_t MIN_REF_VECTORS = 10;  // fewer can't carry a global shift
 
-struct PrecCount {                        // what init_prec tells in the end
+struct PrecCount {                        // what init_prec reports
   int nfiltered = 0;                      // pairs removed by the filters
   int nadjusted = 0;                      // pairs with thinned data
   int nint_ok = 0;                        // pairs with accepted vectors

@@ -57,7 +57,7 @@ struct DriftEq {      // P x = Y, P symmetric
   void add_diag(int node, int c, double value) { nodes.block(node, node)[c * stride + c] += value; }
 };
 
-struct SparseList {  // as the solver wants it
+struct SparseList {  // as the solver takes it
   Vector<double> D, A;
   Vector<uint32_t> U, V;
   uint64_t n = 0;

@@ -1,6 +1,6 @@
 // prj/LiDAR/VR2proc/global_shift.h
 // Shifts of whole swaths (T0 of the correction tables): to the references, and what cancels flat effects that
-// overlaps alone cannot tell. What stands in T0 is added to the points, the logs and the check alike.
+// overlaps alone do not determine. What stands in T0 is added to the points, the logs and the check alike.
 #pragma once
 #include <vector>
 

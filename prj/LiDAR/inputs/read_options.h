@@ -1,7 +1,8 @@
 // prj/LiDAR/inputs/read_options.h
 // From the command line to option values: one loop asks the rows of the table, first by long, then by short
-// names. Here:     the questions and what the program keeps of them. Not here: the rows (options.h), the
-// parser (lib/optparser), derived defaults and rules (rules.h).
+// names.
+// Here:     the questions and what the program keeps of them.
+// Not here: the rows (options.h), the parser (lib/optparser), derived defaults and rules (rules.h).
 #pragma once
 #include <string>
 

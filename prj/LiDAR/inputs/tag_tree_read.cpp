@@ -187,7 +187,7 @@ bool TreeReader::close_tag(const TagLine& tag) {
   return end_flight();
 }
 
-// A file that is missing is told, and the rest is read all the same.
+// A missing file is reported, and the rest is read nevertheless.
 void TreeReader::add(FileList& list, const std::string& pattern, int group, const std::string& failure) {
   if (update_file_list(list, {}, pattern, group, true, tree.rules)) return;
   ERROR_MSG(failure);

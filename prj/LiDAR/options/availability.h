@@ -1,5 +1,5 @@
 // prj/LiDAR/options/availability.h
-// Options whose work this version does not do: what is asked for in vain stops the run, what is only on by
+// Options whose work this version does not do: an option that asks for it stops the run, what is only on by
 // default is left out and reported once.
 // Here:     the questions about the availability of options.
 // Not here: which options these are (the rows of the option table say it), rules between options that are

@@ -72,7 +72,7 @@ ProgramPaths place_program_files(const std::string& execpath, const std::string&
   paths.base = paths.options_base = change_extension(execpath, "");
   std::string dir, name;
   split_path(paths.base, dir, name);
-  // Without a place in the home directory the one beside the executable stays, and the lock tells the
+  // Without a place in the home directory the one beside the executable stays, and the lock reports the
   // failure.
   if (!dir_writable(dir.empty() ? "." : dir)) use_state_directory(home, paths);
   return paths;

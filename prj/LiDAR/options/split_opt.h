@@ -1,7 +1,8 @@
 // prj/LiDAR/options/split_opt.h
 // Inputs that hold several channels: by which attribute of the points they are split, and into how many
-// files. Here:     the option's arguments, and the lists of boresights and channels that go with a split
-// input. Not here: the splitting itself; the tags that carry the same (tag_tree.h).
+// files.
+// Here:     the option's arguments, and the lists of boresights and channels that go with a split input.
+// Not here: the splitting itself; the tags that carry the same (tag_tree.h).
 #pragma once
 #include <string>
 #include <vector>
@@ -10,7 +11,7 @@
 
 namespace veld {
 constexpr int MAX_CH_SPLIT = 32;   // channels that one input may be split into
-constexpr int SPLIT_VALUES = 256;  // values of an attribute that can be told apart
+constexpr int SPLIT_VALUES = 256;  // values that an attribute can have
 
 // In the order of the words in SPLIT_WORDS.
 enum class SplitType { direction, channel, angle, user_data, source_id, classification, beam_id };

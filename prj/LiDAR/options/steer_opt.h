@@ -29,9 +29,9 @@ struct DriftOpt {
 // mistake.
 [[nodiscard]] bool steer_correction(const Options& o, CorrParam& par);
 
-// The line of the console that tells names and kinds of the corrected files.
+// Reports names and kinds of the corrected files on the console.
 void show_output_name(const OutputName& out, const Options& o);
 
-// The four strings, for runs that do not use them: a mistake in them is told all the same.
+// Checks the four strings for runs that do not use them, so that a mistake in them is reported too.
 [[nodiscard]] bool check_steering(const Options& o);
 }  // namespace veld

@@ -30,12 +30,12 @@ struct Run {
   Project prj;
   Commands cmd = {};
   std::vector<uint8_t> xcls;  // classes to drop
-  bool mistake = false;       // something was wrong already: the run stops once all mistakes are told
+  bool mistake = false;       // a mistake was found: the run stops once all are reported
 };
 
 // Units, coordinate system and the tests that end the run.
 Step prepare_project(Run& run);
-// Exclusions, steering strings and all lists of files. Every mistake is told before the run stops.
+// Exclusions, steering strings and all lists of files. Every mistake is reported before the run stops.
 Step list_inputs(Run& run);
 // The sequences: once, or twice with -align2.
 Step process(Run& run);

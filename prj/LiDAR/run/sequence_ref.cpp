@@ -68,7 +68,7 @@ bool bbox_rej_ovr_mob(const Project& prj, const Tovr& ovr, std::vector<bool>& dr
   for (size_t i = 0; i < prj.swaths.size(); i++) {
     if (!prj.swaths[i].fixed) continue;
     std::unique_ptr<LASreader> reader = las_read_open(prj.swaths[i].path(), INPARSE, false, 0);
-    if (!reader) continue;  // the tiling tells why, and rejects it
+    if (!reader) continue;  // the tiling reports why, and rejects it
     const LASheader& h = reader->header;
     if (!(std::isfinite(h.min_x + h.max_x) && std::isfinite(h.min_y + h.max_y))) continue;  // the same
     dropped[i] = !meets_map(ovr, static_cast<double>(prj.scale.mTsize), h.min_x * DATAUNIT,

@@ -19,7 +19,7 @@
 namespace veld {
 namespace {
 constexpr uint64_t MIN_REG_MT = 16;  // microtiles of overlap that a registration needs at least
-constexpr double KM2_FROM = 1e7;     // m2: larger areas are told in km2
+constexpr double KM2_FROM = 1e7;     // m2: larger areas are reported in km2
 
 struct Work {           // what the run does with the overlaps
   bool DOGRID = false;  // grids are needed: to register, to measure, or for the check after a correction
