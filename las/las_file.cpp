@@ -4,30 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <mutex>
-#include <utility>
-#include <vector>
+
+#include "las/las_context.h"
 
 namespace veld {
-namespace {
-// The files open for reading in the whole process, by device and inode; one entry for each reader.
-std::mutex open_mutex;
-std::vector<std::pair<uint64_t, uint64_t>>& open_files() {
-  static std::vector<std::pair<uint64_t, uint64_t>> files;
-  return files;
-}
-}  // namespace
-
 LasInFile::~LasInFile() {
   if (fd_ < 0) return;
   ::close(fd_);
-  const std::lock_guard<std::mutex> lock(open_mutex);
-  auto& files = open_files();
-  const auto mine = std::find(files.begin(), files.end(), std::pair(device_, inode_));
-  if (mine != files.end()) files.erase(mine);
+  las_context().sources.drop(device_, inode_);
 }
 
 bool LasInFile::open(const std::string& name, std::string& error) {
@@ -48,8 +34,7 @@ bool LasInFile::open(const std::string& name, std::string& error) {
   size_ = static_cast<uint64_t>(st.st_size);
   device_ = st.st_dev;
   inode_ = st.st_ino;
-  const std::lock_guard<std::mutex> lock(open_mutex);
-  open_files().emplace_back(device_, inode_);
+  las_context().sources.add(device_, inode_);
   return true;
 }
 
@@ -73,10 +58,6 @@ bool LasInFile::read_at(uint64_t offset, void* to, uint64_t n) const {
 
 bool las_is_open_for_reading(const std::string& path) {
   struct stat st;
-  if (stat(path.c_str(), &st) != 0) return false;
-  const std::pair<uint64_t, uint64_t> key(st.st_dev, st.st_ino);
-  const std::lock_guard<std::mutex> lock(open_mutex);
-  const auto& files = open_files();
-  return std::find(files.begin(), files.end(), key) != files.end();
+  return stat(path.c_str(), &st) == 0 && las_context().sources.holds(st.st_dev, st.st_ino);
 }
 }  // namespace veld

@@ -11,33 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "las/las_context.h"
+
 namespace veld {
-// Threads that all coders of the process may use together, the callers of readers and writers included.
-// A file counts its calling thread while it is open.
-class CodecBudget {
- public:
-  static CodecBudget& instance();
-  void set_threads(int n);
-  int threads();
-  void add_caller(std::thread::id caller);
-  void drop_caller(std::thread::id caller);
-  // Workers that may run beside the callers at the moment.
-  int spare();
-  // Waits until the calling worker may run, or `stop` is true (then false).
-  bool acquire(const bool& stop);
-  void release();
-  // Sets `stop` so that a waiting worker sees it.
-  void stop_waiting(bool& stop);
-
- private:
-  int spare_locked() const;
-  std::mutex mutex_;
-  std::condition_variable change_;
-  int threads_ = 1;
-  int running_ = 0;
-  std::vector<std::thread::id> callers_;  // one entry for each open file
-};
-
 template <typename Slot>
 class ChunkRing {
  public:
@@ -46,19 +22,19 @@ class ChunkRing {
 
   explicit ChunkRing(Code code, bool threaded = true)
       : code_(std::move(code)), caller_(std::this_thread::get_id()) {
-    CodecBudget::instance().add_caller(caller_);
-    nworkers_ = threaded ? std::clamp(CodecBudget::instance().threads() - 1, 0, MAX_WORKERS) : 0;
+    las_context().codecs.add_caller(caller_);
+    nworkers_ = threaded ? std::clamp(las_context().codecs.threads() - 1, 0, MAX_WORKERS) : 0;
     slots_.resize(static_cast<size_t>(nworkers_ > 0 ? 2 * (nworkers_ + 1) : 1));
   }
   ~ChunkRing() {
-    CodecBudget::instance().stop_waiting(stop_budget_);
+    las_context().codecs.stop_waiting(stop_budget_);
     {
       const std::lock_guard<std::mutex> lock(mutex_);
       stop_ = true;
     }
     change_.notify_all();
     for (std::thread& worker : workers_) worker.join();
-    CodecBudget::instance().drop_caller(caller_);
+    las_context().codecs.drop_caller(caller_);
   }
   ChunkRing(const ChunkRing&) = delete;
   ChunkRing& operator=(const ChunkRing&) = delete;
@@ -68,7 +44,7 @@ class ChunkRing {
   uint64_t pending() const { return tail_ - head_; }
   // May another chunk be queued? Fewer are held while other files share the threads.
   bool has_room() const {
-    const int spare = nworkers_ > 0 ? CodecBudget::instance().spare() : 0;
+    const int spare = nworkers_ > 0 ? las_context().codecs.spare() : 0;
     return pending() <
            std::min<uint64_t>(slots_.size(), spare > 0 ? 2 * static_cast<uint64_t>(spare + 1) : 1);
   }
@@ -143,12 +119,12 @@ class ChunkRing {
         change_.wait(lock, [this] { return stop_ || next_queued(); });
         if (stop_) return;
       }
-      if (!CodecBudget::instance().acquire(stop_budget_)) return;
+      if (!las_context().codecs.acquire(stop_budget_)) return;
       {
         std::unique_lock<std::mutex> lock(mutex_);
         if (Held* next = stop_ ? nullptr : next_queued()) code_unlocked(*next, thread, lock);
       }
-      CodecBudget::instance().release();
+      las_context().codecs.release();
     }
   }
 

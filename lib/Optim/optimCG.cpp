@@ -184,12 +184,9 @@ bool inv_M_Cholesky(const Image<double>& P, Image<double>& M) {
 uint64_t inv_sparse_linsys_CG_DI(Vector<double>& X, const Vector<double>& Y, const Vector<double>& A_s,
                                  const Vector<uint32_t>& U_s, const Vector<uint32_t>& V_s, uint64_t dim_s,
                                  uint64_t kiter, double prec) {
-  static Vector<double> res, dir, prod;  // of the process, kept while the size stays the same
   const uint64_t dim = Y.size();
+  Vector<double> res(dim), dir(dim), prod(dim);
   X.resize(dim, 0.0);
-  res.resize(dim);
-  dir.resize(dim);
-  prod.resize(dim);
   copy(res, Y);  // X is 0
   copy(dir, Y);
   double *x = X.val, *r = res.val, *p = dir.val, *q = prod.val;

@@ -40,7 +40,7 @@ double norm2(const Vector<double>& v);  // sum of squares (no root); asserts not
 // back. kiter: the iteration limit is dim x kiter. prec: bound of the squared residual norm relative to that
 // of the start, so 1e-10 means a relative residual of 1e-5. Reaching the limit is no failure, only marked in
 // the log. False: an infinity, u >= v or an index out of range in the list, a negative diagonal or one that
-// is all zero. A zero on the diagonal becomes 1. Not re-entrant: the work vectors belong to the process.
+// is all zero. A zero on the diagonal becomes 1.
 [[nodiscard]] bool inv_sparse_LS_CG(Vector<double>& X, Vector<double>& Y, Vector<double>& D,
                                     Vector<double>& A_s, const Vector<uint32_t>& U_s,
                                     const Vector<uint32_t>& V_s, uint64_t dim_s, uint64_t kiter, double prec);

@@ -2,8 +2,11 @@
 // The global values of a run, set once at its start, read everywhere, changed by no stage.
 // Here:     the tuning values, which options set as one struct; directories, units and the name of the program,
 //           which follow from options and files.
-// Not here: parameters of one stage (its own struct). Besides these values only the logs, the console's progress
-//           and the list of unfinished results are global (lib/general).
+// Not here: parameters of one stage (its own struct).
+//
+// Also global, each behind its own header: the logs, the progress on the console and the list of unfinished results
+// (lib/general), the threads of the codecs and the list of open sources (las/las_context.h), the debug level of the
+// solvers (lib/Optim/optimCG.h). PROJ's objects belong to the thread that uses them (geo/georef.h).
 #pragma once
 #include <string>
 

@@ -8,6 +8,7 @@
 #include "lib/general/log.h"
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/tuning.h"
@@ -113,9 +114,10 @@ bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used, std
   Totals totals;
   for (size_t i = 0; i < todo.size(); i++) totals.queue.push_back(i);
   progress_start(static_cast<int>(todo.size()));
-  std::vector<std::thread> threads;
-  for (int id = 0; id < nth; id++) threads.emplace_back([&, id] { th_LmT_tile(job, slots, totals, id); });
-  for (std::thread& thread : threads) thread.join();
+  run_units(nth, nth, [&](int64_t id, int) {  // a unit is a worker: the queue of swaths may get longer again
+    th_LmT_tile(job, slots, totals, static_cast<int>(id));
+    return true;
+  });
   // The totals are added anew in swath order: they must not depend on the order of finishing.
   for (size_t i = 0; i < todo.size(); i++) {
     const SwathSlot& slot = slots[i];

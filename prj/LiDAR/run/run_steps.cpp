@@ -6,6 +6,7 @@
 
 #include "las/las_access.h"
 #include "las/lasreader.h"
+#include "lib/Optim/optimCG.h"
 #include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
@@ -70,6 +71,7 @@ Step defaults_and_directories(Run& run) {
   derive_defaults(o, run.cl.given);
   TUNING = o.tuning;
   las_set_threads(NTHREADS);
+  OPTIM_DEBUG = {DEBUG_LEVEL, TMPDIR};
   SOFTINFO = soft_info();
   LOG_LINE("MEM_MB=" << MEM_MB << " NTHREADS=" << NTHREADS << " NTHREADSIO=" << NTHREADSIO
                      << " logflush=" << o.log_flush);

@@ -1,11 +1,29 @@
-#include "las/laz_ring.h"
+#include "las/las_context.h"
+
+#include <algorithm>
 
 #include "las/lasreader.h"
 
 namespace veld {
-CodecBudget& CodecBudget::instance() {
-  static CodecBudget budget;
-  return budget;
+LasContext& las_context() {
+  static LasContext context;
+  return context;
+}
+
+void OpenSources::add(dev_t device, ino_t inode) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  files_.emplace_back(device, inode);
+}
+
+void OpenSources::drop(dev_t device, ino_t inode) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = std::find(files_.begin(), files_.end(), std::pair(device, inode));
+  if (found != files_.end()) files_.erase(found);
+}
+
+bool OpenSources::holds(dev_t device, ino_t inode) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return std::find(files_.begin(), files_.end(), std::pair(device, inode)) != files_.end();
 }
 
 void CodecBudget::set_threads(int n) {
@@ -63,6 +81,6 @@ void CodecBudget::stop_waiting(bool& stop) {
   change_.notify_all();
 }
 
-void las_set_threads(int n) { CodecBudget::instance().set_threads(n); }
-int las_threads() { return CodecBudget::instance().threads(); }
+void las_set_threads(int n) { las_context().codecs.set_threads(n); }
+int las_threads() { return las_context().codecs.threads(); }
 }  // namespace veld
