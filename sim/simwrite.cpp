@@ -128,8 +128,7 @@ bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::ve
   j["sow_start"] = spec.sow0;
   j["sign_note"] =
       "boresight, lever and internal values are corrections to add; drift is recorded less true; true "
-      "positions "
-      "stand on the datum of the reference, shifted by shift_m";
+      "positions stand on the datum of the reference, shifted by shift_m";
   j["noise"] = {{"range_m", spec.range_noise}, {"angle_deg", spec.angle_noise_deg}};
   j["boresight_deg"] = json_xyz(spec.boresight_deg);
   j["lever_m"] = json_xyz(spec.lever);

@@ -44,41 +44,34 @@ std::string option_item(const OptRow& row) {
 std::string description() {
   return paragraph(
              "veldrunner aligns strips of airborne and UAV LiDAR. It takes swaths (LAS, LAZ), the "
-             "trajectories "
-             "that flew them, and mount or calibration values; measures the displacement between overlapping "
-             "swaths with its uncertainty; inverts the displacements for sensor calibration and trajectory "
-             "drift; writes corrected swaths; and reports the fit before and after in logs.") +
+             "trajectories that flew them, and mount or calibration values; measures the displacement "
+             "between overlapping swaths with its uncertainty; inverts the displacements for sensor "
+             "calibration and trajectory drift; writes corrected swaths; and reports the fit before and "
+             "after in logs.") +
          paragraph(
              "A run has at most one command (-scan, -fastqc, -reg, -corr, -align, -align2, -calib, -undo, "
-             "-cut, "
-             "-plot_po); without one it checks the overlaps. Each -i is a group: its swaths share trajectory "
-             "parameters and mount. Patterns may be quoted; the program expands them.") +
+             "-cut, -plot_po); without one it checks the overlaps. Each -i is a group: its swaths share "
+             "trajectory parameters and mount. Patterns may be quoted; the program expands them.") +
          paragraph(
              "An option is a dash and a name; arguments follow after a blank, the first one also after "
-             "\"=\". A "
-             "one-letter name may have its argument right behind it. An option with the values 0 and 1 means "
-             "1 "
-             "when it stands alone. When an option is given twice, the last one counts; the command line "
-             "counts "
-             "over option files.");
+             "\"=\". A one-letter name may have its argument right behind it. An option with the values 0 "
+             "and 1 means 1 when it stands alone. When an option is given twice, the last one counts; the "
+             "command line counts over option files.");
 }
 
 std::string files() {
   return section("FILES") +
          paragraph(
-             "The program keeps its own files beside its executable. When it cannot write there, as after an "
-             "installation by the package manager, it keeps them in ~/.local/state/veldrunner/ under the "
-             "home "
-             "directory that the user database gives, and says so in its log.") +
-         item(
-             "veldrunner.log, veldrunner_b.log",
-             "Logs of the main thread and of the others. They are copied to the output directory at the end; "
-             "older ones are kept with their time in the name.") +
+             "The program keeps its own files beside its executable. When it cannot write there, as after "
+             "an installation by the package manager, it keeps them in ~/.local/state/veldrunner/ under "
+             "the home directory that the user database gives, and says so in its log.") +
+         item("veldrunner.log, veldrunner_b.log",
+              "Logs of the main thread and of the others. They are copied to the output directory at the "
+              "end; older ones are kept with their time in the name.") +
          item("veldrunner.lock", "There while the program runs: one run at a time, unless -mul is given.") +
          item("veldrunner.opt.txt",
-              "Options for every run, one a line, without dashes. It may also lie beside the executable for "
-              "all "
-              "users; a user's own takes its place.") +
+              "Options for every run, one a line, without dashes. It may also lie beside the executable "
+              "for all users; a user's own takes its place.") +
          item("veldrunner_gui.prog", "Progress of the run, with -progress 2.");
 }
 
