@@ -33,6 +33,26 @@ TEST(ResultFile, AppearsWithCommitAndNotBefore) {
   EXPECT_EQ(read_text(name), "own");
 }
 
+TEST(ResultFile, BytesAppearWithCommitAndNotBefore) {
+  TempDir dir;
+  const std::string name = dir.path + "/r.bin";
+  write_text(name, "older");
+  for (const bool commits : {false, true}) {
+    BinResultFile file;
+    ASSERT_TRUE(file.open(name));
+    ASSERT_TRUE(file.write("bytes", 5));
+    ASSERT_TRUE(!commits || file.commit());
+    EXPECT_EQ(read_text(name), commits ? "bytes" : "older");
+  }
+  EXPECT_EQ(read_text(name), "bytes");
+  EXPECT_FALSE(exists(name + ".part"));
+  testing::internal::CaptureStderr();
+  BinResultFile nowhere;
+  EXPECT_FALSE(nowhere.open(dir.path + "/none/r"));
+  EXPECT_FALSE(nowhere.is_open());
+  EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(ResultFile, FailuresAreOneLineAndLeaveNothing) {
   TempDir dir;
   const std::string directory = dir.path + "/d";
