@@ -165,14 +165,15 @@ bool check_nonempty_groups(const Project& prj) {
 }
 
 namespace {
-// The main channel among the swaths of lower channels, down to channel 0, whose time interval overlaps most;
-// -1 when none does.
+// The main channel among the swaths of lower channels of the same sensor, down to channel 0, whose time interval
+// overlaps most; -1 when none does. The groups of a sensor's channels follow that of its channel 0.
 int find_main(const Project& prj, const std::vector<SwathStat>& stat, size_t i, bool only_ch0) {
   int best = -1;
   double most = 0;
   for (size_t j = 0; j < prj.swaths.size(); j++) {
     const Swath& s = prj.swaths[j];
     if (s.fixed || s.channel >= prj.swaths[i].channel || s.mainch != static_cast<int>(j)) continue;
+    if (s.group - s.channel != prj.swaths[i].group - prj.swaths[i].channel) continue;
     if (only_ch0 && s.channel != 0) continue;
     const double overlap = std::min(double{stat[i].info.tmax}, double{stat[j].info.tmax}) -
                            std::max(double{stat[i].info.tmin}, double{stat[j].info.tmin});

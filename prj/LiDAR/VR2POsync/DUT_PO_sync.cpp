@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "lib/general/log.h"
+#include "lib/general/path.h"
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
@@ -49,6 +50,12 @@ bool check_groups(const Project& prj, const DUTidx& idx) {
   }
   if (idx.swaths.size() != prj.swaths.size()) {
     ERROR_MSG("incompatible DUT file, " << idx.swaths.size() << " swaths, project has " << prj.swaths.size());
+    return false;
+  }
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    const std::string name = swath_name(prj.swaths[i]), &line = idx.swaths[i].path;
+    if (base_name(name) == base_name(line) || same_file(name, line)) continue;
+    ERROR_MSG("incompatible DUT file, swath " << i << " is " << line << ", in the project " << name);
     return false;
   }
   return true;
@@ -204,8 +211,10 @@ bool sync_files(SyncJob& job) {
 
 // Reports and judgement. The number of usable swaths; 0 after an ERROR.
 int finish_sync(SyncJob& job, const Stopwatch& watch) {
+  const SyncVerdict verdict = judge_sync(job);
   if (!log_posync(job)) return 0;
-  const bool valid = valid_PO_sync(job);
+  const bool valid = report_verdict(job, verdict) && job.res.nswok > 0;
+  apply_verdict(job, verdict);
   if (valid && !display_traj_proc(job)) return 0;
   LOG_MSG(job.nfiles() << " PO files processed, time tolerance=" << job.par.tol << " | " << watch.text());
   LOG_LINE("/// SYNC_TIME=" << watch.text());

@@ -17,6 +17,7 @@ struct SyncJob {
   bool mobile(int sw) const { return !swath(sw).fixed && swath(sw).group > 0; }
   // Trajectory group that serves a mobile swath, from 0.
   int po_group(int sw) const { return prj.pogroups.size() == 1 ? 0 : swath(sw).group - 1; }
+  int first_file(int f) const { return file(f).dup >= 0 ? file(f).dup : f; }
   int nfiles() const { return static_cast<int>(prj.pofiles.size()); }
   const std::string& file_path(int f) const { return prj.pofiles[static_cast<size_t>(f)].path; }
   int file_group(int f) const { return prj.pofiles[static_cast<size_t>(f)].group - 1; }  // from 0
@@ -31,7 +32,7 @@ struct SyncJob {
   }
 };
 
-// Main channel of every swath; duplicates among the trajectory files, across channels too. False after an
+// Tests the main channel of every swath; finds duplicates among the trajectory files, across channels too. False after an
 // ERROR.
 [[nodiscard]] bool comp_multich(SyncJob& job);
 // One common time interval for all channels of a line; "_ch_stat.log". False after an ERROR.
@@ -52,7 +53,21 @@ POread PO_read_param(const POgroup& group);
 [[nodiscard]] bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached);
 
 [[nodiscard]] bool log_posync(const SyncJob& job);
-[[nodiscard]] bool valid_PO_sync(SyncJob& job);  // sets nswok; false after an ERROR or with no swath left
+
+struct SyncVerdict {           // what becomes of swaths and files
+  std::vector<bool> rejected;  // by swath: it gets no correction
+  std::vector<int> unused;     // files that no swath lies in, nor in one of the same path
+  int nswm = 0;                // mobile swaths
+  int nswmul = 0;              // rejected: more than one file matches
+  int nswrejint = 0;           // rejected: no registration data
+  int nswrejmatch = 0;         // rejected: no file matches
+  int ntraj = 0;               // files, those of one path once
+};
+SyncVerdict judge_sync(SyncJob& job);  // counts the swaths and files of the groups, sets nswok
+// Reports on it; "_sw_PO_rej.log", "_PO_rej.log". False after an ERROR.
+[[nodiscard]] bool report_verdict(const SyncJob& job, const SyncVerdict& v);
+// Takes the files of rejected swaths away; the others get the first file of the same path.
+void apply_verdict(SyncJob& job, const SyncVerdict& v);
 [[nodiscard]] bool display_traj_proc(const SyncJob& job);  // false after an ERROR: no overlap
 
 std::string interval_text(double seconds);  // hh:mm:ss

@@ -78,11 +78,7 @@ bool log_swaths(const SyncJob& job) {
   out.fs << "\nGroup# NSwathsSync NPOFilesSync GPSWeekIn GPSDayIn GPSWeek TimeInt DateTimeMin DateTimeMax "
             "GPSWeekDate\n";
   for (int g = 0; g < static_cast<int>(res.groups.size()); g++) {
-    POgroupState& group = job.group(g);
-    group.nsw = group.nPO = 0;
-    for (int sw = 0; sw < res.idx.nsw(); sw++)
-      group.nsw += job.mobile(sw) && job.po_group(sw) == g && res.sw2fl(sw) >= 0;
-    for (int f = 0; f < job.nfiles(); f++) group.nPO += job.file_group(f) == g && job.file(f).used;
+    const POgroupState& group = job.group(g);
     if (group.Tmin > group.Tmax) continue;
     const POgroup& user = job.prj.pogroups[static_cast<size_t>(g)];
     const uint32_t week = group.adj ? gps_week(group.Tmin + ADJ_S) : 0;
@@ -131,54 +127,58 @@ bool log_posync(const SyncJob& job) {
   return log_files(job) && log_swaths(job);
 }
 
-bool valid_PO_sync(SyncJob& job) {
-  POsync& res = job.res;
-  LOG_ENTER("valid_PO_sync nsw=" << res.idx.nsw() << " ALL=" << job.par.ALL);
-  int nswm = 0, nswmul = 0, nswrejint = 0, nswrejmatch = 0, ntraj0 = 0, ntrajok0 = 0;
-  const std::string swname = job.prj.name + "_sw_PO_rej.log", poname = job.prj.name + "_PO_rej.log";
-  std::vector<std::string> swrej, porej;
-  res.nswok = 0;
-  for (int sw = 0; sw < res.idx.nsw(); sw++) {
+SyncVerdict judge_sync(SyncJob& job) {
+  SyncVerdict v;
+  v.rejected.assign(job.res.idx.swaths.size(), false);
+  for (int sw = 0; sw < job.res.idx.nsw(); sw++) {
     if (!job.mobile(sw)) continue;
-    nswm++;
-    int& fl = res.sw2fl(sw);
-    if (fl == -2) {
-      nswmul++;
-    } else if (!job.regsw[static_cast<size_t>(sw)] && !job.par.ALL) {
-      nswrejint++;
-      fl = -1;
-    } else if (fl == -1) {
-      nswrejmatch++;
-    } else {
-      res.nswok++;
-    }
-    if (fl < 0) swrej.push_back(std::to_string(sw) + " " + job.prj.swaths[static_cast<size_t>(sw)].path());
+    const int fl = job.res.sw2fl(sw);
+    const bool unregistered = !job.regsw[static_cast<size_t>(sw)] && !job.par.ALL;
+    if (fl >= 0) job.group(job.po_group(sw)).nsw++;
+    v.nswm++;
+    (fl == -2 ? v.nswmul : unregistered ? v.nswrejint : fl == -1 ? v.nswrejmatch : job.res.nswok)++;
+    v.rejected[static_cast<size_t>(sw)] = fl < 0 || unregistered;
+  }
+  std::vector<bool> used(job.res.files.size(), false);  // by the file that one stands for
+  for (int f = 0; f < job.nfiles(); f++) {
+    if (!job.file(f).used) continue;
+    job.group(job.file_group(f)).nPO++;
+    used[static_cast<size_t>(job.first_file(f))] = true;
   }
   for (int f = 0; f < job.nfiles(); f++) {
     if (job.file(f).dup >= 0) continue;
-    ntraj0++;
-    bool used = job.file(f).used;
-    for (int e = 0; e < job.nfiles(); e++) used = used || (job.file(e).dup == f && job.file(e).used);
-    ntrajok0 += used;
-    if (!used) porej.push_back(std::to_string(f) + " " + job.file_path(f));
+    v.ntraj++;
+    if (!used[static_cast<size_t>(f)]) v.unused.push_back(f);
   }
-  LOG_LINE("nswm=" << nswm << " nswmul=" << nswmul << " nswrejint=" << nswrejint
-                   << " nswrejmatch=" << nswrejmatch << " ntraj0=" << ntraj0 << " ntrajok0=" << ntrajok0
-                   << " nswok=" << res.nswok);
-  if (nswmul > 0)
-    WARNING_MSG("time sync failed for " << nswmul << " mobile swaths (multiple matching PO files)");
-  report_rejected(nswrejint, nswm, "no registration data", swname);
-  report_rejected(nswrejmatch, nswm, "no single matching PO file", swname);
+  return v;
+}
+
+void apply_verdict(SyncJob& job, const SyncVerdict& v) {
+  for (int sw = 0; sw < job.res.idx.nsw(); sw++) {
+    int& fl = job.res.sw2fl(sw);
+    if (fl >= 0) fl = v.rejected[static_cast<size_t>(sw)] ? -1 : job.first_file(fl);
+  }
+}
+
+bool report_verdict(const SyncJob& job, const SyncVerdict& v) {
+  LOG_ENTER("valid_PO_sync nsw=" << job.res.idx.nsw() << " ALL=" << job.par.ALL);
+  const std::string swname = job.prj.name + "_sw_PO_rej.log", poname = job.prj.name + "_PO_rej.log";
+  std::vector<std::string> swrej, porej;
+  for (size_t sw = 0; sw < v.rejected.size(); sw++)
+    if (v.rejected[sw]) swrej.push_back(std::to_string(sw) + " " + job.prj.swaths[sw].path());
+  for (const int f : v.unused) porej.push_back(std::to_string(f) + " " + job.file_path(f));
+  LOG_LINE("nswm=" << v.nswm << " nswmul=" << v.nswmul << " nswrejint=" << v.nswrejint
+                   << " nswrejmatch=" << v.nswrejmatch << " ntraj0=" << v.ntraj << " ntrajok0="
+                   << v.ntraj - static_cast<int>(v.unused.size()) << " nswok=" << job.res.nswok);
+  if (v.nswmul > 0)
+    WARNING_MSG("time sync failed for " << v.nswmul << " mobile swaths (multiple matching PO files)");
+  report_rejected(v.nswrejint, v.nswm, "no registration data", swname);
+  report_rejected(v.nswrejmatch, v.nswm, "no single matching PO file", swname);
   if (!porej.empty())
-    WARNING_MSG(porej.size() << " out of " << ntraj0 << " PO files were rejected, see file " << poname);
-  LOG_LINE("N PO used " << ntrajok0 << " out of " << ntraj0);
-  if (!write_rejected(swname, "Swath# FileName", swrej) || !write_rejected(poname, "POFile# FileName", porej))
-    return false;
-  for (int sw = 0; sw < res.idx.nsw(); sw++) {
-    int& fl = res.sw2fl(sw);
-    if (fl >= 0 && job.file(fl).dup >= 0) fl = job.file(fl).dup;
-  }
-  return res.nswok > 0;
+    WARNING_MSG(porej.size() << " out of " << v.ntraj << " PO files were rejected, see file " << poname);
+  LOG_LINE("N PO used " << v.ntraj - static_cast<int>(v.unused.size()) << " out of " << v.ntraj);
+  return write_rejected(swname, "Swath# FileName", swrej) &&
+         write_rejected(poname, "POFile# FileName", porej);
 }
 
 bool display_traj_proc(const SyncJob& job) {

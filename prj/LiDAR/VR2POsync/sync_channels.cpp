@@ -11,19 +11,6 @@ namespace veld {
 namespace {
 constexpr size_t MAX_CHANNELS = 32;
 
-bool overlap(const DUTswath& a, const DUTswath& b) { return a.tmin < b.tmax && b.tmin < a.tmax; }
-
-// Main channel swath of a swath of another channel: the groups of a sensor's channels follow that of channel
-// 0.
-int find_main(const SyncJob& job, int sw) {
-  const DUTswath& s = job.swath(sw);
-  for (int m = 0; m < sw; m++) {
-    const DUTswath& c = job.swath(m);
-    if (job.mobile(m) && c.ch == 0 && c.group == s.group - s.ch && overlap(c, s)) return m;
-  }
-  return -1;
-}
-
 // The first file of the same path that a file repeats: in its own group, or for another channel in channel 0.
 int find_duplicate(const SyncJob& job, int f) {
   const int ch = job.channel_of_group(job.file_group(f));
@@ -40,15 +27,14 @@ int find_duplicate(const SyncJob& job, int f) {
 bool comp_multich(SyncJob& job) {
   LOG_ENTER("comp_multich nsw=" << job.res.idx.nsw() << " npo=" << job.nfiles());
   for (int sw = 0; sw < job.res.idx.nsw(); sw++) {
-    const DUTswath& s = job.swath(sw);
-    job.res.mainch(sw) = sw;
-    if (!job.mobile(sw) || s.ch == 0 || s.mainch) continue;
-    const int m = find_main(job, sw);
-    if (m < 0) {
-      ERROR_MSG("PO sync: main channel missing or dropped for swath " << sw << ", channel " << s.ch);
+    const int m = job.prj.swaths[static_cast<size_t>(sw)].mainch;
+    job.res.mainch(sw) = job.mobile(sw) ? m : sw;
+    if (!job.mobile(sw)) continue;
+    if (m < 0 || m >= job.res.idx.nsw() || !job.mobile(m) || job.swath(sw).mainch != (m == sw)) {
+      ERROR_MSG("PO sync: main channel missing or dropped for swath " << sw << ", channel "
+                                                                      << job.swath(sw).ch);
       return false;
     }
-    job.res.mainch(sw) = m;
   }
   for (int f = 0; f < job.nfiles(); f++) {
     job.file(f).dup = find_duplicate(job, f);

@@ -22,19 +22,51 @@ int find_in_index(const DUTidx& idx, const Swath& swath) {
   return nfound == 1 ? found : -1;
 }
 
-// Marks in at, by swath of the index, the project's swath that it is; -1 for those that are missing.
-bool match_swaths(const std::string& dut, const DUTidx& idx, const Project& prj, std::vector<int>& at) {
-  at.assign(idx.swaths.size(), -1);
+// A union of references, which the run makes anew of those that the project has.
+bool is_union_line(const DUTswath& line) { return line.path.ends_with(" input reference swaths)"); }
+
+struct SwathMatch {       // of an index and a project
+  std::vector<int> at;    // by line: the project's swath, -1 for none
+  std::vector<int> rest;  // the project's swaths that no line is of
+  int nmissing = 0;       // lines without a swath
+};
+
+SwathMatch match_swaths(const DUTidx& idx, const Project& prj) {
+  SwathMatch m;
+  m.at.assign(idx.swaths.size(), -1);
   for (size_t s = 0; s < prj.swaths.size(); s++) {
     const int i = find_in_index(idx, prj.swaths[s]);
-    if (i >= 0 && at[static_cast<size_t>(i)] < 0) {
-      at[static_cast<size_t>(i)] = static_cast<int>(s);
-      continue;
-    }
-    ERROR_MSG("swath " << prj.swaths[s].path() << " is not in displacement file " << dut << ".dut");
-    return false;
+    if (i >= 0 && m.at[static_cast<size_t>(i)] < 0)
+      m.at[static_cast<size_t>(i)] = static_cast<int>(s);
+    else
+      m.rest.push_back(static_cast<int>(s));
   }
-  return true;
+  for (size_t i = 0; i < m.at.size(); i++) m.nmissing += m.at[i] < 0 && !is_union_line(idx.swaths[i]);
+  return m;
+}
+
+// The swath of a line that the project lacks. False after an ERROR line.
+bool missing_swath(const std::string& dut, const DUTswath& line, Swath& s) {
+  s.corr = false;
+  s.cache = CacheName(line.path);
+  s.fixed = line.fixed;
+  if (is_regular_file(s.path())) return true;
+  ERROR_MSG("missing swath " << s.path() << " of displacement file " << dut << ".dut");
+  return false;
+}
+
+// The groups are those of the displacement file, whatever the project has of them.
+void take_groups(const DUTidx& idx, const std::vector<size_t>& line_of, Project& prj) {
+  for (size_t i = 0; i < line_of.size(); i++) {
+    const DUTswath& line = idx.swaths[line_of[i]];
+    prj.swaths[i].group = line.fixed ? 0 : line.group;
+    prj.swaths[i].channel = line.ch;
+    prj.nmgrp = std::max(prj.nmgrp, prj.swaths[i].group);
+  }
+  prj.ngrp += prj.nmgrp - static_cast<int>(prj.chgrp.size());
+  prj.chgrp.assign(static_cast<size_t>(prj.nmgrp), 0);
+  for (const Swath& s : prj.swaths)
+    if (!s.fixed) prj.chgrp[static_cast<size_t>(s.group) - 1] = s.channel;
 }
 }  // namespace
 
@@ -42,32 +74,37 @@ bool complete_DUT_swaths(const std::string& dut, Project& prj) {
   LOG_ENTER("complete_DUT_swaths nsw=" << prj.swaths.size() << " dut='" << dut << "'");
   DUTidx idx;
   if (!read_DUT_IDX(dut, idx)) return false;
-  if (prj.swaths.size() >= idx.swaths.size()) return true;
-  std::vector<int> at;
-  if (!match_swaths(dut, idx, prj, at)) return false;
-  std::vector<Swath> swaths(idx.swaths.size());
-  for (size_t i = 0; i < swaths.size(); i++) {
-    Swath& s = swaths[i];
-    const DUTswath& d = idx.swaths[i];
-    s.corr = at[i] >= 0;
-    s.cache = s.corr ? prj.swaths[static_cast<size_t>(at[i])].cache : CacheName(d.path);
-    s.group = d.fixed ? 0 : d.group;
-    s.channel = d.ch;
-    s.fixed = d.fixed;
-    s.mainch = static_cast<int>(i);
-    prj.nmgrp = std::max(prj.nmgrp, s.group);
-    if (is_regular_file(s.path())) continue;
-    ERROR_MSG("missing swath " << s.path() << " of displacement file " << dut << ".dut");
-    return false;
+  const SwathMatch m = match_swaths(idx, prj);
+  std::vector<Swath> swaths;
+  std::vector<size_t> line_of;
+  for (size_t i = 0; i < m.at.size(); i++) {
+    if (m.at[i] < 0 && is_union_line(idx.swaths[i])) continue;
+    Swath s;
+    if (m.at[i] >= 0)
+      s = prj.swaths[static_cast<size_t>(m.at[i])];
+    else if (!missing_swath(dut, idx.swaths[i], s))
+      return false;
+    line_of.push_back(i);
+    swaths.push_back(s);
   }
-  LOG_MSG("Correcting " << std::count_if(prj.swaths.begin(), prj.swaths.end(),
-                                         [](const Swath& s) { return !s.fixed; })
-                        << " swaths with the displacements of all " << swaths.size());
-  prj.ngrp += prj.nmgrp - static_cast<int>(prj.chgrp.size());
-  prj.chgrp.assign(static_cast<size_t>(prj.nmgrp), 0);
-  for (const Swath& s : swaths)
-    if (!s.fixed) prj.chgrp[static_cast<size_t>(s.group) - 1] = s.channel;
+  // References of a union, and what the tiling will reject as it did before; anything else is found to be another
+  // project when the swaths are compared with the index.
+  for (const int s : m.rest) {
+    const Swath& rest = prj.swaths[static_cast<size_t>(s)];
+    if (m.nmissing > 0 && !rest.fixed) {
+      ERROR_MSG("swath " << rest.path() << " is not in displacement file " << dut << ".dut");
+      return false;
+    }
+    const auto end = std::find_if(swaths.begin(), swaths.end(), [](const Swath& w) { return w.fixed; });
+    swaths.insert(rest.fixed ? swaths.end() : end, rest);
+  }
+  if (m.nmissing > 0)
+    LOG_MSG("Correcting " << std::count_if(prj.swaths.begin(), prj.swaths.end(),
+                                           [](const Swath& s) { return !s.fixed; })
+                          << " swaths with the displacements of all " << idx.swaths.size());
   prj.swaths.swap(swaths);
+  for (size_t i = 0; i < prj.swaths.size(); i++) prj.swaths[i].mainch = static_cast<int>(i);
+  if (m.nmissing > 0) take_groups(idx, line_of, prj);
   return true;
 }
 }  // namespace veld

@@ -6,8 +6,9 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-// Brings the other swaths of the displacement file dut (its path without ending) into a project that has only
-// some of them: their displacements determine the corrections too, but only the swaths that were there get
-// corrected files (Swath::corr). A complete project stays as it is. False after an ERROR line.
+// Puts the swaths of a project into the order of the displacement file dut (its path without ending): names decide
+// which is which, whatever order they were given in. Swaths that only the file has come in too: their displacements
+// determine the corrections, but they get no corrected files (Swath::corr). A swath that the file lacks keeps its place
+// behind the others when all of the file's are there, and is an error otherwise. False after an ERROR line.
 [[nodiscard]] bool complete_DUT_swaths(const std::string& dut, Project& prj);
 }  // namespace veld

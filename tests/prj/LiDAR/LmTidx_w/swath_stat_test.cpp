@@ -90,10 +90,14 @@ TEST(Groups, ChannelsFindTheMainChannelOfTheirLine) {
     stat[i].info.tmin = tmin[i];
     stat[i].info.tmax = tmax[i];
     prj.swaths[i].channel = channel[i];
+    prj.swaths[i].group = 1 + channel[i];
   }
   EXPECT_TRUE(comp_mainch_swaths(prj, stat, false));
   const int expected[5] = {0, 1, 0, 1, 4};
   for (size_t i = 0; i < 5; i++) EXPECT_EQ(prj.swaths[i].mainch, expected[i]) << i;
+  prj.swaths[3].group = 4;  // a second sensor in the air at the same time
+  EXPECT_TRUE(comp_mainch_swaths(prj, stat, false));
+  EXPECT_EQ(prj.swaths[3].mainch, 3);
   EXPECT_FALSE(comp_mainch_swaths(prj, stat, true));
 }
 

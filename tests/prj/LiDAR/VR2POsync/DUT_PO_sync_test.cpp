@@ -341,7 +341,9 @@ TEST(DutPoSync, Failures) {
        "ERROR: no registration data in DUT file "},
       {"groups", [](SyncProject& p) { p.prj.pogroups.resize(2); },
        "ERROR: group size mismatch, 2 PO groups and 1 mobile swaths groups"},
-      {"another project", [](SyncProject& p) { p.prj.swaths.pop_back(); }, "ERROR: incompatible DUT file"},
+      {"another project", [](SyncProject& p) { p.prj.swaths.pop_back(); }, "ERROR: incompatible DUT file, 2"},
+      {"another order", [](SyncProject& p) { std::swap(p.prj.swaths[0].cache, p.prj.swaths[1].cache); },
+       "ERROR: incompatible DUT file, swath 0 is "},
       {"no space for caches",
        [](SyncProject& p) {
          TMPDIR = p.dir.path + "/absent/";

@@ -116,7 +116,7 @@ TEST(GrpSyncTime, ChannelsOfALineShareInterval) {
   p.prj.pofiles[1].path += "x";
   EXPECT_EQ(p.run(), 0);
   EXPECT_TRUE(p.has("ERROR: PO sync: group/channel inconsistency for channel 1, PO file ")) << p.said;
-  p.idx.swaths[2].tmin = 2000, p.idx.swaths[2].tmax = 2010;
+  p.prj.swaths[2].mainch = 2;  // not the one that the index says
   EXPECT_EQ(p.run(), 0);
   EXPECT_TRUE(p.has("ERROR: PO sync: main channel missing or dropped for swath 2, channel 1")) << p.said;
 }

@@ -43,6 +43,11 @@ struct SyncProject {
     idx.swaths.push_back(s);
     Swath p;
     p.cache = CacheName(s.path), p.group = group, p.channel = ch, p.fixed = s.fixed;
+    p.mainch = static_cast<int>(prj.swaths.size());
+    for (int m = 0; ch > 0 && m < static_cast<int>(prj.swaths.size()); m++) {  // channels of a line overlap
+      const DUTswath& line = idx.swaths[static_cast<size_t>(m)];
+      if (line.ch == 0 && line.group == group - ch && line.tmin < tmax && tmin < line.tmax) p.mainch = m;
+    }
     prj.swaths.push_back(p);
     return static_cast<int>(idx.swaths.size()) - 1;
   }
