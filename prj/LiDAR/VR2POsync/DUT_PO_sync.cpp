@@ -52,10 +52,24 @@ bool check_groups(const Project& prj, const DUTidx& idx) {
     ERROR_MSG("incompatible DUT file, " << idx.swaths.size() << " swaths, project has " << prj.swaths.size());
     return false;
   }
+  return true;
+}
+
+// The displacement file must be of these swaths, by their names and main channels. False after an ERROR line.
+bool check_swaths(const Project& prj, const DUTidx& idx) {
   for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const std::string name = swath_name(prj.swaths[i]), &line = idx.swaths[i].path;
-    if (base_name(name) == base_name(line) || same_file(name, line)) continue;
-    ERROR_MSG("incompatible DUT file, swath " << i << " is " << line << ", in the project " << name);
+    const Swath& s = prj.swaths[i];
+    const DUTswath& line = idx.swaths[i];
+    const std::string name = swath_name(s);
+    if (base_name(name) != base_name(line.path) && !same_file(name, line.path)) {
+      ERROR_MSG("incompatible DUT file, swath " << i << " is " << line.path << ", in the project " << name);
+      return false;
+    }
+    const bool is_main = s.mainch == static_cast<int>(i);
+    if (s.fixed || line.mainch == is_main) continue;
+    ERROR_MSG("incompatible DUT file, swath " << i << " is " << (is_main ? "no" : "a")
+                                              << " main channel, in the project it is "
+                                              << (is_main ? "one" : "none") << ", " << name);
     return false;
   }
   return true;
@@ -236,7 +250,7 @@ int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncPara
   LOG_ENTER("DUT_PO_sync " << param_text(par));
   const Stopwatch watch;
   res = POsync();
-  if (!read_DUT_IDX(dutname, res.idx) || !check_groups(prj, res.idx)) return 0;
+  if (!read_DUT_IDX(dutname, res.idx) || !check_groups(prj, res.idx) || !check_swaths(prj, res.idx)) return 0;
   if (res.idx.nreg == 0) {
     ERROR_MSG("no registration data in DUT file " << dutname);
     return 0;

@@ -30,7 +30,7 @@ bool comp_multich(SyncJob& job) {
     const int m = job.prj.swaths[static_cast<size_t>(sw)].mainch;
     job.res.mainch(sw) = job.mobile(sw) ? m : sw;
     if (!job.mobile(sw)) continue;
-    if (m < 0 || m >= job.res.idx.nsw() || !job.mobile(m) || job.swath(sw).mainch != (m == sw)) {
+    if (m < 0 || m >= job.res.idx.nsw() || !job.mobile(m)) {
       ERROR_MSG("PO sync: main channel missing or dropped for swath " << sw << ", channel "
                                                                       << job.swath(sw).ch);
       return false;
