@@ -1,5 +1,5 @@
 # Two commands that do everything on a fresh machine: "make demo" and "make test".
-.PHONY: setup programs build demo test bench install deb check_deb fuzz
+.PHONY: setup programs build demo test bench install deb check_deb fuzz torture
 
 setup:
 	scripts/setup.sh
@@ -40,3 +40,9 @@ SECONDS ?= 480
 fuzz: setup
 	scripts/setup_fuzz.sh
 	scripts/fuzz.sh $(SECONDS)
+
+# Hostile runs: faults, kills, signals, flipped bits, runs side by side, small disks, for SECONDS.
+torture:
+	cmake --preset release
+	cmake --build --preset release --target torture
+	build/release/tests/run/torture $(SECONDS)

@@ -1,10 +1,22 @@
 #include "lib/threads/pool.h"
 
 #include <mutex>
-#include <thread>
-#include <vector>
+#include <system_error>
+#include <utility>
+
+#include "lib/general/log.h"
 
 namespace veld {
+bool add_thread(std::vector<std::thread>& threads, std::function<void()> work) {
+  try {
+    threads.emplace_back(std::move(work));
+    return true;
+  } catch (const std::system_error& error) {
+    LOG_LINE("<!> no thread " << error.what());
+    return false;
+  }
+}
+
 int64_t run_units(int64_t nunits, int nthreads, const std::function<bool(int64_t unit, int thread)>& task) {
   std::mutex mutex;
   int64_t next = 0;
@@ -26,7 +38,8 @@ int64_t run_units(int64_t nunits, int nthreads, const std::function<bool(int64_t
     }
   };
   std::vector<std::thread> threads;
-  for (int t = 1; t < nthreads && t < nunits; t++) threads.emplace_back(worker, t);
+  for (int t = 1; t < nthreads && t < nunits; t++)
+    if (!add_thread(threads, [&worker, t] { worker(t); })) break;
   worker(0);
   for (std::thread& thread : threads) thread.join();
   return failed;

@@ -5,8 +5,14 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <thread>
+#include <vector>
 
 namespace veld {
+// Starts one more thread. False, after a line in the log, when the system gives none: the work is then done by
+// those that there are.
+bool add_thread(std::vector<std::thread>& threads, std::function<void()> work);
+
 // Runs task(unit, thread) for unit = 0..nunits-1 on at most nthreads threads (the calling thread is one of
 // them; with one thread no other is started). Units are handed out in order. A task that returns false stops
 // the handing out; the result is the lowest failed unit, or -1 when all succeeded.

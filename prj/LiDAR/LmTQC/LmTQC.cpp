@@ -103,12 +103,26 @@ void add_DZ(QCsum& t, const DZstat& s, double m2) {
   t.area += m2;
 }
 
+// Whether a swath that could not be read has a grid of this spacing all the same. Without one it is only left out.
+bool unreadable_grid(const Project& prj, int sw, const InterSwath& s) {
+  if (s.sw != sw || s.ok || file_size(s.cache.file(EXT_GMTIDX)) < 0) return false;
+  PosFileIn in(false);
+  GridHdr hdr;
+  const bool read = open_cache(s.cache, EXT_GMTIDX, in) && in.read(0, &hdr, sizeof hdr);
+  if (read && static_cast<int>(hdr.dim) != prj.scale.dim) return false;
+  ERROR_MSG("missing/incompatible temp. tile or grid files, swath " << s.cache.source());
+  return true;
+}
+
 // gridok: both swaths have grids. failed: a grid could not be read, after an ERROR line.
 bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTbl>& corr, int nthreads,
                   InterSwath& s1, InterSwath& s2, DZstat& stat, DZstat& before, double& Mpix, bool& gridok,
                   bool& failed) {
   gridok = read_InterSwath(prj, p.sw1, s1) && read_InterSwath(prj, p.sw2, s2);
-  if (!gridok) return false;
+  if (!gridok) {
+    failed = unreadable_grid(prj, p.sw1, s1) || unreadable_grid(prj, p.sw2, s2);
+    return false;
+  }
   const SCorrTbl &c1 = corr[static_cast<size_t>(p.sw1)], &c2 = corr[static_cast<size_t>(p.sw2)];
   LOG_ENTER("SCorr2Def sw1=" << p.sw1 << " sw2=" << p.sw2 << " SCorr1[sw1].size()=" << c1.C.size()
                              << " SCorr1[sw2].size()=" << c2.C.size());

@@ -1,0 +1,26 @@
+// Single calls of the C library fail in a whole run: it ends with its message or goes on rightly, nothing partial
+// has a final name, and the next run gives the undisturbed bytes. A sample; "make torture" does many more.
+#include <gtest/gtest.h>
+
+#include "tests/run/hostile_runs.h"
+
+#ifndef VELD_SANITIZED  // sanitizers come with a library of their own to preload
+namespace veld {
+TEST(Faults, ASampleOfEachKindEndsInOrderOrDoesNoHarm) {
+  const HostileProject project;
+  ASSERT_FALSE(project.good.empty());
+  Tally all;
+  for (const FaultKind& kind : count_calls(project)) {
+    ASSERT_GT(kind.calls, 0) << kind.name;
+    for (const double place : {0.2, 0.7})
+      inject_fault(project, kind.name, 1 + static_cast<long>(place * static_cast<double>(kind.calls)), "fail",
+                   all);
+    if (kind.name == "read" || kind.name == "write")
+      for (const char* const how : {"short", "eintr"})
+        inject_fault(project, kind.name, kind.calls / 3, how, all);
+  }
+  EXPECT_GT(all.ended, 5);
+  EXPECT_EQ(all.bad(), 0) << all.notes;
+}
+}  // namespace veld
+#endif
