@@ -19,6 +19,7 @@ constexpr uint32_t DUT_MAGIC = 0x471EFF39;
 constexpr uint32_t DUT_VERSION = 0x0003378A;
 constexpr double DUT_NOTIME = -2e307;     // Time1 or Time2 of a vertex without a time
 constexpr float DUT_NODATA = NODATA;      // Z of a vertex without an estimate
+constexpr float DUT_COM_XY = 2;           // the common part of the uncertainty in X and Y, of that in Z
 constexpr uint32_t DUT_MAXPAIRS = 65536;  // Pair# is 16 bits wide
 
 struct DUTHdr {  // start of ".dut"
@@ -35,7 +36,8 @@ struct DUTstr {          // one vertex of one pair
   float Z = 0;           // m, mean reference height of the vertex; DUT_NODATA: invalid
   xyz Disp = {0, 0, 0};  // m, position in the first swath less that in the second
   xyz Unc = {0, 0, 0};   // m, standard deviation
-  uint32_t pad1 = 0;
+  float Com =
+      0;  // m, of Unc Z: what vegetation does to all vectors of a pair alike; DUT_COM_XY times in X, Y
   double Time1 = 0;   // s, time of the vertex in the first swath; DUT_NOTIME: invalid
   double Time2 = 0;   // s, in the second
   uint16_t Pair = 0;  // pair number, from 0
@@ -123,6 +125,7 @@ struct DUTpair {  // the valid vectors of a pair, one entry a vertex in every ar
   Vector<dxyz> pos;   // m, ground position and height
   Vector<xyz> disp;   // m, position in sw1 less position in sw2
   Vector<xyz> unc;    // m, standard deviation
+  Vector<float> com;  // m, of unc.z: what is common to the vectors of the pair; DUT_COM_XY times in x, y
   Vector<double> t1;  // s, time in sw1
   Vector<double> t2;  // s, time in sw2
   uint64_t size() const { return pos.size(); }

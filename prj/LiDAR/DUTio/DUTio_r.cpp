@@ -35,7 +35,7 @@ bool check_sums(const std::string& name) {
 
 bool finite_record(const DUTstr& r) {
   return std::isfinite(r.Z) && std::isfinite(norm(r.Disp)) && std::isfinite(norm(r.Unc)) &&
-         std::isfinite(r.Time1) && std::isfinite(r.Time2);
+         std::isfinite(r.Com) && std::isfinite(r.Time1) && std::isfinite(r.Time2);
 }
 
 void store_pair(const std::vector<DUTstr>& rec, DUTpair& p) {
@@ -43,6 +43,7 @@ void store_pair(const std::vector<DUTstr>& rec, DUTpair& p) {
   p.pos.resize(n);
   p.disp.resize(n);
   p.unc.resize(n);
+  p.com.resize(n);
   p.t1.resize(n);
   p.t2.resize(n);
   for (uint64_t i = 0; i < n; i++) {
@@ -50,6 +51,7 @@ void store_pair(const std::vector<DUTstr>& rec, DUTpair& p) {
     p.pos.val[i] = {static_cast<double>(r.X), static_cast<double>(r.Y), static_cast<double>(r.Z)};
     p.disp.val[i] = r.Disp;
     p.unc.val[i] = r.Unc;
+    p.com.val[i] = r.Com;
     p.t1.val[i] = r.Time1;
     p.t2.val[i] = r.Time2;
   }

@@ -1,6 +1,6 @@
 // prj/LiDAR/LmTinter/LmTinter.h
-// The driver of the registration: choice of swath pairs, their overlap tiles, registration one pair after the
-// other, statistics, the DUT files and the cache of pairs.
+// The driver of the registration: choice of swath pairs, their overlap tiles, registration of pairs side by
+// side, statistics, the DUT files and the cache of pairs.
 // Here:     reg_inter_LmT and its steps on pairs.
 // Not here: the registration of a pair (TNRreg), grids (LmTgrid_w), the files' format (DUTio).
 #pragma once

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/threads/memory_budget.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
@@ -33,6 +34,28 @@ std::string regpair_name(const RegpairIdx& idx);
 // valid.
 bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now);
 bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg);
+
+struct PairWork {  // what all pairs share
+  const Project& prj;
+  const InterParam& param;
+  RegLevels levels;
+  int nthreads;          // within a pair
+  MemoryBudget& memory;  // a pair waits for its share
+};
+struct PairSwaths {  // tables of the swaths that a thread is at
+  InterSwath s1, s2;
+};
+struct PairOutcome {  // what a pair gives to the logs and the DUT files
+  std::vector<DUTstr> rec;
+  std::string lost;  // why there are no records; empty when that is no loss
+  bool registered = false, cached = false, has_before = false, has_after = false;
+  double Mpix = 0;
+  DZstat before, after;
+  StatXYZ disp;
+};
+// False, after an ERROR line, when one of the program's own files cannot be read or written: a pair that is left out
+// for its data is no failure.
+[[nodiscard]] bool process_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, PairOutcome& out);
 
 // The records of a registered pair of swaths whose times are open. stat: of the displacements written, metres. False after an ERROR line when
 // the times cannot be read.

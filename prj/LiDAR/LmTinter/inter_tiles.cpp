@@ -56,6 +56,8 @@ bool open_times(const Project& prj, InterSwath& s) {
 
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter) {
+  LOG_ENTER("choose_inter_tiles nmTmin=" << nmTmin << " sw1=" << s1.sw << " sw2=" << s2.sw);
+  inter = InterTiles{};
   const Tocc both = inter_Tocc(s1.occ, s2.occ);
   LOG_LINE("inter_Tocc nt1=" << s1.occ.size() << " nt2=" << s2.occ.size() << " ntint=" << both.size());
   const int width = min_overlap_width(levels);  // gaps of up to two vertex spacings count as filled
@@ -81,14 +83,16 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
 
 InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                          const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair) {
-  const GridLimits limits = compared_heights(prj.scale.GSD());
-  LOG_ENTER("inter_TZ1_TZ2 nmTmin=" << nmTmin << " dim=" << prj.scale.dim << " sw1=" << s1.sw
-                                    << " sw2=" << s2.sw << " Smax=" << limits.smax << " Z:[" << limits.zmin
-                                    << " " << limits.zmax << "] ");
-  const Stopwatch time;
-  inter = InterTiles{};
   const InterState state = choose_inter_tiles(prj, s1, s2, nmTmin, levels, inter);
-  if (state != InterState::ok) return state;
+  return state == InterState::ok ? read_inter_tiles(prj, s1, s2, levels, nthreads, inter, pair) : state;
+}
+
+InterState read_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2,
+                            const RegLevels& levels, int nthreads, InterTiles& inter, NRpair& pair) {
+  const GridLimits limits = compared_heights(prj.scale.GSD());
+  LOG_ENTER("read_inter_tiles dim=" << prj.scale.dim << " sw1=" << s1.sw << " sw2=" << s2.sw << " Smax="
+                                    << limits.smax << " Z:[" << limits.zmin << " " << limits.zmax << "] ");
+  const Stopwatch time;
   const uint64_t nt = inter.tiles.size();
   pair = NRpair{};
   pair.buf = levels.buf;

@@ -47,8 +47,12 @@ int min_overlap_width(const RegLevels& levels);
 // at least nmTmin left. ok, none, narrow or memory.
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,
                               const RegLevels& levels, InterTiles& inter);
-// Reads the heights into the pair's images: the moved ones (first swath) with the margin, the reference ones
-// on the microtiles of the overlap. none when either swath has no height there.
+// Reads the heights of the chosen tiles into the pair's images: the moved ones (first swath) with the margin, the
+// reference ones on the microtiles of the overlap. none when either swath has no height there.
+[[nodiscard]] InterState read_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2,
+                                          const RegLevels& levels, int nthreads, InterTiles& inter,
+                                          NRpair& pair);
+// Both.
 [[nodiscard]] InterState inter_TZ1_TZ2(const Project& prj, const InterSwath& s1, const InterSwath& s2,
                                        int nmTmin, const RegLevels& levels, int nthreads, InterTiles& inter,
                                        NRpair& pair);

@@ -1,15 +1,18 @@
 // The loop over pairs.
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
 
-#include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
+#include "lib/threads/memory_budget.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
-#include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -45,7 +48,6 @@ struct RegRun {  // what the loop carries
   AreaUnit unit;
   ResultFile dz, dzreg, dxyz;  // logs of one line a pair; closed when they are not wanted
   DUTwriter dut;
-  InterSwath s1, s2;
   DZsum before, after;
   StatXYZ disp;
 };
@@ -93,115 +95,24 @@ bool commit_logs_DUT(RegRun& run) {
   return close_DUT_IDX(run.dut);
 }
 
-// Looks whether the cache of a pair will do. If not, it is locked for this run, after a wait for another that makes
-// it. False after an ERROR line.
-bool lock_pair(const SwPair& p, const std::string& name, const RegpairIdx& idx, FileLock& lock,
-               bool& cached) {
-  const FileStamp before = file_stamp(name + EXT_RPCIDX);
-  cached = check_regpair_idx(p.sw1, p.sw2, idx);
-  if (cached || name.empty()) return true;
-  if (!lock.wait(name + ".rpc.lock", LOG_STR("the pair of swaths " << p.sw1 << "/" << p.sw2))) return false;
-  if (file_stamp(name + EXT_RPCIDX) != before) cached = check_regpair_idx(p.sw1, p.sw2, idx);
-  return true;
-}
-
-// The parameters of a pair's registration; its cache is locked unless it will do. False after an ERROR line.
-bool make_NRparam(const RegRun& run, const SwPair& p, RegpairIdx& idx, FileLock& lock, NRparam& param) {
-  if (!make_regpair_idx(run.s1.cache, run.s2.cache, run.levels, idx)) return false;
-  const std::string name = regpair_name(idx);
-  param.Jstart = run.levels.Jstart;
-  param.Jend = run.levels.Jend;
-  param.nthreads = run.param.nthreads;
-  param.cache = name.empty() ? "" : name + EXT_RPCD0;
-  if (!lock_pair(p, name, idx, lock, param.cached)) return false;
-  if (!param.cached && !name.empty())
-    remove_file(name + EXT_RPCIDX);  // never an index of another deformation
-  return true;
-}
-
-// Measures a pair at displacement 0.
-void measure_before(RegRun& run, const SwPair& p, const NRpair& pair, InterResult& result) {
-  DZstat before;
-  if (!run.param.QC || !acc_qc_tiles(pair, nullptr, run.param.nthreads, before)) return;
-  put_DZ_line(run.dz, p, before, run, run.before);
-  result.nqc++;
-}
-
-// Measures a pair and registers it; rec holds its records if it is valid, else lost says why not.
-// False after an ERROR line.
-bool register_pair(RegRun& run, const SwPair& p, const InterTiles& inter, NRpair& pair,
-                   std::vector<DUTstr>& rec, std::string& lost, InterResult& result) {
-  RegpairIdx idx;
-  NRparam param;
-  FileLock lock;
-  if (!make_NRparam(run, p, idx, lock, param)) return false;
-  NRstart start = start_reg(pair.img2.size(), param);
-  prepare_pair(pair, start.depth(), param.nthreads);
-  measure_before(run, p, pair, result);
-  NRresult reg;
-  const bool ok = mg_nr_reg_tiles(pair, param, std::move(start), reg);
-  const bool fresh = !param.cache.empty() && !reg.from_cache;
-  if (fresh && ((ok && !reg.cache_written) || !write_regpair_idx(p.sw1, p.sw2, idx, ok))) {
-    ERROR_MSG("pair cache not written, swaths " << p.sw1 << "/" << p.sw2);
-    return false;
+// Brings a pair, in the order of the index, to the logs and the DUT files. False after an ERROR line.
+bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& result) {
+  result.Mpix += out.Mpix;
+  result.ncached += out.cached;
+  result.nreg += out.registered;
+  if (out.has_after) put_DZ_line(run.dzreg, p, out.after, run, run.after);
+  if (out.registered) {
+    put_DXYZ_line(run.dxyz, p, out.disp);
+    run.disp.add(out.disp);
   }
-  lock.release();
-  result.ncached += ok && reg.from_cache;
-  lost = ok ? "" : "the registration finds no solution";
-  if (!ok) return true;
-  DZstat after;
-  if (run.param.QC && acc_qc_tiles(pair, &reg.Def, run.param.nthreads, after))
-    put_DZ_line(run.dzreg, p, after, run, run.after);
-  StatXYZ stat;
-  if (!open_times(run.prj, run.s1) || !open_times(run.prj, run.s2)) return false;
-  if (!write_DUT(run.prj, run.s1, run.s2, inter, reg, run.levels.Jend, rec, stat)) return false;
-  if (rec.empty()) lost = "no vertex could be estimated";
-  if (rec.empty()) return true;
-  result.nreg++;
-  LOG_LINE("stat_Def[img] ntX=" << inter.tiles.size() << " npts=" << stat.n);
-  put_DXYZ_line(run.dxyz, p, stat);
-  run.disp.add(stat);
-  return true;
-}
-
-// Why nothing of a pair could be compared.
-std::string why_lost(InterState state, const RegRun& run) {
-  if (state == InterState::memory) return "too large for the memory reserved (-mem)";
-  if (state == InterState::none) return "no common ground";
-  const float width = static_cast<float>(min_overlap_width(run.levels)) * run.prj.scale.mTsize;
-  return LOG_STR("overlap narrower than " << std::lround(width) << " m");
-}
-
-// One pair from its tiles to its lines in the logs and the DUT files. False, after an ERROR line, when one of
-// the program's own files cannot be read or written: a pair that is left out for its data is no failure.
-bool process_pair(RegRun& run, const SwPair& p, InterResult& result) {
-  LOG_ENTER("pair " << p.number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
-  std::vector<DUTstr> rec;
-  InterTiles inter;
-  NRpair pair;
-  for (const int sw : {p.sw1, p.sw2})
-    if (!read_InterSwath(run.prj, sw, sw == p.sw1 ? run.s1 : run.s2)) {
-      ERROR_MSG("missing/incompatible temp. tile or grid files, swath "
-                << run.prj.swaths[static_cast<size_t>(sw)].path());
-      return false;
-    }
-  const InterState state =
-      inter_TZ1_TZ2(run.prj, run.s1, run.s2, run.param.nmTmin, run.levels, run.param.nthreads, inter, pair);
-  if (state == InterState::failed) return false;
-  std::string lost = run.param.REG && p.reg && state != InterState::ok ? why_lost(state, run) : "";
-  if (state == InterState::ok) {
-    result.Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
-    if (run.param.REG && p.reg) {
-      if (!register_pair(run, p, inter, pair, rec, lost, result)) return false;
-    } else {
-      prepare_pair(pair, 0, run.param.nthreads);
-      measure_before(run, p, pair, result);
-    }
+  if (out.has_before) {
+    put_DZ_line(run.dz, p, out.before, run, run.before);
+    result.nqc++;
   }
-  if (!lost.empty()) WARNING_MSG("swaths " << p.sw1 << "/" << p.sw2 << " not registered: " << lost);
-  result.nvec += rec.size();
-  for (const DUTstr& r : rec) result.nnotime += r.Time1 == DUT_NOTIME;
-  return write_DUT_pair(run.dut, p.sw1, p.sw2, rec, lost);
+  if (!out.lost.empty()) WARNING_MSG("swaths " << p.sw1 << "/" << p.sw2 << " not registered: " << out.lost);
+  result.nvec += out.rec.size();
+  for (const DUTstr& r : out.rec) result.nnotime += r.Time1 == DUT_NOTIME;
+  return write_DUT_pair(run.dut, p.sw1, p.sw2, out.rec, out.lost);
 }
 
 std::string progress_text(const InterParam& param, int done, const InterResult& r) {
@@ -239,6 +150,75 @@ void report(const RegRun& run, const InterResult& r, const std::string& time) {
                     << " nqc=" << r.nqc << " Mpix=" << r.Mpix);
 }
 
+// Pairs that are done, until those before them are: what a pair gives to the files goes there in their order.
+class PairQueue {
+ public:
+  PairQueue(RegRun& run, const std::vector<SwPair>& pairs, int nthreads, InterResult& result)
+      : run_(run),
+        pairs_(pairs),
+        result_(result),
+        ahead_(AHEAD * static_cast<size_t>(nthreads)),
+        out_(pairs.size()) {}
+
+  // Waits until pair i is not too far ahead of the first that is not written: results that wait take memory.
+  void wait_turn(size_t i) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    moved_.wait(lock, [&] { return failed_ || i < next_ + ahead_; });
+  }
+  // Takes the outcome of pair i and writes what is due. False when that fails.
+  bool put(size_t i, PairOutcome&& out) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    out_[i] = std::make_unique<PairOutcome>(std::move(out));
+    for (; !failed_ && next_ < out_.size() && out_[next_]; next_++) {
+      failed_ = !write_pair(run_, pairs_[next_], *out_[next_], result_);
+      out_[next_].reset();
+      const int done = static_cast<int>(next_) + 1;
+      progress_step(done, progress_text(run_.param, done, result_));
+    }
+    moved_.notify_all();
+    return !failed_;
+  }
+  void fail() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    failed_ = true;
+    moved_.notify_all();
+  }
+
+ private:
+  static constexpr size_t AHEAD = 8;
+  RegRun& run_;
+  const std::vector<SwPair>& pairs_;
+  InterResult& result_;
+  const size_t ahead_;
+  std::vector<std::unique_ptr<PairOutcome>> out_;
+  size_t next_ = 0;
+  bool failed_ = false;
+  std::mutex mutex_;
+  std::condition_variable moved_;
+};
+
+// Pairs side by side, as many as the memory holds; threads that are left over work within the pairs. False after an
+// ERROR line.
+bool process_pairs(RegRun& run, const std::vector<SwPair>& pairs, InterResult& result) {
+  const int npairs = static_cast<int>(pairs.size());
+  const int outer = std::clamp(run.param.nthreads, 1, std::max(1, npairs));
+  PairQueue queue(run, pairs, outer, result);
+  MemoryBudget memory(static_cast<uint64_t>(MEM_MB) << 20);
+  const PairWork work = {run.prj, run.param, run.levels, std::max(1, run.param.nthreads / outer), memory};
+  std::vector<PairSwaths> swaths(static_cast<size_t>(outer));
+  const int64_t bad = run_units(npairs, outer, [&](int64_t i, int thread) {
+    const size_t k = static_cast<size_t>(i);
+    queue.wait_turn(k);
+    PairOutcome out;
+    if (process_pair(work, pairs[k], swaths[static_cast<size_t>(thread)], out) &&
+        queue.put(k, std::move(out)))
+      return true;
+    queue.fail();
+    return false;
+  });
+  return bad < 0;
+}
+
 bool read_infos(const Project& prj, std::vector<LTidxInfo>& info) {
   info.resize(prj.swaths.size());
   for (size_t i = 0; i < info.size(); i++)
@@ -272,13 +252,10 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
   if (pairs.empty())
     WARNING_MSG("insufficient overlap or all pairs filtered"
                 << (param.REG ? ", check options -reg_grp -reg_ref -reg_ch" : ""));
-  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}, {}, {}};
+  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}};
   if (!open_logs_DUT(run, head)) return false;
   if (!pairs.empty()) progress_start(result.nint);
-  for (int i = 0; i < result.nint; i++) {
-    if (!process_pair(run, pairs[static_cast<size_t>(i)], result)) return false;
-    progress_step(i + 1, progress_text(param, i + 1, result));
-  }
+  if (!process_pairs(run, pairs, result)) return false;
   if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));
   if (!commit_logs_DUT(run)) return false;
   report(run, result, time.text());

@@ -114,7 +114,10 @@ struct NRresult {
   Vector<Image<xyz>> Def;
   Vector<Image<xyz>> Unc;   // standard deviations in the units of Def, NR_NO_UNC where Def has none
   Vector<Image<float>> Zv;  // mean reference height about the vertex, NR_NODATA without
-  DZstat before, after;     // differences at displacement 0 and at Def
+  // Mean roughness (m) of the pixels about the vertex by their weights: what the displacement was taken from. Not part
+  // of Unc. 0 without roughness codes.
+  Vector<Image<float>> Rough;
+  DZstat before, after;  // differences at displacement 0 and at Def
 };
 
 // Reads the cache of nt tiles when param.cached; a cache that cannot be read is none.

@@ -79,9 +79,10 @@ int setup_tiles(dUParamTiles& Q, const Vector<FCZptr>& img, const NRpair& pair, 
   return nok12;
 }
 
-// The uncertainty stage at the last level: Unc, Zv, and Def without the vertices that are too weak.
+// The uncertainty stage at the last level: Unc, Rough, Zv, and Def without the vertices that are too weak.
 bool keep_certain(dUParamTiles& Q, NRresult& result) {
   comp_unc(Q, result.Unc);
+  comp_rough(Q, result.Rough);
   for (uint64_t t = 0; t < Q.tile.size(); t++)
     delete_Vmap_unc_wb(Q.tile.val[t], result.Unc.val[t], static_cast<int>(t));
   const bool any = apply_Vmap_ND(Q);

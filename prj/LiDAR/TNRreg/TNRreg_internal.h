@@ -116,6 +116,8 @@ void vertex_zw_tile(dUParamTile& T);  // zV, wV over the pixels in use
 // wV as the number of pixels in use, each by its robust weight. A rough pixel counts as one: that it says little is
 // for the uncertainty to tell.
 void vertex_w_b_tile(dUParamTile& T, const RoughWeights& weights);
+// Sum of the roughness (codes) of the pixels about a vertex by their weights, and sum of these weights.
+void vertex_rough_tile(const dUParamTile& T, Image<float>& rough, Image<float>& weight);
 void norm_vertex_zw(dUParamTile& T);                           // zV /= wV, NR_NODATA where wV is 0
 void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND);  // keep_ND: a vertex with z NR_NODATA stays off
 
@@ -203,6 +205,7 @@ void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, 
 
 // --- Uncertainty of the vertices (TNRreg_unc.cpp)
 void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc);  // information matrices; weak vertices go off
+void comp_rough(dUParamTiles& Q, Vector<Image<float>>& Rough);
 void delete_Vmap_unc_wb(dUParamTile& T, const Image<xyz>& Unc, int ti);
 
 // --- One level (TNRreg_core.cpp)

@@ -11,10 +11,12 @@ namespace {
 // - that of points, which the kernel spreads over 7.7 pixels (one over the integral of its square). A sign holds
 //   for 3 x 3 pixels, its size makes up for the difference.
 // - a share of it that reaches over many pixels (comp_long_share): what the swath did within a second. One sign
-//   for 16 x 16 pixels.
-// - that of rough pixels, edges mostly: they stand aside, all of an edge and both sides of a house alike. Signs for
-//   16 x 16 pixels of a shift in x and in y, times the direction of the slope.
+//   for 16 x 16 pixels, of 12 m at least.
+// - that of rough pixels, edges mostly: half of its size stands aside, all of an edge and both sides of a house alike.
+//   Signs for such squares of a shift in x and in y, times the direction of the slope. The rest is as that of points.
 constexpr int SHORT = 3, LONG = 16;
+constexpr float LONG_M = 12;  // m
+constexpr float ASIDE = 0.5f;
 constexpr float TIED = 7.74f;
 constexpr float PRIOR_NOISE = 0.1f;
 
@@ -49,6 +51,7 @@ struct NoiseRow {  // where a row of pixels puts its samples: the vertices of it
   uint64_t seed;    // of the tile and the group
   float amplitude;  // for a weight of 1 percent
   float near, far;  // sizes of the first and of the second part
+  int far_side;     // pixels along the squares of the second and third
   const RoughWeights* weights;
 };
 
@@ -72,17 +75,18 @@ HOT_CLONES void add_noise_row(const dUParamTile& T, int j, const RowScratch& s, 
       short_block = i / SHORT;
       near = to.near * block_signs(signs, to.seed, 0, SHORT, i, j);
     }
-    if (i / LONG != long_block) {
-      long_block = i / LONG;
-      far = to.far * block_signs(signs, to.seed, 1, LONG, i, j);
-      shift_x = block_signs(signs, to.seed, 2, LONG, i, j);
-      shift_y = block_signs(signs, to.seed, 3, LONG, i, j);
+    if (i / to.far_side != long_block) {
+      long_block = i / to.far_side;
+      far = to.far * block_signs(signs, to.seed, 1, to.far_side, i, j);
+      shift_x = block_signs(signs, to.seed, 2, to.far_side, i, j);
+      shift_y = block_signs(signs, to.seed, 3, to.far_side, i, j);
     }
     const float level = 0.01f * to.weights->share[rough[c] & 63];  // of the pixel's variance
     const float e = to.amplitude * std::sqrt(static_cast<float>(w)), slope = std::hypot(s.gx[c], s.gy[c]);
-    v8f noise = (e * std::sqrt(level)) * (near + far);
+    v8f noise =
+        (e * std::sqrt(level + (1 - ASIDE * ASIDE) * (1 - level))) * near + (e * std::sqrt(level)) * far;
     if (level < 1.0f && slope > 0.0f) {
-      const float aside = e * std::sqrt(1.0f - level) / slope;
+      const float aside = ASIDE * e * std::sqrt(1.0f - level) / slope;
       noise += (aside * s.gx[c]) * shift_x + (aside * s.gy[c]) * shift_y;
     }
     const v8f x = -s.gx[c] * noise, y = -s.gy[c] * noise;
@@ -173,6 +177,8 @@ void sample_noise(const NormalEq& N, dUParamTiles& Q, int group, float long_shar
   const size_t nv = static_cast<size_t>(N.nv);
   r.assign(N.size(), V3<v8f>{});
   std::vector<V3<v8f>> slot(Q.rows.size() * nv);  // what the units give to their upper vertex row
+  const float GSD = 16 * Q.rough_unit;
+  const int far_side = GSD > 0 ? std::max(LONG, static_cast<int>(LONG_M / GSD + 0.5f)) : LONG;
   const RoughWeights weights = rough_weights(Q);
   for_cell_rows(Q, true, [&](const CellRow& cells) {
     const NoiseRow to = {&r[N.lower(cells.place)],
@@ -181,6 +187,7 @@ void sample_noise(const NormalEq& N, dUParamTiles& Q, int group, float long_shar
                          0.1f / Q.s,
                          std::sqrt(TIED * (1 - long_share)) / SHORT,
                          std::sqrt(long_share),
+                         far_side,
                          &weights};
     for (int j = cells.jmin; j <= cells.jmax; j++) {
       slope_row(cells.tile, j, N.slope_noise, cells.scratch);

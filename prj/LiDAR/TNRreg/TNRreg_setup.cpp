@@ -191,6 +191,16 @@ void vertex_w_b_tile(dUParamTile& T, const RoughWeights& weights) {
   });
 }
 
+void vertex_rough_tile(const dUParamTile& T, Image<float>& rough, Image<float>& weight) {
+  rough.resize(T.nv(), T.nv(), 0.0f);
+  weight.resize(T.nv(), T.nv(), 0.0f);
+  if (T.B.empty()) return;
+  sum_to_vertices(T, rough, [&](int i, int j, uint8_t b) {
+    return static_cast<float>((b & B_WEIGHT) * T.rough.row(j - T.jmin)[i - T.imin]);
+  });
+  sum_to_vertices(T, weight, [](int, int, uint8_t b) { return static_cast<float>(b & B_WEIGHT); });
+}
+
 void norm_vertex_zw(dUParamTile& T) {
   Image<float>&zV = T.zV, &wV = T.wV;
   ASSERT(zV.size() == wV.size());

@@ -111,6 +111,23 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
   add_seams<float>(Q, [](dUParamTile& T) -> Image<float>& { return T.wV; });
 }
 
+void comp_rough(dUParamTiles& Q, Vector<Image<float>>& Rough) {
+  const uint64_t nt = Q.tile.size();
+  Rough.resize(nt);
+  Vector<Image<float>> weight(nt);
+  for (uint64_t t = 0; t < nt; t++) vertex_rough_tile(Q.tile.val[t], Rough.val[t], weight.val[t]);
+  if (nt == 0) return;
+  for (Vector<Image<float>>* sum : {&Rough, &weight})
+    for_seams(Q, Rough.val[0].xsize(), [sum](int t, int i, int j, const SeamVertex& p) {
+      (*sum)(p.tile)(p.i, p.j) += (*sum)(t)(i, j);
+    });
+  for (uint64_t t = 0; t < nt; t++)
+    for (uint64_t k = 0; k < Rough.val[t].size(); k++) {
+      const float w = weight.val[t].val[k];
+      Rough.val[t].val[k] = w > 0 ? Q.rough_unit * Rough.val[t].val[k] / w : 0.0f;
+    }
+}
+
 void delete_Vmap_unc_wb(dUParamTile& T, const Image<xyz>& Unc, int ti) {
   const float w0 = MINFRAC * static_cast<float>(T.dim * T.dim);
   uint32_t ndelu = 0, ndelw = 0;

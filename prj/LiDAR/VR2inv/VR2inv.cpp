@@ -39,7 +39,25 @@ void show_prior(const InvCalDrift& inv) {
     LOG_MSG("-> STEP " << inv.step << " IMU Attitude Prior=" << A.x << ' ' << A.y << ' ' << A.z);
 }
 
-bool run_step1(InvCalDrift& inv, InvResult& res) {
+// Whether the displacements are worth a correction (-sig_min).
+bool check_significance(const InvCalDrift& inv) {
+  const double most = comp_significance(inv);
+  LOG_LINE("comp_significance -> " << most << " SIGmin=" << inv.par.SIGmin);
+  if (most >= static_cast<double>(inv.par.SIGmin)) return true;
+  WARNING_MSG("no significant correction: displacements are "
+              << most << " times what vegetation makes (-sig_min " << inv.par.SIGmin
+              << "), points stay where they are");
+  return false;
+}
+
+// Parameters found, not significant: none is left, their uncertainties are.
+void drop_corrections(InvCalDrift& inv) {
+  for (double& x : inv.x) x = 0;
+  comp_res(inv);
+  vec2par(inv);
+}
+
+bool run_step1(InvCalDrift& inv, bool significant, InvResult& res) {
   show_prior(inv);
   display_init(inv);
   LOG_MSG("IVERSION STEP 1, " << inv.dim << " parameters:");
@@ -47,6 +65,7 @@ bool run_step1(InvCalDrift& inv, InvResult& res) {
     ERROR_MSG("inversion step 1 failed, singular or badly scaled system");
     return false;
   }
+  if (!significant) drop_corrections(inv);
   collect_sets(inv, res);
   return comp_write_STAT_res(inv, res, false);
 }
@@ -232,10 +251,11 @@ bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& 
 
   const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;
   const bool after_calibration = par.DCC && par.STEP1;  // step 1 had no drift: constants at least
-  const bool step2 = drift_wanted && ((par.HF && par.dt > 0) || after_calibration);
+  const bool significant = check_significance(inv);
+  const bool step2 = significant && drift_wanted && ((par.HF && par.dt > 0) || after_calibration);
   const bool cal_in_step1 = !step2 || after_calibration;
   if (par.STEP1) {
-    if (!run_step1(inv, res) || (cal_in_step1 && !calib_display(inv, res))) return false;
+    if (!run_step1(inv, significant, res) || (cal_in_step1 && !calib_display(inv, res))) return false;
   } else {
     collect_sets(inv, res);  // zeros for all swaths
     res.CL = res.CB = res.CI = false;

@@ -16,13 +16,15 @@
 namespace veld {
 // ---- input
 
-struct InvPair {           // one registered pair; all vectors of length np
-  int sw1 = 0, sw2 = 0;    // swath numbers
-  int pair = -1;           // number in the logs; -1: the place in the list
-  uint64_t nfull = 0;      // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
-  Vector<dxyz> P;          // position of each vector, m
-  Vector<xyz> Def;         // displacement, m: position in sw1 less that in sw2
-  Vector<xyz> Unc;         // its standard deviations, m
+struct InvPair {         // one registered pair; all vectors of length np
+  int sw1 = 0, sw2 = 0;  // swath numbers
+  int pair = -1;         // number in the logs; -1: the place in the list
+  uint64_t nfull = 0;    // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
+  Vector<dxyz> P;        // position of each vector, m
+  Vector<xyz> Def;       // displacement, m: position in sw1 less that in sw2
+  Vector<xyz> Unc;       // its standard deviations, m
+  Vector<float>
+      Com;  // of Unc z: what the vectors of the pair have in common; twice that in x, y. May be empty
   Vector<double> t1, t2;   // times in sw1, sw2; the same base as the trajectories
   Vector<dxyz> O1, O2;     // trajectory positions at these times; (1000, 1000, -9999) when there is none
   Vector<xyz> Att1, Att2;  // attitudes, degrees
@@ -97,6 +99,8 @@ struct InvParam {
                  // 3 always, 4 as 1 with a second round in step 2
 
   bool robust = true;  // weigh vectors by their residuals against the model (-robust)
+  float SIGmin =
+      2;  // least displacements that are corrected, in units of the vectors' common uncertainty (-sig_min)
 
   bool residual_stat = true;  // write the residual statistics "_inv_stat.log"
 };

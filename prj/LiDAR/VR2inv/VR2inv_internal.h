@@ -156,6 +156,10 @@ dxyz comp_res_scale(const InvCalDrift& inv);  // geometric mean of the pairs' sc
 [[nodiscard]] bool solve_reweighted(InvCalDrift& inv, bool (*solve)(InvCalDrift&),
                                     double (*residuals)(InvCalDrift&));
 
+// RMS over all pairs, or more in one of the axes, of displacements in units of the uncertainty that the vectors of a pair
+// have in common (VR2inv_signif.cpp). Infinite where nothing is common.
+double comp_significance(const InvCalDrift& inv);
+
 // Priors of drift (VR2inv_prior.cpp).
 void init_prior(InvCalDrift& inv);
 bool fit_prior(InvCalDrift& inv);  // to the constants that step 1 found; false once it stands still

@@ -60,6 +60,7 @@ InvInput make_InvInput(const Project& prj, const std::vector<SwRot>& rot,
     p.P = std::move(d.pos);
     p.Def = std::move(d.disp);
     p.Unc = std::move(d.unc);
+    p.Com = std::move(d.com);
     p.t1 = std::move(d.t1);
     p.t2 = std::move(d.t2);
     p.O1 = std::move(sync.O1[k]);

@@ -44,6 +44,9 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
               "as 1, twice"),
       boolean("robust", "", &o.correction.inv.robust, available, Theme::inversion,
               "weigh vectors by their residuals against the model, scale by pair"),
+      real("sig_min", "", 0, 100, &o.correction.inv.SIGmin, available, Theme::inversion,
+           "leave points alone where displacements are below this multiple of what vegetation makes; 0: "
+           "never"),
       real("unc_max", "F", 0, 5, &o.correction.inv.Umax, available, Theme::inversion,
            "largest uncertainty of a vector used, multiple of the grid spacing"),
       real("xg_unc_max", "X", 0, 5, &o.correction.inv.XUmax, available, Theme::inversion,

@@ -365,6 +365,38 @@ TEST(Inversion, ShiftOfOneStripComesBackWhole) {
   }
 }
 
+// Vectors of a pair that are off together: small displacements are left alone, large ones are taken out whole.
+TEST(Inversion, WhatVegetationMakesIsNotCorrected) {
+  const struct {
+    double shift;  // m, of the second strip
+    float common, sig_min;
+    bool corrected;
+  } cases[] = {
+      {0.04, 0.04f, 2, false}, {0.04, 0.04f, 0, true}, {0.04, 0.001f, 2, true}, {0.3, 0.04f, 2, true}};
+  for (const auto& c : cases) {
+    SimParam s = flight(0);
+    s.bore = {0, 0, 0};
+    SimProject sim = simulate(s);
+    const float shift = static_cast<float>(c.shift);
+    for (InvPair& p : sim.in.pairs) {
+      p.Com.resize(p.P.size(), c.common);
+      for (xyz& u : p.Unc)
+        u = {std::hypot(u.x, 2 * c.common), std::hypot(u.y, 2 * c.common), std::hypot(u.z, c.common)};
+      for (xyz& d : p.Def)
+        d += p.sw1 == 1 ? xyz{shift, 0, shift} : p.sw2 == 1 ? xyz{-shift, 0, -shift} : xyz{0, 0, 0};
+    }
+    InvParam p = with_drift(5);
+    p.SIGmin = c.sig_min;
+    InvResult r;
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
+    float most = 0;
+    for (const Vector<xyz>& line : r.Tt)
+      for (const xyz& T : line) most = std::max(most, norm(T));
+    EXPECT_EQ(most > 0, c.corrected) << c.shift << ' ' << c.common << ' ' << c.sig_min;
+    EXPECT_EQ(norm(r.calib[0].B) > 0, c.corrected);
+  }
+}
+
 TEST(Inversion, DriftAfterTheCalibration) {
   SimParam s = flight(0);
   s.const_pos = {0.05, 0.05, 0.05};
