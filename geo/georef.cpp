@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <iomanip>
 
+#include "geo/crs_resolve.h"
 #include "geo/wkt.h"
 #include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
@@ -52,33 +53,47 @@ std::string proj_definition(const GeoRefParam& g) {
   return {};
 }
 
-bool parse_projection(const std::string& wkt, GeoRefParam& g) {
-  if (!get_WKT_projection(wkt, g)) {
-    ERROR_MSG("unsupported projection in WKT string");
+// The projection must exist near its own origin.
+bool works_at_origin(const GeoRefParam& g) {
+  if (g.kind == ProjKind::GEO) return true;
+  const bool meridian = g.kind == ProjKind::TM || g.kind == ProjKind::LCC;
+  const double lon = g.kind == ProjKind::UTM ? 6 * std::abs(g.Zone) - 183 : meridian ? g.lcm : g.lono;
+  double lat = g.kind == ProjKind::UTM ? 0 : g.lato;
+  if (std::fabs(lat) > 89) lat = lat > 0 ? 89 : -89;
+  GeoRefParam plain = g;  // without datum and geoid
+  plain.samedat = true;
+  plain.geoH = nullptr;
+  dxyz p;
+  return geo_forward(plain, lon, lat, 0, p);
+}
+
+// What text and keys have in common: datum, geoid, the operation. False after an ERROR line.
+bool complete(GeoRefParam& g, bool same_datum, const std::string& geodir) {
+  LOG_ENTER("GeoRefParam::init " << proj_word(g.kind) << " Zone=" << g.Zone << " unit=" << g.unit
+                                 << " unit_z=" << g.unit_z << " geoid=" << g.geoid << " geoH=" << g.geoid_h
+                                 << " name=" << g.name << " vertical=" << g.vertical);
+  const bool wgs84 = g.a == WGS84_A && std::fabs(g.e2 - WGS84_E2) < 1e-12;
+  bool shifted = false;
+  for (const double p : g.H7) shifted = shifted || p != 0;
+  g.samedat = same_datum || (wgs84 && !shifted);  // without seven parameters there is no step either
+  if (wgs84)
+    LOG_LINE("samedat=" << g.samedat << " DATUM WGS84");
+  else
+    LOG_LINE("samedat=" << g.samedat << " DATUM a=" << g.a << " e2=" << std::setprecision(14) << g.e2);
+  if (g.Zone < -60 || g.Zone > 60) {
+    ERROR_MSG("UTM zone " << g.Zone << " out of range 1 to 60");
     return false;
   }
-  bool ok = false;
-  switch (g.kind) {
-    case ProjKind::TM:
-      ok = parse_WKT_TM(wkt, g);
-      break;
-    case ProjKind::LCC:
-      ok = parse_WKT_LCC(wkt, g);
-      break;
-    case ProjKind::AEAC:
-      ok = parse_WKT_AEAC(wkt, g);
-      break;
-    case ProjKind::HOM:
-      ok = parse_WKT_HOM(wkt, g);
-      break;
-    case ProjKind::OS:
-      ok = parse_WKT_OS(wkt, g);
-      break;
-    default:
-      break;
+  if (!g.geoid.empty()) {
+    auto grid = std::make_shared<GeoidGrid>();
+    if (!read_geoid(g.geoid, geodir, *grid)) return false;
+    g.geoH = grid;
   }
-  if (!ok) ERROR_MSG(proj_word(g.kind) << " projection: WKT string parse error");
-  return ok;
+  g.def = proj_definition(g);
+  LOG_LINE("def=" << g.def);
+  if (works_at_origin(g)) return true;
+  ERROR_MSG(proj_word(g.kind) << " projection: inconsistent parameters");
+  return false;
 }
 }  // namespace
 
@@ -103,60 +118,42 @@ const char* proj_word(ProjKind kind) {
 }
 
 bool GeoRefParam::init(int zone, const std::string& text, double geoid_height, const std::string& geoid_name,
-                       bool same_datum) {
+                       bool same_datum, const std::string& geodir) {
   *this = GeoRefParam();
   geoid_h = geoid_height;
   geoid = geoid_name;
   Zone = zone;
   const std::string string = zone == 0 ? wkt_normalise(text) : std::string();
+  LOG_LINE("wkt.length()=" << string.length());
   if (zone != 0) {
     kind = ProjKind::UTM;
   } else if (!string.empty()) {
+    std::string cause;
     wkt = true;
-    if (!get_WKT_unit(string, unit) || !get_WKT_height_unit(string, unit, unit_z)) return false;
-    unit_wkt = unit;
-    if (!parse_projection(string, *this)) return false;
-    get_WKT_spheroid(string, a, e2);
-    hasH7 = get_WKT_TOWGS84(string, H7);
+    if (is_plain_wkt(string)) {
+      if (!scan_wkt(string, *this)) return false;
+      name = get_WKT_name(text, "PROJCS");
+      vertical = get_WKT_name(text, "VERT_CS");
+      if (vertical.empty()) vertical = get_WKT_name(text, "VERTCS");
+    } else if (!resolve_crs(text, *this, cause)) {
+      ERROR_MSG("unsupported projection in WKT string (" << cause << ")");
+      return false;
+    }
   }
-  LOG_ENTER("GeoRefParam::init " << proj_word(kind) << " Zone=" << Zone << " unit=" << unit
-                                 << " unit_z=" << unit_z << " geoid=" << geoid << " geoH=" << geoid_h
-                                 << " wkt.length()=" << string.length());
-  const bool wgs84 = a == WGS84_A && std::fabs(e2 - WGS84_E2) < 1e-12;
-  bool shifted = false;
-  for (const double p : H7) shifted = shifted || p != 0;
-  samedat = same_datum || (wgs84 && !shifted);
-  if (wgs84)
-    LOG_LINE("samedat=" << samedat << " DATUM WGS84");
-  else
-    LOG_LINE("samedat=" << samedat << " DATUM a=" << a << " e2=" << std::setprecision(14) << e2);
-  if (Zone < -60 || Zone > 60) {
-    ERROR_MSG("UTM zone " << Zone << " out of range 1 to 60");
+  return complete(*this, same_datum, geodir);
+}
+
+bool GeoRefParam::init(const GeoKeys& keys, double geoid_height, const std::string& geoid_name,
+                       bool same_datum, const std::string& geodir) {
+  *this = GeoRefParam();
+  geoid_h = geoid_height;
+  geoid = geoid_name;
+  wkt = true;
+  std::string cause;
+  if (!resolve_geotiff(keys, *this, cause)) {
+    ERROR_MSG("unsupported projection in GeoTIFF keys (" << cause << ")");
     return false;
   }
-  if (!geoid.empty()) {
-    ERROR_MSG("geoid grids are not available yet (geoid " << geoid << ")");
-    return false;
-  }
-  // Without TOWGS84 the datum of the trajectory is taken for that of the points. With zeros only the
-  // spheroids differ: on GRS80 that is a tenth of a millimetre.
-  const bool grs80 = a == WGS84_A && std::fabs(e2 - WGS84_E2) < 1e-10;
-  if (!samedat && hasH7 && (shifted || !grs80)) {
-    ERROR_MSG("datum shifts (TOWGS84) are not available yet, option -same_datum leaves them out");
-    return false;
-  }
-  def = proj_definition(*this);
-  LOG_LINE("def=" << def);
-  // The projection must exist near its own origin.
-  dxyz p;
-  const bool meridian = kind == ProjKind::TM || kind == ProjKind::LCC;
-  const double lon = kind == ProjKind::UTM ? 6 * std::abs(Zone) - 183 : meridian ? lcm : lono;
-  double lat = kind == ProjKind::UTM ? 0 : lato;
-  if (std::fabs(lat) > 89) lat = lat > 0 ? 89 : -89;
-  if (kind != ProjKind::GEO && !geo_forward(*this, lon, lat, 0, p)) {
-    ERROR_MSG(proj_word(kind) << " projection: inconsistent parameters");
-    return false;
-  }
-  return true;
+  return complete(*this, same_datum, geodir);
 }
 }  // namespace veld

@@ -88,6 +88,7 @@ constexpr UnitName UNIT_NAMES[] = {{"ussurveyfoot", "FEET_US", FEET_US},
                                    {"meters", "METERS", 1.0},
                                    {"metre", "METERS", 1.0},
                                    {"meter", "METERS", 1.0}};
+constexpr double RAD_PER_DEG = 0.0174532925199433;
 constexpr double SAME_UNIT = 1e-7;  // numbers closer than this are one unit; the two feet differ by 2e-6
 
 // Metres per unit of an entry unit["name",number].
@@ -98,20 +99,82 @@ bool read_unit(std::string_view entry, double& unit) {
     ERROR_MSG("WKT parser - could not parse unit " << text);
     return false;
   }
-  unit = value;
+  unit = exact_unit(value);
   const char* word = "OTHER";
   for (const UnitName& row : UNIT_NAMES)
-    if (std::fabs(value / row.metres - 1) < SAME_UNIT) {
-      unit = row.metres;
-      word = row.word;
-    }
+    if (unit == row.metres) word = row.word;
   for (const UnitName& row : UNIT_NAMES)
     if (starts_at(text, 6, std::string(row.name) + "\"") && row.metres != unit)
       WARNING_MSG("WKT parser - unit name and number disagree, using the number: " << text);
   LOG_LINE(word << " " << unit);
   return true;
 }
+
+bool parse_projection(const std::string& wkt, GeoRefParam& g) {
+  if (!get_WKT_projection(wkt, g)) {
+    ERROR_MSG("unsupported projection in WKT string");
+    return false;
+  }
+  bool ok = false;
+  switch (g.kind) {
+    case ProjKind::TM:
+      ok = parse_WKT_TM(wkt, g);
+      break;
+    case ProjKind::LCC:
+      ok = parse_WKT_LCC(wkt, g);
+      break;
+    case ProjKind::AEAC:
+      ok = parse_WKT_AEAC(wkt, g);
+      break;
+    case ProjKind::HOM:
+      ok = parse_WKT_HOM(wkt, g);
+      break;
+    case ProjKind::OS:
+      ok = parse_WKT_OS(wkt, g);
+      break;
+    default:
+      break;
+  }
+  if (!ok) ERROR_MSG(proj_word(g.kind) << " projection: WKT string parse error");
+  return ok;
+}
 }  // namespace
+
+double exact_unit(double metres) {
+  for (const UnitName& row : UNIT_NAMES)
+    if (std::fabs(metres / row.metres - 1) < SAME_UNIT) return row.metres;
+  return metres;
+}
+
+bool is_plain_wkt(const std::string& wkt) {
+  GeoRefParam ignored;
+  if (!get_WKT_projection(wkt, ignored)) return false;
+  double meridian = 0, degree = RAD_PER_DEG;
+  const std::string_view geographic = element(wkt, "geogcs");
+  const size_t primem = find_entry(geographic, "primem", 1);
+  const std::string_view angle = own_unit(geographic);
+  if (primem != std::string_view::npos)
+    (void)numbers_behind_name(std::string(entry_at(geographic, primem)), 0, &meridian, 1);
+  if (!angle.empty()) (void)numbers_behind_name(std::string(angle), 0, &degree, 1);
+  return meridian == 0 && std::fabs(degree / RAD_PER_DEG - 1) < 0.01;
+}
+
+bool scan_wkt(const std::string& wkt, GeoRefParam& g) {
+  if (!get_WKT_unit(wkt, g.unit) || !get_WKT_height_unit(wkt, g.unit, g.unit_z)) return false;
+  g.unit_wkt = g.unit;
+  if (!parse_projection(wkt, g)) return false;
+  get_WKT_spheroid(wkt, g.a, g.e2);
+  g.hasH7 = get_WKT_TOWGS84(wkt, g.H7);
+  return true;
+}
+
+std::string get_WKT_name(const std::string& text, const std::string& keyword) {
+  size_t at = text.find(keyword);
+  if (at == std::string::npos) return {};
+  at = text.find('"', at);
+  const size_t end = at == std::string::npos ? at : text.find('"', at + 1);
+  return end == std::string::npos ? std::string() : text.substr(at + 1, end - at - 1);
+}
 
 std::string wkt_normalise(const std::string& text) {
   std::string out;

@@ -30,6 +30,16 @@ bool get_WKT_TOWGS84(const std::string& wkt, double H7[7]);            // false:
 // Metres per unit of the heights: the vertical system's own, that of the plane without one.
 [[nodiscard]] bool get_WKT_height_unit(const std::string& wkt, double plane_unit, double& unit);
 
+// Metres per unit as exact as the unit is defined: numbers within 1e-7 of the metre or of a common foot are that unit.
+double exact_unit(double metres);
+
+// Whether the scanner takes the text: a projection of its own, degrees from Greenwich.
+bool is_plain_wkt(const std::string& wkt);
+// All of it: units, projection with its constants, spheroid, shift. False after an ERROR line.
+[[nodiscard]] bool scan_wkt(const std::string& wkt, GeoRefParam& g);
+// Name of the first entry of that keyword, from the text as it was given; empty when there is none.
+std::string get_WKT_name(const std::string& text, const std::string& keyword);
+
 // Kind of the projection by the name behind projection[, with the flags south, SP2 and centre. False if there
 // is none or it is another one (no message).
 [[nodiscard]] bool get_WKT_projection(const std::string& wkt, GeoRefParam& g);

@@ -233,14 +233,26 @@ bool read_las_dxyz(const std::string& name, Vector<dxyz>& P, const std::string& 
   return true;
 }
 
-std::string las_get_wkt(const std::string& name) {
-  LOG_ENTER("las_get_wkt '" << name << "'");
-  auto reader = las_read_open(name, "", false);
-  if (!reader) return {};
-  const std::string wkt = reader->header.wkt();
-  if (wkt.empty() && reader->header.has_geotiff())
-    WARNING_MSG("coordinate system is given by GeoTIFF keys only, there is no WKT, file " << name);
-  las_read_close(reader);
-  return wkt;
+bool las_get_system(const std::string& name, LASsystem& system) {
+  LOG_ENTER("las_get_system '" << name << "'");
+  system = LASsystem();
+  LasInFile file;
+  LASheader header;
+  LasFileInfo info;
+  std::string error;
+  if (las_is_text_name(name) || !file.open(name, error) || !read_las_header(file, header, info, error))
+    return false;
+  system.wkt = header.wkt();
+  const struct {
+    uint16_t id;
+    std::vector<uint8_t>* data;
+  } records[] = {{34735, &system.keys}, {34736, &system.doubles}, {34737, &system.ascii}};
+  for (const auto& r : records)
+    if (const LASvlr* vlr = header.find_vlr("LASF_Projection", r.id))
+      r.data->assign(vlr->data.begin(), vlr->data.end());
+  system.centre = {0.5 * (header.min_x + header.max_x), 0.5 * (header.min_y + header.max_y),
+                   0.5 * (header.min_z + header.max_z)};
+  LOG_LINE("wkt=" << system.wkt.size() << " keys=" << system.keys.size() << " bytes");
+  return true;
 }
 }  // namespace veld

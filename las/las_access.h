@@ -55,9 +55,15 @@ std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LAShead
 // Reads all coordinates of a file, scaled by its header. False after an ERROR line.
 [[nodiscard]] bool read_las_dxyz(const std::string& name, Vector<dxyz>& P, const std::string& parse);
 
-// Text of the file's OGC coordinate system record. Empty when there is none (a WARNING says so when the file
-// has GeoTIFF keys only) or when the file cannot be read.
-std::string las_get_wkt(const std::string& name);
+// What a file says of its coordinate system, and where it lies.
+struct LASsystem {
+  std::string wkt;                            // text of the OGC record; empty: none
+  std::vector<uint8_t> keys, doubles, ascii;  // GeoTIFF records 34735 to 34737
+  dxyz centre{0, 0, 0};                       // of the header's box, in the file's units
+  bool empty() const { return wkt.empty() && keys.empty(); }
+};
+// Reads it from the header. False (no message) when the file has no header that can be read, as text files.
+[[nodiscard]] bool las_get_system(const std::string& name, LASsystem& system);
 
 // Start-up check of the point library, through a small text file in the temporary directory. False only when
 // the library is not the one expected; a check that could not be made is a WARNING.

@@ -29,7 +29,8 @@ struct Example {
   std::string text;
   double lon, lat;  // degrees
   double x, y;      // in the system's unit
-  double tol;       // a unit of the last published digit, as the sources round intermediate values
+  double
+      tol;  // half a unit of the last published digit and 1 mm; the first source rounds intermediate values
 };
 
 // Worked examples of EPSG Guidance Note 7-2, and of USGS Professional Paper 1395 for the second Albers one.
@@ -40,12 +41,12 @@ std::vector<Example> examples() {
                       param("latitude_of_origin", 49) + param("central_meridian", -2) +
                           param("scale_factor", 0.9996012717) + param("false_easting", 400000) +
                           param("false_northing", -100000)),
-                  0.5, 50.5, 577274.99, 69740.50, 0.012});
+                  0.5, 50.5, 577274.99, 69740.50, 0.009});
   rows.push_back({"TM South Hartebeesthoek94 Lo29",
                   wkt("6378137,298.257223563", "Transverse_Mercator_South_Orientated",
                       param("latitude_of_origin", 0) + param("central_meridian", 29) +
                           param("scale_factor", 1) + param("false_easting", 0) + param("false_northing", 0)),
-                  dms(28, 16, 57.479), dms(-25, 43, 55.302), 71984.48, 2847342.74, 0.012});
+                  dms(28, 16, 57.479), dms(-25, 43, 55.302), 71984.48, 2847342.74, 0.006});
   rows.push_back(
       {"LCC 2SP Texas South Central, US feet",
        wkt("6378206.4,294.9786982", "Lambert_Conformal_Conic_2SP",
@@ -53,13 +54,13 @@ std::vector<Example> examples() {
                param("standard_parallel_1", dms(28, 23, 0)) + param("standard_parallel_2", dms(30, 17, 0)) +
                param("false_easting", 2000000) + param("false_northing", 0),
            "US survey foot\",0.3048006096012192"),
-       -96, 28.5, 2963503.91, 254759.80, 0.012});
+       -96, 28.5, 2963503.91, 254759.80, 0.006});
   rows.push_back(
       {"LCC 1SP Jamaica",
        wkt("6378206.4,294.9786982", "Lambert_Conformal_Conic_1SP",
            param("central_meridian", -77) + param("latitude_of_origin", 18) + param("scale_factor", 1) +
                param("false_easting", 250000) + param("false_northing", 150000)),
-       dms(-76, 56, 37.26), dms(17, 55, 55.80), 255966.58, 142493.51, 0.012});
+       dms(-76, 56, 37.26), dms(17, 55, 55.80), 255966.58, 142493.51, 0.006});
   rows.push_back({"AEAC Great Lakes",
                   wkt("6378137,298.257222101", "Albers_Conic_Equal_Area",
                       param("longitude_of_center", dms(-84, 27, 21.4380)) +
@@ -81,11 +82,11 @@ std::vector<Example> examples() {
   rows.push_back({"HOM Borneo, natural origin",
                   wkt("6377298.556,300.8017", "Hotine_Oblique_Mercator",
                       timbalai + param("false_easting", 0) + param("false_northing", 0)),
-                  dms(115, 48, 19.8196), dms(5, 23, 14.1129), 679245.73, 596562.78, 0.012});
+                  dms(115, 48, 19.8196), dms(5, 23, 14.1129), 679245.73, 596562.78, 0.006});
   rows.push_back({"HOM Borneo, projection centre",
                   wkt("6377298.556,300.8017", "Hotine_Oblique_Mercator_Azimuth_Center",
                       timbalai + param("false_easting", 590476.87) + param("false_northing", 442857.65)),
-                  dms(115, 48, 19.8196), dms(5, 23, 14.1129), 679245.73, 596562.78, 0.012});
+                  dms(115, 48, 19.8196), dms(5, 23, 14.1129), 679245.73, 596562.78, 0.006});
   rows.push_back({"OS Amersfoort RD New",
                   wkt("6377397.155,299.1528128", "Oblique_Stereographic",
                       param("latitude_of_origin", dms(52, 9, 22.178)) +

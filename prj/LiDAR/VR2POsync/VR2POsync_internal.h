@@ -48,6 +48,9 @@ POread PO_read_param(const POgroup& group);
 // False after an ERROR line.
 [[nodiscard]] bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::string& path,
                            dxyz& min, dxyz& max);
+// Compares the first and the last place of each geographic trajectory with the geoid grid. Beyond it there may be nothing
+// but the way to the project, so only a WARNING says so.
+void check_geoid_ends(const SyncJob& job);
 // The window of a swath from the records of a file, attitudes as the options require, written as its cache.
 // An empty window is no failure: cached is false then. False after an ERROR line.
 [[nodiscard]] bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached);

@@ -114,6 +114,7 @@ bool grp_sync_time(SyncJob& job) {
   const double P = job.par.DAY ? DAY_S : WEEK_S;
   LOG_ENTER("grp_sync_time nsw=" << nsw << " npo=" << job.nfiles() << " P=" << P);
   if (!scan_PO_time(job)) return false;
+  check_geoid_ends(job);
   Counts n;
   for (int g = 0; g < static_cast<int>(res.groups.size()); g++) {
     std::vector<int> swaths, files;

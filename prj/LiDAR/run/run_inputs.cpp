@@ -214,6 +214,7 @@ Step list_inputs(Run& run) {
     prj.nmgrp = static_cast<int>(run.cl.in.mobile.size());
     prj.chgrp = o.chgrp.size() == run.cl.in.mobile.size() ? o.chgrp : std::vector<int>();
   }
+  if (swaths && ok) ok = adopt_swath_system(o, prj);
   ok = list_mounts(run) && ok;
   if (run.cmd.man) ok = get_shift_calib_files(o, run.cl.in.rules, prj) && ok;
   if (swaths) ok = check_outputs(run) && ok;
