@@ -116,7 +116,7 @@ TEST_F(Messages, AllMistakesInOneRun) {
       {{"-align",    "-i",    "x.las",     "-i",          "y*.las", "-po",         "z.out",
         "-mount",    "m.txt", "-oa",       "-oi",         "-drift", "-1",          "-out",
         "plain.las", "-wkt",  "other.prj", "-drop_class", "2",      "-keep_class", "3"},
-       {"ERROR: unsupported projection, WKT file other.prj",
+       {"ERROR: unsupported projection, WKT file other.prj (not understood)",
         "ERROR: options {-oa -oi} are mutually exclusive", "ERROR: could not find file z.out", PO_STOP,
         "ERROR: could not find file x.las", "ERROR: no match for y*.las in directory ./", INPUTS_STOP,
         "ERROR: could not find file m.txt", "ERROR: missing mount files, cannot proceed",
@@ -145,7 +145,7 @@ TEST_F(Messages, CommandsAndExclusions) {
        {"ERROR: option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) "
         "or "
         "time/angle update"}},
-      {{"-corr", "x", "-i", "a.las", "-po", "t.out", "-odir", "/tmp"},
+      {{"-corr", "x", "-i", "a.las", "-po", "t.out", "-utm", "33", "-odir", "/tmp"},
        {"ERROR: could not find file x_idx.log"}},
       {{"-undo", "-i", "a.las", "-r", "r.las"},
        {"ERROR: option -undo is not available yet: no undo data are written or applied",
@@ -197,7 +197,8 @@ TEST_F(Messages, Directories) {
 TEST_F(Messages, CoordinateSystem) {
   expect({
       {{"-utm", "33", "-wkt", "empty.prj", "-i", "x"}, {"WARNING: wkt ignored due to -utm option"}},
-      {{"-wkt", "other.prj", "-i", "x"}, {"ERROR: unsupported projection, WKT file other.prj"}},
+      {{"-wkt", "other.prj", "-i", "x"},
+       {"ERROR: unsupported projection, WKT file other.prj (not understood)"}},
       {{"-wkt", "empty.prj", "-i", "x"}, {"ERROR: empty WKT file empty.prj"}},
       {{"-wkt", "none.prj", "-i", "x"}, {"ERROR: could not find file none.prj"}},
       {{"-wkt", "a.las", "-i", "x"}, {"ERROR: WKT not found in LAS file a.las"}},

@@ -167,9 +167,9 @@ TEST(ProjectInputs, NotesOnTheConsole) {
   const Program program;
   for (const char* const name : {"a.las", "b.las", "t.out", "u.out"})
     write_text(program.work.path + "/" + name, "x");
-  const RunOutput r = program.run({"-align", "-i",   "a.las",     "-i",    "b.las",  "-po", "t.out", "-po",
-                                   "u.out",  "-out", "p_*_c.LAZ", "-olax", "-imu",   "1",   "2",     "3",
-                                   "-bore",  "0",    "0",         "0",     "-DEBUG", "7"});
+  const RunOutput r = program.run({"-align", "-i",   "a.las",     "-i",    "b.las", "-po", "t.out",  "-po",
+                                   "u.out",  "-out", "p_*_c.LAZ", "-olax", "-imu",  "1",   "2",      "3",
+                                   "-bore",  "0",    "0",         "0",     "-utm",  "33",  "-DEBUG", "7"});
   for (const char* const line : {"Debug 7\n", "\nLiDAR output: 'p_*_c.laz' + LAX\n",
                                  "calibration parameter string: using default B23456\n",
                                  "using the 3 specified Bore rot angles for all groups\n",
