@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "las/las_identity.h"
 #include "las/las_sources.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -102,6 +103,10 @@ std::string cut32(std::string_view text) {
   return block;
 }
 }  // namespace
+
+bool las_is_processed(const LASheader& header) {
+  return header.find_vlr(VLR_USER, VLR_PROCESSING) != nullptr;
+}
 
 bool check_las_header(const LASheader& h) {
   bool ok = true;

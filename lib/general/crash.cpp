@@ -99,7 +99,8 @@ void crash_report(const std::string& label, int number, const Frames& frames) {
     const LogLock lock;
     std::string text = "[" + label;
     if (number >= 0) text += " " + std::to_string(number);
-    text += " - ABNORMAL TERMINATION]\n" + frame_list(frames);
+    // The user who interrupts a run knows why it ends.
+    text += number == SIGINT ? " - interrupted]\n" : " - ABNORMAL TERMINATION]\n" + frame_list(frames);
     if (log_files_open) log.main_log << '\n' << text << std::flush;
     console_text(text, true);
     if (!log.base.empty())

@@ -64,7 +64,14 @@ bool add_named_file(FileList& list, const FileList& excl, const std::string& pat
   std::string dir, name;
   split_path(path, dir, name);
   if (!is_regular_file(path)) {
-    ERROR_MSG("could not find file " << path << (is_there(path) ? ", it is " + kind_of(path) : ""));
+    const bool brackets = name.find_first_of("[{") != std::string::npos;
+    ERROR_MSG("could not find file " << path
+                                     << (is_directory(path)
+                                             ? ", it is " + kind_of(path) + ": give a pattern such as " +
+                                                   with_slash(path) + "*"
+                                         : is_there(path) ? ", it is " + kind_of(path)
+                                         : brackets       ? ": patterns know * and ? only, no brackets"
+                                                          : ""));
     return false;
   }
   if (excl.contains(path)) {
@@ -149,7 +156,10 @@ bool update_file_list(FileList& list, const FileList& excl, const std::string& p
   for (const std::string& other : others)
     WARNING_MSG(other << " matches " << name << " but is " << kind_of(other) << ", passed over");
   if (files.empty()) {
-    ERROR_MSG("no match for " << name << " in directory " << shown(dir));
+    ERROR_MSG("no match for " << name << " in directory " << shown(dir)
+                              << (name.find_first_of("[{") == std::string::npos
+                                      ? ""
+                                      : ": patterns know * and ? only, no brackets"));
     return false;
   }
   size_t nexcluded = 0, nadded = 0;

@@ -3,19 +3,36 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iomanip>
 #include <thread>
 
+#include "lib/general/console.h"
 #include "lib/general/log_internal.h"
 
 namespace veld {
 std::atomic<bool> log_files_open{false};
 
 namespace {
+constexpr size_t MAX_SHOWN = 10000;  // texts remembered; a run with more of them repeats itself
+
 thread_local int depth = 0;
 
 // Takes the identity of the main thread during static initialisation.
 const bool state_ready = (log_state(), true);
+
+constexpr char ERROR_WORD[] = "ERROR:", WARNING_WORD[] = "WARNING:";
+
+// The first word of an error or a warning in colour, on a terminal whose user has not set NO_COLOR.
+std::string coloured(const std::string& text) {
+  static const bool colours = isatty(STDERR_FILENO) && !std::getenv("NO_COLOR");
+  const char* const colour = text.starts_with(ERROR_WORD)     ? "\033[1;31m"
+                             : text.starts_with(WARNING_WORD) ? "\033[1;33m"
+                                                              : nullptr;
+  if (!colours || !colour) return text;
+  const size_t end = text.find(':') + 1;
+  return colour + text.substr(0, end) + "\033[0m" + text.substr(end);
+}
 
 void write_message(const std::string& text, bool one_line, bool error) {
   const LogLock lock;
@@ -25,7 +42,9 @@ void write_message(const std::string& text, bool one_line, bool error) {
     log_stream() << log_prefix() << (in_scope ? "| @ " : "> @ ") << text << '\n';
     if (!in_scope) depth--;
   }
-  console_text(text + '\n', error);
+  LogState& log = log_state();
+  if (error && log.once && log.shown.size() < MAX_SHOWN && !log.shown.insert(text).second) return;
+  if (error || log.nquiet == 0) console_text(text + '\n', error);
 }
 }  // namespace
 
@@ -76,18 +95,33 @@ void log_depth_add(int step) { depth += step; }
 
 void console_text(const std::string& text, bool error) {
   LogState& log = log_state();
-  if (!log.console) return;
+  if (!log.console && !(error && text.starts_with(ERROR_WORD))) return;
   if (log.progress_pending) {
     log.progress_pending = false;
     std::fputs("\n", stdout);
   }
   if (error) {
     std::fflush(stdout);
-    std::fputs(text.c_str(), stderr);
+    std::fputs(coloured(text).c_str(), stderr);
   } else {
     std::printf("%s", text.c_str());
     std::fflush(stdout);
   }
+}
+
+void set_console_once(bool once) {
+  const LogLock lock;
+  log_state().once = once;
+  log_state().shown.clear();
+}
+
+ConsoleQuiet::ConsoleQuiet() {
+  const LogLock lock;
+  log_state().nquiet++;
+}
+ConsoleQuiet::~ConsoleQuiet() {
+  const LogLock lock;
+  log_state().nquiet--;
 }
 
 LogText::LogText() { text_ << std::fixed << std::setprecision(3); }

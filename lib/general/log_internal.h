@@ -7,6 +7,7 @@
 #include <ctime>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <string>
 
 namespace veld {
@@ -23,6 +24,9 @@ struct LogState {
   clock_t clock_start = 0;
   time_t time_start = 0;
   bool console = true;
+  int nquiet = 0;                     // owners of a ConsoleQuiet
+  bool once = false;                  // each ERROR and WARNING text comes on the console once
+  std::set<std::string> shown;        // ERROR and WARNING texts that the console has had
   bool progress_pending = false;      // a progress line stands on the console without its line end
   std::atomic<bool> crashed{false};   // a crash report has begun
   std::atomic<pthread_t> reporter{};  // the thread that writes it

@@ -27,7 +27,7 @@ std::string host_name();    // of this machine
 std::string own_host();     // the same, distinct from other containers of that name
 std::string own_tag();      // own_host()-process, for the names of files that only this run uses
 void flush_logs_at_once();  // both logs: flush now and after each line
-void set_console(bool on);  // off: nothing goes to the console, not even errors
+void set_console(bool on);  // off: nothing but ERROR lines goes to the console
 bool console_on();
 void set_progress_file(const std::string& path);  // the file of ProgressMode::file
 

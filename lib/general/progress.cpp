@@ -1,5 +1,8 @@
 #include "lib/general/progress.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -15,6 +18,8 @@ namespace veld {
 namespace {
 constexpr int BAR_WIDTH = 25;
 constexpr int PROG_FILE_READ = 256;  // bytes of the progress file that its end keeps
+constexpr int USUAL_COLUMNS = 80;    // of a terminal that does not say
+constexpr int TENTHS = 10;
 
 // Guarded by the log mutex, since bars and messages share the console.
 ProgressMode mode = ProgressMode::console;
@@ -22,6 +27,22 @@ int total = 0;
 bool started = false;
 std::optional<Stopwatch> watch;  // since the start of the stage
 size_t last_length = 0;          // of the pending line's text: a shorter one must cover it
+int given_columns = ASK_TERMINAL;
+int columns = 0;      // of the terminal, 0: none
+int last_tenth = -1;  // shown without a terminal
+
+int ask_columns() {
+  if (given_columns != ASK_TERMINAL) return given_columns;
+  if (!isatty(STDOUT_FILENO)) return 0;
+  struct winsize size = {};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : USUAL_COLUMNS;
+}
+
+// One column stays free: a full line makes some terminals begin the next.
+void fit_line(std::string& line, size_t taken) {
+  const size_t width = static_cast<size_t>(std::max(columns - 1, 0));
+  line.resize(std::min(line.size(), width > taken ? width - taken : 0));
+}
 
 void write_file(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
@@ -58,6 +79,11 @@ void set_progress_mode(ProgressMode new_mode) {
   mode = new_mode;
 }
 
+void set_progress_columns(int new_columns) {
+  const LogLock lock;
+  given_columns = new_columns;
+}
+
 void progress_start(int ntotal) {
   ASSERT(ntotal > 0);
   const LogLock lock;
@@ -65,6 +91,8 @@ void progress_start(int ntotal) {
   started = true;
   watch.emplace();
   last_length = 0;
+  last_tenth = -1;
+  columns = ask_columns();
 }
 
 void progress_step(int i, const std::string& text) {
@@ -76,14 +104,23 @@ void progress_step(int i, const std::string& text) {
   const int stars = static_cast<int>(width * static_cast<int64_t>(i) / n);
   const int percent = static_cast<int>(100 * static_cast<int64_t>(i) / n);
   std::string line = text + state_text(i);
-  if (mode == ProgressMode::console && log.console) {
-    const size_t length = line.size();
-    if (log.progress_pending && length < last_length) line.append(last_length - length, ' ');
-    last_length = length;
-    std::printf("[%s%s] %3d%% ", std::string(stars, '*').c_str(), std::string(width - stars, '-').c_str(),
-                percent);
-    log.progress_pending = true;
-    std::printf("%s\r", line.c_str());
+  if (mode == ProgressMode::console && log.console && log.nquiet == 0) {
+    const int tenth = static_cast<int>(TENTHS * static_cast<int64_t>(i) / n);
+    if (columns == 0 && (tenth <= last_tenth || tenth == TENTHS)) return;  // the end writes the last
+    last_tenth = tenth;
+    char bar[BAR_WIDTH + 16];
+    const int taken = std::snprintf(bar, sizeof bar, "[%s%s] %3d%% ", std::string(stars, '*').c_str(),
+                                    std::string(width - stars, '-').c_str(), percent);
+    if (columns == 0) {
+      std::printf("%s%s\n", bar, line.c_str());
+    } else {
+      fit_line(line, static_cast<size_t>(taken));
+      const size_t length = line.size();
+      if (log.progress_pending && length < last_length) line.append(last_length - length, ' ');
+      last_length = length;
+      log.progress_pending = true;
+      std::printf("%s%s\r", bar, line.c_str());
+    }
     std::fflush(stdout);
   } else if (mode == ProgressMode::file && !log.prog_path.empty()) {
     write_file(log.prog_path, static_cast<char>(percent) + line);
@@ -93,8 +130,9 @@ void progress_step(int i, const std::string& text) {
 void progress_end(const std::string& text) {
   const LogLock lock;
   LogState& log = log_state();
-  if (mode == ProgressMode::console && log.console) {
+  if (mode == ProgressMode::console && log.console && log.nquiet == 0) {
     std::string line = (text.empty() || text[0] == ' ' ? "" : " ") + text;
+    if (columns > 0) fit_line(line, BAR_WIDTH + 7);
     if (log.progress_pending && line.size() < last_length + 1) line.resize(last_length + 1, ' ');
     std::printf("[%s] 100%%%s\n", std::string(BAR_WIDTH, '*').c_str(), line.c_str());
     std::fflush(stdout);

@@ -8,16 +8,36 @@
 namespace veld {
 namespace {
 // The rest of the token may hold the first argument. False when the token is another option.
-bool matches(const std::string& token, const std::string& key, int mode, std::vector<std::string>& args) {
+bool matches(const OptParser& p, const std::string& token, const std::string& key,
+             std::vector<std::string>& args) {
   if (!is_option_token(token) || token.compare(0, key.size(), key) != 0) return false;
   args.clear();
   if (token.size() == key.size()) return true;
   const char next = token[key.size()];
   const bool separated = next == '=' || next == ' ';
-  if (mode == 1 && !separated) return false;
+  if (p.mode == 1 && !separated) return false;
+  const bool letters = std::isalpha(static_cast<unsigned char>(next)) != 0;
+  if (letters && !nearest_option(p, token).empty()) return false;  // -algin is not -a lgin
   const std::string rest = token.substr(key.size() + (separated ? 1 : 0));
   if (next == '=' || !rest.empty()) args.push_back(rest);
   return true;
+}
+
+// Letters that must be changed, put in, left out or swapped with their neighbour (Damerau 1964, restricted).
+size_t edit_distance(const std::string& a, const std::string& b) {
+  std::vector<size_t> before(b.size() + 1), last(b.size() + 1), now(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); j++) now[j] = j;
+  for (size_t i = 1; i <= a.size(); i++) {
+    before.swap(last);
+    last.swap(now);
+    now[0] = i;
+    for (size_t j = 1; j <= b.size(); j++) {
+      now[j] = std::min({last[j] + 1, now[j - 1] + 1, last[j - 1] + (a[i - 1] != b[j - 1])});
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+        now[j] = std::min(now[j], before[j - 2] + 1);
+    }
+  }
+  return now[b.size()];
 }
 
 // Checks the count, cuts what is too much. False when the occurrence is not valid.
@@ -46,6 +66,25 @@ bool is_option_token(const std::string& text) {
          (std::isalpha(static_cast<unsigned char>(text[1])) || text[1] == '?' || text[1] == '$');
 }
 
+std::string nearest_option(const OptParser& p, const std::string& token) {
+  constexpr size_t MIN_LETTERS = 4, LETTERS_PER_FAULT = 4;  // shorter names are near to everything
+  const std::string name = token.substr(1, token.find_first_of("= ") - 1);
+  if (name.size() < MIN_LETTERS) return "";
+  size_t least = std::min<size_t>(2, name.size() / LETTERS_PER_FAULT) + 1;
+  std::string nearest;
+  for (const std::string& known : p.asked) {
+    const size_t difference =
+        known.size() > name.size() ? known.size() - name.size() : name.size() - known.size();
+    if (difference >= least) continue;
+    const size_t distance = edit_distance(name, known);
+    if (distance < least) {
+      least = distance;
+      nearest = known;
+    }
+  }
+  return nearest;
+}
+
 bool has_illegal_chars(const std::string& name) {
   return name.find_first_of(ILLEGAL_NAME_CHARS) != std::string::npos;
 }
@@ -59,6 +98,7 @@ std::vector<OptOccurrence> GetOptAll(OptParser& p, const std::string& longopt, c
   const std::string& name = p.mode == 1 ? longopt : shortopt;
   if (name.empty()) return found;
   const std::string key = "-" + name;
+  if (p.mode == 1) p.asked.push_back(longopt);
   const unsigned char letter = shortopt.empty() ? 0 : static_cast<unsigned char>(shortopt[0]);
   if (single && p.mode == 0) {
     if (p.single_asked[letter]) ERROR_MSG("(OPTION PARSING) single " << key << " repeated");
@@ -69,7 +109,7 @@ std::vector<OptOccurrence> GetOptAll(OptParser& p, const std::string& longopt, c
   int count = 0;
   OptOccurrence occurrence;
   for (size_t i = 0; i < p.args.size(); i++) {
-    if (p.args[i].used || !matches(p.args[i].text, key, p.mode, occurrence.args)) continue;
+    if (p.args[i].used || !matches(p, p.args[i].text, key, occurrence.args)) continue;
     occurrence.pos = p.last_match = static_cast<int>(i);
     count++;
     p.args[i].used = true;
@@ -109,7 +149,11 @@ bool CheckUnknownOpt(const OptParser& p) {
   LOG_ENTER("CheckUnknownOpt argc=" << p.args.size());
   std::string unknown, extra;
   for (const OptToken& token : p.args)
-    if (!token.used) (is_option_token(token.text) ? unknown : extra) += token.text + " ";
+    if (!token.used) {
+      const bool option = is_option_token(token.text);
+      const std::string meant = option ? nearest_option(p, token.text) : std::string();
+      (option ? unknown : extra) += token.text + (meant.empty() ? " " : " (did you mean -" + meant + "?) ");
+    }
   if (!unknown.empty()) ERROR_MSG("unknown options: " << unknown);
   if (!extra.empty()) ERROR_MSG("extra arguments: " << extra);
   return unknown.empty() && extra.empty();

@@ -32,6 +32,7 @@ struct OptParser {
   int last_match = -1;               // token of the last question's last match, -1 for none
   bool error = false;                // a value error has been reported
   int mode = 1;                      // 1: long names, 0: short names
+  std::vector<std::string> asked;    // long names that have been asked for
   bool single_asked[256] = {};       // short names that have been asked for
   bool long_found[256] = {};         // short names whose long name has been found
   std::string refdir;                // from option -$, empty without
@@ -46,6 +47,9 @@ struct OptParser {
 };
 
 bool is_option_token(const std::string& text);  // "-" and then a letter, "?" or "$"
+// The long name that an option token most likely means, by one or two letters changed, left out, put in or swapped;
+// empty when none is that near. With a letter behind the short name a token is no short option then.
+std::string nearest_option(const OptParser& p, const std::string& token);
 bool has_illegal_chars(const std::string& name);
 
 // Merges persistent file (base + ".opt.txt"), tagged file (-opt) and command line; handles -opt, -$ and -mul.

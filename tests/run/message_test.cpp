@@ -295,7 +295,6 @@ TEST_F(Messages, TrajectoriesAndMounts) {
         "ERROR: missing mount files, cannot proceed"}},
       {two({"-mount", "three.txt", "-po", "x"}),
        {"WARNING: no boresight angle found in mount file three.txt"}},
-      {two({"-po", "x"}), {"WARNING: no -mount, -bore or -imu options found, using IMU=0 and Bore=0"}},
   });
 }
 

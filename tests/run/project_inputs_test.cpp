@@ -175,9 +175,10 @@ TEST(ProjectInputs, NotesOnTheConsole) {
                                  "using the 3 specified Bore rot angles for all groups\n",
                                  "using the 3 specified IMU rot angles for all groups\n"})
     EXPECT_TRUE(holds(r.out, line)) << r.out;
-  EXPECT_TRUE(holds(r.err,
-                    "WARNING: no initial geometric calibration file specified, output will be calibration "
-                    "corrections, not update\n"));
+  EXPECT_TRUE(
+      holds(r.out,
+            "no initial geometric calibration file specified, output will be calibration corrections, "
+            "not update\n"));
   write_text(program.work.path + "/m.txt", "1\n2\n");
   write_text(program.work.path + "/f.xml",
              "<flight>\n<input split=ch n=2>\na.las\n<map file=m.txt></map>\n<bore>\n1 2 3\n4 5 "

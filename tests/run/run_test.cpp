@@ -64,12 +64,13 @@ TEST(Run, CommandLinesAndTheirEnds) {
   }
 }
 
-TEST(Run, QuietLeavesAllToTheLog) {
+TEST(Run, QuietLeavesAllButErrorsToTheLog) {
   const Program program;
   const RunOutput r = program.run({"-quiet", "1", "-i", "*.las", "-zmap", "-smap"});
   EXPECT_EQ(r.code, 1);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(holds(r.err, "ERROR: options {-smap -zmap} are mutually exclusive\n"));
+  EXPECT_FALSE(holds(r.err, "WARNING")) << r.err;
   EXPECT_TRUE(holds(program.log(), "> @ ERROR: options {-smap -zmap} are mutually exclusive\n"));
 }
 

@@ -28,7 +28,8 @@ TEST(Signals, EachEndsTheRunWithAReport) {
   ASSERT_TRUE(simulate(work));
   for (const SignalCase& s : SIGNAL_CASES) {
     SCOPED_TRACE(s.label);
-    const std::string heading = std::string("[") + s.label + " - ABNORMAL TERMINATION]\n0  ";
+    const std::string heading = std::string("[") + s.label +
+                                (s.number == SIGINT ? " - interrupted]\n" : " - ABNORMAL TERMINATION]\n0  ");
     for (const char* const dir : {"/t", "/o"}) {
       std::filesystem::remove_all(work + dir);
       std::filesystem::create_directory(work + dir);

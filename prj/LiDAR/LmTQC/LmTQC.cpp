@@ -233,6 +233,12 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     result.nused++;
     add_DZ(sum, stat, static_cast<double>(stat.n) * GSD * GSD);
     add_DZ(sum0, before, static_cast<double>(before.n) * GSD * GSD);
+    result.ncompared += static_cast<double>(stat.n);
+    if (static_cast<double>(stat.rms) > result.worst_rms) {
+      result.worst_rms = static_cast<double>(stat.rms);
+      result.worst1 = pairs[i].sw1;
+      result.worst2 = pairs[i].sw2;
+    }
   }
   LOG_LINE("QC CORR " << pairs.size() << " pairs, " << result.nused << " used, " << result.Mpix << " Mpix");
   LOG_MSG("Processed " << result.Mpix << " Mpix | " << time.text());
@@ -242,6 +248,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     ERROR_MSG("no gridded data available");
     return false;
   }
+  result.npixel = result.Mpix * 1e6;
   set_totals(sum, result.stddev, result.rms, result.area);
   set_totals(sum0, result.stddev0, result.rms0, result.area0);
   if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", pairs, stats, GSD * GSD, result)) return false;

@@ -35,6 +35,10 @@ struct QCcorrResult {
   double stddev0 = 0;
   double rms0 = 0;
   double area0 = 0;
+  double ncompared = 0;          // pixels of all pairs that were compared
+  double npixel = 0;             // pixels that both swaths of a pair have
+  int worst1 = -1, worst2 = -1;  // swath numbers of the pair with the largest RMS after the correction
+  double worst_rms = 0;          // m
 };
 
 // Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not

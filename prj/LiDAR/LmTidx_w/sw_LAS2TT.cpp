@@ -10,6 +10,7 @@
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
+#include "prj/LiDAR/LmTidx_w/point_filter.h"
 #include "prj/LiDAR/LmTidx_w/tile_grid.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -17,41 +18,8 @@ namespace veld {
 namespace {
 constexpr uint64_t MIN_POINTS = 16;
 
-// What a byte of the record says: 0 the point stays.
-constexpr uint8_t DROP_FLAG = 1;  // withheld, or synthetic
-constexpr uint8_t DROP_CLASS = 2;
-constexpr uint8_t DROP_RETURN = 4;
-
-struct Filter {
-  std::array<uint8_t, 256> flags{};    // by byte 15: flags (and, in formats 0 to 5, the class)
-  std::array<uint8_t, 256> classes{};  // by byte 16, extended formats only
-  std::array<uint8_t, 256> returns{};  // by byte 14
-};
-
-Filter make_filter(const TilingParam& par, bool extended) {
-  std::array<bool, 256> keep;
-  keep.fill(true);
-  for (const uint8_t c : par.xcls) keep[c] = false;
-  Filter f;
-  for (uint32_t b = 0; b < 256; b++) {
-    const bool withheld = extended ? b & 4 : b & 0x80;
-    const bool synthetic = extended ? b & 1 : b & 0x20;
-    const uint32_t cls = extended ? b : b & 31;
-    uint8_t drop = withheld || (synthetic && !par.syn) ? DROP_FLAG : 0;
-    if (extended)
-      f.classes[b] = keep[cls] ? 0 : DROP_CLASS;
-    else if (!keep[cls])
-      drop |= DROP_CLASS;
-    f.flags[b] = drop;
-    const uint32_t rn = extended ? b & 15 : b & 7, nr = extended ? b >> 4 : (b >> 3) & 7;
-    const bool kept = par.all || (par.last ? rn >= nr : rn <= 1);
-    f.returns[b] = kept ? 0 : DROP_RETURN;
-  }
-  return f;
-}
-
 struct Pass {  // the pass under way
-  Filter filter;
+  PointFilter filter;
   LASlayout lay;
   double scale[3], offset[3];
   TileGeom g;
@@ -306,7 +274,7 @@ bool check_times(const Pass& s, const TilingParam& par, const CacheName& swath, 
 
 Pass start_pass(const LASheader& h, const TilingParam& par, const Unroll& unroll, bool tuse) {
   Pass s;
-  s.filter = make_filter(par, h.extended());
+  s.filter = make_PointFilter(par, h.extended());
   s.lay = h.layout();
   const double scale[3] = {h.x_scale_factor, h.y_scale_factor, h.z_scale_factor};
   const double offset[3] = {h.x_offset, h.y_offset, h.z_offset};

@@ -109,7 +109,15 @@ bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& res
     put_DZ_line(run.dz, p, out.before, run, run.before);
     result.nqc++;
   }
-  if (!out.lost.empty()) WARNING_MSG("swaths " << p.sw1 << "/" << p.sw2 << " not registered: " << out.lost);
+  if (!out.lost.empty()) {
+    const auto name = [&](int sw) { return swath_name(run.prj.swaths[static_cast<size_t>(sw)]); };
+    const std::string text =
+        LOG_STR("swaths " << name(p.sw1) << " and " << name(p.sw2) << " not registered: " << out.lost);
+    if (out.state == InterState::memory)
+      WARNING_MSG(text);
+    else
+      LOG_MSG(text);  // narrow overlaps are common
+  }
   result.nvec += out.rec.size();
   for (const DUTstr& r : out.rec) result.nnotime += r.Time1 == DUT_NOTIME;
   return write_DUT_pair(run.dut, p.sw1, p.sw2, out.rec, out.lost);

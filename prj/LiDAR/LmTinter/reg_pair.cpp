@@ -98,7 +98,8 @@ bool process_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, PairOut
   LOG_ENTER("pair " << p.number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
   if (!read_swaths(work.prj, p, sw)) return false;
   InterTiles inter;
-  InterState state = choose_inter_tiles(work.prj, sw.s1, sw.s2, work.param.nmTmin, work.levels, inter);
+  InterState& state = out.state;
+  state = choose_inter_tiles(work.prj, sw.s1, sw.s2, work.param.nmTmin, work.levels, inter);
   std::optional<MemoryBudget::Lease> lease;
   NRpair pair;
   if (state == InterState::ok) {

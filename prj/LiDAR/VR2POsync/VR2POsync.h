@@ -106,6 +106,11 @@ struct POsync {
 // caches and reports, but no vectors. idx must hold the swaths of prj.
 [[nodiscard]] int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, POsync& res);
 
+// Records of the file of a swath (sw2fl), from margin seconds before to margin seconds behind it, in the frames of
+// the caches, with the attitudes of the file (AREC or not). False when the swath has no file, or after an ERROR line.
+[[nodiscard]] bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam& par, int sw,
+                                    double margin, Vector<PO>& po);
+
 // ---- trajectory caches
 
 std::string POC_name(const CacheName& swath, int sw);  // file of swath number sw, in TMPDIR

@@ -53,13 +53,14 @@ void settle_angles(Vector<PO>& po) {
     for (PO& rec : po) rec.yaw -= turns;
 }
 
-const Mount* mount_of(const SyncJob& job, int sw) {
-  const std::vector<Mount>& mounts = job.prj.mounts;
+}  // namespace
+
+const Mount* mount_of_swath(const Project& prj, int group) {
+  const std::vector<Mount>& mounts = prj.mounts;
   if (mounts.empty()) return nullptr;
-  const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(job.swath(sw).group - 1);
+  const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(group - 1);
   return g < mounts.size() ? &mounts[g] : nullptr;
 }
-}  // namespace
 
 POC_TMP::~POC_TMP() { clear(); }
 POC_TMP::POC_TMP(POC_TMP&& other) noexcept : files_(std::move(other.files_)) { other.files_.clear(); }
@@ -152,7 +153,7 @@ bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached
   Vector<PO> part(i1 - i0 + 1);
   std::copy(po.val + i0, po.val + i1 + 1, part.val);
   if (job.res.AREC(sw)) recompute_attitude(part);
-  const Mount* mount = mount_of(job, sw);
+  const Mount* mount = mount_of_swath(job.prj, job.swath(sw).group);
   if (job.par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(part, mount->IMU);
   settle_angles(part);
   dxyz lo = {99999999, 99999999, 9999}, hi = {-99999999, -99999999, -9999};

@@ -164,11 +164,11 @@ bool grp_sync_time(SyncJob& job) {
   }
   LOG_LINE("nswa=" << n.nswa << " nPOa=" << n.nPOa << " nswc=" << n.nswc << " nPOc=" << n.nPOc);
   if (n.nswa + n.nPOa > 0)
-    WARNING_MSG("GPS time converted to adjusted: " << n.nswa << " swaths, " << n.nPOa << " PO files in "
-                                                   << n.ngrpa << " groups");
+    LOG_MSG("GPS time converted to adjusted: " << n.nswa << " swaths, " << n.nPOa << " PO files in "
+                                               << n.ngrpa << " groups");
   if (n.nswc + n.nPOc > 0)
-    WARNING_MSG("GPS time corrected: " << n.nswc << " swaths, " << n.nPOc << " PO files in " << n.ngrpc
-                                       << " groups");
+    LOG_MSG("GPS time corrected: " << n.nswc << " swaths, " << n.nPOc << " PO files in " << n.ngrpc
+                                   << " groups");
   return true;
 }
 }  // namespace veld

@@ -124,6 +124,7 @@ struct InvResult {
   std::vector<std::string> cal_names;
   Vector<double> cal_sigma;  // m, rad; empty when not available
   Image<double> cal_corr;
+  std::vector<std::string> summary;  // a line a parameter: value and uncertainty, with its unit
 
   xyz def_rms = {0, 0, 0};  // m, weighted RMS of the displacements used
   xyz res_rms = {0, 0, 0};  // m, and of their residuals

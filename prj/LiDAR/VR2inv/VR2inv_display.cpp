@@ -4,6 +4,7 @@
 #include <functional>
 #include <ostream>
 #include <set>
+#include <string_view>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -73,11 +74,21 @@ void put_cal_log(std::ostream& os, const InvCalDrift& inv, const InvResult& res)
   }
 }
 
+// Of a value and uncertainty as the covariance has them, by the first letter of the parameter's name.
+const char* unit_of(const std::string& name) {
+  constexpr int NLEVER = 3;
+  if (name[0] == 'I') return "internal";
+  if (name[0] == 'S') return "m";
+  const std::string_view letters(EXT_LETTERS);
+  return letters.find(name[0]) < NLEVER ? "m" : "rad";
+}
+
 void put_cov(std::ostream& os, const InvResult& res) {
   const int n = static_cast<int>(res.cal_names.size());
-  os << "Parameter Uncertainty Correlations{upper triangle}\n";
+  os << "Parameter Unit Uncertainty Correlations{upper triangle}\n";
   for (int i = 0; i < n; i++) {
-    os << res.cal_names[i] << ' ' << number("%.3e", res.cal_sigma(i)) << ' ';
+    os << res.cal_names[i] << ' ' << unit_of(res.cal_names[i]) << ' ' << number("%.3e", res.cal_sigma(i))
+       << ' ';
     for (int j = 0; j < n; j++) os << (j < i ? "       ." : number("%8.4f", res.cal_corr(j, i)));
     os << '\n';
   }
@@ -131,7 +142,25 @@ double sigma_of(const InvCalDrift& inv, const InvResult& res, int swath, int c) 
   return res.cal_sigma(inv.int0[c - N_EXTERNAL] + w.int_set);
 }
 
-void show_table(const InvCalDrift& inv, const InvResult& res) {
+// The closing line of a parameter: its value and uncertainty, or how many sets there are.
+std::string summary_line(const InvCalDrift& inv, const InvResult& res, int c) {
+  const char* const names[N_EXTERNAL] = {"lever X",        "lever Y",         "lever Z",
+                                         "boresight roll", "boresight pitch", "boresight yaw"};
+  const std::string name = c < N_EXTERNAL ? names[c] : "internal I" + std::to_string(c - N_EXTERNAL + 1);
+  if (res.calib.size() > 1)
+    return "Found " + name + ": " + std::to_string(res.calib.size()) + " sets, see _cal.log";
+  const char* const unit = c < 3 ? " m" : c < N_EXTERNAL ? " degrees" : "";
+  std::string text =
+      "Found " + name + number(c < 3 ? " %.4f" : " %.6f", value_of(res.calib[0], c) * in_degrees(c));
+  const auto sw = std::find(res.sw2cal.begin(), res.sw2cal.end(), 0);
+  if (!res.cal_sigma.empty() && sw != res.sw2cal.end())
+    text += number(c < 3 ? " +- %.4f" : " +- %.6f",
+                   sigma_of(inv, res, static_cast<int>(sw - res.sw2cal.begin()), c));
+  return text + unit;
+}
+
+void show_table(const InvCalDrift& inv, InvResult& res) {
+  res.summary.clear();
   constexpr size_t MAX_COLUMNS = 8;  // more sets stand in the file only
   const size_t nset = std::min(res.calib.size(), MAX_COLUMNS);
   for (int c = 0; c < N_EXTERNAL + N_INTERNAL; c++) {
@@ -147,6 +176,7 @@ void show_table(const InvCalDrift& inv, const InvResult& res) {
     }
     LOG_MSG(line);
     if (!res.cal_sigma.empty()) LOG_MSG(unc);
+    res.summary.push_back(summary_line(inv, res, c));
   }
 }
 
@@ -159,7 +189,7 @@ bool write_files(const InvCalDrift& inv, const InvResult& res) {
     LOG_MSG("Writing Sarnel-compatible calibration file " << file);
     const auto put = [&](std::ostream& os) {
       put_calib(os, res.calib[s]);
-      os << '\n';
+      os << "\n# lever X Y Z (m), boresight roll pitch yaw (degrees), internal I1 to I7 (m, rad, 1)\n";
     };
     if (!write_whole(file, put)) return false;
   }

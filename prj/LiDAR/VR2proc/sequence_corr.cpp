@@ -50,6 +50,22 @@ bool prepare(const Project& prj, Run& run) {
   return comp_swath_geometry(prj, run.sync, run.par.geometry, run);
 }
 
+// Why swaths get no correction, by swath; empty for those that do and for references.
+std::vector<std::string> comp_reasons(const Project& prj, const POsync& sync) {
+  std::vector<bool> displaced(prj.swaths.size(), false);
+  for (const DUTinter& p : sync.idx.pairs)
+    if (p.ndisp > 0) displaced[static_cast<size_t>(p.sw1)] = displaced[static_cast<size_t>(p.sw2)] = true;
+  std::vector<std::string> reason(prj.swaths.size());
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    const int file = sync.sw2fl(static_cast<int64_t>(i));
+    if (prj.swaths[i].fixed || file >= 0) continue;
+    reason[i] = file == -2      ? "more than one trajectory has its times"
+                : !displaced[i] ? "no displacements to other swaths"
+                                : "no trajectory has its times";
+  }
+  return reason;
+}
+
 // Whether the inversion gets displacements between mobile swaths and references.
 bool has_reference_pairs(const Project& prj, const Run& run) {
   const auto fixed = [&](int sw) { return prj.swaths[static_cast<size_t>(sw)].fixed; };
@@ -198,8 +214,7 @@ bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
   }
   bool ok = true;
   if (!run.qc_pairs.empty()) {
-    QCcorrResult qc;
-    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, qc)) {
+    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, result.qc)) {
       ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
       ok = false;  // ends the QC only: the corrected files are still written
     }
@@ -229,6 +244,8 @@ bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& re
   choose_qc_pairs(prj, run);
   run.par.inv = run.inv;
   if (!QC_OUT_CORR(prj, run, result)) return false;
+  result.reason = comp_reasons(prj, run.sync);
+  result.found = run.res.summary;
   const std::vector<int> rejected = POget_rej(prj, run.sync);
   result.nswrej = static_cast<int>(rejected.size());
   if (!rejected.empty())

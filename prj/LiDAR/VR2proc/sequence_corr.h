@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
@@ -38,11 +39,14 @@ struct CorrParam {
 };
 
 struct CorrResult {
-  int nswc = 0;                    // swaths corrected
-  int nswrej = 0;                  // mobile swaths left as they are
-  double Mp = 0;                   // points written, millions
-  double MB = 0;                   // bytes written, millions
-  std::vector<std::string> files;  // by swath: its corrected file; empty without
+  int nswc = 0;                     // swaths corrected
+  int nswrej = 0;                   // mobile swaths left as they are
+  double Mp = 0;                    // points written, millions
+  double MB = 0;                    // bytes written, millions
+  std::vector<std::string> files;   // by swath: its corrected file; empty without
+  std::vector<std::string> reason;  // by swath: why it got no correction; empty for those that have one
+  QCcorrResult qc;                  // the check after the correction
+  std::vector<std::string> found;   // lines: each calibration set with its uncertainties
 };
 
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside

@@ -52,8 +52,7 @@ bool comp_swath_geometry(const Project& prj, const POsync& sync, const GeometryP
     ERROR_MSG("failed to compute PO and time tables");
     return false;
   }
-  if ((par.ICS && !ICS_stat_swaths(prj, sync, g.rot, g.swc, g.samples, g.ics)) ||
-      (par.ICS_r && !save_ICS_table(prj, g))) {
+  if (!ICS_stat_swaths(prj, sync, g.rot, g.swc, g.samples, g.ics) || (par.ICS_r && !save_ICS_table(prj, g))) {
     ERROR_MSG("failed to compute BF/ICS tables");
     return false;
   }

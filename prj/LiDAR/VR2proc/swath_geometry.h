@@ -22,8 +22,8 @@ struct SwathGeometry {
 
 struct GeometryParam {
   bool AROT = false;   // attitudes are rotated by the IMU angles of the mount (-att_imu)
-  bool ICS = true;     // the check (-ics_err or -ics)
-  bool ICS_r = false;  // the table of the check too (-ics)
+  bool ICS = true;     // swaths that do not fit their trajectory are an ERROR, else a WARNING (-ics_err)
+  bool ICS_r = false;  // the table of the statistics too (-ics)
 };
 
 // Fills g for the swaths that have a trajectory in sync. Logs go beside prj.name. False after an ERROR line.

@@ -211,7 +211,7 @@ bool get_mount_files(const Options& o, const PathRules& rules, Project& prj) {
     return false;
   }
   if (o.mount.empty() && !angles) {
-    WARNING_MSG("no -mount, -bore or -imu options found, using IMU=0 and Bore=0");
+    LOG_MSG("no -mount, -bore or -imu options found, using IMU=0 and Bore=0");
     return true;
   }
   if (angles) {

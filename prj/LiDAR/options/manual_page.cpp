@@ -49,11 +49,14 @@ std::string description() {
              "calibration and trajectory drift; writes corrected swaths; and reports the fit before and "
              "after in logs.") +
          paragraph(
-             "A run has at most one command (-scan, -fastqc, -reg, -corr, -align, -align2, -calib, -undo, "
+             "Every command begins with a check of its inputs, which takes seconds; -check does nothing else "
+             "and prints a table. A run has at most one command (-scan, -fastqc, -reg, -corr, -align, "
+             "-align2, -calib, -undo, "
              "-cut, -plot_po); without one it checks the overlaps. Each -i is a group: its swaths share "
              "trajectory parameters and mount. Patterns may be quoted; the program expands them.") +
          paragraph(
-             "An option is a dash and a name; arguments follow after a blank, the first one also after "
+             "An option is a dash (or two) and a name; arguments follow after a blank, the first one also "
+             "after "
              "\"=\". A one-letter name may have its argument right behind it. An option with the values 0 "
              "and 1 means 1 when it stands alone. When an option is given twice, the last one counts; the "
              "command line counts over option files.");
@@ -75,9 +78,39 @@ std::string files() {
          item("veldrunner_gui.prog", "Progress of the run, with -progress 2.");
 }
 
+std::string streams() {
+  return section("OUTPUT STREAMS") +
+         paragraph(
+             "Lines that begin with ERROR: or WARNING: go to standard error, each text once; all else goes "
+             "to standard "
+             "output. An ERROR says why the run, or a part of it, cannot be done; a WARNING that the result "
+             "lacks "
+             "something. The log has both streams. -quiet leaves the ERROR lines alone.") +
+         paragraph(
+             "On a terminal progress is one line, drawn again and again and cut to the terminal's width. In "
+             "a file or "
+             "pipe it is a line at each tenth of a stage. The words ERROR and WARNING are coloured on a "
+             "terminal "
+             "unless NO_COLOR is set.") +
+         paragraph(
+             "The last lines of a run are its summary: swaths given, corrected, written and left out with "
+             "the "
+             "reasons; height differences before and after on the same ground, with its share of the "
+             "overlap; the "
+             "worst pair; the calibration found with its uncertainties.");
+}
+
 std::string exit_status() {
-  return section("EXIT STATUS") + item("0", "The run has finished.") +
-         item("1", "It failed; the log says why.") + item("128 + n", "It was ended by signal n.");
+  return section("EXIT STATUS") +
+         item("0",
+              "The run has finished. Swaths may have been left out: the summary names them. -check: no "
+              "ERROR.") +
+         item("1",
+              "It failed; the ERROR lines say why. With -strict also when swaths were left out or the result "
+              "is "
+              "incomplete. -check: the inputs have faults.") +
+         item("130", "It was interrupted (Ctrl-C). No unfinished results are left.") +
+         item("128 + n", "It was ended by signal n.");
 }
 }  // namespace
 
@@ -97,6 +130,7 @@ std::string man_page_text() {
     text += std::string(".SS ") + theme_title(theme) + "\n";
     for (const OptRow& row : rows_of_theme(rows, theme)) text += option_item(row);
   }
-  return text + files() + exit_status() + section("SEE ALSO") + ".BR veldsim (1),\n.BR veldscore (1)\n";
+  return text + streams() + files() + exit_status() + section("SEE ALSO") +
+         ".BR veldsim (1),\n.BR veldscore (1)\n";
 }
 }  // namespace veld

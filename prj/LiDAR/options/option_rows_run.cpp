@@ -57,7 +57,7 @@ void add_rows_run(Options& o, std::vector<OptRow>& rows) {
            "print this help and exit; with a word, the options that match it"),
       flag("version", "v", &o.version, available, Theme::run, "print the version and exit"),
       boolean("quiet", "q", &o.quiet, available, Theme::run,
-              "1: nothing on the console, not even errors; the log keeps all"),
+              "1: only ERROR lines on the console; the log keeps all"),
       integer("progress", "", 0, 2, &o.progress, available, Theme::run,
               "progress display: 0 none, 1 console bar, 2 progress file"),
       integer("mem", "", 1024, 262144, &o.tuning.MEM_MB, available, Theme::run,

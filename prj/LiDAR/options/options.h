@@ -73,6 +73,8 @@ struct Options {
   bool align2 = false;
   std::vector<std::string> calib;
   bool scan = false;
+  bool check = false;
+  bool strict = false;
   bool fastqc = false;
   std::vector<std::string> corr;
   bool undo = false;

@@ -55,7 +55,6 @@ void share_values(Options& o) {
   correction.QC = scanning.QC;
   correction.qc = scanning.qcpairs;
   correction.geometry.AROT = correction.sync.AROT;
-  correction.geometry.ICS = correction.geometry.ICS || correction.geometry.ICS_r;
   correction.inv.CALINTGEN = o.tuning.CALINTGEN;
   correction.inv.CALINTNOB = o.tuning.CALINTNOB;
 }

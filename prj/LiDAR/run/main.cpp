@@ -1,10 +1,12 @@
 // The entry point: handlers, lock, logs, the run, the exit procedure.
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iomanip>
 #include <iostream>
 
+#include "lib/general/console.h"
 #include "lib/general/crash.h"
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
@@ -14,13 +16,12 @@
 
 namespace veld {
 namespace {
-// Takes the two usual spellings with two dashes for those with one. True when the run only asks for the help or
-// the version.
+// Takes two dashes before a word for one. True when the run only asks for the help or the version.
 bool asks_for_text(int argc, char** argv) {
   bool asks = false;
   for (int i = 1; i < argc; i++) {
-    for (const char* const word : {"--help", "--version"})
-      if (std::strcmp(argv[i], word) == 0) argv[i]++;
+    if (argv[i][0] == '-' && argv[i][1] == '-' && std::isalpha(static_cast<unsigned char>(argv[i][2])))
+      argv[i]++;
     for (const char* const word : {"-help", "-h", "-version", "-v"})
       asks = asks || std::strcmp(argv[i], word) == 0;
   }
@@ -40,6 +41,7 @@ int main(int argc, char** argv) {
   const bool locked = !mul && take_lock(paths.base, PROGRAM_NAME, !text_only);
   if (!mul && !locked && !text_only) return EXIT_FAILURE;
   std::cout << std::fixed << std::setprecision(3);
+  set_console_once(true);
   set_progress_file(paths.base + "_gui.prog");
   // Without the lock the logs may be another run's: help and version then go without.
   if (mul || locked)

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/inputs/georef_setup.h"
+#include "prj/LiDAR/inputs/own_outputs.h"
 #include "prj/LiDAR/inputs/tag_tree.h"
 #include "prj/LiDAR/options/availability.h"
 #include "prj/LiDAR/options/steer_opt.h"
@@ -138,7 +139,10 @@ bool list_swaths(Run& run) {
     ERROR_MSG("missing input files, cannot proceed");
     return false;
   }
-  return get_swath_files(run.cl.in, o, run.prj) && chk_ch_grp(o, run.prj);
+  if (!get_swath_files(run.cl.in, o, run.prj)) return false;
+  OutputName out;
+  if (parse_output_name(o.out, out)) leave_out_own_outputs(out, OUTDIR, run.prj);
+  return chk_ch_grp(o, run.prj);
 }
 
 bool check_name_length(const std::string& path, const char* what, const char* remedy) {

@@ -7,9 +7,11 @@
 #include "prj/LiDAR/VR2proc/sequence_po.h"
 #include "prj/LiDAR/options/steer_opt.h"
 #include "prj/LiDAR/run/align2.h"
+#include "prj/LiDAR/run/check_first.h"
 #include "prj/LiDAR/run/dut_swaths.h"
 #include "prj/LiDAR/run/run_internal.h"
 #include "prj/LiDAR/run/sequence.h"
+#include "prj/LiDAR/run/verdict.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -38,7 +40,7 @@ bool prepare_correction(const Run& run, std::string& dut) {
   const bool calibrates = i.Fx || i.Fy || i.Fz || i.Fw || i.Fp || i.Fk ||
                           std::any_of(i.FE, i.FE + N_INTERNAL, [](bool f) { return f; });
   if (ok && calibrates && o.calib_param.empty())
-    WARNING_MSG(
+    LOG_MSG(
         "no initial geometric calibration file specified, output will be calibration corrections, not "
         "update");
   if (ok && !corr.nil) show_output_name(corr.out, o);
@@ -56,8 +58,9 @@ bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) 
 
 // One pass over the project; files: the corrected ones, by swath.
 Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files,
-                  int& nmemory) {
+                  int& nmemory, bool& complete) {
   Project& prj = run.prj;
+  Verdict verdict = begin_verdict(prj);
   CorrParam corr = o.correction;
   corr.dut = dut.empty() ? prj.name : dut;
   corr.odir = o.odir;
@@ -75,9 +78,12 @@ Step process_step(Run& run, const Options& o, const std::string& dut, std::vecto
   }
   nmemory += scanned.nmemory;
   if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
-  if (!run.cmd.inv_corr || scanned.finished) return Step::on;
+  const bool corrects = run.cmd.inv_corr && !scanned.finished;
   CorrResult corrected;
-  if (!DUT_PO_INV_QC_CORR(prj, corr, corrected)) {
+  const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, corrected);
+  if (!corrects || !corrected.files.empty()) show_verdict(prj, scanned, corrected, corrects, corr, verdict);
+  complete = complete && verdict.complete;
+  if (!ok) {
     ERROR_MSG("correction failed");
     return Step::failed;
   }
@@ -91,8 +97,11 @@ Step process(Run& run) {
   std::string dut;
   if (!prepare_correction(run, dut)) return Step::failed;
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
+  if (!check_first(run.prj, o, run.xcls, run.cmd.inv_corr && !o.correction.nil)) return Step::failed;
+  if (o.check) return Step::done;
   std::vector<std::string> files;
   int nmemory = 0;
+  bool complete = true;
   const int nsteps = o.align2 ? 2 : 1;
   for (int step = 0; step < nsteps; step++) {
     const Options step_options = align2_options(o, step);
@@ -101,8 +110,12 @@ Step process(Run& run) {
       if (!align2_proc_fxnames(step, files, run.prj)) return Step::failed;
     }
     run.prj.name = step_options.odir + o.name;
-    const Step done = process_step(run, step_options, dut, files, nmemory);
+    const Step done = process_step(run, step_options, dut, files, nmemory, complete);
     if (done != Step::on) return done;
+  }
+  if (o.strict && !complete) {
+    ERROR_MSG("the result is incomplete, see the WARNINGs above (option -strict)");
+    return Step::failed;
   }
   if (nmemory == 0) return Step::on;
   ERROR_MSG(nmemory << " swaths need more memory than the " << MEM_MB

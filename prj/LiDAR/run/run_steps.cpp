@@ -30,7 +30,7 @@ void test_gui() {
     progress_step(i, texts[i * 3 / 10]);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  progress_end("");
+  progress_end(texts[3]);
 }
 
 void set_directories(const Options& o) {

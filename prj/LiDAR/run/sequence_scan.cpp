@@ -91,7 +91,10 @@ bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<s
                         << file);
   std::vector<Swath> kept;
   for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (used[i]) kept.push_back(prj.swaths[i]);
+    if (used[i])
+      kept.push_back(prj.swaths[i]);
+    else
+      res.rejected.push_back({prj.swaths[i].path(), reason[i]});
   prj.swaths.swap(kept);
   if (prj.swaths.empty()) {
     ERROR_MSG("no valid data to work with");

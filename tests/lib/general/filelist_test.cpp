@@ -114,8 +114,11 @@ TEST_F(FileListTest, MatchesThatAreNoFilesAreNamed) {
   for (const auto& c : cases) {
     testing::internal::CaptureStderr();
     EXPECT_FALSE(update_file_list(list, {}, c.name, 1, true, rules));
+    const std::string path = dir.path + "/" + c.name;
+    const std::string remedy =
+        std::string(c.kind) == "a directory" ? ": give a pattern such as " + path + "/*" : "";
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "ERROR: could not find file " + dir.path + "/" + c.name + ", it is " + c.kind + "\n");
+              "ERROR: could not find file " + path + ", it is " + c.kind + remedy + "\n");
   }
 }
 

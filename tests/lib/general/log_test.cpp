@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "lib/general/console.h"
 #include "lib/general/filelist.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
@@ -59,7 +60,7 @@ TEST(Log, OtherThreadsWriteToTheBackgroundLog) {
   EXPECT_FALSE(holds(log.main_text(), "said beside"));
 }
 
-TEST(Log, ErrorsGoToStandardErrorAndQuietSilencesAll) {
+TEST(Log, ErrorsGoToStandardErrorOnceAndQuietSilencesTheRest) {
   LogCapture log;
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
@@ -68,8 +69,11 @@ TEST(Log, ErrorsGoToStandardErrorAndQuietSilencesAll) {
   ERROR_MSG("quiet");
   WARNING_MSG("too");
   set_console(true);
+  set_console_once(true);
   WARNING_MSG("loud");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: bad 1\nWARNING: loud\n");
+  WARNING_MSG("loud");
+  set_console_once(false);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: bad 1\nERROR: quiet\nWARNING: loud\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   const std::string text = log.main_text();
   EXPECT_TRUE(holds(text, "> @ ERROR: bad 1\n"));
@@ -88,6 +92,7 @@ TEST(Log, TextIsNotComposedWithoutLogFiles) {
 }
 
 TEST(Log, AMessageEndsAPendingProgressLine) {
+  set_progress_columns(80);
   testing::internal::CaptureStdout();
   progress_start(4);
   progress_step(1, "a");
@@ -101,6 +106,7 @@ TEST(Log, AMessageEndsAPendingProgressLine) {
             "[*************************] 100% b\r"
             "[-------------------------]   0% c\r"
             "[*************************] 100% end\n");
+  set_progress_columns(ASK_TERMINAL);
 }
 
 TEST(Log, FilesOfEarlierRunsAreKeptUnderTheirTime) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "lib/general/logfiles.h"
@@ -30,6 +31,7 @@ TEST(Progress, FileHoldsPercentAndText) {
 // A stage of more than a second tells units of total, time passed and left; a shorter text covers a longer
 // one.
 TEST(Progress, LongStagesTellTheirTime) {
+  set_progress_columns(80);
   testing::internal::CaptureStdout();
   progress_start(4);
   progress_step(0, "TILED 0 swaths");
@@ -42,6 +44,30 @@ TEST(Progress, LongStagesTellTheirTime) {
                                std::regex(zero + "TILED 0 swaths\r" + zero + "TILED {9}\r" +
                                           R"(\[\*{12}-{13}\]  50% TILED 2 swaths )" + R"(\| 2/4 \| )" + time +
                                           ", left " + time + "\r" + R"(\[\*{25}\] 100% done {42}\n)")));
+}
+
+TEST(Progress, FitsTheTerminal) {
+  set_progress_columns(50);
+  testing::internal::CaptureStdout();
+  progress_start(2);
+  progress_step(1, std::string(100, 'x'));
+  progress_end(std::string(100, 'y'));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "[************-------------]  50% " + std::string(16, 'x') +
+                "\r[*************************] 100% " + std::string(16, 'y') + "\n");
+  set_progress_columns(ASK_TERMINAL);
+}
+
+// Captured output is no terminal.
+TEST(Progress, TenthsWithoutATerminal) {
+  testing::internal::CaptureStdout();
+  progress_start(1000);
+  for (int i = 0; i <= 1000; i++) progress_step(i, "at " + std::to_string(i));
+  progress_end("end");
+  const std::string text = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 11) << text;
+  EXPECT_EQ(text.find('\r'), std::string::npos);
+  EXPECT_NE(text.find("\n[**-----------------------]  10% at 100\n"), std::string::npos) << text;
 }
 
 TEST(Progress, NoneShowsNothing) {

@@ -365,7 +365,7 @@ TEST(ReadOptions, GroupsKeepTheOrderOfTheCommandLine) {
   EXPECT_EQ(wrong.errors, "ERROR: inputs must always precede references in the command line\n");
 }
 
-TEST(ReadOptions, UnknownOptionsStopAndQuietHidesThem) {
+TEST(ReadOptions, UnknownOptionsStopQuietOrNot) {
   ReadResult r;
   read_into(r, {"-utm", "33", "-zzz", "stray"});
   EXPECT_FALSE(r.ok);
@@ -375,6 +375,25 @@ TEST(ReadOptions, UnknownOptionsStopAndQuietHidesThem) {
   ReadResult quiet;
   read_into(quiet, {"-quiet", "-mem", "1", "-zzz"});
   EXPECT_FALSE(quiet.ok);
-  EXPECT_EQ(quiet.errors, "");
+  EXPECT_NE(quiet.errors.find("ERROR: unknown options: -zzz \n"), std::string::npos) << quiet.errors;
+}
+
+TEST(ReadOptions, ALetterTooFewOrSwappedIsNoShortOption) {
+  const struct {
+    const char *given, *said;
+  } cases[] = {
+      {"-algin", "ERROR: unknown options: -algin (did you mean -align?) \n"},
+      {"-tempdir", "ERROR: unknown options: -tempdir (did you mean -tmpdir?) \n"},
+      {"-inputs", "ERROR: unknown options: -inputs (did you mean -input?) \n"},
+      {"-quiet1", "ERROR: unknown options: -quiet1 (did you mean -quiet?) \n"},
+      {"-zzzzzz", "ERROR: unknown options: -zzzzzz \n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.given);
+    ReadResult r;
+    read_into(r, {"-utm", "33", c.given});
+    EXPECT_FALSE(r.ok);
+    EXPECT_EQ(r.errors.substr(0, std::string(c.said).size()), c.said) << r.errors;
+  }
 }
 }  // namespace veld

@@ -1,0 +1,56 @@
+#include "prj/LiDAR/inputs/own_outputs.h"
+
+#include <vector>
+
+#include "las/las_access.h"
+#include "las/las_identity.h"
+#include "lib/general/log.h"
+#include "lib/general/path.h"
+
+namespace veld {
+namespace {
+std::string stem_of(const Swath& s) { return change_extension(base_name(s.path()), ""); }
+
+bool extends(const std::string& name, const std::string& of) {
+  return name.size() > of.size() && name.find(of) != std::string::npos;
+}
+
+// The header of `made` says that this program wrote it, from as many points as `source` has.
+bool made_from(const Swath& made, const Swath& source) {
+  const std::unique_ptr<LASreader> a = las_read_open(made.path(), "xyzt", false);
+  if (!a || !las_is_processed(a->header)) return false;
+  const std::unique_ptr<LASreader> b = las_read_open(source.path(), "xyzt", false);
+  return b && !las_is_processed(b->header) && a->header.npoints == b->header.npoints;
+}
+
+bool is_own_output(const OutputName& out, const std::string& odir, const Project& prj, size_t k) {
+  const Swath& made = prj.swaths[k];
+  for (size_t i = 0; i < prj.swaths.size(); i++) {
+    const Swath& source = prj.swaths[i];
+    if (i == k || source.fixed || !extends(stem_of(made), stem_of(source))) continue;
+    int ndup = 0;
+    const std::string name = comp_output_names(out, odir, prj, {static_cast<int>(i)}, ndup)[0];
+    if (same_file(name, made.path()) || made_from(made, source)) return true;
+  }
+  return false;
+}
+}  // namespace
+
+void leave_out_own_outputs(const OutputName& out, const std::string& odir, Project& prj) {
+  std::vector<Swath> kept;
+  std::string names;
+  int n = 0;
+  for (size_t k = 0; k < prj.swaths.size(); k++) {
+    if (!prj.swaths[k].fixed && is_own_output(out, odir, prj, k)) {
+      names += " " + prj.swaths[k].path();
+      n++;
+      continue;
+    }
+    kept.push_back(prj.swaths[k]);
+    kept.back().mainch = static_cast<int>(kept.size()) - 1;
+  }
+  if (n == 0) return;
+  prj.swaths.swap(kept);
+  LOG_MSG(n << " corrected files of an earlier run are no input, left out:" << names);
+}
+}  // namespace veld

@@ -1,0 +1,153 @@
+// The checks before the work, in whole runs: wrong inputs of the tests' own simulator are refused with their cause,
+// before anything else runs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "tests/run/scored_project.h"
+
+namespace veld {
+namespace {
+constexpr size_t SBET_FIELDS = 17, RECORD = 8 * SBET_FIELDS;
+enum Field : size_t { TIME = 0, HEIGHT = 3, ROLL = 7, PITCH = 8, HEADING = 9 };
+
+// Brings every record of the trajectory through change.
+void change_trajectory(const std::string& path, const std::function<void(double* record)>& change) {
+  std::string bytes = read_text(path);
+  for (size_t at = 0; at + RECORD <= bytes.size(); at += RECORD) {
+    double record[SBET_FIELDS];
+    for (size_t k = 0; k < SBET_FIELDS; k++) record[k] = peek<double>(bytes, at + 8 * k);
+    change(record);
+    for (size_t k = 0; k < SBET_FIELDS; k++) poke(bytes, at + 8 * k, record[k]);
+  }
+  write_text(path, bytes);
+}
+
+void change_file(const std::string& path, const std::function<void(std::string& bytes)>& change) {
+  std::string bytes = read_text(path);
+  change(bytes);
+  write_text(path, bytes);
+}
+
+// Changes each raw point record of a LAS file.
+void change_points(std::string& bytes, const std::function<void(std::string& bytes, size_t at)>& change) {
+  const size_t length = peek<uint16_t>(bytes, 105);
+  for (size_t at = peek<uint32_t>(bytes, 96); at + length <= bytes.size(); at += length) change(bytes, at);
+}
+
+bool is_empty(const std::string& dir) { return std::filesystem::is_empty(dir); }
+
+const std::vector<std::string> ALIGN = {"-align",   "-utm",  "33",  "-i",      "L*.las", "-po",
+                                        "traj.out", "-odir", "out", "-tmpdir", "tmp"};
+std::vector<std::string> with(std::vector<std::string> args, const std::vector<std::string>& more) {
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+}  // namespace
+
+TEST(CheckRun, WrongTrajectoriesAreRefusedWithTheirCause) {
+  const struct {
+    const char* what;
+    void (*spoil)(double* r);
+    const char* text;
+  } cases[] = {
+      {"no attitudes", [](double* r) { r[ROLL] = r[PITCH] = r[HEADING] = 0; },
+       "trajectory has no attitudes, and the flight was not level: give a trajectory with roll"},
+      {"leap seconds", [](double* r) { r[TIME] -= 18; }, "trajectory is 18.0 s early: leap seconds?"},
+      {"swapped", [](double* r) { std::swap(r[ROLL], r[PITCH]); },
+       "roll and pitch of the trajectory are swapped"},
+      {"geoid", [](double* r) { r[HEIGHT] += 45; }, "trajectory is 45 m too high: geoid?"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const ScoredProject project({"-motion", "3", "-length", "300", "-pulse_rate", "3000"});
+    change_trajectory(project.dir + "/traj.out", c.spoil);
+    const RunOutput r = project.program.run(ALIGN);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(holds(r.err, "ERROR: geometry of L")) << r.err;
+    EXPECT_TRUE(holds(r.err, "against trajectory traj.out: ")) << r.err;
+    EXPECT_TRUE(holds(r.err, c.text)) << r.err;
+    EXPECT_FALSE(holds(r.out, "TILING")) << r.out;
+    EXPECT_FALSE(exists(project.dir + "/out/project.dut"));
+  }
+}
+
+TEST(CheckRun, ARightProjectHasNoWarning) {
+  const ScoredProject project;
+  const RunOutput r = project.program.run(with(ALIGN, {"-check"}));
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(holds(r.out, "L02.las")) << r.out;
+  EXPECT_TRUE(is_empty(project.dir + "/tmp")) << "a check leaves caches";
+}
+
+// Six of 36 swaths are spoiled in different ways: all are named at once.
+TEST(CheckRun, AllProblemsOfALargeProjectAtOnce) {
+  const ScoredProject project(
+      {"-lines", "30", "-cross", "6", "-length", "60", "-spacing", "40", "-pulse_rate", "3000"});
+  const auto file = [&](const char* name) { return project.dir + "/" + name; };
+  change_file(file("L03.las"), [](std::string& b) {  // feet
+    for (size_t k = 0; k < 12; k++) poke(b, 131 + 8 * k, peek<double>(b, 131 + 8 * k) / 0.3048);
+  });
+  change_file(file("L07.las"), [](std::string& b) {  // the next zone
+    poke(b, 155, peek<double>(b, 155) - 400000);
+    poke(b, 179, peek<double>(b, 179) - 400000);
+    poke(b, 187, peek<double>(b, 187) - 400000);
+  });
+  std::filesystem::copy_file(file("L10.las"), file("L11.las"),
+                             std::filesystem::copy_options::overwrite_existing);
+  change_file(file("L15.las"), [](std::string& b) {  // first of two returns only
+    change_points(b, [](std::string& p, size_t at) { p[at + 14] = static_cast<char>(1 | 2 << 3); });
+  });
+  change_file(file("L20.las"), [](std::string& b) { b[0] = 'X'; });
+  change_file(file("L25.las"), [](std::string& b) {  // another clock
+    change_points(b, [](std::string& p, size_t at) { poke(p, at + 20, peek<double>(p, at + 20) + 2.5); });
+  });
+  const RunOutput r = project.program.run(with(ALIGN, {"-check"}));
+  EXPECT_EQ(r.code, 1);
+  for (const char* const text :
+       {"L03.las lies ", "feet among metres?", "L07.las lies 4", "another zone or projection?",
+        "L11.las holds the same points as L10.las", "filters keep 0 of ",
+        "in L15.las: first and intermediate returns", "L20.las",
+        "geometry of L25.las against trajectory traj.out: trajectory is 2.5 s early"})
+    EXPECT_TRUE(holds(r.err, text)) << text << "\n" << r.err;
+  EXPECT_TRUE(is_empty(project.dir + "/tmp"));
+  EXPECT_FALSE(holds(r.out, "TILING"));
+}
+
+TEST(CheckRun, CorrectedFilesAreNoInput) {
+  const ScoredProject project;
+  const std::vector<std::string> args = {"-align", "-utm",     "33",   "-i",     "L*.las",
+                                         "-po",    "traj.out", "-out", "*_c.las"};
+  for (int round = 0; round < 2; round++) {
+    const RunOutput r = project.program.run(args);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(holds(r.out, "Swaths: 3 given, 3 corrected, 3 written")) << r.out;
+    EXPECT_EQ(holds(r.out, "3 corrected files of an earlier run are no input, left out: L01_c.las"),
+              round == 1)
+        << r.out;
+  }
+}
+
+// A swath without a trajectory: the run ends well, or badly with -strict, and says what is missing either way.
+TEST(CheckRun, TheSummaryNamesWhatIsMissing) {
+  const ScoredProject project;
+  change_file(project.dir + "/L02.las", [](std::string& b) {
+    change_points(b, [](std::string& p, size_t at) { poke(p, at + 20, peek<double>(p, at + 20) + 4000); });
+  });
+  write_text(project.dir + "/out/L02_c.las", "old");
+  for (const bool strict : {false, true}) {
+    const RunOutput r =
+        project.program.run(with(ALIGN, strict ? std::vector<std::string>{"-out", "*_c.las", "-strict"}
+                                               : std::vector<std::string>{"-out", "*_c.las"}));
+    EXPECT_EQ(r.code, strict ? 1 : 0) << r.err;
+    EXPECT_TRUE(holds(r.out, "Swaths: 3 given, 2 corrected, 2 written")) << r.out;
+    EXPECT_TRUE(holds(r.err, "WARNING: written 2 of 3 swaths, missing L02.las: no trajectory has its times"))
+        << r.err;
+    EXPECT_TRUE(
+        holds(r.err, "files of an earlier run are still there, this one has not written them: out/L02_c.las"))
+        << r.err;
+  }
+}
+}  // namespace veld
