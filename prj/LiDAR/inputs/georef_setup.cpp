@@ -136,7 +136,7 @@ std::vector<SwathSystem> swath_systems(const Project& prj, int& nwithout) {
   nwithout = 0;
   for (const Swath& s : prj.swaths) {
     SwathSystem found;
-    if (!system_of_file(s.path, found.source, found.centre) || found.source.empty()) {
+    if (!system_of_file(s.path(), found.source, found.centre) || found.source.empty()) {
       nwithout++;
       continue;
     }
@@ -145,7 +145,7 @@ std::vector<SwathSystem> swath_systems(const Project& prj, int& nwithout) {
              other.source.keys.numbers == found.source.keys.numbers;
     };
     auto at = std::find_if(systems.begin(), systems.end(), same);
-    found.file = s.path;
+    found.file = s.path();
     if (at == systems.end()) at = systems.insert(at, found);
     at->nfiles++;
     at->mobile = at->mobile || !s.fixed;
