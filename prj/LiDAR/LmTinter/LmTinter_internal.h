@@ -45,7 +45,7 @@ struct PairWork {  // what all pairs share
 struct PairSwaths {  // tables of the swaths that a thread is at
   InterSwath s1, s2;
 };
-struct PairOutcome {  // what a pair gives to the logs and the DUT files
+struct PairOutcome {                    // what a pair gives to the logs and the DUT files
   InterState state = InterState::none;  // of its tiles
   std::vector<DUTstr> rec;
   std::string lost;  // why there are no records; empty when that is no loss
