@@ -42,9 +42,9 @@ TEST(TrajectoryRun, AnglesThatTheTextHasNot) {
     const char* said;
   } cases[] = {
       {"txyz",
-       {"-po_att", "0", "-ics_err", "0"},
+       {"-po_att", "0"},
        "WARNING: no attitude in PO file traj.txt, using the direction of the track"},
-      {"txyzk", {"-ics_err", "0"}, "WARNING: no roll and pitch in PO file traj.txt, using 0"},
+      {"txyzk", {}, "WARNING: no roll and pitch in PO file traj.txt, using 0"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.columns);

@@ -55,7 +55,10 @@ Project make_part(const Project& prj, const std::vector<SwathProbe>& probes, DUT
 
 Attitude attitude_of(const Project& part, const POsync& sync, int sw) {
   const size_t f = static_cast<size_t>(sync.sw2fl(sw));
-  if (part.pogroups[static_cast<size_t>(part.pofiles[f].group - 1)].att == 1) return Attitude::level;
+  const POgroup& group = part.pogroups[static_cast<size_t>(part.pofiles[f].group - 1)];
+  const auto has = [&](char column) { return group.col.find(column) != std::string::npos; };
+  const bool positions_only = !group.col.empty() && !(has('w') && has('p'));
+  if (group.att == 1 || positions_only) return Attitude::level;
   const POscan& scan = sync.files[f].scan;
   return !sync.AREC(sw) && scan.roll && scan.pitch ? Attitude::recorded : Attitude::missing;
 }

@@ -29,7 +29,7 @@ struct TrajFault {
   std::vector<AngleChange> also;  // changes of the attitudes that mend it, the one of change among them
 };
 
-enum class Attitude { recorded, missing, level };  // of the file; level: asked for (-po_att 1)
+enum class Attitude { recorded, missing, level };  // of the file; level: asked for (-po_att, -po_parse)
 
 // The beams of a swath against its trajectory. po: its window, with which `now` was made; wide: more of it on both
 // sides, for the search in time, or empty. attitude: whether the file has roll,
