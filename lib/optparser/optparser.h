@@ -37,6 +37,8 @@ struct OptParser {
   bool long_found[256] = {};         // short names whose long name has been found
   std::string refdir;                // from option -$, empty without
   bool mul = false;                  // option -mul
+  std::string saved_dir;             // where the run was that saved the tagged file, empty without
+  std::string saved_base;            // the same from the directory of the file, empty when it lay elsewhere
   std::vector<std::string> given;    // "short|long" (or one of the two) of each option that got a valid value
   std::vector<std::string> taglist;  // tags and values of the tagged file, in order
   std::vector<std::string> tag_lines;     // its tag lines as given, indented

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "lib/general/log.h"
+#include "lib/general/path.h"
 #include "lib/general/result_file.h"
 #include "lib/optparser/optparser.h"
 #include "lib/optparser/opttags.h"
@@ -20,6 +21,18 @@ bool overridden(const OptParser& p, const std::string& line) {
   return std::any_of(p.global_lines.begin(), p.global_lines.end(),
                      [&option](const std::string& l) { return option_of(l) == option; });
 }
+// The way from the directory of a file up to a directory that holds it; empty when it does not.
+std::string way_up(const std::string& dir, const std::string& path) {
+  const std::string top = real_path(dir);
+  std::string at = path, name;
+  split_path(path, at, name);
+  at = real_path(at.empty() ? "." : at);
+  if (top.empty() || (at != top && !at.starts_with(with_slash(top)))) return "";
+  std::string way = "./";
+  for (const char c : at.substr(top.size()))
+    if (c == '/') way += "../";
+  return way;
+}
 }  // namespace
 
 void SaveOptionFile(const OptParser& p, const std::string& path, const std::string& soft,
@@ -35,6 +48,7 @@ void SaveOptionFile(const OptParser& p, const std::string& path, const std::stri
       for (const std::string& line : p.tag_lines) out.fs << line << '\n';
     }
     out.fs << "<!-- Global Options -->\n[dir=" << dir << "]\n";
+    if (const std::string base = way_up(dir, path); !base.empty()) out.fs << "[base=" << base << "]\n";
     for (const std::string& line : p.global_lines) out.fs << line << '\n';
     if (!p.persistent_lines.empty()) {
       out.fs << "<!-- Persistent Options -->\n";

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -69,6 +71,21 @@ void record_command_line(OptParser& p, const std::vector<OptToken>& args) {
   }
 }
 
+// A saved option file means the names in it from where its run was, wherever it is read again. Names of the command
+// line that exist keep their meaning.
+void enter_saved_directory(OptParser& p, const std::string& file) {
+  std::string dir, name, current;
+  split_path(file, dir, name);
+  const std::string beside = p.saved_base.empty() ? "" : real_path(dir + p.saved_base);
+  const std::string target = is_directory(beside) ? beside : p.saved_dir;
+  if (target.empty() || !is_directory(target)) return;
+  if (!current_directory(current) || real_path(current) == real_path(target)) return;
+  for (OptToken& token : p.args)
+    if (!token.used && !is_option_token(token.text) && file_mode(token.text) >= 0)
+      token.text = real_path(token.text);
+  if (chdir(target.c_str()) == 0) LOG_MSG("Working in " << target << ", as option file " << file << " says");
+}
+
 void put_in_front(OptParser& p, const std::vector<std::string>& tokens) {
   std::vector<OptToken> merged;
   merged.reserve(tokens.size() + p.args.size());
@@ -115,6 +132,7 @@ bool InitGetOptAll(OptParser& p, int argc, char** argv, const std::string& base,
       return false;
     }
     if (!AddFileOpt(p, opt.back().args[0], list_tags, tokens)) return false;
+    enter_saved_directory(p, opt.back().args[0]);
     put_in_front(p, tokens);
   }
   record_command_line(p, command_line);

@@ -149,6 +149,12 @@ bool TagReader::read_line(std::string line) {
   line_number++;
   if (line.find('\r') != std::string::npos) return error_here("invalid mix of \\r and \\n delimiters");
   line = strip(line);
+  const auto value_of = [&line](const std::string& key, std::string& value) {
+    if (line.starts_with(key) && line.back() == ']')
+      value = line.substr(key.size(), line.size() - key.size() - 1);
+  };
+  value_of("[dir=", p.saved_dir);
+  value_of("[base=", p.saved_base);
   if (line.empty() || line[0] == '#' || line[0] == '/' || line[0] == '[') return true;
   if (line.find_first_of("<>") != std::string::npos) return tag_line(line);
   if (!in_list()) return option_line(line);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "prj/LiDAR/options/outputs.h"
 #include "tests/run/scored_project.h"
 
 namespace veld {
@@ -128,6 +129,38 @@ TEST(CheckRun, CorrectedFilesAreNoInput) {
               round == 1)
         << r.out;
   }
+}
+
+// Every file of a run is explained, with the columns that it has.
+TEST(CheckRun, OutputsAreThoseOfTheirTable) {
+  EXPECT_EQ(read_text(SOURCE_PATH "/docs/outputs.md"), outputs_text())
+      << "write it anew: veldrunner -help outputs";
+  const ScoredProject project;
+  ASSERT_EQ(project.program.run(with(ALIGN, {"-C", "B"})).code, 0);
+  int nfiles = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(project.dir + "/out")) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with("project_")) continue;
+    SCOPED_TRACE(name);
+    const OutputTable* row = nullptr;
+    for (const OutputTable& t : output_tables())
+      if (name == std::string("project") + t.suffix) row = &t;
+    ASSERT_NE(row, nullptr) << "not in the table";
+    EXPECT_TRUE(read_text(entry.path()).starts_with(row->header));
+    nfiles++;
+  }
+  EXPECT_GE(nfiles, 15);
+}
+
+// Options that a run has saved mean the same from any directory, and after the project has moved.
+TEST(CheckRun, SavedOptionsRunFromAnywhere) {
+  const ScoredProject project;
+  ASSERT_EQ(project.program.run(with(ALIGN, {"-check"})).code, 0);
+  std::filesystem::create_directory(project.dir + "/elsewhere");
+  const RunOutput r = project.program.run({"-opt", "../out/project_opt.xml"},
+                                          [] { std::filesystem::current_path("elsewhere"); });
+  EXPECT_EQ(r.code, 0) << r.err;
+  EXPECT_TRUE(holds(r.out, "L02.las")) << r.out;
 }
 
 // A swath without a trajectory: the run ends well, or badly with -strict, and says what is missing either way.

@@ -9,6 +9,7 @@
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
+#include "prj/LiDAR/swath/gps_time.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -89,6 +90,47 @@ void log_swath(const std::string& path, const TrajFault& f) {
                 << " v_mismatch=" << f.now.v_mismatch << " " << fault_text(f));
 }
 
+std::string span_text(double t0, double t1, bool adj) {
+  return date_text(t0, adj) + " to " + date_text(t1, adj);
+}
+
+// Swaths that no trajectory serves, with the times of both; trajectories that lie elsewhere.
+void report_unmatched(const Project& prj, const POsync& sync, const std::vector<int>& number, bool ok) {
+  std::vector<std::string> none, several, files;
+  std::string spans;
+  for (size_t k = 0; k < number.size(); k++) {
+    const int sw = static_cast<int>(k), file = sync.sw2fl(sw);
+    if (file >= 0) continue;
+    const std::string& name = prj.swaths[static_cast<size_t>(number[k])].path();
+    (file == -2 ? several : none).push_back(name);
+    if (file == -1 && none.size() == 1)
+      spans = name + " " + span_text(sync.tmin(sw), sync.tmax(sw), sync.adj(sw) != 0);
+  }
+  for (size_t f = 0; f < prj.pofiles.size(); f++) {
+    const POfileState& file = sync.files[f];
+    if (file.dup >= 0) continue;
+    files.push_back(prj.pofiles[f].path);
+    if (files.size() == 1 && file.tmax > file.tmin)
+      spans += ", " + files[0] + " " + span_text(file.tmin, file.tmax, file.scan.tadj);
+  }
+  const auto show = [&](const std::string& text) {
+    if (ok)
+      WARNING_MSG(text);
+    else
+      ERROR_MSG(text);
+  };
+  if (!none.empty())
+    show("no trajectory has the times of " + list_text(none) + " (" + spans +
+         "): another flight, or another time scale (-po_time, -gps_date, -daysec, -auto_adj)");
+  if (!several.empty())
+    show("more than one trajectory has the times of " + list_text(several) + ": leave one out of " +
+         list_text(files));
+  if (!ok && none.empty() && several.empty())
+    show("cannot use " + list_text(files) + " for " + std::to_string(number.size()) +
+         " swaths: check its coordinates (-utm, -wkt, -po_geo), columns (-po_parse) and that it is a "
+         "trajectory");
+}
+
 // Faults of one trajectory that read the same are one line.
 void report(const Project& prj, const GeometryCheck& check, bool error) {
   struct Line {
@@ -149,6 +191,7 @@ GeometryCheck check_geometry(const Project& prj, const std::vector<SwathProbe>& 
     const ConsoleQuiet quiet;
     check.ok = IDX_PO_sync(idx, part, par.sync, sync) > 0;
   }
+  report_unmatched(prj, sync, number, check.ok);
   if (!check.ok) return check;
   Vector<int> group(part.swaths.size());
   for (size_t i = 0; i < part.swaths.size(); i++) group.val[i] = part.swaths[i].group;

@@ -5,6 +5,7 @@
 
 #include "prj/LiDAR/options/identity.h"
 #include "prj/LiDAR/options/option_text.h"
+#include "prj/LiDAR/options/outputs.h"
 
 namespace veld {
 namespace {
@@ -32,6 +33,7 @@ std::string row_text(const OptRow& row) {
 std::string help_text(const std::string& word) {
   // The word may be given as on a command line, with its dash.
   const std::string wanted = lower(word.size() > 1 && word[0] == '-' ? word.substr(1) : word);
+  if (wanted == "outputs") return outputs_text();
   std::string text;
   if (wanted.empty()) {
     text += short_identity() + "\n\nEXAMPLES\n";

@@ -54,7 +54,7 @@ void add_rows_run(Options& o, std::vector<OptRow>& rows) {
       integer("key_size", "", 1, 100, &o.key_size, no_effect, Theme::voxel,
               "tile size of the test -keystone"),
       flag("help", "h", &o.help, available, Theme::run,
-           "print this help and exit; with a word, the options that match it"),
+           "print this help and exit; with a word, the options that match it; outputs: the files of a run"),
       flag("version", "v", &o.version, available, Theme::run, "print the version and exit"),
       boolean("quiet", "q", &o.quiet, available, Theme::run,
               "1: only ERROR lines on the console; the log keeps all"),

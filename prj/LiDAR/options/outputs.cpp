@@ -1,0 +1,127 @@
+#include "prj/LiDAR/options/outputs.h"
+
+namespace veld {
+namespace {
+constexpr char STAT_COLUMNS[] =
+    "Pair#: number of the pair in NAME_idx.log, from 0\n"
+    "Swath#1, Swath#2: numbers of its swaths, their order in NAME_sw_stat.log\n"
+    "Mean, StdDev, RMS: robust centre, scale and root mean square of the height differences (first less "
+    "second), m\n"
+    "Outlier%: pixels outside the robust scale, percent\n"
+    "Filtered%: pixels taken out as spikes, percent\n"
+    "Area: compared ground, m2 or km2 as the header says";
+constexpr char XYZ_COLUMNS[] =
+    "Mean, StdDev, RMS, Min, Max: of the vectors, X Y Z each, m\n"
+    "NPts: number of vectors";
+}  // namespace
+
+const std::vector<OutputTable>& output_tables() {
+  static const std::vector<OutputTable> tables = {
+      {"_sw_stat.log", "Swath# Group# Ch# MainCh MPts NTiles",
+       "statistics of the swaths, then of the project",
+       "Swath#: number from 0 in the order of the inputs; all other files use it\n"
+       "Group#, Ch#: group (each -i from 1) and laser channel (from 0)\n"
+       "MainCh: 1 for the main channel of its line\n"
+       "MPts: points kept, millions\n"
+       "NTiles, NmTiles: tiles, microtiles with points\n"
+       "Length, Width, Area: of the swath, m (or km, as the header says)\n"
+       "Heading: degrees clockwise from grid north\n"
+       "Density: points/m2\n"
+       "Dim, GGSD: grid pixels along a microtile, grid spacing in m\n"
+       "Xmin to Zmax, Zmed: box and median height of the points, m\n"
+       "DateTimeMin, DateTimeMax: first and last point, UTC, or day of the week and time without a GPS week\n"
+       "Amin, Amax: recorded scan angles, degrees\n"
+       "AdjGPS: 1 for adjusted standard GPS time; RO, WRO: a rollover of the day or of the week was "
+       "corrected\n"
+       "TimeRes: mean time to pass a microtile, s\n"
+       "DTmax: largest time range in a microtile, s\n"
+       "Dev, Devmax: mean and largest deviation of times from a plane, ratio"},
+      {"_rej.log", "FileName", "swaths that were left out, with the reason below each", ""},
+      {"_idx.log", "#[IDX", "index of the displacement file NAME.dut: settings, swaths (#S), pairs (#P)", ""},
+      {"_DZ_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",
+       "height differences of the pairs as the files are", STAT_COLUMNS},
+      {"_DZreg_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",
+       "the same with the displacements taken out", STAT_COLUMNS},
+      {"_DZcorr_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",
+       "the same with the corrections applied", STAT_COLUMNS},
+      {"_DXYZreg_stat.log", "Pair# Swath#1 Swath#2 Mean{X Y Z}",
+       "displacements of the pairs: position in the first swath less that in the second", XYZ_COLUMNS},
+      {"_DXYZcorr_stat.log", "Swath# Mean{X Y Z}", "corrections of the swaths, shift of the swath included",
+       XYZ_COLUMNS},
+      {"_inv_stat.log", "Pair# Swath#1 Swath#2 Mean{X Y Z}", "residuals of the inversion",
+       "Mean, StdDev, RMS, Min, Max, NPts: of the residuals, X Y Z each, m\n"
+       "Sqrt(Chi2/n): residuals in units of the precisions in use, 1 is right\n"
+       "HFDrift: change along the line, m per root of an hour\n"
+       "ResScale: residuals in units of the uncertainties that the registration gave\n"
+       "Down%: vectors with less than half their weight, percent"},
+      {"_int_rej.log", "", "pairs of which no vector, or less than three quarters of them, took part", ""},
+      {"_PO_stat.log", "POFile# Freq TimeInt", "trajectories that were used",
+       "POFile#: number from 0 in the order of -po\n"
+       "Freq: records/s\n"
+       "TimeInt, DateTimeMin, DateTimeMax: length (hh:mm:ss), first and last record, UTC\n"
+       "Xmin to Zmax: box, m, in the project's system"},
+      {"_PO_sync_stat.log", "Swath# POFile# Group# Ch#", "swaths and the trajectories that flew them",
+       "TimeCorr: s, added to the times of the swath or file so that both are on one clock\n"
+       "TimeInt, DateTimeMin, DateTimeMax: length (hh:mm:ss), begin and end, UTC\n"
+       "Xmin to Zmax: box of the trajectory over the swath, m"},
+      {"_BF_ICS_stat.log", "Swath# Group# Ch# MainCh AGL", "microtiles of the swaths seen from the scanner",
+       "AGL: mean height of the trajectory above the ground, m\n"
+       "Width: of the swath, m\n"
+       "Roll, Pitch, Yaw: mean attitude, degrees\n"
+       "FOV: range of the scan angles, degrees\n"
+       "RMS: of the distance of microtiles from the scan plane, m\n"
+       "NLargeErr, NPts: microtiles in directions that no scan has, of all\n"
+       "Pass: 1 when less than 1 percent of them"},
+      {"_cal.log", "Lever{X Y Z} Bore{Roll Pitch Yaw}", "calibration sets found, to be added",
+       "Lever: m, X forward, Y right, Z down\n"
+       "Bore: degrees\n"
+       "Int: internal parameters (range bias m, range scale, scan angle coefficients rad, tilt)\n"
+       "NSwaths{Ext Int}: swaths that share the set; Swath#, Group#, Ch#: of the first of them"},
+      {"_cal.txt", "",
+       "the same in one line for -calib_corr: lever (m), boresight (degrees), internal parameters", ""},
+      {"_cal_cov.txt", "Parameter Unit Uncertainty Correlations{upper triangle}",
+       "uncertainties of the calibration: boresight in radians, unlike in NAME_cal.txt",
+       "Parameter: x y z lever, w p k boresight roll pitch yaw, I1 to I7 internal, SX SY SZ shift to the "
+       "references\n"
+       "Unit: of the uncertainty\n"
+       "Uncertainty: standard deviation\n"
+       "Correlations: with the parameters in the order of the lines"},
+      {"_TA.log", "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#",
+       "drift found, at the nodes of each swath, to be added",
+       "Time: s, adjusted standard GPS time (GPS seconds less 1e9), or seconds of the week without a GPS "
+       "week\n"
+       "TrajCorr: m\n"
+       "AttCorr: degrees\n"
+       "CtrlPt#: node within the swath; Swath#"},
+      {"_P_TA.log", "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#",
+       "the same with the place of the trajectory",
+       "X, Y, Z: m, in the project's system; the rest as in NAME_TA.log"},
+      {"_TA_stat.log", "Swath# Period NPts",
+       "statistics of the drift of each swath, T position (m), A attitude (degrees)",
+       "Period: length of the swath, s; NPts: nodes\n"
+       "Min, Max, Mean, StdDev: over the nodes\n"
+       "Drift: slope, m or degrees per hour; HFDrift: steps between nodes, per root of an hour"},
+      {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
+      {"_QC.log", "Area", "areas of the project", ""},
+      {"_opt.xml", "", "the options of the run, an input for -opt from any directory", ""},
+  };
+  return tables;
+}
+
+std::string outputs_text() {
+  std::string text =
+      "# Outputs\n\nNAME is that of `-name`, else `project`. Corrected swaths have the names that `-out` "
+      "gives. Lengths "
+      "are metres, blanks\nseparate columns, `{X Y Z}` behind a name stands for a column each. Dates are "
+      "UTC; times in "
+      "seconds are those of the\nswaths after synchronisation. A blank line ends a table.\n";
+  for (const OutputTable& t : output_tables()) {
+    text += std::string("\n## NAME") + t.suffix + "\n\n" + t.meaning + "\n";
+    std::string columns = t.columns;
+    if (!columns.empty()) text += "\n- ";
+    for (const char c : columns) text += c == '\n' ? std::string("\n- ") : std::string(1, c);
+    if (!columns.empty()) text += "\n";
+  }
+  return text;
+}
+}  // namespace veld
