@@ -29,6 +29,18 @@ bool FamilyOut::publish() {
   return true;
 }
 
+uint64_t family_id(const std::string& sum_name) {
+  std::vector<FileSums> files;
+  if (read_sum_file(sum_name, files) != SumState::good) return 0;
+  std::string text;
+  for (const FileSums& f : files) {
+    const std::vector<uint64_t>& sums = f.blocks.sums;
+    text += f.suffix + " " + std::to_string(f.blocks.size) + " " +
+            std::to_string(checksum64(sums.data(), sums.size() * sizeof(uint64_t))) + "\n";
+  }
+  return checksum64(text.data(), text.size());
+}
+
 bool publish_sums(const std::string& name, const std::vector<FileSums>& files) {
   ResultFile result;
   result.begin_own(name);

@@ -50,6 +50,9 @@ class FamilyOut {
   std::vector<std::unique_ptr<SummedFileOut>> files_;
 };
 
+// What tells a family from any other of its name: a sum over the checksums and sizes of all its files. 0 without.
+uint64_t family_id(const std::string& sum_name);
+
 // Writes the checksums of files that have their names already. False after an ERROR line.
 [[nodiscard]] bool publish_sums(const std::string& name, const std::vector<FileSums>& files);
 

@@ -9,6 +9,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_internal.h"
+#include "prj/LiDAR/LmTidx_r/pin_cache.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -53,8 +54,11 @@ bool cached_grid(const Swath& swath, int sw, const GridScope& scope, const Tocc&
     WARNING_MSG("damaged grid cache is made anew: " << fault << ", swath " << swath.path());
     return false;
   }
-  return check_gZDSidx(swath.cache, sw, scope.dim, scope.full, true) &&
-         read_gZDSidx_tiles_idx(swath.cache, grid) && check_gZDSidx_gTocc(grid, want);
+  unpin_cache(swath.cache, EXT_GMTSUM);
+  const bool fits = check_gZDSidx(swath.cache, sw, scope.dim, scope.full, true) &&
+                    read_gZDSidx_tiles_idx(swath.cache, grid) && check_gZDSidx_gTocc(grid, want);
+  if (fits) pin_cache(swath.cache, EXT_GMTSUM);
+  return fits;
 }
 
 // Bytes that the largest of the wanted tiles needs while it is worked on.
@@ -244,6 +248,7 @@ bool sw_grid_post(USGDstr& u, const GridScope& scope) {
   FamilyOut family(u.swath->cache.file(""), EXT_GMTIDX, EXT_GMTSUM);
   const bool ok = !u.failed && write_gZDSidx_tiles(u, scope.dim, scope.full, family) &&
                   merge_gZDS_tiles(u, scope.dim, family) && family.publish();
+  if (ok) pin_cache(u.swath->cache, EXT_GMTSUM);
   delete_blocks(u);
   u.tiles = SwTiles{};
   u.want = Tocc{};

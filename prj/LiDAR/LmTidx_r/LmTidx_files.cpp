@@ -8,6 +8,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_internal.h"
+#include "prj/LiDAR/LmTidx_r/pin_cache.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -214,10 +215,12 @@ std::string points_fault(const CacheName& swath) {
 
 bool open_cache(const CacheName& swath, const char* suffix, PosFileIn& in) {
   const bool grid = suffix == EXT_GMTIDX || suffix == EXT_GMTZDS;
-  return open_member(swath.file(""), suffix, grid ? EXT_GMTSUM : EXT_MTSUM, in);
+  const char* const sums = grid ? EXT_GMTSUM : EXT_MTSUM;
+  return check_pinned(swath, sums) && open_member(swath.file(""), suffix, sums, in);
 }
 
 bool delete_LmT_tile(const CacheName& swath, uint64_t& nfiles, uint64_t& nbytes) {
+  unpin_cache(swath, EXT_MTSUM);
   bool ok = delete_suffixes(
       swath, std::array{EXT_TIDX, EXT_MTSUM, EXT_ULIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, ".sidx"},
       nfiles, nbytes);
@@ -227,6 +230,7 @@ bool delete_LmT_tile(const CacheName& swath, uint64_t& nfiles, uint64_t& nbytes)
 }
 
 bool delete_LmT_grid(const CacheName& swath, uint64_t& nfiles, uint64_t& nbytes) {
+  unpin_cache(swath, EXT_GMTSUM);
   return delete_suffixes(swath, std::array{EXT_GMTIDX, EXT_GMTSUM, EXT_GMTZDS}, nfiles, nbytes);
 }
 

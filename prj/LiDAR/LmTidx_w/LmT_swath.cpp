@@ -5,6 +5,7 @@
 #include "lib/general/file_lock.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/LmTidx_r/pin_cache.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
@@ -58,10 +59,8 @@ void delete_grid(const CacheName& swath) {
   if (!delete_LmT_grid(swath, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
 }
 
-}  // namespace
-
-bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par_in, bool cache, TilingMemory& memory,
-               LmTswathResult& res, bool wait) {
+bool tile_or_reuse(const CacheName& swath, int sw, const TilingParam& par_in, bool cache,
+                   TilingMemory& memory, LmTswathResult& res, bool wait) {
   TilingParam par = par_in;
   if (par.TIO.nx == 0) {
     par.TIO = TileInfo{};
@@ -102,6 +101,15 @@ bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par_in, bool c
   res.Mp = static_cast<float>(static_cast<double>(stat.np) * 1e-06);
   res.Mp0 = static_cast<float>(static_cast<double>(tt.nfile) * 1e-06);
   res.done = true;
+  return true;
+}
+}  // namespace
+
+bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par, bool cache, TilingMemory& memory,
+               LmTswathResult& res, bool wait) {
+  unpin_cache(swath, EXT_MTSUM);
+  if (!tile_or_reuse(swath, sw, par, cache, memory, res, wait)) return false;
+  pin_cache(swath, EXT_MTSUM);
   return true;
 }
 }  // namespace veld

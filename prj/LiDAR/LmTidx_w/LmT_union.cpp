@@ -11,6 +11,7 @@
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/LmTidx_r/pin_cache.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w_internal.h"
 
 namespace veld {
@@ -271,7 +272,9 @@ bool LmT_union(size_t sw0, const std::vector<CacheName>& names, const std::vecto
   LOG_LINE("nswu=" << plan.members.size());
   FileLock lock;
   if (!lock.wait(swath.file(EXT_MTLOCK), "the tiles of " + swath.source())) return false;
+  unpin_cache(swath, EXT_MTSUM);
   if (!check_union(swath, plan) && !make_union(swath, plan, par)) return false;
+  pin_cache(swath, EXT_MTSUM);
   LOG_LINE(" /// LmT_UNION_TIME=" << watch.text());
   return true;
 }

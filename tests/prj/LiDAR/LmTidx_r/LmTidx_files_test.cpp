@@ -133,6 +133,36 @@ TEST_F(TilingTest, ReservedBytesAreNotLookedAtAndMissingFilesAre) {
   }
 }
 
+// Another run may tile a swath with other options while this one works with it.
+TEST_F(TilingTest, ACacheThatAnotherRunReplacesIsRefusedFromThenOn) {
+  const std::string path = make("a.las", fly_line({}));
+  const CacheName swath(path);
+  const char* const suffixes[] = {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ, EXT_MTSUM};
+  const auto family = [&] {
+    std::vector<std::string> files;
+    for (const char* const suffix : suffixes) files.push_back(read_text(swath.file(suffix)));
+    return files;
+  };
+  const auto put = [&](const std::vector<std::string>& files) {
+    for (size_t i = 0; i < files.size(); i++) write_text(swath.file(suffixes[i]), files[i]);
+  };
+  par.xlevel = 1;
+  ASSERT_TRUE(tile(path));
+  const std::vector<std::string> other = family();
+  par.xlevel = 0;
+  ASSERT_TRUE(tile(path));
+  const std::vector<std::string> own = family();
+  put(own);  // made again, with the same bytes
+  SwTiles sw;
+  EXPECT_TRUE(read_SwTiles(swath, sw));
+  put(other);
+  EXPECT_FALSE(read_SwTiles(swath, sw));
+  par.xlevel = 1;
+  ASSERT_TRUE(tile(path, true));
+  EXPECT_FALSE(res.done);
+  EXPECT_TRUE(read_SwTiles(swath, sw)) << "what this run asks for now";
+}
+
 TEST_F(TilingTest, TruncatedCachesAreRefusedAtEachField) {
   const std::string path = make("a.las", fly_line({.length = 150, .width = 60}));
   par.xcls = {7};
