@@ -149,7 +149,7 @@ TEST(ProjectInputs, ASavedOptionFileGivesTheSameRun) {
   EXPECT_TRUE(holds(first, "| PO 0 1 0 0 0 0 in/t.out\n"));
   EXPECT_TRUE(holds(first, "MEM_MB=4000 NTHREADS=1 "));
   EXPECT_TRUE(holds(saved, "<!-- Global Options -->\n[dir=" + std::filesystem::canonical(work).string() +
-                               "/]\nlarge\nname \"n 1\"\ndz_range 0.25\n$ ref\nidir in\n"))
+                               "/]\n[base=./../]\nlarge\nname \"n 1\"\ndz_range 0.25\n$ ref\nidir in\n"))
       << saved;
   EXPECT_TRUE(holds(saved, "<!-- Persistent Options -->\npo t.out\nN 1\n</opt>\n"));
 
