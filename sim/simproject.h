@@ -38,9 +38,10 @@ struct SimSpec {
   int week = 2301;
   double sow0 = 305100;  // s of the week at t = 0
   // Trajectory
-  double traj_rate = 100;       // Hz
-  std::string traj_columns;     // letters of a text file in degrees, such as "txyzwpk"; empty: SBET
-  bool traj_geographic = true;  // text file in longitude and latitude, else projected
+  double traj_rate = 100;            // Hz
+  std::string traj_format = "sbet";  // or trj, sol, bin, pof; columns make it a text
+  std::string traj_columns;          // letters of a text file in degrees, such as "txyzwpk"; empty: SBET
+  bool traj_geographic = true;       // text file in longitude and latitude, else projected
   // Reference: extra passes over the middle lines, without errors but for a shift of their datum
   int nref = 0;
   dxyz ref_shift{0, 0, 0};  // m; the true positions of all lines move along

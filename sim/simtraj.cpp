@@ -7,25 +7,18 @@
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "sim/simproject.h"
+#include "sim/simtraj_internal.h"
 
 namespace veld {
 namespace {
 
-struct Sample {
-  double t;            // s after the start
-  double lat, lon;     // radians
-  double convergence;  // radians
-  dxyz v;              // m/s, east, north, up
-  Pose pose;           // as recorded, heading from grid north
-};
-
-// Samples at the trajectory's rate from the start to the end of the flight.
-std::vector<Sample> recorded_samples(const SimSpec& spec, const FlightPlan& plan) {
+// TrajSamples at the trajectory's rate from the start to the end of the flight.
+std::vector<TrajSample> recorded_samples(const SimSpec& spec, const FlightPlan& plan) {
   const DriftModel drift = make_drift(spec);
   const double t_end = plan.lines.back().t1 + 8;
-  std::vector<Sample> samples;
+  std::vector<TrajSample> samples;
   for (int64_t i = 0; static_cast<double>(i) / spec.traj_rate < t_end; i++) {
-    Sample s;
+    TrajSample s;
     s.t = static_cast<double>(i) / spec.traj_rate;
     const double h = 0.005;
     s.pose = recorded_pose(plan, drift, s.t);
@@ -36,10 +29,10 @@ std::vector<Sample> recorded_samples(const SimSpec& spec, const FlightPlan& plan
   return samples;
 }
 
-bool write_sbet(const SimSpec& spec, const std::vector<Sample>& samples, const std::string& path) {
+bool write_sbet(const SimSpec& spec, const std::vector<TrajSample>& samples, const std::string& path) {
   BinResultFile file;
   if (!file.open(path)) return false;
-  for (const Sample& s : samples) {
+  for (const TrajSample& s : samples) {
     const Pose& p = s.pose;
     const double heading = std::remainder(p.heading + s.convergence, 2 * M_PI);
     const double record[17] = {spec.sow0 + s.t, s.lat, s.lon, p.p.z, s.v.y, s.v.x, -s.v.z, p.roll, p.pitch,
@@ -51,12 +44,12 @@ bool write_sbet(const SimSpec& spec, const std::vector<Sample>& samples, const s
 
 // A column per letter; letters that mean nothing are filled with zeros. Heading from true north in geographic
 // coordinates, else from grid north.
-bool write_text(const SimSpec& spec, const std::vector<Sample>& samples, const std::string& path) {
+bool write_text(const SimSpec& spec, const std::vector<TrajSample>& samples, const std::string& path) {
   ResultFile file;
   if (!file.open(path)) return false;
   const bool geo = spec.traj_geographic;
   const double t0 = spec.week * 604800.0 + spec.sow0 - 1e9;
-  for (const Sample& s : samples) {
+  for (const TrajSample& s : samples) {
     std::string row;
     for (const char letter : spec.traj_columns) {
       double heading = (s.pose.heading + (geo ? s.convergence : 0)) / RAD_PER_DEG;
@@ -94,20 +87,27 @@ bool write_wkt(int zone, const std::string& path) {
   return file.commit();
 }
 
+std::string trajectory_name(const SimSpec& spec) {
+  return !spec.traj_columns.empty()   ? "traj.txt"
+         : spec.traj_format == "sbet" ? "traj.out"
+                                      : "traj." + spec.traj_format;
+}
+
 bool has_letter(const SimSpec& spec, char letter) {
   return spec.traj_columns.find(letter) != std::string::npos;
 }
 }  // namespace
 
 bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir) {
-  const std::vector<Sample> samples = recorded_samples(spec, plan);
+  const std::vector<TrajSample> samples = recorded_samples(spec, plan);
   if (spec.zone < 0 && !write_wkt(spec.zone, dir + "/crs.wkt")) return false;
-  return spec.traj_columns.empty() ? write_sbet(spec, samples, dir + "/traj.out")
-                                   : write_text(spec, samples, dir + "/traj.txt");
+  const std::string path = dir + "/" + trajectory_name(spec);
+  if (!spec.traj_columns.empty()) return write_text(spec, samples, path);
+  return spec.traj_format == "sbet" ? write_sbet(spec, samples, path) : write_records(spec, samples, path);
 }
 
 std::string project_options(const SimSpec& spec) {
-  const std::string traj = spec.traj_columns.empty() ? "traj.out" : "traj.txt";
+  const std::string traj = trajectory_name(spec);
   std::string o = spec.zone < 0 ? "-wkt crs.wkt" : LOG_STR("-utm " << spec.zone);
   if (spec.nchannel == 1)
     o += " -i L*.las -po " + traj + " -imu 0 0 0 -bore 0 0 0";

@@ -15,17 +15,23 @@ struct Setting {  // a number of the project that the command line may change
 };
 
 int usage(const Setting* settings, size_t n) {
-  std::printf("usage: veldsim -odir DIR [-preset %s]\n               [-po_parse LETTERS] [-NAME VALUE ...]\n",
-              sim_preset_names().c_str());
+  std::printf(
+      "usage: veldsim -odir DIR [-preset %s]\n               [-po_parse LETTERS | -po_format FORMAT] [-NAME "
+      "VALUE ...]\n",
+      sim_preset_names().c_str());
   std::printf("  -%-12s columns of a text trajectory: t x y z w p k, others filler (demo: SBET)\n",
               "po_parse");
+  std::printf("  -%-12s sbet, trj, sol, bin or pof\n", "po_format");
   for (size_t i = 0; i < n; i++) std::printf("  -%-12s %s\n", settings[i].name, settings[i].meaning);
   return 1;
 }
 
 bool check_spec(const SimSpec& spec) {
-  const bool ok = spec.nparallel >= 1 && spec.ncross >= 0 && spec.nref >= 0 && spec.nref <= spec.nparallel &&
-                  (spec.nchannel == 1 || spec.nchannel == 2) && spec.zone != 0 && std::abs(spec.zone) <= 60;
+  const bool ok =
+      spec.nparallel >= 1 && spec.ncross >= 0 && spec.nref >= 0 && spec.nref <= spec.nparallel &&
+      (spec.nchannel == 1 || spec.nchannel == 2) &&
+      std::string(" sbet trj sol bin pof ").find(" " + spec.traj_format + " ") != std::string::npos &&
+      spec.zone != 0 && std::abs(spec.zone) <= 60;
   if (!ok) std::fprintf(stderr, "ERROR: lines, cross, ref, channels or zone out of range\n");
   return ok;
 }
@@ -96,8 +102,8 @@ int main(int argc, char** argv) {
     if (i + 1 >= argc) return usage(settings, nset);
     const std::string name = argv[i], value = argv[i + 1];
     if (name == "-preset") continue;
-    if (name == "-odir" || name == "-po_parse") {
-      (name == "-odir" ? dir : spec.traj_columns) = value;
+    if (name == "-odir" || name == "-po_parse" || name == "-po_format") {
+      (name == "-odir" ? dir : name == "-po_parse" ? spec.traj_columns : spec.traj_format) = value;
       continue;
     }
     const Setting* found = nullptr;

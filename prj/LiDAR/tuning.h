@@ -45,12 +45,14 @@ struct Tuning {
   float SIGMA0_REG = 0.0f;  // noise floor, height units (-reg_s0)
 
   // Geometry.
-  bool CALINTGEN = false;       // generic internal model (-int_gen)
-  bool CALINTNOB = false;       // no range-bias shift (-int_nob)
-  float PO_SPEED_MAX = 300.0f;  // m/s, fastest step between trajectory records (-po_speed), 0 off
-  float PO_CLIMB_MAX = 100.0f;  // m/s, the same for heights (-po_climb)
-  float PO_RATE_MAX = 500.0f;   // degrees/s, the same for each angle (-po_rate)
-  float PO_BAD_MAX = 1.0f;      // percent of records that may be wrong (-po_bad)
+  bool CALINTGEN = false;        // generic internal model (-int_gen)
+  bool CALINTNOB = false;        // no range-bias shift (-int_nob)
+  float PO_SPEED_MAX = 300.0f;   // m/s, fastest step between trajectory records (-po_speed), 0 off
+  float PO_CLIMB_MAX = 100.0f;   // m/s, the same for heights (-po_climb)
+  float PO_RATE_MAX = 500.0f;    // degrees/s, the same for each angle (-po_rate)
+  float PO_BAD_MAX = 1.0f;       // percent of records that may be wrong (-po_bad)
+  bool POF_IGNORE_UNIT = false;  // the time unit of POF headers (-pof_unit)
+  bool POF_IGNORE_INFO = false;  // their GPS/UTC information (-pof_info)
 };
 extern Tuning TUNING;
 
@@ -81,6 +83,8 @@ inline float& PO_SPEED_MAX = TUNING.PO_SPEED_MAX;
 inline float& PO_CLIMB_MAX = TUNING.PO_CLIMB_MAX;
 inline float& PO_RATE_MAX = TUNING.PO_RATE_MAX;
 inline float& PO_BAD_MAX = TUNING.PO_BAD_MAX;
+inline bool& POF_IGNORE_UNIT = TUNING.POF_IGNORE_UNIT;
+inline bool& POF_IGNORE_INFO = TUNING.POF_IGNORE_INFO;
 
 // Directories, each with its "/", and units.
 extern std::string TMPDIR;    // temporary directory (-tmpdir)

@@ -97,6 +97,14 @@ TEST(TrajectoryRun, SouthOrientatedGrid) {
   expect_good(project.align({"-wkt", "c.wkt", "-i", "L*.las", "-po", "traj.out"}), "");
 }
 
+TEST(TrajectoryRun, BinaryFormats) {
+  for (const char* const format : {"trj", "sol", "bin", "pof"}) {
+    SCOPED_TRACE(format);
+    const ScoredProject project({"-po_format", format});
+    expect_good(project.align({"-utm", "33", "-i", "L*.las", "-po", std::string("traj.") + format}), "");
+  }
+}
+
 TEST(TrajectoryRun, OneTrajectoryServesAllChannels) {
   const ScoredProject project({"-channels", "2"});
   expect_good(project.align({"-utm", "33", "-i", "L*_c0.las", "-i", "L*_c1.las", "-chgrp", "0", "1", "-po",

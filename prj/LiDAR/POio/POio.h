@@ -1,6 +1,6 @@
 // prj/LiDAR/POio/POio.h
 // Trajectories: the record of position and orientation, files of it, and interpolation.
-// Here:     PO, reading and scanning of SBET and text files, unrolling, statistics, interpolation.
+// Here:     PO, reading and scanning of SBET, TRJ, SOL, BIN, POF and text files, unrolling, statistics, interpolation.
 // Not here: time scales and dates (POtime.h), projection and matching with swaths (VR2POsync).
 #pragma once
 #include <algorithm>

@@ -28,6 +28,14 @@ void check_time_format(const std::string& path, const char* what, double first, 
 
 [[nodiscard]] bool scan_SBET(const std::string& path, const POread& par, POscan& scan);
 [[nodiscard]] bool read_SBET(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
+[[nodiscard]] bool scan_TRJ(const std::string& path, const POread& par, POscan& scan);
+[[nodiscard]] bool read_TRJ(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
+[[nodiscard]] bool scan_SOL(const std::string& path, const POread& par, POscan& scan);
+[[nodiscard]] bool read_SOL(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
+[[nodiscard]] bool scan_BIN(const std::string& path, const POread& par, POscan& scan);
+[[nodiscard]] bool read_BIN(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
+[[nodiscard]] bool scan_POF(const std::string& path, const POread& par, POscan& scan);
+[[nodiscard]] bool read_POF(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 [[nodiscard]] bool scan_txt_PO(const std::string& path, const POread& par, POscan& scan);
 [[nodiscard]] bool read_txt_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 }  // namespace veld

@@ -2,64 +2,82 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/general/binfile.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/POio/PO_formats.h"
 #include "prj/LiDAR/POio/POio_internal.h"
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
-const char* format_name(int fmt) {
-  switch (fmt) {
-    case PO_POF:
-      return "POF";
-    case PO_SOL:
-      return "SOL";
-    case PO_TRJ:
-      return "TRJ";
-    case PO_BIN:
-      return "BIN";
-    case PO_LAS:
-      return "LAS";
-    default:
-      return "";
-  }
+const POformatRow* format_row(int fmt) {
+  for (const POformatRow& row : PO_formats())
+    if (row.fmt == fmt) return &row;
+  return nullptr;
 }
 
-// One message for the formats without a reader.
+constexpr size_t SNIFFED = 136;  // bytes of an SBET record
+
+// A file of an unknown suffix that is an SBET: whole records, the first of which has a place and angles in radians.
+bool looks_like_SBET(const std::string& path) {
+  const int64_t size = file_size(path);
+  double r[SNIFFED / sizeof(double)];
+  BufBinFileIn in(0, false);
+  if (size < static_cast<int64_t>(2 * SNIFFED) || size % static_cast<int64_t>(SNIFFED) != 0 ||
+      !is_regular_file(path) || !in.open(path) || !in.read(r, sizeof r))
+    return false;
+  const auto within = [](double v, double most) {
+    return std::fabs(v) <= most && (v == 0 || std::fabs(v) > 1e-100);
+  };
+  return within(r[0], 4e9) && r[0] >= 0 && within(r[1], 1.5708) && within(r[2], 6.2832) &&
+         within(r[3], 20000) && within(r[7], 6.2832) && within(r[8], 6.2832) && within(r[9], 6.2832) &&
+         within(r[10], 6.2832) && r[1] != 0;
+}
+
+// One ERROR line for a format that nothing reads.
 bool no_reader(int fmt, const std::string& path) {
-  if (fmt >= PO_POF && fmt <= PO_LAS)
-    ERROR_MSG(format_name(fmt) << " trajectory files are not available yet, file " << path);
+  if (fmt == PO_LAS)
+    ERROR_MSG("LAS trajectory files are not available yet, file " << path);
   else
     ERROR_MSG("unknown PO format " << fmt << ", file " << path);
   return false;
 }
 }  // namespace
 
+const std::vector<POformatRow>& PO_formats() {
+  static const std::vector<POformatRow> rows = {
+      {PO_POF, "POF ", {".pof"}, PO_GEO, scan_POF, read_POF},
+      {PO_SBET, "SBET", {".out", ".sbet"}, PO_GEO, scan_SBET, read_SBET},
+      {PO_SOL, "SOL ", {".sol"}, PO_GEO, scan_SOL, read_SOL},
+      {PO_TRJ, "TRJ ", {".trj"}, PO_PROJ, scan_TRJ, read_TRJ},
+      {PO_BIN, "BIN ", {".bin"}, PO_GEO, scan_BIN, read_BIN},
+      {PO_LAS, "??? ", {".las", ".laz"}, -1, nullptr, nullptr},
+      {PO_TXT, "TXT ", {}, -1, scan_txt_PO, read_txt_PO}};
+  return rows;
+}
+
 int PO_format(const std::string& path) {
   std::string ext = get_extension(path);
   for (char& c : ext)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  if (ext == ".pof") return PO_POF;
-  if (ext == ".out" || ext == ".sbet") return PO_SBET;
-  if (ext == ".sol") return PO_SOL;
-  if (ext == ".trj") return PO_TRJ;
-  if (ext == ".bin") return PO_BIN;
-  if (ext == ".las" || ext == ".laz") return PO_LAS;
-  return PO_TXT;
+  for (const POformatRow& row : PO_formats())
+    for (const char* const suffix : row.suffixes)
+      if (ext == suffix) return row.fmt;
+  return looks_like_SBET(path) ? PO_SBET : PO_TXT;
 }
 
 const char* PO_format_word(int fmt) {
-  static const char* const words[] = {"TXT ", "POF ", "SBET", "SOL ", "TRJ ", "BIN "};
-  return fmt >= PO_TXT && fmt <= PO_BIN ? words[fmt - PO_TXT] : "??? ";
+  const POformatRow* row = format_row(fmt);
+  return row ? row->word : "??? ";
 }
 
 const char* PO_coord_word(int proj) { return proj == PO_PROJ ? "PROJ" : proj == PO_GEO ? "GEO " : "ECEF"; }
 
 int PO_file_coord(int fmt, int geo) {
-  if (fmt == PO_SBET || fmt == PO_SOL || fmt == PO_BIN || fmt == PO_POF) return PO_GEO;
-  return fmt == PO_TRJ ? static_cast<int>(PO_PROJ) : geo;
+  const POformatRow* row = format_row(fmt);
+  return row && row->coord >= 0 ? row->coord : geo;
 }
 
 bool file_time_scale(const std::string& path, double first, const POread& par, double& deltat, bool& adj) {
@@ -106,17 +124,8 @@ bool scan_PO(const std::string& path, const POread& par, POscan& scan) {
     ERROR_MSG("failed to open PO file " << path);
     return false;
   }
-  bool ok = false;
-  switch (scan.fmt) {
-    case PO_SBET:
-      ok = scan_SBET(path, par, scan);
-      break;
-    case PO_TXT:
-      ok = scan_txt_PO(path, par, scan);
-      break;
-    default:
-      ok = no_reader(scan.fmt, path);
-  }
+  const POformatRow* row = format_row(scan.fmt);
+  const bool ok = row && row->scan ? row->scan(path, par, scan) : no_reader(scan.fmt, path);
   LOG_LINE("-> tadj=" << scan.tadj << " t0=" << scan.t0 << " t1=" << scan.t1);
   return ok;
 }
@@ -127,17 +136,8 @@ bool read_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& t
                            << " gweek=" << par.gweek << " gday=" << par.gday << " rad=" << par.rad
                            << " sbetw0=" << par.sbetw0 << " unroll=" << par.unroll << " " << path);
   po.clear();
-  bool ok = false;
-  switch (fmt) {
-    case PO_SBET:
-      ok = read_SBET(path, par, po, tadj);
-      break;
-    case PO_TXT:
-      ok = read_txt_PO(path, par, po, tadj);
-      break;
-    default:
-      ok = no_reader(fmt, path);
-  }
+  const POformatRow* row = format_row(fmt);
+  const bool ok = row && row->read ? row->read(path, par, po, tadj) : no_reader(fmt, path);
   if (!ok) {
     ERROR_MSG("failed to read PO file " << path);
     return false;

@@ -40,7 +40,6 @@ inline constexpr Missing MAPS = {"maps and plots", "maps and plots are not drawn
                          REGIONS = {"regions", "points are not filtered by a map or a box"},
                          INITIAL_CALIBRATION = {"initial calibration", "the inversion starts from zero"},
                          BLENDING = {"blending", "remaining residuals are not spread over the swaths"},
-                         POF_TRAJECTORIES = {"POF trajectories", "POF files are not read"},
                          TILING_ORDER = {"order of tiling",
                                          "references are always tiled after the mobile swaths"},
                          REPORT_UNITS = {"units of reports", "reports are always in metres"},

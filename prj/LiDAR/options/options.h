@@ -115,8 +115,6 @@ struct Options {
   int utm = 0;
   std::string wkt;
   int same_datum = 0;
-  int pof_unit = 0;
-  int pof_info = 0;
   std::vector<double> test_proj2;
   std::vector<double> test_proj3;
   std::string gcp;

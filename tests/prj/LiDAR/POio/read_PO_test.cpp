@@ -289,14 +289,37 @@ TEST(ReadSbet, ManyWrongRecords) {
   }
 }
 
-TEST(ReadPO, OtherFormats) {
+TEST(ReadPO, WrongFilesOfEachFormat) {
   TempDir dir;
-  for (const char* name : {"/a.sol", "/a.TRJ", "/a.bin", "/a.pof", "/a.las", "/a.laz"}) {
-    write_text(dir.path + name, "something");
+  const std::string pof = std::string("RIEGL POSITION&ORIENTATION", 27);
+  std::string message(184, '\0');  // of the right kind, with a body that is not
+  message.replace(0, 4, "\xBB\x55\xB8\0", 4);
+  message.replace(12, 2, "\xC5\x09");
+  std::string trj(1376 + 64, '\0');
+  trj.replace(0, 8, "TSCANTRJ");
+  trj[13] = 5, trj[12] = 96, trj[16] = 2, trj[20] = 64;  // announces two records
+  const struct {
+    const char* name;
+    std::string bytes;
+    const char* said;
+  } cases[] = {{"/a.sol", "something", "invalid file size, SOL file="},
+               {"/a.sol", std::string(368, 'x'), "invalid SOL file format, file="},
+               {"/a.sol", message + message, "unsupported SOL file format, file="},
+               {"/a.TRJ", "something", "invalid header, TRJ file="},
+               {"/a.trj", trj, "invalid file size, TRJ file="},
+               {"/a.bin", "something", "invalid file size, BIN file="},
+               {"/a.bin", std::string(168, 'x'), "not enough data points, BIN file "},
+               {"/a.pof", "something", "invalid POF header, file "},
+               {"/a.pof", pof + std::string(264, '\0'), "unsupported POF version, file "},
+               {"/a.pof", pof + "\1" + std::string(13, '\0') + "\7" + std::string(249, '\0'),
+                "wrong file size, POF file "},
+               {"/a.las", "something", "LAS trajectory files are not available yet, file "}};
+  for (const auto& c : cases) {
+    write_text(dir.path + c.name, c.bytes);
     Vector<PO> po;
     std::string said;
-    EXPECT_FALSE(read_of(dir.path + name, POread(), po, said));
-    EXPECT_NE(said.find("not available yet, file " + dir.path + name), std::string::npos) << said;
+    EXPECT_FALSE(read_of(dir.path + c.name, POread(), po, said));
+    EXPECT_NE(said.find(c.said), std::string::npos) << c.said << " in " << said;
   }
   POscan scan;
   testing::internal::CaptureStderr();

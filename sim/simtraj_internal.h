@@ -1,0 +1,21 @@
+// sim/simtraj_internal.h
+// Samples of the recorded trajectory, and its files of records.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "sim/simproject.h"
+
+namespace veld {
+struct TrajSample {
+  double t;            // s after the start
+  double lat, lon;     // radians
+  double convergence;  // radians
+  dxyz v;              // m/s, east, north, up
+  Pose pose;           // as recorded, heading from grid north
+};
+
+// TRJ, SOL, BIN or POF, by spec.traj_format.
+[[nodiscard]] bool write_records(const SimSpec& spec, const std::vector<TrajSample>& samples,
+                                 const std::string& path);
+}  // namespace veld
