@@ -1,5 +1,6 @@
 // Formats, the choice of the reader, and the steps that all readers share.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 
 #include "lib/general/binfile.h"
@@ -27,6 +28,11 @@ bool looks_like_SBET(const std::string& path) {
   BufBinFileIn in(0, false);
   if (size < static_cast<int64_t>(2 * SNIFFED) || size % static_cast<int64_t>(SNIFFED) != 0 ||
       !is_regular_file(path) || !in.open(path) || !in.read(r, sizeof r))
+    return false;
+  // Digits, read as a double, are tiny numbers that pass for angles.
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(r);
+  if (std::all_of(bytes, bytes + sizeof r,
+                  [](unsigned char c) { return std::isprint(c) || std::isspace(c); }))
     return false;
   const auto within = [](double v, double most) {
     return std::fabs(v) <= most && (v == 0 || std::fabs(v) > 1e-100);
