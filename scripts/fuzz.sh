@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-480}
 shift || true
-harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists}
+harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists caches}
 # shellcheck disable=SC2086
 each=$((seconds / $(wc -w <<<"$harnesses")))
 build=${FUZZ_BUILD:-build/fuzz}
@@ -19,7 +19,7 @@ rm -rf "$build/seeds"
 
 failed=0
 for name in $harnesses; do
-  mkdir -p "$build/corpus/$name"
+  mkdir -p "$build/corpus/$name" "$build/seeds/$name"  # not all have seeds
   log=$build/$name.log
   if "$build/fuzz_$name" "$build/corpus/$name" "$build/seeds/$name" -max_total_time="$((each > 0 ? each : 1))" \
       -timeout=20 -rss_limit_mb=1500 -malloc_limit_mb=300 -max_len=20000 -artifact_prefix="$build/crash_${name}_" \
