@@ -133,8 +133,8 @@ std::string worldfile_name(const std::string& image) {
 }
 }  // namespace
 
-bool make_geo_keys(const ImgCRS& crs, GeoKeys& keys) {
-  keys = GeoKeys();
+bool make_geo_keys(const ImgCRS& crs, GeoTiffTags& keys) {
+  keys = GeoTiffTags();
   if (crs.kind == CrsKind::none && crs.epsg == 0) return true;
   const std::unique_ptr<ST_TIFF, TagsDeleter> tags(ST_Create());
   const std::unique_ptr<GTIF, KeysDeleter> geo(tags ? GTIFNewSimpleTags(tags.get()) : nullptr);

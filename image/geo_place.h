@@ -32,13 +32,13 @@ struct ImgCRS {
 };
 
 // The GeoTIFF tags of a system: directory (34735), doubles (34736), text (34737). All empty for `none`.
-struct GeoKeys {
+struct GeoTiffTags {
   std::vector<uint16_t> directory;
   std::vector<double> doubles;
   std::string text;
 };
 // False after an ERROR line.
-[[nodiscard]] bool make_geo_keys(const ImgCRS& crs, GeoKeys& keys);
+[[nodiscard]] bool make_geo_keys(const ImgCRS& crs, GeoTiffTags& keys);
 
 // The six lines of a world file beside the image: image's name with the extension ".tfw" or ".jgw". unit: metres
 // per unit of the file (OUTDATAUNIT). False after an ERROR line.

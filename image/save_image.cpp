@@ -32,24 +32,43 @@ float largest(const xyz& v) {
   return a >= b && a >= c ? v.x : b >= c ? v.y : v.z;
 }
 
-bool save_vector_rgb(const std::string& name, const std::string& title, const ImgParam& par,
-                     const VectorStyle& style, const ImgPlace& place, const Image<xyz>& img) {
+using RowOf = std::function<const xyz*(int y)>;
+
+struct VectorMap {  // what the pictures of a map of vectors share
+  const ImgParam& par;
+  const ImgPlace& place;
+  int xsize, ysize;
+  const RowOf& row_of;
   ImgScale scale;
-  scale.range = scale.range16 = style.range;
-  scale.mix = style.is_signed;
-  RasterOut out;
-  if (!out.open_rgb(name + "_rgb", title, par, place, img.xsize(), img.ysize())) return false;
-  std::vector<RGBchar> row(static_cast<size_t>(img.xsize()));
-  for (int y = img.ysize() - 1; y >= 0; y--) {
-    for (int x = 0; x < img.xsize(); x++) {
-      const xyz& v = img.row(y)[x];
-      RGBchar c;
-      if (v.z != IMG_NODATA) c = {code8(scale, v.x), code8(scale, v.y), code8(scale, v.z)};
-      row[static_cast<size_t>(x)] = c;
-    }
+};
+
+template <typename T, typename Value>
+bool put_vectors(RasterOut& out, const VectorMap& map, Value value) {
+  std::vector<T> row(static_cast<size_t>(map.xsize));
+  for (int y = 0; y < map.ysize; y++) {
+    const xyz* v = map.row_of(y);
+    if (!v) return false;
+    for (int x = 0; x < map.xsize; x++)
+      row[static_cast<size_t>(x)] = v[x].z == IMG_NODATA ? value(nullptr) : value(&v[x]);
     if (!out.put_rows(row.data(), 1)) return false;
   }
   return out.close();
+}
+
+bool save_rgb(const std::string& name, const std::string& title, const VectorMap& map) {
+  RasterOut out;
+  return out.open_rgb(name, title, map.par, map.place, map.xsize, map.ysize) &&
+         put_vectors<RGBchar>(out, map, [&](const xyz* v) {
+           return v ? RGBchar{code8(map.scale, v->x), code8(map.scale, v->y), code8(map.scale, v->z)}
+                    : RGBchar();
+         });
+}
+
+template <typename Value>
+bool save_scalar(const std::string& name, const std::string& title, const VectorMap& map, Value value) {
+  RasterOut out;
+  return out.open(name, title, map.par, map.scale, map.place, map.xsize, map.ysize) &&
+         put_vectors<float>(out, map, [&](const xyz* v) { return v ? value(*v) : IMG_NODATA; });
 }
 
 // A plot of colours in memory, row 0 at the bottom.
@@ -111,32 +130,25 @@ bool save_XXimg(const std::string& name, const std::string& title, const ImgPara
 }
 
 bool save_img_Def(const std::string& name, const std::string& title, const ImgParam& par,
-                  const VectorStyle& style, const ImgPlace& place, const Image<xyz>& img) {
-  ImgScale scale;
-  scale.range = scale.range16 = style.range;
-  scale.mix = style.is_signed;
-  scale.color = style.color;
+                  const VectorStyle& style, const ImgPlace& place, int xsize, int ysize,
+                  const RowOf& row_of) {
+  VectorMap map{par, place, xsize, ysize, row_of, {}};
+  map.scale.range = map.scale.range16 = style.range;
+  map.scale.mix = style.is_signed;
+  map.scale.color = style.color;
   if (style.rgb) {
     LOG_MSG("Writing vector image " << name << "_* as RGB image with R=X,G=Y,B=Z");
-    if (!save_vector_rgb(name, title, par, style, place, img)) return false;
+    if (!save_rgb(name + "_rgb", title, map)) return false;
   }
   if (style.max) {
     LOG_MSG("Writing vector image " << name << "_* as 1 scalar image with max amplitude (X,Y,Z)");
-    if (!save_values(name + "_max", title + " max", par, scale, place, img,
-                     [](const xyz& v) { return v.z == IMG_NODATA ? IMG_NODATA : largest(v); }))
-      return false;
+    if (!save_scalar(name + "_max", title + " max", map, largest)) return false;
   }
   if (!style.sep) return true;
   LOG_MSG("Writing vector image " << name << "_* as 3 scalar images (X,Y,Z)");
-  const struct {
-    const char* suffix;
-    float xyz::*component;
-  } components[] = {{"x", &xyz::x}, {"y", &xyz::y}, {"z", &xyz::z}};
-  for (const auto& c : components)
-    if (!save_values(name + "_" + c.suffix, title + " " + c.suffix, par, scale, place, img,
-                     [&](const xyz& v) { return v.z == IMG_NODATA ? IMG_NODATA : v.*c.component; }))
-      return false;
-  return true;
+  return save_scalar(name + "_x", title + " x", map, [](const xyz& v) { return v.x; }) &&
+         save_scalar(name + "_y", title + " y", map, [](const xyz& v) { return v.y; }) &&
+         save_scalar(name + "_z", title + " z", map, [](const xyz& v) { return v.z; });
 }
 
 ScatterPlanes make_scatter(int side, float range) {

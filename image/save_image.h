@@ -6,6 +6,7 @@
 // In all images of maps row 0 is the southern one; place is that of the upper left corner. All calls: false after
 // an ERROR line.
 #pragma once
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,9 +31,11 @@ struct VectorStyle {
   int color = COLOR_VECTOR + 3;
   bool is_signed = true;  // false: uncertainties, from 0 to range
 };
-// A map of vectors, z IMG_NODATA where there is none: name + "_rgb", or "_x", "_y", "_z", or "_max".
+// A map of vectors, z IMG_NODATA where there is none: name + "_rgb", or "_x", "_y", "_z", or "_max". row_of gives row
+// y, counted from the north, or null after an ERROR line; the rows are asked for in order, once a picture.
 [[nodiscard]] bool save_img_Def(const std::string& name, const std::string& title, const ImgParam& par,
-                                const VectorStyle& style, const ImgPlace& place, const Image<xyz>& img);
+                                const VectorStyle& style, const ImgPlace& place, int xsize, int ysize,
+                                const std::function<const xyz*(int y)>& row_of);
 
 // Counts of vectors on the planes XY, YZ, XZ, each from -range to range.
 struct ScatterPlanes {

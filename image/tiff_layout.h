@@ -21,7 +21,7 @@ struct TiffHead {
   bool tiled = true;            // blocks are tiles, else strips of the full width
   int bwidth = 0, bheight = 0;  // size of a block
   ImgPlace place;               // in units of the coordinate system
-  GeoKeys keys;
+  GeoTiffTags keys;
   std::string nodata;  // empty: none
   double scale = 1;    // value = scale x sample + offset; 0: the samples are no values
   double offset = 0;

@@ -132,7 +132,8 @@ TEST(SaveImage, VectorsScatterHistogram) {
   style.rgb = style.max = true;
   Image<xyz> v(30, 20, xyz{0, 0, IMG_NODATA});
   v(3, 4) = {0.1f, -0.4f, 0.2f};
-  ASSERT_TRUE(save_img_Def(dir.path + "/v", "vector", par, style, {0, 0, 1}, v));
+  ASSERT_TRUE(save_img_Def(dir.path + "/v", "vector", par, style, {0, 0, 1}, 30, 20,
+                           [&](int y) { return v.row(y); }));
   ScatterPlanes planes = make_scatter(100, 0.5f);
   for (const float x : {0.0f, 0.499f, -0.499f, 0.51f}) update_XY_YZ_XZ_img(planes, {x, 0, 0});
   EXPECT_EQ(planes.XY(50, 50), 1u);

@@ -8,6 +8,7 @@
 #include "lib/general/path.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
+#include "prj/LiDAR/LmTQCimg/pair_maps.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/tuning.h"
@@ -117,7 +118,7 @@ bool unreadable_grid(const Project& prj, int sw, const InterSwath& s) {
 // gridok: both swaths have grids. failed: a grid could not be read, after an ERROR line.
 bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTbl>& corr, int nthreads,
                   InterSwath& s1, InterSwath& s2, DZstat& stat, DZstat& before, double& Mpix, bool& gridok,
-                  bool& failed) {
+                  bool& failed, DZpicture& picture) {
   gridok = read_InterSwath(prj, p.sw1, s1) && read_InterSwath(prj, p.sw2, s2);
   if (!gridok) {
     failed = unreadable_grid(prj, p.sw1, s1) || unreadable_grid(prj, p.sw2, s2);
@@ -143,7 +144,12 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
     Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
   Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
   prepare_pair(pair, 0, nthreads);
-  return acc_qc_tiles(pair, &Def, nthreads, stat, nullptr, &before) && stat.n > 0;
+  DZmap map;
+  map.sub = picture.sub();
+  map.want = picture.active();
+  const bool ok = acc_qc_tiles(pair, &Def, nthreads, stat, &map, &before) && stat.n > 0;
+  failed = ok && !picture.add(inter.tiles, map.dz);
+  return ok;
 }
 
 void set_totals(const QCsum& sum, double& stddev, double& rms, double& area) {
@@ -206,7 +212,7 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
 }
 
 bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const std::vector<SCorrTbl>& corr,
-                    int nthreads, QCcorrResult& result) {
+                    int nthreads, const MapParam& map, const TileInfo& frame, QCcorrResult& result) {
   const double GSD = static_cast<double>(prj.scale.GSD());
   LOG_ENTER("QC_DZ_corr_LmT nsw=" << prj.swaths.size() << " nint=" << pairs.size()
                                   << " level=" << prj.scale.level << " large=" << prj.scale.large
@@ -220,12 +226,14 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   std::vector<DZstat> stats(pairs.size());  // n stays 0 for pairs that cannot be measured
   QCsum sum, sum0;
   InterSwath s1, s2;
+  DZpicture picture;
+  if (!picture.open(prj, frame, map)) return false;
   int ngrid = 0;
   for (size_t i = 0; i < pairs.size(); i++) {
     bool gridok = false, failed = false;
     DZstat stat, before;
-    const bool used =
-        measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, before, result.Mpix, gridok, failed);
+    const bool used = measure_pair(prj, pairs[i], corr, nthreads, s1, s2, stat, before, result.Mpix, gridok,
+                                   failed, picture);
     if (failed) return false;
     ngrid += gridok;
     if (!used) continue;
@@ -252,6 +260,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   set_totals(sum, result.stddev, result.rms, result.area);
   set_totals(sum0, result.stddev0, result.rms0, result.area0);
   if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", pairs, stats, GSD * GSD, result)) return false;
+  if (!picture.save(prj.name + "_DZcorr", "corrected Z-difference")) return false;
   LOG_MSG("ORIGINAL DATA STATISTICS (SAME GROUND)");
   LOG_MSG("StdDev DZ=" << result.stddev0 << " RMS DZ=" << result.rms0 << " Area=" << result.area0 << " m2");
   LOG_MSG("CORRECTED DATA STATISTICS");

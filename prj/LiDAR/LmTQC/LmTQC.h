@@ -12,6 +12,7 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/stat_xyz.h"
@@ -47,8 +48,9 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
 
 // Measures the pairs on the grids with the corrections applied: with d the field that moves swath 1 onto
 // swath 2, d = c2 - c1; and without them, on the same pixels. Writes prj.name + "_DZcorr_stat.log". corr: by
-// swath number, nsw entries.
+// swath number, nsw entries. map: the picture "_DZcorr" of the differences that are left, over the tiles of frame.
 // False after an ERROR line when no grid can be read or the log cannot be written.
 [[nodiscard]] bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs,
-                                  const std::vector<SCorrTbl>& corr, int nthreads, QCcorrResult& result);
+                                  const std::vector<SCorrTbl>& corr, int nthreads, const MapParam& map,
+                                  const TileInfo& frame, QCcorrResult& result);
 }  // namespace veld

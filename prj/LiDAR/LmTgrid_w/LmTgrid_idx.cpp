@@ -218,4 +218,28 @@ GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, c
   if (!any) LOG_LINE("read_gZ_tile_8nn <!> nn tiles: nmt=0 ");
   return npix > 0 ? GridRead::heights : GridRead::none;
 }
+
+GridRead read_gZ_tile_sub(const SwGrid& grid, int tile, int sub, Image<uint32_t>& out) {
+  const int dim = static_cast<int>(grid.hdr.dim), n = mTsub * dim;
+  ASSERT(sub > 0 && n % sub == 0);
+  out.resize(n / sub, n / sub, 0u);
+  if (tile < 0 || grid.gT(tile) == 0) return GridRead::none;
+  Vector<uint32_t> words;
+  if (!read_block(grid, tile, words)) return GridRead::failed;
+  const Image<uint8_t>& occ = grid.gTocc(tile);
+  uint32_t any = 0;
+  const uint32_t* block = words.val;
+  for (int m = 0; m < mTn; m++) {
+    if (occ.val[m] == 0) continue;
+    const int x0 = m % mTsub * dim, y0 = m / mTsub * dim;  // the microtile in the tile
+    const int x1 = (x0 + sub - 1) / sub * sub;
+    for (int y = (y0 + sub - 1) / sub * sub; y < y0 + dim; y += sub) {
+      uint32_t* to = out.row(y / sub);
+      const uint32_t* from = block + static_cast<int64_t>(y - y0) * dim;
+      for (int x = x1; x < x0 + dim; x += sub) any |= to[x / sub] = from[x - x0];
+    }
+    block += static_cast<int64_t>(dim) * dim;
+  }
+  return (any & GRID_ZMASK) != 0 ? GridRead::heights : GridRead::none;
+}
 }  // namespace veld

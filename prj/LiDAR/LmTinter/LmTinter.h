@@ -11,6 +11,7 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
@@ -47,7 +48,8 @@ struct InterParam {
   int Jinit = 1;     // -init 0..4; the start level follows from it, see comp_reg_levels
   int Jend = 0;      // final level: vertices every mTsize << Jend metres
   int nmTmin = 4;    // smallest overlap of a tile, microtiles
-  int DZ_sub = 4;    // subsampling of maps of the height differences (-sub)
+  MapParam map;      // pictures of the height differences, of the vectors and their uncertainties
+  TileInfo frame;    // tiles of the project, for the pictures; none are drawn without
   bool nop = false;  // no output files
   int nthreads = 1;
 };
@@ -80,7 +82,8 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
 
 // Registers (or, without REG, measures) all chosen pairs. head: the index as far as it is known before the
 // pairs (scale, swaths, boxes, control parameters). Writes prj.name + ".dut", "_idx.log", "_DZ_stat.log",
-// "_DZreg_stat.log", "_DXYZreg_stat.log". A pair that is too large for -mem or does not converge gets no
+// "_DZreg_stat.log", "_DXYZreg_stat.log"; the pictures "_DZ" and "_DZreg" of the differences before and after, "_DXYZ" of
+// the vectors, "_UNC" of their uncertainties. A pair that is too large for -mem or does not converge gets no
 // vectors and does not stop the loop. False after an ERROR line when a cache cannot be read or a file not be
 // written.
 [[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap,

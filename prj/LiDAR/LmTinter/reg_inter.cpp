@@ -12,6 +12,7 @@
 #include "lib/general/timing.h"
 #include "lib/threads/memory_budget.h"
 #include "lib/threads/pool.h"
+#include "prj/LiDAR/LmTQCimg/pair_maps.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -50,7 +51,41 @@ struct RegRun {  // what the loop carries
   DUTwriter dut;
   DZsum before, after;
   StatXYZ disp;
+  DZpicture dz_img, dzreg_img;
+  VecPicture disp_img, unc_img;
 };
+
+bool open_pictures(RegRun& run, double gsize) {
+  const InterParam& p = run.param;
+  LOG_LINE("alloc_DZ QC=" << p.QC << " REG=" << p.REG << " dimx=" << p.frame.nx << " dimy=" << p.frame.ny
+                          << " DZ_sub=" << p.map.DZ_sub << " DZ_16=" << p.map.DZ_16);
+  if (p.nop || p.frame.nx == 0) return true;
+  if (p.QC && !run.dz_img.open(run.prj, p.frame, p.map)) return false;
+  if (!p.REG) return true;
+  return (!p.QC || run.dzreg_img.open(run.prj, p.frame, p.map)) &&
+         run.disp_img.open(run.prj, p.frame, p.map, gsize) &&
+         run.unc_img.open(run.prj, p.frame, p.map, gsize);
+}
+
+bool add_vectors(RegRun& run, const std::vector<DUTstr>& rec) {
+  std::vector<VecPicture::Sample> disp, unc;
+  for (const DUTstr& r : rec) {
+    if (r.Z == DUT_NODATA) continue;
+    disp.push_back({static_cast<double>(r.X), static_cast<double>(r.Y), r.Disp});
+    unc.push_back({static_cast<double>(r.X), static_cast<double>(r.Y), r.Unc});
+  }
+  return run.disp_img.add(disp) && run.unc_img.add(unc);
+}
+
+bool save_pictures(const RegRun& run) {
+  const std::string& name = run.prj.name;
+  const MapParam& map = run.param.map;
+  return run.dz_img.save(name + "_DZ", "Z-difference") &&
+         run.dzreg_img.save(name + "_DZreg", "registered Z-difference") &&
+         run.disp_img.save(name + "_DXYZ", "displacement", map.vectors) &&
+         run.disp_img.save_scatter(name + "_DXYZ") &&
+         run.unc_img.save(name + "_UNC", "uncertainty", uncertainty_style(map));
+}
 
 void put_DZ_line(ResultFile& log, const SwPair& pair, const DZstat& s, const RegRun& run, DZsum& sum) {
   const double GSD = static_cast<double>(run.prj.scale.GSD());
@@ -100,14 +135,19 @@ bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& res
   result.Mpix += out.Mpix;
   result.ncached += out.cached;
   result.nreg += out.registered;
-  if (out.has_after) put_DZ_line(run.dzreg, p, out.after, run, run.after);
+  if (out.has_after) {
+    put_DZ_line(run.dzreg, p, out.after, run, run.after);
+    if (!run.dzreg_img.add(out.tiles, out.dz)) return false;
+  }
   if (out.registered) {
     put_DXYZ_line(run.dxyz, p, out.disp);
     run.disp.add(out.disp);
+    if (!add_vectors(run, out.rec)) return false;
   }
   if (out.has_before) {
     put_DZ_line(run.dz, p, out.before, run, run.before);
     result.nqc++;
+    if (!run.dz_img.add(out.tiles, out.dz0)) return false;
   }
   if (!out.lost.empty()) {
     const auto name = [&](int sw) { return swath_name(run.prj.swaths[static_cast<size_t>(sw)]); };
@@ -260,12 +300,13 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
   if (pairs.empty())
     WARNING_MSG("insufficient overlap or all pairs filtered"
                 << (param.REG ? ", check options -reg_grp -reg_ref -reg_ch" : ""));
-  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}};
-  if (!open_logs_DUT(run, head)) return false;
+  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
+  if (!open_logs_DUT(run, head) || !open_pictures(run, head.gsize)) return false;
   if (!pairs.empty()) progress_start(result.nint);
   if (!process_pairs(run, pairs, result)) return false;
   if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));
   if (!commit_logs_DUT(run)) return false;
+  if (!save_pictures(run)) return false;
   report(run, result, time.text());
   return true;
 }

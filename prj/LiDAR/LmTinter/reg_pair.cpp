@@ -39,9 +39,21 @@ bool make_NRparam(const PairWork& work, const SwPair& p, const PairSwaths& sw, R
   return true;
 }
 
+// What a measurement is to map.
+DZmap want_map(const PairWork& work, bool deformed) {
+  const InterParam& par = work.param;
+  DZmap map;
+  map.sub = map_sub(par.map.DZ_sub, mTsub * work.prj.scale.dim);
+  (deformed ? map.want : map.want0) =
+      !par.nop && par.frame.nx > 0 && (draws_maps(par.map) || draws_plots(par.map));
+  return map;
+}
+
 // Measures a pair at displacement 0.
 void measure_before(const PairWork& work, const NRpair& pair, PairOutcome& out) {
-  out.has_before = work.param.QC && acc_qc_tiles(pair, nullptr, work.nthreads, out.before);
+  DZmap map = want_map(work, false);
+  out.has_before = work.param.QC && acc_qc_tiles(pair, nullptr, work.nthreads, out.before, &map);
+  out.dz0.swap(map.dz0);
 }
 
 // Measures a pair and registers it; out.rec holds its records if it is valid, else out.lost says why not.
@@ -66,7 +78,9 @@ bool register_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, const 
   out.cached = ok && reg.from_cache;
   out.lost = ok ? "" : "the registration finds no solution";
   if (!ok) return true;
-  out.has_after = work.param.QC && acc_qc_tiles(pair, &reg.Def, work.nthreads, out.after);
+  DZmap map = want_map(work, true);
+  out.has_after = work.param.QC && acc_qc_tiles(pair, &reg.Def, work.nthreads, out.after, &map);
+  out.dz.swap(map.dz);
   if (!open_times(work.prj, sw.s1) || !open_times(work.prj, sw.s2)) return false;
   if (!write_DUT(work.prj, sw.s1, sw.s2, inter, reg, work.levels.Jend, out.rec, out.disp)) return false;
   out.registered = !out.rec.empty();
@@ -111,9 +125,14 @@ bool process_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, PairOut
   if (wanted && state != InterState::ok) out.lost = why_lost(state, work);
   if (state != InterState::ok) return true;
   out.Mpix = static_cast<double>(inter.nfpix2) * 1e-6;
-  if (wanted) return register_pair(work, p, sw, inter, pair, out);
-  prepare_pair(pair, 0, work.nthreads);
-  measure_before(work, pair, out);
-  return true;
+  bool ok = true;
+  if (wanted) {
+    ok = register_pair(work, p, sw, inter, pair, out);
+  } else {
+    prepare_pair(pair, 0, work.nthreads);
+    measure_before(work, pair, out);
+  }
+  if (!out.dz0.empty() || !out.dz.empty()) out.tiles.swap(inter.tiles);
+  return ok;
 }
 }  // namespace veld

@@ -87,12 +87,14 @@ struct DZstat {
   uint64_t n = 0;  // pixels compared
 };
 
-// Optional project-wide images of the differences, sub-sampled: a cell keeps the difference of largest
-// magnitude that any pair puts there. Cells without data hold NR_NODATA.
+// Optional maps of the differences of a pair, one image a tile in the order of the pair's tiles: a cell holds the
+// mean of the differences in it, NR_NODATA without one.
 struct DZmap {
-  int sub = 4;           // grid pixels along a cell
-  int tx0 = 0, ty0 = 0;  // tile cell (0, 0) of the pair's frame, in tiles from the images' lower left
-  Image<float> dz0, dz;  // before and after the deformation; either may be empty
+  int sub = 4;         // grid pixels along a cell; divides 32 dim
+  bool want0 = false;  // dz0 is wanted
+  bool want = false;   // dz is wanted
+  // Before and after the deformation; filled by the measurement, 32 dim / sub square.
+  Vector<Image<float>> dz0, dz;
 };
 
 // What a registration starts from: the deformation of the cache at the last level, or none at the first one.

@@ -11,14 +11,6 @@
 
 namespace veld {
 namespace {
-// Keeps the difference of larger magnitude in the cell of grid pixel (i, j) of the tile at (tx, ty).
-void put_DZ(Image<float>& map, const DZmap& where, int tx, int ty, int n, int i, int j, float dz) {
-  const int x = ((tx + where.tx0) * n + i) / where.sub, y = ((ty + where.ty0) * n + j) / where.sub;
-  if (x < 0 || y < 0 || x >= map.xsize() || y >= map.ysize()) return;
-  float& cell = map(x, y);
-  if (cell == NR_NODATA || std::fabs(dz) > std::fabs(cell)) cell = dz;
-}
-
 // Calls visit(tile, i, j, r, thread) for each pixel in use; rows of a tile on any thread.
 template <typename Visit>
 void for_differences(dUParamTiles& Q, Visit&& visit) {
@@ -59,33 +51,42 @@ DZstat comp_DZstat(dUParamTiles& Q) {
   return stat;
 }
 
-void add_to_map(dUParamTiles& Q, const NRpair& pair, const DZmap& where, Image<float>& map) {
-  Vector<int> tx(Q.tile.size(), 0), ty(Q.tile.size(), 0);
-  for (int y = 0; y < pair.TI.ysize(); y++)
-    for (int x = 0; x < pair.TI.xsize(); x++)
-      if (pair.TI(x, y) >= 0) tx(pair.TI(x, y)) = x, ty(pair.TI(x, y)) = y;
+// The maps of the tiles from the differences at the present Def and B.
+void fill_maps(dUParamTiles& Q, const NRpair& pair, int sub, Vector<Image<float>>& maps) {
+  const int n = 32 * pair.dim, side = n / sub;
+  ASSERT(side * sub == n);
+  maps.resize(Q.tile.size());
+  Vector<Image<uint16_t>> count(Q.tile.size());
+  for (uint64_t t = 0; t < maps.size(); t++) {
+    maps.val[t].resize(side, side, 0.0f);
+    count.val[t].resize(side, side, uint16_t{0});
+  }
   const int nthreads = Q.nthreads;
   Q.nthreads = 1;  // cells at a seam of units are shared
   for_differences(Q, [&](dUParamTile& T, int i, int j, float r, int) {
+    const int grid = n / T.Z->xsize();  // a level's pixel is this many grid pixels wide
     const int64_t t = &T - Q.tile.val;
-    const int n = 32 * pair.dim, grid = n / T.Z->xsize();  // a level's pixel is this many grid pixels wide
-    put_DZ(map, where, tx.val[t], ty.val[t], n, i * grid, j * grid, r);
+    maps.val[t].row(j * grid / sub)[i * grid / sub] += r;
+    count.val[t].row(j * grid / sub)[i * grid / sub]++;
   });
   Q.nthreads = nthreads;
+  for (uint64_t t = 0; t < maps.size(); t++)
+    for (uint64_t i = 0; i < maps.val[t].size(); i++) {
+      const uint16_t k = count.val[t].val[i];
+      maps.val[t].val[i] = k > 0 ? maps.val[t].val[i] / static_cast<float>(k) : NR_NODATA;
+    }
 }
 }  // namespace
 
 void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bool def, DZstat& before,
                       DZstat& after, DZmap* dzmap) {
-  const int dimx = dzmap ? std::max(dzmap->dz.xsize(), dzmap->dz0.xsize()) : 0;
-  const int dimy = dzmap ? std::max(dzmap->dz.ysize(), dzmap->dz0.ysize()) : 0;
-  LOG_ENTER("update_subDZ_def " << dimx << " x " << dimy << " dxs=" << (dzmap ? dzmap->sub : 0)
-                                << " QC=" << QC << " QC0=" << QC0 << " def=" << def);
+  LOG_ENTER("update_subDZ_def dxs=" << (dzmap ? dzmap->sub : 0) << " QC=" << QC << " QC0=" << QC0
+                                    << " def=" << def);
   int ntok = 0;
   for (const dUParamTile& T : Q.tile) ntok += !T.B.empty();
   if (QC && def) {
     after = comp_DZstat(Q);
-    if (dzmap && !dzmap->dz.empty()) add_to_map(Q, pair, *dzmap, dzmap->dz);
+    if (dzmap && dzmap->want) fill_maps(Q, pair, dzmap->sub, dzmap->dz);
   }
   if (QC0) {  // the same steps on zero displacements, with their own pixels; the tiles' own are put back
     Vector<Image<xyz>*> own(Q.tile.size());
@@ -101,7 +102,7 @@ void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bo
       if (!B.val[t].empty()) init_B_F(T, 0.0f, false);
     }
     before = comp_DZstat(Q);
-    if (dzmap && !dzmap->dz0.empty()) add_to_map(Q, pair, *dzmap, dzmap->dz0);
+    if (dzmap && dzmap->want0) fill_maps(Q, pair, dzmap->sub, dzmap->dz0);
     for (uint64_t t = 0; t < Q.tile.size(); t++) {
       dUParamTile& T = Q.tile.val[t];
       T.Def = own.val[t];

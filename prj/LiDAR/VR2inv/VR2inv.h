@@ -133,6 +133,8 @@ struct InvResult {
   int npair_used = 0;
   uint64_t nvec_used = 0;
   bool step2_ok = false;  // time-dependent drift found
+  std::vector<Vector<xyz>>
+      residuals;  // m, by pair of the input and its vectors; empty: the pair was not used
 };
 
 // Runs the inversion. name: base path of the outputs ("_cal.log", "_cal.txt", "_cal_cov.txt",

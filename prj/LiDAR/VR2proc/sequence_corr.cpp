@@ -11,6 +11,7 @@
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 #include "prj/LiDAR/VR2proc/global_shift.h"
 #include "prj/LiDAR/VR2proc/inv_input.h"
+#include "prj/LiDAR/VR2proc/residual_maps.h"
 #include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -167,7 +168,7 @@ bool invert(const Project& prj, Run& run) {
     return false;
   }
   LOG_MSG("All inversion steps completed | " << watch.text());
-  return true;
+  return save_residual_maps(prj, run.sync.idx, run.par.map, in, run.res);
 }
 
 // Step 8: pairs of the post-correction QC.
@@ -214,7 +215,8 @@ bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
   }
   bool ok = true;
   if (!run.qc_pairs.empty()) {
-    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, result.qc)) {
+    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, run.par.map, frame_of(run.sync.idx.area),
+                        result.qc)) {
       ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
       ok = false;  // ends the QC only: the corrected files are still written
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
@@ -23,6 +24,7 @@ struct CorrParam {
   // Quality control.
   bool QC = true;          // relative QC after correction (-qc)
   GeometryParam geometry;  // check of the geometry
+  MapParam map;            // maps and plots of the check and of residuals
   PairFilter qc;           // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
   // Global shifts.
   bool CGM = false;  // cancel the mean correction (-mean)

@@ -21,9 +21,7 @@ constexpr Availability setting(const Missing& m) { return {Availability::Kind::s
 constexpr Availability always(const Missing& m) { return {Availability::Kind::always, &m}; }
 
 // What is missing: subject, reason. One without a row left goes.
-inline constexpr Missing MAPS = {"maps and plots", "maps and plots are not drawn"},
-                         FASTQC_MAPS = {"fast QC maps", "maps are not drawn"},
-                         FOOTPRINTS = {"footprints", "footprints of swaths are not written"},
+inline constexpr Missing FOOTPRINTS = {"footprints", "footprints of swaths are not written"},
                          CONTROL_POINTS = {"control points", "control points are not read"},
                          UNDO = {"undo", "no undo data are written or applied"},
                          TRAJECTORY_FILES = {"trajectory files", "trajectories are not written"},

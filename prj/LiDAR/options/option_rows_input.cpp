@@ -18,7 +18,7 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
            "of the swaths, all problems with the files' names"),
       flag("strict", "", &o.strict, available, Theme::run,
            "fail (exit value 1) when swaths were left out or the result is incomplete in another way"),
-      flag("fastqc", "", &o.fastqc, product(FASTQC_MAPS), Theme::command,
+      flag("fastqc", "", &o.fastqc, available, Theme::command,
            "fast quality control: height difference and other maps from the grids"),
       texts("corr", "", 0, 1, &o.corr, available, Theme::command,
             "correct, from the displacement file named, by manual corrections, or times and angles only",

@@ -69,7 +69,7 @@ void add_rows_out(Options& o, std::vector<OptRow>& rows) {
       real("vgsd", "", 0.01, 100, &o.vgsd, setting(TRANSECTS), Theme::output,
            "pixel of the transect view, m"),
       flag("all", "", &o.all, available, Theme::qc, "all reports of a scan: -log, -fp and -bb"),
-      boolean("ascii", "", &o.ascii, product(MAPS), Theme::qc, "maps as text"),
+      boolean("ascii", "", &o.scanning.map.ascii, available, Theme::qc, "maps as text"),
       boolean("json", "", &o.json, product(CONTROL_POINTS), Theme::qc,
               "reports of control points in JSON too"),
       boolean("bb", "", &o.scanning.BB, available, Theme::qc, "bounding boxes and rectangles of swaths"),

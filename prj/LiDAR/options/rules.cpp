@@ -37,11 +37,11 @@ const Rule EXCLUSIONS[] = {
      true},
     {[](const Options& o, const GivenSet& g) { return ncommands(o, g) > 1; },
      "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
-    {[](const Options& o, const GivenSet&) { return o.smap && o.zmap; },
+    {[](const Options& o, const GivenSet&) { return o.scanning.map.OUTS && o.scanning.map.OUTZ; },
      "options {-smap -zmap} are mutually exclusive"},
     {[](const Options& o, const GivenSet&) { return o.oa && o.oi; },
      "options {-oa -oi} are mutually exclusive"},
-    {[](const Options& o, const GivenSet&) { return o.dz_range > o.dz16_range; },
+    {[](const Options& o, const GivenSet&) { return o.scanning.map.dz_range > o.scanning.map.dz16_range; },
      "DZ_range>DZ16_range not allowed"},
     {[](const Options& o, const GivenSet&) { return o.align2 && o.dz_range_1 > o.dz16_range_1; },
      "DZ_range_1>DZ16_range_1 not allowed"},
@@ -52,6 +52,8 @@ void share_values(Options& o) {
   ScanParam& scanning = o.scanning;
   CorrParam& correction = o.correction;
   scanning.qcpairs.ALLDZ = scanning.regpairs.ALLDZ;
+  scanning.map.vectors.color = COLOR_VECTOR + o.v_color;
+  correction.map = scanning.map;
   correction.QC = scanning.QC;
   correction.qc = scanning.qcpairs;
   correction.geometry.AROT = correction.sync.AROT;
@@ -63,7 +65,7 @@ void share_values(Options& o) {
 void derive_defaults(Options& o, const GivenSet& given) {
   const auto absent = [&](const char* name) { return given.count(name) == 0; };
   if (o.scan) {
-    if (absent("map")) o.map = 0;
+    if (absent("map")) o.scanning.map.maps = false;
     o.fastqc = true;
     if (absent("full")) o.scanning.FULL = true;
     o.correction.geometry.ICS_r = true;
@@ -91,15 +93,16 @@ void derive_defaults(Options& o, const GivenSet& given) {
     if (absent("coarse")) o.scanning.Jend = 0;  // attitudes change within 8 m of flight
   }
   o.tuning.NTHREADSIO = std::min(o.tuning.NTHREADSIO, o.tuning.NTHREADS);
-  if (absent("dz_color")) o.dz_color = o.dz_mix ? 2 : 7;
+  MapParam& map = o.scanning.map;
+  if (absent("dz_color")) map.dz_color = map.DZ_mix ? 2 : 7;
   // Of each pair of ranges the one that is not given follows the other; the first step's start from the plain
   // ones.
-  if (absent("dz_range") && !absent("dz16_range")) o.dz_range = o.dz16_range;
-  if (absent("dz16_range") && !absent("dz_range")) o.dz16_range = o.dz_range;
+  if (absent("dz_range") && !absent("dz16_range")) map.dz_range = map.dz16_range;
+  if (absent("dz16_range") && !absent("dz_range")) map.dz16_range = map.dz_range;
   const bool absent_1 = absent("dz_range_1"), absent16_1 = absent("dz16_range_1");
-  if (absent_1) o.dz_range_1 = absent16_1 ? o.dz_range : o.dz16_range_1;
-  if (absent16_1) o.dz16_range_1 = absent_1 ? o.dz16_range : o.dz_range_1;
-  if (absent("v_range_1")) o.v_range_1 = o.v_range;
+  if (absent_1) o.dz_range_1 = absent16_1 ? map.dz_range : o.dz16_range_1;
+  if (absent16_1) o.dz16_range_1 = absent_1 ? map.dz16_range : o.dz_range_1;
+  if (absent("v_range_1")) o.v_range_1 = map.vectors.range;
   share_values(o);
 }
 

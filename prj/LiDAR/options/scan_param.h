@@ -3,6 +3,7 @@
 // Here:     what options set, and what the command adds.
 // Not here: the sequence and its result (run/sequence.h).
 #pragma once
+#include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 
@@ -26,7 +27,8 @@ struct ScanParam {
   PairFilter qcpairs;                 // pairs of a QC run (-qc_grp, -qc_ref, -qc_ch)
   int Jinit = 1;                      // start of the registration (-init)
   int Jend = 1;                       // final level, vertices every mTsize << Jend metres (-coarse)
-  int DZ_sub = 4;                     // subsampling of the height differences (-sub)
+  bool FASTQC = false;                // maps straight from the grids (-fastqc)
+  MapParam map;                       // maps and plots of all stages
   // Plots.
   bool BB = false;      // boxes and rectangles of the swaths (-bb)
   bool OUTOBJ = false;  // plots as .obj too

@@ -12,9 +12,11 @@ Options align2_options(const Options& o, int step) {
   if (!o.align2) return s;
   if (step == 0) {
     s.odir = o.odir_1;
-    s.dz_range = o.dz_range_1;
-    s.dz16_range = o.dz16_range_1;
-    s.v_range = o.v_range_1;
+    for (MapParam* map : {&s.scanning.map, &s.correction.map}) {
+      map->dz_range = o.dz_range_1;
+      map->dz16_range = o.dz16_range_1;
+      map->vectors.range = o.v_range_1;
+    }
     s.correction.nil = false;
   } else {
     s.out = "*";

@@ -56,6 +56,13 @@ bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) 
   return false;
 }
 
+// What pictures need to know of the project.
+void place_maps(const Project& prj, MapParam& map) {
+  map.img.crs = make_ImgCRS(prj.georef);
+  map.img.OUTDATAUNIT = OUTDATAUNIT;
+  map.img.nthreads = NTHREADS;
+}
+
 // One pass over the project; files: the corrected ones, by swath.
 Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files,
                   int& nmemory, bool& complete) {
@@ -66,10 +73,13 @@ Step process_step(Run& run, const Options& o, const std::string& dut, std::vecto
   corr.odir = o.odir;
   if (run.cmd.inv_corr && !steer_correction(o, corr)) return Step::failed;
 
+  place_maps(prj, corr.map);
   ScanParam scan = o.scanning;
+  place_maps(prj, scan.map);
   scan.tiling.xcls = run.xcls;
   scan.REG = run.cmd.reg;
-  scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan;
+  scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan && !o.fastqc;
+  scan.FASTQC = o.fastqc && (!o.scan || draws_maps(scan.map));  // of a scan the maps are wanted, if given
   scan.CORR = run.cmd.inv_corr;
   ScanResult scanned;
   if (!SCAN_REG_QC(prj, scan, scanned)) {

@@ -8,6 +8,7 @@
 #include "lib/general/result_file.h"
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
@@ -25,6 +26,7 @@ struct Work {           // what the run does with the overlaps
   bool DOGRID = false;  // grids are needed: to register, to measure, or for the check after a correction
   bool DOREG = false;   // pairs are registered
   bool DOQC = false;    // pairs are only measured
+  bool DOFQC = false;   // maps straight from the grids
 };
 
 bool grid_is_valid(const CacheName& swath, int sw) { return check_gZDSidx(swath, sw, 0, false, false); }
@@ -289,9 +291,11 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   const bool ovr = !res.over.empty();
   w.DOREG = par.REG;
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
-  w.DOGRID = w.DOREG || w.DOQC || (par.CORR && par.QC && ovr);
-  LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " QC=" << par.QC << " -> DOFQC=0 DOREG=" << w.DOREG
-                  << " DOGRID=" << w.DOGRID);
+  w.DOFQC = par.FASTQC && (ovr || par.FULL);
+  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || (par.CORR && par.QC && ovr);
+  LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " OUTZ=" << par.map.OUTZ << " OUTD=" << par.map.OUTD
+                  << " OUTS=" << par.map.OUTS << " OUTR=" << par.map.OUTR << " QC=" << par.QC
+                  << " -> DOFQC=" << w.DOFQC << " DOREG=" << w.DOREG << " DOGRID=" << w.DOGRID);
   return w;
 }
 
@@ -348,11 +352,35 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   inter.filter = work.DOREG ? par.regpairs : par.qcpairs;
   inter.Jinit = par.Jinit;
   inter.Jend = comp_Jend(par.Jend, prj.scale.dim);
-  inter.DZ_sub = par.DZ_sub;
+  inter.map = par.map;
+  inter.frame = res.stat.frame;
   inter.nthreads = NTHREADS;
   if (!reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter)) return false;
   if (!work.DOREG || res.inter.nreg > 0) return true;
   ERROR_MSG("no pair registered, " << res.inter.nint << " overlaps tried, see " << prj.name << "_idx.log");
+  return false;
+}
+
+// Maps straight from the grids; with -dz_all off of the pairs that the filters of QC keep.
+bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, const ScanResult& res) {
+  FastQCparam fast;
+  fast.map = par.map;
+  fast.full = par.FULL;
+  fast.Zlow = static_cast<float>(res.stat.Zmin);
+  fast.Zhigh = static_cast<float>(res.stat.Zmax);
+  fast.nthreads = NTHREADS;
+  if (!par.qcpairs.ALLDZ) {
+    const int nsw = static_cast<int>(prj.swaths.size());
+    std::vector<LTidxInfo> infos;
+    for (const SwathStat& s : res.stat.swaths) infos.push_back(s.info);
+    fast.pair_ok.resize(nsw, nsw, uint8_t{0});
+    int n0 = 0, n1 = 0;
+    for (const SwPair& p : comp_int_sw(prj, infos, near, par.qcpairs, false, n0, n1))
+      fast.pair_ok(p.sw1, p.sw2) = fast.pair_ok(p.sw2, p.sw1) = 1;
+  }
+  FastQCresult result;
+  if (fast_QC_ZDS(prj, res.stat.frame, fast, result)) return true;
+  ERROR_MSG("fast QC image computation failed");
   return false;
 }
 
@@ -411,6 +439,7 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
   }
   for (const int sw : grids.beyond) prj.swaths[static_cast<size_t>(sw)].used = false;
   res.nmemory += static_cast<int>(grids.beyond.size());
+  if (work.DOFQC && !fast_QC(prj, par, near, res)) return false;
   if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, near, res)) return false;
   return work.DOREG || QC_DUT_IDX(prj, par, res);
 }

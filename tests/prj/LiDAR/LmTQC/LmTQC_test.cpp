@@ -27,7 +27,7 @@ TEST(QC_DZ_corr_LmT, RightCorrectionTakesTheDifferencesAway) {
   ASSERT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 2, grids));
   const auto rms = [&](const SCorrTbl& c0, const SCorrTbl& c1, int nthreads) {
     QCcorrResult res;
-    EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 7}}, {c0, c1}, nthreads, res));
+    EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 7}}, {c0, c1}, nthreads, MapParam(), TileInfo(), res));
     EXPECT_EQ(res.nused, 1);
     EXPECT_GT(res.area, 5000);
     return res.rms;
@@ -53,9 +53,11 @@ TEST(QC_DZ_corr_LmT, FailsOnlyWithoutAnyGrid) {
   GridResult grids;
   ASSERT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 1, grids));
   QCcorrResult res;
-  EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}, {0, 2, true, 1}}, std::vector<SCorrTbl>(3), 1, res));
+  EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}, {0, 2, true, 1}}, std::vector<SCorrTbl>(3), 1, MapParam(),
+                             TileInfo(), res));
   EXPECT_EQ(res.nused, 1);
   remove_file(prj.swaths[0].cache.file(EXT_GMTIDX));
-  EXPECT_FALSE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}}, std::vector<SCorrTbl>(3), 1, res));
+  EXPECT_FALSE(
+      QC_DZ_corr_LmT(prj, {{0, 1, true, 0}}, std::vector<SCorrTbl>(3), 1, MapParam(), TileInfo(), res));
 }
 }  // namespace veld

@@ -24,12 +24,12 @@ TEST(Rules, DerivedDefaults) {
   EXPECT_EQ(derived({"-uav"}).tuning.DEV_RANGE, 0.5f);
   EXPECT_EQ(derived({"-uav", "-dev_max", "1"}).scanning.tiling.DTS, 1.0f);
   EXPECT_EQ(derived({"-nthreads", "1"}).tuning.NTHREADSIO, 1);
-  EXPECT_EQ(derived({"-dz_mix"}).dz_color, 2);
-  EXPECT_EQ(derived({"-dz_mix", "-dz_color", "5"}).dz_color, 5);
-  EXPECT_EQ(derived({"-scan"}).map, 0);
+  EXPECT_EQ(derived({"-dz_mix"}).scanning.map.dz_color, 2);
+  EXPECT_EQ(derived({"-dz_mix", "-dz_color", "5"}).scanning.map.dz_color, 5);
+  EXPECT_EQ(derived({"-scan"}).scanning.map.maps, 0);
   EXPECT_EQ(derived({"-scan"}).scanning.FULL, 1);
-  EXPECT_EQ(derived({"-dz_range", "2"}).dz16_range, 2.0f);
-  EXPECT_EQ(derived({"-dz16_range", "3"}).dz_range, 3.0f);
+  EXPECT_EQ(derived({"-dz_range", "2"}).scanning.map.dz16_range, 2.0f);
+  EXPECT_EQ(derived({"-dz16_range", "3"}).scanning.map.dz_range, 3.0f);
   EXPECT_EQ(derived({"-dz_range", "1", "-dz_range_1", "0.5"}).dz_range_1, 0.5f);
   EXPECT_EQ(derived({"-dz_range", "1"}).dz_range_1, 1.0f);
   EXPECT_EQ(derived({"-v_range", "2"}).v_range_1, 2.0f);

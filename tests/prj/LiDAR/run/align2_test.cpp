@@ -12,14 +12,14 @@ TEST(Align2, TheSecondStepReadsWhatTheFirstWrote) {
   o.odir_1 = "one/";
   o.correction.nil = true;
   o.out = "*_c.las";
-  o.dz_range = 1, o.dz_range_1 = 0.5f;
+  o.scanning.map.dz_range = 1, o.dz_range_1 = 0.5f;
   OUTDIR = "two/";
   const Options first = align2_options(o, 0), second = align2_options(o, 1);
   EXPECT_EQ(first.odir, "one/");
-  EXPECT_EQ(first.dz_range, 0.5f);
+  EXPECT_EQ(first.scanning.map.dz_range, 0.5f);
   EXPECT_FALSE(first.correction.nil);
   EXPECT_EQ(second.odir, "two/");
-  EXPECT_EQ(second.dz_range, 1.0f);
+  EXPECT_EQ(second.scanning.map.dz_range, 1.0f);
   EXPECT_TRUE(second.correction.nil);
   EXPECT_EQ(second.out, "*") << "the names of the first step stand";
 

@@ -208,7 +208,7 @@ TEST(OptionUse, EveryOptionIsReadOrStopsTheRun) {
 
 // The scan of the sources finds what it should: fields that are only written, only logged, or only copied.
 TEST(OptionUse, UnreadFieldsAreFound) {
-  for (const char* const unread : {"vgrid_gs", "X0", "quality", "gcp_sigma", "oundo", "p_size"})
+  for (const char* const unread : {"vgrid_gs", "X0", "gcp_sigma", "oundo"})
     EXPECT_FALSE(is_used(unread)) << unread;
   for (const char* const read :
        {"mem", "utm", "nil", "dpoc", "bb", "cal_1", "qc_grp", "exclude", "clear_xyz"})
@@ -225,10 +225,9 @@ TEST(OptionUse, DefaultsThatCannotBeDoneAreLeftOutAndSaid) {
     for (const std::string& subject : left_out(r.cl.o, r.cl.given)) all += subject + ";";
     return all;
   };
-  EXPECT_EQ(text({"-reg"}), "maps and plots (-map -jpeg -plot);");
-  EXPECT_EQ(text({"-reg", "-map", "0", "-jpeg", "0", "-plot", "0"}), "");
-  EXPECT_EQ(text({"-scan", "-plot", "0"}), "fast QC maps (-fastqc);footprints (-fp);maps and plots (-jpeg);");
-  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "footprints (-fp);maps and plots (-jpeg -plot);");
+  EXPECT_EQ(text({"-reg"}), "");
+  EXPECT_EQ(text({"-scan"}), "footprints (-fp);");
+  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "footprints (-fp);");
 }
 
 TEST(OptionUse, VoxelOptionsAreTakenAndSaid) {
