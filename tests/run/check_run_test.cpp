@@ -142,9 +142,7 @@ TEST(CheckRun, OutputsAreThoseOfTheirTable) {
     const std::string name = entry.path().filename();
     if (!name.starts_with("project_")) continue;
     SCOPED_TRACE(name);
-    const OutputTable* row = nullptr;
-    for (const OutputTable& t : output_tables())
-      if (name == std::string("project") + t.suffix) row = &t;
+    const OutputTable* const row = output_of(name.substr(7));
     ASSERT_NE(row, nullptr) << "not in the table";
     EXPECT_TRUE(read_text(entry.path()).starts_with(row->header));
     nfiles++;

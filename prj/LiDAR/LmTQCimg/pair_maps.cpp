@@ -31,8 +31,7 @@ float larger(float a, float b) { return std::fabs(b) > std::fabs(a) ? b : a; }
 
 bool DZpicture::open(const Project& prj, const TileInfo& frame, const MapParam& par) {
   par_ = par;
-  if (frame.nx == 0) par_.maps = par_.plots = false;
-  if (!active()) return true;
+  if (frame.nx == 0 || (!draws_maps(par) && !draws_plots(par))) return true;
   const int n = mTsub * prj.scale.dim;
   Tsize_ = static_cast<double>(prj.scale.Tsize);
   sub_ = map_sub(par.DZ_sub, n);
@@ -82,8 +81,7 @@ void update_mix_XYZ(xyz& to, const xyz& v) {
 
 bool VecPicture::open(const Project& prj, const TileInfo& frame, const MapParam& par, double gsize) {
   par_ = par;
-  if (frame.nx == 0) par_.maps = par_.plots = false;
-  if (!active()) return true;
+  if (frame.nx == 0 || (!draws_maps(par) && !draws_plots(par))) return true;
   Tsize_ = static_cast<double>(prj.scale.Tsize);
   gsize_ = gsize;
   planes_ = make_scatter(par.p_size, par.p_range > 0 ? par.p_range : par.vectors.range);

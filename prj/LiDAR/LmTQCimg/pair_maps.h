@@ -19,8 +19,8 @@ class DZpicture {
   // Nothing is drawn, and all calls succeed, when par asks for neither maps nor plots or the frame is empty. frame:
   // tiles of the project.
   [[nodiscard]] bool open(const Project& prj, const TileInfo& frame, const MapParam& par);
-  bool active() const { return draws_maps(par_) || draws_plots(par_); }
-  int sub() const { return sub_; }  // grid pixels along a map pixel
+  bool active() const { return map_.is_open(); }  // something is drawn
+  int sub() const { return sub_; }                // grid pixels along a map pixel
   // cells: by tile, second swath less first as they are measured, -9999 without; tiles as DZmap has them.
   [[nodiscard]] bool add(const Tocc& tiles, const Vector<Image<float>>& cells);
   // Writes name and, with plots, name + "_hist". title: "... Z-difference".
@@ -44,7 +44,7 @@ class VecPicture {
  public:
   // gsize: m, spacing of the vertices, a divisor of the tile's side. range: m, of the pictures.
   [[nodiscard]] bool open(const Project& prj, const TileInfo& frame, const MapParam& par, double gsize);
-  bool active() const { return draws_maps(par_) || draws_plots(par_); }
+  bool active() const { return map_.is_open(); }
   struct Sample {
     double X = 0, Y = 0;  // m, ground position
     xyz v = {0, 0, 0};    // m

@@ -1,5 +1,8 @@
 #include "prj/LiDAR/options/outputs.h"
 
+#include <cstring>
+#include <regex>
+
 namespace veld {
 namespace {
 constexpr char STAT_COLUMNS[] =
@@ -13,6 +16,20 @@ constexpr char STAT_COLUMNS[] =
 constexpr char XYZ_COLUMNS[] =
     "Mean, StdDev, RMS, Min, Max: of the vectors, X Y Z each, m\n"
     "NPts: number of vectors";
+constexpr char DZ_FILES[] =
+    "(map): differences in m\n"
+    "_hist: their histogram; _hist.txt with -ascii: DZ (m, middle of a bin), Count";
+constexpr char VECTOR_FILES[] =
+    "_x, _y, _z: an axis each, m; with -vmap_rgb _rgb, all axes as colours; with -vmap_max _max, the "
+    "largest\n"
+    "_XY, _YZ, _XZ: scatter plots of two axes";
+
+// What may follow the suffix of a picture: axis or plot, part of a large map, colour bar, file type.
+const std::regex& picture_ending() {
+  static const std::regex ending(
+      "(_hist|_[xyz]|_rgb|_max|_XY|_YZ|_XZ)?(_r[0-9]+_c[0-9]+)?(_cmap_[-_.0-9]+)?\\.(jpg|tif|jgw|tfw|txt)");
+  return ending;
+}
 }  // namespace
 
 const std::vector<OutputTable>& output_tables() {
@@ -103,9 +120,34 @@ const std::vector<OutputTable>& output_tables() {
        "Drift: slope, m or degrees per hour; HFDrift: steps between nodes, per root of an hour"},
       {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
       {"_QC.log", "Area", "areas of the project", ""},
+      {"_DZ", "",
+       "maps of the height differences of the pairs as the files are, first less second; with -fastqc "
+       "largest "
+       "less smallest height of all swaths",
+       DZ_FILES, true},
+      {"_DZreg", "", "the same with the displacements taken out", DZ_FILES, true},
+      {"_DZcorr", "", "the same with the corrections applied", DZ_FILES, true},
+      {"_DXYZ", "", "maps of the displacements of the pairs", VECTOR_FILES, true},
+      {"_UNC", "", "maps of the uncertainties of the displacements", VECTOR_FILES, true},
+      {"_mix_res", "", "maps of the residuals of the inversion, with sign", VECTOR_FILES, true},
+      {"_max_abs_res", "", "the same by their size", VECTOR_FILES, true},
+      {"_res", "", "scatter plots of the residuals of the inversion", VECTOR_FILES, true},
+      {"_D", "", "map of the density in points/m2, of all swaths together (-fastqc -dmap)", "", true},
+      {"_R", "", "map of the roughness, m (-fastqc -rmap)", "", true},
+      {"_Z", "", "map of the elevation, m (-fastqc -zmap)", "", true},
+      {"_S", "", "shaded relief (-fastqc -smap)", "", true},
       {"_opt.xml", "", "the options of the run, an input for -opt from any directory", ""},
   };
   return tables;
+}
+
+const OutputTable* output_of(const std::string& ending) {
+  for (const OutputTable& t : output_tables()) {
+    if (!ending.starts_with(t.suffix)) continue;
+    const std::string rest = ending.substr(std::strlen(t.suffix));
+    if (t.picture ? std::regex_match(rest, picture_ending()) : rest.empty()) return &t;
+  }
+  return nullptr;
 }
 
 std::string outputs_text() {
@@ -114,9 +156,13 @@ std::string outputs_text() {
       "gives. Lengths "
       "are metres, blanks\nseparate columns, `{X Y Z}` behind a name stands for a column each. Dates are "
       "UTC; times in "
-      "seconds are those of the\nswaths after synchronisation. A blank line ends a table.\n";
+      "seconds are those of the\nswaths after synchronisation. A blank line ends a table.\nPictures are "
+      "`.jpg` and "
+      "`.tif` files, world files `.jgw` and `.tfw`; `_cmap_BOTTOM_TOP` is the colour bar of a\nmap, "
+      "`_r<row>_c<column>` a part of one beyond `-map_size`.\n";
   for (const OutputTable& t : output_tables()) {
-    text += std::string("\n## NAME") + t.suffix + "\n\n" + t.meaning + "\n";
+    text +=
+        std::string("\n## NAME") + t.suffix + (t.picture ? " (pictures)" : "") + "\n\n" + t.meaning + "\n";
     std::string columns = t.columns;
     if (!columns.empty()) text += "\n- ";
     for (const char c : columns) text += c == '\n' ? std::string("\n- ") : std::string(1, c);

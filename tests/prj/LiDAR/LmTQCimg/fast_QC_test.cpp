@@ -139,15 +139,16 @@ TEST(FastQC, WithoutAnyGridItFails) {
 
 // Planes of known slopes: the shade is the cosine between the normal and the light, whatever the neighbours lack.
 TEST(Shade, PlanesHaveTheCosineOfTheirNormal) {
+  constexpr int WIDTH = 6;  // each pixel has a neighbour along each axis
   const struct { float zx, zy; } planes[] = {{0, 0}, {0.5f, 0}, {0, 0.5f}, {-0.7f, 0.7f}, {3, -3}};
   for (const auto& p : planes) {
     const float light[3] = {-0.5f, 0.5f, std::sqrt(0.5f)};  // from the north west, 45 degrees high
     const float norm = std::sqrt(1 + p.zx * p.zx + p.zy * p.zy);
     const float expected = std::max(0.0f, (light[2] - p.zx * light[0] - p.zy * light[1]) / norm);
-    ShadeRows shade(5, 2.0f, SunParam());
+    ShadeRows shade(WIDTH, 2.0f, SunParam());
     int nrows = 0;
     const auto emit = [&](const float* row) {
-      for (int x = 0; x < 5; x++)
+      for (int x = 0; x < WIDTH; x++)
         if (nrows == 3 && x == 3)
           EXPECT_EQ(row[x], -9999);
         else
@@ -156,8 +157,8 @@ TEST(Shade, PlanesHaveTheCosineOfTheirNormal) {
       return true;
     };
     for (int y = 0; y < 6; y++) {  // from the north
-      std::vector<float> row(5);
-      for (int x = 0; x < 5; x++)
+      std::vector<float> row(WIDTH);
+      for (int x = 0; x < WIDTH; x++)
         row[static_cast<size_t>(x)] =
             100 + p.zx * 2 * static_cast<float>(x) - p.zy * 2 * static_cast<float>(y);
       if (y == 3) row[3] = -9999;
