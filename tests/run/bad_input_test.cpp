@@ -117,7 +117,7 @@ TEST_F(BadInput, EndsInAClearLine) {
        "ERROR: no match for x*.las in directory ./\nERROR: missing or duplicate input files, cannot "
        "proceed\n"},
       {"output over an input",
-       {"-align", "-utm", "33", "-po", "traj.out", "-i", "L0?.las"},
+       {"-align", "-utm", "33", "-po", "traj.out", "-i", "L0?.las", "-out", "*"},
        "ERROR: output file ./L01.las would overwrite an input file, use -out or -odir\n"},
   };
   for (const auto& c : cases) {

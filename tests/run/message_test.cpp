@@ -241,7 +241,7 @@ TEST_F(Messages, SwathsAndChannels) {
        {"ERROR: options -keep_class and -drop_class are exclusive"}},
       {{"-i", "x", "-drop_class", "2", "-g"},
        {"WARNING: option -keep_class or -drop_class overrides option -ground_filter"}},
-      {{"-align", "-i", "a.las", "-po", "t.out"},
+      {{"-align", "-i", "a.las", "-po", "t.out", "-out", "*"},
        {"ERROR: output file ./a.las would overwrite an input file, use -out or -odir"}},
   });
 }

@@ -44,9 +44,9 @@ bool check_significance(const InvCalDrift& inv) {
   const double most = comp_significance(inv);
   LOG_LINE("comp_significance -> " << most << " SIGmin=" << inv.par.SIGmin);
   if (most >= static_cast<double>(inv.par.SIGmin)) return true;
-  WARNING_MSG("no significant correction: displacements are "
-              << most << " times what vegetation makes (-sig_min " << inv.par.SIGmin
-              << "), points stay where they are");
+  LOG_MSG("no significant correction: displacements are " << most << " times what vegetation makes (-sig_min "
+                                                          << inv.par.SIGmin
+                                                          << "), points stay where they are");
   return false;
 }
 

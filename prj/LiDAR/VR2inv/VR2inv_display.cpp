@@ -131,7 +131,7 @@ void warn_correlations(const InvResult& res) {
       nhigh += c > HIGH_CORR;
       ntoohigh += c > TOO_HIGH_CORR;
     }
-  if (nhigh > 0) WARNING_MSG(nhigh << " calibration correlation coefficients > 0.5");
+  if (nhigh > 0) LOG_MSG(nhigh << " calibration correlation coefficients > 0.5");
   if (ntoohigh > 0) ERROR_MSG(ntoohigh << " calibration correlation coefficients > 0.95");
 }
 

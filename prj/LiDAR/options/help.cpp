@@ -38,7 +38,7 @@ std::string help_text(const std::string& word) {
   if (wanted.empty()) {
     text += short_identity() + "\n\nEXAMPLES\n";
     for (const Example& e : examples())
-      text += std::string("  ") + PROGRAM_NAME + " " + e.line + "\n      " + e.meaning + "\n";
+      text += std::string("  ") + PROGRAM_NAME + " " + e.line + "\n      " + example_meaning(e) + "\n";
     text += "\n";
   }
   text += "OPTIONS AND ARGUMENTS\n";

@@ -121,7 +121,8 @@ std::string man_page_text() {
   text += section("SYNOPSIS") + ".B veldrunner\n[\\fIoption\\fR [\\fIargument\\fR ...]] ...\n";
   text += section("DESCRIPTION") + description();
   text += section("EXAMPLES");
-  for (const Example& e : examples()) text += item(std::string(PROGRAM_NAME) + " " + e.line, e.meaning);
+  for (const Example& e : examples())
+    text += item(std::string(PROGRAM_NAME) + " " + e.line, example_meaning(e));
   text += section("OPTIONS");
   Options o;
   const std::vector<OptRow> rows = documented_rows(o);

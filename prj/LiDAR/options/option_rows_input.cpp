@@ -26,7 +26,9 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
       flag("undo", "", &o.undo, product(UNDO), Theme::command,
            "undo the corrections of the swaths with the data of -oundo"),
       texts("input", "i", 1, 256, &o.input, available, Theme::input,
-            "swath file patterns; each occurrence is a group", "*.las *.laz"),
+            "swath file patterns; each occurrence is a group; without, -corr takes those of its displacement "
+            "file",
+            "*.las *.laz"),
       texts("input_list", "l", 1, 256, &o.input_list, available, Theme::input,
             "text files that list swaths; each occurrence is a group", "*"),
       texts("ref", "r", 1, 256, &o.ref, available, Theme::input,

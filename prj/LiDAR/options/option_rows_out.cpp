@@ -5,7 +5,8 @@ namespace veld {
 void add_rows_out(Options& o, std::vector<OptRow>& rows) {
   const OptRow list[] = {
       text("out", "o", &o.out, available, Theme::output,
-           "name pattern of corrected swaths: prefix*suffix.ext"),
+           "name pattern of corrected swaths: prefix*suffix.ext; without it their own, with _c beside the "
+           "swaths"),
       filename("oparse", "", &o.tuning.OUTPARSE, available, Theme::output, "columns of text output"),
       flag("nil", "", &o.correction.nil, available, Theme::output,
            "no corrected swaths, only logs and statistics"),

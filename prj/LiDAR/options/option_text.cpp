@@ -1,7 +1,9 @@
 #include "prj/LiDAR/options/option_text.h"
 
 #include <cstdio>
+#include <sstream>
 
+#include "prj/LiDAR/options/availability.h"
 #include "prj/LiDAR/options/option_rows.h"
 
 namespace veld {
@@ -33,6 +35,14 @@ bool is_list(OptKind kind) {
 }  // namespace
 
 std::span<const Example> examples() { return EXAMPLES; }
+
+std::string example_meaning(const Example& example) {
+  std::string missing;
+  std::istringstream words(example.line);
+  for (std::string word; words >> word;)
+    if (word[0] == '-' && !is_available(word.substr(1))) missing += " " + word;
+  return example.meaning + (missing.empty() ? std::string() : " (not available yet:" + missing + ")");
+}
 
 std::vector<OptRow> documented_rows(Options& o) {
   std::vector<OptRow> rows = {

@@ -15,6 +15,8 @@ struct Example {
   const char* meaning;  // one line
 };
 std::span<const Example> examples();
+// Its meaning, with the options in it that are not available yet.
+std::string example_meaning(const Example& example);
 
 // The option table and, in front, the three options that the parser asks by itself. The targets of these
 // three are null, and all others point into o.

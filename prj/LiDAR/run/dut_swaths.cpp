@@ -22,9 +22,6 @@ int find_in_index(const DUTidx& idx, const Swath& swath) {
   return nfound == 1 ? found : -1;
 }
 
-// A union of references, which the run makes anew of those that the project has.
-bool is_union_line(const DUTswath& line) { return line.path.ends_with(" input reference swaths)"); }
-
 struct SwathMatch {       // of an index and a project
   std::vector<int> at;    // by line: the project's swath, -1 for none
   std::vector<int> rest;  // the project's swaths that no line is of
@@ -69,6 +66,8 @@ void take_groups(const DUTidx& idx, const std::vector<size_t>& line_of, Project&
     if (!s.fixed) prj.chgrp[static_cast<size_t>(s.group) - 1] = s.channel;
 }
 }  // namespace
+
+bool is_union_line(const DUTswath& line) { return line.path.ends_with(" input reference swaths)"); }
 
 bool complete_DUT_swaths(const std::string& dut, Project& prj) {
   LOG_ENTER("complete_DUT_swaths nsw=" << prj.swaths.size() << " dut='" << dut << "'");

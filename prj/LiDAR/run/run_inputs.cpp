@@ -1,4 +1,6 @@
 // From options to the project: coordinate system, tagged tree, commands, lists of files.
+#include <algorithm>
+
 #include "las/las_access.h"
 #include "lib/general/log.h"
 #include "lib/general/logfiles.h"
@@ -11,6 +13,7 @@
 #include "prj/LiDAR/inputs/tag_tree.h"
 #include "prj/LiDAR/options/availability.h"
 #include "prj/LiDAR/options/steer_opt.h"
+#include "prj/LiDAR/run/dut_inputs.h"
 #include "prj/LiDAR/run/run_internal.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -132,14 +135,34 @@ bool list_mounts(Run& run) {
   return false;
 }
 
+// Corrected files have the names of the swaths when no -out says otherwise. Where these are the swaths themselves they
+// get "_c" behind their names.
+void keep_sources_apart(const Project& prj, Options& o) {
+  if (o.correction.nil && !o.align2) return;
+  const auto is_source = [&o](const Swath& s) {
+    const std::string name = base_name(s.path());
+    return same_file(OUTDIR + name, s.path()) || (o.align2 && same_file(o.odir_1 + name, s.path()));
+  };
+  if (std::none_of(prj.swaths.begin(), prj.swaths.end(), is_source)) return;
+  o.out = "*_c";
+  LOG_MSG("no option -out: corrected files lie beside the swaths and get _c behind their names");
+}
+
 bool list_swaths(Run& run) {
-  const Options& o = run.cl.o;
-  if (run.cl.in.mobile.empty() && run.cl.in.fixed.empty()) {
+  Options& o = run.cl.o;
+  const std::vector<std::string>& dut_arg = run.cmd.calib ? o.calib : o.corr;
+  const auto none = [&run] { return run.cl.in.mobile.empty() && run.cl.in.fixed.empty(); };
+  std::string dut;
+  if (none() && !dut_arg.empty() &&
+      !(find_DUT(dut_arg[0], run.cl.in.rules, dut) && take_DUT_inputs(dut, run.cl.in, o.chgrp)))
+    return false;
+  if (none()) {
     if (o.cut || o.plot_po) return true;
     ERROR_MSG("missing input files, cannot proceed");
     return false;
   }
   if (!get_swath_files(run.cl.in, o, run.prj)) return false;
+  if (run.cmd.inv_corr && !run.cl.given.count("out")) keep_sources_apart(run.prj, o);
   OutputName out;
   if (parse_output_name(o.out, out)) leave_out_own_outputs(out, OUTDIR, run.prj);
   return chk_ch_grp(o, run.prj);

@@ -2,12 +2,11 @@
 #include <algorithm>
 
 #include "lib/general/log.h"
-#include "lib/general/path.h"
-#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/VR2proc/sequence_po.h"
 #include "prj/LiDAR/options/steer_opt.h"
 #include "prj/LiDAR/run/align2.h"
 #include "prj/LiDAR/run/check_first.h"
+#include "prj/LiDAR/run/dut_inputs.h"
 #include "prj/LiDAR/run/dut_swaths.h"
 #include "prj/LiDAR/run/run_internal.h"
 #include "prj/LiDAR/run/sequence.h"
@@ -16,19 +15,6 @@
 
 namespace veld {
 namespace {
-// The given name may be that of either file of the pair, in the input or the output directory.
-bool find_DUT(const std::string& arg, const PathRules& rules, std::string& dut) {
-  const std::string stem = DUT_base(arg);
-  const std::string plain = complete_path(stem, rules);
-  for (const std::string& base : {plain, add_input_directory(stem, OUTDIR)})
-    if (is_regular_file(base + "_idx.log")) {
-      dut = base;
-      return true;
-    }
-  ERROR_MSG("could not find file " << plain << "_idx.log");
-  return false;
-}
-
 // The options that the steps of a run work with, checked before the first of them starts.
 bool prepare_correction(const Run& run, std::string& dut) {
   const Options& o = run.cl.o;
