@@ -24,8 +24,7 @@ constexpr uint32_t LENGTH = 64, WIDTH = 2, COLUMNS = 50, POINTS = 6;
 struct Block {
   TempDir dir;
   Project prj;
-  std::vector<LTidxInfo> infos;
-  std::vector<bool> fixed;
+  std::vector<SwathBox> boxes;
 };
 
 void add_line(Block& block, uint32_t i, const Vector<uint32_t>& counts, const Vector<OccBits>& occ) {
@@ -43,7 +42,6 @@ void add_line(Block& block, uint32_t i, const Vector<uint32_t>& counts, const Ve
   if (!mtile_MBR_stat(geom, TI, occ, info)) std::abort();
   Swath s;
   s.cache = CacheName(block.dir.path + "/a_line_of_a_large_project_" + std::to_string(i) + ".las");
-  s.mainch = static_cast<int>(i);
   TilingParam par;
   write_text(s.path(), "x");
   LTidxHdr hdr = make_LTidxHdr(par);
@@ -56,15 +54,13 @@ void add_line(Block& block, uint32_t i, const Vector<uint32_t>& counts, const Ve
                std::string(reinterpret_cast<const char*>(counts.val), counts.size() * sizeof(uint32_t)));
   std::filesystem::create_hard_link(first, name);
   std::filesystem::create_hard_link(first, s.cache.file(EXT_MTZM));
-  block.prj.swaths.push_back(s);
-  block.infos.push_back(info);
-  block.fixed.push_back(false);
+  block.boxes.push_back({block.prj.swaths.add(s), false, info});
 }
 
 // The first n lines; n only grows.
 const Block& block_of(uint32_t n) {
   static Block block;
-  if (block.prj.swaths.size() == n) return block;
+  if (block.prj.swaths.size() == static_cast<int>(n)) return block;
   TMPDIR = block.dir.path + "/";
   Vector<uint32_t> counts(uint64_t{LENGTH} * WIDTH * mTn);
   Vector<OccBits> occ(uint64_t{LENGTH} * WIDTH);
@@ -90,7 +86,7 @@ void pairs(benchmark::State& state) {
   for (auto _ : state) {
     int nbb = 0;
     SwPairList overlap;
-    const SwPairList near = check_BBOX_MBR_fx_inter(block.infos, block.fixed, 4, nbb);
+    const SwPairList near = check_BBOX_MBR_fx_inter(block.boxes, 4, nbb);
     if (!comp_sw_overlap(block.prj, near, 1, overlap)) state.SkipWithError("no overlap");
     n = overlap.size();
   }
@@ -103,7 +99,7 @@ void grid_plan(benchmark::State& state) {
   const Block& block = block_of(static_cast<uint32_t>(state.range(0)));
   MEM_MB = 0;
   std::vector<const LTidxInfo*> infos;
-  for (const LTidxInfo& info : block.infos) infos.push_back(&info);
+  for (const SwathBox& box : block.boxes) infos.push_back(&box.info);
   const Tovr ovr = make_Tovr(comp_frame(infos));
   const double before = peak_MB();
   set_console(false);  // a line a swath otherwise

@@ -31,7 +31,8 @@ void tiling(benchmark::State& state) {
   LmTswathResult res;
   TilingMemory memory(uint64_t{1} << 30, 1);
   for (auto _ : state)
-    if (!LmT_swath(CacheName(path), 0, par, false, memory, res)) state.SkipWithError(res.reason.c_str());
+    if (!LmT_swath(CacheName(path), SwathId(0), par, false, memory, res))
+      state.SkipWithError(res.reason.c_str());
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(n));
 }
 BENCHMARK(tiling)->Arg(500)->Arg(2000)->Unit(benchmark::kMillisecond);

@@ -1,6 +1,6 @@
 // prj/LiDAR/project.h
-// The project record: what travels from stage to stage, indexed by swath number everywhere.
-// Here:     swaths, groups, trajectories, mounts, and the scale of tiles and grids.
+// The project record: what travels from stage to stage.
+// Here:     the table of swaths, groups, trajectories, mounts, and the scale of tiles and grids.
 // Not here: the points (tile caches, LmTidx_r), results of a stage (that stage's own struct).
 #pragma once
 #include <cmath>
@@ -10,28 +10,9 @@
 
 #include "geo/georef.h"
 #include "prj/LiDAR/VR2geom/calib.h"
-#include "prj/LiDAR/swath/cache_name.h"
+#include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
-struct Swath {
-  CacheName cache;     // names of its cache files, and the LAS or LAZ file that they are made of
-  int group = 1;       // 1-based group of mobile swaths (one -i or -l each); 0 for fixed swaths
-  int channel = 0;     // laser channel of the sensor, from 0
-  int mainch = 0;      // swath number of the main channel of its line; its own number if it is one
-  bool fixed = false;  // a reference: it is compared with, never corrected
-  bool used = true;    // false once the swath has been rejected
-  bool corr = true;    // false: only its displacements are wanted, no corrected file
-  std::vector<CacheName> members = {};  // of a reference made of several; cache is then their union's
-  const std::string& path() const { return cache.source(); }
-};
-
-// The swath as logs and the index of pairs name it.
-inline std::string swath_name(const Swath& s) {
-  if (s.members.empty()) return s.path();
-  return s.members[0].source() + " (union of " + std::to_string(s.members.size()) +
-         " input reference swaths)";
-}
-
 struct POfile {
   std::string path;
   int group = 1;  // 1-based trajectory group
@@ -69,11 +50,11 @@ inline TileScale make_tile_scale(bool large, int xlevel) {
 }
 
 struct Project {
-  std::string name;           // base path of the outputs: output directory + run name
-  std::vector<Swath> swaths;  // mobile swaths first, then fixed ones
-  int nmgrp = 0;              // groups of mobile swaths
-  int ngrp = 0;               // all groups
-  std::vector<int> chgrp;     // channel of each mobile group
+  std::string name;        // base path of the outputs: output directory + run name
+  SwathTable swaths;       // mobile swaths first, then fixed ones, then unions of these
+  int nmgrp = 0;           // groups of mobile swaths
+  int ngrp = 0;            // all groups
+  std::vector<int> chgrp;  // channel of each mobile group
   std::vector<POfile> pofiles;
   std::vector<POgroup> pogroups;  // by group - 1
   std::vector<Mount> mounts;      // by group - 1; one entry serves all groups

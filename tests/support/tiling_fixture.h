@@ -33,7 +33,7 @@ class TilingTest : public testing::Test {
   }
   bool tile(const std::string& path, bool cache = false, uint64_t max_bytes = uint64_t{1} << 30) {
     TilingMemory memory(max_bytes, 1);
-    return LmT_swath(CacheName(path), 0, par, cache, memory, res);
+    return LmT_swath(CacheName(path), SwathId(0), par, cache, memory, res);
   }
 };
 }  // namespace veld

@@ -13,6 +13,7 @@
 #include "lib/Geometry/xyz.h"
 #include "lib/general/checksum.h"
 #include "lib/general/result_file.h"
+#include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
 constexpr uint32_t DUT_MAGIC = 0x471EFF39;
@@ -50,22 +51,28 @@ inline bool DUT_valid(const DUTstr& r) {
   return r.Time1 != DUT_NOTIME && r.Time2 != DUT_NOTIME && r.Z != DUT_NODATA;
 }
 
-struct DUTswath {      // a "#S " line
-  int group = 1;       // 1-based group of mobile swaths, 0 for fixed ones
+struct DUTswath {      // a "#S " line: a row of the table of swaths
+  int group = 1;       // 1-based group of mobile swaths; 0 for fixed ones, and for rows that are not present
   int ch = 0;          // laser channel
   bool mainch = true;  // the swath is the main channel of its line
   bool fixed = false;  // a reference
   bool adj = false;    // times are adjusted standard GPS time
   bool ro = false;     // a rollover of the times was corrected
   bool wro = false;    // that rollover was one of a week, else of a day
-  double tmin = 0;     // s
+  double tmin = 0;     // s, unrolled
   double tmax = 0;     // s
-  std::string path;
+  std::string path;    // with the number of members behind it for a union
+  bool present() const { return fixed || group > 0; }
 };
 
+// The line of a row, and whether a line is of this row: the same file, or one of the same name. Of a union the first
+// member and the number of members count.
+DUTswath make_DUTswath(const SwathTable& swaths, SwathId id);
+bool is_row(const DUTswath& line, const SwathTable& swaths, SwathId id);
+
 struct DUTinter {      // a "#P " line
-  int sw1 = 0;         // the first swath: the moved image
-  int sw2 = 0;         // the second: the reference
+  SwathId sw1;         // the first swath: the moved image
+  SwathId sw2;         // the second: the reference
   uint64_t ndisp = 0;  // records of the pair in ".dut", 0 when it could not be registered
 };
 
@@ -120,8 +127,8 @@ struct DUTidx {  // the whole content of "_idx.log"
 
 struct DUTpair {  // the valid vectors of a pair, one entry a vertex in every array
   int pair = 0;   // number in DUTidx::pairs
-  int sw1 = 0;
-  int sw2 = 0;
+  SwathId sw1;
+  SwathId sw2;
   Vector<dxyz> pos;   // m, ground position and height
   Vector<xyz> disp;   // m, position in sw1 less position in sw2
   Vector<xyz> unc;    // m, standard deviation
@@ -154,7 +161,7 @@ std::string DUT_base(const std::string& path);
 [[nodiscard]] bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool reg, bool nop);
 // Appends the records of the next pair (their Pair field is set here) and its "#P " line. There may be none;
 // why then stands at the end of the line, where readers pass over it.
-[[nodiscard]] bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec,
+[[nodiscard]] bool write_DUT_pair(DUTwriter& w, SwathId sw1, SwathId sw2, std::vector<DUTstr>& rec,
                                   const std::string& why = "");
 // Writes the counts of pairs, closes both files and gives them their final names.
 [[nodiscard]] bool close_DUT_IDX(DUTwriter& w);

@@ -157,9 +157,10 @@ bool read_pairs(TxtFileIn& in, const std::string& file, int64_t nsw, std::vector
     DUTinter& p = pairs[i];
     int64_t number = -1, n = -1;
     Fields f(line);
-    f >> number >> p.sw1 >> p.sw2 >> n;
-    const bool ok = f.ok() && number == static_cast<int64_t>(i) && p.sw1 >= 0 && p.sw1 < nsw && p.sw2 >= 0 &&
-                    p.sw2 < nsw && p.sw1 != p.sw2 && n >= 0 && n < (int64_t{1} << 48);
+    f >> number >> p.sw1.number >> p.sw2.number >> n;
+    const bool ok = f.ok() && number == static_cast<int64_t>(i) && p.sw1.number >= 0 && p.sw1.number < nsw &&
+                    p.sw2.number >= 0 && p.sw2.number < nsw && p.sw1 != p.sw2 && n >= 0 &&
+                    n < (int64_t{1} << 48);
     if (!ok) return fail("#P1 reading ", file);
     p.ndisp = static_cast<uint64_t>(n);
   }
@@ -185,6 +186,28 @@ void log_index(const DUTidx& idx) {
                           << idx.ovr.ymax);
 }
 }  // namespace
+
+DUTswath make_DUTswath(const SwathTable& swaths, SwathId id) {
+  const Swath& s = swaths[id];
+  DUTswath d;
+  d.path = swaths.name(id);
+  d.group = s.present() ? s.group : 0;
+  d.mainch = s.present() && s.is_main();
+  if (!s.present()) return d;
+  d.ch = s.channel;
+  d.fixed = s.fixed;
+  d.adj = s.clock.raw_adj;
+  d.ro = s.clock.rover != Rollover::none;
+  d.wro = s.clock.rover == Rollover::week;
+  d.tmin = s.clock.tmin;
+  d.tmax = s.clock.tmax;
+  return d;
+}
+
+bool is_row(const DUTswath& line, const SwathTable& swaths, SwathId id) {
+  const std::string name = swaths.name(id);
+  return same_file(line.path, name) || base_name(line.path) == base_name(name);
+}
 
 std::string DUT_base(const std::string& path) {
   for (const std::string ending : {".dut", "_idx.log"})

@@ -82,7 +82,8 @@ bool open_DUT_IDX(DUTwriter& w, const std::string& name, const DUTidx& idx, bool
   return w.idx.open(w.name + IDX_EXT) && write_idx_head(w.idx.fs, idx);
 }
 
-bool write_DUT_pair(DUTwriter& w, int sw1, int sw2, std::vector<DUTstr>& rec, const std::string& why) {
+bool write_DUT_pair(DUTwriter& w, SwathId sw1, SwathId sw2, std::vector<DUTstr>& rec,
+                    const std::string& why) {
   if (!w.active) return true;
   const int pair = w.nint++;
   if (static_cast<uint32_t>(pair) >= DUT_MAXPAIRS) {

@@ -105,7 +105,7 @@ void add_DZ(QCsum& t, const DZstat& s, double m2) {
 }
 
 // Whether a swath that could not be read has a grid of this spacing all the same. Without one it is only left out.
-bool unreadable_grid(const Project& prj, int sw, const InterSwath& s) {
+bool unreadable_grid(const Project& prj, SwathId sw, const InterSwath& s) {
   if (s.sw != sw || s.ok || file_size(s.cache.file(EXT_GMTIDX)) < 0) return false;
   PosFileIn in(false);
   GridHdr hdr;
@@ -116,7 +116,7 @@ bool unreadable_grid(const Project& prj, int sw, const InterSwath& s) {
 }
 
 // gridok: both swaths have grids. failed: a grid could not be read, after an ERROR line.
-bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTbl>& corr, int nthreads,
+bool measure_pair(const Project& prj, const SwPair& p, const SwathVector<SCorrTbl>& corr, int nthreads,
                   InterSwath& s1, InterSwath& s2, DZstat& stat, DZstat& before, double& Mpix, bool& gridok,
                   bool& failed, DZpicture& picture) {
   gridok = read_InterSwath(prj, p.sw1, s1) && read_InterSwath(prj, p.sw2, s2);
@@ -124,7 +124,7 @@ bool measure_pair(const Project& prj, const SwPair& p, const std::vector<SCorrTb
     failed = unreadable_grid(prj, p.sw1, s1) || unreadable_grid(prj, p.sw2, s2);
     return false;
   }
-  const SCorrTbl &c1 = corr[static_cast<size_t>(p.sw1)], &c2 = corr[static_cast<size_t>(p.sw2)];
+  const SCorrTbl &c1 = corr[p.sw1], &c2 = corr[p.sw2];
   LOG_ENTER("SCorr2Def sw1=" << p.sw1 << " sw2=" << p.sw2 << " SCorr1[sw1].size()=" << c1.C.size()
                              << " SCorr1[sw2].size()=" << c2.C.size());
   if ((!c1.C.empty() && c1.C.size() != s1.grid.TI.size()) ||
@@ -190,12 +190,8 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
     LOG_MSG("QC pair filtering: Grp=" << word(filter.GRP, "same", "all", "diff")
                                       << " Ref=" << word(filter.REF, "off", "on", "only")
                                       << " Ch=" << word(filter.CH, "same", "all", "diff"));
-  const int nsw = static_cast<int>(prj.swaths.size());
-  ASSERT(idx.nsw() == nsw);
-  std::vector<LTidxInfo> info(prj.swaths.size());
-  for (size_t i = 0; i < info.size(); i++)
-    info[i].tmin = idx.swaths[i].tmin, info[i].tmax = idx.swaths[i].tmax;
-  std::map<std::pair<int, int>, int> number;  // of a pair in the index
+  ASSERT(idx.nsw() == prj.swaths.size());
+  std::map<std::pair<SwathId, SwathId>, int> number;  // of a pair in the index
   for (int k = 0; k < idx.nint(); k++) {
     const DUTinter& p = idx.pairs[static_cast<size_t>(k)];
     number.emplace(std::minmax(p.sw1, p.sw2), k);
@@ -205,20 +201,20 @@ std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const 
   PairFilter qc = filter;
   qc.RDIM = 0;
   int n1 = 0;
-  std::vector<SwPair> pairs = comp_int_sw(prj, info, overlap, qc, false, n0, n1);
+  std::vector<SwPair> pairs = comp_int_sw(prj.swaths, overlap, qc, false, n0, n1);
   for (SwPair& p : pairs) p.number = number.at({p.sw1, p.sw2});
   LOG_LINE("nqc0=" << n0 << " nqc=" << pairs.size());
   return pairs;
 }
 
-bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const std::vector<SCorrTbl>& corr,
+bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const SwathVector<SCorrTbl>& corr,
                     int nthreads, const MapParam& map, const TileInfo& frame, QCcorrResult& result) {
   const double GSD = static_cast<double>(prj.scale.GSD());
   LOG_ENTER("QC_DZ_corr_LmT nsw=" << prj.swaths.size() << " nint=" << pairs.size()
                                   << " level=" << prj.scale.level << " large=" << prj.scale.large
                                   << " dim=" << prj.scale.dim << " Tsize=" << prj.scale.Tsize
                                   << " mTsize=" << prj.scale.mTsize << " GSD=" << GSD);
-  ASSERT(corr.size() == prj.swaths.size());
+  ASSERT(corr.size() == static_cast<size_t>(prj.swaths.size()));
   const Stopwatch time;
   result = QCcorrResult{};
   result.nint = static_cast<int>(pairs.size());

@@ -36,10 +36,10 @@ struct QCcorrResult {
   double stddev0 = 0;
   double rms0 = 0;
   double area0 = 0;
-  double ncompared = 0;          // pixels of all pairs that were compared
-  double npixel = 0;             // pixels that both swaths of a pair have
-  int worst1 = -1, worst2 = -1;  // swath numbers of the pair with the largest RMS after the correction
-  double worst_rms = 0;          // m
+  double ncompared = 0;    // pixels of all pairs that were compared
+  double npixel = 0;       // pixels that both swaths of a pair have
+  SwathId worst1, worst2;  // of the pair with the largest RMS after the correction
+  double worst_rms = 0;    // m
 };
 
 // Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not
@@ -47,10 +47,10 @@ struct QCcorrResult {
 std::vector<SwPair> comp_int_sw_qc(const Project& prj, const DUTidx& idx, const PairFilter& filter, int& n0);
 
 // Measures the pairs on the grids with the corrections applied: with d the field that moves swath 1 onto
-// swath 2, d = c2 - c1; and without them, on the same pixels. Writes prj.name + "_DZcorr_stat.log". corr: by
-// swath number, nsw entries. map: the picture "_DZcorr" of the differences that are left, over the tiles of frame.
+// swath 2, d = c2 - c1; and without them, on the same pixels. Writes prj.name + "_DZcorr_stat.log". corr: of all
+// swaths. map: the picture "_DZcorr" of the differences that are left, over the tiles of frame.
 // False after an ERROR line when no grid can be read or the log cannot be written.
 [[nodiscard]] bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs,
-                                  const std::vector<SCorrTbl>& corr, int nthreads, const MapParam& map,
+                                  const SwathVector<SCorrTbl>& corr, int nthreads, const MapParam& map,
                                   const TileInfo& frame, QCcorrResult& result);
 }  // namespace veld

@@ -36,9 +36,9 @@ struct GCPparam {
   bool json = false;      // reports in JSON too (-json)
 };
 
-struct GCPoccur {      // one point in one swath; lengths in m
-  int gcp = 0;         // index of the point
-  int sw = 0;          // swath number
+struct GCPoccur {  // one point in one swath; lengths in m
+  int gcp = 0;     // index of the point
+  SwathId sw;
   int group = 0;       // of the swath
   double z_lidar = 0;  // height of the swath there, the correction included
   double dz = 0;       // less that of the point
@@ -70,7 +70,8 @@ struct GCPcounts {         // of one search
 
 struct GCPexport {  // a laser point around a control point
   dxyz pos;         // m
-  int sw, group;
+  SwathId sw;
+  int group;
   bool in;  // used for the height
 };
 
@@ -78,12 +79,12 @@ struct GCPexport {  // a laser point around a control point
 // line.
 [[nodiscard]] bool load_GCP(const GCPparam& par, std::vector<GCP>& gcp, std::string& used);
 
-// Heights of the swaths at the points. Mobile swaths only, when there are any. corr: tables by swath number, or none
+// Heights of the swaths at the points. Mobile swaths only, when there are any. corr: tables of the swaths, or none
 // for the swaths as they are; then swaths without a table are passed over. Only tiles around points are read. The
 // result stands by swath, then point, whatever the number of threads. points: takes the laser points around when it
 // is given. False after an ERROR line when caches cannot be read or no point lies in the frame.
 [[nodiscard]] bool robust_QC_GCP(const Project& prj, const std::vector<GCP>& gcp, const GCPparam& par,
-                                 const std::vector<SCorrTbl>* corr, int nthreads, std::vector<GCPoccur>& occ,
+                                 const SwathVector<SCorrTbl>* corr, int nthreads, std::vector<GCPoccur>& occ,
                                  GCPcounts& counts, std::vector<GCPexport>* points = nullptr);
 
 struct GCPstat {    // of control or of check points; occurrences without outliers
@@ -123,5 +124,5 @@ double GCP_dz_mean_grp(const GCPparam& par, const GCPresult& r, int group);
                                  const GCPresult& r);
 // Writes name + "_GCP_PC_corr.txt" and "_GCP_sw_corr.txt": those of name moved by the corrections, as prj.name's.
 [[nodiscard]] bool corr_exp_gcp_pc(const Project& prj, const std::string& name,
-                                   const std::vector<SCorrTbl>& corr);
+                                   const SwathVector<SCorrTbl>& corr);
 }  // namespace veld

@@ -18,54 +18,53 @@ namespace {
 constexpr char PC_HEADER[] = "X Y Z Swath# Group# In";
 constexpr char SW_HEADER[] = "Label_sw_Swath# X Y Z_LiDAR Swath# Group#";
 
-void put_point(std::ostream& os, const dxyz& p, int sw, int group, int in) {
+void put_point(std::ostream& os, const dxyz& p, SwathId sw, int group, int in) {
   char line[120];
   std::snprintf(line, sizeof line, "%.2f %.2f %.3f %d %d %d\n", p.x / DATAUNIT, p.y / DATAUNIT,
-                p.z / DATAUNIT_Z, sw, group, in);
+                p.z / DATAUNIT_Z, sw.number, group, in);
   os << line;
 }
 
-void put_height(std::ostream& os, const std::string& label, const dxyz& p, int sw, int group) {
+void put_height(std::ostream& os, const std::string& label, const dxyz& p, SwathId sw, int group) {
   char line[120];
-  std::snprintf(line, sizeof line, "_sw_%d %.2f %.2f %.3f %d %d\n", sw, p.x / DATAUNIT, p.y / DATAUNIT,
-                p.z / DATAUNIT_Z, sw, group);
+  std::snprintf(line, sizeof line, "_sw_%d %.2f %.2f %.3f %d %d\n", sw.number, p.x / DATAUNIT, p.y / DATAUNIT,
+                p.z / DATAUNIT_Z, sw.number, group);
   os << label << line;
 }
 
 // Corrections at places of any swath; the tiles of a swath are read when it is asked for.
 class Corrections {
  public:
-  Corrections(const Project& prj, const std::vector<SCorrTbl>& corr) : prj_(prj), corr_(corr) {}
+  Corrections(const Project& prj, const SwathVector<SCorrTbl>& corr) : prj_(prj), corr_(corr) {}
   // Moves p. False where the swath has no correction.
-  bool move(int sw, dxyz& p) {
-    if (sw < 0 || static_cast<size_t>(sw) >= prj_.swaths.size()) return false;
-    const size_t i = static_cast<size_t>(sw);
-    if (prj_.swaths[i].fixed) return true;
-    if (corr_[i].C.empty()) return false;
+  bool move(SwathId sw, dxyz& p) {
+    if (!prj_.swaths.has(sw)) return false;
+    if (prj_.swaths[sw].fixed) return true;
+    if (corr_[sw].C.empty()) return false;
     std::unique_ptr<SwTiles>& tiles = tiles_[sw];
     if (!tiles) {
       tiles = std::make_unique<SwTiles>();
-      if (!read_SwTiles(prj_.swaths[i].cache, *tiles)) return false;
+      if (!read_SwTiles(prj_.swaths[sw].cache, *tiles)) return false;
     }
     dxyz c;
-    if (!corr_at_place(*tiles, corr_[i], p.x, p.y, c)) return false;
+    if (!corr_at_place(*tiles, corr_[sw], p.x, p.y, c)) return false;
     p += c;
     return true;
   }
 
  private:
   const Project& prj_;
-  const std::vector<SCorrTbl>& corr_;
-  std::map<int, std::unique_ptr<SwTiles>> tiles_;
+  const SwathVector<SCorrTbl>& corr_;
+  std::map<SwathId, std::unique_ptr<SwTiles>> tiles_;
 };
 
 // A row of either export: an optional label, three coordinates in the unit of the files, whole numbers.
-bool parse_row(const std::string& line, bool labelled, std::string& label, dxyz& p, int& sw, int& group,
+bool parse_row(const std::string& line, bool labelled, std::string& label, dxyz& p, SwathId& sw, int& group,
                int& in) {
   std::istringstream f(line);
   if (labelled && !(f >> label)) return false;
   in = 0;
-  if (!(f >> p.x >> p.y >> p.z >> sw >> group)) return false;
+  if (!(f >> p.x >> p.y >> p.z >> sw.number >> group)) return false;
   p = {p.x * DATAUNIT, p.y * DATAUNIT, p.z * DATAUNIT_Z};
   return labelled || static_cast<bool>(f >> in);
 }
@@ -85,7 +84,8 @@ bool corr_export(Corrections& corr, const std::string& from, const std::string& 
     first = false;
     if (is_header) continue;
     dxyz p;
-    int sw, group, used;
+    SwathId sw;
+    int group, used;
     if (!parse_row(line, labelled, label, p, sw, group, used)) {
       ERROR_MSG("bad line '" << line.substr(0, 80) << "', file " << from);
       return false;
@@ -123,7 +123,7 @@ bool export_GCP_PC(const Project& prj, const std::vector<GCPexport>& points, con
   return heights.commit();
 }
 
-bool corr_exp_gcp_pc(const Project& prj, const std::string& name, const std::vector<SCorrTbl>& corr) {
+bool corr_exp_gcp_pc(const Project& prj, const std::string& name, const SwathVector<SCorrTbl>& corr) {
   const std::string pc = "_GCP_PC", sw = "_GCP_sw";
   LOG_MSG("Updating GCP point cloud export '" << prj.name + pc << "_corr.txt' and swath occurrences '"
                                               << prj.name + sw << "_corr.txt'");

@@ -28,14 +28,14 @@ int count_points(const GCPresult& r, bool control) {
 }
 
 int count_swaths(const GCPresult& r) {
-  std::set<int> swaths;
+  std::set<SwathId> swaths;
   for (const GCPoccur& o : r.occ) swaths.insert(o.sw);
   return static_cast<int>(swaths.size());
 }
 
 std::string label(const GCPresult& r, int i, const char* sw, const char* grp) {
   const GCPoccur& o = r.occ[static_cast<size_t>(i)];
-  return one_word(point_of(r, o).name) + sw + std::to_string(o.sw) + grp + std::to_string(o.group);
+  return one_word(point_of(r, o).name) + sw + to_string(o.sw) + grp + std::to_string(o.group);
 }
 
 void put_header(std::ostream& os, const Project& prj, const GCPparam& par, bool post, const GCPresult& r) {
@@ -104,7 +104,7 @@ void put_kind(std::ostream& os, const char* kind, bool control, const GCPparam& 
   std::map<int, Part> swaths, groups;
   for (const GCPoccur& o : r.occ) {
     if (point_of(r, o).control != control) continue;
-    swaths[o.sw].dz.push_back(o.dz / DATAUNIT_Z);
+    swaths[o.sw.number].dz.push_back(o.dz / DATAUNIT_Z);
     if (o.in_grp) groups[o.group].dz.push_back(o.dz / DATAUNIT_Z);
   }
   put_parts(os, std::string(kind) + "SWATH STATISTICS (non-robust)", "Swath# NGCP Mean_DZ StdDev_DZ CI95_DZ",

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/LmTQCGCP/LmTQCGCP.h"
 #include "prj/LiDAR/LmTQCGCP/corr_lookup.h"
 #include "prj/LiDAR/LmTQCGCP/gcp_fit.h"
+#include "prj/LiDAR/LmTQCGCP/gcp_text.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -25,14 +26,12 @@ struct Frame {  // tiles, both ends inside
 };
 
 // The swaths to be searched: mobile ones if there are any. False after an ERROR line.
-bool choose_swaths(const Project& prj, const std::vector<SCorrTbl>* corr, std::vector<int>& swaths,
+bool choose_swaths(const Project& prj, const SwathVector<SCorrTbl>* corr, std::vector<SwathId>& swaths,
                    std::vector<LTidxInfo>& info, Frame& frame) {
-  const bool hasmob =
-      std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.used && !s.fixed; });
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const Swath& s = prj.swaths[i];
-    if (!s.used || (hasmob && s.fixed)) continue;
-    if (corr && !s.fixed && (*corr)[i].C.empty()) continue;  // not corrected
+  const bool hasmob = mobile_only(prj);
+  for (const Swath& s : prj.swaths.present()) {
+    if (s.state == SwathState::no_grid || (hasmob && s.fixed)) continue;
+    if (corr && !s.fixed && (*corr)[s.id].C.empty()) continue;  // not corrected
     LTidxInfo t;
     if (!read_LTidxInfo(s.cache, t)) {
       ERROR_MSG("missing/incompatible temp. tile files, " << s.path());
@@ -40,7 +39,7 @@ bool choose_swaths(const Project& prj, const std::vector<SCorrTbl>* corr, std::v
     }
     frame.x0 = std::min(frame.x0, uint32_t{t.XImin}), frame.x1 = std::max(frame.x1, uint32_t{t.XImax});
     frame.y0 = std::min(frame.y0, uint32_t{t.YImin}), frame.y1 = std::max(frame.y1, uint32_t{t.YImax});
-    swaths.push_back(static_cast<int>(i));
+    swaths.push_back(s.id);
     info.push_back(t);
   }
   return true;
@@ -83,7 +82,7 @@ struct SwathSearch {  // result of one swath
 class Searcher {
  public:
   Searcher(const Project& prj, const std::vector<GCP>& gcp, const GCPparam& par,
-           const std::vector<SCorrTbl>* corr, bool points)
+           const SwathVector<SCorrTbl>* corr, bool points)
       : prj_(prj),
         gcp_(gcp),
         par_(par),
@@ -92,8 +91,8 @@ class Searcher {
         h_(static_cast<double>(prj.scale.GSD())) {}
 
   // near: points whose tile lies in the swath's box of tiles or beside it.
-  bool search(int sw, const std::vector<Tiled>& near, SwathSearch& res) const {
-    const Swath& s = prj_.swaths[static_cast<size_t>(sw)];
+  bool search(SwathId sw, const std::vector<Tiled>& near, SwathSearch& res) const {
+    const Swath& s = prj_.swaths[sw];
     SwTiles tiles;
     LTidxHdr hdr;
     if (!read_SwTiles(s.cache, tiles) || !read_LTidxHdr(s.cache, hdr)) {
@@ -140,8 +139,8 @@ class Searcher {
     return false;
   }
   // The correction of the ground that comes to lie at pos.
-  bool correction(const SwTiles& tiles, int sw, const dxyz& pos, dxyz& c) const {
-    const SCorrTbl& table = (*corr_)[static_cast<size_t>(sw)];
+  bool correction(const SwTiles& tiles, SwathId sw, const dxyz& pos, dxyz& c) const {
+    const SCorrTbl& table = (*corr_)[sw];
     if (!corr_at_place(tiles, table, pos.x, pos.y, c)) return false;
     return corr_at_place(tiles, table, pos.x - c.x, pos.y - c.y, c);
   }
@@ -163,7 +162,7 @@ class Searcher {
     std::copy(all.begin(), all.end(), P.val);
     return true;
   }
-  void measure(int sw, int gcp, const dxyz& c, double x, double y, const Vector<xyz>& P, uint64_t np,
+  void measure(SwathId sw, int gcp, const dxyz& c, double x, double y, const Vector<xyz>& P, uint64_t np,
                std::vector<uint8_t>& in, SwathSearch& res) const {
     const GCPfit fit = comp_GCP_fit(P.val, np, x, y, h_, in);
     const GCP& g = gcp_[static_cast<size_t>(gcp)];
@@ -175,7 +174,7 @@ class Searcher {
       res.ngerr++;
       return;
     }
-    const int group = prj_.swaths[static_cast<size_t>(sw)].group;
+    const int group = prj_.swaths[sw].group;
     GCPoccur o;
     o.gcp = gcp;
     o.sw = sw;
@@ -207,7 +206,7 @@ class Searcher {
   const Project& prj_;
   const std::vector<GCP>& gcp_;
   const GCPparam& par_;
-  const std::vector<SCorrTbl>* corr_;
+  const SwathVector<SCorrTbl>* corr_;
   const bool points_;
   const double h_;  // m, kernel unit
 };
@@ -255,7 +254,7 @@ bool load_GCP(const GCPparam& par, std::vector<GCP>& gcp, std::string& used) {
 }
 
 bool robust_QC_GCP(const Project& prj, const std::vector<GCP>& gcp, const GCPparam& par,
-                   const std::vector<SCorrTbl>* corr, int nthreads, std::vector<GCPoccur>& occ,
+                   const SwathVector<SCorrTbl>* corr, int nthreads, std::vector<GCPoccur>& occ,
                    GCPcounts& counts, std::vector<GCPexport>* points) {
   LOG_ENTER("robust_QC_GCP nsw=" << prj.swaths.size() << " nGCP=" << gcp.size()
                                  << " GCP_MIND=" << par.GCP_MIND << " GCP_MAXS=" << par.GCP_MAXS);
@@ -265,7 +264,7 @@ bool robust_QC_GCP(const Project& prj, const std::vector<GCP>& gcp, const GCPpar
   counts.corrected = corr != nullptr;
   counts.FWHM = KERNEL_FWHM * static_cast<double>(prj.scale.GSD());
   LOG_MSG("ABSOLUTE Z " << (corr ? "POST-CORRECTION " : "") << "QC: ");
-  std::vector<int> swaths;
+  std::vector<SwathId> swaths;
   std::vector<LTidxInfo> info;
   Frame frame;
   if (!choose_swaths(prj, corr, swaths, info, frame)) return false;

@@ -33,6 +33,7 @@ std::string utc_now() {
 }
 
 bool mobile_only(const Project& prj) {
-  return std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.used && !s.fixed; });
+  return std::ranges::any_of(prj.swaths,
+                             [](const Swath& s) { return s.mobile() && s.state != SwathState::no_grid; });
 }
 }  // namespace veld

@@ -21,8 +21,9 @@ namespace {
 enum MapKind { DZ, DENSITY, ROUGHNESS, ELEVATION, RELIEF, NKINDS };
 
 struct Extent {  // tiles of a swath's grid, both ends inside
-  int sw = -1;
-  uint32_t XI0 = 0, XI1 = 0, YI0 = 0, YI1 = 0;
+  SwathId sw;
+  uint32_t XI0 = UINT32_MAX, XI1 = 0, YI0 = UINT32_MAX, YI1 = 0;
+  std::unique_ptr<SwGrid> grid = {};  // while the row of tiles crosses it
 };
 
 struct DZsums {  // of the pixels with at least two swaths
@@ -50,7 +51,6 @@ struct FastQC {
   uint32_t smax = 31u << 24;
   float Dunit = 1, Sunit = 1;  // points/m2 and m of a code
   std::vector<Extent> extents;
-  std::vector<std::unique_ptr<SwGrid>> grids;  // by swath, while the row of tiles crosses it
   std::array<Map, NKINDS> maps;
   std::unique_ptr<ShadeRows> shade;
 
@@ -64,7 +64,7 @@ struct TileSums {
   Image<uint8_t> nz, nall;           // swaths that are compared, that have a height
   Image<uint16_t> imin, imax;        // swaths of zmin and zmax
   std::vector<Image<float>> layers;  // heights by swath, where not all pairs count
-  std::vector<int> sw;
+  std::vector<SwathId> sw;
 };
 
 void reset(TileSums& t, int side) {
@@ -77,7 +77,7 @@ void reset(TileSums& t, int side) {
   t.sw.clear();
 }
 
-void add_swath(const FastQC& qc, int sw, TileSums& t) {
+void add_swath(const FastQC& qc, SwathId sw, TileSums& t) {
   const bool layers = !qc.par.pair_ok.empty();
   const bool details =
       qc.maps[DENSITY].on || qc.maps[ROUGHNESS].on || qc.maps[ELEVATION].on || qc.maps[RELIEF].on;
@@ -97,8 +97,8 @@ void add_swath(const FastQC& qc, int sw, TileSums& t) {
     }
     if ((w & 0x1F000000) > qc.smax) continue;
     t.nz.val[i]++;
-    if (z < t.zmin.val[i]) t.zmin.val[i] = z, t.imin.val[i] = static_cast<uint16_t>(sw);
-    if (z > t.zmax.val[i]) t.zmax.val[i] = z, t.imax.val[i] = static_cast<uint16_t>(sw);
+    if (z < t.zmin.val[i]) t.zmin.val[i] = z, t.imin.val[i] = static_cast<uint16_t>(sw.number);
+    if (z > t.zmax.val[i]) t.zmax.val[i] = z, t.imax.val[i] = static_cast<uint16_t>(sw.number);
     if (layers) t.layers.back().val[i] = z;
   }
 }
@@ -109,7 +109,7 @@ float filtered_DZ(const FastQC& qc, const TileSums& t, uint64_t i) {
   for (size_t a = 0; a < t.sw.size(); a++)
     for (size_t b = a + 1; b < t.sw.size(); b++) {
       const float za = t.layers[a].val[i], zb = t.layers[b].val[i];
-      if (za == NODATA || zb == NODATA || !qc.par.pair_ok(t.sw[a], t.sw[b])) continue;
+      if (za == NODATA || zb == NODATA || !qc.par.pair_ok(t.sw[a].number, t.sw[b].number)) continue;
       if (dz == NODATA || std::fabs(za - zb) > std::fabs(dz)) dz = za - zb;
     }
   return dz;
@@ -130,7 +130,7 @@ bool comp_tile(FastQC& qc, int tx, int ty, TileSums& t, DZsums& sums) {
   bool any = false;
   for (const Extent& e : qc.extents) {
     if (XI < e.XI0 || XI > e.XI1 || YI < e.YI0 || YI > e.YI1) continue;
-    const SwGrid& grid = *qc.grids[static_cast<size_t>(e.sw)];
+    const SwGrid& grid = *e.grid;
     const int k = grid.tile_at(XI, YI);
     if (k < 0 || grid.gT(k) == 0) continue;
     if (read_gZ_tile_sub(grid, k, qc.sub, t.words) == GridRead::failed) return false;
@@ -175,15 +175,14 @@ bool put_band(FastQC& qc, int kind) {
 
 // Opens the grids that the row of tiles crosses and closes those behind it. False after an ERROR line.
 bool turn_grids(FastQC& qc, uint32_t YI) {
-  for (const Extent& e : qc.extents) {
-    std::unique_ptr<SwGrid>& grid = qc.grids[static_cast<size_t>(e.sw)];
+  for (Extent& e : qc.extents) {
     if (YI < e.YI0 || YI > e.YI1) {
-      grid.reset();
-    } else if (!grid) {
-      grid = std::make_unique<SwGrid>();
-      const std::string& path = qc.prj.swaths[static_cast<size_t>(e.sw)].path();
-      if (read_gZDSidx_tiles_idx(qc.prj.swaths[static_cast<size_t>(e.sw)].cache, *grid)) continue;
-      ERROR_MSG("missing/incompatible temp. grid files, swath " << path);
+      e.grid.reset();
+    } else if (!e.grid) {
+      e.grid = std::make_unique<SwGrid>();
+      const Swath& s = qc.prj.swaths[e.sw];
+      if (read_gZDSidx_tiles_idx(s.cache, *e.grid)) continue;
+      ERROR_MSG("missing/incompatible temp. grid files, swath " << s.path());
       return false;
     }
   }
@@ -194,25 +193,24 @@ bool turn_grids(FastQC& qc, uint32_t YI) {
 void list_grids(FastQC& qc) {
   TileInfo& f = qc.frame;
   uint32_t X0 = UINT32_MAX, Y0 = UINT32_MAX, X1 = 0, Y1 = 0;
-  for (size_t i = 0; i < qc.prj.swaths.size(); i++) {
-    const Swath& s = qc.prj.swaths[i];
+  for (const Swath& s : qc.prj.swaths.present()) {
     SwGrid grid;
-    if (!s.used) continue;
-    if (!check_gZDSidx(s.cache, static_cast<int>(i), 0, false, false) ||
-        !read_gZDSidx_tiles_idx(s.cache, grid) || static_cast<int>(grid.hdr.dim) != qc.prj.scale.dim) {
-      LOG_LINE("<!> gridok sw=" << i);
+    if (s.state == SwathState::no_grid) continue;
+    if (!check_gZDSidx(s.cache, s.id, 0, false, false) || !read_gZDSidx_tiles_idx(s.cache, grid) ||
+        static_cast<int>(grid.hdr.dim) != qc.prj.scale.dim) {
+      LOG_LINE("<!> gridok sw=" << s.id);
       continue;
     }
-    Extent e{static_cast<int>(i), UINT32_MAX, 0, UINT32_MAX, 0};
+    Extent e{s.id};
     for (uint64_t k = 0; k < grid.TI.size(); k++) {
       if (grid.gT.val[k] == 0) continue;
       e.XI0 = std::min(e.XI0, grid.TI.val[k].x), e.XI1 = std::max(e.XI1, grid.TI.val[k].x);
       e.YI0 = std::min(e.YI0, grid.TI.val[k].y), e.YI1 = std::max(e.YI1, grid.TI.val[k].y);
     }
     if (e.XI0 > e.XI1) continue;
-    qc.extents.push_back(e);
     X0 = std::min(X0, e.XI0), X1 = std::max(X1, e.XI1);
     Y0 = std::min(Y0, e.YI0), Y1 = std::max(Y1, e.YI1);
+    qc.extents.push_back(std::move(e));
   }
   if (qc.extents.empty()) return;
   const uint32_t X_end = f.XI + static_cast<uint32_t>(f.nx), Y_end = f.YI + static_cast<uint32_t>(f.ny);
@@ -332,14 +330,13 @@ bool fast_QC_ZDS(const Project& prj, const TileInfo& frame, const FastQCparam& p
                                << " OUTR=" << m.OUTR << " full=" << par.full);
   const Stopwatch watch;
   result = FastQCresult();
-  FastQC qc{prj, par, frame, 1, 0, 1, 0, 1, 1, {}, {}, {}, {}};
+  FastQC qc{prj, par, frame, 1, 0, 1, 0, 1, 1, {}, {}, {}};
   qc.sub = map_sub(m.DZ_sub, mTsub * scale.dim);
   qc.side = mTsub * scale.dim / qc.sub;
   qc.dxs = static_cast<double>(scale.Tsize) / qc.side;
   qc.smax = static_cast<uint32_t>(grid_smax_code(Z_SMAXF, scale.GSD())) << 24;
   qc.Dunit = TARGET_DF / 4 / (scale.GSD() * scale.GSD());
   qc.Sunit = scale.GSD() / 16;
-  qc.grids.resize(prj.swaths.size());
   list_grids(qc);
   result.ngrids = static_cast<int>(qc.extents.size());
   if (qc.extents.empty() || qc.frame.nx <= 0 || qc.frame.ny <= 0) {

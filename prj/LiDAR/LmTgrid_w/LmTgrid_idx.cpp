@@ -133,7 +133,7 @@ bool read_gZDSidx_tiles_idx(const CacheName& swath, SwGrid& grid) {
   return read_LTidx_TI(swath, grid.TI) && read_gZDSidx_tiles(swath, grid);
 }
 
-bool check_gZDSidx(const CacheName& swath, int sw, int dim, bool full, bool check_dim_full) {
+bool check_gZDSidx(const CacheName& swath, SwathId sw, int dim, bool full, bool check_dim_full) {
   LOG_ENTER("check_gZDSidx sw=" << sw << " dim=" << dim << " full=" << full);
   GridHdr hdr;
   BufBinFileIn file(256, false);

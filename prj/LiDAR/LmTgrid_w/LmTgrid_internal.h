@@ -35,10 +35,10 @@ struct GridScope {  // what is wanted of all swaths
 };
 
 // Compares what is wanted of a swath with its cache.
-GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope);
+GridPlan plan_grid(const Swath& swath, const GridScope& scope);
 
 // Whether the points of a swath match their checksums. If not, a WARNING says so, and the tiles are given up.
-bool sound_points(const Swath& swath);
+bool sound_points(const SwathTable& swaths, const Swath& swath);
 
 enum class UnitState {
   work,
@@ -49,7 +49,6 @@ enum class UnitState {
 // One swath to grid, shared by the threads. Its tables stand in memory from its first tile to its last; each
 // tile has its own slots.
 struct USGDstr {
-  int sw = 0;
   const Swath* swath = nullptr;
   size_t ntiles = 0;
   FileStamp index;   // as in GridPlan

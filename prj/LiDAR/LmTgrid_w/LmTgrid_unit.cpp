@@ -47,7 +47,7 @@ std::string grid_fault(const CacheName& swath) {
   return "";
 }
 
-bool cached_grid(const Swath& swath, int sw, const GridScope& scope, const Tocc& want) {
+bool cached_grid(const Swath& swath, const GridScope& scope, const Tocc& want) {
   SwGrid grid;
   if (!CACHE_GRID) return false;
   if (const std::string fault = grid_fault(swath.cache); !fault.empty()) {
@@ -55,7 +55,7 @@ bool cached_grid(const Swath& swath, int sw, const GridScope& scope, const Tocc&
     return false;
   }
   unpin_cache(swath.cache, EXT_GMTSUM);
-  const bool fits = check_gZDSidx(swath.cache, sw, scope.dim, scope.full, true) &&
+  const bool fits = check_gZDSidx(swath.cache, swath.id, scope.dim, scope.full, true) &&
                     read_gZDSidx_tiles_idx(swath.cache, grid) && check_gZDSidx_gTocc(grid, want);
   if (fits) pin_cache(swath.cache, EXT_GMTSUM);
   return fits;
@@ -155,7 +155,7 @@ void delete_blocks(const USGDstr& u) {
 
 }  // namespace
 
-bool sound_points(const Swath& swath) {
+bool sound_points(const SwathTable& swaths, const Swath& swath) {
   bool sound = true;
   const auto check = [&sound](const CacheName& points) {
     const std::string fault = points_fault(points);
@@ -165,20 +165,19 @@ bool sound_points(const Swath& swath) {
     sound = false;
   };
   if (swath.members.empty()) check(swath.cache);
-  for (const CacheName& member : swath.members) check(member);
+  for (const SwathId member : swath.members) check(swaths[member].cache);
   return sound;
 }
 
-GridPlan plan_grid(const Swath& swath, int sw, const GridScope& scope) {
+GridPlan plan_grid(const Swath& swath, const GridScope& scope) {
   GridPlan plan;
   Tocc want;
-  if (!swath.used) return plan;
   plan.task = GridTask::failed;
   plan.index = file_stamp(swath.cache.file(EXT_GMTIDX));
   if (!wanted_mtiles(swath, scope, want)) return plan;
   if (want.empty()) {
     plan.task = GridTask::none;
-  } else if (cached_grid(swath, sw, scope, want)) {
+  } else if (cached_grid(swath, scope, want)) {
     plan.task = GridTask::cached;
   } else if (largest_need(swath, scope, want, plan.need)) {
     plan.task = plan.need > static_cast<uint64_t>(MEM_MB) << 20 ? GridTask::beyond : GridTask::grid;
@@ -197,14 +196,14 @@ bool lock_grid(USGDstr& u, const GridScope& scope) {
   if (lock == LockState::busy || file_stamp(swath.file(EXT_GMTIDX)) == u.index) return true;
   Tocc want;
   if (!wanted_mtiles(*u.swath, scope, want)) return false;
-  if (!cached_grid(*u.swath, u.sw, scope, want)) return true;
+  if (!cached_grid(*u.swath, scope, want)) return true;
   u.state = UnitState::cached;
   u.lock.release();
   return true;
 }
 
 bool sw_grid_pre(USGDstr& u, const GridScope& scope) {
-  LOG_ENTER("sw_grid_pre sw=" << u.sw << " nt=" << u.ntiles);
+  LOG_ENTER("sw_grid_pre sw=" << u.swath->id << " nt=" << u.ntiles);
   if (!wanted_mtiles(*u.swath, scope, u.want)) return false;
   if (u.want.size() != u.ntiles || !read_SwTiles(u.swath->cache, u.tiles)) {
     ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path());
@@ -212,7 +211,8 @@ bool sw_grid_pre(USGDstr& u, const GridScope& scope) {
   }
   if (!open_points(u.tiles)) return false;
   uint64_t nfiles = 0, nbytes = 0;
-  if (!delete_LmT_grid(u.swath->cache, nfiles, nbytes)) LOG_LINE("<!> FAILED TO DELETE grid of sw=" << u.sw);
+  if (!delete_LmT_grid(u.swath->cache, nfiles, nbytes))
+    LOG_LINE("<!> FAILED TO DELETE grid of sw=" << u.swath->id);
   u.gT.resize(u.tiles.TI.size(), 0);
   return true;
 }
@@ -220,7 +220,7 @@ bool sw_grid_pre(USGDstr& u, const GridScope& scope) {
 bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w, uint64_t& np,
                   uint64_t& npix) {
   ToccTile& t = u.want[tile];
-  LOG_ENTER("tile sw=" << u.sw << " xi=" << t.x << " yi=" << t.y);
+  LOG_ENTER("tile sw=" << u.swath->id << " xi=" << t.x << " yi=" << t.y);
   uint64_t np0 = 0;
   const int reach = (3 + scope.dim - 1) / scope.dim;
   if (!read_LmT_tile_nn(u.tiles, t.k, t.occ, reach, w.points, np, np0)) {
@@ -244,7 +244,7 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
 }
 
 bool sw_grid_post(USGDstr& u, const GridScope& scope) {
-  LOG_ENTER("sw_grid_post sw=" << u.sw);
+  LOG_ENTER("sw_grid_post sw=" << u.swath->id);
   FamilyOut family(u.swath->cache.file(""), EXT_GMTIDX, EXT_GMTSUM);
   const bool ok = !u.failed && write_gZDSidx_tiles(u, scope.dim, scope.full, family) &&
                   merge_gZDS_tiles(u, scope.dim, family) && family.publish();

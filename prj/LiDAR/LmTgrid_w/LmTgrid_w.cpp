@@ -20,21 +20,23 @@ struct Block {    // a tile of a swath
 };
 
 // Compares all swaths with their caches, on threads: the tables of one swath a thread stand in memory.
-std::vector<GridPlan> plan_swaths(const Project& prj, const GridScope& scope, int nthreads,
+SwathVector<GridPlan> plan_swaths(const Project& prj, const GridScope& scope, int nthreads,
                                   GridResult& result) {
-  std::vector<GridPlan> plans(prj.swaths.size());
-  run_units(static_cast<int64_t>(plans.size()), nthreads, [&](int64_t sw, int) {
-    const size_t i = static_cast<size_t>(sw);
-    plans[i] = plan_grid(prj.swaths[i], static_cast<int>(sw), scope);
+  SwathVector<GridPlan> plans(prj.swaths);
+  const std::vector<SwathId> ids = prj.swaths.ids();
+  run_units(static_cast<int64_t>(ids.size()), nthreads, [&](int64_t i, int) {
+    const Swath& s = prj.swaths[ids[static_cast<size_t>(i)]];
+    plans[s.id] = plan_grid(s, scope);
     return true;
   });
-  for (size_t i = 0; i < plans.size(); i++) {
-    result.nskipped += plans[i].task == GridTask::none && prj.swaths[i].used;
-    result.ncached += plans[i].task == GridTask::cached;
-    if (plans[i].task != GridTask::beyond) continue;
-    result.beyond.push_back(static_cast<int>(i));
-    ERROR_MSG("gridding requires " << (plans[i].need >> 20) + 1 << " MB, only " << MEM_MB
-                                   << " reserved (use option -mem), swath " << prj.swaths[i].path());
+  for (const Swath& s : prj.swaths.present()) {
+    const GridPlan& plan = plans[s.id];
+    result.nskipped += plan.task == GridTask::none;
+    result.ncached += plan.task == GridTask::cached;
+    if (plan.task != GridTask::beyond) continue;
+    result.beyond.push_back(s.id);
+    ERROR_MSG("gridding requires " << (plan.need >> 20) + 1 << " MB, only " << MEM_MB
+                                   << " reserved (use option -mem), swath " << s.path());
   }
   if (result.nskipped > 0) WARNING_MSG("skipped gridding " << result.nskipped << " swaths (no overlap)");
   if (result.ncached > 0) LOG_MSG1("Cached " << result.ncached << " swaths");
@@ -42,28 +44,29 @@ std::vector<GridPlan> plan_swaths(const Project& prj, const GridScope& scope, in
 }
 
 // Compares the points that are about to be gridded with their checksums.
-void check_points(const Project& prj, const std::vector<GridPlan>& plans, int nthreads, GridResult& result) {
-  std::vector<uint8_t> sound(plans.size(), 1);
-  run_units(static_cast<int64_t>(plans.size()), nthreads, [&](int64_t sw, int) {
-    const size_t i = static_cast<size_t>(sw);
-    if (plans[i].task == GridTask::grid) sound[i] = sound_points(prj.swaths[i]);
+void check_points(const Project& prj, const SwathVector<GridPlan>& plans, int nthreads, GridResult& result) {
+  const std::vector<SwathId> ids = prj.swaths.ids();
+  std::vector<uint8_t> sound(ids.size(), 1);
+  run_units(static_cast<int64_t>(ids.size()), nthreads, [&](int64_t i, int) {
+    const SwathId id = ids[static_cast<size_t>(i)];
+    if (plans[id].task == GridTask::grid)
+      sound[static_cast<size_t>(i)] = sound_points(prj.swaths, prj.swaths[id]);
     return true;
   });
-  for (size_t i = 0; i < sound.size(); i++)
-    if (!sound[i]) result.damaged.push_back(static_cast<int>(i));
+  for (size_t i = 0; i < ids.size(); i++)
+    if (!sound[i]) result.damaged.push_back(ids[i]);
 }
 
 // The units and their tiles, in the order of the work.
-void list_blocks(const Project& prj, const std::vector<GridPlan>& plans, std::vector<USGDstr>& units,
+void list_blocks(const Project& prj, const SwathVector<GridPlan>& plans, std::vector<USGDstr>& units,
                  std::vector<Block>& blocks) {
   size_t n = 0;
-  for (size_t i = 0; i < plans.size(); i++) {
-    if (plans[i].task != GridTask::grid) continue;
+  for (const Swath& s : prj.swaths.present()) {
+    if (plans[s.id].task != GridTask::grid) continue;
     USGDstr& u = units[n];
-    u.sw = static_cast<int>(i);
-    u.swath = &prj.swaths[i];
-    u.ntiles = plans[i].ntiles;
-    u.index = plans[i].index;
+    u.swath = &s;
+    u.ntiles = plans[s.id].ntiles;
+    u.index = plans[s.id].index;
     for (size_t k = 0; k < u.ntiles; k++)
       blocks.push_back({static_cast<uint32_t>(n), static_cast<uint32_t>(k)});
     n++;
@@ -71,7 +74,7 @@ void list_blocks(const Project& prj, const std::vector<GridPlan>& plans, std::ve
 }
 
 // Threads whose tiles fit into the memory side by side.
-int threads_in_budget(const std::vector<GridPlan>& plans, int nthreads) {
+int threads_in_budget(const SwathVector<GridPlan>& plans, int nthreads) {
   uint64_t need = 1;
   for (const GridPlan& p : plans)
     if (p.task == GridTask::grid) need = std::max(need, p.need);
@@ -134,7 +137,7 @@ bool LmT_grid(const Project& prj, const Tovr& ovr, bool full, int nthreads, Grid
                                << " LmTcacheG=" << CACHE_GRID << " CHECK_SW_TSTAMP=" << CHECK_SW_TSTAMP);
   const Stopwatch time;
   result = GridResult{};
-  const std::vector<GridPlan> plans = plan_swaths(prj, scope, nthreads, result);
+  const SwathVector<GridPlan> plans = plan_swaths(prj, scope, nthreads, result);
   check_points(prj, plans, nthreads, result);
   if (!result.damaged.empty()) return true;
   const auto count = [&plans](GridTask task) {

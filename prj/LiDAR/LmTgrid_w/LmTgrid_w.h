@@ -55,12 +55,13 @@ struct GridLimits {
   float zmax = 10000.f;   // m
 };
 
-struct GridResult {          // of LmT_grid
-  int ncached = 0;           // swaths whose grid was taken as it stood
-  int nskipped = 0;          // swaths without overlap
-  int ngridded = 0;          // swaths gridded now
-  std::vector<int> beyond;   // swaths that -mem is too small for, after an ERROR line each: they have no grid
-  std::vector<int> damaged;  // swaths whose points are damaged, after a WARNING each: nothing was gridded
+struct GridResult {  // of LmT_grid
+  int ncached = 0;   // swaths whose grid was taken as it stood
+  int nskipped = 0;  // swaths without overlap
+  int ngridded = 0;  // swaths gridded now
+  std::vector<SwathId>
+      beyond;  // swaths that -mem is too small for, after an ERROR line each: they have no grid
+  std::vector<SwathId> damaged;  // swaths whose points are damaged, after a WARNING each: nothing was gridded
   uint64_t nblocks = 0;
   uint64_t npoints = 0;  // points read (those on the ring of a tile count again)
   uint64_t npixels = 0;  // words written
@@ -77,7 +78,7 @@ struct GridResult {          // of LmT_grid
 
 // Tests the cached grid of a swath against the source's time, GZ_SMAXF and (with check_dim_full) dim and
 // full; a mismatch is logged behind "<!> ". No ERROR but for a source whose time cannot be read.
-[[nodiscard]] bool check_gZDSidx(const CacheName& swath, int sw, int dim, bool full, bool check_dim_full);
+[[nodiscard]] bool check_gZDSidx(const CacheName& swath, SwathId sw, int dim, bool full, bool check_dim_full);
 
 // Reads ".gmT.idx" for the tile table that stands in grid.TI; all sizes are checked against those of the two
 // files. False, silently, when it is missing or does not fit.

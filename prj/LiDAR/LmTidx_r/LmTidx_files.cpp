@@ -75,7 +75,7 @@ uint64_t unit_key() {
   return cache_dir_hash(LOG_STR(std::hexfloat << DATAUNIT << ' ' << DATAUNIT_Z));
 }
 
-bool check_files(const CacheName& swath, int sw, const TilingParam& par) {
+bool check_files(const CacheName& swath, SwathId sw, const TilingParam& par) {
   const bool fIDX = is_regular_file(swath.file(EXT_MTIDX));
   const bool fZ = is_regular_file(swath.file(EXT_MTZM));
   const bool fT = is_regular_file(swath.file(EXT_MTDT));
@@ -135,7 +135,7 @@ void log_xcls(const std::vector<uint8_t>& xcls) {
   LOG_LINE(text);
 }
 
-bool check_TidxHdr(const CacheName& swath, int sw, const TilingParam& par) {
+bool check_TidxHdr(const CacheName& swath, SwathId sw, const TilingParam& par) {
   LOG_ENTER("check_TidxHdr sw=" << sw << " DM=" << (par.TIO.nx > 0) << " DTS=" << par.DTS
                                 << " syn=" << par.syn << " all=" << par.all << " last=" << par.last
                                 << " xlevel=" << par.xlevel << " large=" << par.large
@@ -200,7 +200,7 @@ std::string tiles_fault(const CacheName& swath) {
   return "";
 }
 
-bool check_tiles(const CacheName& swath, int sw, const TilingParam& par) {
+bool check_tiles(const CacheName& swath, SwathId sw, const TilingParam& par) {
   if (file_size(swath.file(EXT_TIDX)) >= 0)
     if (const std::string fault = tiles_fault(swath); !fault.empty()) {
       WARNING_MSG("damaged tile cache is made anew: " << fault << ", swath " << swath.source());

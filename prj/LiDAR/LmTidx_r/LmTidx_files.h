@@ -7,7 +7,7 @@
 
 #include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
-#include "prj/LiDAR/swath/cache_name.h"
+#include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
 // Suffixes for CacheName::file.
@@ -42,8 +42,8 @@ struct TilingParam {          // what decides the contents of a tile cache
   bool large = false;         // up to 1024 tiles along an axis instead of 128 (-large)
   int xlevel = 0;             // -xlevel
   bool tproc = true;          // process time stamps
-  bool (*grid_ok)(const CacheName& swath, int sw) = nullptr;  // whether the grid of a swath without its
-                                                              // point file is valid; none: never
+  bool (*grid_ok)(const CacheName& swath, SwathId sw) = nullptr;  // whether the grid of a swath without its
+                                                                  // point file is valid; none: never
 };
 
 // Log line "xcls drop: " or, with more than 127 classes, "xcls keep: ".
@@ -51,11 +51,11 @@ void log_xcls(const std::vector<uint8_t>& xcls);
 
 // Whether the cache of a swath was made from the file as it is now and with these settings. The first
 // test that fails is logged; never an error.
-bool check_TidxHdr(const CacheName& swath, int sw, const TilingParam& par);
+bool check_TidxHdr(const CacheName& swath, SwathId sw, const TilingParam& par);
 
 // Whether the cache of a swath is sound, fits, and may be reused: the test above and the checksums of index and
 // tables (points: presence and size alone, see points_fault). What is damaged or missing is named in a WARNING.
-bool check_tiles(const CacheName& swath, int sw, const TilingParam& par);
+bool check_tiles(const CacheName& swath, SwathId sw, const TilingParam& par);
 // What is wrong with index and tables of a swath, or with the presence and size of its points, whatever they were
 // made with. Empty when they are sound; points that were cleared are no fault.
 std::string tiles_fault(const CacheName& swath);

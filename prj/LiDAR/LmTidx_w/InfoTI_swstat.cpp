@@ -10,18 +10,17 @@
 namespace veld {
 namespace {
 // The swaths that the project's numbers rest on: the mobile ones, all when there are none.
-bool counts_in(const Project& prj, size_t i) {
-  const bool any = std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return !s.fixed; });
-  return !any || !prj.swaths[i].fixed;
+auto counting(const Project& prj) {
+  const bool any = std::ranges::any_of(prj.swaths, &Swath::mobile);
+  return prj.swaths.present() | std::views::filter([any](const Swath& s) { return !any || !s.fixed; });
 }
 
 // Frame of tiles that holds the mobile swaths; references count on their ground only. False when it is too
 // wide to be worked on.
 bool comp_project_frame(const Project& prj, const ProjectStat& stat, bool LAREA, TileInfo& frame) {
   uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
-  for (size_t i = 0; i < stat.swaths.size(); i++) {
-    if (!counts_in(prj, i)) continue;
-    const SwathStat& s = stat.swaths[i];
+  for (const Swath& swath : counting(prj)) {
+    const SwathStat& s = stat.swaths[swath.id];
     x0 = std::min(x0, uint32_t{s.info.XImin});
     y0 = std::min(y0, uint32_t{s.info.YImin});
     x1 = std::max(x1, uint32_t{s.info.XImax});
@@ -45,17 +44,17 @@ void add_swaths(const Project& prj, ProjectStat& stat) {
   double sum_density = 0, nsw = 0, sum_dt = 0, sum_dev = 0, sum_med = 0, nmob = 0;
   stat.Zmin = 1e30;
   stat.Zmax = -1e30;
-  for (size_t i = 0; i < stat.swaths.size(); i++) {
-    const SwathStat& s = stat.swaths[i];
+  for (const Swath& swath : counting(prj)) sum_density += stat.swaths[swath.id].density, nsw++;
+  for (const Swath& swath : prj.swaths.present()) {
+    const SwathStat& s = stat.swaths[swath.id];
     const double nmt = s.info.nmt;
     stat.np += s.info.np;
     stat.nmt += s.info.nmt;
     stat.cache_bytes += s.cache_bytes;
     stat.Zmin = std::min(stat.Zmin, s.Zmin);
     stat.Zmax = std::max(stat.Zmax, s.Zmax);
-    if (counts_in(prj, i)) sum_density += s.density, nsw++;
     sum_med += s.Zmed * nmt;
-    if (prj.swaths[i].fixed) continue;
+    if (swath.fixed) continue;
     nmob += nmt;
     sum_dt += static_cast<double>(s.info.mdt) * nmt;
     sum_dev += static_cast<double>(s.info.mdev) * nmt;
@@ -76,9 +75,9 @@ struct Part {  // the mobile swaths, the reference ones, or all
 
 Part sum_part(const Project& prj, const ProjectStat& stat, bool mob, bool ref) {
   Part p;
-  for (size_t i = 0; i < stat.swaths.size(); i++) {
-    if (prj.swaths[i].fixed ? !ref : !mob) continue;
-    const SwathStat& s = stat.swaths[i];
+  for (const Swath& swath : prj.swaths.present()) {
+    if (swath.fixed ? !ref : !mob) continue;
+    const SwathStat& s = stat.swaths[swath.id];
     p.n++;
     p.Mp += static_cast<double>(s.info.np) * 1e-6;
     p.MB += static_cast<double>(s.cache_bytes) * 1e-6;
@@ -125,35 +124,39 @@ void show_table(const Project& prj, const ProjectStat& stat) {
                           << all.MB << " MB");
 }
 
-void warn_rollovers(const ProjectStat& stat) {
+void warn_rollovers(const Project& prj) {
   int nday = 0, nweek = 0;
-  for (const SwathStat& s : stat.swaths) {
-    nday += clock_of(s.info).rover == Rollover::day;
-    nweek += clock_of(s.info).rover == Rollover::week;
+  for (const Swath& s : prj.swaths.present()) {
+    nday += s.clock.rover == Rollover::day;
+    nweek += s.clock.rover == Rollover::week;
   }
   if (nday > 0) WARNING_MSG("corrected day rollover for " << nday << " swaths");
   if (nweek > 0) WARNING_MSG("corrected week rollover for " << nweek << " swaths");
 }
 
-bool read_stats(const Project& prj, const InfoParam& par, ProjectStat& stat) {
-  stat.swaths.resize(prj.swaths.size());
-  const int64_t bad = run_units(static_cast<int64_t>(prj.swaths.size()), NTHREADSIO, [&](int64_t sw, int) {
-    const Swath& s = prj.swaths[static_cast<size_t>(sw)];
+// Statistics, and in the table what the tiling left in the caches.
+bool read_stats(Project& prj, const InfoParam& par, ProjectStat& stat) {
+  stat.swaths = SwathVector<SwathStat>(prj.swaths);
+  const std::vector<SwathId> ids = prj.swaths.ids();
+  const int64_t bad = run_units(static_cast<int64_t>(ids.size()), NTHREADSIO, [&](int64_t i, int) {
+    Swath& s = prj.swaths[ids[static_cast<size_t>(i)]];
     const bool times = par.tproc && !s.fixed;  // references are tiled without
-    SwathStat& swath = stat.swaths[static_cast<size_t>(sw)];
+    SwathStat& swath = stat.swaths[s.id];
     if (!comp_swath_stat(s.cache, times, par.median, swath)) return false;
-    for (const CacheName& member : s.members) swath.cache_bytes += tile_cache_bytes(member);
+    for (const SwathId member : s.members) swath.cache_bytes += tile_cache_bytes(prj.swaths[member].cache);
+    s.clock = clock_of(swath.info);
+    s.stamp = swath.stamp;
     return true;
   });
   if (bad >= 0) {
-    ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[static_cast<size_t>(bad)].path());
+    ERROR_MSG("missing/incompatible temp. tile files, " << prj.swaths[ids[static_cast<size_t>(bad)]].path());
     return false;
   }
   uint64_t nmt = 0, nocc = 0;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    nmt += stat.swaths[i].info.nmt;
-    nocc += stat.swaths[i].nocc;
-    LOG_LINE("swmdim=" << stat.swaths[i].grid.dim << " " << prj.swaths[i].path());
+  for (const Swath& s : prj.swaths.present()) {
+    nmt += stat.swaths[s.id].info.nmt;
+    nocc += stat.swaths[s.id].nocc;
+    LOG_LINE("swmdim=" << stat.swaths[s.id].grid.dim << " " << s.path());
   }
   if (nmt == 0) {
     ERROR_MSG("no microtile data");
@@ -172,18 +175,17 @@ bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat) {
                                   << " mTsize=" << prj.scale.mTsize << " fixch0=" << par.fix_ch0);
   stat = ProjectStat{};
   if (!check_nonempty_groups(prj) || !read_stats(prj, par, stat)) return false;
-  if (!comp_mainch_swaths(prj, stat.swaths, par.fix_ch0)) return false;
+  if (!comp_mainch_swaths(prj.swaths, par.fix_ch0)) return false;
   if (!comp_project_frame(prj, stat, par.LAREA, stat.frame)) return false;
   add_swaths(prj, stat);
   // One spacing serves all swaths, since pairs are compared pixel by pixel: that of their microtiles
   // together. References have no say, they may be of another time and sensor.
   CountHist all;
-  for (size_t i = 0; i < stat.swaths.size(); i++)
-    if (counts_in(prj, i)) add_counts(all, stat.swaths[i].hist);
+  for (const Swath& s : counting(prj)) add_counts(all, stat.swaths[s.id].hist);
   prj.scale.dim = comp_GGSD_dim(all, static_cast<double>(prj.scale.mTsize), par.median).dim;
   prj.time_res = stat.mdt;
   if (!write_sw_stat(prj, stat)) return false;
-  warn_rollovers(stat);
+  warn_rollovers(prj);
   show_table(prj, stat);
   return true;
 }

@@ -14,8 +14,8 @@ namespace {
 constexpr uint32_t MIN_TILE_POINTS = 15;  // at least one tile must hold more
 
 // First pass, and once more over the whole file when a rollover stopped it.
-bool first_pass(const CacheName& swath, int sw, const TilingParam& par, TilingMemory& memory, TTresult& tt,
-                SwathFailure& why) {
+bool first_pass(const CacheName& swath, SwathId sw, const TilingParam& par, TilingMemory& memory,
+                TTresult& tt, SwathFailure& why) {
   const MemoryBudget::Lease lease(memory.budget, memory.share);
   if (!sw_LAS2TT(swath, sw, par, Rollover::none, 0, memory.share, tt, why)) {
     ERROR_MSG("could not tile LiDAR data, " << swath.source());
@@ -59,7 +59,7 @@ void delete_grid(const CacheName& swath) {
   if (!delete_LmT_grid(swath, nfiles, nbytes) || nfiles == 0) LOG_LINE("<!> no grid to delete");
 }
 
-bool tile_or_reuse(const CacheName& swath, int sw, const TilingParam& par_in, bool cache,
+bool tile_or_reuse(const CacheName& swath, SwathId sw, const TilingParam& par_in, bool cache,
                    TilingMemory& memory, LmTswathResult& res, bool wait) {
   TilingParam par = par_in;
   if (par.TIO.nx == 0) {
@@ -105,7 +105,7 @@ bool tile_or_reuse(const CacheName& swath, int sw, const TilingParam& par_in, bo
 }
 }  // namespace
 
-bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par, bool cache, TilingMemory& memory,
+bool LmT_swath(const CacheName& swath, SwathId sw, const TilingParam& par, bool cache, TilingMemory& memory,
                LmTswathResult& res, bool wait) {
   unpin_cache(swath, EXT_MTSUM);
   if (!tile_or_reuse(swath, sw, par, cache, memory, res, wait)) return false;

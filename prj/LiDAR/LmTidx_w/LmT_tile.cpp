@@ -36,8 +36,8 @@ struct SwathSlot {    // of one swath, written by the thread that took it
 };
 
 struct TileJob {
-  const std::vector<CacheName>& swaths;
-  const std::vector<size_t>& todo;
+  const SwathTable& swaths;
+  const std::vector<SwathId>& todo;
   const TilingParam& par;
   bool cache;
   TilingMemory& memory;
@@ -54,11 +54,11 @@ void th_LmT_tile(const TileJob& job, std::vector<SwathSlot>& slots, Totals& tota
       totals.queue.pop_front();
     }
     SwathSlot& slot = slots[i];
-    slot.ok = LmT_swath(job.swaths[job.todo[i]], static_cast<int>(job.todo[i]), job.par, job.cache,
-                        job.memory, slot.res, false);
+    slot.ok = LmT_swath(job.swaths[job.todo[i]].cache, job.todo[i], job.par, job.cache, job.memory, slot.res,
+                        false);
     if (slot.res.busy) {  // others first
       if (!slot.told)
-        LOG_MSG1("waiting for the tiles of swath " << job.swaths[job.todo[i]].source()
+        LOG_MSG1("waiting for the tiles of swath " << job.swaths[job.todo[i]].path()
                                                    << ", in work by another run");
       slot.told = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -87,8 +87,8 @@ int tiling_threads(int nthreads, int nswaths) {
   return std::max(1, std::min({nthreads, NTHREADSIO, nswaths, by_memory}));
 }
 
-bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used, std::vector<std::string>& reason,
-              const TilingParam& par, bool cache, int nthreads, LmTtileResult& res) {
+bool LmT_tile(SwathTable& swaths, const std::vector<SwathId>& todo, const TilingParam& par, bool cache,
+              int nthreads, LmTtileResult& res) {
   const Stopwatch watch;
   LOG_ENTER("LmT_tile nsw=" << swaths.size() << " nthreads=" << nthreads << " large=" << par.large
                             << " xlevel=" << par.xlevel << " DTS=" << par.DTS << " LAREA=" << par.large
@@ -97,10 +97,6 @@ bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used, std
                             << " all=" << par.all << " last=" << par.last << " LmTcacheT=" << cache
                             << " CHECK_SW_TSTAMP=" << CHECK_SW_TSTAMP);
   res = LmTtileResult{};
-  reason.resize(swaths.size());
-  std::vector<size_t> todo;
-  for (size_t i = 0; i < swaths.size(); i++)
-    if (used[i]) todo.push_back(i);
   if (todo.empty()) {
     LOG_LINE("<!> nswt0=0");
     return true;
@@ -121,9 +117,8 @@ bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used, std
   // The totals are added anew in swath order: they must not depend on the order of finishing.
   for (size_t i = 0; i < todo.size(); i++) {
     const SwathSlot& slot = slots[i];
-    used[todo[i]] = slot.ok;
     if (!slot.ok) {
-      reason[todo[i]] = slot.res.reason;
+      swaths.reject(todo[i], SwathState::untiled, slot.res.reason);
       res.nmemory += slot.res.fault == SwathFault::memory;
       continue;
     }

@@ -10,6 +10,7 @@
 
 #include "lib/threads/memory_budget.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
+#include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
 // What kept a swath from being tiled.
@@ -48,7 +49,7 @@ struct LmTswathResult : SwathFailure {
 // The family is locked meanwhile. When another run has the lock: waits for its end, or (wait off) gives up with
 // res.busy set and nothing done.
 // False after an ERROR line (or a WARNING when a drop map left no point).
-[[nodiscard]] bool LmT_swath(const CacheName& swath, int sw, const TilingParam& par, bool cache,
+[[nodiscard]] bool LmT_swath(const CacheName& swath, SwathId sw, const TilingParam& par, bool cache,
                              TilingMemory& memory, LmTswathResult& res, bool wait = true);
 
 struct LmTtileResult {
@@ -58,13 +59,11 @@ struct LmTtileResult {
   float Mp = 0, Mp0 = 0, MB = 0;  // totals of the swaths tiled now
 };
 
-// Tiles the swaths with used[i] set on up to nthreads threads; clears used[i] of those that fail and puts
-// the reason into reason[i]. False, after ERROR lines, only when a file of the program's own failed: no
-// further swath is begun then. No two threads read the same file: the swaths are distinct. Results do not depend on
-// nthreads.
-[[nodiscard]] bool LmT_tile(const std::vector<CacheName>& swaths, std::vector<bool>& used,
-                            std::vector<std::string>& reason, const TilingParam& par, bool cache,
-                            int nthreads, LmTtileResult& res);
+// Tiles the swaths of todo on up to nthreads threads; rejects those that fail, with the reason. False, after ERROR
+// lines, only when a file of the program's own failed: no further swath is begun then. No two threads read the same
+// file: the swaths are distinct. Results do not depend on nthreads.
+[[nodiscard]] bool LmT_tile(SwathTable& swaths, const std::vector<SwathId>& todo, const TilingParam& par,
+                            bool cache, int nthreads, LmTtileResult& res);
 
 // Threads for tiling: at most nthreads and -nthreads_io, the swaths to tile, and as many as -mem can serve.
 int tiling_threads(int nthreads, int nswaths);

@@ -59,7 +59,7 @@ bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault = 
 
 // First pass: filters the points of a file into temporary tile files. rover, before: the rollover that the
 // pass before found and a time before it. On failure the tile files made so far are removed.
-bool sw_LAS2TT(const CacheName& swath, int sw, const TilingParam& par, Rollover rover, double before,
+bool sw_LAS2TT(const CacheName& swath, SwathId sw, const TilingParam& par, Rollover rover, double before,
                uint64_t max_bytes, TTresult& res, SwathFailure& why);
 
 // Second pass: temporary tile files into the final family, the index last. Leaves np = 0 when no point is

@@ -340,7 +340,7 @@ bool swath_error(SwathFailure& why, const std::string& text, SwathFault fault) {
   return false;
 }
 
-bool sw_LAS2TT(const CacheName& swath, int sw, const TilingParam& par, Rollover rover, double before,
+bool sw_LAS2TT(const CacheName& swath, SwathId sw, const TilingParam& par, Rollover rover, double before,
                uint64_t max_bytes, TTresult& res, SwathFailure& why) {
   const Stopwatch watch;
   const TileGeom g = make_tile_geom(tile_level(par.large, par.xlevel));

@@ -116,6 +116,7 @@ bool comp_swath_stat(const CacheName& swath, bool tproc, bool median, SwathStat&
   if (!read_LTidxHdr(swath, hdr) || !read_LTidxInfo(swath, s.info) || !read_LTidx_TI(swath, TI) ||
       !tables.open(swath, s.info.nt, tproc))
     return false;
+  s.stamp = hdr.tstamp;
   const TileGeom geom = make_tile_geom(header_level(hdr));
   double ax = 0, ay = 1;
   rectangle_stat(s.info, s, ax, ay);
@@ -154,9 +155,7 @@ uint64_t tile_cache_bytes(const CacheName& swath) {
 bool check_nonempty_groups(const Project& prj) {
   bool ok = true;
   for (int g = 1; g <= prj.nmgrp; g++) {
-    const bool found = std::any_of(prj.swaths.begin(), prj.swaths.end(),
-                                   [g](const Swath& s) { return s.used && !s.fixed && s.group == g; });
-    if (found) continue;
+    if (std::ranges::any_of(prj.swaths, [g](const Swath& s) { return s.mobile() && s.group == g; })) continue;
     const size_t i = static_cast<size_t>(g - 1);
     ERROR_MSG("group " << g << ", channel " << (i < prj.chgrp.size() ? prj.chgrp[i] : 0) << " is empty");
     ok = false;
@@ -165,48 +164,46 @@ bool check_nonempty_groups(const Project& prj) {
 }
 
 namespace {
-// The main channel among the swaths of lower channels of the same sensor, down to channel 0, whose time interval
-// overlaps most; -1 when none does. The groups of a sensor's channels follow that of its channel 0.
-int find_main(const Project& prj, const std::vector<SwathStat>& stat, size_t i, bool only_ch0) {
-  int best = -1;
+double time_overlap(const Swath& a, const Swath& b) {
+  return std::min(a.clock.tmax, b.clock.tmax) - std::max(a.clock.tmin, b.clock.tmin);
+}
+
+// The groups of a sensor's channels follow that of its channel 0.
+int sensor_group(const Swath& s) { return s.group - s.channel; }
+
+SwathId find_main(const SwathTable& swaths, const Swath& s, bool only_ch0) {
+  SwathId best;
   double most = 0;
-  for (size_t j = 0; j < prj.swaths.size(); j++) {
-    const Swath& s = prj.swaths[j];
-    if (s.fixed || s.channel >= prj.swaths[i].channel || s.mainch != static_cast<int>(j)) continue;
-    if (s.group - s.channel != prj.swaths[i].group - prj.swaths[i].channel) continue;
-    if (only_ch0 && s.channel != 0) continue;
-    const double overlap = std::min(double{stat[i].info.tmax}, double{stat[j].info.tmax}) -
-                           std::max(double{stat[i].info.tmin}, double{stat[j].info.tmin});
-    if (overlap > most) {
-      most = overlap;
-      best = static_cast<int>(j);
-    }
+  for (const Swath& m : swaths) {
+    if (!m.mobile() || m.channel >= s.channel || !m.is_main() || sensor_group(m) != sensor_group(s)) continue;
+    if ((only_ch0 && m.channel != 0) || time_overlap(m, s) <= most) continue;
+    most = time_overlap(m, s);
+    best = m.id;
   }
   return best;
 }
 }  // namespace
 
-bool comp_mainch_swaths(Project& prj, const std::vector<SwathStat>& stat, bool fix_ch0) {
-  std::vector<size_t> order;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    prj.swaths[i].mainch = static_cast<int>(i);
-    if (!prj.swaths[i].fixed && prj.swaths[i].channel > 0) order.push_back(i);
+bool comp_mainch_swaths(SwathTable& swaths, bool fix_ch0) {
+  std::vector<SwathId> order;
+  for (Swath& s : swaths) {
+    s.mainch = s.id;
+    if (s.mobile() && s.channel > 0) order.push_back(s.id);
   }
   std::stable_sort(order.begin(), order.end(),
-                   [&](size_t a, size_t b) { return prj.swaths[a].channel < prj.swaths[b].channel; });
+                   [&](SwathId a, SwathId b) { return swaths[a].channel < swaths[b].channel; });
   int missing = 0;
-  for (const size_t i : order) {
-    const int best = find_main(prj, stat, i, fix_ch0);
-    if (best >= 0) {
-      prj.swaths[i].mainch = best;
+  for (const SwathId id : order) {
+    Swath& s = swaths[id];
+    if (const SwathId best = find_main(swaths, s, fix_ch0); best != SwathId()) {
+      s.mainch = best;
       continue;
     }
     missing++;
     if (fix_ch0)
-      ERROR_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path() << ", channel "
-                                                                << prj.swaths[i].channel);
+      ERROR_MSG("channel 0 swath missing or dropped for swath " << s.path() << ", channel " << s.channel);
     else
-      WARNING_MSG("channel 0 swath missing or dropped for swath " << prj.swaths[i].path()
+      WARNING_MSG("channel 0 swath missing or dropped for swath " << s.path()
                                                                   << " - setting as main channel");
   }
   if (missing == 0) return true;

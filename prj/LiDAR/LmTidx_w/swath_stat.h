@@ -40,10 +40,11 @@ struct SwathStat {  // one line of the statistics
          Zmed = 0;           // m, percentiles 1, 99 and 50 of the mean heights of occupied microtiles
   uint64_t nocc = 0;         // occupied microtiles
   uint64_t cache_bytes = 0;  // size of the tile family on disk
+  int64_t stamp = -1;        // of the source when it was tiled
 };
 
 struct ProjectStat {
-  std::vector<SwathStat> swaths;        // by swath number
+  SwathVector<SwathStat> swaths;
   TileInfo frame;                       // tile frame that holds all swaths
   double Zmin = 0, Zmax = 0, Zmed = 0;  // m, over all swaths
   double density = 0;                   // points/m2, mean of the swaths
@@ -65,9 +66,10 @@ constexpr uint32_t MAX_FRAME = 2048;  // tiles along an axis of a project, at mo
 
 // Every group and channel must still have a swath: else an ERROR line each and false.
 [[nodiscard]] bool check_nonempty_groups(const Project& prj);
-// Ties every mobile swath to the channel 0 swath of its line (Swath::mainch): the one whose time interval
-// overlaps most. A swath without one becomes a main channel itself, or, with fix_ch0, fails the check.
-[[nodiscard]] bool comp_mainch_swaths(Project& prj, const std::vector<SwathStat>& stat, bool fix_ch0);
+// Decides the main channel of every swath (Swath::mainch): among the lower channels of the same sensor, down to
+// channel 0, the one whose time interval overlaps most. A swath without one becomes a main channel itself, or, with
+// fix_ch0, where only channel 0 counts, fails the check.
+[[nodiscard]] bool comp_mainch_swaths(SwathTable& swaths, bool fix_ch0);
 // Checks, statistics, "_sw_stat.log", and the project's grid spacing (prj.scale.dim, prj.time_res).
 [[nodiscard]] bool InfoTI_swstat(Project& prj, const InfoParam& par, ProjectStat& stat);
 // Statistics of one swath from its caches; times as well when tproc. False, silently, on a failed read.

@@ -32,8 +32,8 @@ struct PairFilter {
 };
 
 struct SwPair {  // a pair of the list
-  int sw1 = 0;   // the lower swath number: the moved image
-  int sw2 = 0;
+  SwathId sw1;   // the lower swath number: the moved image
+  SwathId sw2;
   bool reg = true;  // false: only its height differences are wanted
   int number = -1;  // Pair# of all files and logs: the place in the index
 };
@@ -67,18 +67,16 @@ struct InterResult {
 };
 
 // Those of the pairs that have an occupied microtile in common. near: pairs whose boxes and rectangles meet (see
-// check_BBOX_MBR_fx_inter). Unused swaths overlap nothing. Of the counts only common tiles are read, up to the
+// check_BBOX_MBR_fx_inter). Swaths without a grid overlap nothing. Of the counts only common tiles are read, up to the
 // first hit; the tile tables of all swaths stand in memory, 12 bytes a tile. False, after an ERROR line, when a
 // tile cache cannot be read.
 [[nodiscard]] bool comp_sw_overlap(const Project& prj, const SwPairList& near, int nthreads,
                                    SwPairList& overlap);
 
-// Chooses the pairs and numbers them. overlap: pairs that do, in order; info: by swath number.
-// Pairs of references are never formed, and a reference is no channel of a line, whatever its times. n0, n1:
-// pairs before and after the filters.
-std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>& info,
-                                const SwPairList& overlap, const PairFilter& filter, bool REG, int& n0,
-                                int& n1);
+// Chooses the pairs and numbers them. overlap: pairs that do, in order. Pairs of references are never formed, and a
+// reference is no channel of a line, whatever its times. n0, n1: pairs before and after the filters.
+std::vector<SwPair> comp_int_sw(const SwathTable& swaths, const SwPairList& overlap, const PairFilter& filter,
+                                bool REG, int& n0, int& n1);
 
 // Registers (or, without REG, measures) all chosen pairs. head: the index as far as it is known before the
 // pairs (scale, swaths, boxes, control parameters). Writes prj.name + ".dut", "_idx.log", "_DZ_stat.log",

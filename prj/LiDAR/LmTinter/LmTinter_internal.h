@@ -32,8 +32,8 @@ bool make_regpair_idx(const CacheName& swath1, const CacheName& swath2, const Re
 std::string regpair_name(const RegpairIdx& idx);
 // Whether the pair's deformation in the cache was made from the same grids with the same parameters, and is
 // valid.
-bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now);
-bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg);
+bool check_regpair_idx(SwathId sw1, SwathId sw2, const RegpairIdx& now);
+bool write_regpair_idx(SwathId sw1, SwathId sw2, const RegpairIdx& now, bool okreg);
 
 struct PairWork {  // what all pairs share
   const Project& prj;

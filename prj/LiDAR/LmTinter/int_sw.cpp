@@ -65,15 +65,14 @@ struct PairFlags {
   bool samech, samefl, samegrpfl, anyfixed, main1, main2;
 };
 
-PairFlags comp_pair_flags(const Project& prj, const std::vector<LTidxInfo>& info, size_t i, size_t j) {
-  const Swath &a = prj.swaths[i], &b = prj.swaths[j];
+PairFlags comp_pair_flags(const Swath& a, const Swath& b) {
   PairFlags f;
   f.anyfixed = a.fixed || b.fixed;
   f.samech = a.channel == b.channel;
-  f.samefl = !f.samech && !f.anyfixed && info[i].tmin < info[j].tmax && info[j].tmin < info[i].tmax;
+  f.samefl = !f.samech && !f.anyfixed && a.clock.tmin < b.clock.tmax && b.clock.tmin < a.clock.tmax;
   f.samegrpfl = a.group == b.group || f.samefl;
-  f.main1 = a.mainch == static_cast<int>(i);
-  f.main2 = b.mainch == static_cast<int>(j);
+  f.main1 = a.is_main();
+  f.main2 = b.is_main();
   return f;
 }
 
@@ -91,36 +90,33 @@ bool keep_pair(const PairFlags& f, const PairFilter& filter) {
 }  // namespace
 
 bool comp_sw_overlap(const Project& prj, const SwPairList& near, int nthreads, SwPairList& overlap) {
-  const size_t nsw = prj.swaths.size();
-  LOG_ENTER("comp_sw_overlap nsw=" << nsw << " ninter2=" << near.size());
-  std::vector<Vector<TIsxy>> TI(nsw);
-  const auto open = [&](int sw, TileTables& tables) {
-    const size_t i = static_cast<size_t>(sw);
-    return tables.open(prj.swaths[i].cache, static_cast<uint32_t>(TI[i].size()), false);
+  LOG_ENTER("comp_sw_overlap nsw=" << prj.swaths.size() << " ninter2=" << near.size());
+  SwathVector<Vector<TIsxy>> TI(prj.swaths);
+  SwathVector<uint8_t> wanted(prj.swaths);
+  const auto gridded = [&](SwathId id) { return prj.swaths[id].state != SwathState::no_grid; };
+  const auto open = [&](SwathId id, TileTables& tables) {
+    return tables.open(prj.swaths[id].cache, static_cast<uint32_t>(TI[id].size()), false);
   };
-  std::vector<bool> wanted(nsw, false);
-  for (const auto& [i, j] : near) wanted[static_cast<size_t>(i)] = wanted[static_cast<size_t>(j)] = true;
-  for (size_t i = 0; i < nsw; i++)
-    if (wanted[i] && prj.swaths[i].used && !read_LTidx_TI(prj.swaths[i].cache, TI[i])) {
-      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path());
+  for (const auto& [i, j] : near) wanted[i] = wanted[j] = 1;
+  for (const Swath& s : prj.swaths.present())
+    if (wanted[s.id] && gridded(s.id) && !read_LTidx_TI(s.cache, TI[s.id])) {
+      ERROR_MSG("missing/incompatible temp. tile files, swath " << s.path());
       return false;
     }
   const std::vector<PairRun> runs = list_runs(near);
   std::vector<uint8_t> meet(near.size(), 0);
   const int64_t bad = run_units(static_cast<int64_t>(runs.size()), nthreads, [&](int64_t r, int) {
     const PairRun run = runs[static_cast<size_t>(r)];
-    const int i = near[run.first].first;
+    const SwathId i = near[run.first].first;
     TileTables first;
-    if (!prj.swaths[static_cast<size_t>(i)].used) return true;
+    if (!gridded(i)) return true;
     if (!open(i, first)) return false;
     for (size_t p = run.first; p < run.last; p++) {
-      const int j = near[p].second;
+      const SwathId j = near[p].second;
       TileTables second;
       bool both = false;
-      if (!prj.swaths[static_cast<size_t>(j)].used) continue;
-      if (!open(j, second) ||
-          !swaths_meet({TI[static_cast<size_t>(i)], first}, {TI[static_cast<size_t>(j)], second}, both))
-        return false;
+      if (!gridded(j)) continue;
+      if (!open(j, second) || !swaths_meet({TI[i], first}, {TI[j], second}, both)) return false;
       meet[p] = both;
     }
     return true;
@@ -132,11 +128,10 @@ bool comp_sw_overlap(const Project& prj, const SwPairList& near, int nthreads, S
   return bad < 0;
 }
 
-std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>& info,
-                                const SwPairList& overlap, const PairFilter& filter, bool REG, int& n0,
-                                int& n1) {
+std::vector<SwPair> comp_int_sw(const SwathTable& swaths, const SwPairList& overlap, const PairFilter& filter,
+                                bool REG, int& n0, int& n1) {
   const char* label = REG ? "Reg Pair filtering" : "QC Pair filtering";
-  LOG_ENTER("comp_int_sw nsw=" << prj.swaths.size() << " REG=" << REG << " ALLDZ=" << filter.ALLDZ << " RDIM="
+  LOG_ENTER("comp_int_sw nsw=" << swaths.size() << " REG=" << REG << " ALLDZ=" << filter.ALLDZ << " RDIM="
                                << filter.RDIM << " GRPREG=" << filter.GRP << " REFREG=" << filter.REF
                                << " CHREG=" << filter.CH << " filter=" << filter.filter);
   if (filter.filter)
@@ -146,9 +141,9 @@ std::vector<SwPair> comp_int_sw(const Project& prj, const std::vector<LTidxInfo>
   n0 = n1 = 0;
   std::vector<SwPair> pairs;
   for (const auto& [i, j] : overlap) {
-    const Swath &a = prj.swaths[static_cast<size_t>(i)], &b = prj.swaths[static_cast<size_t>(j)];
+    const Swath &a = swaths[i], &b = swaths[j];
     if (a.fixed && b.fixed) continue;
-    const PairFlags f = comp_pair_flags(prj, info, static_cast<size_t>(i), static_cast<size_t>(j));
+    const PairFlags f = comp_pair_flags(a, b);
     const bool reg = keep_pair(f, filter);
     LOG_LINE("sw1=" << i << " sw2=" << j << " ch1=" << a.channel << " ch2=" << b.channel << " main1="
                     << f.main1 << " main2=" << f.main2 << " samech=" << f.samech << " samefl=" << f.samefl

@@ -32,11 +32,11 @@ void set_tile_frame(InterTiles& inter, Image<int16_t>& TI) {
 }
 }  // namespace
 
-bool read_InterSwath(const Project& prj, int sw, InterSwath& s) {
+bool read_InterSwath(const Project& prj, SwathId sw, InterSwath& s) {
   if (s.sw == sw) return s.ok;
   s = InterSwath{};
   s.sw = sw;
-  s.cache = prj.swaths[static_cast<size_t>(sw)].cache;
+  s.cache = prj.swaths[sw].cache;
   s.ok = read_LTidxInfo(s.cache, s.info) && read_Tocc(s.cache, s.occ) &&
          read_gZDSidx_tiles_idx(s.cache, s.grid) && static_cast<int>(s.grid.hdr.dim) == prj.scale.dim;
   if (!s.ok) LOG_LINE("<!> gridok sw=" << sw);
@@ -50,8 +50,7 @@ int min_overlap_width(const RegLevels& levels) {
 }
 
 bool open_times(const Project& prj, InterSwath& s) {
-  return prj.swaths[static_cast<size_t>(s.sw)].fixed || s.tables.is_open() ||
-         s.tables.open(s.cache, s.info.nt, true);
+  return prj.swaths[s.sw].fixed || s.tables.is_open() || s.tables.open(s.cache, s.info.nt, true);
 }
 
 InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const InterSwath& s2, int nmTmin,

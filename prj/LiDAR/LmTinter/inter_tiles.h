@@ -12,7 +12,7 @@
 
 namespace veld {
 struct InterSwath {  // what the pairs of a swath share; read when the swath comes up
-  int sw = -1;
+  SwathId sw;
   CacheName cache;
   LTidxInfo info{};
   Tocc occ;
@@ -22,7 +22,7 @@ struct InterSwath {  // what the pairs of a swath share; read when the swath com
 };
 // Reads the tables of swath sw unless they stand in s already. False, after a log line, when a cache is
 // missing or does not fit.
-[[nodiscard]] bool read_InterSwath(const Project& prj, int sw, InterSwath& s);
+[[nodiscard]] bool read_InterSwath(const Project& prj, SwathId sw, InterSwath& s);
 // Opens the time tables of a mobile swath unless they are open already. False after an ERROR line.
 [[nodiscard]] bool open_times(const Project& prj, InterSwath& s);
 

@@ -150,9 +150,9 @@ bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& res
     if (!run.dz_img.add(out.tiles, out.dz0)) return false;
   }
   if (!out.lost.empty()) {
-    const auto name = [&](int sw) { return swath_name(run.prj.swaths[static_cast<size_t>(sw)]); };
-    const std::string text =
-        LOG_STR("swaths " << name(p.sw1) << " and " << name(p.sw2) << " not registered: " << out.lost);
+    const SwathTable& swaths = run.prj.swaths;
+    const std::string text = LOG_STR("swaths " << swaths.name(p.sw1) << " and " << swaths.name(p.sw2)
+                                               << " not registered: " << out.lost);
     if (out.state == InterState::memory)
       WARNING_MSG(text);
     else
@@ -266,16 +266,6 @@ bool process_pairs(RegRun& run, const std::vector<SwPair>& pairs, InterResult& r
   });
   return bad < 0;
 }
-
-bool read_infos(const Project& prj, std::vector<LTidxInfo>& info) {
-  info.resize(prj.swaths.size());
-  for (size_t i = 0; i < info.size(); i++)
-    if (prj.swaths[i].used && !read_LTidxInfo(prj.swaths[i].cache, info[i])) {
-      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path());
-      return false;
-    }
-  return true;
-}
 }  // namespace
 
 bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap, const InterParam& param,
@@ -290,10 +280,8 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
   ASSERT(head.gsize == std::lround(prj.scale.mTsize * static_cast<float>(1 << levels.Jend)));
   const Stopwatch time;
   result = InterResult{};
-  std::vector<LTidxInfo> info;
-  if (!read_infos(prj, info)) return false;
   const std::vector<SwPair> pairs =
-      comp_int_sw(prj, info, overlap, param.filter, param.REG, result.nint0, result.nint1);
+      comp_int_sw(prj.swaths, overlap, param.filter, param.REG, result.nint0, result.nint1);
   result.nint = static_cast<int>(pairs.size());
   LOG_MSG1((param.REG ? "REGISTRATION" : "ACCURATE QC") << " [V1] using " << pairs.size() << " pairs ["
                                                         << param.nthreads << " TH] GridSize=" << head.gsize);

@@ -98,10 +98,9 @@ std::string why_lost(InterState state, const PairWork& work) {
 }
 
 bool read_swaths(const Project& prj, const SwPair& p, PairSwaths& sw) {
-  for (const int number : {p.sw1, p.sw2})
-    if (!read_InterSwath(prj, number, number == p.sw1 ? sw.s1 : sw.s2)) {
-      ERROR_MSG("missing/incompatible temp. tile or grid files, swath "
-                << prj.swaths[static_cast<size_t>(number)].path());
+  for (const SwathId id : {p.sw1, p.sw2})
+    if (!read_InterSwath(prj, id, id == p.sw1 ? sw.s1 : sw.s2)) {
+      ERROR_MSG("missing/incompatible temp. tile or grid files, swath " << prj.swaths[id].path());
       return false;
     }
   return true;

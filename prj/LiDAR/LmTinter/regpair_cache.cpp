@@ -72,7 +72,7 @@ std::string regpair_name(const RegpairIdx& idx) {
   return TMPDIR + text;
 }
 
-bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
+bool check_regpair_idx(SwathId sw1, SwathId sw2, const RegpairIdx& now) {
   const std::string name = regpair_name(now);
   LOG_ENTER("check_regpair_idx RegCacheVersion=" << RegCacheVersion
                                                  << " mTcacheR=" << (CACHE_REG ? TMPDIR : ""));
@@ -119,7 +119,7 @@ bool check_regpair_idx(int sw1, int sw2, const RegpairIdx& now) {
   return c.okreg == 1;
 }
 
-bool write_regpair_idx(int sw1, int sw2, const RegpairIdx& now, bool okreg) {
+bool write_regpair_idx(SwathId sw1, SwathId sw2, const RegpairIdx& now, bool okreg) {
   LOG_ENTER("write_regpair_idx RegCacheVersion=" << RegCacheVersion << " sw1=" << sw1 << " sw2=" << sw2);
   const std::string name = regpair_name(now);
   RegpairIdx idx = now;

@@ -19,7 +19,7 @@ struct TimeTile {  // vertex times of one tile of one swath
 };
 
 bool read_time_tile(const Project& prj, const InterSwath& s, uint32_t k, TimeTile& t) {
-  t.fixed = prj.swaths[static_cast<size_t>(s.sw)].fixed;
+  t.fixed = prj.swaths[s.sw].fixed;
   t.t0 = std::fabs(s.info.t0) < 1e300 ? s.info.t0 : 0;  // a reference without times
   t.tmin = s.info.tmin;
   t.tmax = s.info.tmax;
@@ -44,11 +44,10 @@ bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
   const int dxp = comp_dxp(Jend);
   const int gsize = static_cast<int>(std::lround(scale.mTsize * static_cast<float>(1 << Jend)));
   const float pixel = scale.GSD() * static_cast<float>(1 << std::max(Jend - MG_SKIP, 0));  // m
-  LOG_ENTER("write_DUT sw1=" << s1.sw << " sw2=" << s2.sw
-                             << " fx1=" << prj.swaths[static_cast<size_t>(s1.sw)].fixed
-                             << " fx2=" << prj.swaths[static_cast<size_t>(s2.sw)].fixed
-                             << " nt=" << inter.tiles.size() << " dim=" << scale.dim << " gsize=" << gsize
-                             << " mTsub=" << mTsub << " Tsize=" << scale.Tsize);
+  LOG_ENTER("write_DUT sw1=" << s1.sw << " sw2=" << s2.sw << " fx1=" << prj.swaths[s1.sw].fixed
+                             << " fx2=" << prj.swaths[s2.sw].fixed << " nt=" << inter.tiles.size()
+                             << " dim=" << scale.dim << " gsize=" << gsize << " mTsub=" << mTsub
+                             << " Tsize=" << scale.Tsize);
   LOG_LINE("Tsize=" << scale.Tsize << " mTsize=" << scale.mTsize << " GSD=" << scale.GSD() << " dxp=" << dxp
                     << " t01=" << s1.info.t0 << " t02=" << s2.info.t0);
   rec.clear();

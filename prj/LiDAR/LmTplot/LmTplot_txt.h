@@ -9,7 +9,7 @@
 namespace veld {
 struct SwathPlot {  // one swath of a plot
   std::string path;
-  int sw = 0;
+  SwathId sw;
   int group = 0;
   LTidxInfo info;
 };

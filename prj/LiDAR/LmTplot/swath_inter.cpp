@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 
 #include "lib/general/log.h"
 
@@ -36,11 +35,12 @@ bool separated(const LTidxInfo& of, const LTidxInfo& other, double margin) {
   return false;
 }
 // The axis along which the boxes are shorter against the extent of all of them.
-int sweep_axis(const std::vector<LTidxInfo>& infos) {
+int sweep_axis(const std::vector<SwathBox>& swaths) {
   double ratio[2] = {0, 0};
   for (int axis = 0; axis < 2; axis++) {
     double lo = 2e307, hi = -2e307, sum = 0;
-    for (const LTidxInfo& info : infos) {
+    for (const SwathBox& swath : swaths) {
+      const LTidxInfo& info = swath.info;
       lo = std::min(lo, double{info.bbmin[axis]});
       hi = std::max(hi, double{info.bbmax[axis]});
       sum += info.bbmax[axis] - info.bbmin[axis];
@@ -61,29 +61,26 @@ bool inter_MBR(const LTidxInfo& a, const LTidxInfo& b, double margin) {
   return !separated(a, b, margin) && !separated(b, a, margin);
 }
 
-SwPairList check_BBOX_MBR_fx_inter(const std::vector<LTidxInfo>& infos, const std::vector<bool>& fixed,
-                                   double mTsize, int& nbb) {
-  LOG_ENTER("check_BBOX_MBR_fx_inter nsw=" << infos.size());
-  const int axis = sweep_axis(infos);
-  std::vector<size_t> order(infos.size());
-  std::iota(order.begin(), order.end(), size_t{0});
-  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-    const double va = infos[a].bbmin[axis], vb = infos[b].bbmin[axis];
-    return va != vb ? va < vb : a < b;
+SwPairList check_BBOX_MBR_fx_inter(const std::vector<SwathBox>& swaths, double mTsize, int& nbb) {
+  LOG_ENTER("check_BBOX_MBR_fx_inter nsw=" << swaths.size());
+  const int axis = sweep_axis(swaths);
+  std::vector<const SwathBox*> order;
+  for (const SwathBox& s : swaths) order.push_back(&s);
+  std::stable_sort(order.begin(), order.end(), [axis](const SwathBox* a, const SwathBox* b) {
+    return a->info.bbmin[axis] < b->info.bbmin[axis];
   });
   SwPairList pairs;
-  std::vector<size_t> active;  // boxes that reach the sweep line
+  std::vector<const SwathBox*> active;  // boxes that reach the sweep line
   nbb = 0;
-  for (const size_t i : order) {
-    const double here = infos[i].bbmin[axis];
-    std::erase_if(active, [&](size_t j) { return infos[j].bbmax[axis] < here; });
-    for (const size_t j : active) {
-      if ((fixed[i] && fixed[j]) || !inter_BBOX(infos[i], infos[j])) continue;
+  for (const SwathBox* const s : order) {
+    const double here = s->info.bbmin[axis];
+    std::erase_if(active, [&](const SwathBox* other) { return other->info.bbmax[axis] < here; });
+    for (const SwathBox* const other : active) {
+      if ((s->fixed && other->fixed) || !inter_BBOX(s->info, other->info)) continue;
       nbb++;
-      if (inter_MBR(infos[i], infos[j], mTsize))
-        pairs.emplace_back(static_cast<int>(std::min(i, j)), static_cast<int>(std::max(i, j)));
+      if (inter_MBR(s->info, other->info, mTsize)) pairs.emplace_back(std::minmax(s->id, other->id));
     }
-    active.push_back(i);
+    active.push_back(s);
   }
   std::sort(pairs.begin(), pairs.end());
   LOG_LINE("BB+MBR: ninter=" << nbb << " ninter2=" << pairs.size());

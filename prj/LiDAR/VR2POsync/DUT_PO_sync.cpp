@@ -13,33 +13,27 @@ namespace veld {
 namespace {
 constexpr double END_TOL = 0.1;  // s, beyond which interpolation fails at the ends
 
-// Sizes and start values of everything that is indexed by swath, file or group.
-void start_result(const Project& prj, POsync& res) {
-  const uint64_t nsw = res.idx.swaths.size();
-  res.sw2fl.resize(nsw, -1);
-  res.TimeCorr.resize(nsw, 0.0);
-  res.tmin.resize(nsw);
-  res.tmax.resize(nsw);
-  res.adj.resize(nsw);
-  res.AREC.resize(nsw, 0);
-  res.mainch.resize(nsw, -1);
-  res.min.assign(nsw, {99999999, 99999999, 9999});
-  res.max.assign(nsw, {-99999999, -99999999, -9999});
+// Start values of what the synchronisation finds. Intervals are those of the index: microseconds, so that a later run
+// that corrects from the file does the same as the one that wrote it.
+void start_result(Project& prj, POsync& res) {
   res.files.assign(prj.pofiles.size(), POfileState());
   res.groups.assign(prj.pogroups.size(), POgroupState());
-  for (uint64_t sw = 0; sw < nsw; sw++) {
-    const DUTswath& s = res.idx.swaths[sw];
-    res.tmin.val[sw] = s.tmin;
-    res.tmax.val[sw] = s.tmax;
-    res.adj.val[sw] = s.adj;
+  for (Swath& s : prj.swaths) {
+    const DUTswath& line = res.idx.swaths[static_cast<size_t>(s.id.number)];
+    s.track = SwathTrack();
+    if (s.state == SwathState::no_track) s.state = SwathState::used;
+    s.clock.shift = 0;
+    s.clock.adj = line.adj;
+    s.clock.begin = line.tmin;
+    s.clock.end = line.tmax;
   }
 }
 
 // Checks the lists against each other. False after an ERROR line.
 bool check_groups(const Project& prj, const DUTidx& idx) {
   int ngrpm = 0;
-  for (const DUTswath& s : idx.swaths)
-    if (!s.fixed) ngrpm = std::max(ngrpm, s.group);
+  for (const Swath& s : prj.swaths)
+    if (s.mobile()) ngrpm = std::max(ngrpm, s.group);
   const int ngrpPO = static_cast<int>(prj.pogroups.size());
   LOG_MSG("ngrpm=" << ngrpm << " ngrpPO=" << ngrpPO << " nsw=" << idx.nsw() << " nint=" << idx.nint()
                    << " nreg=" << idx.nreg);
@@ -48,37 +42,42 @@ bool check_groups(const Project& prj, const DUTidx& idx) {
     ERROR_MSG("group size mismatch, " << ngrpPO << " PO groups and " << ngrpm << " mobile swaths groups");
     return false;
   }
-  if (idx.swaths.size() != prj.swaths.size()) {
-    ERROR_MSG("incompatible DUT file, " << idx.swaths.size() << " swaths, project has " << prj.swaths.size());
+  if (idx.nsw() != prj.swaths.size()) {
+    ERROR_MSG("incompatible DUT file, " << idx.nsw() << " swaths, project has " << prj.swaths.size());
     return false;
   }
   return true;
 }
 
-// The displacement file must be of these swaths, by their names and main channels. False after an ERROR line.
-bool check_swaths(const Project& prj, const DUTidx& idx) {
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const Swath& s = prj.swaths[i];
-    const DUTswath& line = idx.swaths[i];
-    const std::string name = swath_name(s);
-    if (base_name(name) != base_name(line.path) && !same_file(name, line.path)) {
-      ERROR_MSG("incompatible DUT file, swath " << i << " is " << line.path << ", in the project " << name);
+// The displacement file must be of these swaths, by their names, uses and main channels. False after an ERROR line.
+bool check_swaths(const SwathTable& swaths, const DUTidx& idx) {
+  for (const Swath& s : swaths) {
+    const DUTswath& line = idx.swaths[static_cast<size_t>(s.id.number)];
+    const std::string name = swaths.name(s.id);
+    if (!is_row(line, swaths, s.id)) {
+      ERROR_MSG("incompatible DUT file, swath " << s.id << " is " << line.path << ", in the project "
+                                                << name);
       return false;
     }
-    const bool is_main = s.mainch == static_cast<int>(i);
-    if (s.fixed || line.mainch == is_main) continue;
-    ERROR_MSG("incompatible DUT file, swath " << i << " is " << (is_main ? "no" : "a")
+    if (s.present() != line.present()) {
+      ERROR_MSG("incompatible DUT file, swath " << s.id << (line.present() ? " is" : " is not")
+                                                << " part of it, of the project it "
+                                                << (s.present() ? "is, " : "is not, ") << name);
+      return false;
+    }
+    if (!s.mobile() || line.mainch == s.is_main()) continue;
+    ERROR_MSG("incompatible DUT file, swath " << s.id << " is " << (s.is_main() ? "no" : "a")
                                               << " main channel, in the project it is "
-                                              << (is_main ? "one" : "none") << ", " << name);
+                                              << (s.is_main() ? "one" : "none") << ", " << name);
     return false;
   }
   return true;
 }
 
-bool matches(const SyncJob& job, int f, int sw) {
+bool matches(const SyncJob& job, int f, const Swath& s) {
   const double tol = job.par.tol;
-  return job.mobile(sw) && job.po_group(sw) == job.file_group(f) &&
-         job.file(f).tmin - tol < job.res.tmin(sw) && job.file(f).tmax + tol > job.res.tmax(sw);
+  return s.mobile() && job.po_group(s) == job.file_group(f) && job.file(f).tmin - tol < s.clock.begin &&
+         job.file(f).tmax + tol > s.clock.end;
 }
 
 // Whether attitudes come from the track: by the option, or because the file has none. Says what is missing.
@@ -120,9 +119,9 @@ bool load_file(SyncJob& job, int f, Vector<PO>& po) {
 }
 
 // Gives a swath to a file, or marks it as claimed twice. The file is projected at its first match.
-bool match_swath(SyncJob& job, int f, int sw, Vector<PO>& po, bool& projected) {
+bool match_swath(SyncJob& job, int f, Swath& s, Vector<PO>& po, bool& projected) {
   POfileState& file = job.file(f);
-  int& fl = job.res.sw2fl(sw);
+  int& fl = s.track.file;
   if (!projected) {
     const int proj = PO_file_coord(file.scan.fmt, job.file_param(f).geo);
     if (!proj_PO(po, proj, job.prj.georef, job.file_path(f), file.min, file.max)) return false;
@@ -133,9 +132,9 @@ bool match_swath(SyncJob& job, int f, int sw, Vector<PO>& po, bool& projected) {
     fl = -2;
     return true;
   }
-  job.res.AREC(sw) = file.AREC;
+  s.track.AREC = file.AREC;
   bool cached = false;
-  if (!cache_PO_sw(job, sw, f, po, cached)) return false;
+  if (!cache_PO_sw(job, s, f, po, cached)) return false;
   if (cached) fl = f;
   return true;
 }
@@ -152,18 +151,19 @@ bool sync_file(SyncJob& job, int f) {
     Vector<PO> po;
     if (!load_file(job, f, po)) return true;
     bool projected = false;
-    std::vector<uint8_t> done(job.res.idx.swaths.size(), 0);
-    const auto visit = [&](int sw) {
-      if (done[static_cast<size_t>(sw)] || !matches(job, f, sw)) return true;
-      done[static_cast<size_t>(sw)] = 1;
+    SwathVector<uint8_t> done(job.swaths());
+    const auto visit = [&](SwathId id) {
+      Swath& s = job.swaths()[id];
+      if (done[id] || !matches(job, f, s)) return true;
+      done[id] = 1;
       any = true;
-      return match_swath(job, f, sw, po, projected);
+      return match_swath(job, f, s, po, projected);
     };
     for (const DUTinter& pair : job.res.idx.pairs)
       if (!visit(pair.sw1) || !visit(pair.sw2)) return false;
     if (job.par.ALL || !any)
-      for (int sw = 0; sw < job.res.idx.nsw(); sw++)
-        if (!visit(sw)) return false;
+      for (const SwathId id : job.swaths().ids())
+        if (!visit(id)) return false;
   }
   if (!any)
     WARNING_MSG("no matching swath for PO file " << job.file_path(f) << " in group " << g + 1 << ", channel "
@@ -176,35 +176,36 @@ bool interp_pairs(SyncJob& job) {
   POsync& res = job.res;
   const size_t np = res.pairs.size();
   res.O1.resize(np), res.O2.resize(np), res.Att1.resize(np), res.Att2.resize(np);
-  std::vector<std::vector<std::pair<size_t, int>>> of_swath(res.idx.swaths.size());  // entries of pairs, side
+  SwathVector<std::vector<std::pair<size_t, int>>> of_swath(job.swaths());  // entries of pairs, side
   for (size_t k = 0; k < np; k++) {
     DUTpair& p = res.pairs[k];
     res.O1[k].resize(p.size(), NO_PO);
     res.O2[k].resize(p.size(), NO_PO);
     res.Att1[k].resize(p.size(), xyz{1000, 1000, 1000});
     res.Att2[k].resize(p.size(), xyz{1000, 1000, 1000});
-    for (double& t : p.t1) t += res.TimeCorr(p.sw1);
-    for (double& t : p.t2) t += res.TimeCorr(p.sw2);
-    of_swath[static_cast<size_t>(p.sw1)].push_back({k, 1});
-    of_swath[static_cast<size_t>(p.sw2)].push_back({k, 2});
+    for (double& t : p.t1) t = job.swaths()[p.sw1].clock.sync(t);
+    for (double& t : p.t2) t = job.swaths()[p.sw2].clock.sync(t);
+    of_swath[p.sw1].push_back({k, 1});
+    of_swath[p.sw2].push_back({k, 2});
   }
-  const int64_t bad = run_units(res.idx.nsw(), NTHREADSIO, [&](int64_t sw, int) {
-    if (res.sw2fl(sw) < 0 || of_swath[static_cast<size_t>(sw)].empty()) return true;
+  const std::vector<SwathId> ids = job.swaths().ids();
+  const int64_t bad = run_units(static_cast<int64_t>(ids.size()), NTHREADSIO, [&](int64_t i, int) {
+    const Swath& s = job.swaths()[ids[static_cast<size_t>(i)]];
+    if (s.track.file < 0 || of_swath[s.id].empty()) return true;
     Vector<PO> po;
     double dt = 0;
-    if (!load_POC_TMP(job.prj.swaths[static_cast<size_t>(sw)].cache, static_cast<int>(sw), po, dt))
-      return false;
-    for (const auto& [k, side] : of_swath[static_cast<size_t>(sw)])
-      interp_O_Att(po, side == 1 ? res.pairs[k].t1 : res.pairs[k].t2, res.AREC(sw) != 0,
+    if (!load_POC_TMP(s.cache, s.id, po, dt)) return false;
+    for (const auto& [k, side] : of_swath[s.id])
+      interp_O_Att(po, side == 1 ? res.pairs[k].t1 : res.pairs[k].t2, s.track.AREC,
                    side == 1 ? res.O1[k] : res.O2[k], side == 1 ? res.Att1[k] : res.Att2[k]);
     return true;
   });
-  if (bad >= 0) ERROR_MSG("failed to read trajectory cache of swath " << bad);
+  if (bad >= 0) ERROR_MSG("failed to read trajectory cache of swath " << ids[static_cast<size_t>(bad)]);
   return bad < 0;
 }
+
 // All files in order, each for the swaths of its group. False after an ERROR that ends the run.
 bool sync_files(SyncJob& job) {
-  POsync& res = job.res;
   if (job.nfiles() > 0) progress_start(job.nfiles());
   for (int f = 0; f < job.nfiles(); f++) {
     if (job.nfiles() > 1) progress_step(f, "SYNCHRONISED " + std::to_string(f) + " PO files");
@@ -218,8 +219,8 @@ bool sync_files(SyncJob& job) {
     }
   }
   if (job.nfiles() > 0) progress_end("SYNCHRONISED " + std::to_string(job.nfiles()) + " PO files");
-  for (int sw = 0; sw < res.idx.nsw(); sw++)
-    if (res.sw2fl(sw) >= 0) job.file(res.sw2fl(sw)).used = true;
+  for (const Swath& s : job.swaths())
+    if (s.track.file >= 0) job.file(s.track.file).used = true;
   return true;
 }
 
@@ -228,7 +229,8 @@ int finish_sync(SyncJob& job, const Stopwatch& watch) {
   const SyncVerdict verdict = judge_sync(job);
   if (!log_posync(job)) return 0;
   const bool valid = report_verdict(job, verdict) && job.res.nswok > 0;
-  apply_verdict(job, verdict);
+  for (Swath& s : job.swaths())  // the reports name the file of the channel's own group
+    if (s.track.file >= 0) s.track.file = job.first_file(s.track.file);
   if (valid && !display_traj_proc(job)) return 0;
   LOG_MSG(job.nfiles() << " PO files processed, time tolerance=" << job.par.tol << " | " << watch.text());
   LOG_LINE("/// SYNC_TIME=" << watch.text());
@@ -245,25 +247,22 @@ std::string param_text(const POsyncParam& par) {
 }
 }  // namespace
 
-int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par, POsync& res) {
+int DUT_PO_sync(const std::string& dutname, Project& prj, const POsyncParam& par, POsync& res) {
   LOG_MSG1("TRAJECTORY/ATTITUDE PROCESSING:");
   LOG_ENTER("DUT_PO_sync " << param_text(par));
   const Stopwatch watch;
   res = POsync();
-  if (!read_DUT_IDX(dutname, res.idx) || !check_groups(prj, res.idx) || !check_swaths(prj, res.idx)) return 0;
+  if (!read_DUT_IDX(dutname, res.idx) || !check_groups(prj, res.idx) || !check_swaths(prj.swaths, res.idx))
+    return 0;
   if (res.idx.nreg == 0) {
     ERROR_MSG("no registration data in DUT file " << dutname);
     return 0;
   }
   start_result(prj, res);
-  SyncJob job{prj, par, res, {}};
+  SyncJob job{prj, par, res};
   if (!comp_multich(job) || !set_max_interval_ch(job)) return 0;
   if (!read_DUT(dutname, res.idx, res.pairs)) return 0;
-  job.regsw.assign(res.idx.swaths.size(), 0);
-  for (const DUTpair& p : res.pairs) {
-    job.regsw[static_cast<size_t>(p.sw1)] = 1;
-    job.regsw[static_cast<size_t>(p.sw2)] = 1;
-  }
+  for (const DUTpair& p : res.pairs) job.regsw[p.sw1] = job.regsw[p.sw2] = 1;
   if (!grp_sync_time(job)) {
     ERROR_MSG("failed to sync GPS time for DUT file " << dutname);
     return 0;
@@ -272,7 +271,7 @@ int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncPara
   return finish_sync(job, watch);
 }
 
-int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, POsync& res) {
+int IDX_PO_sync(const DUTidx& idx, Project& prj, const POsyncParam& par, POsync& res) {
   LOG_MSG1("TRAJECTORY/ATTITUDE PROCESSING:");
   POsyncParam all = par;
   all.ALL = true;
@@ -282,7 +281,7 @@ int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, P
   res.idx = idx;
   if (!check_groups(prj, res.idx)) return 0;
   start_result(prj, res);
-  SyncJob job{prj, all, res, std::vector<uint8_t>(idx.swaths.size(), 0)};
+  SyncJob job{prj, all, res};
   if (!comp_multich(job) || !set_max_interval_ch(job)) return 0;
   if (!grp_sync_time(job)) {
     ERROR_MSG("failed to sync GPS time of swaths and PO files");

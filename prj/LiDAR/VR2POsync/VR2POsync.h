@@ -5,8 +5,8 @@
 //           of vectors.
 // Not here: reading of trajectory files (POio), the DUT file (DUTio), the sensor model (VR2geom).
 //
-// Time base: synchronised time = raw time of the swath + TimeCorr of the swath. Caches, tmin, tmax and the
-// times in `pairs` are synchronised; times read from tiles or points afterwards are raw and need TimeCorr.
+// Time base: see SwathClock. Caches and the times in `pairs` are synchronised; times read from tiles afterwards are
+// unrolled.
 // Frames: caches hold metres in the project's projection and degrees, yaw clockwise from grid north: headings
 // of geographic trajectories count from true north and get the direction of true north in the grid added.
 #pragma once
@@ -73,20 +73,12 @@ class POC_TMP {
   std::vector<std::string> files_;
 };
 
-struct POsync {
-  DUTidx idx;                  // index of the registration; swath times as in the file (raw)
+struct POsync {                // beside what stands in the rows of the swaths: clock, track and state
+  DUTidx idx;                  // index of the registration
   std::vector<DUTpair> pairs;  // its vectors; t1, t2 synchronised
   std::vector<Vector<dxyz>> O1,
       O2;  // by entry of pairs: position at each vector, m; NO_PO without trajectory
   std::vector<Vector<xyz>> Att1, Att2;  // attitude, degrees; 1000 each without trajectory
-
-  Vector<int> sw2fl;           // by swath: file number; -1 none (always for fixed swaths), -2 more than one
-  Vector<double> TimeCorr;     // by swath: s, added to raw times
-  Vector<double> tmin, tmax;   // by swath: s, synchronised
-  Vector<uint8_t> adj;         // by swath: synchronised times are adjusted standard GPS time
-  Vector<uint8_t> AREC;        // by swath: the attitude is recomputed from the track (one heading)
-  Vector<int> mainch;          // by swath: swath number of the main channel of its line
-  std::vector<dxyz> min, max;  // by swath: m, box of its cache
 
   std::vector<POfileState> files;    // by trajectory file
   std::vector<POgroupState> groups;  // by trajectory group - 1; a single one serves all groups of swaths
@@ -95,30 +87,30 @@ struct POsync {
 };
 
 // The whole synchronisation of a project against the registration result "<dutname>.dut",
-// "<dutname>_idx.log". Uses of prj: swath paths, trajectory files and groups, channels of groups, mounts,
-// georeferencing, name (base of the logs); times, groups, channels and the area come from the index. Writes
+// "<dutname>_idx.log". Uses of prj: swaths, trajectory files and groups, channels of groups, mounts, georeferencing,
+// name (base of the logs); the area comes from the index, which must be of these swaths, by their names and main
+// channels. Completes the rows of prj.swaths: clock, track, and the state of those that get no correction. Writes
 // "_PO_stat.log", "_PO_sync_stat.log", "_ch_stat.log", "_sw_PO_rej.log", "_PO_rej.log" and a ".poc" per swath
 // in TMPDIR. Returns the number of usable mobile swaths; 0 after an ERROR line.
-[[nodiscard]] int DUT_PO_sync(const std::string& dutname, const Project& prj, const POsyncParam& par,
-                              POsync& res);
+[[nodiscard]] int DUT_PO_sync(const std::string& dutname, Project& prj, const POsyncParam& par, POsync& res);
 
 // The same without registration data, for all mobile swaths of an index (par.ALL is taken as set): clocks,
-// caches and reports, but no vectors. idx must hold the swaths of prj.
-[[nodiscard]] int IDX_PO_sync(const DUTidx& idx, const Project& prj, const POsyncParam& par, POsync& res);
+// caches and reports, but no vectors. idx must be of the swaths of prj.
+[[nodiscard]] int IDX_PO_sync(const DUTidx& idx, Project& prj, const POsyncParam& par, POsync& res);
 
-// Records of the file of a swath (sw2fl), from margin seconds before to margin seconds behind it, in the frames of
+// Records of the file of a swath, from margin seconds before to margin seconds behind it, in the frames of
 // the caches, with the attitudes of the file (AREC or not). False when the swath has no file, or after an ERROR line.
-[[nodiscard]] bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam& par, int sw,
-                                    double margin, Vector<PO>& po);
+[[nodiscard]] bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam& par,
+                                    const Swath& swath, double margin, Vector<PO>& po);
 
 // ---- trajectory caches
 
-std::string POC_name(const CacheName& swath, int sw);  // file of swath number sw, in TMPDIR
+std::string POC_name(const CacheName& swath, SwathId sw);  // file of swath number sw, in TMPDIR
 // Writes a cache whole or not at all. dt: TimeCorr of the trajectory file. False after an ERROR line.
-[[nodiscard]] bool save_POC_TMP(const CacheName& swath, int sw, double dt, const Vector<PO>& po);
+[[nodiscard]] bool save_POC_TMP(const CacheName& swath, SwathId sw, double dt, const Vector<PO>& po);
 // Loads a cache. False when it is missing, of a wrong size (logged with "<!> ") or holds no record; no ERROR
 // line.
-[[nodiscard]] bool load_POC_TMP(const CacheName& swath, int sw, Vector<PO>& po, double& dt);
+[[nodiscard]] bool load_POC_TMP(const CacheName& swath, SwathId sw, Vector<PO>& po, double& dt);
 
 // Position and attitude at np times against a record list. O, Att: of the length of t (asserted). AREC:
 // positions are linear and the attitude is that of the middle record. Times without trajectory get NO_PO and

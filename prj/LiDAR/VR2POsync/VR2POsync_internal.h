@@ -8,15 +8,14 @@
 
 namespace veld {
 struct SyncJob {
-  const Project& prj;
+  Project& prj;
   const POsyncParam& par;
   POsync& res;
-  std::vector<uint8_t> regsw;  // by swath: it has valid registration vectors
+  SwathVector<uint8_t> regsw = SwathVector<uint8_t>(prj.swaths);  // it has valid registration vectors
 
-  const DUTswath& swath(int sw) const { return res.idx.swaths[static_cast<size_t>(sw)]; }
-  bool mobile(int sw) const { return !swath(sw).fixed && swath(sw).group > 0; }
+  SwathTable& swaths() const { return prj.swaths; }
   // Trajectory group that serves a mobile swath, from 0.
-  int po_group(int sw) const { return prj.pogroups.size() == 1 ? 0 : swath(sw).group - 1; }
+  int po_group(const Swath& s) const { return prj.pogroups.size() == 1 ? 0 : s.group - 1; }
   int first_file(int f) const { return file(f).dup >= 0 ? file(f).dup : f; }
   int nfiles() const { return static_cast<int>(prj.pofiles.size()); }
   const std::string& file_path(int f) const { return prj.pofiles[static_cast<size_t>(f)].path; }
@@ -43,8 +42,7 @@ struct SyncJob {
 // One time base per group: TimeCorr, synchronised times and flags of swaths and files.
 [[nodiscard]] bool grp_sync_time(SyncJob& job);
 
-const Mount* mount_of_swath(const Project& prj,
-                            int group);  // of a group of swaths, from 1; none without mounts
+const Mount* mount_of_swath(const Project& prj, const Swath& swath);  // none without mounts
 POread PO_read_param(const POgroup& group);
 // Positions to metres in the project's projection, headings to grid north, in place; box of the positions.
 // False after an ERROR line.
@@ -55,24 +53,21 @@ POread PO_read_param(const POgroup& group);
 void check_geoid_ends(const SyncJob& job);
 // The window of a swath from the records of a file, attitudes as the options require, written as its cache.
 // An empty window is no failure: cached is false then. False after an ERROR line.
-[[nodiscard]] bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached);
+[[nodiscard]] bool cache_PO_sw(SyncJob& job, Swath& swath, int f, const Vector<PO>& po, bool& cached);
 
-[[nodiscard]] bool log_posync(const SyncJob& job);
-
-struct SyncVerdict {           // what becomes of swaths and files
-  std::vector<bool> rejected;  // by swath: it gets no correction
-  std::vector<int> unused;     // files that no swath lies in, nor in one of the same path
-  int nswm = 0;                // mobile swaths
-  int nswmul = 0;              // rejected: more than one file matches
-  int nswrejint = 0;           // rejected: no registration data
-  int nswrejmatch = 0;         // rejected: no file matches
-  int ntraj = 0;               // files, those of one path once
+struct SyncVerdict {        // counts of swaths by what became of them; files
+  int nswm = 0;             // mobile swaths
+  int nswmul = 0;           // rejected: more than one file matches
+  int nswrejint = 0;        // rejected: no registration data
+  int nswrejmatch = 0;      // rejected: no file matches
+  int ntraj = 0;            // files, those of one path once
+  std::vector<int> unused;  // files that no swath lies in, nor in one of the same path
 };
-SyncVerdict judge_sync(SyncJob& job);  // counts the swaths and files of the groups, sets nswok
-// Reports on it; "_sw_PO_rej.log", "_PO_rej.log". False after an ERROR.
+// Rejects the swaths that get no correction, with the reason; counts the swaths and files of the groups. Sets nswok.
+SyncVerdict judge_sync(SyncJob& job);
+[[nodiscard]] bool log_posync(const SyncJob& job);
+// Reports what was rejected; "_sw_PO_rej.log", "_PO_rej.log". False after an ERROR.
 [[nodiscard]] bool report_verdict(const SyncJob& job, const SyncVerdict& v);
-// Takes the files of rejected swaths away; the others get the first file of the same path.
-void apply_verdict(SyncJob& job, const SyncVerdict& v);
 [[nodiscard]] bool display_traj_proc(const SyncJob& job);  // false after an ERROR: no overlap
 
 std::string interval_text(double seconds);  // hh:mm:ss

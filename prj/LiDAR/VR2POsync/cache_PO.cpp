@@ -55,10 +55,10 @@ void settle_angles(Vector<PO>& po) {
 
 }  // namespace
 
-const Mount* mount_of_swath(const Project& prj, int group) {
+const Mount* mount_of_swath(const Project& prj, const Swath& swath) {
   const std::vector<Mount>& mounts = prj.mounts;
   if (mounts.empty()) return nullptr;
-  const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(group - 1);
+  const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(swath.group - 1);
   return g < mounts.size() ? &mounts[g] : nullptr;
 }
 
@@ -85,9 +85,11 @@ void POC_TMP::clear() {
   files_.clear();
 }
 
-std::string POC_name(const CacheName& swath, int sw) { return swath.file("." + own_tag() + ".poc", sw); }
+std::string POC_name(const CacheName& swath, SwathId sw) {
+  return swath.file("." + own_tag() + ".poc", sw.number);
+}
 
-bool save_POC_TMP(const CacheName& swath, int sw, double dt, const Vector<PO>& po) {
+bool save_POC_TMP(const CacheName& swath, SwathId sw, double dt, const Vector<PO>& po) {
   const std::string name = POC_name(swath, sw);
   FamilyOut family(name, "", EXT_SUM);
   LOG_ENTER("save_POC_TMP idx=" << sw);
@@ -108,7 +110,7 @@ bool save_POC_TMP(const CacheName& swath, int sw, double dt, const Vector<PO>& p
   return true;
 }
 
-bool load_POC_TMP(const CacheName& swath, int sw, Vector<PO>& po, double& dt) {
+bool load_POC_TMP(const CacheName& swath, SwathId sw, Vector<PO>& po, double& dt) {
   const std::string name = POC_name(swath, sw);
   po.clear();
   char head[POC_HEAD];
@@ -131,10 +133,10 @@ bool load_POC_TMP(const CacheName& swath, int sw, Vector<PO>& po, double& dt) {
   return false;
 }
 
-bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached) {
+bool cache_PO_sw(SyncJob& job, Swath& swath, int f, const Vector<PO>& po, bool& cached) {
   cached = false;
-  const double ta = job.res.tmin(sw) - job.par.buf, tb = job.res.tmax(sw) + job.par.buf;
-  LOG_ENTER("cache_PO_sw sw=" << sw << " f=" << f << " t:[" << ta << " " << tb << "]");
+  const double ta = swath.clock.begin - job.par.buf, tb = swath.clock.end + job.par.buf;
+  LOG_ENTER("cache_PO_sw sw=" << swath.id << " f=" << f << " t:[" << ta << " " << tb << "]");
   uint64_t i0 = 0, i1 = 0;
   if (!window(po, ta, tb, i0, i1)) {
     LOG_LINE("<!> empty cache");
@@ -147,22 +149,21 @@ bool cache_PO_sw(SyncJob& job, int sw, int f, const Vector<PO>& po, bool& cached
     const double gap = po.val[i].t - po.val[i - 1].t;
     if (gap > MAX_GAP)
       WARNING_MSG("abnormal timestamp difference of " << gap << " s at rec " << i << ", time " << po.val[i].t
-                                                      << ", swath " << sw << ", PO file "
+                                                      << ", swath " << swath.id << ", PO file "
                                                       << job.file_path(f));
   }
   Vector<PO> part(i1 - i0 + 1);
   std::copy(po.val + i0, po.val + i1 + 1, part.val);
-  if (job.res.AREC(sw)) recompute_attitude(part);
-  const Mount* mount = mount_of_swath(job.prj, job.swath(sw).group);
+  if (swath.track.AREC) recompute_attitude(part);
+  const Mount* mount = mount_of_swath(job.prj, swath);
   if (job.par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(part, mount->IMU);
   settle_angles(part);
   dxyz lo = {99999999, 99999999, 9999}, hi = {-99999999, -99999999, -9999};
   for (const PO& rec : part) grow_box(lo, hi, position(rec));
-  job.res.min[static_cast<size_t>(sw)] = lo;
-  job.res.max[static_cast<size_t>(sw)] = hi;
-  const CacheName& swath = job.prj.swaths[static_cast<size_t>(sw)].cache;
-  job.res.poc.add(POC_name(swath, sw));
-  if (!save_POC_TMP(swath, sw, job.file(f).TimeCorr, part)) return false;
+  swath.track.min = lo;
+  swath.track.max = hi;
+  job.res.poc.add(POC_name(swath.cache, swath.id));
+  if (!save_POC_TMP(swath.cache, swath.id, job.file(f).TimeCorr, part)) return false;
   cached = true;
   return true;
 }

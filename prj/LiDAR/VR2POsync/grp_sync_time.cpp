@@ -110,20 +110,19 @@ bool scan_PO_time(SyncJob& job) {
 
 bool grp_sync_time(SyncJob& job) {
   POsync& res = job.res;
-  const int nsw = res.idx.nsw();
   const double P = job.par.DAY ? DAY_S : WEEK_S;
-  LOG_ENTER("grp_sync_time nsw=" << nsw << " npo=" << job.nfiles() << " P=" << P);
+  LOG_ENTER("grp_sync_time nsw=" << job.swaths().size() << " npo=" << job.nfiles() << " P=" << P);
   if (!scan_PO_time(job)) return false;
   check_geoid_ends(job);
   Counts n;
   for (int g = 0; g < static_cast<int>(res.groups.size()); g++) {
-    std::vector<int> swaths, files;
+    std::vector<Swath*> swaths;
+    std::vector<int> files;
     std::vector<Stamp> sw, po;
-    for (int s = 0; s < nsw; s++) {
-      if (!job.mobile(s) || job.po_group(s) != g) continue;
-      const bool adj = job.swath(s).adj;
-      swaths.push_back(s);
-      sw.push_back({res.tmin(s) + (adj ? ADJ_S : 0), 0, adj});
+    for (Swath& s : job.swaths()) {
+      if (!s.mobile() || job.po_group(s) != g) continue;
+      swaths.push_back(&s);
+      sw.push_back({s.clock.begin + (s.clock.adj ? ADJ_S : 0), 0, s.clock.adj});
     }
     for (int f = 0; f < job.nfiles(); f++) {
       if (job.file_group(f) != g || !job.file(f).ok) continue;
@@ -136,16 +135,16 @@ bool grp_sync_time(SyncJob& job) {
     sync_group(g, job.prj.pogroups[static_cast<size_t>(g)], P, sw, po, group);
     bool flags = false, shifts = false;
     for (size_t i = 0; i < swaths.size(); i++) {
-      const int s = swaths[i];
-      const bool changed = sw[i].adj != job.swath(s).adj;
+      SwathClock& clock = swaths[i]->clock;
+      const bool changed = sw[i].adj != clock.adj;
       n.nswa += changed, flags = flags || changed;
       n.nswc += sw[i].dT != 0, shifts = shifts || sw[i].dT != 0;
-      res.TimeCorr(s) = sw[i].dT;
-      res.adj(s) = sw[i].adj;
-      res.tmin(s) += sw[i].dT;
-      res.tmax(s) += sw[i].dT;
-      group.Tmin = std::min(group.Tmin, res.tmin(s));
-      group.Tmax = std::max(group.Tmax, res.tmax(s));
+      clock.shift = sw[i].dT;
+      clock.adj = sw[i].adj;
+      clock.begin = clock.sync(clock.begin);
+      clock.end = clock.sync(clock.end);
+      group.Tmin = std::min(group.Tmin, clock.begin);
+      group.Tmax = std::max(group.Tmax, clock.end);
       group.adj = group.adj || sw[i].adj;
     }
     for (size_t i = 0; i < files.size(); i++) {

@@ -60,13 +60,11 @@ bool log_swaths(const SyncJob& job) {
   if (!out.open(name)) return false;
   out.fs << "Swath# POFile# Group# Ch# MainCh TimeCorr TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax "
             "Zmin Zmax\n";
-  for (int sw = 0; sw < res.idx.nsw(); sw++) {
-    if (res.sw2fl(sw) < 0) continue;
-    const size_t i = static_cast<size_t>(sw);
-    out.fs << sw << ' ' << res.sw2fl(sw) << ' ' << job.swath(sw).group << ' ' << job.swath(sw).ch << ' '
-           << (res.mainch(sw) == sw) << ' ' << res.TimeCorr(sw) << ' '
-           << span_text(res.tmin(sw), res.tmax(sw), res.adj(sw) != 0) << box_text(res.min[i], res.max[i])
-           << '\n';
+  for (const Swath& s : job.swaths()) {
+    if (s.track.file < 0) continue;
+    out.fs << s.id << ' ' << s.track.file << ' ' << s.group << ' ' << s.channel << ' ' << s.is_main() << ' '
+           << s.clock.shift << ' ' << span_text(s.clock.begin, s.clock.end, s.clock.adj)
+           << box_text(s.track.min, s.track.max) << '\n';
   }
   out.fs << "\nPOFile# Group# Ch# TimeCorr TimeInt DateTimeMin DateTimeMax\n";
   for (int f = 0; f < job.nfiles(); f++) {
@@ -123,21 +121,28 @@ void report_rejected(int n, int nswm, const char* reason, const std::string& fil
 std::string interval_text(double seconds) { return hms_text(std::max(0.0, seconds)); }
 
 bool log_posync(const SyncJob& job) {
-  LOG_ENTER("log_posync nsw=" << job.res.idx.nsw() << " npo=" << job.nfiles());
+  LOG_ENTER("log_posync nsw=" << job.swaths().size() << " npo=" << job.nfiles());
   return log_files(job) && log_swaths(job);
 }
 
 SyncVerdict judge_sync(SyncJob& job) {
   SyncVerdict v;
-  v.rejected.assign(job.res.idx.swaths.size(), false);
-  for (int sw = 0; sw < job.res.idx.nsw(); sw++) {
-    if (!job.mobile(sw)) continue;
-    const int fl = job.res.sw2fl(sw);
-    const bool unregistered = !job.regsw[static_cast<size_t>(sw)] && !job.par.ALL;
-    if (fl >= 0) job.group(job.po_group(sw)).nsw++;
+  const auto reject = [&](const Swath& s, const char* why, int& n) {
+    n++;
+    job.swaths().reject(s.id, SwathState::no_track, why);
+  };
+  for (const Swath& s : job.swaths()) {
+    if (!s.mobile()) continue;
     v.nswm++;
-    (fl == -2 ? v.nswmul : unregistered ? v.nswrejint : fl == -1 ? v.nswrejmatch : job.res.nswok)++;
-    v.rejected[static_cast<size_t>(sw)] = fl < 0 || unregistered;
+    if (s.track.file >= 0) job.group(job.po_group(s)).nsw++;
+    if (s.track.file == -2)
+      reject(s, "more than one trajectory has its times", v.nswmul);
+    else if (!job.regsw[s.id] && !job.par.ALL)
+      reject(s, "no displacements to other swaths", v.nswrejint);
+    else if (s.track.file == -1)
+      reject(s, "no trajectory has its times", v.nswrejmatch);
+    else
+      job.res.nswok++;
   }
   std::vector<bool> used(job.res.files.size(), false);  // by the file that one stands for
   for (int f = 0; f < job.nfiles(); f++) {
@@ -153,19 +158,12 @@ SyncVerdict judge_sync(SyncJob& job) {
   return v;
 }
 
-void apply_verdict(SyncJob& job, const SyncVerdict& v) {
-  for (int sw = 0; sw < job.res.idx.nsw(); sw++) {
-    int& fl = job.res.sw2fl(sw);
-    if (fl >= 0) fl = v.rejected[static_cast<size_t>(sw)] ? -1 : job.first_file(fl);
-  }
-}
-
 bool report_verdict(const SyncJob& job, const SyncVerdict& v) {
-  LOG_ENTER("valid_PO_sync nsw=" << job.res.idx.nsw() << " ALL=" << job.par.ALL);
+  LOG_ENTER("valid_PO_sync nsw=" << job.swaths().size() << " ALL=" << job.par.ALL);
   const std::string swname = job.prj.name + "_sw_PO_rej.log", poname = job.prj.name + "_PO_rej.log";
   std::vector<std::string> swrej, porej;
-  for (size_t sw = 0; sw < v.rejected.size(); sw++)
-    if (v.rejected[sw]) swrej.push_back(std::to_string(sw) + " " + job.prj.swaths[sw].path());
+  for (const Swath& s : job.swaths())
+    if (s.state == SwathState::no_track) swrej.push_back(to_string(s.id) + " " + s.path());
   for (const int f : v.unused) porej.push_back(std::to_string(f) + " " + job.file_path(f));
   LOG_LINE("nswm=" << v.nswm << " nswmul=" << v.nswmul << " nswrejint=" << v.nswrejint
                    << " nswrejmatch=" << v.nswrejmatch << " ntraj0=" << v.ntraj << " ntrajok0="

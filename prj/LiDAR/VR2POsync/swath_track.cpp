@@ -4,24 +4,24 @@
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 
 namespace veld {
-bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam& par, int sw, double margin,
-                      Vector<PO>& po) {
-  const int f = sync.sw2fl(sw);
-  if (f < 0) return false;
+bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam& par, const Swath& swath,
+                      double margin, Vector<PO>& po) {
+  if (!swath.has_track()) return false;
+  const int f = swath.track.file;
   const POfileState& file = sync.files[static_cast<size_t>(f)];
   const POfile& source = prj.pofiles[static_cast<size_t>(f)];
   const POgroup& group = prj.pogroups[static_cast<size_t>(source.group - 1)];
-  LOG_ENTER("read_swath_track sw=" << sw << " f=" << f << " margin=" << margin);
+  LOG_ENTER("read_swath_track sw=" << swath.id << " f=" << f << " margin=" << margin);
   POread read = PO_read_param(group);
   read.deltat = file.TimeCorr;
-  read.tinf = sync.tmin(sw) - margin;
-  read.tsup = sync.tmax(sw) + margin;
+  read.tinf = swath.clock.begin - margin;
+  read.tsup = swath.clock.end + margin;
   bool adj = false;
   dxyz min, max;
   if (!read_PO(source.path, read, po, adj) ||
       !proj_PO(po, PO_file_coord(file.scan.fmt, group.geo), prj.georef, source.path, min, max))
     return false;
-  const Mount* const mount = mount_of_swath(prj, sync.idx.swaths[static_cast<size_t>(sw)].group);
+  const Mount* const mount = mount_of_swath(prj, swath);
   if (par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(po, mount->IMU);
   unroll_PO(po);
   return po.size() > 1;

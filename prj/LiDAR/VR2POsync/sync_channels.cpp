@@ -25,16 +25,11 @@ int find_duplicate(const SyncJob& job, int f) {
 }  // namespace
 
 bool comp_multich(SyncJob& job) {
-  LOG_ENTER("comp_multich nsw=" << job.res.idx.nsw() << " npo=" << job.nfiles());
-  for (int sw = 0; sw < job.res.idx.nsw(); sw++) {
-    const int m = job.prj.swaths[static_cast<size_t>(sw)].mainch;
-    job.res.mainch(sw) = job.mobile(sw) ? m : sw;
-    if (!job.mobile(sw)) continue;
-    if (m < 0 || m >= job.res.idx.nsw() || !job.mobile(m)) {
-      ERROR_MSG("PO sync: main channel missing or dropped for swath " << sw << ", channel "
-                                                                      << job.swath(sw).ch);
-      return false;
-    }
+  LOG_ENTER("comp_multich nsw=" << job.swaths().size() << " npo=" << job.nfiles());
+  for (const Swath& s : job.swaths()) {
+    if (!s.mobile() || s.is_main() || job.swaths()[s.mainch].mobile()) continue;
+    ERROR_MSG("PO sync: main channel missing or dropped for swath " << s.id << ", channel " << s.channel);
+    return false;
   }
   for (int f = 0; f < job.nfiles(); f++) {
     job.file(f).dup = find_duplicate(job, f);
@@ -49,39 +44,41 @@ bool comp_multich(SyncJob& job) {
 }
 
 bool set_max_interval_ch(SyncJob& job) {
-  const int nsw = job.res.idx.nsw();
-  LOG_ENTER("set_max_interval_ch nsw=" << nsw << " ICH=" << job.par.ICH);
+  SwathTable& swaths = job.swaths();
+  LOG_ENTER("set_max_interval_ch nsw=" << swaths.size() << " ICH=" << job.par.ICH);
   if (job.par.ICH) return true;
-  std::vector<std::vector<int>> sets(static_cast<size_t>(nsw));  // by main swath: the channels of its line
-  for (int sw = 0; sw < nsw; sw++)
-    if (job.mobile(sw)) sets[static_cast<size_t>(job.res.mainch(sw))].push_back(sw);
+  SwathVector<std::vector<SwathId>> sets(swaths);  // by main swath: the channels of its line
+  for (const Swath& s : swaths)
+    if (s.mobile()) sets[s.mainch].push_back(s.id);
   ResultFile out;
   bool any = false;
-  for (std::vector<int>& set : sets) {
+  for (const Swath& main : swaths) {
+    std::vector<SwathId>& set = sets[main.id];
     if (set.size() < 2) continue;
-    std::stable_sort(set.begin(), set.end(), [&](int a, int b) { return job.swath(a).ch < job.swath(b).ch; });
+    std::stable_sort(set.begin(), set.end(),
+                     [&](SwathId a, SwathId b) { return swaths[a].channel < swaths[b].channel; });
     std::string names, groups;
     double tmin = 2e307, tmax = -2e307;
     bool rising = true;
     for (size_t i = 0; i < set.size(); i++) {
-      const DUTswath& s = job.swath(set[i]);
-      rising = rising && (i == 0 || s.ch > job.swath(set[i - 1]).ch);
-      names += (i ? "," : "") + std::to_string(set[i]);
+      const Swath& s = swaths[set[i]];
+      rising = rising && (i == 0 || s.channel > swaths[set[i - 1]].channel);
+      names += (i ? "," : "") + to_string(s.id);
       groups += (i ? "," : "") + std::to_string(s.group);
-      tmin = std::min(tmin, job.res.tmin(set[i]));
-      tmax = std::max(tmax, job.res.tmax(set[i]));
+      tmin = std::min(tmin, s.clock.begin);
+      tmax = std::max(tmax, s.clock.end);
     }
     if (set.size() > MAX_CHANNELS || !rising) {
       ERROR_MSG("inconsistent channel info, swaths " << names);
       return false;
     }
-    for (const int sw : set) job.res.tmin(sw) = tmin, job.res.tmax(sw) = tmax;
+    for (const SwathId id : set) swaths[id].clock.begin = tmin, swaths[id].clock.end = tmax;
     if (!any) {
       if (!out.open(job.prj.name + "_ch_stat.log")) return false;
       out.fs << "Swath#_Ch{...} Group#_Ch{...} NCh TimeInt DateTimeMin DateTimeMax\n";
       any = true;
     }
-    const bool adj = job.swath(set[0]).adj;
+    const bool adj = swaths[set[0]].clock.adj;
     out.fs << names << "  " << groups << "  " << set.size() << "  " << interval_text(tmax - tmin) << "  "
            << date_text(tmin, adj) << "  " << date_text(tmax, adj) << '\n';
   }

@@ -48,18 +48,15 @@ Rot3 mount_rows(const xyz& angles_deg) {
   return transposed(comp_T(angles_deg * DEG2RAD));
 }
 
-void chMount2R(const Vector<int>& group, const std::vector<Mount>& mounts, bool AROT,
-               std::vector<SwRot>& rot) {
-  LOG_ENTER("chMount2R nsw=" << group.size() << " ngrp=" << mounts.size() << " AROT=" << AROT);
-  rot.assign(group.size(), SwRot{});
-  if (mounts.empty()) return;
-  for (uint64_t sw = 0; sw < group.size(); sw++) {
-    if (group(sw) < 1) continue;  // a fixed swath
-    const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(group(sw)) - 1;
-    ASSERT(g < mounts.size());
-    if (!AROT) rot[sw].M = mount_rows(mounts[g].IMU);
-    rot[sw].Q = mount_rows(mounts[g].Bore);
-  }
+SwRot chMount2R(int group, const std::vector<Mount>& mounts, bool AROT) {
+  SwRot rot;
+  if (mounts.empty()) return rot;
+  const size_t g = mounts.size() == 1 ? 0 : static_cast<size_t>(group) - 1;
+  ASSERT(g < mounts.size());
+  LOG_LINE("chMount2R group=" << group << " ngrp=" << mounts.size() << " AROT=" << AROT);
+  if (!AROT) rot.M = mount_rows(mounts[g].IMU);
+  rot.Q = mount_rows(mounts[g].Bore);
+  return rot;
 }
 
 void rotate_IMU(Vector<PO>& po, const xyz& imu_deg) {

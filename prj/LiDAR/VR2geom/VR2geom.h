@@ -48,10 +48,9 @@ struct SwRot {  // rotations of one swath
   Rot3 M;       // from the IMU angles; identity when the attitudes are rotated already
   Rot3 Q;       // from the initial boresight angles
 };
-// Rotations of each swath from its group's mount. group: 1-based group per swath, 0 for fixed swaths
-// (identity). mounts: by group - 1, or one for all. AROT: the IMU rotation has been applied to the attitudes.
-void chMount2R(const Vector<int>& group, const std::vector<Mount>& mounts, bool AROT,
-               std::vector<SwRot>& rot);
+// Rotations of a swath of that group (from 1) from the group's mount. mounts: by group - 1, or one for all. AROT: the
+// IMU rotation has been applied to the attitudes.
+SwRot chMount2R(int group, const std::vector<Mount>& mounts, bool AROT);
 // Applies the IMU angles (degrees) to all attitudes: yaw in [0, 360), then unrolled along the track. With
 // identity M the rotated records give the same axes as the original ones with M of these angles.
 void rotate_IMU(Vector<PO>& po, const xyz& imu_deg);

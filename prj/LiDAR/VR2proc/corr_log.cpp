@@ -17,31 +17,31 @@
 namespace veld {
 namespace {
 
-std::string tmp_name(int sw, const char* suffix) {
-  return TMPDIR + "tmp_sw_" + std::to_string(sw) + "." + own_tag() + suffix;
+std::string tmp_name(SwathId sw, const char* suffix) {
+  return TMPDIR + "tmp_sw_" + to_string(sw) + "." + own_tag() + suffix;
 }
 
 // The format of a line, with the swath at its end; the merge puts the number of the node in front of it.
-std::string node_line(double t, const dxyz* P, const xyz& T, const xyz& A_deg, int sw) {
+std::string node_line(double t, const dxyz* P, const xyz& T, const xyz& A_deg, SwathId sw) {
   char text[256];
   if (P)
     std::snprintf(text, sizeof text, "%.3f  %.2f %.2f %.2f  %7.3f %7.3f %7.3f  %7.4f %7.4f %7.4f  %3d\n", t,
                   P->x, P->y, P->z, static_cast<double>(T.x), static_cast<double>(T.y),
                   static_cast<double>(T.z), static_cast<double>(A_deg.x), static_cast<double>(A_deg.y),
-                  static_cast<double>(A_deg.z), sw);
+                  static_cast<double>(A_deg.z), sw.number);
   else
     std::snprintf(text, sizeof text, "%.3f  %7.3f %7.3f %7.3f  %7.4f %7.4f %7.4f  %3d\n", t,
                   static_cast<double>(T.x), static_cast<double>(T.y), static_cast<double>(T.z),
                   static_cast<double>(A_deg.x), static_cast<double>(A_deg.y), static_cast<double>(A_deg.z),
-                  sw);
+                  sw.number);
   return text;
 }
 
-bool merge_one(const Project& prj, const std::vector<int>& swc, const char* suffix, const char* header) {
+bool merge_one(const Project& prj, const std::vector<SwathId>& swc, const char* suffix, const char* header) {
   ResultFile out;
   if (!out.open(prj.name + suffix)) return false;
   out.fs << header << '\n';
-  for (const int sw : swc) {
+  for (const SwathId sw : swc) {
     TxtFileIn in(tmp_name(sw, suffix), true);
     if (!in.is_open()) return false;
     std::string line;
@@ -108,20 +108,20 @@ void put_columns(std::ostream& os, std::initializer_list<dxyz> columns) {
 }
 
 void write_drift_table(std::ostream& os, const StatLabels& label, const std::vector<Vector<xyz>>& tables,
-                       const InvResult& res, double unit, const std::vector<int>& swc,
-                       const Vector<double>& tmin, const Vector<double>& tmax) {
+                       const InvResult& res, double unit, const std::vector<SwathId>& swc,
+                       const SwathTable& swaths) {
   bool con = true;
-  for (const int sw : swc) con = con && tables[static_cast<size_t>(sw)].size() <= 1;
+  for (const SwathId sw : swc) con = con && tables[static_cast<size_t>(sw.number)].size() <= 1;
   os << (con ? label.con : label.swath) << '\n';
   StatXYZ total;
   dxyz hf2{0, 0, 0};
-  for (const int sw : swc) {
-    const Vector<xyz>& v = tables[static_cast<size_t>(sw)];
+  for (const SwathId sw : swc) {
+    const Vector<xyz>& v = tables[static_cast<size_t>(sw.number)];
     if (v.size() == 0) continue;
-    const NodeStat s = node_stat(v, res.Dt[static_cast<size_t>(sw)], unit);
+    const NodeStat s = node_stat(v, res.Dt[static_cast<size_t>(sw.number)], unit);
     total.add(s.all);
     hf2 += {s.hf.x * s.hf.x, s.hf.y * s.hf.y, s.hf.z * s.hf.z};
-    os << sw << ' ' << tmax(sw) - tmin(sw) << ' ' << v.size();
+    os << sw << ' ' << swaths[sw].clock.end - swaths[sw].clock.begin << ' ' << v.size();
     if (con)
       put_columns(os, {s.all.mean()});
     else
@@ -138,8 +138,8 @@ void write_drift_table(std::ostream& os, const StatLabels& label, const std::vec
 }
 }  // namespace
 
-bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po) {
-  const size_t i = static_cast<size_t>(sw);
+bool log_corr(const InvResult& res, SwathId sw, const xyz& S, const Vector<PO>& po) {
+  const size_t i = static_cast<size_t>(sw.number);
   const uint64_t n = i < res.Tt.size() ? res.Tt[i].size() : 0;
   LOG_ENTER("log_corr sw=" << sw << " n=" << n << " T0=" << (n > 0 ? res.t0[i] : 0.));
   TxtFileOut ta(true), pta(true);
@@ -160,7 +160,7 @@ bool log_corr(const InvResult& res, int sw, const xyz& S, const Vector<PO>& po) 
   return pta.close() && ok;
 }
 
-bool merge_log_corr(const Project& prj, const std::vector<int>& swc) {
+bool merge_log_corr(const Project& prj, const std::vector<SwathId>& swc) {
   LOG_ENTER("merge_log_corr nswc=" << swc.size());
   const Stopwatch watch;
   if (!merge_one(prj, swc, "_TA.log", "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#") ||
@@ -172,22 +172,21 @@ bool merge_log_corr(const Project& prj, const std::vector<int>& swc) {
   return true;
 }
 
-void remove_log_corr(const std::vector<int>& swc) {
-  for (const int sw : swc)
+void remove_log_corr(const std::vector<SwathId>& swc) {
+  for (const SwathId sw : swc)
     for (const char* const suffix : {"_TA.log", "_P_TA.log"}) remove_file(tmp_name(sw, suffix));
 }
 
-bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<int>& swc,
-                       const Vector<double>& tmin, const Vector<double>& tmax) {
+bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<SwathId>& swc) {
   uint64_t ntmax = 0;
-  for (const int sw : swc) ntmax = std::max(ntmax, res.Tt[static_cast<size_t>(sw)].size());
+  for (const SwathId sw : swc) ntmax = std::max(ntmax, res.Tt[static_cast<size_t>(sw.number)].size());
   LOG_ENTER("drift_stat_output ntmax=" << ntmax << " CON=" << (ntmax <= 1) << " CA=" << res.CA);
   ResultFile file;
   if (!file.open(prj.name + "_TA_stat.log")) return false;
-  write_drift_table(file.fs, LABEL_T, res.Tt, res, 1.0, swc, tmin, tmax);
+  write_drift_table(file.fs, LABEL_T, res.Tt, res, 1.0, swc, prj.swaths);
   if (res.CA) {
     file.fs << '\n';
-    write_drift_table(file.fs, LABEL_A, res.At, res, DEG_PER_RAD, swc, tmin, tmax);
+    write_drift_table(file.fs, LABEL_A, res.At, res, DEG_PER_RAD, swc, prj.swaths);
   }
   if (!file.commit()) return false;
   LOG_MSG("Written time-dependent correction statistics " << prj.name << "_TA_stat.log");

@@ -85,7 +85,8 @@ ICSstat comp_ICS_stat(const InvSamples& s, const SwRot& rot) {
 }
 }  // namespace
 
-bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc, const std::vector<SCorrTbl>& tables) {
+bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
+                      const SwathVector<SCorrTbl>& tables) {
   LOG_ENTER("Cimg_stat_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size()
                                     << " level=" << prj.scale.level << " mTsize=" << prj.scale.mTsize);
   const Stopwatch watch;
@@ -95,8 +96,8 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc, const std
   if (!file.open(name)) return false;
   file.fs << "Swath# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n";
   StatXYZ total;
-  for (const int sw : swc) {
-    const SCorrTbl& table = tables[static_cast<size_t>(sw)];
+  for (const SwathId sw : swc) {
+    const SCorrTbl& table = tables[sw];
     StatXYZ stat;
     for (const Image<xyz>& tile : table.C)
       for (uint64_t i = 0; i < tile.size(); i++)
@@ -130,8 +131,8 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc, const std
   return true;
 }
 
-bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<SwRot>& rot,
-                     const std::vector<int>& swc, const std::vector<InvSamples>& samples, ICSresult& result) {
+bool ICS_stat_swaths(const Project& prj, const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,
+                     const SwathVector<InvSamples>& samples, ICSresult& result) {
   const bool large = prj.scale.large;
   const double AGLmax = large ? 20000 : 8000, SWmax = 2 * AGLmax;  // m
   LOG_ENTER("ICS_stat_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size() << " large=" << large
@@ -143,19 +144,19 @@ bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<S
   if (!file.open(name)) return false;
   file.fs << "Swath# Group# Ch# MainCh AGL Width Roll Pitch Yaw FOV RMS NLargeErr NPts Pass\n";
   int nlarge = 0;
-  for (const int sw : swc) {
-    const size_t i = static_cast<size_t>(sw);
-    const ICSstat s = comp_ICS_stat(samples[i], rot[i]);
+  for (const SwathId sw : swc) {
+    const Swath& swath = prj.swaths[sw];
+    const ICSstat s = comp_ICS_stat(samples[sw], rot[sw]);
     const bool large_err =
         !s.inside || s.n == 0 || static_cast<double>(s.nlarge) >= 0.01 * static_cast<double>(s.n);
     const bool suspicious = s.AGL > AGLmax || s.AGL <= 0 || s.width > SWmax;
     const bool pass = !large_err && !suspicious;
     if (!s.inside) LOG_LINE("<!> BBOX sw=" << sw);
     char line[200];
-    std::snprintf(
-        line, sizeof line, "%3d %2d %2d %1d  %6.1f %6.1f  %+6.1f %+6.1f %+6.1f  %5.1f %6.3f  %6d %6d %2d\n",
-        sw, prj.swaths[i].group, prj.swaths[i].channel, sync.mainch(sw) == sw ? 1 : 0, s.AGL, s.width, s.roll,
-        s.pitch, s.yaw, s.FOV, s.rms, static_cast<int>(s.nlarge), static_cast<int>(s.n), pass ? 1 : 0);
+    std::snprintf(line, sizeof line,
+                  "%3d %2d %2d %1d  %6.1f %6.1f  %+6.1f %+6.1f %+6.1f  %5.1f %6.3f  %6d %6d %2d\n", sw.number,
+                  swath.group, swath.channel, swath.is_main() ? 1 : 0, s.AGL, s.width, s.roll, s.pitch, s.yaw,
+                  s.FOV, s.rms, static_cast<int>(s.nlarge), static_cast<int>(s.n), pass ? 1 : 0);
     file.fs << line;
     result.AGL += s.AGL / static_cast<double>(swc.size());
     result.width += s.width / static_cast<double>(swc.size());

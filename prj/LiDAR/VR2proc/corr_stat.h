@@ -10,8 +10,8 @@
 namespace veld {
 // Writes prj.name + "_DXYZcorr_stat.log": mean, deviation, RMS and extremes of the correction (shift T0
 // included) per swath and in total; the totals also on the console. False after an ERROR line.
-[[nodiscard]] bool Cimg_stat_swaths(const Project& prj, const std::vector<int>& swc,
-                                    const std::vector<SCorrTbl>& tables);
+[[nodiscard]] bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
+                                    const SwathVector<SCorrTbl>& tables);
 
 struct ICSresult {
   double AGL = 0;    // m, mean height above ground of the swaths
@@ -21,7 +21,7 @@ struct ICSresult {
 };
 // Compares points and trajectory in the internal coordinates: writes prj.name + "_BF_ICS_stat.log".
 // False after an ERROR line.
-[[nodiscard]] bool ICS_stat_swaths(const Project& prj, const POsync& sync, const std::vector<SwRot>& rot,
-                                   const std::vector<int>& swc, const std::vector<InvSamples>& samples,
+[[nodiscard]] bool ICS_stat_swaths(const Project& prj, const SwathVector<SwRot>& rot,
+                                   const std::vector<SwathId>& swc, const SwathVector<InvSamples>& samples,
                                    ICSresult& result);
 }  // namespace veld

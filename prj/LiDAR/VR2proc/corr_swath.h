@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "prj/LiDAR/VR2geom/VR2geom.h"
-#include "prj/LiDAR/swath/swath_clock.h"
+#include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
 struct CorrJob {            // one swath
-  int sw = 0;               // its number
+  SwathId sw;               // its number
   std::string path;         // source
   std::string out;          // corrected file
   SwathClock clock;         // synchronised

@@ -28,32 +28,19 @@ std::string run_id(const InvResult& res, const xyz& T0) {
   return "Auto Geom Corr: " + letters;
 }
 
-bool make_job(const Project& prj, const POsync& sync, int sw, CorrJob& job) {
-  const size_t i = static_cast<size_t>(sw);
-  LTidxInfo info;
-  if (!read_LTidxInfo(prj.swaths[i].cache, info)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[i].path());
-    return false;
-  }
-  job.sw = sw;
-  job.clock = clock_of(info);
-  job.clock.shift = sync.TimeCorr(sw);
-  return true;
-}
-
 // One swath: its log, and its file when files are wanted.
-bool corr_swath(const Project& prj, const CorrParam& par, const POsync& sync, const InvResult& res,
-                const SwRot& rot, const xyz& T0, CorrJob job, CorrCount& count) {
+bool corr_swath(const Swath& swath, const CorrParam& par, const InvResult& res, const SwRot& rot,
+                const xyz& T0, const CorrJob& job, CorrCount& count) {
   LOG_ENTER("corr_swath sw=" << job.sw << " '" << job.path << "'");
   Vector<PO> po;
   double dt;
-  if (!load_POC_TMP(prj.swaths[static_cast<size_t>(job.sw)].cache, job.sw, po, dt)) {
+  if (!load_POC_TMP(swath.cache, swath.id, po, dt)) {
     ERROR_MSG("missing or bad trajectory cache, swath " << job.path);
     return false;
   }
   SwathCorr corr;
   if (!make_SwathCorr(res, par.inv, rot, job.sw, T0, po, corr)) return false;
-  corr.AREC = sync.AREC(job.sw) != 0;  // positions as the inversion interpolated them
+  corr.AREC = swath.track.AREC;  // positions as the inversion interpolated them
   LOG_LINE("[CS] S: " << corr.S.x << ' ' << corr.S.y << ' ' << corr.S.z);
   if (corr.CL) LOG_LINE("[CL] L: " << corr.L.x << ' ' << corr.L.y << ' ' << corr.L.z);
   if (corr.CB)
@@ -62,42 +49,38 @@ bool corr_swath(const Project& prj, const CorrParam& par, const POsync& sync, co
   if (corr.CA) LOG_LINE("[CA] At.size()=" << corr.At->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
   if (!log_corr(res, job.sw, T0, po)) return false;
   if (par.nil) return true;
-  if (make_job(prj, sync, job.sw, job) && corr_swath_las(job, corr, count)) return true;
-  return false;
+  return corr_swath_las(job, corr, count);
 }
 }  // namespace
 
-std::vector<int> POsort_swc(const Project& prj, const POsync& sync) {
-  std::vector<int> swc;
-  int nfx = 0;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    if (prj.swaths[i].fixed)
-      nfx++;
-    else if (sync.sw2fl(static_cast<int64_t>(i)) >= 0)
-      swc.push_back(static_cast<int>(i));
-  }
-  std::sort(swc.begin(), swc.end(), [&](int a, int b) {
-    return std::tuple(sync.sw2fl(a), sync.tmin(a), a) < std::tuple(sync.sw2fl(b), sync.tmin(b), b);
-  });
-  LOG_LINE("POsort_swc nsw=" << prj.swaths.size() << " ntraj=" << prj.pofiles.size() << " nfx=" << nfx
+std::vector<SwathId> POsort_swc(const Project& prj) {
+  std::vector<SwathId> swc;
+  for (const Swath& s : prj.swaths)
+    if (s.has_track()) swc.push_back(s.id);
+  const auto key = [&](SwathId id) {
+    const Swath& s = prj.swaths[id];
+    return std::tuple(s.track.file, s.clock.begin, id);
+  };
+  std::sort(swc.begin(), swc.end(), [&](SwathId a, SwathId b) { return key(a) < key(b); });
+  LOG_LINE("POsort_swc nsw=" << prj.swaths.size() << " ntraj=" << prj.pofiles.size()
+                             << " nfx=" << std::ranges::count_if(prj.swaths.present(), &Swath::fixed)
                              << " nswc=" << swc.size());
   return swc;
 }
 
-std::vector<int> POget_rej(const Project& prj, const POsync& sync) {
-  std::vector<int> rej;
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (!prj.swaths[i].fixed && prj.swaths[i].corr && sync.sw2fl(static_cast<int64_t>(i)) < 0)
-      rej.push_back(static_cast<int>(i));
+std::vector<SwathId> POget_rej(const Project& prj) {
+  std::vector<SwathId> rej;
+  for (const Swath& s : prj.swaths)
+    if (s.mobile() && s.corr && !s.has_track()) rej.push_back(s.id);
   LOG_LINE("POget_rej nsw=" << prj.swaths.size() << " nswrej=" << rej.size());
   return rej;
 }
 
-bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, const InvResult& res,
-                 const std::vector<SwRot>& rot, const std::vector<int>& swc_all,
-                 const std::vector<SCorrTbl>& tables, CorrResult& result) {
-  std::vector<int> swc = swc_all;
-  std::erase_if(swc, [&](int sw) { return !prj.swaths[static_cast<size_t>(sw)].corr; });
+bool corr_swaths(Project& prj, const CorrParam& par, const InvResult& res, const SwathVector<SwRot>& rot,
+                 const std::vector<SwathId>& swc_all, const SwathVector<SCorrTbl>& tables,
+                 CorrResult& result) {
+  std::vector<SwathId> swc = swc_all;
+  std::erase_if(swc, [&](SwathId sw) { return !prj.swaths[sw].corr; });
   if (swc.empty()) {
     ERROR_MSG("none of the swaths to correct has a trajectory");
     return false;
@@ -114,17 +97,16 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   int ndup = 0;
   const std::vector<std::string> names = comp_output_names(par.out, par.odir, prj, swc, ndup);
   std::vector<std::string> sources;
-  for (const Swath& s : prj.swaths) {
+  for (const Swath& s : prj.swaths)
     if (s.members.empty()) sources.push_back(s.path());
-    for (const CacheName& member : s.members) sources.push_back(member.source());
-  }
   for (const POfile& f : prj.pofiles) sources.push_back(f.path);
   std::vector<CorrJob> jobs(swc.size());
   for (size_t c = 0; c < swc.size(); c++) {
     jobs[c].sw = swc[c];
-    jobs[c].path = prj.swaths[static_cast<size_t>(swc[c])].path();
+    jobs[c].path = prj.swaths[swc[c]].path();
+    jobs[c].clock = prj.swaths[swc[c]].clock;
     jobs[c].out = names[c];
-    jobs[c].sid = run_id(res, tables[static_cast<size_t>(swc[c])].T0);
+    jobs[c].sid = run_id(res, tables[swc[c]].T0);
     jobs[c].lax = par.lax;
     jobs[c].lax_append = par.lax_append;
     jobs[c].sources = &sources;
@@ -138,8 +120,9 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   progress_start(std::max(nswc, 1));
   run_units(nswc, nthreads, [&](int64_t c, int) {
     LOG_ENTER("th_corr_swath id=" << c);
-    const size_t i = static_cast<size_t>(c), sw = static_cast<size_t>(swc[i]);
-    oks[i] = corr_swath(prj, par, sync, res, rot[sw], tables[sw].T0, jobs[i], counts[i]) ? 1 : 0;
+    const size_t i = static_cast<size_t>(c);
+    const SwathId sw = swc[i];
+    oks[i] = corr_swath(prj.swaths[sw], par, res, rot[sw], tables[sw].T0, jobs[i], counts[i]) ? 1 : 0;
     const std::lock_guard<std::mutex> lock(mutex);
     done++;
     sum.Mp += static_cast<double>(counts[i].nwritten) * 1e-6;
@@ -149,15 +132,14 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
   });
   progress_end(LOG_STR("CORRECTED " << done << " swaths, " << sum.Mp << " Mp, " << sum.MB << " MB"));
 
-  std::vector<int> good;
-  result.files.assign(prj.swaths.size(), std::string());
+  std::vector<SwathId> good;
   for (size_t c = 0; c < swc.size(); c++) {
     if (!oks[c]) {
       remove_log_corr({swc[c]});
       continue;
     }
     good.push_back(swc[c]);
-    if (!par.nil) result.files[static_cast<size_t>(swc[c])] = names[c];
+    if (!par.nil) prj.swaths[swc[c]].corrected = names[c];
   }
   const bool ok = good.size() == swc.size();
   if (ndup > 0)
@@ -167,6 +149,7 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
     LOG_MSG("Corrected " << good.size() << " swaths, written total " << sum.MB << " MB | " << watch.text());
   else
     LOG_MSG("Processed " << good.size() << " swaths | " << watch.text());
+  result.reached = true;
   result.nswc = static_cast<int>(good.size());
   result.Mp = sum.Mp;
   result.MB = sum.MB;
@@ -174,6 +157,6 @@ bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync, c
     remove_log_corr(good);  // tables of some of the swaths would pass for those of all
     return false;
   }
-  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good, sync.tmin, sync.tmax);
+  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good);
 }
 }  // namespace veld

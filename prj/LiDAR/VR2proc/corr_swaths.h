@@ -8,15 +8,14 @@
 
 namespace veld {
 // Mobile swaths with a trajectory, by trajectory file, then by time.
-std::vector<int> POsort_swc(const Project& prj, const POsync& sync);
+std::vector<SwathId> POsort_swc(const Project& prj);
 // Swaths to correct without a single trajectory, in swath order.
-std::vector<int> POget_rej(const Project& prj, const POsync& sync);
+std::vector<SwathId> POget_rej(const Project& prj);
 
 // Corrects the swaths of swc whose correction is wanted (Swath::corr) on NTHREADS threads, writes the corrected files, "_TA.log", "_P_TA.log" and
 // "_TA_stat.log". With par.nil only the logs. A swath that fails does not stop the others.
 // False after an ERROR line when any failed.
-[[nodiscard]] bool corr_swaths(const Project& prj, const CorrParam& par, const POsync& sync,
-                               const InvResult& res, const std::vector<SwRot>& rot,
-                               const std::vector<int>& swc, const std::vector<SCorrTbl>& tables,
-                               CorrResult& result);
+[[nodiscard]] bool corr_swaths(Project& prj, const CorrParam& par, const InvResult& res,
+                               const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,
+                               const SwathVector<SCorrTbl>& tables, CorrResult& result);
 }  // namespace veld

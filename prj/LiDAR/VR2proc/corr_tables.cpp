@@ -9,13 +9,12 @@
 namespace veld {
 namespace {
 // Position, time and tile of each microtile that has a time.
-bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, SampleIndex& index) {
-  const CacheName& swath = prj.swaths[static_cast<size_t>(sw)].cache;
-  LTidxInfo info;
+bool comp_P_tbl(const Project& prj, SwathId sw, InvSamples& s, SampleIndex& index) {
+  const CacheName& swath = prj.swaths[sw].cache;
+  const SwathClock& clock = prj.swaths[sw].clock;
   Vector<TIsxy>& TI = index.TI;
   Vector<Image<int32_t>> Ct, Zm;
-  if (!read_LTidxInfo(swath, info) || !read_LTidx_TI(swath, TI) ||
-      !read_sw_CZt_tiles(swath, static_cast<uint32_t>(TI.size()), Ct, Zm)) {
+  if (!read_LTidx_TI(swath, TI) || !read_sw_CZt_tiles(swath, static_cast<uint32_t>(TI.size()), Ct, Zm)) {
     ERROR_MSG("missing/incompatible temp. tile files, swath " << swath.source());
     return false;
   }
@@ -35,7 +34,7 @@ bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, Samp
     s.P.val[i] = {tile_origin(geom, TI.val[k].x) + (m % mTsub + 0.5) * geom.mTsize,
                   tile_origin(geom, TI.val[k].y) + (m / mTsub + 0.5) * geom.mTsize,
                   Zm.val[k].val[m] * M_PER_UNIT};
-    s.t.val[i] = info.t0 + Ct.val[k].val[m] * TICK_S + TimeCorr;
+    s.t.val[i] = clock.sync(clock.t0 + Ct.val[k].val[m] * TICK_S);
   }
   LOG_LINE("comp_P_tbl sw=" << sw << " nt=" << TI.size() << " nmt=" << n
                             << " untimed=" << index.untimed.size());
@@ -43,25 +42,25 @@ bool comp_P_tbl(const Project& prj, int sw, double TimeCorr, InvSamples& s, Samp
 }
 }  // namespace
 
-bool OAttP_tbl_swaths(const Project& prj, const POsync& sync, const std::vector<int>& swc,
-                      std::vector<InvSamples>& samples, std::vector<SampleIndex>& index) {
+bool OAttP_tbl_swaths(const Project& prj, const std::vector<SwathId>& swc, SwathVector<InvSamples>& samples,
+                      SwathVector<SampleIndex>& index) {
   LOG_ENTER("OAttP_tbl_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size()
-                                    << " mTsize=" << prj.scale.mTsize << " tr=" << sync.idx.time_res);
+                                    << " mTsize=" << prj.scale.mTsize << " tr=" << prj.time_res);
   const Stopwatch watch;
-  samples.resize(prj.swaths.size());
-  index.resize(prj.swaths.size());
-  for (const int sw : swc) {
-    InvSamples& s = samples[static_cast<size_t>(sw)];
-    if (!comp_P_tbl(prj, sw, sync.TimeCorr(sw), s, index[static_cast<size_t>(sw)])) return false;
+  samples = SwathVector<InvSamples>(prj.swaths);
+  index = SwathVector<SampleIndex>(prj.swaths);
+  for (const SwathId sw : swc) {
+    InvSamples& s = samples[sw];
+    if (!comp_P_tbl(prj, sw, s, index[sw])) return false;
     Vector<PO> po;
     double dt;
-    if (!load_POC_TMP(prj.swaths[static_cast<size_t>(sw)].cache, sw, po, dt)) {
-      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[static_cast<size_t>(sw)].path());
+    if (!load_POC_TMP(prj.swaths[sw].cache, sw, po, dt)) {
+      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[sw].path());
       return false;
     }
     s.O.resize(s.t.size());
     s.Att.resize(s.t.size());
-    const uint64_t nerr = interp_O_Att(po, s.t, sync.AREC(sw) != 0, s.O, s.Att);
+    const uint64_t nerr = interp_O_Att(po, s.t, prj.swaths[sw].track.AREC, s.O, s.Att);
     LOG_LINE("sw=" << sw << " nt=" << s.t.size() << " nerrt=" << nerr);
     if (nerr == s.t.size()) WARNING_MSG("empty PO tables due to timestamp errors, swath " << sw);
   }
@@ -69,9 +68,9 @@ bool OAttP_tbl_swaths(const Project& prj, const POsync& sync, const std::vector<
   return true;
 }
 
-bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, int sw, const xyz& S,
+bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, SwathId sw, const xyz& S,
                     const Vector<PO>& po, SwathCorr& corr) {
-  const size_t i = static_cast<size_t>(sw);
+  const size_t i = static_cast<size_t>(sw.number);
   corr = SwathCorr();
   corr.po = &po;
   corr.rot = rot;
@@ -103,38 +102,37 @@ bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot,
 }
 
 bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
-                     const std::vector<SwRot>& rot, const std::vector<int>& swc,
-                     const std::vector<InvSamples>& samples, const std::vector<SampleIndex>& index, bool fill,
-                     int nthreads, std::vector<SCorrTbl>& tables) {
+                     const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,
+                     const SwathVector<InvSamples>& samples, const SwathVector<SampleIndex>& index, bool fill,
+                     int nthreads, SwathVector<SCorrTbl>& tables) {
   LOG_ENTER("corr_tbl_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size() << " CL=" << res.CL
                                    << " CB=" << res.CB << " CI=" << res.CI << " CT=" << res.CT
                                    << " CA=" << res.CA << " CM=0 CDT=0 FWD=0");
-  tables.resize(prj.swaths.size());
-  for (const int sw : swc) {
-    const size_t i = static_cast<size_t>(sw);
+  tables = SwathVector<SCorrTbl>(prj.swaths);
+  for (const SwathId sw : swc) {
     Vector<PO> po;
     double dt;
     SwathCorr corr;
-    if (!load_POC_TMP(prj.swaths[i].cache, sw, po, dt) ||
-        !make_SwathCorr(res, par, rot[i], sw, {0, 0, 0}, po, corr)) {
-      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[i].path());
+    if (!load_POC_TMP(prj.swaths[sw].cache, sw, po, dt) ||
+        !make_SwathCorr(res, par, rot[sw], sw, {0, 0, 0}, po, corr)) {
+      ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[sw].path());
       return false;
     }
     const Image<xyz> none(mTsub, mTsub, NO_CORR);
-    Vector<Image<xyz>>& C = tables[i].C;
-    C.resize(index[i].TI.size(), none);
+    Vector<Image<xyz>>& C = tables[sw].C;
+    C.resize(index[sw].TI.size(), none);
     CorrCursor cursor;
     StatXYZ stat;
-    for (uint64_t s = 0; s < index[i].where.size(); s++) {
-      const xyz c = comp_point_corr(corr, cursor, samples[i].P.val[s], samples[i].t.val[s]);
-      C.val[index[i].where[s] / mTn].val[index[i].where[s] % mTn] = c;
+    for (uint64_t s = 0; s < index[sw].where.size(); s++) {
+      const xyz c = comp_point_corr(corr, cursor, samples[sw].P.val[s], samples[sw].t.val[s]);
+      C.val[index[sw].where[s] / mTn].val[index[sw].where[s] % mTn] = c;
       if (c.z != NODATA) stat.add(to_dxyz(c));
     }
     const uint64_t nfilled =
-        fill ? fill_SCorr(index[i].TI, index[i].untimed, nthreads, tables[i]) : uint64_t{0};
+        fill ? fill_SCorr(index[sw].TI, index[sw].untimed, nthreads, tables[sw]) : uint64_t{0};
     const dxyz m = stat.mean();
-    LOG_LINE("comp_corr_tbl sw=" << sw << " nt=" << index[i].TI.size() << " mcorr=" << m.x << ' ' << m.y
-                                 << ' ' << m.z << " nfilled=" << nfilled << "/" << index[i].untimed.size());
+    LOG_LINE("comp_corr_tbl sw=" << sw << " nt=" << index[sw].TI.size() << " mcorr=" << m.x << ' ' << m.y
+                                 << ' ' << m.z << " nfilled=" << nfilled << "/" << index[sw].untimed.size());
   }
   return true;
 }

@@ -24,19 +24,19 @@ struct SampleIndex {
 
 // Samples of each swath of swc: microtile centre at its mean height, its time, and the trajectory then.
 // Swaths not in swc stay empty. False after an ERROR line when a tile or trajectory cache cannot be read.
-[[nodiscard]] bool OAttP_tbl_swaths(const Project& prj, const POsync& sync, const std::vector<int>& swc,
-                                    std::vector<InvSamples>& samples, std::vector<SampleIndex>& index);
+[[nodiscard]] bool OAttP_tbl_swaths(const Project& prj, const std::vector<SwathId>& swc,
+                                    SwathVector<InvSamples>& samples, SwathVector<SampleIndex>& index);
 
 // What the inversion found, made ready for the points of swath sw. po must stay alive with the result; S is
 // the swath's shift. False after an ERROR line when there is no usable trajectory.
-[[nodiscard]] bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, int sw,
+[[nodiscard]] bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, SwathId sw,
                                   const xyz& S, const Vector<PO>& po, SwathCorr& corr);
 
 // The correction at every sample (C of each table; T0 is left as it is and not contained in C). fill:
 // microtiles without a time get the correction of those around them (-fill).
 [[nodiscard]] bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
-                                   const std::vector<SwRot>& rot, const std::vector<int>& swc,
-                                   const std::vector<InvSamples>& samples,
-                                   const std::vector<SampleIndex>& index, bool fill, int nthreads,
-                                   std::vector<SCorrTbl>& tables);
+                                   const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,
+                                   const SwathVector<InvSamples>& samples,
+                                   const SwathVector<SampleIndex>& index, bool fill, int nthreads,
+                                   SwathVector<SCorrTbl>& tables);
 }  // namespace veld

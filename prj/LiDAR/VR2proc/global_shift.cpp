@@ -10,17 +10,17 @@ namespace veld {
 namespace {
 constexpr double SHOW_MIN = 0.001;  // m, smaller components are not reported
 
-xyz& T0_of(std::vector<SCorrTbl>& tables, int sw) { return tables[static_cast<size_t>(sw)].T0; }
+xyz& T0_of(SwathVector<SCorrTbl>& tables, SwathId sw) { return tables[sw].T0; }
 
-void cancel_mean(const std::vector<int>& swc, std::vector<SCorrTbl>& tables) {
+void cancel_mean(const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables) {
   StatXYZ stat;
-  for (const int sw : swc)
-    for (const Image<xyz>& tile : tables[static_cast<size_t>(sw)].C)
+  for (const SwathId sw : swc)
+    for (const Image<xyz>& tile : tables[sw].C)
       for (uint64_t i = 0; i < tile.size(); i++)
         if (tile.val[i].z != NODATA) stat.add(to_dxyz(tile.val[i] + T0_of(tables, sw)));
   const dxyz m = stat.mean();
   LOG_MSG("Canceling global mean shift correction: " << m.x << ' ' << m.y << ' ' << m.z);
-  for (const int sw : swc) T0_of(tables, sw) -= to_xyz(m);
+  for (const SwathId sw : swc) T0_of(tables, sw) -= to_xyz(m);
 }
 
 struct RangeZ {  // m, what range bias and range scale add to all heights, as a mean over swaths
@@ -28,11 +28,11 @@ struct RangeZ {  // m, what range bias and range scale add to all heights, as a 
 };
 
 // A longer range lowers the ground.
-RangeZ comp_RangeZ(const InvResult& res, double AGL, const std::vector<int>& swc) {
+RangeZ comp_RangeZ(const InvResult& res, double AGL, const std::vector<SwathId>& swc) {
   RangeZ z;
   int n = 0;
-  for (const int sw : swc) {
-    const int set = res.sw2cal[static_cast<size_t>(sw)];
+  for (const SwathId sw : swc) {
+    const int set = res.sw2cal[static_cast<size_t>(sw.number)];
     if (set < 0) continue;
     const Calib& cal = res.calib[static_cast<size_t>(set)];
     z.bias -= static_cast<double>(cal.I(0));
@@ -44,10 +44,10 @@ RangeZ comp_RangeZ(const InvResult& res, double AGL, const std::vector<int>& swc
 }
 }  // namespace
 
-double comp_mean_AGL(const std::vector<InvSamples>& samples, const std::vector<int>& swc) {
+double comp_mean_AGL(const SwathVector<InvSamples>& samples, const std::vector<SwathId>& swc) {
   double sum = 0, n = 0;
-  for (const int sw : swc) {
-    const InvSamples& s = samples[static_cast<size_t>(sw)];
+  for (const SwathId sw : swc) {
+    const InvSamples& s = samples[sw];
     for (uint64_t i = 0; i < s.P.size(); i++) {
       if (s.P.val[i].z == NODATA || s.O.val[i].z == NODATA) continue;
       sum += s.O.val[i].z - s.P.val[i].z;
@@ -57,12 +57,12 @@ double comp_mean_AGL(const std::vector<InvSamples>& samples, const std::vector<i
   return n > 0 ? sum / n : 0;
 }
 
-void init_T0_SCorr(const InvResult& res, const std::vector<int>& swc, std::vector<SCorrTbl>& tables) {
-  for (const int sw : swc) T0_of(tables, sw) = res.has_shift ? to_xyz(res.shift) : xyz{0, 0, 0};
+void init_T0_SCorr(const InvResult& res, const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables) {
+  for (const SwathId sw : swc) T0_of(tables, sw) = res.has_shift ? to_xyz(res.shift) : xyz{0, 0, 0};
 }
 
-void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<int>& swc,
-                        std::vector<SCorrTbl>& tables) {
+void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<SwathId>& swc,
+                        SwathVector<SCorrTbl>& tables) {
   LOG_ENTER("dzcorr_DR_T0_SCorr CD=" << par.CD << " CGM=" << par.CGM << " range_model=" << par.range_model
                                      << " AGL=" << par.AGL);
   if (par.CGM) cancel_mean(swc, tables);
@@ -73,27 +73,27 @@ void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const
       if (std::fabs(value) <= SHOW_MIN) return;
       LOG_MSG((cancel ? "Canceling" : "Note:") << text << value);
       if (!cancel) return;
-      for (const int sw : swc) T0_of(tables, sw).z -= static_cast<float>(value);
+      for (const SwathId sw : swc) T0_of(tables, sw).z -= static_cast<float>(value);
     };
     treat(z.bias, " range bias  Z shift correction component=");
     treat(z.scale, " range scale Z shift correction component=");
   }
-  for (const int sw : swc) {
+  for (const SwathId sw : swc) {
     const xyz& T = T0_of(tables, sw);
     LOG_LINE("sw=" << sw << " T: " << T.x << ' ' << T.y << ' ' << T.z);
   }
 }
 
-void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTbl>& tables) {
+void display_global_shift(const std::vector<SwathId>& swc, const SwathVector<SCorrTbl>& tables) {
   LOG_ENTER("display_global_shift nswc=" << swc.size());
   if (swc.empty()) return;
-  const auto shift = [&](int sw) { return tables[static_cast<size_t>(sw)].T0; };
+  const auto shift = [&](SwathId sw) { return tables[sw].T0; };
   const xyz first = shift(swc[0]);
-  if (std::all_of(swc.begin(), swc.end(), [&](int sw) { return shift(sw) == first; })) {
+  if (std::all_of(swc.begin(), swc.end(), [&](SwathId sw) { return shift(sw) == first; })) {
     LOG_MSG("Global shift applied (all swaths): " << first.x << ' ' << first.y << ' ' << first.z);
     return;
   }
-  for (const int sw : swc)
+  for (const SwathId sw : swc)
     LOG_LINE("sw=" << sw << " T: " << shift(sw).x << ' ' << shift(sw).y << ' ' << shift(sw).z);
 }
 }  // namespace veld

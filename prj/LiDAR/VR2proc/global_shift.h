@@ -17,16 +17,16 @@ struct GlobalShiftParam {
 };
 
 // Mean height of the trajectory above the samples of the swaths of swc, m; 0 without samples.
-double comp_mean_AGL(const std::vector<InvSamples>& samples, const std::vector<int>& swc);
+double comp_mean_AGL(const SwathVector<InvSamples>& samples, const std::vector<SwathId>& swc);
 
 // Sets T0 of the tables of swc to the shift to the references; to zero without one.
-void init_T0_SCorr(const InvResult& res, const std::vector<int>& swc, std::vector<SCorrTbl>& tables);
+void init_T0_SCorr(const InvResult& res, const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables);
 
 // Adds to T0 of the tables of swc what cancels global means: the mean of C and T0, or the flat effect of the
 // range's internal values as a mean over swc. The mean contains that effect, so it is never cancelled twice.
-void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<int>& swc,
-                        std::vector<SCorrTbl>& tables);
+void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<SwathId>& swc,
+                        SwathVector<SCorrTbl>& tables);
 
 // "Global shift applied (all swaths): ", or each swath's in the log when they differ.
-void display_global_shift(const std::vector<int>& swc, const std::vector<SCorrTbl>& tables);
+void display_global_shift(const std::vector<SwathId>& swc, const SwathVector<SCorrTbl>& tables);
 }  // namespace veld

@@ -32,30 +32,28 @@ void set_nfull(const std::vector<InvSwath>& swaths, std::vector<InvPair>& pairs)
   LOG_LINE("set_nfull nint=" << pairs.size() << " nadjusted=" << nadjusted);
 }
 
-InvInput make_InvInput(const Project& prj, const std::vector<SwRot>& rot,
-                       const std::vector<InvSamples>& samples, POsync& sync) {
+InvInput make_InvInput(const Project& prj, const SwathVector<SwRot>& rot,
+                       const SwathVector<InvSamples>& samples, POsync& sync) {
   InvInput in;
   in.GSD = prj.scale.dim > 0 ? prj.scale.GSD() : prj.scale.mTsize / static_cast<float>(sync.idx.dim);
-  in.swaths.resize(prj.swaths.size());
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const int64_t sw = static_cast<int64_t>(i);
-    InvSwath& s = in.swaths[i];
-    s.group = prj.swaths[i].fixed ? 0 : prj.swaths[i].group;
-    s.channel = prj.swaths[i].channel;
-    s.mainch = sync.mainch(sw);
-    s.fl = sync.sw2fl(sw);
-    s.fixed = prj.swaths[i].fixed;
-    s.tmin = sync.tmin(sw);
-    s.tmax = sync.tmax(sw);
-    s.rot = rot[i];
-    s.samples = samples[i];
+  for (const Swath& row : prj.swaths) {
+    InvSwath& s = in.swaths.emplace_back();
+    s.group = row.fixed ? 0 : row.group;
+    s.channel = row.channel;
+    s.mainch = row.mainch.number;
+    s.fl = row.has_track() ? row.track.file : -1;
+    s.fixed = row.fixed && row.present();
+    s.tmin = row.clock.begin;
+    s.tmax = row.clock.end;
+    s.rot = rot[row.id];
+    s.samples = samples[row.id];
   }
   in.pairs.resize(sync.pairs.size());
   for (size_t k = 0; k < in.pairs.size(); k++) {
     DUTpair& d = sync.pairs[k];
     InvPair& p = in.pairs[k];
-    p.sw1 = d.sw1;
-    p.sw2 = d.sw2;
+    p.sw1 = d.sw1.number;
+    p.sw2 = d.sw2.number;
     p.pair = d.pair;
     p.P = std::move(d.pos);
     p.Def = std::move(d.disp);

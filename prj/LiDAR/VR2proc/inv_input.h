@@ -8,9 +8,9 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-// Moves the vectors of sync into the input; rot, samples: by swath number.
-InvInput make_InvInput(const Project& prj, const std::vector<SwRot>& rot,
-                       const std::vector<InvSamples>& samples, POsync& sync);
+// Moves the vectors of sync into the input.
+InvInput make_InvInput(const Project& prj, const SwathVector<SwRot>& rot,
+                       const SwathVector<InvSamples>& samples, POsync& sync);
 
 // Sets nfull of the pairs: the vectors that a pair between two lines stands for. Channels of a line see the
 // same ground at the same time, so a swath has a pair with every channel of a line it crosses. Where these

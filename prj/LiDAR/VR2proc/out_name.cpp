@@ -6,22 +6,21 @@
 
 namespace veld {
 std::vector<std::string> comp_output_names(const OutputName& out, const std::string& odir, const Project& prj,
-                                           const std::vector<int>& swc, int& ndup) {
-  const auto stem_of = [&](int sw) {
-    return out.prefix + change_extension(base_name(prj.swaths[static_cast<size_t>(sw)].path()), "") +
-           out.suffix;
+                                           const std::vector<SwathId>& swc, int& ndup) {
+  const auto stem_of = [&](SwathId sw) {
+    return out.prefix + change_extension(base_name(prj.swaths[sw].path()), "") + out.suffix;
   };
-  const auto ext_of = [&](int sw) {
-    return out.ext.empty() ? get_extension(prj.swaths[static_cast<size_t>(sw)].path()) : out.ext;
+  const auto ext_of = [&](SwathId sw) {
+    return out.ext.empty() ? get_extension(prj.swaths[sw].path()) : out.ext;
   };
   std::map<std::string, int> count;
-  for (const int sw : swc) count[stem_of(sw) + ext_of(sw)]++;
+  for (const SwathId sw : swc) count[stem_of(sw) + ext_of(sw)]++;
   ndup = 0;
   std::vector<std::string> names;
-  for (const int sw : swc) {
+  for (const SwathId sw : swc) {
     std::string stem = stem_of(sw);
     if (count[stem + ext_of(sw)] > 1) {
-      stem += "_g_" + std::to_string(prj.swaths[static_cast<size_t>(sw)].group) + "_sw_" + std::to_string(sw);
+      stem += "_g_" + std::to_string(prj.swaths[sw].group) + "_sw_" + to_string(sw);
       ndup++;
     }
     names.push_back(odir + stem + ext_of(sw));

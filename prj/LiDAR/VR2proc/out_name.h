@@ -15,5 +15,5 @@ struct OutputName {
 // Path of the corrected file of each swath of swc in directory odir (with its "/"). Swaths whose names would
 // meet get "_g_" group "_sw_" swath appended; ndup counts them.
 std::vector<std::string> comp_output_names(const OutputName& out, const std::string& odir, const Project& prj,
-                                           const std::vector<int>& swc, int& ndup);
+                                           const std::vector<SwathId>& swc, int& ndup);
 }  // namespace veld

@@ -23,7 +23,7 @@ struct Run : SwathGeometry {  // what travels between the steps
   CorrParam par;
   InvResult res;
   std::vector<SwPair> qc_pairs;
-  std::vector<SCorrTbl> tables;
+  SwathVector<SCorrTbl> tables;
 };
 
 void log_args(const CorrParam& p) {
@@ -46,37 +46,21 @@ void log_args(const CorrParam& p) {
 }
 
 // Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
-bool prepare(const Project& prj, Run& run) {
+bool prepare(Project& prj, Run& run) {
   if (DUT_PO_sync(run.par.dut, prj, run.par.sync, run.sync) == 0) return false;
-  return comp_swath_geometry(prj, run.sync, run.par.geometry, run);
-}
-
-// Why swaths get no correction, by swath; empty for those that do and for references.
-std::vector<std::string> comp_reasons(const Project& prj, const POsync& sync) {
-  std::vector<bool> displaced(prj.swaths.size(), false);
-  for (const DUTinter& p : sync.idx.pairs)
-    if (p.ndisp > 0) displaced[static_cast<size_t>(p.sw1)] = displaced[static_cast<size_t>(p.sw2)] = true;
-  std::vector<std::string> reason(prj.swaths.size());
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const int file = sync.sw2fl(static_cast<int64_t>(i));
-    if (prj.swaths[i].fixed || file >= 0) continue;
-    reason[i] = file == -2      ? "more than one trajectory has its times"
-                : !displaced[i] ? "no displacements to other swaths"
-                                : "no trajectory has its times";
-  }
-  return reason;
+  return comp_swath_geometry(prj, run.par.geometry, run);
 }
 
 // Whether the inversion gets displacements between mobile swaths and references.
 bool has_reference_pairs(const Project& prj, const Run& run) {
-  const auto fixed = [&](int sw) { return prj.swaths[static_cast<size_t>(sw)].fixed; };
+  const auto fixed = [&](SwathId sw) { return prj.swaths[sw].fixed; };
   return run.inv.REFC != 0 && std::any_of(run.sync.pairs.begin(), run.sync.pairs.end(),
                                           [&](const DUTpair& p) { return fixed(p.sw1) != fixed(p.sw2); });
 }
 
 // Step 2: what was asked for against what the data allow.
 void reconcile(const Project& prj, Run& run) {
-  const bool ref = std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
+  const bool ref = std::ranges::any_of(prj.swaths.present(), &Swath::fixed);
   InvParam& inv = run.inv;
   if (ref && inv.REFC == 0) WARNING_MSG("registration data with reference swaths disabled (option -Y 0)");
   if (prj.nmgrp > 1 && inv.GRPC == 0) WARNING_MSG("registration data between groups disabled (option -X 0)");
@@ -94,8 +78,8 @@ void reconcile(const Project& prj, Run& run) {
       LOG_MSG("flat effect of range bias and scale is kept, reference data determine heights");
     run.par.CD = false;
   }
-  const bool channels = std::any_of(prj.swaths.begin(), prj.swaths.end(),
-                                    [](const Swath& s) { return !s.fixed && s.channel != 0; });
+  const bool channels =
+      std::ranges::any_of(prj.swaths, [](const Swath& s) { return s.mobile() && s.channel != 0; });
   if (inv.CALR && !channels) {
     WARNING_MSG("relative calibration disabled, needs several channels (options -cal_rel -chgrp)");
     inv.CALR = false;
@@ -178,9 +162,7 @@ void choose_qc_pairs(const Project& prj, Run& run) {
   run.qc_pairs = comp_int_sw_qc(prj, run.sync.idx, run.par.qc, n0);
   // A pair takes part only when both its swaths have a correction or are fixed.
   std::erase_if(run.qc_pairs, [&](const SwPair& p) {
-    const auto has = [&](int sw) {
-      return prj.swaths[static_cast<size_t>(sw)].fixed || run.sync.sw2fl(sw) >= 0;
-    };
+    const auto has = [&](SwathId sw) { return prj.swaths[sw].fixed || prj.swaths[sw].has_track(); };
     return !has(p.sw1) || !has(p.sw2);
   });
   if (run.qc_pairs.empty())
@@ -202,7 +184,7 @@ void shift_swaths(Run& run) {
 }
 
 // Tables, global shifts, QC and files: the tail that all corrections share.
-bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
+bool QC_OUT_CORR(Project& prj, Run& run, CorrResult& result) {
   LOG_ENTER("QC_OUT_CORR QC=" << run.par.QC);
   const Stopwatch watch;
   if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, run.par.fill,
@@ -223,7 +205,7 @@ bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
   }
   LOG_MSG("OUTPUT");
   LOG_LINE("LiDAR output: " << (run.par.nil ? "[skipped]" : "[swaths]"));
-  if (!corr_swaths(prj, run.par, run.sync, run.res, run.rot, run.swc, run.tables, result)) {
+  if (!corr_swaths(prj, run.par, run.res, run.rot, run.swc, run.tables, result)) {
     ERROR_MSG("at least one swath correction failed");
     ok = false;
   }
@@ -232,7 +214,7 @@ bool QC_OUT_CORR(const Project& prj, Run& run, CorrResult& result) {
 }
 }  // namespace
 
-bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& result) {
+bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) {
   LOG_ENTER("DUT_PO_INV_QC_CORR name='" << prj.name << "' dut='" << par.dut << "'");
   log_args(par);
   Run run;
@@ -246,9 +228,8 @@ bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& re
   choose_qc_pairs(prj, run);
   run.par.inv = run.inv;
   if (!QC_OUT_CORR(prj, run, result)) return false;
-  result.reason = comp_reasons(prj, run.sync);
   result.found = run.res.summary;
-  const std::vector<int> rejected = POget_rej(prj, run.sync);
+  const std::vector<SwathId> rejected = POget_rej(prj);
   result.nswrej = static_cast<int>(rejected.size());
   if (!rejected.empty())
     WARNING_MSG(rejected.size() << " swaths excluded, incomplete correction, rasters and DZ map affected");

@@ -41,17 +41,16 @@ struct CorrParam {
 };
 
 struct CorrResult {
-  int nswc = 0;                     // swaths corrected
-  int nswrej = 0;                   // mobile swaths left as they are
-  double Mp = 0;                    // points written, millions
-  double MB = 0;                    // bytes written, millions
-  std::vector<std::string> files;   // by swath: its corrected file; empty without
-  std::vector<std::string> reason;  // by swath: why it got no correction; empty for those that have one
-  QCcorrResult qc;                  // the check after the correction
-  std::vector<std::string> found;   // lines: each calibration set with its uncertainties
+  int nswc = 0;                    // swaths corrected
+  int nswrej = 0;                  // mobile swaths left as they are
+  double Mp = 0;                   // points written, millions
+  double MB = 0;                   // bytes written, millions
+  bool reached = false;            // the corrections were known and the files were begun
+  QCcorrResult qc;                 // the check after the correction
+  std::vector<std::string> found;  // lines: each calibration set with its uncertainties
 };
 
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside
 // prj.name. False after an ERROR line; the caller adds "correction failed".
-[[nodiscard]] bool DUT_PO_INV_QC_CORR(const Project& prj, const CorrParam& par, CorrResult& result);
+[[nodiscard]] bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result);
 }  // namespace veld

@@ -4,7 +4,7 @@
 #include "lib/general/timing.h"
 
 namespace veld {
-bool DUT_PO_QC_CORR(const Project& prj, const DUTidx& idx, const POscanParam& par) {
+bool DUT_PO_QC_CORR(Project& prj, const DUTidx& idx, const POscanParam& par) {
   LOG_ENTER("DUT_PO_QC_CORR name='" << prj.name << "' AROT=" << par.sync.AROT
                                     << " SCAN=1 ICS=" << par.geometry.ICS << " ICS_r=" << par.geometry.ICS_r);
   const Stopwatch watch;
@@ -12,7 +12,7 @@ bool DUT_PO_QC_CORR(const Project& prj, const DUTidx& idx, const POscanParam& pa
   POsync sync;
   if (IDX_PO_sync(idx, prj, par.sync, sync) == 0) return false;
   SwathGeometry geometry;
-  if (!comp_swath_geometry(prj, sync, par.geometry, geometry)) return false;
+  if (!comp_swath_geometry(prj, par.geometry, geometry)) return false;
   LOG_LINE("/// PO_SCAN_TIME=" << watch.text());
   return true;
 }

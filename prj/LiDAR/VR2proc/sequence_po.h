@@ -15,5 +15,5 @@ struct POscanParam {
 
 // Synchronises the trajectories of the project with the swaths of an index and checks the geometry. Reports go
 // beside prj.name. False after an ERROR line; the caller adds "manual correction or scan failed".
-[[nodiscard]] bool DUT_PO_QC_CORR(const Project& prj, const DUTidx& idx, const POscanParam& par);
+[[nodiscard]] bool DUT_PO_QC_CORR(Project& prj, const DUTidx& idx, const POscanParam& par);
 }  // namespace veld

@@ -17,20 +17,19 @@ bool save_ICS_table(const Project& prj, const SwathGeometry& g) {
   if (!file.open(name)) return false;
   file.fs << "X Y BF{X Y Z} ICS{X Y Z} theta phi Swath# Group# Ch#\n";
   TrajFrame frame;
-  for (const int sw : g.swc) {
-    const size_t i = static_cast<size_t>(sw);
-    const InvSamples& s = g.samples[i];
+  for (const SwathId sw : g.swc) {
+    const InvSamples& s = g.samples[sw];
     for (uint64_t k = 0; k < s.t.size(); k++) {
       if (s.O.val[k].z == NO_PO.z) continue;
-      comp_TrajFrame(s.O.val[k], s.Att.val[k], g.rot[i], frame);
+      comp_TrajFrame(s.O.val[k], s.Att.val[k], g.rot[sw], frame);
       const BodyICS b = comp_BodyICS(frame, s.P.val[k]);
       if (b.theta == NO_ANGLE || b.phi == NO_ANGLE) continue;
       const auto wide = [](float v) { return static_cast<double>(v); };
       char line[240];
       std::snprintf(line, sizeof line, "%.2f %.2f  %.3f %.3f %.3f  %.3f %.3f %.3f  %.4f %.4f  %d %d %d\n",
                     s.P.val[k].x, s.P.val[k].y, wide(b.BF.x), wide(b.BF.y), wide(b.BF.z), wide(b.ICS.x),
-                    wide(b.ICS.y), wide(b.ICS.z), wide(b.theta), wide(b.phi), sw, prj.swaths[i].group,
-                    prj.swaths[i].channel);
+                    wide(b.ICS.y), wide(b.ICS.z), wide(b.theta), wide(b.phi), sw.number, prj.swaths[sw].group,
+                    prj.swaths[sw].channel);
       file.fs << line;
     }
   }
@@ -38,21 +37,20 @@ bool save_ICS_table(const Project& prj, const SwathGeometry& g) {
 }
 }  // namespace
 
-bool comp_swath_geometry(const Project& prj, const POsync& sync, const GeometryParam& par, SwathGeometry& g) {
-  Vector<int> group(prj.swaths.size());
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    group(static_cast<int64_t>(i)) = prj.swaths[i].fixed ? 0 : prj.swaths[i].group;
-  chMount2R(group, prj.mounts, par.AROT, g.rot);
-  g.swc = POsort_swc(prj, sync);
+bool comp_swath_geometry(const Project& prj, const GeometryParam& par, SwathGeometry& g) {
+  g.rot = SwathVector<SwRot>(prj.swaths);
+  for (const Swath& s : prj.swaths)
+    if (s.mobile()) g.rot[s.id] = chMount2R(s.group, prj.mounts, par.AROT);
+  g.swc = POsort_swc(prj);
   if (g.swc.empty()) {
     ERROR_MSG("no mobile swath found");
     return false;
   }
-  if (!OAttP_tbl_swaths(prj, sync, g.swc, g.samples, g.index)) {
+  if (!OAttP_tbl_swaths(prj, g.swc, g.samples, g.index)) {
     ERROR_MSG("failed to compute PO and time tables");
     return false;
   }
-  if (!ICS_stat_swaths(prj, sync, g.rot, g.swc, g.samples, g.ics) || (par.ICS_r && !save_ICS_table(prj, g))) {
+  if (!ICS_stat_swaths(prj, g.rot, g.swc, g.samples, g.ics) || (par.ICS_r && !save_ICS_table(prj, g))) {
     ERROR_MSG("failed to compute BF/ICS tables");
     return false;
   }

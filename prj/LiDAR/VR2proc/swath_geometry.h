@@ -13,11 +13,11 @@
 
 namespace veld {
 struct SwathGeometry {
-  std::vector<SwRot> rot;           // by swath: rotations of the mount
-  std::vector<int> swc;             // swaths with a trajectory, by trajectory file
-  std::vector<InvSamples> samples;  // by swath
-  std::vector<SampleIndex> index;   // by swath
-  ICSresult ics;                    // of the check
+  SwathVector<SwRot> rot;    // rotations of the mount
+  std::vector<SwathId> swc;  // swaths with a trajectory, by trajectory file
+  SwathVector<InvSamples> samples;
+  SwathVector<SampleIndex> index;
+  ICSresult ics;  // of the check
 };
 
 struct GeometryParam {
@@ -26,7 +26,6 @@ struct GeometryParam {
   bool ICS_r = false;  // the table of the statistics too (-ics)
 };
 
-// Fills g for the swaths that have a trajectory in sync. Logs go beside prj.name. False after an ERROR line.
-[[nodiscard]] bool comp_swath_geometry(const Project& prj, const POsync& sync, const GeometryParam& par,
-                                       SwathGeometry& g);
+// Fills g for the swaths that have a trajectory. Logs go beside prj.name. False after an ERROR line.
+[[nodiscard]] bool comp_swath_geometry(const Project& prj, const GeometryParam& par, SwathGeometry& g);
 }  // namespace veld

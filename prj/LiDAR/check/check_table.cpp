@@ -31,40 +31,39 @@ double density(const SwathProbe& p) {
   return area > 0 ? static_cast<double>(p.header.npoints) / area : 0;
 }
 
-void swath_line(const Project& prj, const SwathProbe& p, const GeometryCheck& geometry, size_t i,
-                int overlaps) {
-  const std::string name = cut(base_name(prj.swaths[i].path()), NAME_WIDTH);
+void swath_line(const Swath& swath, const SwathProbe& p, const SwathGeometryCheck& geometry, int overlaps) {
+  const std::string name = cut(base_name(swath.path()), NAME_WIDTH);
   char line[200];
   if (!p.fault.empty() || p.beams.empty()) {
-    std::snprintf(line, sizeof line, "%3d %-22s %s", static_cast<int>(i), name.c_str(),
+    std::snprintf(line, sizeof line, "%3d %-22s %s", swath.id.number, name.c_str(),
                   p.fault.empty() ? "reference" : p.fault.c_str());
     LOG_MSG(line);
     return;
   }
-  const bool checked = i < geometry.checked.size() && geometry.checked[i];
   char geo[40] = "     -      -";
-  if (checked) {
-    const ScanPattern& now = geometry.faults[i].now;
+  if (geometry.checked) {
+    const ScanPattern& now = geometry.fault.now;
     std::snprintf(geo, sizeof geo, "%6.0f %6.2f", now.AGL, now.spread);
   }
-  std::snprintf(line, sizeof line, "%3d %-22s %9.3f %6.2f %4.0f %7.1f %s %3d %s", static_cast<int>(i),
+  std::snprintf(line, sizeof line, "%3d %-22s %9.3f %6.2f %4.0f %7.1f %s %3d %s", swath.id.number,
                 name.c_str(), static_cast<double>(p.header.npoints) * 1e-6, density(p),
                 100.0 * static_cast<double>(p.nkept) / static_cast<double>(p.beams.size()), p.tmax - p.tmin,
                 geo, overlaps,
-                !checked                                         ? "-"
-                : geometry.faults[i].kind == TrajFaultKind::none ? "ok"
-                                                                 : "FAULT");
+                !geometry.checked                            ? "-"
+                : geometry.fault.kind == TrajFaultKind::none ? "ok"
+                                                             : "FAULT");
   LOG_MSG(line);
 }
 }  // namespace
 
-void show_check_table(const Project& prj, const std::vector<SwathProbe>& probes,
+void show_check_table(const Project& prj, const SwathVector<SwathProbe>& probes,
                       const GeometryCheck& geometry) {
-  const std::vector<int> overlaps = count_overlaps(ground_boxes(probes));
+  const SwathVector<int> overlaps = count_overlaps(prj.swaths, ground_boxes(prj.swaths, probes));
   LOG_MSG("CHECK");
   LOG_MSG("  # File                      Points p/m2 Kept    Time    AGL Spread Ovr Geometry");
   LOG_MSG("                              million       %       s      m    deg");
-  for (size_t i = 0; i < probes.size(); i++) swath_line(prj, probes[i], geometry, i, overlaps[i]);
+  for (const Swath& s : prj.swaths.present())
+    swath_line(s, probes[s.id], geometry.swaths[s.id], overlaps[s.id]);
   std::vector<std::string> systems;
   for (const SwathProbe& p : probes) {
     if (p.beams.empty()) continue;

@@ -8,6 +8,6 @@
 
 namespace veld {
 // On the console and in the log. geometry: of check_geometry, or empty without trajectories.
-void show_check_table(const Project& prj, const std::vector<SwathProbe>& probes,
+void show_check_table(const Project& prj, const SwathVector<SwathProbe>& probes,
                       const GeometryCheck& geometry);
 }  // namespace veld

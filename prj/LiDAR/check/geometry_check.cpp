@@ -20,31 +20,22 @@ constexpr size_t NAMES_SHOWN = 4;
 
 bool can_check(const SwathProbe& p) { return p.fault.empty() && p.timed && p.tmax - p.tmin < SPAN_MAX; }
 
-// The swaths that can be synchronised, as a project and an index of their own. number: their swath numbers.
-Project make_part(const Project& prj, const std::vector<SwathProbe>& probes, DUTidx& idx,
-                  std::vector<int>& number) {
+// The project with those swaths present that can be synchronised, and an index of it.
+Project make_part(const Project& prj, const SwathVector<SwathProbe>& probes, DUTidx& idx) {
   Project part = prj;
-  part.swaths.clear();
   const double mTsize = static_cast<double>(prj.scale.mTsize);
   dxyz lo = {1e18, 1e18, 1e18}, hi = {-1e18, -1e18, -1e18};
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const Swath& s = prj.swaths[i];
-    const SwathProbe& p = probes[i];
-    if (s.fixed || !can_check(p)) continue;
-    number.push_back(static_cast<int>(i));
-    Swath copy = s;
-    copy.mainch = static_cast<int>(part.swaths.size());
-    part.swaths.push_back(copy);
-    DUTswath d;
-    d.group = s.group;
-    d.ch = s.channel;
-    d.mainch = s.channel == 0;
-    d.adj = p.adj;
-    d.tmin = p.tmin;
-    d.tmax = p.tmax;
-    d.path = s.path();
-    idx.swaths.push_back(d);
-    for (const Beam& b : p.beams) grow_box(lo, hi, b.P);
+  for (Swath& s : part.swaths) {
+    const SwathProbe& p = probes[s.id];
+    if (!s.mobile() || !can_check(p)) {
+      part.swaths.reject(s.id, SwathState::absent, "not checked");
+    } else {
+      s.clock.raw_adj = p.adj;
+      s.clock.tmin = p.tmin;
+      s.clock.tmax = p.tmax;
+      for (const Beam& b : p.beams) grow_box(lo, hi, b.P);
+    }
+    idx.swaths.push_back(make_DUTswath(part.swaths, s.id));
   }
   const auto index = [mTsize](double v) {
     return static_cast<int64_t>(std::floor((v + 10240000.0) / mTsize));
@@ -54,30 +45,29 @@ Project make_part(const Project& prj, const std::vector<SwathProbe>& probes, DUT
   return part;
 }
 
-Attitude attitude_of(const Project& part, const POsync& sync, int sw) {
-  const size_t f = static_cast<size_t>(sync.sw2fl(sw));
+Attitude attitude_of(const Project& part, const POsync& sync, const Swath& swath) {
+  const size_t f = static_cast<size_t>(swath.track.file);
   const POgroup& group = part.pogroups[static_cast<size_t>(part.pofiles[f].group - 1)];
   const auto has = [&](char column) { return group.col.find(column) != std::string::npos; };
   const bool positions_only = !group.col.empty() && !(has('w') && has('p'));
   if (group.att == 1 || positions_only) return Attitude::level;
   const POscan& scan = sync.files[f].scan;
-  return !sync.AREC(sw) && scan.roll && scan.pitch ? Attitude::recorded : Attitude::missing;
+  return !swath.track.AREC && scan.roll && scan.pitch ? Attitude::recorded : Attitude::missing;
 }
 
-// Swath sw of the part. False when there is nothing to compare.
+// False when there is nothing to compare.
 bool check_swath(const Project& part, const POsync& sync, const POsyncParam& par, const SwathProbe& probe,
-                 int sw, const SwRot& rot, TrajFault& fault) {
+                 const Swath& swath, TrajFault& fault) {
   Vector<PO> po, wide;
   double dt = 0;
-  if (sync.sw2fl(sw) < 0 || !load_POC_TMP(part.swaths[static_cast<size_t>(sw)].cache, sw, po, dt))
-    return false;
-  const double shift = sync.TimeCorr(sw);
-  const bool AREC = sync.AREC(sw) != 0;
-  const Attitude attitude = attitude_of(part, sync, sw);
-  const ScanPattern now = comp_ScanPattern(probe.beams, shift, probe.angled, po, AREC, rot, {});
+  if (!load_POC_TMP(swath.cache, swath.id, po, dt)) return false;
+  const SwRot rot = chMount2R(swath.group, part.mounts, par.AROT);
+  const double shift = swath.clock.shift;
+  const Attitude attitude = attitude_of(part, sync, swath);
+  const ScanPattern now = comp_ScanPattern(probe.beams, shift, probe.angled, po, swath.track.AREC, rot, {});
   if (now.n < 100) return false;
   if (attitude == Attitude::recorded && !pattern_is_clean(now) &&
-      !read_swath_track(part, sync, par, sw, WIDE, wide))
+      !read_swath_track(part, sync, par, swath, WIDE, wide))
     wide.clear();
   fault = find_traj_fault(probe.beams, shift, probe.angled, now, wide, attitude, rot);
   return true;
@@ -95,21 +85,21 @@ std::string span_text(double t0, double t1, bool adj) {
 }
 
 // Swaths that no trajectory serves, with the times of both; trajectories that lie elsewhere.
-void report_unmatched(const Project& prj, const POsync& sync, const std::vector<int>& number, bool ok) {
+void report_unmatched(const Project& part, const POsync& sync, bool ok) {
   std::vector<std::string> none, several, files;
   std::string spans;
-  for (size_t k = 0; k < number.size(); k++) {
-    const int sw = static_cast<int>(k), file = sync.sw2fl(sw);
-    if (file >= 0) continue;
-    const std::string& name = prj.swaths[static_cast<size_t>(number[k])].path();
-    (file == -2 ? several : none).push_back(name);
-    if (file == -1 && none.size() == 1)
-      spans = name + " " + span_text(sync.tmin(sw), sync.tmax(sw), sync.adj(sw) != 0);
+  int nswaths = 0;
+  for (const Swath& s : part.swaths.present()) {
+    nswaths++;
+    if (s.track.file >= 0) continue;
+    (s.track.file == -2 ? several : none).push_back(s.path());
+    if (s.track.file == -1 && none.size() == 1)
+      spans = s.path() + " " + span_text(s.clock.begin, s.clock.end, s.clock.adj);
   }
-  for (size_t f = 0; f < prj.pofiles.size(); f++) {
+  for (size_t f = 0; f < part.pofiles.size(); f++) {
     const POfileState& file = sync.files[f];
     if (file.dup >= 0) continue;
-    files.push_back(prj.pofiles[f].path);
+    files.push_back(part.pofiles[f].path);
     if (files.size() == 1 && file.tmax > file.tmin)
       spans += ", " + files[0] + " " + span_text(file.tmin, file.tmax, file.scan.tadj);
   }
@@ -126,7 +116,7 @@ void report_unmatched(const Project& prj, const POsync& sync, const std::vector<
     show("more than one trajectory has the times of " + list_text(several) + ": leave one out of " +
          list_text(files));
   if (!ok && none.empty() && several.empty())
-    show("cannot use " + list_text(files) + " for " + std::to_string(number.size()) +
+    show("cannot use " + list_text(files) + " for " + std::to_string(nswaths) +
          " swaths: check its coordinates (-utm, -wkt, -po_geo), columns (-po_parse) and that it is a "
          "trajectory");
 }
@@ -135,23 +125,23 @@ void report_unmatched(const Project& prj, const POsync& sync, const std::vector<
 void report(const Project& prj, const GeometryCheck& check, bool error) {
   struct Line {
     std::vector<std::string> names;
-    size_t worst = 0;
+    SwathId worst;
   };
   std::map<std::pair<int, std::string>, Line> lines;
-  for (size_t i = 0; i < check.faults.size(); i++) {
-    const TrajFault& f = check.faults[i];
+  for (const Swath& s : prj.swaths) {
+    const TrajFault& f = check.swaths[s.id].fault;
     if (f.kind == TrajFaultKind::none) continue;
     // The same shift varies by hundredths from swath to swath.
     const double size = f.kind == TrajFaultKind::late  ? std::round(f.change.late * 2)
                         : f.kind == TrajFaultKind::low ? std::round(f.change.low / 4)
                                                        : 0;
     const std::string what = f.kind == TrajFaultKind::angles ? fault_text(f) : std::string();
-    Line& line = lines[{check.file[i], LOG_STR(static_cast<int>(f.kind) << what << size)}];
-    if (line.names.empty() || f.now.spread > check.faults[line.worst].now.spread) line.worst = i;
-    line.names.push_back(prj.swaths[i].path());
+    Line& line = lines[{check.swaths[s.id].file, LOG_STR(static_cast<int>(f.kind) << what << size)}];
+    if (line.names.empty() || f.now.spread > check.swaths[line.worst].fault.now.spread) line.worst = s.id;
+    line.names.push_back(s.path());
   }
   for (const auto& [key, line] : lines) {
-    const TrajFault& f = check.faults[line.worst];
+    const TrajFault& f = check.swaths[line.worst].fault;
     const std::string text =
         LOG_STR("geometry of " << list_text(line.names) << " against trajectory "
                                << prj.pofiles[static_cast<size_t>(key.first)].path << ": " << fault_text(f)
@@ -174,47 +164,41 @@ std::string list_text(const std::vector<std::string>& names) {
   return text;
 }
 
-GeometryCheck check_geometry(const Project& prj, const std::vector<SwathProbe>& probes,
+GeometryCheck check_geometry(const Project& prj, const SwathVector<SwathProbe>& probes,
                              const GeometryCheckParam& par) {
   LOG_ENTER("check_geometry nsw=" << prj.swaths.size() << " error=" << par.error);
   const Stopwatch watch;
   GeometryCheck check;
-  check.file.assign(prj.swaths.size(), -1);
-  check.faults.resize(prj.swaths.size());
-  check.checked.assign(prj.swaths.size(), 0);
-  std::vector<int> number;
+  check.swaths = SwathVector<SwathGeometryCheck>(prj.swaths);
   DUTidx idx;
-  const Project part = make_part(prj, probes, idx, number);
-  if (number.empty() || prj.pofiles.empty()) return check;
+  Project part = make_part(prj, probes, idx);
+  const std::vector<SwathId> ids = part.swaths.ids();
+  if (ids.empty() || prj.pofiles.empty()) return check;
   POsync sync;
   {
     const ConsoleQuiet quiet;
     check.ok = IDX_PO_sync(idx, part, par.sync, sync) > 0;
   }
-  report_unmatched(prj, sync, number, check.ok);
+  report_unmatched(part, sync, check.ok);
   if (!check.ok) return check;
-  Vector<int> group(part.swaths.size());
-  for (size_t i = 0; i < part.swaths.size(); i++) group.val[i] = part.swaths[i].group;
-  std::vector<SwRot> rot;
-  chMount2R(group, prj.mounts, par.sync.AROT, rot);
-  run_units(static_cast<int64_t>(number.size()), NTHREADSIO, [&](int64_t k, int) {
-    const size_t unit = static_cast<size_t>(k), i = static_cast<size_t>(number[unit]);
-    check.file[i] = sync.sw2fl(static_cast<int>(k));
-    check.checked[i] =
-        check_swath(part, sync, par.sync, probes[i], static_cast<int>(k), rot[unit], check.faults[i]);
+  run_units(static_cast<int64_t>(ids.size()), NTHREADSIO, [&](int64_t k, int) {
+    const Swath& s = part.swaths[ids[static_cast<size_t>(k)]];
+    if (!s.has_track()) return true;
+    SwathGeometryCheck& c = check.swaths[s.id];
+    c.file = s.track.file;
+    c.checked = check_swath(part, sync, par.sync, probes[s.id], s, c.fault);
     return true;
   });
   for (size_t f = 0; f < prj.pofiles.size(); f++) {
     std::vector<TrajFault*> faults;
-    for (size_t i = 0; i < check.faults.size(); i++)
-      if (check.file[i] == static_cast<int>(f)) faults.push_back(&check.faults[i]);
+    for (const SwathId id : ids)
+      if (check.swaths[id].file == static_cast<int>(f)) faults.push_back(&check.swaths[id].fault);
     agree_on_angles(faults);
   }
   int nfaults = 0;
-  for (const int sw : number) {
-    const size_t i = static_cast<size_t>(sw);
-    if (check.checked[i]) log_swath(prj.swaths[i].path(), check.faults[i]);
-    nfaults += check.faults[i].kind != TrajFaultKind::none;
+  for (const SwathId id : ids) {
+    if (check.swaths[id].checked) log_swath(prj.swaths[id].path(), check.swaths[id].fault);
+    nfaults += check.swaths[id].fault.kind != TrajFaultKind::none;
   }
   report(prj, check, par.error);
   if (nfaults > 0 && par.error) check.ok = false;

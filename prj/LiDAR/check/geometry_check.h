@@ -16,16 +16,20 @@ struct GeometryCheckParam {
   bool error = true;  // a fault is an ERROR (-ics_err 1), else a WARNING
 };
 
-struct GeometryCheck {
-  std::vector<int> file;          // by swath: trajectory file, below 0 none
-  std::vector<TrajFault> faults;  // by swath; kind none also where nothing could be checked
-  std::vector<uint8_t> checked;   // by swath: beams and trajectory were there
-  bool ok = true;                 // false after an ERROR line: the trajectories cannot be used
+struct SwathGeometryCheck {  // of a swath
+  int file = -1;             // trajectory file, below 0 none
+  bool checked = false;      // beams and trajectory were there
+  TrajFault fault;           // kind none also where nothing could be checked
 };
 
-// probes: of the mobile swaths, by swath number. Swaths without a time, and those that could not be probed, are not
+struct GeometryCheck {
+  SwathVector<SwathGeometryCheck> swaths;
+  bool ok = true;  // false after an ERROR line: the trajectories cannot be used
+};
+
+// probes: of the mobile swaths. Swaths without a time, and those that could not be probed, are not
 // checked. Reports of the synchronisation go beside prj.name. One line a trajectory and fault, with the swaths.
-GeometryCheck check_geometry(const Project& prj, const std::vector<SwathProbe>& probes,
+GeometryCheck check_geometry(const Project& prj, const SwathVector<SwathProbe>& probes,
                              const GeometryCheckParam& par);
 
 // "a, b and 3 more".

@@ -22,21 +22,22 @@ constexpr double DEGREES_MAX = 360;  // coordinates below it look geographic
 // Measured on airborne blocks and UAV flights: bytes of caches a point, processor time a million points.
 constexpr double CACHE_BYTES = 25, SECONDS_PER_MP = 3.5;
 
-// Number of the connected part of each box, where boxes within reach of each other are connected.
-std::vector<int> find_parts(const std::vector<GroundBox>& boxes, double reach) {
-  std::vector<int> part(boxes.size(), -1);
+// Number of the connected part of each box, where boxes within reach of each other are connected; -1 for empty ones.
+SwathVector<int> find_parts(const SwathTable& swaths, const SwathVector<GroundBox>& boxes, double reach) {
+  SwathVector<int> part(swaths, -1);
   int nparts = 0;
-  for (size_t i = 0; i < boxes.size(); i++) {
-    if (boxes[i].empty() || part[i] >= 0) continue;
-    std::vector<size_t> todo = {i};
-    part[i] = nparts;
+  for (const Swath& s : swaths) {
+    if (boxes[s.id].empty() || part[s.id] >= 0) continue;
+    std::vector<SwathId> todo = {s.id};
+    part[s.id] = nparts;
     while (!todo.empty()) {
-      const size_t from = todo.back();
+      const SwathId from = todo.back();
       todo.pop_back();
-      for (size_t k = 0; k < boxes.size(); k++)
-        if (part[k] < 0 && !boxes[k].empty() && box_distance(boxes[from], boxes[k]) < reach) {
-          part[k] = nparts;
-          todo.push_back(k);
+      for (const Swath& other : swaths)
+        if (part[other.id] < 0 && !boxes[other.id].empty() &&
+            box_distance(boxes[from], boxes[other.id]) < reach) {
+          part[other.id] = nparts;
+          todo.push_back(other.id);
         }
     }
     nparts++;
@@ -60,7 +61,7 @@ std::string far_reason(const GroundBox& box, const GroundBox& project, double re
 }
 
 // Boxes of swaths far from the others become empty: nothing more is to be said about their places.
-void find_far(const Project& prj, std::vector<GroundBox>& boxes, std::vector<Problem>& problems) {
+void find_far(const SwathTable& swaths, SwathVector<GroundBox>& boxes, std::vector<Problem>& problems) {
   std::vector<double> lengths;
   for (const GroundBox& b : boxes)
     if (!b.empty()) lengths.push_back(b.diagonal());
@@ -68,7 +69,7 @@ void find_far(const Project& prj, std::vector<GroundBox>& boxes, std::vector<Pro
   std::nth_element(lengths.begin(), lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2),
                    lengths.end());
   const double reach = std::max(FAR_MIN, FAR_LENGTHS * lengths[lengths.size() / 2]);
-  const std::vector<int> part = find_parts(boxes, reach);
+  const SwathVector<int> part = find_parts(swaths, boxes, reach);
   std::map<int, int> size;
   for (const int p : part)
     if (p >= 0) size[p]++;
@@ -77,45 +78,45 @@ void find_far(const Project& prj, std::vector<GroundBox>& boxes, std::vector<Pro
   for (const auto& [p, n] : size)
     if (n > size[main]) main = p;
   GroundBox project;
-  for (size_t i = 0; i < boxes.size(); i++)
-    if (part[i] == main)
-      project = {std::min(project.x0, boxes[i].x0), std::min(project.y0, boxes[i].y0),
-                 std::max(project.x1, boxes[i].x1), std::max(project.y1, boxes[i].y1)};
-  for (size_t i = 0; i < boxes.size(); i++) {
-    if (part[i] < 0 || part[i] == main) continue;
+  for (const Swath& s : swaths)
+    if (const GroundBox& b = boxes[s.id]; part[s.id] == main)
+      project = {std::min(project.x0, b.x0), std::min(project.y0, b.y0), std::max(project.x1, b.x1),
+                 std::max(project.y1, b.y1)};
+  for (const Swath& s : swaths) {
+    if (part[s.id] < 0 || part[s.id] == main) continue;
+    GroundBox& box = boxes[s.id];
     problems.push_back(
-        {true, LOG_STR(prj.swaths[i].path()
-                       << " lies " << std::lround(box_distance(boxes[i], project) / 1000)
-                       << " km from the other swaths: " << far_reason(boxes[i], project, reach))});
-    boxes[i] = GroundBox();
+        {true, LOG_STR(s.path() << " lies " << std::lround(box_distance(box, project) / 1000)
+                                << " km from the other swaths: " << far_reason(box, project, reach))});
+    box = GroundBox();
   }
 }
 
 // Files with the same points under two names.
-void find_copies(const Project& prj, const std::vector<SwathProbe>& probes, std::vector<Problem>& problems) {
+void find_copies(const SwathTable& swaths, const SwathVector<SwathProbe>& probes,
+                 std::vector<Problem>& problems) {
   using Key = std::tuple<uint64_t, double, double, double, double, double>;
-  std::map<Key, size_t> first;
-  for (size_t i = 0; i < probes.size(); i++) {
-    const SwathProbe& p = probes[i];
+  std::map<Key, SwathId> first;
+  for (const Swath& s : swaths) {
+    const SwathProbe& p = probes[s.id];
     if (p.beams.size() < 2) continue;
     const Beam &a = p.beams.front(), &b = p.beams.back();
-    const auto [at, fresh] = first.insert({{p.header.npoints, a.t, a.P.x, a.P.z, b.P.x, b.P.z}, i});
+    const auto [at, fresh] = first.insert({{p.header.npoints, a.t, a.P.x, a.P.z, b.P.x, b.P.z}, s.id});
     if (!fresh)
-      problems.push_back(
-          {true, LOG_STR(prj.swaths[i].path() << " holds the same points as " << prj.swaths[at->second].path()
-                                              << ": a copy? Give one of them only (-exclude)")});
+      problems.push_back({true, LOG_STR(s.path() << " holds the same points as " << swaths[at->second].path()
+                                                 << ": a copy? Give one of them only (-exclude)")});
   }
 }
 
-void find_lonely(const Project& prj, const std::vector<GroundBox>& boxes, std::vector<Problem>& problems) {
-  const std::vector<int> overlaps = count_overlaps(boxes);
+void find_lonely(const SwathTable& swaths, const SwathVector<GroundBox>& boxes,
+                 std::vector<Problem>& problems) {
+  const SwathVector<int> overlaps = count_overlaps(swaths, boxes);
   const bool any = std::any_of(overlaps.begin(), overlaps.end(), [](int n) { return n > 0; });
-  const bool references =
-      std::any_of(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
+  const bool references = std::ranges::any_of(swaths.present(), &Swath::fixed);
   if (!any || references) return;  // without any overlap the run has its own message
   std::vector<std::string> names;
-  for (size_t i = 0; i < boxes.size(); i++)
-    if (!boxes[i].empty() && overlaps[i] == 0) names.push_back(prj.swaths[i].path());
+  for (const Swath& s : swaths)
+    if (!boxes[s.id].empty() && overlaps[s.id] == 0) names.push_back(s.path());
   if (!names.empty())
     problems.push_back(
         {false, list_text(names) + " overlap" + (names.size() == 1 ? "s" : "") +
@@ -147,18 +148,19 @@ int utm_zone(int code) {
   return code > 32600 && code <= 32660 ? code - 32600 : code > 32700 && code <= 32760 ? 32700 - code : 0;
 }
 
-void find_systems(const Project& prj, const std::vector<SwathProbe>& probes, int utm,
+void find_systems(const SwathTable& swaths, const SwathVector<SwathProbe>& probes, int utm,
                   std::vector<Problem>& problems) {
   std::map<std::string, std::vector<std::string>> by_system;
   std::vector<std::string> other_zone;
   int zone = 0;
-  for (size_t i = 0; i < probes.size(); i++) {
-    if (probes[i].beams.empty()) continue;
-    const std::string crs = header_crs(probes[i].header);
-    if (crs != "-") by_system[crs].push_back(prj.swaths[i].path());
-    const int of_header = utm_zone(geotiff_code(probes[i].header));
+  for (const Swath& s : swaths) {
+    const SwathProbe& p = probes[s.id];
+    if (p.beams.empty()) continue;
+    const std::string crs = header_crs(p.header);
+    if (crs != "-") by_system[crs].push_back(s.path());
+    const int of_header = utm_zone(geotiff_code(p.header));
     if (utm != 0 && of_header != 0 && std::abs(of_header) != std::abs(utm)) {
-      other_zone.push_back(prj.swaths[i].path());
+      other_zone.push_back(s.path());
       zone = of_header;
     }
   }
@@ -188,17 +190,19 @@ double box_distance(const GroundBox& a, const GroundBox& b) {
   return std::hypot(dx, dy);
 }
 
-std::vector<GroundBox> ground_boxes(const std::vector<SwathProbe>& probes) {
-  std::vector<GroundBox> boxes;
-  for (const SwathProbe& p : probes) boxes.push_back(ground_box(p));
+SwathVector<GroundBox> ground_boxes(const SwathTable& swaths, const SwathVector<SwathProbe>& probes) {
+  SwathVector<GroundBox> boxes(swaths);
+  for (const Swath& s : swaths) boxes[s.id] = ground_box(probes[s.id]);
   return boxes;
 }
 
-std::vector<int> count_overlaps(const std::vector<GroundBox>& boxes) {
-  std::vector<int> n(boxes.size(), 0);
-  for (size_t i = 0; i < boxes.size(); i++)
-    for (size_t k = 0; k < boxes.size(); k++)
-      n[i] += i != k && !boxes[i].empty() && !boxes[k].empty() && box_distance(boxes[i], boxes[k]) == 0;
+SwathVector<int> count_overlaps(const SwathTable& swaths, const SwathVector<GroundBox>& boxes) {
+  SwathVector<int> n(swaths);
+  for (const Swath& s : swaths)
+    for (const Swath& other : swaths) {
+      const GroundBox &a = boxes[s.id], &b = boxes[other.id];
+      n[s.id] += s.id != other.id && !a.empty() && !b.empty() && box_distance(a, b) == 0;
+    }
   return n;
 }
 
@@ -209,33 +213,33 @@ std::string header_crs(const LASheader& header) {
   return code > 0 ? "EPSG:" + std::to_string(code) : "-";
 }
 
-std::vector<Problem> find_problems(const Project& prj, const std::vector<SwathProbe>& probes, int utm) {
+std::vector<Problem> find_problems(const Project& prj, const SwathVector<SwathProbe>& probes, int utm) {
   std::vector<Problem> problems;
-  for (size_t i = 0; i < probes.size(); i++) {
-    const SwathProbe& p = probes[i];
-    if (prj.swaths[i].fixed) continue;
+  for (const Swath& s : prj.swaths) {
+    const SwathProbe& p = probes[s.id];
+    if (!s.mobile()) continue;
     if (!p.fault.empty()) {
-      problems.push_back({false, prj.swaths[i].path() + " " + p.fault + ": it will be left out"});
+      problems.push_back({false, s.path() + " " + p.fault + ": it will be left out"});
       continue;
     }
     if (p.nkept == 0)
-      problems.push_back({false, LOG_STR("filters keep 0 of " << p.beams.size() << " points looked at in "
-                                                              << prj.swaths[i].path() << ": " << p.dropped
-                                                              << ": it will be left out")});
+      problems.push_back(
+          {false, LOG_STR("filters keep 0 of " << p.beams.size() << " points looked at in " << s.path()
+                                               << ": " << p.dropped << ": it will be left out")});
     if (!p.timed)
       problems.push_back(
-          {false, prj.swaths[i].path() +
-                      " has no time stamps: no trajectory can be found for it, it cannot be corrected"});
+          {false,
+           s.path() + " has no time stamps: no trajectory can be found for it, it cannot be corrected"});
   }
-  std::vector<GroundBox> boxes = ground_boxes(probes);
-  find_far(prj, boxes, problems);
-  find_copies(prj, probes, problems);
-  find_lonely(prj, boxes, problems);
-  find_systems(prj, probes, utm, problems);
+  SwathVector<GroundBox> boxes = ground_boxes(prj.swaths, probes);
+  find_far(prj.swaths, boxes, problems);
+  find_copies(prj.swaths, probes, problems);
+  find_lonely(prj.swaths, boxes, problems);
+  find_systems(prj.swaths, probes, utm, problems);
   return problems;
 }
 
-Needs estimate_needs(const std::vector<SwathProbe>& probes) {
+Needs estimate_needs(const SwathVector<SwathProbe>& probes) {
   Needs n;
   for (const SwathProbe& p : probes) {
     n.points += static_cast<double>(p.header.npoints) * (p.beams.empty() ? 0 : 1);

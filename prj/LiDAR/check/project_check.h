@@ -24,12 +24,12 @@ GroundBox ground_box(const SwathProbe& probe);
 // Smallest distance of two boxes, 0 when they meet.
 double box_distance(const GroundBox& a, const GroundBox& b);
 
-// All problems between and within the mobile swaths, without any line in the log. probes: by swath number.
-std::vector<Problem> find_problems(const Project& prj, const std::vector<SwathProbe>& probes, int utm);
+// All problems between and within the mobile swaths, without any line in the log.
+std::vector<Problem> find_problems(const Project& prj, const SwathVector<SwathProbe>& probes, int utm);
 
-std::vector<GroundBox> ground_boxes(const std::vector<SwathProbe>& probes);
-// By box: the number of other boxes that meet it.
-std::vector<int> count_overlaps(const std::vector<GroundBox>& boxes);
+SwathVector<GroundBox> ground_boxes(const SwathTable& swaths, const SwathVector<SwathProbe>& probes);
+// The number of other boxes that meet the box of a swath.
+SwathVector<int> count_overlaps(const SwathTable& swaths, const SwathVector<GroundBox>& boxes);
 
 struct Needs {         // of a whole alignment
   double points = 0;   // in all files
@@ -37,7 +37,7 @@ struct Needs {         // of a whole alignment
   double results = 0;  // bytes in the output directory
   double seconds = 0;  // of all processors together
 };
-Needs estimate_needs(const std::vector<SwathProbe>& probes);
+Needs estimate_needs(const SwathVector<SwathProbe>& probes);
 // A problem for each directory that has not the room.
 std::vector<Problem> check_room(const Needs& needs, const std::string& tmpdir, const std::string& odir,
                                 bool writes);

@@ -108,11 +108,12 @@ SwathProbe probe_swath(const std::string& path, const TilingParam& filters) {
   return probe;
 }
 
-std::vector<SwathProbe> probe_swaths(const Project& prj, const TilingParam& filters, int nthreads) {
-  std::vector<SwathProbe> probes(prj.swaths.size());
-  run_units(static_cast<int64_t>(probes.size()), nthreads, [&](int64_t i, int) {
-    const size_t sw = static_cast<size_t>(i);
-    if (!prj.swaths[sw].fixed) probes[sw] = probe_swath(prj.swaths[sw].path(), filters);
+SwathVector<SwathProbe> probe_swaths(const Project& prj, const TilingParam& filters, int nthreads) {
+  SwathVector<SwathProbe> probes(prj.swaths);
+  const std::vector<SwathId> ids = prj.swaths.ids();
+  run_units(static_cast<int64_t>(ids.size()), nthreads, [&](int64_t i, int) {
+    const Swath& s = prj.swaths[ids[static_cast<size_t>(i)]];
+    if (!s.fixed) probes[s.id] = probe_swath(s.path(), filters);
     return true;
   });
   return probes;

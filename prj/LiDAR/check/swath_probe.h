@@ -38,6 +38,6 @@ struct SwathProbe {
 // that cannot be read gives a fault, behind the reader's ERROR line.
 SwathProbe probe_swath(const std::string& path, const TilingParam& filters);
 
-// By swath number; references are left empty. On up to nthreads threads.
-std::vector<SwathProbe> probe_swaths(const Project& prj, const TilingParam& filters, int nthreads);
+// References and rows that are not present are left empty. On up to nthreads threads.
+SwathVector<SwathProbe> probe_swaths(const Project& prj, const TilingParam& filters, int nthreads);
 }  // namespace veld

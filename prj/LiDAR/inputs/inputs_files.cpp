@@ -97,13 +97,13 @@ bool get_swath_files(const InputArgs& in, const Options& o, Project& prj) {
   }
   prj.nmgrp = static_cast<int>(in.mobile.size());
   prj.ngrp = prj.nmgrp + static_cast<int>(in.fixed.size());
-  prj.swaths.assign(list.size(), Swath());
+  prj.swaths.clear();
   for (size_t i = 0; i < list.size(); i++) {
-    Swath& s = prj.swaths[i];
+    Swath s;
     s.cache = CacheName(list.name[i]);
     s.group = list.idx[i];
     s.fixed = i >= nmobile;
-    s.mainch = static_cast<int>(i);
+    prj.swaths.add(s);
   }
   return true;
 }
@@ -132,10 +132,9 @@ bool chk_ch_grp(const Options& o, Project& prj) {
       }
     prj.chgrp = ch;
   }
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    Swath& s = prj.swaths[i];
+  for (Swath& s : prj.swaths) {
     s.channel = s.fixed ? 0 : prj.chgrp[static_cast<size_t>(s.group) - 1];
-    LOG_LINE(">> S " << i << " g " << s.group << " ch " << s.channel << ' ' << (s.fixed ? "F " : "M ")
+    LOG_LINE(">> S " << s.id << " g " << s.group << " ch " << s.channel << ' ' << (s.fixed ? "F " : "M ")
                      << s.path());
   }
   return true;

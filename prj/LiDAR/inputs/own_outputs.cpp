@@ -23,13 +23,11 @@ bool made_from(const Swath& made, const Swath& source) {
   return b && !las_is_processed(b->header) && a->header.npoints == b->header.npoints;
 }
 
-bool is_own_output(const OutputName& out, const std::string& odir, const Project& prj, size_t k) {
-  const Swath& made = prj.swaths[k];
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const Swath& source = prj.swaths[i];
-    if (i == k || source.fixed || !extends(stem_of(made), stem_of(source))) continue;
+bool is_own_output(const OutputName& out, const std::string& odir, const Project& prj, const Swath& made) {
+  for (const Swath& source : prj.swaths) {
+    if (source.id == made.id || source.fixed || !extends(stem_of(made), stem_of(source))) continue;
     int ndup = 0;
-    const std::string name = comp_output_names(out, odir, prj, {static_cast<int>(i)}, ndup)[0];
+    const std::string name = comp_output_names(out, odir, prj, {source.id}, ndup)[0];
     if (same_file(name, made.path()) || made_from(made, source)) return true;
   }
   return false;
@@ -37,20 +35,19 @@ bool is_own_output(const OutputName& out, const std::string& odir, const Project
 }  // namespace
 
 void leave_out_own_outputs(const OutputName& out, const std::string& odir, Project& prj) {
-  std::vector<Swath> kept;
+  SwathTable kept;
   std::string names;
-  int n = 0;
-  for (size_t k = 0; k < prj.swaths.size(); k++) {
-    if (!prj.swaths[k].fixed && is_own_output(out, odir, prj, k)) {
-      names += " " + prj.swaths[k].path();
-      n++;
+  for (Swath s : prj.swaths) {
+    if (!s.fixed && is_own_output(out, odir, prj, s)) {
+      names += " " + s.path();
       continue;
     }
-    kept.push_back(prj.swaths[k]);
-    kept.back().mainch = static_cast<int>(kept.size()) - 1;
+    s.mainch = SwathId();
+    kept.add(s);
   }
+  const int n = prj.swaths.size() - kept.size();
   if (n == 0) return;
-  prj.swaths.swap(kept);
+  prj.swaths = kept;
   LOG_MSG(n << " corrected files of an earlier run are no input, left out:" << names);
 }
 }  // namespace veld

@@ -24,29 +24,27 @@ Options align2_options(const Options& o, int step) {
   return s;
 }
 
-bool align2_proc_fxnames(int step, const std::vector<std::string>& files, Project& prj) {
+bool align2_proc_fxnames(int step, SwathTable& swaths) {
   LOG_ENTER("align2_proc_fxnames step=" << step);
-  const size_t nswi = prj.swaths.size();
-  if (step > 0) {
-    std::vector<Swath> next;
-    for (size_t i = 0; i < nswi; i++) {
-      Swath s = prj.swaths[i];
-      if (!s.fixed && files[i].empty()) {
+  int nmobile = 0;
+  for (Swath& s : swaths) {
+    if (step > 0 && s.state == SwathState::untiled)
+      s.state = SwathState::uncorrected;  // listed by the first step
+    if (step > 0 && s.mobile()) {
+      if (s.corrected.empty()) {
         LOG_LINE("<!> not corrected in the first step " << s.path());
+        swaths.reject(s.id, SwathState::uncorrected, "not corrected in the first step");
         continue;
       }
-      if (!s.fixed) s.cache = CacheName(files[i]);
-      s.mainch = static_cast<int>(next.size());
-      next.push_back(s);
+      s.cache = CacheName(s.corrected);
+      s.corrected.clear();
+      s.state = SwathState::used;
     }
-    prj.swaths.swap(next);
+    nmobile += s.mobile();
+    if (s.present()) LOG_LINE(">> S " << s.id << ' ' << s.path());
   }
-  const auto nfx =
-      std::count_if(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
-  LOG_LINE("nsw=" << prj.swaths.size() << " nswi=" << nswi << " grpS.size()=" << prj.swaths.size()
-                  << " fx.size()=" << prj.swaths.size() << " nfx=" << nfx);
-  for (size_t i = 0; i < prj.swaths.size(); i++) LOG_LINE(">> S " << i << ' ' << prj.swaths[i].path());
-  if (static_cast<size_t>(nfx) < prj.swaths.size()) return true;
+  LOG_LINE("nsw=" << swaths.size() << " nmobile=" << nmobile);
+  if (nmobile > 0) return true;
   ERROR_MSG("no corrected swath to work with in alignment step " << step + 1);
   return false;
 }

@@ -13,8 +13,7 @@ namespace veld {
 // whatever -nil says. Step 1: the plain options, but corrected files keep the names of step 0's.
 Options align2_options(const Options& o, int step);
 
-// The swaths of a step. step 0: all of prj. step 1: each mobile swath becomes the file that step 0 wrote for
-// it (files: by swath of prj, empty without), swaths without one leave the project; references stay as they
-// are. False after an ERROR line when no mobile swath is left.
-[[nodiscard]] bool align2_proc_fxnames(int step, const std::vector<std::string>& files, Project& prj);
+// The swaths of a step. step 0: all. step 1: each mobile swath becomes the file that step 0 wrote for it; those without
+// one are rejected, references stay as they are. False after an ERROR line when no mobile swath is left.
+[[nodiscard]] bool align2_proc_fxnames(int step, SwathTable& swaths);
 }  // namespace veld

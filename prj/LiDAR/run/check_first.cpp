@@ -13,7 +13,7 @@ bool check_first(const Project& prj, const Options& o, const std::vector<uint8_t
   const Stopwatch watch;
   TilingParam filters = o.scanning.tiling;
   filters.xcls = xcls;
-  const std::vector<SwathProbe> probes = probe_swaths(prj, filters, NTHREADSIO);
+  const SwathVector<SwathProbe> probes = probe_swaths(prj, filters, NTHREADSIO);
   std::vector<Problem> problems = find_problems(prj, probes, o.utm);
   for (const Problem& p :
        check_room(estimate_needs(probes), TMPDIR, o.odir.empty() ? OUTDIR : o.odir, writes))

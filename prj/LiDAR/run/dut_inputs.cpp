@@ -27,12 +27,15 @@ bool take_DUT_inputs(const std::string& dut, InputArgs& in, std::vector<int>& ch
   if (!read_DUT_IDX(dut, idx)) return false;
   std::vector<int> channels;
   GroupArg fixed;
+  int nsw = 0;
   for (const DUTswath& s : idx.swaths) {
     if (is_union_line(s)) {
       ERROR_MSG("displacement file " << dut << ".dut has united references: give the swaths (-i, -r)");
       return false;
     }
+    if (!s.present()) continue;
     // The index has the paths complete; behind an input directory they would get it twice.
+    nsw++;
     const std::string path = in.rules.idir.empty() ? s.path : real_path(s.path);
     if (s.fixed) {
       fixed.args.push_back(path);
@@ -47,7 +50,7 @@ bool take_DUT_inputs(const std::string& dut, InputArgs& in, std::vector<int>& ch
   if (!fixed.args.empty()) in.fixed.push_back(fixed);
   if (chgrp.empty() && std::any_of(channels.begin(), channels.end(), [](int ch) { return ch > 0; }))
     chgrp = channels;
-  LOG_MSG("Swaths are those of displacement file " << dut << ".dut: " << idx.swaths.size());
+  LOG_MSG("Swaths are those of displacement file " << dut << ".dut: " << nsw);
   return true;
 }
 }  // namespace veld

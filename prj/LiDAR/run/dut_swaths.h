@@ -7,12 +7,11 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-// A union of references, which the run makes anew of those that the project has.
+// A union of references, which the run makes anew behind the other rows.
 bool is_union_line(const DUTswath& line);
 
-// Puts the swaths of a project into the order of the displacement file dut (its path without ending): names decide
-// which is which, whatever order they were given in. Swaths that only the file has come in too: their displacements
-// determine the corrections, but they get no corrected files (Swath::corr). A swath that the file lacks keeps its place
-// behind the others when all of the file's are there, and is an error otherwise. False after an ERROR line.
+// Gives the project the rows of the displacement file dut (its path without ending), in its order: names decide which
+// swath is which, and one that the file lacks is an error. Swaths that only the file has come in too: their
+// displacements determine the corrections, but they get no corrected files (Swath::corr). False after an ERROR line.
 [[nodiscard]] bool complete_DUT_swaths(const std::string& dut, Project& prj);
 }  // namespace veld

@@ -192,9 +192,9 @@ bool check_outputs(const Run& run) {
   OutputName out;
   const bool fits = check_name_lengths(run);
   if (!run.cmd.inv_corr || (o.correction.nil && !o.align2) || !parse_output_name(o.out, out)) return fits;
-  std::vector<int> mobile;
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (!prj.swaths[i].fixed) mobile.push_back(static_cast<int>(i));
+  std::vector<SwathId> mobile;
+  for (const Swath& s : prj.swaths)
+    if (s.mobile()) mobile.push_back(s.id);
   int ndup = 0;
   bool ok = fits;
   for (const std::string& dir : {o.align2 ? o.odir_1 : OUTDIR, OUTDIR})

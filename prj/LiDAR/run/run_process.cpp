@@ -35,7 +35,7 @@ bool prepare_correction(const Run& run, std::string& dut) {
 }
 
 // Trajectories that are given to a run without a correction are checked against the swaths.
-bool scan_trajectories(const Project& prj, const Options& o, const DUTidx& idx) {
+bool scan_trajectories(Project& prj, const Options& o, const DUTidx& idx) {
   if (prj.pofiles.empty()) return true;
   if (DUT_PO_QC_CORR(prj, idx, {o.correction.sync, o.correction.geometry})) return true;
   ERROR_MSG("manual correction or scan failed");
@@ -49,9 +49,8 @@ void place_maps(const Project& prj, MapParam& map) {
   map.img.nthreads = NTHREADS;
 }
 
-// One pass over the project; files: the corrected ones, by swath.
-Step process_step(Run& run, const Options& o, const std::string& dut, std::vector<std::string>& files,
-                  int& nmemory, bool& complete) {
+// One pass over the project.
+Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemory, bool& complete) {
   Project& prj = run.prj;
   Verdict verdict = begin_verdict(prj);
   CorrParam corr = o.correction;
@@ -77,13 +76,12 @@ Step process_step(Run& run, const Options& o, const std::string& dut, std::vecto
   const bool corrects = run.cmd.inv_corr && !scanned.finished;
   CorrResult corrected;
   const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, corrected);
-  if (!corrects || !corrected.files.empty()) show_verdict(prj, scanned, corrected, corrects, corr, verdict);
+  if (!corrects || corrected.reached) show_verdict(prj, corrected, corrects, corr, verdict);
   complete = complete && verdict.complete;
   if (!ok) {
     ERROR_MSG("correction failed");
     return Step::failed;
   }
-  files.swap(corrected.files);
   return Step::on;
 }
 }  // namespace
@@ -95,7 +93,6 @@ Step process(Run& run) {
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
   if (!check_first(run.prj, o, run.xcls, run.cmd.inv_corr && !o.correction.nil)) return Step::failed;
   if (o.check) return Step::done;
-  std::vector<std::string> files;
   int nmemory = 0;
   bool complete = true;
   const int nsteps = o.align2 ? 2 : 1;
@@ -103,10 +100,10 @@ Step process(Run& run) {
     const Options step_options = align2_options(o, step);
     if (o.align2) {
       LOG_MSG("ALIGNMENT STEP " << step + 1);
-      if (!align2_proc_fxnames(step, files, run.prj)) return Step::failed;
+      if (!align2_proc_fxnames(step, run.prj.swaths)) return Step::failed;
     }
     run.prj.name = step_options.odir + o.name;
-    const Step done = process_step(run, step_options, dut, files, nmemory, complete);
+    const Step done = process_step(run, step_options, dut, nmemory, complete);
     if (done != Step::on) return done;
   }
   if (o.strict && !complete) {

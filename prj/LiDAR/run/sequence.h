@@ -13,23 +13,17 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-struct SwathReason {
-  std::string path;
-  std::string reason;
-};
-
 struct ScanResult {
   ProjectStat stat;    // statistics and tile frame, by swath number of the project as it is now
   mTbbox full;         // microtiles with at least one swath
   mTbbox over;         // microtiles with at least two
   double area = 0;     // m2, covered
   double overlap = 0;  // m2, covered by at least two
-  int nrejected = 0;   // swaths that left the project
-  std::vector<SwathReason> rejected;  // these
-  int nmemory = 0;    // swaths that -mem is too small for: the run is to fail once the others are finished
-  int ncached = 0;    // swaths whose tiles were taken as they stood
-  DUTidx index;       // the project as the displacement file describes it, without pairs
-  InterResult inter;  // of the registration, or of the QC run
+  int nrejected = 0;   // swaths that the tiling could not use
+  int nmemory = 0;     // swaths that -mem is too small for: the run is to fail once the others are finished
+  int ncached = 0;     // swaths whose tiles were taken as they stood
+  DUTidx index;        // the project as the displacement file describes it, without pairs
+  InterResult inter;   // of the registration, or of the QC run
   bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
 };
 

@@ -6,14 +6,13 @@
 #include "prj/LiDAR/run/sequence.h"
 
 namespace veld {
-// Compares the boxes of the fixed swaths with the microtiles of the mobile ones (used: those with tiles).
-// dropped: fixed swaths beside them. False after an ERROR line, also when no reference is left.
-[[nodiscard]] bool select_references(const Project& prj, const std::vector<bool>& used,
-                                     std::vector<bool>& dropped);
+// Compares the boxes of the fixed swaths with the microtiles of the mobile ones and rejects those beside them. False
+// after an ERROR line, also when no reference is left.
+[[nodiscard]] bool select_references(SwathTable& swaths, double mTsize);
 
-// Several references become one swath, their union (more than one only where a tile table cannot hold it).
-// tiling: what they were tiled with. False after an ERROR line.
-[[nodiscard]] bool unite_references(Project& prj, const TilingParam& tiling);
-// The reverse: unions become the files that they were made of.
-void split_references(Project& prj);
+// Several references become one swath, their union (more than one only where a tile table cannot hold it), which
+// replaces them. tiling: what they were tiled with. False after an ERROR line.
+[[nodiscard]] bool unite_references(SwathTable& swaths, const TilingParam& tiling);
+// The reverse, and all that is present is used again: the start of a scan.
+void split_references(SwathTable& swaths);
 }  // namespace veld

@@ -12,12 +12,12 @@
 namespace veld {
 namespace {
 // Occupied microtiles of the mobile swaths that were tiled.
-bool comp_ovr_mob(const Project& prj, const std::vector<bool>& used, Tovr& ovr) {
-  const auto nok = std::count(used.begin(), used.end(), true);
-  LOG_ENTER("comp_ovr_mob nsw=" << prj.swaths.size() << " nswok=" << nok << " mTsize=" << prj.scale.mTsize);
+bool comp_ovr_mob(const SwathTable& swaths, double mTsize, Tovr& ovr) {
+  LOG_ENTER("comp_ovr_mob nsw=" << swaths.size() << " nswok=" << std::ranges::count_if(swaths, &Swath::mobile)
+                                << " mTsize=" << mTsize);
   std::vector<LTidxInfo> infos;
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (used[i] && (infos.emplace_back(), !read_LTidxInfo(prj.swaths[i].cache, infos.back()))) return false;
+  for (const Swath& s : swaths)
+    if (s.mobile() && (infos.emplace_back(), !read_LTidxInfo(s.cache, infos.back()))) return false;
   std::vector<const LTidxInfo*> pointers;
   for (const LTidxInfo& info : infos) pointers.push_back(&info);
   const TileInfo frame = comp_frame(pointers);
@@ -25,10 +25,10 @@ bool comp_ovr_mob(const Project& prj, const std::vector<bool>& used, Tovr& ovr) 
                         << frame.YI + frame.ny << "]");
   if (frame.nx > static_cast<int>(MAX_FRAME) || frame.ny > static_cast<int>(MAX_FRAME)) return false;
   ovr = make_Tovr(frame);
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
+  for (const Swath& s : swaths) {
     Tocc occ;
-    if (!used[i]) continue;
-    if (!read_Tocc(prj.swaths[i].cache, occ)) return false;
+    if (!s.mobile()) continue;
+    if (!read_Tocc(s.cache, occ)) return false;
     add_Tovr_Tocc(ovr, occ);
   }
   const mTbbox b = comp_mTbbox_Tovr(ovr, 1);
@@ -59,94 +59,100 @@ bool meets_map(const Tovr& ovr, double mTsize, double xmin, double ymin, double 
   return false;
 }
 
-// Drops fixed swaths that lie beside the mobile ones, by the boxes of their headers.
-bool bbox_rej_ovr_mob(const Project& prj, const Tovr& ovr, std::vector<bool>& dropped) {
-  const auto nfx =
-      std::count_if(prj.swaths.begin(), prj.swaths.end(), [](const Swath& s) { return s.fixed; });
-  LOG_ENTER("bbox_rej_ovr_mob nsw=" << prj.swaths.size() << " nfx0=" << nfx);
-  int64_t ndropped = 0;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    if (!prj.swaths[i].fixed) continue;
-    std::unique_ptr<LASreader> reader = las_read_open(prj.swaths[i].path(), INPARSE, false, 0);
+// Rejects fixed swaths that lie beside the mobile ones, by the boxes of their headers.
+bool bbox_rej_ovr_mob(SwathTable& swaths, double mTsize, const Tovr& ovr) {
+  int nfx = 0, nbeside = 0;
+  for (const Swath& s : swaths.present()) nfx += s.fixed;
+  LOG_ENTER("bbox_rej_ovr_mob nsw=" << swaths.size() << " nfx0=" << nfx);
+  for (const SwathId id : swaths.ids()) {
+    const Swath& s = swaths[id];
+    if (!s.fixed) continue;
+    std::unique_ptr<LASreader> reader = las_read_open(s.path(), INPARSE, false, 0);
     if (!reader) continue;  // the tiling reports why, and rejects it
     const LASheader& h = reader->header;
     if (!(std::isfinite(h.min_x + h.max_x) && std::isfinite(h.min_y + h.max_y))) continue;  // the same
-    dropped[i] = !meets_map(ovr, static_cast<double>(prj.scale.mTsize), h.min_x * DATAUNIT,
-                            h.min_y * DATAUNIT, h.max_x * DATAUNIT, h.max_y * DATAUNIT);
-    if (!dropped[i]) continue;
-    LOG_LINE("<!> drop S " << i << " " << prj.swaths[i].path());
-    ndropped++;
+    if (meets_map(ovr, mTsize, h.min_x * DATAUNIT, h.min_y * DATAUNIT, h.max_x * DATAUNIT,
+                  h.max_y * DATAUNIT))
+      continue;
+    swaths.reject(id, SwathState::beside, "no overlap with mobile swaths");
+    LOG_LINE("<!> drop S " << id << " " << s.path());
+    nbeside++;
   }
-  if (ndropped > 0) LOG_MSG(ndropped << " reference files dropped based on mobile data overlap map");
-  LOG_LINE("nfxf=" << nfx - ndropped);
-  if (ndropped < nfx) return true;
+  if (nbeside > 0) LOG_MSG(nbeside << " reference files dropped based on mobile data overlap map");
+  LOG_LINE("nfxf=" << nfx - nbeside);
+  if (nbeside < nfx) return true;
   ERROR_MSG("all reference data rejected, no overlap with mobile swaths");
   return false;
 }
+
+// The row of a union: the one that an earlier step made of the same references, or a new one.
+SwathId union_row(SwathTable& swaths, const std::vector<SwathId>& members) {
+  const auto same = [&](const Swath& s) { return s.members == members; };
+  if (const auto at = std::ranges::find_if(swaths, same); at != swaths.end()) {
+    at->state = SwathState::used;
+    return at->id;
+  }
+  Swath s = swaths[members[0]];
+  s.members = members;
+  s.mainch = SwathId();
+  return swaths.add(s);
+}
 }  // namespace
 
-bool select_references(const Project& prj, const std::vector<bool>& used, std::vector<bool>& dropped) {
-  dropped.assign(prj.swaths.size(), false);
+bool select_references(SwathTable& swaths, double mTsize) {
   Tovr ovr;
-  if (!comp_ovr_mob(prj, used, ovr)) {
-    ERROR_MSG("failed to compute occupancy map for mobile swaths");
-    return false;
-  }
-  return bbox_rej_ovr_mob(prj, ovr, dropped);
+  if (comp_ovr_mob(swaths, mTsize, ovr)) return bbox_rej_ovr_mob(swaths, mTsize, ovr);
+  ERROR_MSG("failed to compute occupancy map for mobile swaths");
+  return false;
 }
 
-bool unite_references(Project& prj, const TilingParam& tiling) {
+bool unite_references(SwathTable& swaths, const TilingParam& tiling) {
+  std::vector<SwathId> refs;
+  for (const Swath& s : swaths.present())
+    if (s.fixed) refs.push_back(s.id);
+  if (refs.size() < 2) return true;
+  LOG_ENTER("resize_swaths_union nisw=" << swaths.size() << " nfx=" << refs.size());
   std::vector<CacheName> names;
-  std::vector<bool> left;
-  for (const Swath& s : prj.swaths) {
-    names.push_back(s.cache);
-    left.push_back(s.fixed);
-  }
-  const auto first = std::find(left.begin(), left.end(), true);
-  if (std::count(first, left.end(), true) < 2) return true;
-  const size_t sw0 = static_cast<size_t>(first - left.begin());
-  LOG_ENTER("resize_swaths_union nisw=" << prj.swaths.size() << " sw0=" << sw0);
-  std::vector<Swath> swaths(prj.swaths.begin(), prj.swaths.begin() + static_cast<std::ptrdiff_t>(sw0));
-  for (size_t i = sw0; i < names.size(); i++) {
+  for (const SwathId id : refs) names.push_back(swaths[id].cache);
+  std::vector<bool> left(refs.size(), true);
+  std::vector<SwathId> unions;
+  for (size_t i = 0; i < refs.size(); i++) {
     if (!left[i]) continue;
-    std::vector<size_t> members;
-    std::vector<bool> used(names.size(), false);
-    Swath s = prj.swaths[i];
-    bool ok = choose_union(i, names, left, members);
-    for (const size_t m : members) {
+    std::vector<size_t> places;
+    std::vector<bool> used(refs.size(), false);
+    CacheName cache;
+    bool ok = choose_union(i, names, left, places);
+    std::vector<SwathId> members;
+    for (const size_t m : places) {
       used[m] = true;
       left[m] = false;
-      s.members.push_back(names[m]);
+      members.push_back(refs[m]);
     }
-    ok = ok && LmT_union(i, names, used, tiling, s.cache);
+    ok = ok && LmT_union(i, names, used, tiling, cache);
     if (!ok) {
       ERROR_MSG("failed to create union from fixed swaths");
       return false;
     }
-    s.mainch = static_cast<int>(swaths.size());
-    swaths.push_back(s);
+    unions.push_back(union_row(swaths, members));
+    swaths[unions.back()].cache = cache;
+    for (const SwathId m : members)
+      swaths.reject(m, SwathState::replaced, "part of the union " + to_string(unions.back()));
   }
-  prj.swaths.swap(swaths);
-  const size_t nref = prj.swaths.size() - sw0;
-  LOG_LINE("nsw=" << prj.swaths.size());
-  LOG_MSG("Using " << sw0 << " mobile swaths and " << nref << " reference swath" << (nref > 1 ? "s" : ""));
-  for (size_t i = sw0; i < prj.swaths.size(); i++) LOG_LINE("S " << i << " F " << swath_name(prj.swaths[i]));
+  const auto nmobile = std::ranges::count_if(swaths, &Swath::mobile);
+  LOG_LINE("nsw=" << swaths.size());
+  LOG_MSG("Using " << nmobile << " mobile swaths and " << unions.size() << " reference swath"
+                   << (unions.size() > 1 ? "s" : ""));
+  for (const SwathId id : unions) LOG_LINE("S " << id << " F " << swaths.name(id));
   return true;
 }
 
-void split_references(Project& prj) {
-  std::vector<Swath> swaths;
-  for (const Swath& s : prj.swaths) {
-    if (s.members.empty()) swaths.push_back(s);
-    for (const CacheName& file : s.members) {
-      Swath member = s;
-      member.cache = file;
-      member.members.clear();
-      swaths.push_back(member);
-    }
+void split_references(SwathTable& swaths) {
+  for (Swath& s : swaths) {
+    if (!s.present()) continue;
+    s.state = SwathState::used;
+    if (s.members.empty()) continue;
+    for (const SwathId member : s.members) swaths[member].state = SwathState::used;
+    swaths.reject(s.id, SwathState::replaced, "taken apart");
   }
-  for (size_t i = 0; i < swaths.size(); i++)
-    if (swaths[i].fixed) swaths[i].mainch = static_cast<int>(i);
-  prj.swaths.swap(swaths);
 }
 }  // namespace veld

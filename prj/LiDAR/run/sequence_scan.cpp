@@ -29,7 +29,7 @@ struct Work {           // what the run does with the overlaps
   bool DOFQC = false;   // maps straight from the grids
 };
 
-bool grid_is_valid(const CacheName& swath, int sw) { return check_gZDSidx(swath, sw, 0, false, false); }
+bool grid_is_valid(const CacheName& swath, SwathId sw) { return check_gZDSidx(swath, sw, 0, false, false); }
 
 std::string area_text(double m2) {
   return m2 >= KM2_FROM ? LOG_STR(m2 * 1e-6 << " km") : LOG_STR(m2 << " m");  // the "2" stands behind
@@ -57,48 +57,39 @@ void log_param(const Project& prj, const ScanParam& par) {
 
 // --- tiling and rejection ---
 
-bool write_rejected(const Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason,
-                    const std::string& file) {
+bool write_rejected(const SwathTable& swaths, const std::string& file) {
   ResultFile out;
   if (!out.open(file)) return false;
   out.fs << "FileName\n";
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (!used[i])
-      out.fs << "** S " << i << " g " << prj.swaths[i].group << ' ' << prj.swaths[i].path()
-             << "\n              + " << reason[i] << '\n';
+  for (const Swath& s : swaths)
+    if (s.state == SwathState::untiled)
+      out.fs << "** S " << s.id << " g " << s.group << ' ' << s.path() << "\n              + " << s.reason
+             << '\n';
   return out.commit();
 }
 
 int count_empty_groups(const Project& prj) {
   int n = 0;
   for (int g = 1; g <= prj.nmgrp; g++)
-    n += std::none_of(prj.swaths.begin(), prj.swaths.end(),
-                      [g](const Swath& s) { return !s.fixed && s.group == g; });
+    n += std::ranges::none_of(prj.swaths, [g](const Swath& s) { return s.mobile() && s.group == g; });
   return n;
 }
 
-// Takes the swaths that tiling could not use out of the project.
-bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<std::string>& reason,
-                ScanResult& res) {
-  const auto nok = std::count(used.begin(), used.end(), true);
-  LOG_ENTER("rej_swaths nisw=" << prj.swaths.size() << " nwsw=" << prj.swaths.size() << " nok=" << nok);
-  res.nrejected = static_cast<int>(prj.swaths.size()) - static_cast<int>(nok);
+// Reports the swaths that tiling could not use.
+bool rej_swaths(const Project& prj, ScanResult& res) {
+  res.nrejected = static_cast<int>(
+      std::ranges::count_if(prj.swaths, [](const Swath& s) { return s.state == SwathState::untiled; }));
+  const auto nok = std::ranges::count_if(prj.swaths, &Swath::present);
+  LOG_ENTER("rej_swaths nisw=" << prj.swaths.size() << " nok=" << nok);
   const std::string file = prj.name + "_rej.log";
   if (res.nrejected == 0) {
     remove_file(file);  // of an earlier run
     return true;
   }
-  if (!write_rejected(prj, used, reason, file)) return false;
+  if (!write_rejected(prj.swaths, file)) return false;
   LOG_MSG(res.nrejected << " input swaths rejected (unreadable, inconsistent, or filtered out), see file "
                         << file);
-  std::vector<Swath> kept;
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    if (used[i])
-      kept.push_back(prj.swaths[i]);
-    else
-      res.rejected.push_back({prj.swaths[i].path(), reason[i]});
-  prj.swaths.swap(kept);
-  if (prj.swaths.empty()) {
+  if (nok == 0) {
     ERROR_MSG("no valid data to work with");
     return false;
   }
@@ -107,64 +98,42 @@ bool rej_swaths(Project& prj, const std::vector<bool>& used, const std::vector<s
   return true;
 }
 
-template <typename T>
-void keep(std::vector<T>& list, const std::vector<bool>& dropped) {
-  size_t n = 0;
-  for (size_t i = 0; i < list.size(); i++)
-    if (!dropped[i]) list[n++] = list[i];
-  list.resize(n);
+std::vector<SwathId> list_swaths(const SwathTable& swaths, bool fixed) {
+  std::vector<SwathId> list;
+  for (const Swath& s : swaths.present())
+    if (s.fixed == fixed) list.push_back(s.id);
+  return list;
 }
 
-// Takes references without overlap out of the project before anything is read of them, tiles the others.
-// Their times do not matter, so files without time stamps will do.
-bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, std::vector<bool>& used,
-                     std::vector<std::string>& reason, ScanResult& res) {
-  std::vector<bool> dropped(prj.swaths.size(), false);
-  const bool any = std::find(used.begin(), used.end(), true) != used.end();
-  if (any && par.rej_ref && !select_references(prj, used, dropped)) return false;
-  keep(prj.swaths, dropped);
-  keep(used, dropped);
-  keep(reason, dropped);
+// Rejects references without overlap before anything is read of them, tiles the others. Their times do not matter,
+// so files without time stamps will do.
+bool tile_references(Project& prj, const ScanParam& par, TilingParam tiling, ScanResult& res) {
+  const bool any = std::ranges::any_of(prj.swaths, &Swath::mobile);
+  if (any && par.rej_ref && !select_references(prj.swaths, static_cast<double>(prj.scale.mTsize)))
+    return false;
   LOG_LINE("<!> TILE REF");
-  std::vector<CacheName> names;
-  std::vector<bool> todo;
-  for (const Swath& s : prj.swaths) {
-    names.push_back(s.cache);
-    todo.push_back(s.fixed);
-  }
+  const std::vector<SwathId> todo = list_swaths(prj.swaths, true);
   tiling.tproc = false;
   LmTtileResult tiled;
-  if (!LmT_tile(names, todo, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
+  if (!LmT_tile(prj.swaths, todo, tiling, par.cache_tile, NTHREADS, tiled)) return false;
   res.ncached += tiled.ncached;
-  int nlost = 0;
-  for (size_t i = 0; i < todo.size(); i++) {
-    if (!prj.swaths[i].fixed) continue;
-    used[i] = todo[i];
-    nlost += !todo[i];
-  }
+  const auto nlost = std::ranges::count_if(todo, [&](SwathId id) { return !prj.swaths[id].present(); });
   // The datum rests on the references: without one of them the result would be another.
   if (nlost > 0) ERROR_MSG(nlost << " reference files cannot be used, cannot proceed");
   return nlost == 0;
 }
 
 bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
-  std::vector<CacheName> names;
-  std::vector<std::string> reason;
-  std::vector<bool> used;
-  for (const Swath& s : prj.swaths) {
-    names.push_back(s.cache);
-    used.push_back(!s.fixed);
-  }
-  const bool references = std::find(used.begin(), used.end(), false) != used.end();
+  const bool references = !list_swaths(prj.swaths, true).empty();
   LOG_LINE("<!> TILE " << (references ? "MOB" : "ALL"));
   TilingParam tiling = par.tiling;
   tiling.grid_ok = grid_is_valid;
   LmTtileResult tiled;
-  if (!LmT_tile(names, used, reason, tiling, par.cache_tile, NTHREADS, tiled)) return false;
+  const std::vector<SwathId> todo = list_swaths(prj.swaths, false);
+  if (!LmT_tile(prj.swaths, todo, tiling, par.cache_tile, NTHREADS, tiled)) return false;
   res.ncached = tiled.ncached;
   res.nmemory = tiled.nmemory;
-  if (references && !tile_references(prj, par, tiling, used, reason, res)) return false;
-  return rej_swaths(prj, used, reason, res);
+  return (!references || tile_references(prj, par, tiling, res)) && rej_swaths(prj, res);
 }
 
 // --- coverage and overlap ---
@@ -174,10 +143,10 @@ bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
 template <typename Visit>
 bool visit_Tocc(const Project& prj, bool fixed, Visit visit) {
   std::mutex mutex;
-  const int64_t bad = run_units(static_cast<int64_t>(prj.swaths.size()), NTHREADSIO, [&](int64_t i, int) {
-    const Swath& s = prj.swaths[static_cast<size_t>(i)];
+  const std::vector<SwathId> list = list_swaths(prj.swaths, fixed);
+  const int64_t bad = run_units(static_cast<int64_t>(list.size()), NTHREADSIO, [&](int64_t i, int) {
+    const Swath& s = prj.swaths[list[static_cast<size_t>(i)]];
     Tocc occ;
-    if (s.fixed != fixed) return true;
     if (!read_Tocc(s.cache, occ)) {
       ERROR_MSG("missing/incompatible temp. tile files, " << s.path());
       return false;
@@ -237,15 +206,11 @@ bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile&
 // Box test of the pairs (near: those that pass), then the overlap itself. Without any overlap only a run over everything goes on.
 bool find_overlap(const Project& prj, const ScanParam& par, const Tovr& ovr, SwPairList& near,
                   ScanResult& res, ResultFile& qclog) {
-  std::vector<LTidxInfo> infos;
-  std::vector<bool> fixed;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    infos.push_back(res.stat.swaths[i].info);
-    fixed.push_back(prj.swaths[i].fixed);
-  }
+  std::vector<SwathBox> boxes_of;
+  for (const Swath& s : prj.swaths.present()) boxes_of.push_back({s.id, s.fixed, res.stat.swaths[s.id].info});
   const double mTsize = static_cast<double>(prj.scale.mTsize);
   int nbb = 0;
-  near = check_BBOX_MBR_fx_inter(infos, fixed, mTsize, nbb);
+  near = check_BBOX_MBR_fx_inter(boxes_of, mTsize, nbb);
   const bool boxes = !near.empty();
   if (boxes) {
     LOG_ENTER("comp_Tovr2 ");
@@ -278,9 +243,8 @@ bool write_overlap_box(const Project& prj, const mTbbox& b) {
 
 bool write_boxes(const Project& prj, const ScanParam& par, const ScanResult& res) {
   std::vector<SwathPlot> plots;
-  for (size_t i = 0; i < prj.swaths.size(); i++)
-    plots.push_back(
-        {prj.swaths[i].path(), static_cast<int>(i), prj.swaths[i].group, res.stat.swaths[i].info});
+  for (const Swath& s : prj.swaths.present())
+    plots.push_back({s.path(), s.id, s.group, res.stat.swaths[s.id].info});
   return write_MBR(prj.name + "_sw", plots, par.OUTOBJ) && write_BBOX(prj.name + "_sw", plots, par.OUTOBJ);
 }
 
@@ -318,23 +282,7 @@ DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& re
   idx.area = to_mTbox(res.full);
   idx.ovr = to_mTbox(res.over);
   idx.time_res = prj.time_res;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const Swath& s = prj.swaths[i];
-    const LTidxInfo& info = res.stat.swaths[i].info;
-    DUTswath d;
-    d.group = s.group;
-    d.ch = s.channel;
-    d.mainch = s.mainch == static_cast<int>(i);
-    d.fixed = s.fixed;
-    const SwathClock clock = clock_of(info);
-    d.adj = clock.raw_adj;
-    d.ro = clock.rover != Rollover::none;
-    d.wro = clock.rover == Rollover::week;
-    d.tmin = clock.tmin;
-    d.tmax = clock.tmax;
-    d.path = swath_name(s);
-    idx.swaths.push_back(d);
-  }
+  for (const Swath& s : prj.swaths) idx.swaths.push_back(make_DUTswath(prj.swaths, s.id));
   return idx;
 }
 
@@ -370,13 +318,11 @@ bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, c
   fast.Zhigh = static_cast<float>(res.stat.Zmax);
   fast.nthreads = NTHREADS;
   if (!par.qcpairs.ALLDZ) {
-    const int nsw = static_cast<int>(prj.swaths.size());
-    std::vector<LTidxInfo> infos;
-    for (const SwathStat& s : res.stat.swaths) infos.push_back(s.info);
+    const int nsw = prj.swaths.size();
     fast.pair_ok.resize(nsw, nsw, uint8_t{0});
     int n0 = 0, n1 = 0;
-    for (const SwPair& p : comp_int_sw(prj, infos, near, par.qcpairs, false, n0, n1))
-      fast.pair_ok(p.sw1, p.sw2) = fast.pair_ok(p.sw2, p.sw1) = 1;
+    for (const SwPair& p : comp_int_sw(prj.swaths, near, par.qcpairs, false, n0, n1))
+      fast.pair_ok(p.sw1.number, p.sw2.number) = fast.pair_ok(p.sw2.number, p.sw1.number) = 1;
   }
   FastQCresult result;
   if (fast_QC_ZDS(prj, res.stat.frame, fast, result)) return true;
@@ -401,28 +347,26 @@ bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res)
 
 // Tiles swaths again whose points turned out to be damaged when they were to be gridded. The tables are the same as
 // before, so that nothing else has to be done again.
-bool retile_swaths(const Project& prj, const ScanParam& par, const std::vector<int>& damaged) {
+bool retile_swaths(Project& prj, const ScanParam& par, const std::vector<SwathId>& damaged) {
   for (const bool fixed : {false, true}) {
-    std::vector<CacheName> names;
-    std::vector<std::string> reason;
-    for (const int sw : damaged) {
-      const Swath& s = prj.swaths[static_cast<size_t>(sw)];
+    std::vector<SwathId> todo;
+    for (const SwathId id : damaged) {
+      const Swath& s = prj.swaths[id];
       if (s.fixed != fixed) continue;
-      if (s.members.empty()) names.push_back(s.cache);
-      names.insert(names.end(), s.members.begin(), s.members.end());
+      if (s.members.empty()) todo.push_back(id);
+      todo.insert(todo.end(), s.members.begin(), s.members.end());
     }
     TilingParam tiling = par.tiling;
     tiling.tproc = tiling.tproc && !fixed;
-    std::vector<bool> used(names.size(), true);
     LmTtileResult tiled;
-    if (!LmT_tile(names, used, reason, tiling, true, NTHREADS, tiled) ||
-        std::find(used.begin(), used.end(), false) != used.end())
+    if (!LmT_tile(prj.swaths, todo, tiling, true, NTHREADS, tiled) ||
+        tiled.nswt < static_cast<int>(todo.size()))
       return false;
   }
   return true;
 }
 
-bool grid_swaths(const Project& prj, const ScanParam& par, const Tovr& ovr, GridResult& grids) {
+bool grid_swaths(Project& prj, const ScanParam& par, const Tovr& ovr, GridResult& grids) {
   if (!LmT_grid(prj, ovr, par.FULL, NTHREADS, grids)) return false;
   if (grids.damaged.empty()) return true;
   return retile_swaths(prj, par, grids.damaged) && LmT_grid(prj, ovr, par.FULL, NTHREADS, grids) &&
@@ -437,7 +381,8 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
     ERROR_MSG("gridding failed");
     return false;
   }
-  for (const int sw : grids.beyond) prj.swaths[static_cast<size_t>(sw)].used = false;
+  for (const SwathId id : grids.beyond)
+    prj.swaths.reject(id, SwathState::no_grid, "more memory needed than -mem");
   res.nmemory += static_cast<int>(grids.beyond.size());
   if (work.DOFQC && !fast_QC(prj, par, near, res)) return false;
   if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, near, res)) return false;
@@ -445,8 +390,8 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
 }
 
 bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResult& res) {
-  split_references(prj);
-  if (!tile_swaths(prj, par, res) || !unite_references(prj, par.tiling)) return false;
+  split_references(prj.swaths);
+  if (!tile_swaths(prj, par, res) || !unite_references(prj.swaths, par.tiling)) return false;
   const InfoParam info{!par.mean, par.fix_ch0, par.tiling.large, par.tiling.tproc};
   if (!InfoTI_swstat(prj, info, res.stat)) {
     ERROR_MSG("consistency checking, tile info processing or swath stat computation failed");
@@ -455,7 +400,7 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
   Tovr ovr;
   if (!comp_ovr_grp_fx(prj, ovr, res, qclog)) return false;
   if (par.BB && !write_boxes(prj, par, res)) return false;
-  const bool single = prj.swaths.size() == 1;
+  const bool single = prj.swaths.ids().size() == 1;
   if (single && par.REG) {
     ERROR_MSG("registration cannot be done with a single swath");
     return false;

@@ -11,29 +11,18 @@ namespace veld {
 namespace {
 constexpr double FEW = 0.25;  // share of the overlap below which figures stand for little
 
-// Why a swath of the command line has no corrected file; by path.
-using Reasons = std::map<std::string, std::string>;
-
-Reasons find_missing(const Project& prj, const ScanResult& scanned, const CorrResult& corrected, bool files) {
-  Reasons why;
-  for (const SwathReason& r : scanned.rejected) why[r.path] = r.reason;
-  for (size_t i = 0; i < prj.swaths.size(); i++) {
-    const Swath& s = prj.swaths[i];
-    if (s.fixed || !s.corr) continue;
-    const bool left = i < corrected.reason.size() && !corrected.reason[i].empty();
-    if (left)
-      why[s.path()] = corrected.reason[i];
-    else if (files && i < corrected.files.size() && corrected.files[i].empty())
-      why[s.path()] = "its correction failed";
-  }
-  return why;
+// Why a swath that was given has no corrected file, or was not used; empty when nothing is missing.
+std::string missing_reason(const Swath& s, bool corrects, bool files) {
+  if (!s.present() || (corrects && s.state != SwathState::used)) return s.reason;
+  return files && s.corrected.empty() ? "its correction failed" : "";
 }
 
 // Reasons with the swaths that share them.
-std::string missing_text(const std::vector<std::string>& given, const Reasons& why) {
+std::string missing_text(const SwathTable& swaths, const std::vector<SwathId>& missing, bool corrects,
+                         bool files) {
   std::map<std::string, std::vector<std::string>> by_reason;
-  for (const std::string& path : given)
-    if (const auto r = why.find(path); r != why.end()) by_reason[r->second].push_back(path);
+  for (const SwathId id : missing)
+    by_reason[missing_reason(swaths[id], corrects, files)].push_back(swaths[id].path());
   std::string text;
   for (const auto& [reason, names] : by_reason)
     text += (text.empty() ? "" : "; ") + list_text(names) + ": " + reason;
@@ -41,20 +30,10 @@ std::string missing_text(const std::vector<std::string>& given, const Reasons& w
 }
 
 // Files of an earlier run under the names that these swaths would have had.
-void warn_stale(const Project& prj, const std::vector<std::string>& given, const Reasons& why,
-                const CorrParam& par) {
-  Project part = prj;
-  part.swaths.clear();
-  for (const std::string& path : given)
-    if (why.count(path)) {
-      part.swaths.emplace_back();
-      part.swaths.back().cache = CacheName(path);
-    }
-  std::vector<int> all;
-  for (size_t i = 0; i < part.swaths.size(); i++) all.push_back(static_cast<int>(i));
+void warn_stale(const Project& prj, const std::vector<SwathId>& missing, const CorrParam& par) {
   int ndup = 0;
   std::vector<std::string> old;
-  for (const std::string& name : comp_output_names(par.out, par.odir, part, all, ndup))
+  for (const std::string& name : comp_output_names(par.out, par.odir, prj, missing, ndup))
     if (is_regular_file(name)) old.push_back(name);
   if (!old.empty())
     WARNING_MSG("files of an earlier run are still there, this one has not written them: " << list_text(old));
@@ -67,10 +46,9 @@ void show_difference(const Project& prj, const QCcorrResult& qc, Verdict& verdic
   const std::string where = LOG_STR("on " << percent << " % of the overlap of " << qc.nused << " pairs");
   LOG_MSG("Height differences between swaths, RMS: " << qc.rms0 << " m before, " << qc.rms << " m after, "
                                                      << where);
-  const auto name = [&](int sw) { return swath_name(prj.swaths[static_cast<size_t>(sw)]); };
-  if (qc.worst1 >= 0)
-    LOG_MSG("Worst pair: " << name(qc.worst1) << " and " << name(qc.worst2) << ", RMS " << qc.worst_rms
-                           << " m");
+  if (qc.worst1 != SwathId())
+    LOG_MSG("Worst pair: " << prj.swaths.name(qc.worst1) << " and " << prj.swaths.name(qc.worst2) << ", RMS "
+                           << qc.worst_rms << " m");
   if (share < FEW) {
     WARNING_MSG("before and after are known " << where << " only: water, vegetation or narrow overlaps?");
     verdict.complete = false;
@@ -84,32 +62,33 @@ void show_difference(const Project& prj, const QCcorrResult& qc, Verdict& verdic
 
 Verdict begin_verdict(const Project& prj) {
   Verdict v;
-  for (const Swath& s : prj.swaths)
+  for (const Swath& s : prj.swaths.present())
     if (s.fixed)
       v.nref++;
     else if (s.corr)
-      v.given.push_back(s.path());
+      v.given.push_back(s.id);
   return v;
 }
 
-void show_verdict(const Project& prj, const ScanResult& scanned, const CorrResult& corrected, bool corrects,
-                  const CorrParam& par, Verdict& verdict) {
+void show_verdict(const Project& prj, const CorrResult& corrected, bool corrects, const CorrParam& par,
+                  Verdict& verdict) {
   LOG_ENTER("show_verdict ngiven=" << verdict.given.size());
   const bool files = corrects && !par.nil;
-  const Reasons why = find_missing(prj, scanned, corrected, files);
-  size_t nmissing = 0;
-  for (const std::string& path : verdict.given) nmissing += why.count(path);
-  const size_t nused = verdict.given.size() - nmissing;
+  std::vector<SwathId> missing;
+  for (const SwathId id : verdict.given)
+    if (!missing_reason(prj.swaths[id], corrects, files).empty()) missing.push_back(id);
+  const size_t nused = verdict.given.size() - missing.size();
   const std::string written = files ? LOG_STR(", " << nused << " written to " << par.odir) : std::string();
   const std::string references =
       verdict.nref > 0 ? LOG_STR(", " << verdict.nref << " reference files") : std::string();
   LOG_MSG("SUMMARY");
   LOG_MSG("Swaths: " << verdict.given.size() << " given, " << nused << (corrects ? " corrected" : " used")
                      << written << references);
-  if (nmissing > 0) {
-    WARNING_MSG((files ? "written " : "used ") << nused << " of " << verdict.given.size()
-                                               << " swaths, missing " << missing_text(verdict.given, why));
-    if (files) warn_stale(prj, verdict.given, why, par);
+  if (!missing.empty()) {
+    WARNING_MSG((files ? "written " : "used ")
+                << nused << " of " << verdict.given.size() << " swaths, missing "
+                << missing_text(prj.swaths, missing, corrects, files));
+    if (files) warn_stale(prj, missing, par);
     verdict.complete = false;
   }
   if (!corrects) return;

@@ -13,16 +13,15 @@
 
 namespace veld {
 struct Verdict {
-  std::vector<std::string> given;  // mobile swaths of the command line, as it names them
-  int nref = 0;                    // references
-  bool complete = true;            // nothing was left out or is uncertain; else -strict fails the run
+  std::vector<SwathId> given;  // mobile swaths whose correction is wanted
+  int nref = 0;                // references
+  bool complete = true;        // nothing was left out or is uncertain; else -strict fails the run
 };
 
 // Before the work.
 Verdict begin_verdict(const Project& prj);
 
-// Behind a step's work. scanned, corrected: of the step; corrects: the run has a correction. out, odir: names of the
-// corrected files. A WARNING for whatever is incomplete.
-void show_verdict(const Project& prj, const ScanResult& scanned, const CorrResult& corrected, bool corrects,
-                  const CorrParam& par, Verdict& verdict);
+// Behind a step's work. corrected: of the step; corrects: the run has a correction. A WARNING for whatever is incomplete.
+void show_verdict(const Project& prj, const CorrResult& corrected, bool corrects, const CorrParam& par,
+                  Verdict& verdict);
 }  // namespace veld

@@ -45,7 +45,9 @@ struct SwathClock {
   double t0 = 0;              // s, unrolled, of the first kept point: origin of the stored ticks
   double tmin = 0, tmax = 0;  // s, unrolled, of all points
   // Of the synchronisation.
-  double shift = 0;  // s, synchronised less unrolled time
+  double shift = 0;           // s, synchronised less unrolled time
+  bool adj = false;           // synchronised times are adjusted standard GPS time
+  double begin = 0, end = 0;  // s, synchronised: the interval of the line, or with -ich of the swath alone
 
   Unroll unroll() const { return Unroll(rover, tmin); }  // from raw to unrolled time
   double sync(double unrolled) const { return unrolled + shift; }

@@ -48,9 +48,9 @@ void write_sample(const std::string& name) {
   std::vector<DUTstr> a = sample_records(5), none, b = sample_records(3);
   a[1].Time2 = DUT_NOTIME;
   a[3].Z = DUT_NODATA;
-  ASSERT_TRUE(write_DUT_pair(w, 0, 1, a));
-  ASSERT_TRUE(write_DUT_pair(w, 0, 2, none));
-  ASSERT_TRUE(write_DUT_pair(w, 1, 2, b));
+  ASSERT_TRUE(write_DUT_pair(w, SwathId(0), SwathId(1), a));
+  ASSERT_TRUE(write_DUT_pair(w, SwathId(0), SwathId(2), none));
+  ASSERT_TRUE(write_DUT_pair(w, SwathId(1), SwathId(2), b));
   EXPECT_FALSE(exists(name + ".dut"));  // not before they are whole
   ASSERT_TRUE(close_DUT_IDX(w));
 }
@@ -90,7 +90,7 @@ TEST(DUTio, RoundTrip) {
   ASSERT_EQ(pairs.size(), 2u);
   EXPECT_EQ(pairs[0].size(), 3u);
   EXPECT_EQ(pairs[1].pair, 2);
-  EXPECT_EQ(pairs[1].sw1, 1);
+  EXPECT_EQ(pairs[1].sw1, SwathId(1));
   EXPECT_EQ(pairs[0].pos(1).x, -492);
   EXPECT_EQ(pairs[0].pos(1).z, 102.25);
   EXPECT_EQ(pairs[0].disp(2).x, 4.5f);
@@ -200,7 +200,7 @@ TEST(DUTio, FilesAppearWholeOrNotAtAll) {
     DUTwriter w;  // never closed
     ASSERT_TRUE(open_DUT_IDX(w, name, sample_index(), true, false));
     std::vector<DUTstr> rec = sample_records(9);
-    ASSERT_TRUE(write_DUT_pair(w, 0, 1, rec));
+    ASSERT_TRUE(write_DUT_pair(w, SwathId(0), SwathId(1), rec));
   }
   EXPECT_EQ(read_text(name + ".dut"), dut);
   EXPECT_EQ(read_text(name + "_idx.log"), text);
@@ -215,7 +215,7 @@ TEST(DUTio, FilesAppearWholeOrNotAtAll) {
   DUTwriter nothing;
   std::vector<DUTstr> rec = sample_records(1);
   EXPECT_TRUE(open_DUT_IDX(nothing, dir.path + "/n", sample_index(), true, true));
-  EXPECT_TRUE(write_DUT_pair(nothing, 0, 1, rec));
+  EXPECT_TRUE(write_DUT_pair(nothing, SwathId(0), SwathId(1), rec));
   EXPECT_TRUE(close_DUT_IDX(nothing));
   EXPECT_FALSE(exists(dir.path + "/n_idx.log"));
   DUTwriter index_only;

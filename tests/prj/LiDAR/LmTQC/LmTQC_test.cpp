@@ -9,9 +9,9 @@
 
 namespace veld {
 namespace {
-SCorrTbl constant_table(const Project& prj, size_t sw, const xyz& c) {
+SCorrTbl constant_table(const Project& prj, int sw, const xyz& c) {
   Vector<TIsxy> TI;
-  EXPECT_TRUE(read_LTidx_TI(prj.swaths[sw].cache, TI));
+  EXPECT_TRUE(read_LTidx_TI(prj.swaths[SwathId(sw)].cache, TI));
   SCorrTbl t;
   t.C = Vector<Image<xyz>>(TI.size());
   for (Image<xyz>& img : t.C) img.resize(32, 32, c);
@@ -27,7 +27,11 @@ TEST(QC_DZ_corr_LmT, RightCorrectionTakesTheDifferencesAway) {
   ASSERT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 2, grids));
   const auto rms = [&](const SCorrTbl& c0, const SCorrTbl& c1, int nthreads) {
     QCcorrResult res;
-    EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 7}}, {c0, c1}, nthreads, MapParam(), TileInfo(), res));
+    SwathVector<SCorrTbl> corr(prj.swaths);
+    corr[SwathId(0)] = c0;
+    corr[SwathId(1)] = c1;
+    EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{SwathId(0), SwathId(1), true, 7}}, corr, nthreads, MapParam(),
+                               TileInfo(), res));
     EXPECT_EQ(res.nused, 1);
     EXPECT_GT(res.area, 5000);
     return res.rms;
@@ -53,11 +57,12 @@ TEST(QC_DZ_corr_LmT, FailsOnlyWithoutAnyGrid) {
   GridResult grids;
   ASSERT_TRUE(LmT_grid(prj, make_synth_Tovr(prj), false, 1, grids));
   QCcorrResult res;
-  EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{0, 1, true, 0}, {0, 2, true, 1}}, std::vector<SCorrTbl>(3), 1, MapParam(),
-                             TileInfo(), res));
+  const SwathVector<SCorrTbl> none(prj.swaths);
+  EXPECT_TRUE(QC_DZ_corr_LmT(prj, {{SwathId(0), SwathId(1), true, 0}, {SwathId(0), SwathId(2), true, 1}},
+                             none, 1, MapParam(), TileInfo(), res));
   EXPECT_EQ(res.nused, 1);
-  remove_file(prj.swaths[0].cache.file(EXT_GMTIDX));
+  remove_file(prj.swaths[SwathId(0)].cache.file(EXT_GMTIDX));
   EXPECT_FALSE(
-      QC_DZ_corr_LmT(prj, {{0, 1, true, 0}}, std::vector<SCorrTbl>(3), 1, MapParam(), TileInfo(), res));
+      QC_DZ_corr_LmT(prj, {{SwathId(0), SwathId(1), true, 0}}, none, 1, MapParam(), TileInfo(), res));
 }
 }  // namespace veld

@@ -42,7 +42,7 @@ class GcpSearch : public TilingTest {
     s.cache = CacheName(make(name, points));
     s.group = group;
     ASSERT_TRUE(tile(s.path()));
-    prj.swaths.push_back(s);
+    prj.swaths.add(s);
   }
   static GCP point(const char* name, double x, double y, bool control = true) {
     return {name, {x, y, ground(x, y)}, 0.005, control, true};
@@ -69,7 +69,7 @@ TEST_F(GcpSearch, HeightsAreThoseOfTheGroundWhereItIsSampled) {
     const std::string& name = r.gcp[static_cast<size_t>(o.gcp)].name;
     SCOPED_TRACE(name);
     seen[name]++;
-    EXPECT_NEAR(o.dz, o.sw == 1 ? 0.25 : 0, 0.003);
+    EXPECT_NEAR(o.dz, o.sw == SwathId(1) ? 0.25 : 0, 0.003);
     EXPECT_NEAR(o.density, 4, 1.5);
     EXPECT_NEAR(o.slope_x, name == "steep" ? 1.02 : 0.02, 0.01);
     EXPECT_LT(o.unc, 0.003);
@@ -93,12 +93,13 @@ TEST_F(GcpSearch, HeightsAreThoseOfTheGroundWhereItIsSampled) {
 }
 
 TEST_F(GcpSearch, CorrectionsMoveTheGroundUnderThePoint) {
-  std::vector<SCorrTbl> corr(3);
-  for (size_t sw = 0; sw < 2; sw++) {  // 2 m to the east, and the true height; the third has no table
+  SwathVector<SCorrTbl> corr(prj.swaths);
+  for (const SwathId sw :
+       {SwathId(0), SwathId(1)}) {  // 2 m to the east, and the true height; the third has no table
     SwTiles tiles;
     ASSERT_TRUE(read_SwTiles(prj.swaths[sw].cache, tiles));
     corr[sw].C.resize(tiles.TI.size(), Image<xyz>(mTsub, mTsub, xyz{2, 0, 0.5f}));
-    corr[sw].T0 = {0, 0, sw == 1 ? -0.75f : -0.5f};
+    corr[sw].T0 = {0, 0, sw == SwathId(1) ? -0.75f : -0.5f};
   }
   GCPresult r;
   r.gcp = points();
@@ -107,9 +108,9 @@ TEST_F(GcpSearch, CorrectionsMoveTheGroundUnderThePoint) {
   for (const GCPoccur& o : r.occ) {
     const bool on_bank = r.gcp[static_cast<size_t>(o.gcp)].name == "steep";
     steep += on_bank;
-    EXPECT_NE(o.sw, 2);
+    EXPECT_NE(o.sw, SwathId(2));
     EXPECT_NEAR(o.dz, on_bank ? -2.04 : -0.04, 0.003);  // the ground that came from 2 m further west
-    EXPECT_NEAR(o.corr.z, o.sw == 1 ? -0.25 : 0, 1e-6);
+    EXPECT_NEAR(o.corr.z, o.sw == SwathId(1) ? -0.25 : 0, 1e-6);
   }
   EXPECT_EQ(steep, 2);
 }
@@ -155,10 +156,10 @@ TEST_F(GcpSearch, ReportsInTheUnitOfTheFilesAndAsJson) {
   EXPECT_EQ(j["outlier_rejection"], "enabled (global and groups)");
   DATAUNIT = DATAUNIT_Z = 1;
   ASSERT_TRUE(export_GCP_PC(prj, around, r));
-  std::vector<SCorrTbl> corr(3);
+  SwathVector<SCorrTbl> corr(prj.swaths);
   SwTiles tiles;
-  ASSERT_TRUE(read_SwTiles(prj.swaths[0].cache, tiles));
-  corr[0].C.resize(tiles.TI.size(), Image<xyz>(mTsub, mTsub, xyz{0, 0, 50}));
+  ASSERT_TRUE(read_SwTiles(prj.swaths[SwathId(0)].cache, tiles));
+  corr[SwathId(0)].C.resize(tiles.TI.size(), Image<xyz>(mTsub, mTsub, xyz{0, 0, 50}));
   ASSERT_TRUE(corr_exp_gcp_pc(prj, prj.name, corr));
   const std::string before = read_text(file("out_GCP_sw.txt")),
                     after = read_text(file("out_GCP_sw_corr.txt"));
@@ -180,7 +181,7 @@ TEST_F(GcpSearch, WhatCannotBeMeasuredIsSaid) {
   ASSERT_TRUE(robust_QC_GCP(prj, points(), param, nullptr, 1, occ, counts));
   EXPECT_TRUE(occ.empty());
   EXPECT_GT(counts.ngerr, 5);
-  prj.swaths[0].cache = CacheName(file("absent.las"));
+  prj.swaths[SwathId(0)].cache = CacheName(file("absent.las"));
   EXPECT_FALSE(robust_QC_GCP(prj, points(), param, nullptr, 1, occ, counts));
 }
 }  // namespace

@@ -63,7 +63,7 @@ TEST(FastQC, PixelsAreThoseOfTheGrids) {
   std::vector<SwGrid> grids(3);
   TileInfo f{UINT32_MAX, UINT32_MAX, 0, 0};
   for (size_t i = 0; i < 3; i++) {
-    ASSERT_TRUE(read_gZDSidx_tiles_idx(c.prj.swaths[i].cache, grids[i]));
+    ASSERT_TRUE(read_gZDSidx_tiles_idx(c.prj.swaths[SwathId(static_cast<int>(i))].cache, grids[i]));
     for (uint64_t k = 0; k < grids[i].TI.size(); k++)
       if (grids[i].gT(static_cast<int64_t>(k)) > 0) {
         f.XI = std::min(f.XI, grids[i].TI.val[k].x);
@@ -130,7 +130,7 @@ TEST(FastQC, FiltersSignsAndFullMaps) {
 TEST(FastQC, WithoutAnyGridItFails) {
   const FastQCcase c(false);
   FastQCresult result;
-  remove_file(c.prj.swaths[0].cache.file(EXT_GMTIDX));
+  remove_file(c.prj.swaths[SwathId(0)].cache.file(EXT_GMTIDX));
   EXPECT_TRUE(fast_QC_ZDS(c.prj, c.frame, tiff_param(1), result));
   EXPECT_EQ(result.ngrids, 2);
   for (const Swath& s : c.prj.swaths) remove_file(s.cache.file(EXT_GMTIDX));

@@ -11,8 +11,8 @@
 
 namespace veld {
 namespace {
-std::string idx_of(const Project& prj, size_t sw) { return prj.swaths[sw].cache.file(EXT_GMTIDX); }
-std::string zds_of(const Project& prj, size_t sw) { return prj.swaths[sw].cache.file(EXT_GMTZDS); }
+std::string idx_of(const Project& prj, int sw) { return prj.swaths[SwathId(sw)].cache.file(EXT_GMTIDX); }
+std::string zds_of(const Project& prj, int sw) { return prj.swaths[SwathId(sw)].cache.file(EXT_GMTZDS); }
 
 GridResult grid_all(const Project& prj, bool full, int nthreads) {
   GridResult res;
@@ -26,7 +26,7 @@ TEST(LmT_grid, HeightsStandAtTheirPlace) {
   const Project prj = make_synth_project(dir, {{}});
   grid_all(prj, true, 1);
   SwGrid grid;
-  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[0].cache, grid));
+  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[SwathId(0)].cache, grid));
   double sum2 = 0;
   int n = 0, nfar = 0;
   for (size_t k = 0; k < grid.TI.size(); k++) {
@@ -53,7 +53,7 @@ TEST(LmT_grid, MarginsAreTheNeighboursHeights) {
   const Project prj = make_synth_project(dir, {{}});
   grid_all(prj, true, 2);
   SwGrid grid;
-  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[0].cache, grid));
+  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[SwathId(0)].cache, grid));
   const int n = 128, buf = 24;
   int ncompared = 0;
   for (const TIsxy& t : grid.TI) {
@@ -81,7 +81,7 @@ TEST(LmT_grid, LimitsAndMaskTakeHeightsOut) {
   const Project prj = make_synth_project(dir, {{}});
   grid_all(prj, true, 1);
   SwGrid grid;
-  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[0].cache, grid));
+  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[SwathId(0)].cache, grid));
   const auto count = [&](const Image<uint8_t>* mask, GridLimits limits, float& zmin, float& zmax) {
     Image<float> Z;
     int n = 0;
@@ -153,7 +153,7 @@ TEST(LmT_grid, CacheIsUsedUntilSomethingChanges) {
   Project prj = make_synth_project(dir, {{}, {90}});
   EXPECT_EQ(grid_all(prj, false, 1).ngridded, 2);
   EXPECT_EQ(grid_all(prj, false, 1).ncached, 2);
-  std::filesystem::last_write_time(prj.swaths[0].path(),
+  std::filesystem::last_write_time(prj.swaths[SwathId(0)].path(),
                                    std::filesystem::file_time_type::clock::now() - std::chrono::hours(5));
   EXPECT_EQ(grid_all(prj, false, 1).ngridded, 1);
   GZ_SMAXF = 900;
@@ -198,7 +198,7 @@ TEST(LmT_grid, DamagedGridsAreMadeAnew) {
     write_text(idx_of(prj, 0), c.idx);
     write_text(zds_of(prj, 0), c.zds);
     SwGrid grid;
-    EXPECT_FALSE(read_gZDSidx_tiles_idx(prj.swaths[0].cache, grid));
+    EXPECT_FALSE(read_gZDSidx_tiles_idx(prj.swaths[SwathId(0)].cache, grid));
     EXPECT_EQ(grid_all(prj, true, 1).ngridded, 1);
     EXPECT_EQ(read_text(idx_of(prj, 0)), idx);
     EXPECT_EQ(read_text(zds_of(prj, 0)), zds);
@@ -212,10 +212,10 @@ TEST(LmT_grid, FailsWithoutTilesOrMemory) {
   GridResult res;
   MEM_MB = 1;
   EXPECT_TRUE(LmT_grid(prj, ovr, true, 1, res));
-  EXPECT_EQ(res.beyond, (std::vector<int>{0, 1}));
+  EXPECT_EQ(res.beyond, (std::vector<SwathId>{SwathId(0), SwathId(1)}));
   EXPECT_EQ(res.ngridded, 0);
   MEM_MB = 4096;
-  write_text(prj.swaths[0].cache.file(EXT_MTIDX), "");
+  write_text(prj.swaths[SwathId(0)].cache.file(EXT_MTIDX), "");
   EXPECT_FALSE(LmT_grid(prj, ovr, true, 2, res));
   EXPECT_EQ(res.ngridded, 1);  // the other is finished first
   EXPECT_FALSE(exists(idx_of(prj, 0)));
@@ -227,15 +227,15 @@ TEST(LmT_grid, DamagedPointsAreFoundBeforeTheWork) {
   const TempDir dir;
   const Project prj = make_synth_project(dir, {{}, {90}});
   const Tovr ovr = make_synth_Tovr(prj);
-  const std::string name = prj.swaths[1].cache.file(EXT_MTXYZ), whole = read_text(name);
-  const std::string index = prj.swaths[1].cache.file(EXT_TIDX), index_bytes = read_text(index);
+  const std::string name = prj.swaths[SwathId(1)].cache.file(EXT_MTXYZ), whole = read_text(name);
+  const std::string index = prj.swaths[SwathId(1)].cache.file(EXT_TIDX), index_bytes = read_text(index);
   std::string flipped = whole;
   flipped[whole.size() / 2] ^= 4;
   for (const std::string& bytes : {std::string(), whole.substr(1), flipped}) {
     write_text(name, bytes);
     GridResult res;
     EXPECT_TRUE(LmT_grid(prj, ovr, true, 2, res));
-    EXPECT_EQ(res.damaged, std::vector<int>{1});
+    EXPECT_EQ(res.damaged, std::vector<SwathId>{SwathId(1)});
     EXPECT_EQ(res.ngridded, 0);
     EXPECT_FALSE(exists(index));
     write_text(index, index_bytes);

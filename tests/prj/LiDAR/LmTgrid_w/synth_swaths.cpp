@@ -45,23 +45,26 @@ Project make_synth_project(const TempDir& dir, const std::vector<SynthStrip>& st
     }
     Swath sw;
     sw.cache = CacheName(dir.path + "/s" + std::to_string(i) + ".las");
-    sw.mainch = static_cast<int>(i);
     sw.fixed = s.fixed;
     write_test_las(sw.path(), points);
     LmTswathResult res;
     TilingMemory memory(1 << 26, 1);
-    if (!LmT_swath(sw.cache, static_cast<int>(i), par, false, memory, res)) std::abort();
-    prj.swaths.push_back(sw);
+    if (!LmT_swath(sw.cache, SwathId(static_cast<int>(i)), par, false, memory, res)) std::abort();
+    LTidxInfo info;
+    if (!read_LTidxInfo(sw.cache, info)) std::abort();
+    sw.clock = clock_of(info);
+    sw.stamp = source_tstamp(sw.cache);
+    prj.swaths.add(sw);
   }
   return prj;
 }
 
 Tovr make_synth_Tovr(const Project& prj) {
-  std::vector<LTidxInfo> info(prj.swaths.size());
+  SwathVector<LTidxInfo> info(prj.swaths);
   std::vector<const LTidxInfo*> all;
-  for (size_t i = 0; i < info.size(); i++) {
-    if (!read_LTidxInfo(prj.swaths[i].cache, info[i])) std::abort();
-    all.push_back(&info[i]);
+  for (const Swath& s : prj.swaths) {
+    if (!read_LTidxInfo(s.cache, info[s.id])) std::abort();
+    all.push_back(&info[s.id]);
   }
   Tovr ovr = make_Tovr(comp_frame(all));
   for (const Swath& s : prj.swaths) {

@@ -69,7 +69,7 @@ TEST_F(TilingTest, ACacheFitsOnlyItsOwnSettings) {
   const std::string path = make("a.las", fly_line({}));
   par.xcls = {7, 18};
   ASSERT_TRUE(tile(path));
-  ASSERT_TRUE(check_TidxHdr(CacheName(path), 0, par));
+  ASSERT_TRUE(check_TidxHdr(CacheName(path), SwathId(0), par));
   const std::pair<const char*, std::function<void(TilingParam&)>> changes[] = {
       {"syn", [](TilingParam& p) { p.syn = true; }},
       {"all", [](TilingParam& p) { p.all = true; }},
@@ -87,22 +87,22 @@ TEST_F(TilingTest, ACacheFitsOnlyItsOwnSettings) {
   for (const auto& [name, change] : changes) {
     TilingParam other = par;
     change(other);
-    EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, other)) << name;
+    EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), other)) << name;
   }
   DATAUNIT = DATAUNIT_Z = 0.3048;
-  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par));
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), par));
   DATAUNIT = DATAUNIT_Z = 1.0;
   DT_RANGE++;
-  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par));
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), par));
   TilingParam notime = par;
   notime.tproc = false;
-  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, notime)) << "times that are not wanted do no harm";
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), SwathId(0), notime)) << "times that are not wanted do no harm";
   DT_RANGE--;
   ASSERT_TRUE(tile(path));
   par.tproc = false;
   ASSERT_TRUE(tile(path));
   par.tproc = true;
-  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par)) << "but missing ones cannot be had";
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), par)) << "but missing ones cannot be had";
 }
 
 TEST_F(TilingTest, TheSourcesTimeCountsUnlessItIsNotLookedAt) {
@@ -111,24 +111,24 @@ TEST_F(TilingTest, TheSourcesTimeCountsUnlessItIsNotLookedAt) {
   std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::seconds(5));
   for (const bool tproc : {true, false}) {  // references are tiled without times
     par.tproc = tproc;
-    EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par)) << tproc;
+    EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), par)) << tproc;
   }
   CHECK_SW_TSTAMP = false;
-  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, par));
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), SwathId(0), par));
 }
 
 TEST_F(TilingTest, ReservedBytesAreNotLookedAtAndMissingFilesAre) {
   const std::string path = make("a.las", fly_line({}));
   ASSERT_TRUE(tile(path));
   poke(CacheName(path).file(EXT_TIDX), 32, "abcd");
-  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, par));
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), SwathId(0), par));
   remove_file(CacheName(path).file(EXT_MTXYZ));
-  EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par));
-  par.grid_ok = [](const CacheName&, int) { return true; };
-  EXPECT_TRUE(check_TidxHdr(CacheName(path), 0, par)) << "a valid grid stands for the points";
+  EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), par));
+  par.grid_ok = [](const CacheName&, SwathId) { return true; };
+  EXPECT_TRUE(check_TidxHdr(CacheName(path), SwathId(0), par)) << "a valid grid stands for the points";
   for (const char* e : {EXT_MTDT, EXT_MTZM, EXT_MTIDX, EXT_TIDX}) {
     remove_file(CacheName(path).file(e));
-    EXPECT_FALSE(check_TidxHdr(CacheName(path), 0, par)) << e;
+    EXPECT_FALSE(check_TidxHdr(CacheName(path), SwathId(0), par)) << e;
     ASSERT_TRUE(tile(path));
   }
 }

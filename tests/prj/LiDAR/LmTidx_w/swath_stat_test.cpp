@@ -72,33 +72,33 @@ TEST(Groups, AnEmptyGroupIsAnError) {
   Project prj;
   prj.nmgrp = prj.ngrp = 2;
   prj.chgrp = {0, 1};
-  prj.swaths.resize(2);
-  prj.swaths[1].group = 2;
+  for (const int group : {1, 2}) prj.swaths.add({.group = group});
   EXPECT_TRUE(check_nonempty_groups(prj));
-  prj.swaths[1].group = 1;
+  prj.swaths.reject(SwathId(1), SwathState::untiled, "");
   EXPECT_FALSE(check_nonempty_groups(prj));
 }
 
 TEST(Groups, ChannelsFindTheMainChannelOfTheirLine) {
-  Project prj;
-  std::vector<SwathStat> stat(5);
-  prj.swaths.resize(5);
-  // Two lines with channel 0 and 1, and a channel 1 alone.
-  const double tmin[5] = {0, 100, 1, 101, 500}, tmax[5] = {50, 150, 51, 151, 550};
-  const int channel[5] = {0, 0, 1, 1, 1};
-  for (size_t i = 0; i < 5; i++) {
-    stat[i].info.tmin = tmin[i];
-    stat[i].info.tmax = tmax[i];
-    prj.swaths[i].channel = channel[i];
-    prj.swaths[i].group = 1 + channel[i];
+  SwathTable swaths;
+  // Two lines with channel 0 and 1, a channel 1 alone, and one beside a line that another sensor flies.
+  const struct {
+    int group, channel;
+    double tmin, tmax;
+    int main;
+  } rows[] = {{1, 0, 0, 50, 0},    {1, 0, 100, 150, 1}, {2, 1, 1, 51, 0},
+              {2, 1, 101, 151, 1}, {2, 1, 500, 550, 4}, {4, 1, 100, 150, 5}};
+  for (const auto& r : rows) {
+    Swath s{.group = r.group, .channel = r.channel};
+    s.clock.tmin = r.tmin;
+    s.clock.tmax = r.tmax;
+    swaths.add(s);
   }
-  EXPECT_TRUE(comp_mainch_swaths(prj, stat, false));
-  const int expected[5] = {0, 1, 0, 1, 4};
-  for (size_t i = 0; i < 5; i++) EXPECT_EQ(prj.swaths[i].mainch, expected[i]) << i;
-  prj.swaths[3].group = 4;  // a second sensor in the air at the same time
-  EXPECT_TRUE(comp_mainch_swaths(prj, stat, false));
-  EXPECT_EQ(prj.swaths[3].mainch, 3);
-  EXPECT_FALSE(comp_mainch_swaths(prj, stat, true));
+  EXPECT_TRUE(comp_mainch_swaths(swaths, false));
+  for (const Swath& s : swaths) EXPECT_EQ(s.mainch.number, rows[s.id.number].main) << s.id;
+  EXPECT_FALSE(comp_mainch_swaths(swaths, true));
+  swaths.reject(SwathId(0), SwathState::untiled, "");
+  EXPECT_TRUE(comp_mainch_swaths(swaths, false));
+  EXPECT_TRUE(swaths[SwathId(2)].is_main()) << "what is rejected is no main channel";
 }
 
 TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
@@ -113,7 +113,7 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
         make("p" + std::to_string(i) + ".las", fly_line({.x0 = 500000 + 60.0 * i, .tstart = 3e8 + 60 * i}));
     ASSERT_TRUE(tile(path)) << res.reason;
     s.cache = CacheName(path);
-    prj.swaths.push_back(s);
+    prj.swaths.add(s);
   }
   ProjectStat stat;
   ASSERT_TRUE(InfoTI_swstat(prj, {}, stat));
@@ -127,8 +127,8 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   EXPECT_NE(log.find("\nNSwaths NGrp MPts NTiles NmTiles BBox_DX:m"), std::string::npos);
   // GPS time 1.3e9 s after 1980-01-06, 18 leap seconds less.
   EXPECT_NE(log.find(" 2021-03-17T07:06:22 "), std::string::npos);
-  prj.swaths[1].cache = CacheName(make("far.las", fly_line({.x0 = 900000})));
-  ASSERT_TRUE(tile(prj.swaths[1].path()));
+  prj.swaths[SwathId(1)].cache = CacheName(make("far.las", fly_line({.x0 = 900000})));
+  ASSERT_TRUE(tile(prj.swaths[SwathId(1)].path()));
   EXPECT_FALSE(InfoTI_swstat(prj, {}, stat)) << "400 km apart";
 }
 }  // namespace veld

@@ -136,7 +136,7 @@ TEST_F(TilingTest, ThreadsShareTheMemoryAndTakeNoData) {
   for (int i = 0; i < N; i++)
     threads.emplace_back([&, i] {
       const size_t k = static_cast<size_t>(i);
-      EXPECT_EQ(LmT_swath(CacheName(paths[k]), i, par, false, memory, results[k]), i < N - 1)
+      EXPECT_EQ(LmT_swath(CacheName(paths[k]), SwathId(i), par, false, memory, results[k]), i < N - 1)
           << results[k].reason;
     });
   for (std::thread& thread : threads) thread.join();
@@ -154,19 +154,18 @@ TEST_F(TilingTest, ThreadsShareTheMemoryAndTakeNoData) {
 
 TEST_F(TilingTest, ABadSwathLeavesTheOthersAlone) {
   NTHREADSIO = 2;
-  const std::vector<CacheName> swaths = {CacheName(make("a.las", fly_line({}))),
-                                         CacheName(file("missing.las")),
-                                         CacheName(make("c.las", fly_line({.heading = 90})))};
-  std::vector<bool> used(3, true);
-  std::vector<std::string> reason;
+  SwathTable swaths;
+  for (const std::string& path :
+       {make("a.las", fly_line({})), file("missing.las"), make("c.las", fly_line({.heading = 90}))})
+    swaths.add({.cache = CacheName(path)});
   LmTtileResult total;
-  EXPECT_TRUE(LmT_tile(swaths, used, reason, par, true, 2, total));
-  EXPECT_EQ(used, (std::vector<bool>{true, false, true}));
-  EXPECT_FALSE(reason[1].empty());
+  EXPECT_TRUE(LmT_tile(swaths, swaths.ids(), par, true, 2, total));
+  EXPECT_EQ(swaths.ids(), (std::vector<SwathId>{SwathId(0), SwathId(2)}));
+  EXPECT_FALSE(swaths[SwathId(1)].reason.empty());
   EXPECT_EQ(total.nswt, 2);
   EXPECT_EQ(total.ncached, 0);
   const float first = total.Mp;
-  EXPECT_TRUE(LmT_tile(swaths, used, reason, par, true, 2, total));
+  EXPECT_TRUE(LmT_tile(swaths, swaths.ids(), par, true, 2, total));
   EXPECT_EQ(total.ncached, 2);
   EXPECT_EQ(total.Mp, 0.0f);
   EXPECT_GT(first, 0.1f);

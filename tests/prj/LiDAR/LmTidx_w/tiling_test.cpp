@@ -211,21 +211,19 @@ TEST_F(TilingTest, HeightsFarFromTheMeanAreLeftOut) {
 }
 
 TEST_F(TilingTest, BytesDependNeitherOnThreadsNorOnMemory) {
-  std::vector<CacheName> swaths;
+  SwathTable swaths;
   for (int i = 0; i < 3; i++)
-    swaths.emplace_back(
-        make("b" + std::to_string(i) + ".las", fly_line({.heading = 40.0 * i, .length = 900})));
+    swaths.add({.cache = CacheName(
+                    make("b" + std::to_string(i) + ".las", fly_line({.heading = 40.0 * i, .length = 900})))});
   const auto run = [&](int nthreads, int threads_io) {
     NTHREADSIO = threads_io;
-    std::vector<bool> used(3, true);
-    std::vector<std::string> reason;
     LmTtileResult total;
-    EXPECT_TRUE(LmT_tile(swaths, used, reason, par, false, nthreads, total));
+    EXPECT_TRUE(LmT_tile(swaths, swaths.ids(), par, false, nthreads, total));
     EXPECT_EQ(total.nswt, 3);
     std::string bytes;
-    for (const CacheName& swath : swaths)
+    for (const Swath& swath : swaths)
       for (const char* e : {EXT_TIDX, EXT_MTIDX, EXT_MTZM, EXT_MTDT, EXT_MTXYZ})
-        bytes += read_text(swath.file(e));
+        bytes += read_text(swath.cache.file(e));
     return bytes;
   };
   const std::string one = run(1, 1);

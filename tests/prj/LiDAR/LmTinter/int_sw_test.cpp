@@ -7,8 +7,8 @@ namespace veld {
 namespace {
 // Swaths 0, 1: two channels of one line, group 1; 2: a later line of group 2; 3: a second channel without its
 // main channel, group 1; 4, 5: references.
-Project six_swaths(std::vector<LTidxInfo>& info) {
-  Project prj;
+SwathTable six_swaths() {
+  SwathTable swaths;
   const struct {
     int group, ch, mainch;
     bool fixed;
@@ -16,24 +16,20 @@ Project six_swaths(std::vector<LTidxInfo>& info) {
   } rows[] = {{1, 0, 0, false, 0, 100},   {1, 1, 0, false, 0, 100}, {2, 0, 2, false, 200, 300},
               {1, 1, 0, false, 400, 500}, {0, 0, 4, true, 50, 60},  {0, 0, 5, true, 50, 60}};
   for (const auto& r : rows) {
-    Swath s;
-    s.group = r.group, s.channel = r.ch, s.mainch = r.mainch, s.fixed = r.fixed;
-    prj.swaths.push_back(s);
-    LTidxInfo i{};
-    i.tmin = r.tmin, i.tmax = r.tmax;
-    info.push_back(i);
+    Swath s{.group = r.group, .channel = r.ch, .fixed = r.fixed, .mainch = SwathId(r.mainch)};
+    s.clock.tmin = r.tmin, s.clock.tmax = r.tmax;
+    swaths.add(s);
   }
-  return prj;
+  return swaths;
 }
 }  // namespace
 
 TEST(comp_int_sw, FiltersKeepWhatTheySay) {
-  std::vector<LTidxInfo> info;
-  const Project prj = six_swaths(info);
+  const SwathTable swaths = six_swaths();
   SwPairList overlap;
   for (int i = 0; i < 6; i++)
     for (int j = i + 1; j < 6; j++)
-      if (i != 0 || j != 3) overlap.emplace_back(i, j);
+      if (i != 0 || j != 3) overlap.emplace_back(SwathId(i), SwathId(j));
   // RDIM, GRP, REF, CH, filter, ALLDZ; pairs registered as "ij". The times of the references lie in those of
   // swaths 0 and 1, and mean nothing.
   const struct {
@@ -56,8 +52,8 @@ TEST(comp_int_sw, FiltersKeepWhatTheySay) {
     int n0 = 0, n1 = 0;
     std::string kept;
     int number = 0;
-    for (const SwPair& p : comp_int_sw(prj, info, overlap, c.f, true, n0, n1)) {
-      if (p.reg) kept += std::to_string(p.sw1) + std::to_string(p.sw2) + " ";
+    for (const SwPair& p : comp_int_sw(swaths, overlap, c.f, true, n0, n1)) {
+      if (p.reg) kept += to_string(p.sw1) + to_string(p.sw2) + " ";
       EXPECT_EQ(p.number, number++);
     }
     EXPECT_EQ(kept, c.kept);

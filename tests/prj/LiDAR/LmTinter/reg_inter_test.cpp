@@ -26,15 +26,11 @@ struct RegProject {
     param.Jend = comp_Jend(0, prj.scale.dim);
     head.gsize = 4 << param.Jend, head.level = 7, head.dim = prj.scale.dim;
     for (const Swath& s : prj.swaths) {
-      LTidxInfo info;
-      EXPECT_TRUE(read_LTidxInfo(s.cache, info));
-      DUTswath d;
-      d.path = s.path(), d.tmin = info.tmin, d.tmax = info.tmax, d.fixed = s.fixed;
-      head.swaths.push_back(d);
+      head.swaths.push_back(make_DUTswath(prj.swaths, s.id));
     }
     SwPairList all;
-    for (int i = 0; i < static_cast<int>(prj.swaths.size()); i++)
-      for (int j = i + 1; j < static_cast<int>(prj.swaths.size()); j++) all.emplace_back(i, j);
+    for (int i = 0; i < prj.swaths.size(); i++)
+      for (int j = i + 1; j < prj.swaths.size(); j++) all.emplace_back(SwathId(i), SwathId(j));
     EXPECT_TRUE(comp_sw_overlap(prj, all, 2, overlap));
     param.filter.RDIM = 2;
   }
@@ -142,7 +138,7 @@ TEST(reg_inter_LmT, PairCacheFallsWithEachParameter) {
   p.param.Jinit = 2;
   EXPECT_EQ(p.run().ncached, 0);
   EXPECT_EQ(p.run().ncached, 1);
-  std::filesystem::last_write_time(p.prj.swaths[1].path(),
+  std::filesystem::last_write_time(p.prj.swaths[SwathId(1)].path(),
                                    std::filesystem::file_time_type::clock::now() - std::chrono::hours(9));
   p.grid();  // of the second swath anew
   EXPECT_EQ(p.run().ncached, 0);
@@ -158,7 +154,8 @@ TEST(reg_inter_LmT, PairCacheFallsWithEachParameter) {
 
 TEST(reg_inter_LmT, PairsThatCannotBeRegisteredDoNotStopTheOthers) {
   RegProject p({shifted[0], shifted[1], {120, {0, 0, 0}, 1001000}, {3000, {0, 0, 0}, 1002000}});
-  EXPECT_EQ(p.overlap, (SwPairList{{0, 1}, {0, 2}, {1, 2}}));
+  const SwathId a(0), b(1), c(2);
+  EXPECT_EQ(p.overlap, (SwPairList{{a, b}, {a, c}, {b, c}}));
   MEM_MB = 1;
   const InterResult small = p.run();
   EXPECT_EQ(small.nreg, 0);
@@ -188,8 +185,8 @@ TEST(reg_inter_LmT, UnreadableGridsAndUnwritableResultsFail) {
     return !ok;
   };
   InterSwath s1, s2;
-  ASSERT_TRUE(read_InterSwath(p.prj, 0, s1) && read_InterSwath(p.prj, 1, s2));
-  const std::string zds = p.prj.swaths[1].cache.file(EXT_GMTZDS), words = read_text(zds);
+  ASSERT_TRUE(read_InterSwath(p.prj, SwathId(0), s1) && read_InterSwath(p.prj, SwathId(1), s2));
+  const std::string zds = p.prj.swaths[SwathId(1)].cache.file(EXT_GMTZDS), words = read_text(zds);
   std::filesystem::resize_file(zds, words.size() / 2);  // behind the back of the open file
   InterTiles inter;
   NRpair pair;
@@ -201,7 +198,7 @@ TEST(reg_inter_LmT, UnreadableGridsAndUnwritableResultsFail) {
   remove_file(zds);
   EXPECT_TRUE(nothing()) << "no grid";
   write_text(zds, words);
-  const std::string times = p.prj.swaths[0].cache.file(EXT_MTDT), dt = read_text(times);
+  const std::string times = p.prj.swaths[SwathId(0)].cache.file(EXT_MTDT), dt = read_text(times);
   remove_file(times);
   InterResult res;
   EXPECT_FALSE(reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res)) << "no times";

@@ -185,7 +185,7 @@ TEST(PairBoxes, BoxesFirstThenRectangles) {
   };
   int nbb;
   const auto pairs = [&](const LTidxInfo& a, const LTidxInfo& b, bool fixed = false) {
-    return check_BBOX_MBR_fx_inter({a, b}, {fixed, fixed}, 4, nbb).size();
+    return check_BBOX_MBR_fx_inter({{SwathId(0), fixed, a}, {SwathId(1), fixed, b}}, 4, nbb).size();
   };
   EXPECT_EQ(pairs(strip(0, 0, 0.7), strip(0, 80, 0.7)), 1u);
   EXPECT_EQ(pairs(strip(0, 0, 0.7), strip(0, 0, 2.2)), 1u);
@@ -202,8 +202,7 @@ TEST(PairBoxes, SweepFindsEveryPair) {
   std::mt19937 gen(3);
   for (const auto& [width, height] :
        {std::pair{9000.0, 300.0}, std::pair{300.0, 9000.0}, std::pair{100.0, 100.0}}) {
-    std::vector<LTidxInfo> infos;
-    std::vector<bool> fixed;
+    std::vector<SwathBox> swaths;
     std::uniform_real_distribution<double> u(0, 1);
     for (int i = 0; i < 120; i++) {
       LTidxInfo info{};
@@ -211,17 +210,17 @@ TEST(PairBoxes, SweepFindsEveryPair) {
       info.bbmin[0] = x, info.bbmin[1] = y, info.bbmax[0] = x + w, info.bbmax[1] = y + h;
       const double corner[4][2] = {{x, y}, {x + w, y}, {x + w, y + h}, {x, y + h}};
       std::memcpy(info.mbr, corner, sizeof corner);
-      infos.push_back(info);
-      fixed.push_back(i % 5 == 0);
+      swaths.push_back({SwathId(i), i % 5 == 0, info});
     }
     SwPairList expected;
     for (int i = 0; i < 120; i++)
       for (int j = i + 1; j < 120; j++) {
-        const LTidxInfo &a = infos[static_cast<size_t>(i)], &b = infos[static_cast<size_t>(j)];
-        if ((i % 5 || j % 5) && inter_BBOX(a, b) && inter_MBR(a, b, 4)) expected.emplace_back(i, j);
+        const LTidxInfo &a = swaths[static_cast<size_t>(i)].info, &b = swaths[static_cast<size_t>(j)].info;
+        if ((i % 5 || j % 5) && inter_BBOX(a, b) && inter_MBR(a, b, 4))
+          expected.emplace_back(SwathId(i), SwathId(j));
       }
     int nbb = 0;
-    EXPECT_EQ(check_BBOX_MBR_fx_inter(infos, fixed, 4, nbb), expected);
+    EXPECT_EQ(check_BBOX_MBR_fx_inter(swaths, 4, nbb), expected);
     EXPECT_GT(expected.size(), 30u);
   }
 }

@@ -7,8 +7,8 @@
 
 namespace veld {
 namespace {
-SwathPlot plot(int sw, double x) {
-  SwathPlot p{"", sw, 2, {}};
+SwathPlot plot(int number, double x) {
+  SwathPlot p{"", SwathId(number), 2, {}};
   p.info.bbmin[0] = x;
   p.info.bbmax[0] = x + 10;
   p.info.bbmax[1] = 5;

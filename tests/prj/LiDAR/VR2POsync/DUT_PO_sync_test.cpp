@@ -10,7 +10,7 @@ namespace {
 void two_swaths(SyncProject& p) {
   p.add_swath(1020, 1040, false);
   p.add_swath(1050, 1070, false);
-  p.pairs.push_back({0, 1, 5});
+  p.add_pair(0, 1, 5);
 }
 
 double azimuth(const dxyz& a, const dxyz& b) { return std::atan2(b.x - a.x, b.y - a.y) * DEG_PER_RAD; }
@@ -22,8 +22,8 @@ TEST(DutPoSync, PlainProject) {
   two_swaths(p);
   p.add_track("t.txt", 1000, 1100);
   ASSERT_EQ(p.run(), 2) << p.said;
-  EXPECT_EQ(p.res.sw2fl(0), 0);
-  EXPECT_EQ(p.res.sw2fl(1), 0);
+  EXPECT_EQ(p.file_of(0), 0);
+  EXPECT_EQ(p.file_of(1), 0);
   ASSERT_EQ(p.res.pairs.size(), 1u);
   for (int i = 0; i < 5; i++) {
     EXPECT_NEAR(p.res.O1[0](i).x, 500000 + 60 * (p.res.pairs[0].t1(i) - 1000), 1e-3);
@@ -33,7 +33,7 @@ TEST(DutPoSync, PlainProject) {
   // The cache holds the swath and the buffer, and one record more on each side.
   Vector<PO> po;
   double dt = -1;
-  ASSERT_TRUE(load_POC_TMP(p.prj.swaths[0].cache, 0, po, dt));
+  ASSERT_TRUE(load_POC_TMP(p.swath(0).cache, SwathId(0), po, dt));
   EXPECT_EQ(dt, 0);
   EXPECT_NEAR(po(0).t, 1018, 0.11);
   EXPECT_LE(double{po(0).t}, 1018);
@@ -46,7 +46,7 @@ TEST(DutPoSync, PlainProject) {
       std::string::npos)
       << p.log("_PO_sync_stat.log");
   EXPECT_EQ(p.log("_sw_PO_rej.log"), "");
-  const std::string cache = POC_name(p.prj.swaths[0].cache, 0);
+  const std::string cache = POC_name(p.swath(0).cache, SwathId(0));
   EXPECT_TRUE(exists(cache));
   p.res = POsync();
   EXPECT_FALSE(exists(cache));
@@ -114,7 +114,7 @@ TEST(DutPoSync, TrackOnlyTrajectoryGetsItsHeading) {
     EXPECT_EQ(p.res.Att1[0](i).x, 0);
     EXPECT_NEAR(p.res.O1[0](i).x, 500000 - 50 * (p.res.pairs[0].t1(i) - 1015), 0.011);
   }
-  EXPECT_TRUE(p.res.AREC(1));
+  EXPECT_TRUE(p.swath(1).track.AREC);
 }
 
 // No attitude is never an attitude of 0: it comes from the track, and the WARNING says so.
@@ -149,7 +149,7 @@ TEST(DutPoSync, MissingAnglesAreRecoveredAndReported) {
     p.add_file("t.txt");
     p.prj.pogroups[0].col = c.col;
     ASSERT_EQ(p.run(), 2) << p.said;
-    EXPECT_EQ(p.res.AREC(0) != 0, c.AREC);
+    EXPECT_EQ(p.swath(0).track.AREC, c.AREC);
     EXPECT_TRUE(p.has(c.said)) << p.said;
     EXPECT_EQ(p.has("WARNING: no "), *c.said != '\0') << p.said;
     EXPECT_NEAR(p.res.Att1[0](2).x, c.att.x, 1e-5);
@@ -235,8 +235,8 @@ TEST(DutPoSync, MatchingRules) {
     p.par.tol = r.tol;
     p.add_track("t.txt", r.file_t0, r.file_t1);
     EXPECT_EQ(p.run(), (r.fl0 >= 0) + (r.fl1 >= 0)) << r.name << p.said;
-    EXPECT_EQ(p.res.sw2fl(0), r.fl0) << r.name;
-    EXPECT_EQ(p.res.sw2fl(1), r.fl1) << r.name;
+    EXPECT_EQ(p.file_of(0), r.fl0) << r.name;
+    EXPECT_EQ(p.file_of(1), r.fl1) << r.name;
     const bool rejected = r.fl0 < 0 || r.fl1 < 0;
     EXPECT_EQ(p.has("WARNING: 1 out of 2 mobile swaths rejected, no single matching PO file, see file " +
                     p.prj.name + "_sw_PO_rej.log"),
@@ -257,8 +257,8 @@ TEST(DutPoSync, SeveralFiles) {
   p.add_track("far.txt", 3000, 3100);
   p.add_file("a.txt");  // listed twice
   ASSERT_EQ(p.run(), 2) << p.said;
-  EXPECT_EQ(p.res.sw2fl(0), 0);
-  EXPECT_EQ(p.res.sw2fl(1), 1);
+  EXPECT_EQ(p.file_of(0), 0);
+  EXPECT_EQ(p.file_of(1), 1);
   EXPECT_TRUE(
       p.has("WARNING: no matching swath for PO file " + p.dir.path + "/far.txt in group 1, channel 0"))
       << p.said;
@@ -268,7 +268,7 @@ TEST(DutPoSync, SeveralFiles) {
   // The same content under another name makes the choice impossible.
   p.add_track("copy.txt", 1000, 1045);
   EXPECT_EQ(p.run(), 1) << p.said;
-  EXPECT_EQ(p.res.sw2fl(0), -2);
+  EXPECT_EQ(p.file_of(0), -2);
   EXPECT_TRUE(p.has("WARNING: time sync failed for 1 mobile swaths (multiple matching PO files)")) << p.said;
 
   // A file that can't be read is left out; the others go on.
@@ -282,17 +282,17 @@ TEST(DutPoSync, SwathsWithoutRegistrationAndReferences) {
   two_swaths(p);
   p.add_swath(1075, 1085, false);     // in no pair
   p.add_swath(1021, 1031, false, 0);  // a reference
-  p.pairs.push_back({0, 3, 2});
+  p.add_pair(0, 3, 2);
   p.add_track("t.txt", 1000, 1100);
   EXPECT_EQ(p.run(), 2) << p.said;
-  EXPECT_EQ(p.res.sw2fl(2), -1);
-  EXPECT_EQ(p.res.sw2fl(3), -1);
+  EXPECT_EQ(p.file_of(2), -1);
+  EXPECT_EQ(p.file_of(3), -1);
   EXPECT_EQ(p.res.O2[1](0).z, -9999);
   EXPECT_NE(p.res.O1[1](0).z, -9999);
   EXPECT_TRUE(p.has("1 out of 3 mobile swaths rejected, no registration data, see file ")) << p.said;
   p.par.ALL = true;
   EXPECT_EQ(p.run(), 3) << p.said;
-  EXPECT_EQ(p.res.sw2fl(2), 0);
+  EXPECT_EQ(p.file_of(2), 0);
 }
 
 TEST(DutPoSync, Gap) {
@@ -341,9 +341,18 @@ TEST(DutPoSync, Failures) {
        "ERROR: no registration data in DUT file "},
       {"groups", [](SyncProject& p) { p.prj.pogroups.resize(2); },
        "ERROR: group size mismatch, 2 PO groups and 1 mobile swaths groups"},
-      {"another project", [](SyncProject& p) { p.prj.swaths.pop_back(); }, "ERROR: incompatible DUT file, 2"},
-      {"another order", [](SyncProject& p) { std::swap(p.prj.swaths[0].cache, p.prj.swaths[1].cache); },
+      {"another project",
+       [](SyncProject& p) {
+         SwathTable one;
+         one.add(p.swath(0));
+         p.prj.swaths = one;
+       },
+       "ERROR: incompatible DUT file, 2 swaths, project has 1"},
+      {"another order",
+       [](SyncProject& p) { std::swap(p.prj.swaths[SwathId(0)].cache, p.prj.swaths[SwathId(1)].cache); },
        "ERROR: incompatible DUT file, swath 0 is "},
+      {"rejected only now", [](SyncProject& p) { p.prj.swaths.reject(SwathId(1), SwathState::untiled, ""); },
+       "ERROR: incompatible DUT file, swath 1 is part of it, of the project it is not, "},
       {"no space for caches",
        [](SyncProject& p) {
          TMPDIR = p.dir.path + "/absent/";

@@ -18,18 +18,18 @@ Vector<PO> line(int n) {
 TEST(Poc, RoundTripAndDamage) {
   TempDir dir;
   TMPDIR = dir.path + "/";
-  const std::string swath = dir.path + "/x.las", name = POC_name(CacheName(swath), 7);
+  const std::string swath = dir.path + "/x.las", name = POC_name(CacheName(swath), SwathId(7));
   const Vector<PO> po = line(25);
-  ASSERT_TRUE(save_POC_TMP(CacheName(swath), 7, 391644800.0, po));
+  ASSERT_TRUE(save_POC_TMP(CacheName(swath), SwathId(7), 391644800.0, po));
   EXPECT_EQ(file_size(name), 12 + 25 * 44);
   Vector<PO> back;
   double dt = 0;
-  ASSERT_TRUE(load_POC_TMP(CacheName(swath), 7, back, dt));
+  ASSERT_TRUE(load_POC_TMP(CacheName(swath), SwathId(7), back, dt));
   EXPECT_EQ(dt, 391644800.0);
   ASSERT_EQ(back.size(), 25u);
   EXPECT_EQ(double{back(24).x}, double{po(24).x});
   EXPECT_EQ(float{back(24).yaw}, float{po(24).yaw});
-  EXPECT_FALSE(load_POC_TMP(CacheName(swath), 8, back, dt));
+  EXPECT_FALSE(load_POC_TMP(CacheName(swath), SwathId(8), back, dt));
 
   const std::string whole = read_text(name);
   std::string huge = whole, none = whole.substr(0, 12);
@@ -38,12 +38,12 @@ TEST(Poc, RoundTripAndDamage) {
   for (const std::string& bytes : {whole + "x", whole.substr(0, whole.size() - 1), whole.substr(0, 12),
                                    std::string(), whole.substr(0, 5), huge, none}) {
     write_text(name, bytes);
-    EXPECT_FALSE(load_POC_TMP(CacheName(swath), 7, back, dt)) << bytes.size();
+    EXPECT_FALSE(load_POC_TMP(CacheName(swath), SwathId(7), back, dt)) << bytes.size();
     EXPECT_TRUE(back.empty());
   }
   TMPDIR = dir.path + "/absent/";
   testing::internal::CaptureStderr();
-  EXPECT_FALSE(save_POC_TMP(CacheName(swath), 7, 0, po));
+  EXPECT_FALSE(save_POC_TMP(CacheName(swath), SwathId(7), 0, po));
   EXPECT_NE(testing::internal::GetCapturedStderr().find("ERROR: failed to write trajectory cache"),
             std::string::npos);
 }

@@ -49,7 +49,7 @@ TEST(GrpSyncTime, Table) {
     SyncProject p;
     p.add_swath(c.sw_t, c.sw_t + 30, c.sw_adj);
     p.add_swath(c.sw_t + 31, c.sw_t + 50, c.sw_adj);
-    p.pairs.push_back({0, 1, 3});
+    p.add_pair(0, 1, 3);
     p.prj.pogroups[0].time = c.po_time;
     p.prj.pogroups[0].gweek = c.gweek;
     p.par.DAY = c.DAY;
@@ -60,11 +60,11 @@ TEST(GrpSyncTime, Table) {
         << p.said;
     EXPECT_EQ(n, p.has("span more than") ? 0 : 2) << p.said;
     ASSERT_EQ(p.res.files.size(), 1u);
-    EXPECT_EQ(p.res.TimeCorr(0), c.sw_corr);
-    EXPECT_EQ(p.res.TimeCorr(1), c.sw_corr);
+    EXPECT_EQ(p.swath(0).clock.shift, c.sw_corr);
+    EXPECT_EQ(p.swath(1).clock.shift, c.sw_corr);
     EXPECT_EQ(p.res.files[0].TimeCorr, c.po_corr);
-    EXPECT_EQ(p.res.adj(0) != 0, c.adj);
-    EXPECT_EQ(p.res.tmin(0), c.sw_t + c.sw_corr);
+    EXPECT_EQ(p.swath(0).clock.adj, c.adj);
+    EXPECT_EQ(p.swath(0).clock.begin, c.sw_t + c.sw_corr);
     if (n == 2) {
       EXPECT_NEAR(p.res.O1[0](0).y, 5321000 + 8 * (p.res.pairs[0].t1(0) - p.res.files[0].scan.t0 - c.po_corr),
                   1e-3);
@@ -77,13 +77,13 @@ TEST(GrpSyncTime, GroupsHaveTheirOwnClocks) {
   p.prj.pogroups.resize(2);
   p.add_swath(305020, 305050, false, 1);
   p.add_swath(W + 305120 - 1e9, W + 305150 - 1e9, true, 2);
-  p.pairs.push_back({0, 1, 4});
+  p.add_pair(0, 1, 4);
   p.add_track("a.txt", 305000, 305060, 1);
   p.add_track("b.txt", 305100, 305160, 2);
   EXPECT_EQ(p.run(), 2) << p.said;
-  EXPECT_EQ(p.res.sw2fl(0), 0);
-  EXPECT_EQ(p.res.sw2fl(1), 1);
-  EXPECT_EQ(p.res.TimeCorr(0), 0);
+  EXPECT_EQ(p.file_of(0), 0);
+  EXPECT_EQ(p.file_of(1), 1);
+  EXPECT_EQ(p.swath(0).clock.shift, 0);
   EXPECT_EQ(p.res.files[1].TimeCorr, W - 1e9);
   EXPECT_FALSE(p.res.groups[0].adj);
   EXPECT_TRUE(p.res.groups[1].adj);
@@ -97,26 +97,25 @@ TEST(GrpSyncTime, ChannelsOfALineShareInterval) {
   p.add_swath(1020, 1040, false, 1, 0);
   p.add_swath(1060, 1080, false, 1, 0);
   p.add_swath(1018, 1041, false, 2, 1);
-  p.pairs.push_back({0, 2, 4});
-  p.pairs.push_back({0, 1, 4});
+  p.add_pair(0, 2, 4);
+  p.add_pair(0, 1, 4);
   p.add_track("t.txt", 1000, 1100, 1);
   p.add_file("t.txt", 2);
   EXPECT_EQ(p.run(), 3) << p.said;
-  EXPECT_EQ(p.res.mainch(2), 0);
-  EXPECT_EQ(p.res.tmin(0), 1018);
-  EXPECT_EQ(p.res.tmax(0), 1041);
-  EXPECT_EQ(p.res.tmin(1), 1060);
-  EXPECT_EQ(p.res.sw2fl(2), 0);  // the file of the main channel
+  EXPECT_EQ(p.swath(0).clock.begin, 1018);
+  EXPECT_EQ(p.swath(0).clock.end, 1041);
+  EXPECT_EQ(p.swath(1).clock.begin, 1060);
+  EXPECT_EQ(p.file_of(2), 0);  // the file of the main channel
   EXPECT_NE(p.log("_ch_stat.log").find("0,2  1,2  2  00:00:23"), std::string::npos) << p.log("_ch_stat.log");
 
   p.par.ICH = true;  // independent channels keep their own
   EXPECT_EQ(p.run(), 3) << p.said;
-  EXPECT_EQ(p.res.tmin(0), 1020);
+  EXPECT_EQ(p.swath(0).clock.begin, 1020);
 
   p.prj.pofiles[1].path += "x";
   EXPECT_EQ(p.run(), 0);
   EXPECT_TRUE(p.has("ERROR: PO sync: group/channel inconsistency for channel 1, PO file ")) << p.said;
-  p.prj.swaths[2].mainch = 2;  // not the one that the index says
+  p.prj.swaths[SwathId(2)].mainch = SwathId(2);  // not the one that the index says
   EXPECT_EQ(p.run(), 0);
   EXPECT_TRUE(p.has("ERROR: incompatible DUT file, swath 2 is no main channel, in the project it is one, "))
       << p.said;

@@ -41,14 +41,13 @@ struct SyncProject {
     s.tmax = tmax;
     s.path = dir.path + "/S" + std::to_string(idx.swaths.size()) + ".las";
     idx.swaths.push_back(s);
-    Swath p;
-    p.cache = CacheName(s.path), p.group = group, p.channel = ch, p.fixed = s.fixed;
-    p.mainch = static_cast<int>(prj.swaths.size());
-    for (int m = 0; ch > 0 && m < static_cast<int>(prj.swaths.size()); m++) {  // channels of a line overlap
-      const DUTswath& line = idx.swaths[static_cast<size_t>(m)];
-      if (line.ch == 0 && line.group == group - ch && line.tmin < tmax && tmin < line.tmax) p.mainch = m;
+    Swath p{.cache = CacheName(s.path), .group = group, .channel = ch, .fixed = s.fixed};
+    for (const Swath& m : prj.swaths) {  // channels of a line overlap
+      const DUTswath& line = idx.swaths[static_cast<size_t>(m.id.number)];
+      if (ch > 0 && m.channel == 0 && m.group == group - ch && line.tmin < tmax && tmin < line.tmax)
+        p.mainch = m.id;
     }
-    prj.swaths.push_back(p);
+    prj.swaths.add(p);
     return static_cast<int>(idx.swaths.size()) - 1;
   }
   void add_file(const std::string& name, int group = 1) {
@@ -76,8 +75,8 @@ struct SyncProject {
     EXPECT_TRUE(open_DUT_IDX(w, dir.path + "/r", idx, true, false));
     for (const DUTinter& p : pairs) {
       std::vector<DUTstr> rec(p.ndisp);
-      const DUTswath& a = idx.swaths[static_cast<size_t>(p.sw1)];
-      const DUTswath& b = idx.swaths[static_cast<size_t>(p.sw2)];
+      const DUTswath& a = idx.swaths[static_cast<size_t>(p.sw1.number)];
+      const DUTswath& b = idx.swaths[static_cast<size_t>(p.sw2.number)];
       for (size_t i = 0; i < rec.size(); i++) {
         const double f = (static_cast<double>(i) + 0.37) / static_cast<double>(rec.size());
         rec[i].X = 500000, rec[i].Y = 5321000, rec[i].Unc = {0.1f, 0.1f, 0.1f};
@@ -93,6 +92,9 @@ struct SyncProject {
     said = testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
     return n;
   }
+  const Swath& swath(int n) const { return prj.swaths[SwathId(n)]; }
+  int file_of(int n) const { return swath(n).track.file; }
+  void add_pair(int sw1, int sw2, uint64_t n) { pairs.push_back({SwathId(sw1), SwathId(sw2), n}); }
   bool has(const std::string& text) const { return said.find(text) != std::string::npos; }
   std::string log(const char* suffix) const { return read_text(prj.name + suffix); }
 };

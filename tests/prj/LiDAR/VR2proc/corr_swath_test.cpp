@@ -223,15 +223,15 @@ TEST(CorrNames, EqualNamesGetGroupAndSwath) {
   for (const char* path : {"/d1/a.las", "/d2/a.las", "/d1/b.laz"}) {
     Swath s;
     s.cache = CacheName(path);
-    s.group = static_cast<int>(prj.swaths.size()) + 1;
-    prj.swaths.push_back(s);
+    s.group = prj.swaths.size() + 1;
+    prj.swaths.add(s);
   }
   int ndup = 0;
-  const auto same = comp_output_names({"p_", "_c", ""}, "out/", prj, {0, 1, 2}, ndup);
+  const auto same = comp_output_names({"p_", "_c", ""}, "out/", prj, prj.swaths.ids(), ndup);
   EXPECT_EQ(ndup, 2);
   EXPECT_EQ(same,
             (std::vector<std::string>{"out/p_a_c_g_1_sw_0.las", "out/p_a_c_g_2_sw_1.las", "out/p_b_c.laz"}));
-  const auto laz = comp_output_names({"", "_c", ".laz"}, "", prj, {0, 2}, ndup);
+  const auto laz = comp_output_names({"", "_c", ".laz"}, "", prj, {SwathId(0), SwathId(2)}, ndup);
   EXPECT_EQ(ndup, 0);
   EXPECT_EQ(laz, (std::vector<std::string>{"a_c.laz", "b_c.laz"}));
 }
@@ -241,7 +241,11 @@ TEST(CorrLog, NodesAndStatistics) {
   TMPDIR = dir.path + "/";
   Project prj;
   prj.name = dir.path + "/r";
-  prj.swaths.resize(2);
+  for (int sw = 0; sw < 2; sw++) {
+    Swath s;
+    s.clock.begin = T0, s.clock.end = T0 + 20;
+    prj.swaths.add(s);
+  }
   InvResult res;
   res.CT = res.CA = true;
   for (int sw = 0; sw < 2; sw++) {  // x drifts by 1 mm a second
@@ -251,9 +255,9 @@ TEST(CorrLog, NodesAndStatistics) {
     res.Dt.push_back(10);
   }
   const Vector<PO> po = straight_track(T0 - 2, 14);
-  ASSERT_TRUE(log_corr(res, 0, {0, 0, 1}, po));
-  ASSERT_TRUE(log_corr(res, 1, {0, 0, 0}, po));
-  ASSERT_TRUE(merge_log_corr(prj, {0, 1}));
+  ASSERT_TRUE(log_corr(res, SwathId(0), {0, 0, 1}, po));
+  ASSERT_TRUE(log_corr(res, SwathId(1), {0, 0, 0}, po));
+  ASSERT_TRUE(merge_log_corr(prj, prj.swaths.ids()));
   const std::string ta = read_text(prj.name + "_TA.log");
   EXPECT_EQ(ta.substr(0, ta.find('\n')), "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#");
   double t, T[3], A[3];
@@ -271,7 +275,7 @@ TEST(CorrLog, NodesAndStatistics) {
   EXPECT_EQ(sw, 0);
   EXPECT_FALSE(exists(TMPDIR + "tmp_sw_0_TA.log"));
 
-  ASSERT_TRUE(drift_stat_output(prj, res, {0, 1}, {T0, T0}, {T0 + 20, T0 + 20}));
+  ASSERT_TRUE(drift_stat_output(prj, res, prj.swaths.ids()));
   const std::string stat = read_text(prj.name + "_TA_stat.log");
   EXPECT_NE(stat.find("T_Drift{X Y Z}"), std::string::npos);
   EXPECT_NE(stat.find("3.600"), std::string::npos);  // m per hour

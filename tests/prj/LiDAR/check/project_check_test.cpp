@@ -17,9 +17,15 @@ struct Set {
   Project prj;
   std::vector<SwathProbe> probes;
   void add(const char* name, const SwathProbe& probe) {
-    prj.swaths.emplace_back();
-    prj.swaths.back().cache = CacheName(name);
+    Swath s;
+    s.cache = CacheName(name);
+    prj.swaths.add(s);
     probes.push_back(probe);
+  }
+  std::vector<Problem> problems() const {
+    SwathVector<SwathProbe> by_swath(prj.swaths);
+    for (const Swath& s : prj.swaths) by_swath[s.id] = probes[static_cast<size_t>(s.id.number)];
+    return find_problems(prj, by_swath, 33);
   }
 };
 }  // namespace
@@ -58,9 +64,9 @@ TEST(ProjectCheck, WhatDoesNotBelongIsNamed) {
     s.add("A.las", swath_at(500000, 5300000, 0));
     s.add("B.las", swath_at(500200, 5300002, 300));
     s.add("C.las", swath_at(500300, 5300001, 600));
-    EXPECT_TRUE(find_problems(s.prj, s.probes, 33).empty());
+    EXPECT_TRUE(s.problems().empty());
     c.spoil(s);
-    const std::vector<Problem> found = find_problems(s.prj, s.probes, 33);
+    const std::vector<Problem> found = s.problems();
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0].error, c.error);
     EXPECT_NE(found[0].text.find(c.text), std::string::npos) << found[0].text;

@@ -45,14 +45,14 @@ struct InputsTest : testing::Test {
 TEST_F(InputsTest, GroupsAndChannels) {
   EXPECT_EQ(swaths({"-i", "*_A.laz", "-i", "*_B.laz", "-r", "r.las", "-chgrp", "0", "1"}), "");
   ASSERT_TRUE(ok);
-  ASSERT_EQ(prj.swaths.size(), 4u);
+  ASSERT_EQ(prj.swaths.size(), 4);
   EXPECT_EQ(prj.nmgrp, 2);
   EXPECT_EQ(prj.ngrp, 3);
   const int expected[4][3] = {{1, 0, 0}, {1, 0, 0}, {2, 1, 0}, {0, 0, 1}};
   for (size_t i = 0; i < 4; i++) {
-    EXPECT_EQ(prj.swaths[i].group, expected[i][0]);
-    EXPECT_EQ(prj.swaths[i].channel, expected[i][1]);
-    EXPECT_EQ(prj.swaths[i].fixed, expected[i][2] == 1);
+    EXPECT_EQ(prj.swaths[SwathId(static_cast<int>(i))].group, expected[i][0]);
+    EXPECT_EQ(prj.swaths[SwathId(static_cast<int>(i))].channel, expected[i][1]);
+    EXPECT_EQ(prj.swaths[SwathId(static_cast<int>(i))].fixed, expected[i][2] == 1);
   }
 }
 

@@ -23,23 +23,19 @@ TEST(Align2, TheSecondStepReadsWhatTheFirstWrote) {
   EXPECT_TRUE(second.correction.nil);
   EXPECT_EQ(second.out, "*") << "the names of the first step stand";
 
-  Project prj;
-  prj.swaths = {{CacheName("a"), 1, 0, 0, false, true},
-                {CacheName("b"), 2, 1, 1, false, true},
-                {CacheName("c"), 2, 1, 2, false, true},
-                {CacheName("r"), 0, 0, 3, true, true}};
-  ASSERT_TRUE(align2_proc_fxnames(0, {}, prj));
-  EXPECT_EQ(prj.swaths.size(), 4u);
-  ASSERT_TRUE(align2_proc_fxnames(1, {"", "one/b", "one/c", ""}, prj));
-  ASSERT_EQ(prj.swaths.size(), 3u);
-  EXPECT_EQ(prj.swaths[0].path(), "one/b");
-  EXPECT_EQ(prj.swaths[0].group, 2);
-  EXPECT_EQ(prj.swaths[1].channel, 1);
-  EXPECT_EQ(prj.swaths[2].path(), "r");
-  EXPECT_TRUE(prj.swaths[2].fixed);
-  EXPECT_EQ(errors_of([&] {
-              EXPECT_FALSE(align2_proc_fxnames(1, {"", "", ""}, prj));
-            }),
+  SwathTable swaths;
+  for (const char* const path : {"a", "b", "c", "r"})
+    swaths.add({.cache = CacheName(path), .group = path[0] == 'r' ? 0 : 1, .fixed = path[0] == 'r'});
+  ASSERT_TRUE(align2_proc_fxnames(0, swaths));
+  EXPECT_EQ(swaths.ids().size(), 4u);
+  swaths[SwathId(1)].corrected = "one/b";
+  swaths[SwathId(2)].corrected = "one/c";
+  ASSERT_TRUE(align2_proc_fxnames(1, swaths));
+  EXPECT_EQ(swaths.ids(), (std::vector<SwathId>{SwathId(1), SwathId(2), SwathId(3)})) << "numbers stay";
+  EXPECT_EQ(swaths[SwathId(0)].state, SwathState::uncorrected);
+  EXPECT_EQ(swaths[SwathId(1)].path(), "one/b");
+  EXPECT_EQ(swaths[SwathId(3)].path(), "r");
+  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(align2_proc_fxnames(1, swaths)); }),
             "ERROR: no corrected swath to work with in alignment step 2\n");
 }
 }  // namespace veld

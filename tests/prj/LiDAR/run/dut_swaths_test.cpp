@@ -1,6 +1,7 @@
 // A correction of swaths that a displacement file was made from: names decide which is which.
 #include "prj/LiDAR/run/dut_swaths.h"
 
+#include "lib/general/path.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "tests/prj/LiDAR/options/read_support.h"
 #include "tests/support/temp_dir.h"
@@ -12,67 +13,73 @@ class DutSwaths : public testing::Test {
   TempDir dir;
   std::string dut = dir.path + "/r";
   Project prj;
-  std::string path(const std::string& name) const { return dir.path + "/" + name + ".las"; }
-  void SetUp() override {  // lines a, b, c and a union of references r, s
+  // Lines a, b, x (rejected when it was registered), c, and references r, s with their union.
+  void SetUp() override {
+    SwathTable swaths;
+    for (const char name : std::string("abxcrs")) swaths.add(row(name));
+    swaths.reject(SwathId(2), SwathState::untiled, "no points left");
+    const std::vector<SwathId> members = {SwathId(4), SwathId(5)};
+    Swath both = swaths[members[0]];
+    both.members = members;
+    swaths.add(both);
+    for (const SwathId member : members) swaths.reject(member, SwathState::replaced, "");
     DUTidx idx;
     idx.gsize = 8, idx.level = 7, idx.dim = 4;
-    for (const char* const name : {"a", "b", "c", "r"}) {
-      DUTswath line;
-      line.path = path(name);
-      line.fixed = name[0] == 'r';
-      line.group = line.fixed ? 0 : 1;
-      if (line.fixed) line.path += " (union of 2 input reference swaths)";
-      idx.swaths.push_back(line);
-    }
+    for (const Swath& s : swaths) idx.swaths.push_back(make_DUTswath(swaths, s.id));
     DUTwriter w;
     ASSERT_TRUE(open_DUT_IDX(w, dut, idx, true, false));
     ASSERT_TRUE(close_DUT_IDX(w));
     prj.nmgrp = prj.ngrp = 1;
     prj.chgrp = {0};
   }
-  void add(const std::string& names) {
-    for (const char name : names) {
-      Swath s;
-      s.fixed = name >= 'r';
-      s.group = s.fixed ? 0 : 1;
-      s.cache = CacheName(path({name}));
-      write_text(s.path(), "x");
-      prj.swaths.push_back(s);
-    }
+  Swath row(char name) const {
+    Swath s;
+    s.cache = CacheName(dir.path + "/" + name + ".las");
+    s.fixed = name == 'r' || name == 's';
+    s.group = s.fixed ? 0 : 1;
+    if (name != 'x') write_text(s.path(), "x");
+    return s;
   }
-  std::string rows() const {  // names in order, those that get no corrected file in brackets
+  void give(const std::string& names) {
+    prj.swaths.clear();
+    for (const char name : names) prj.swaths.add(row(name));
+  }
+  // Names in order, those that get no corrected file in brackets, a stroke for what is not present.
+  std::string rows() const {
     std::string text;
     for (const Swath& s : prj.swaths) {
       const std::string name = s.path().substr(dir.path.size() + 1, 1);
-      text += s.corr ? name : "(" + name + ")";
+      text += !s.present() ? "-" : s.corr ? name : "(" + name + ")";
     }
     return text;
   }
 };
 }  // namespace
 
-TEST_F(DutSwaths, NamesDecideTheOrder) {
-  add("cabrs");
+TEST_F(DutSwaths, RowsStandInTheOrderOfTheFile) {
+  give("cbars");
   ASSERT_TRUE(complete_DUT_swaths(dut, prj));
-  EXPECT_EQ(rows(), "abcrs");
-  for (size_t i = 0; i < 5; i++) EXPECT_EQ(prj.swaths[i].mainch, static_cast<int>(i));
-}
-
-TEST_F(DutSwaths, ASwathThatWasRejectedStandsBehindTheOthers) {
-  add("abxcrs");
+  EXPECT_EQ(rows(), "ab-crs");
+  give("xcabrs");  // the tiling rejects it again
   ASSERT_TRUE(complete_DUT_swaths(dut, prj));
-  EXPECT_EQ(rows(), "abcxrs");
+  EXPECT_EQ(rows(), "abxcrs");
+  for (const Swath& s : prj.swaths) EXPECT_EQ(s.mainch, s.id);
 }
 
 TEST_F(DutSwaths, MissingSwathsComeInForTheirDisplacements) {
-  add("brs");
+  give("brs");
+  prj.chgrp = {};
+  ASSERT_TRUE(complete_DUT_swaths(dut, prj));
+  EXPECT_EQ(rows(), "(a)b-(c)rs");
+  EXPECT_EQ(prj.chgrp, std::vector<int>{0});
+  remove_file(dir.path + "/c.las");
+  give("b");
   EXPECT_NE(errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }).find("missing swath "),
             std::string::npos);
-  for (const char* const name : {"a", "c"}) write_text(path(name), "x");
-  ASSERT_TRUE(complete_DUT_swaths(dut, prj));
-  EXPECT_EQ(rows(), "(a)b(c)rs");
-  prj.swaths.clear();
-  add("bd");
+}
+
+TEST_F(DutSwaths, ASwathThatTheFileLacksIsAnError) {
+  give("abd");
   EXPECT_NE(
       errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }).find("d.las is not in displacement"),
       std::string::npos);

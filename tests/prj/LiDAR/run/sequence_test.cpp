@@ -36,9 +36,8 @@ struct Sequence : testing::Test {
     s.fixed = fixed;
     s.group = !fixed;
     s.cache = CacheName(dir.path + "/s" + std::to_string(prj.swaths.size()) + ".las");
-    s.mainch = static_cast<int>(prj.swaths.size());
     write_test_las(s.path(), fly_line(line));
-    prj.swaths.push_back(s);
+    prj.swaths.add(s);
     prj.nmgrp = prj.ngrp = 1;
   }
   bool run() {
@@ -91,8 +90,9 @@ TEST_F(Sequence, ReferencesAreOneAndCountWhereMobileDataLie) {
     add({.x0 = 500000.0 + 40 * i, .y0 = 4999700, .length = 700, .width = 60, .density = 20, .height = relief},
         true);
   ASSERT_TRUE(run()) << errors;
-  ASSERT_EQ(prj.swaths.size(), 3u);
-  EXPECT_EQ(swath_name(prj.swaths[2]), dir.path + "/s2.las (union of 3 input reference swaths)");
+  const SwathId all(5);  // behind the three that it replaces
+  ASSERT_EQ(prj.swaths.ids(), (std::vector<SwathId>{SwathId(0), SwathId(1), all}));
+  EXPECT_EQ(prj.swaths.name(all), dir.path + "/s2.las (union of 3 input reference swaths)");
   EXPECT_EQ(prj.scale.dim, dim);
   EXPECT_EQ(res.inter.nint0, 3);
   EXPECT_EQ(res.inter.nreg, 3);
@@ -103,16 +103,16 @@ TEST_F(Sequence, ReferencesAreOneAndCountWhereMobileDataLie) {
             std::string::npos);
   EXPECT_NE(read_text(prj.name + "_QC.log").find("2 mob, "), std::string::npos);
   SwGrid grid;
-  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[2].cache, grid));
+  ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[all].cache, grid));
   for (size_t k = 0; k < grid.TI.size(); k++) {
     const double y = tile_origin(make_tile_geom(prj.scale.level), grid.TI(static_cast<int64_t>(k)).y);
     EXPECT_EQ(grid.gTocc.val[k].empty(), y > 5000154 + 4 || y + 128 < 5000000 - 4) << y;
   }
   // Again, with the project as it stands after a run: the files come back, and the union with its grid is kept.
-  const std::string index = prj.swaths[2].cache.file(EXT_GMTIDX);
+  const std::string index = prj.swaths[all].cache.file(EXT_GMTIDX);
   const auto time = std::filesystem::last_write_time(index);
   ASSERT_TRUE(run()) << errors;
-  EXPECT_EQ(prj.swaths.size(), 3u);
+  EXPECT_EQ(prj.swaths.size(), 6) << "the same row stands for them again";
   EXPECT_EQ(res.inter.ncached, 3);
   EXPECT_EQ(std::filesystem::last_write_time(index), time);
 }

@@ -1,0 +1,28 @@
+#include "prj/LiDAR/swath/swath_table.h"
+
+namespace veld {
+SwathId SwathTable::add(Swath row) {
+  row.id = SwathId(size());
+  if (row.mainch == SwathId()) row.mainch = row.id;
+  rows_.push_back(std::move(row));
+  return rows_.back().id;
+}
+
+void SwathTable::reject(SwathId id, SwathState by, const std::string& why) {
+  (*this)[id].state = by;
+  (*this)[id].reason = why;
+}
+
+std::vector<SwathId> SwathTable::ids() const {
+  std::vector<SwathId> list;
+  for (const Swath& s : present()) list.push_back(s.id);
+  return list;
+}
+
+std::string SwathTable::name(SwathId id) const {
+  const Swath& s = (*this)[id];
+  if (s.members.empty()) return s.path();
+  return (*this)[s.members[0]].path() + " (union of " + std::to_string(s.members.size()) +
+         " input reference swaths)";
+}
+}  // namespace veld
