@@ -177,6 +177,12 @@ bool possible(POcheck& list, const PO& rec) {
   return true;
 }
 
+// The record again that came last: some recorders and merged files write records twice.
+bool repeats(const PO& last, const PO& rec) {
+  return rec.t == last.t && norm(position(rec) - position(last)) == 0 && rec.roll == last.roll &&
+         rec.pitch == last.pitch && rec.yaw == last.yaw;
+}
+
 uint64_t count_dropped(const POcheck& list) { return list.nbad + list.ncoord + list.ntime + list.nstep; }
 }  // namespace
 
@@ -185,6 +191,11 @@ void add_PO(POcheck& list, PO rec) {
   rec.t += list.period;
   if (rec.t > list.tend) {
     list.ntime++;
+    return;
+  }
+  const std::vector<PO>& before = list.waiting.empty() ? list.rec : list.waiting;
+  if (!before.empty() && repeats(before.back(), rec)) {
+    list.ndup++;
     return;
   }
   if (list.rec.empty()) {
@@ -222,8 +233,8 @@ bool finish_PO(POcheck& list, Vector<PO>& po) {
   end_PO(list);
   const uint64_t n = list.ntaken, ndropped = count_dropped(list);
   const char* what = list.what;
-  LOG_LINE("nbad=" << list.nbad << " ncoord=" << list.ncoord << " ntime=" << list.ntime
-                   << " nstep=" << list.nstep << " njump=" << list.njump);
+  LOG_LINE("nbad=" << list.nbad << " ndup=" << list.ndup << " ncoord=" << list.ncoord
+                   << " ntime=" << list.ntime << " nstep=" << list.nstep << " njump=" << list.njump);
   if (list.ncoord > n || (n < 2 && list.ncoord > 0)) {
     ERROR_MSG("coordinates look projected (geodetic expected), " << what << " file=" << list.path);
     return false;
@@ -245,6 +256,7 @@ bool finish_PO(POcheck& list, Vector<PO>& po) {
                     << " (check options -po_speed -po_climb -po_rate -po_bad)");
     return false;
   }
+  if (list.ndup > 0) LOG_MSG(list.ndup << " repeated records skipped, " << what << " file " << list.path);
   if (ndropped > 0) WARNING_MSG(ndropped << " invalid records skipped, " << what << " file " << list.path);
   if (list.njump > 0)
     WARNING_MSG(list.njump << " jumps of position or attitude, " << what << " file " << list.path);

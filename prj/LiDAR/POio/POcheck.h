@@ -24,6 +24,7 @@ struct POcheck {
   uint64_t ntaken = 0;      // all that were taken, also those that a reader has removed from the front of rec
   uint64_t nbad = 0;        // values that aren't finite or out of all bounds
   uint64_t ncoord = 0;      // coordinates beyond the limits of their kind
+  uint64_t ndup = 0;        // copies of the record before them; no fault, whatever their number
   uint64_t ntime = 0;       // times that don't rise
   uint64_t nstep = 0;       // steps that no platform makes (-po_speed, -po_climb, -po_rate)
   uint64_t njump = 0;       // such steps with good records on both sides

@@ -53,6 +53,7 @@ struct POread {          // how a file is to be read; the same for all files of 
 
 struct POscan {       // result of a scan
   int fmt = 0;        // POformat
+  int coord = 0;      // POcoord of its samples
   bool tadj = false;  // times are adjusted standard GPS time (GPS seconds - 1e9), else seconds of the week
   double t0 = 0;      // s, first time after conversion
   double t1 = 0;      // s, last time, any rollover corrected

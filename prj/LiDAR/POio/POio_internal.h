@@ -36,6 +36,8 @@ void check_time_format(const std::string& path, const char* what, double first, 
 [[nodiscard]] bool read_BIN(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 [[nodiscard]] bool scan_POF(const std::string& path, const POread& par, POscan& scan);
 [[nodiscard]] bool read_POF(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
+[[nodiscard]] bool scan_las_PO(const std::string& path, const POread& par, POscan& scan);
+[[nodiscard]] bool read_las_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 [[nodiscard]] bool scan_txt_PO(const std::string& path, const POread& par, POscan& scan);
 [[nodiscard]] bool read_txt_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& tadj);
 }  // namespace veld

@@ -42,12 +42,8 @@ bool looks_like_SBET(const std::string& path) {
          within(r[10], 6.2832) && r[1] != 0;
 }
 
-// One ERROR line for a format that nothing reads.
-bool no_reader(int fmt, const std::string& path) {
-  if (fmt == PO_LAS)
-    ERROR_MSG("LAS trajectory files are not available yet, file " << path);
-  else
-    ERROR_MSG("unknown PO format " << fmt << ", file " << path);
+bool unknown_format(int fmt, const std::string& path) {
+  ERROR_MSG("unknown PO format " << fmt << ", file " << path);
   return false;
 }
 }  // namespace
@@ -59,7 +55,7 @@ const std::vector<POformatRow>& PO_formats() {
       {PO_SOL, "SOL ", {".sol"}, PO_GEO, scan_SOL, read_SOL},
       {PO_TRJ, "TRJ ", {".trj"}, PO_PROJ, scan_TRJ, read_TRJ},
       {PO_BIN, "BIN ", {".bin"}, PO_GEO, scan_BIN, read_BIN},
-      {PO_LAS, "??? ", {".las", ".laz"}, -1, nullptr, nullptr},
+      {PO_LAS, "??? ", {".las", ".laz"}, -1, scan_las_PO, read_las_PO},
       {PO_TXT, "TXT ", {}, -1, scan_txt_PO, read_txt_PO}};
   return rows;
 }
@@ -131,7 +127,7 @@ bool scan_PO(const std::string& path, const POread& par, POscan& scan) {
     return false;
   }
   const POformatRow* row = format_row(scan.fmt);
-  const bool ok = row && row->scan ? row->scan(path, par, scan) : no_reader(scan.fmt, path);
+  const bool ok = row ? row->scan(path, par, scan) : unknown_format(scan.fmt, path);
   LOG_LINE("-> tadj=" << scan.tadj << " t0=" << scan.t0 << " t1=" << scan.t1);
   return ok;
 }
@@ -143,7 +139,7 @@ bool read_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& t
                            << " sbetw0=" << par.sbetw0 << " unroll=" << par.unroll << " " << path);
   po.clear();
   const POformatRow* row = format_row(fmt);
-  const bool ok = row && row->read ? row->read(path, par, po, tadj) : no_reader(fmt, path);
+  const bool ok = row ? row->read(path, par, po, tadj) : unknown_format(fmt, path);
   if (!ok) {
     ERROR_MSG("failed to read PO file " << path);
     return false;

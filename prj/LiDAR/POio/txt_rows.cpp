@@ -10,28 +10,6 @@
 #include "lib/general/path.h"
 
 namespace veld {
-namespace {
-bool is_separator(char c) { return c == ' ' || c == ',' || c == '\t'; }
-
-bool parse_number(std::string_view text, double& value) {
-  if (!text.empty() && text[0] == '+') text.remove_prefix(1);
-  const std::from_chars_result r = std::from_chars(text.data(), text.data() + text.size(), value);
-  return r.ec == std::errc() && r.ptr == text.data() + text.size() && std::isfinite(value);
-}
-
-// hours:minutes:seconds
-bool parse_hms(std::string_view text, double& value) {
-  const size_t a = text.find(':');
-  const size_t b = a == std::string_view::npos ? a : text.find(':', a + 1);
-  double h = 0, m = 0, s = 0;
-  if (b == std::string_view::npos || !parse_number(text.substr(0, a), h) ||
-      !parse_number(text.substr(a + 1, b - a - 1), m) || !parse_number(text.substr(b + 1), s))
-    return false;
-  value = h * 3600 + m * 60 + s;
-  return h >= 0 && m >= 0 && m < 60 && s >= 0 && s < 61;
-}
-}  // namespace
-
 bool LineReader::open(const std::string& path, uint64_t pos) {
   const int64_t size = file_size(path);
   if (size < 0 || !file_.open(path)) return false;
@@ -121,22 +99,61 @@ bool parse_PO_columns(const std::string& letters, POcolumns& col) {
   return true;
 }
 
-bool parse_PO_row(std::string_view line, const POcolumns& col, bool hms, POrow& row) {
-  ASSERT(col.cmax >= 0 && col.cmax < 100);
-  std::string_view field[100];
+int split_fields(std::string_view line, const FieldStyle& style, std::string_view (&field)[MAX_PO_FIELDS]) {
+  const auto blank = [&](char c) { return c == ' ' || (c == '\t' && style.soft_tabs); };
+  const auto separator = [&](char c) {
+    return c == ';' || (c == ',' && !style.decimal_comma) || (c == '\t' && !style.soft_tabs);
+  };
   int n = 0;
   size_t i = 0;
-  while (n <= col.cmax) {
-    while (i < line.size() && is_separator(line[i])) i++;
-    if (i == line.size()) return false;
+  while (i < line.size() && blank(line[i])) i++;
+  while (i < line.size() && n < MAX_PO_FIELDS) {
     const size_t start = i;
-    while (i < line.size() && !is_separator(line[i])) i++;
+    while (i < line.size() && !blank(line[i]) && !separator(line[i])) i++;
     field[n++] = line.substr(start, i - start);
+    while (i < line.size() && blank(line[i])) i++;
+    if (i == line.size() || !separator(line[i])) continue;
+    i++;
+    while (i < line.size() && blank(line[i])) i++;
+    // A separator at the end of a line ends its last field.
   }
-  row.w = row.p = row.k = 0;
-  return (hms ? parse_hms(field[col.t], row.t) : parse_number(field[col.t], row.t)) &&
-         parse_number(field[col.x], row.x) && parse_number(field[col.y], row.y) &&
-         parse_number(field[col.z], row.z) && (col.w < 0 || parse_number(field[col.w], row.w)) &&
-         (col.p < 0 || parse_number(field[col.p], row.p)) && (col.k < 0 || parse_number(field[col.k], row.k));
+  return n;
+}
+
+bool parse_field(std::string_view text, const FieldStyle& style, double& value) {
+  if (!text.empty() && text[0] == '+') text.remove_prefix(1);
+  char copy[64];
+  if (style.decimal_comma && text.size() < sizeof copy) {
+    std::replace_copy(text.begin(), text.end(), copy, ',', '.');
+    text = std::string_view(copy, text.size());
+  }
+  const std::from_chars_result r = std::from_chars(text.data(), text.data() + text.size(), value);
+  return r.ec == std::errc() && r.ptr == text.data() + text.size() && std::isfinite(value);
+}
+
+bool parse_hms(std::string_view text, const FieldStyle& style, double& value) {
+  const size_t a = text.find(':');
+  const size_t b = a == std::string_view::npos ? a : text.find(':', a + 1);
+  double h = 0, m = 0, s = 0;
+  if (b == std::string_view::npos || !parse_field(text.substr(0, a), style, h) ||
+      !parse_field(text.substr(a + 1, b - a - 1), style, m) || !parse_field(text.substr(b + 1), style, s))
+    return false;
+  value = h * 3600 + m * 60 + s;
+  return h >= 0 && m >= 0 && m < 60 && s >= 0 && s < 61;
+}
+
+bool parse_PO_row(std::string_view line, const POrowStyle& style, POrow& row) {
+  const POcolumns& col = style.col;
+  ASSERT(col.cmax >= 0 && col.cmax < MAX_PO_FIELDS);
+  std::string_view field[MAX_PO_FIELDS];
+  const int n = split_fields(line, style.field, field);
+  if (n <= col.cmax || n < style.nfields) return false;
+  const auto number = [&](int column, double& value) {
+    value = 0;
+    return column < 0 || parse_field(field[column], style.field, value);
+  };
+  return (style.hms ? parse_hms(field[col.t], style.field, row.t) : number(col.t, row.t)) &&
+         number(col.x, row.x) && number(col.y, row.y) && number(col.z, row.z) && number(col.w, row.w) &&
+         number(col.p, row.p) && number(col.k, row.k) && number(col.week, row.week);
 }
 }  // namespace veld

@@ -313,7 +313,7 @@ TEST(ReadPO, WrongFilesOfEachFormat) {
                {"/a.pof", pof + std::string(264, '\0'), "unsupported POF version, file "},
                {"/a.pof", pof + "\1" + std::string(13, '\0') + "\7" + std::string(249, '\0'),
                 "wrong file size, POF file "},
-               {"/a.las", "something", "LAS trajectory files are not available yet, file "}};
+               {"/a.las", "something", "failed to read PO file "}};
   for (const auto& c : cases) {
     write_text(dir.path + c.name, c.bytes);
     Vector<PO> po;
