@@ -211,6 +211,30 @@ bool set_las_header_sid(LASheader& header, const std::string& text, const std::s
   return true;
 }
 
+std::vector<LASvlr> las_identity_records(const LASheader& header) {
+  std::vector<LASvlr> records;
+  for (const uint16_t id : {VLR_PROCESSING, VLR_PREVIOUS})
+    if (const LASvlr* vlr = header.find_vlr(VLR_USER, id)) records.push_back(*vlr);
+  return records;
+}
+
+void unset_las_header_sid(LASheader& header, const std::vector<LASvlr>& before) {
+  LOG_ENTER("unset_las_header_sid before=" << before.size());
+  if (const LASvlr* previous = header.find_vlr(VLR_USER, VLR_PREVIOUS)) {
+    header.generating_software.fill('\0');
+    std::copy_n(previous->data.begin(), std::min(previous->data.size(), header.generating_software.size()),
+                header.generating_software.begin());
+  }
+  for (const uint16_t id : {VLR_PROCESSING, VLR_PREVIOUS}) {
+    const auto old =
+        std::find_if(before.begin(), before.end(), [&](const LASvlr& v) { return v.record_id == id; });
+    if (old == before.end())
+      header.remove_vlr(VLR_USER, id);
+    else if (!header.add_vlr(VLR_USER, id, old->data.data(), old->data.size()))
+      LOG_LINE("<!> record " << id << " not restored");
+  }
+}
+
 bool write_las_xyz(const std::string& name, const Vector<xyz>& P, const std::string& parse,
                    const std::string& softinfo) {
   return write_xyz(name, P, parse, softinfo);

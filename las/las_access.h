@@ -47,6 +47,12 @@ std::unique_ptr<LASwriter> las_write_open(const std::string& name, const LAShead
 [[nodiscard]] bool set_las_header_sid(LASheader& header, const std::string& text, const std::string& softinfo,
                                       bool copy = false);
 
+// Takes that stamp away again. before: the header of the file that was stamped had these records of the program, as
+// las_identity_records gave them. The generating software becomes that of the record, or stays without one.
+void unset_las_header_sid(LASheader& header, const std::vector<LASvlr>& before);
+// The records of a header that the stamp replaces.
+std::vector<LASvlr> las_identity_records(const LASheader& header);
+
 // Writes coordinates as a file of point format 0, with scale and offset chosen for the data.
 [[nodiscard]] bool write_las_xyz(const std::string& name, const Vector<xyz>& P, const std::string& parse,
                                  const std::string& softinfo);

@@ -117,6 +117,13 @@ bool LASheader::add_vlr(std::string_view user_id, uint16_t record_id, const void
   return true;
 }
 
+void LASheader::remove_vlr(std::string_view user_id, uint16_t record_id) {
+  const LASvlr* const vlr = find_vlr(user_id, record_id);
+  if (!vlr) return;
+  offset_to_point_data -= static_cast<uint32_t>(LAS_VLR_HEADER + vlr->data.size());
+  vlrs.erase(vlrs.begin() + (vlr - vlrs.data()));
+}
+
 void LASheader::read_attributes() {
   attributes.clear();
   const int nextra = nextra_bytes();

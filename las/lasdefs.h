@@ -119,6 +119,8 @@ struct LASheader {
   // False, with nothing changed, when the offset to the points would pass 32 bits.
   [[nodiscard]] bool add_vlr(std::string_view user_id, uint16_t record_id, const void* data, size_t nbytes,
                              std::string_view description = {});
+  // Takes a record away; nothing when there is none with this key.
+  void remove_vlr(std::string_view user_id, uint16_t record_id);
   // Fills attributes from the extra-bytes records.
   void read_attributes();
   // Empties counts, bounding box and the offsets of what follows the points.

@@ -8,6 +8,16 @@
 namespace veld {
 constexpr int LAS_MAX_FORMAT = 10;
 
+// A coordinate as the integer that a file with this offset and scale stores, rounded half away from the offset. False
+// beyond 32 bits.
+inline bool las_to_grid(double value, double offset, double scale, int32_t& out) {
+  const double q = (value - offset) / scale;
+  const double r = q < 0 ? q - 0.5 : q + 0.5;
+  if (!(r > -2147483649.0 && r < 2147483648.0)) return false;
+  out = static_cast<int32_t>(r);
+  return true;
+}
+
 // Byte offsets of a format's blocks in a record, -1 when the format lacks them.
 struct LASlayout {
   int format = 0;

@@ -8,11 +8,12 @@
 #include <string>
 
 #include "sim/scoreread.h"
+#include "sim/trackproof.h"
 
 namespace veld {
 namespace {
 struct Options {
-  std::string project, corrected, suffix = "_c", ext = ".las", cal, dut;
+  std::string project, corrected, suffix = "_c", ext = ".las", cal, dut, track;
   std::string row;  // title of the lines for a document; empty: tables
   double limit = 0, cell = 10, radius = 6, gross = 0.1;
 };
@@ -157,11 +158,23 @@ bool score_points(const Options& o, const nlohmann::json& truth) {
   return same;
 }
 
+bool score_track(const Options& o, const nlohmann::json& truth) {
+  ProofScore score;
+  if (!prove_track({o.project, o.corrected, o.suffix, o.ext, o.track, o.cal}, truth, score)) return false;
+  std::printf(
+      "corrected points from corrected trajectory and calibration: RMS %.5f %.5f %.5f  max %.5f %.5f %.5f m, "
+      "%lld points\n",
+      score.rms.x, score.rms.y, score.rms.z, score.largest.x, score.largest.y, score.largest.z,
+      static_cast<long long>(score.n));
+  return true;
+}
+
 int usage() {
   std::printf(
       "usage: veldscore PROJECT_DIR [CORRECTED_DIR] [-dut FILE.dut] [-NAME VALUE ...]\n"
       "  -suffix, -ext  of the corrected files (_c, .las)\n"
       "  -cal           calibration file, _cal_0.txt\n"
+      "  -sbet          corrected trajectory: does it give the corrected points again, with -cal?\n"
       "  -cell          m, cells of the relative error (10)\n"
       "  -limit         m, fail when the 3-D RMS less the mean shift is larger\n"
       "  -radius        m, surroundings of a displacement in which its truth is measured (6)\n"
@@ -180,10 +193,10 @@ int main(int argc, char** argv) {
     const char* name;
     std::string* text;
     double* number;
-  } rows[] = {
-      {"-suffix", &o.suffix, nullptr}, {"-ext", &o.ext, nullptr},       {"-cal", &o.cal, nullptr},
-      {"-dut", &o.dut, nullptr},       {"-row", &o.row, nullptr},       {"-cell", nullptr, &o.cell},
-      {"-limit", nullptr, &o.limit},   {"-radius", nullptr, &o.radius}, {"-gross", nullptr, &o.gross}};
+  } rows[] = {{"-suffix", &o.suffix, nullptr}, {"-ext", &o.ext, nullptr},     {"-cal", &o.cal, nullptr},
+              {"-dut", &o.dut, nullptr},       {"-sbet", &o.track, nullptr},  {"-row", &o.row, nullptr},
+              {"-cell", nullptr, &o.cell},     {"-limit", nullptr, &o.limit}, {"-radius", nullptr, &o.radius},
+              {"-gross", nullptr, &o.gross}};
   for (int i = 1; i < argc; i++) {
     const std::string a = argv[i];
     bool known = false;
@@ -207,5 +220,6 @@ int main(int argc, char** argv) {
   if (!read_truth(o.project, truth)) return 1;
   const bool points_ok = o.corrected.empty() || score_points(o, truth);
   const bool vectors_ok = o.dut.empty() || score_displacements(o, truth);
-  return points_ok && vectors_ok ? 0 : 1;
+  const bool track_ok = o.track.empty() || score_track(o, truth);
+  return points_ok && vectors_ok && track_ok ? 0 : 1;
 }

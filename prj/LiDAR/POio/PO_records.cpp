@@ -175,6 +175,18 @@ bool scan_records(const PORecords& f, const POread& given, POscan& scan) {
   return true;
 }
 
+bool open_record_clock(const PORecords& f, const POread& given, RecordClock& clock) {
+  const POread par = own_param(f, given);
+  RecordTimes times{f};
+  bool adj = false;
+  if (!open_times(false, times) || !file_time_scale(f.path, times.first, par, clock.deltat, adj))
+    return false;
+  clock.deltat += par.deltat;
+  clock.iroll = times.iroll;
+  clock.period = times.period;
+  return true;
+}
+
 bool read_records(const PORecords& f, const POread& given, Vector<PO>& po, bool& tadj) {
   const POread par = own_param(f, given);
   RecordTimes times{f};

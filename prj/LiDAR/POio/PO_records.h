@@ -23,6 +23,15 @@ struct PORecords {  // a file, as its format's opener describes it
   std::function<PO(const char* record, const POread& par)> sample;  // all but the time
 };
 
+struct RecordClock {   // from the times in a file to those of the samples
+  double deltat = 0;   // s, added to all: format, then par.deltat
+  uint64_t iroll = 0;  // record from which a rollover is behind
+  double period = 0;   // s, then added too
+  double operator()(double raw, uint64_t i) const { return raw + deltat + (i >= iroll ? period : 0); }
+};
+// False after an ERROR line.
+[[nodiscard]] bool open_record_clock(const PORecords& file, const POread& par, RecordClock& clock);
+
 [[nodiscard]] bool scan_records(const PORecords& file, const POread& par, POscan& scan);
 [[nodiscard]] bool read_records(const PORecords& file, const POread& par, Vector<PO>& po, bool& tadj);
 

@@ -4,17 +4,10 @@
 #include "lib/general/path.h"
 #include "prj/LiDAR/POio/PO_records.h"
 #include "prj/LiDAR/POio/POio_internal.h"
+#include "prj/LiDAR/POio/SBET.h"
 
 namespace veld {
 namespace {
-struct SBETrec {
-  double time, lat, lon, height;  // s, rad, rad, m
-  double velocity[3];
-  double roll, pitch, heading, wander;  // rad
-  double accelerations_rates[6];
-};
-static_assert(sizeof(SBETrec) == 136);
-
 PO sample(const char* record, const POread& par) {
   const SBETrec r = PO_field<SBETrec>(record, 0);
   PO rec;
@@ -27,7 +20,8 @@ PO sample(const char* record, const POread& par) {
   return rec;
 }
 
-// warn: of bytes behind the last record.
+}  // namespace
+
 bool open_SBET(const std::string& path, bool warn, PORecords& file) {
   const int64_t fsize = file_size(path);
   if (fsize < 0) {
@@ -43,7 +37,6 @@ bool open_SBET(const std::string& path, bool warn, PORecords& file) {
   file.sample = sample;
   return true;
 }
-}  // namespace
 
 bool scan_SBET(const std::string& path, const POread& par, POscan& scan) {
   PORecords file;

@@ -103,6 +103,9 @@ struct POsync {                // beside what stands in the rows of the swaths: 
 [[nodiscard]] bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam& par,
                                     const Swath& swath, double margin, Vector<PO>& po);
 
+const Mount* mount_of_swath(const Project& prj, const Swath& swath);  // none without mounts
+POread PO_read_param(const POgroup& group);  // how the files of a group are read, on their own clock
+
 // ---- trajectory caches
 
 std::string POC_name(const CacheName& swath, SwathId sw);  // file of swath number sw, in TMPDIR

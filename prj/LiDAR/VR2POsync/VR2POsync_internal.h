@@ -42,8 +42,6 @@ struct SyncJob {
 // One time base per group: TimeCorr, synchronised times and flags of swaths and files.
 [[nodiscard]] bool grp_sync_time(SyncJob& job);
 
-const Mount* mount_of_swath(const Project& prj, const Swath& swath);  // none without mounts
-POread PO_read_param(const POgroup& group);
 // Positions to metres in the project's projection, headings to grid north, in place; box of the positions.
 // False after an ERROR line.
 [[nodiscard]] bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::string& path,

@@ -10,8 +10,10 @@
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_log.h"
 #include "prj/LiDAR/VR2proc/corr_swath.h"
+#include "prj/LiDAR/VR2proc/undo_file.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -29,8 +31,8 @@ std::string run_id(const InvResult& res, const xyz& T0) {
 }
 
 // One swath: its log, and its file when files are wanted.
-bool corr_swath(const Swath& swath, const CorrParam& par, const InvResult& res, const SwRot& rot,
-                const xyz& T0, const CorrJob& job, CorrCount& count) {
+bool corr_swath(const Project& prj, const Swath& swath, const CorrParam& par, const InvResult& res,
+                const SwRot& rot, const xyz& T0, CorrJob job, CorrCount& count) {
   LOG_ENTER("corr_swath sw=" << job.sw << " '" << job.path << "'");
   Vector<PO> po;
   double dt;
@@ -47,9 +49,20 @@ bool corr_swath(const Swath& swath, const CorrParam& par, const InvResult& res, 
     LOG_LINE("[CB] B: " << corr.B.x * RAD2DEG << ' ' << corr.B.y * RAD2DEG << ' ' << corr.B.z * RAD2DEG);
   if (corr.CT) LOG_LINE("[CT] Tt.size()=" << corr.Tt->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
   if (corr.CA) LOG_LINE("[CA] At.size()=" << corr.At->size() << " t0=" << corr.t0 << " Dt=" << corr.Dt);
-  if (!log_corr(res, job.sw, T0, po)) return false;
+  if (!log_corr(res, job.sw, T0, po) || !corr_traj_out(prj, par, corr, job.sw)) return false;
   if (par.nil) return true;
-  return corr_swath_las(job, corr, count);
+  job.points.corr = &corr;
+  return corr_swath_las(job, count);
+}
+void show_trajectory_outputs(const CorrParam& par, size_t n) {
+  if (par.ocorr)
+    LOG_MSG("Written "
+            << n << " position & shift & attitude correction files '*_P_TA_sw_n.txt', segmented, subsampling="
+            << par.po_sub);
+  if (par.oposeg)
+    LOG_MSG("Exported " << n
+                        << " corrected position/orientation files '*_PO_sw_n.txt', segmented, subsampling="
+                        << par.po_sub);
 }
 }  // namespace
 
@@ -102,9 +115,14 @@ bool corr_swaths(Project& prj, const CorrParam& par, const InvResult& res, const
   for (const POfile& f : prj.pofiles) sources.push_back(f.path);
   std::vector<CorrJob> jobs(swc.size());
   for (size_t c = 0; c < swc.size(); c++) {
+    const SwathClock& clock = prj.swaths[swc[c]].clock;
     jobs[c].sw = swc[c];
     jobs[c].path = prj.swaths[swc[c]].path();
-    jobs[c].clock = prj.swaths[swc[c]].clock;
+    jobs[c].points.clock = clock;
+    jobs[c].points.rewrite = par.rewrite;
+    jobs[c].points.rewrite.time = par.rewrite.time && (clock.rover != Rollover::none || clock.shift != 0);
+    jobs[c].adj = clock.adj;
+    jobs[c].undo = par.undo;
     jobs[c].out = names[c];
     jobs[c].sid = run_id(res, tables[swc[c]].T0);
     jobs[c].lax = par.lax;
@@ -122,7 +140,7 @@ bool corr_swaths(Project& prj, const CorrParam& par, const InvResult& res, const
     LOG_ENTER("th_corr_swath id=" << c);
     const size_t i = static_cast<size_t>(c);
     const SwathId sw = swc[i];
-    oks[i] = corr_swath(prj.swaths[sw], par, res, rot[sw], tables[sw].T0, jobs[i], counts[i]) ? 1 : 0;
+    oks[i] = corr_swath(prj, prj.swaths[sw], par, res, rot[sw], tables[sw].T0, jobs[i], counts[i]) ? 1 : 0;
     const std::lock_guard<std::mutex> lock(mutex);
     done++;
     sum.Mp += static_cast<double>(counts[i].nwritten) * 1e-6;
@@ -150,13 +168,11 @@ bool corr_swaths(Project& prj, const CorrParam& par, const InvResult& res, const
   else
     LOG_MSG("Processed " << good.size() << " swaths | " << watch.text());
   result.reached = true;
-  result.nswc = static_cast<int>(good.size());
+  result.swc = good;
   result.Mp = sum.Mp;
   result.MB = sum.MB;
-  if (!ok) {
-    remove_log_corr(good);  // tables of some of the swaths would pass for those of all
-    return false;
-  }
-  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good);
+  if (par.undo && !par.nil) LOG_MSG("Written point correction files (undo data) '*" << undo_name("") << "'");
+  show_trajectory_outputs(par, good.size());
+  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good) && ok;
 }
 }  // namespace veld

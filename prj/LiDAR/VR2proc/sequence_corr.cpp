@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_tables.h"
@@ -109,7 +110,7 @@ void show_requested(const Run& run) {
                               : "const")
           << " DCC=" << (i.DCC ? "yes" : "no") << " CGM=" << (run.par.CGM ? "yes" : "no")
           << " ICH=" << (run.par.sync.ICH ? "yes" : "no") << " | FileOut=" << (run.par.nil ? "no" : "yes")
-          << " Undo=no");
+          << " Undo=" << (run.par.undo && !run.par.nil ? "yes" : "no"));
   std::string row;
   if (lever || bore || inte) {
     row += "Calib(";
@@ -227,12 +228,14 @@ bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) 
   if (!invert(prj, run)) return false;
   choose_qc_pairs(prj, run);
   run.par.inv = run.inv;
-  if (!QC_OUT_CORR(prj, run, result)) return false;
+  bool ok = QC_OUT_CORR(prj, run, result);
+  if (!result.reached) return false;
+  if (par.opo) ok = corr_POfiles(prj, run.par, run.sync, run.res, result.swc, run.tables) && ok;
   result.found = run.res.summary;
   const std::vector<SwathId> rejected = POget_rej(prj);
   result.nswrej = static_cast<int>(rejected.size());
   if (!rejected.empty())
     WARNING_MSG(rejected.size() << " swaths excluded, incomplete correction, rasters and DZ map affected");
-  return true;
+  return ok;
 }
 }  // namespace veld

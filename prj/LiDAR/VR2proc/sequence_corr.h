@@ -11,6 +11,7 @@
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/VR2proc/corr_points.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
 #include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/project.h"
@@ -38,10 +39,16 @@ struct CorrParam {
   std::string odir;         // output directory with its "/"
   bool lax = false;         // write a spatial index of each corrected file (-olax)
   bool lax_append = false;  // at the end of the file itself if that is a LAZ (-lax_append)
+  bool undo = false;        // write undo data of each corrected file (-oundo)
+  PointRewrite rewrite;     // attributes of points (-ot, -oa, -oi, -op)
+  bool opo = false;         // write corrected trajectories (-opo)
+  bool oposeg = false;      // write the corrected trajectory of each swath (-oposeg)
+  bool ocorr = false;       // and its corrections (-ocorr)
+  int po_sub = 10;          // of these two every n-th record (-po_sub)
 };
 
 struct CorrResult {
-  int nswc = 0;                    // swaths corrected
+  std::vector<SwathId> swc;        // swaths corrected
   int nswrej = 0;                  // mobile swaths left as they are
   double Mp = 0;                   // points written, millions
   double MB = 0;                   // bytes written, millions

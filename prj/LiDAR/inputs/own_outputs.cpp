@@ -6,6 +6,7 @@
 #include "las/las_identity.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/VR2proc/undo_file.h"
 
 namespace veld {
 namespace {
@@ -33,6 +34,39 @@ bool is_own_output(const OutputName& out, const std::string& odir, const Project
   return false;
 }
 }  // namespace
+
+bool leave_out_undo_data(Project& prj) {
+  SwathTable kept;
+  for (Swath s : prj.swaths) {
+    if (is_undo_name(s.path())) continue;
+    s.mainch = SwathId();
+    kept.add(s);
+  }
+  if (kept.size() < prj.swaths.size())
+    LOG_LINE("left out undo data, " << prj.swaths.size() - kept.size() << " files");
+  prj.swaths = kept;
+  if (!kept.empty()) return true;
+  ERROR_MSG("input LiDAR files required, the input files are undo data");
+  return false;
+}
+
+void leave_out_uncorrected(Project& prj) {
+  SwathTable kept;
+  std::string names;
+  for (Swath s : prj.swaths) {
+    const bool undoable = s.fixed || is_regular_file(undo_name(s.path()));
+    const std::unique_ptr<LASreader> file = undoable ? nullptr : las_read_open(s.path(), "xyzt", false);
+    if (file && !las_is_processed(file->header)) {
+      names += " " + s.path();
+      continue;
+    }
+    s.mainch = SwathId();
+    kept.add(s);
+  }
+  if (kept.empty() || names.empty()) return;
+  LOG_MSG(prj.swaths.size() - kept.size() << " files were not corrected, left out:" << names);
+  prj.swaths = kept;
+}
 
 void leave_out_own_outputs(const OutputName& out, const std::string& odir, Project& prj) {
   SwathTable kept;

@@ -23,7 +23,7 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
       texts("corr", "", 0, 1, &o.corr, available, Theme::command,
             "correct, from the displacement file named, by manual corrections, or times and angles only",
             "*.dut"),
-      flag("undo", "", &o.undo, product(UNDO), Theme::command,
+      flag("undo", "", &o.undo, available, Theme::command,
            "undo the corrections of the swaths with the data of -oundo"),
       texts("input", "i", 1, 256, &o.input, available, Theme::input,
             "swath file patterns; each occurrence is a group; without, -corr takes those of its displacement "

@@ -108,7 +108,7 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
            "time step at which the trajectory is looked at, s"),
       real("cut_buf", "", 0, 60, &o.cut_buf, setting(CUTTING), Theme::cut,
            "time kept beyond both ends of a line, s"),
-      integer("po_sub", "", 1, 1000, &o.po_sub, setting(TRAJECTORY_FILES), Theme::output,
+      integer("po_sub", "", 1, 1000, &o.correction.po_sub, available, Theme::output,
               "trajectory outputs hold every n-th sample"),
       real("po_speed", "", 0, 10000, &o.tuning.PO_SPEED_MAX, available, Theme::trajectory,
            "fastest plausible step between trajectory records, m/s; wrong single records are dropped; 0: no "

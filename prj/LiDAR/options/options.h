@@ -133,14 +133,6 @@ struct Options {
   float xyz_gcp_sz = 0.02f;
   int xyz_gcp_equal = 0;
   std::string out = "*";
-  int oundo = 0;
-  int opo = 0;
-  int oposeg = 0;
-  int ocorr = 0;
-  int ot = 0;
-  int oa = 0;
-  int oi = 0;
-  int op = 0;
   int opls = 0;
   int oplz = 0;
   int ogcp_pc = 0;
@@ -203,7 +195,6 @@ struct Options {
   float cut_dist_max = 999999.0f;
   float cut_res = 0.4f;
   float cut_buf = 0.0f;
-  int po_sub = 10;
 };
 
 enum class OptKind { flag, boolean, integer, real, text, filename, directory, textlist, intlist, reallist };

@@ -118,6 +118,24 @@ const std::vector<OutputTable>& output_tables() {
        "Period: length of the swath, s; NPts: nodes\n"
        "Min, Max, Mean, StdDev: over the nodes\n"
        "Drift: slope, m or degrees per hour; HFDrift: steps between nodes, per root of an hour"},
+      {"_PO_sw_N.txt", "Time X Y Z Roll Pitch Yaw", "corrected trajectory of swath number N (-oposeg)",
+       "Time: s, as in NAME_TA.log\n"
+       "X, Y, Z: m, in the project's system\n"
+       "Roll, Pitch, Yaw: degrees, yaw from grid north"},
+      {"_P_TA_sw_N.txt", "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw}",
+       "trajectory of swath number N and its corrections, to be added (-ocorr)",
+       "columns as in NAME_P_TA.log"},
+      {"_po_N.out", "",
+       "trajectory file number N corrected (-opo): a copy of an SBET with place, height and angles changed "
+       "where swaths "
+       "were corrected, all else as it is; with the calibration in NAME_cal.txt it gives the corrected "
+       "points",
+       ""},
+      {"_po_N.txt", "Time Lon Lat h Roll Pitch Yaw",
+       "the same of other formats: X Y Z instead of Lon Lat h for projected ones",
+       "Time: s, as in NAME_TA.log\n"
+       "Lon, Lat: degrees; X, Y, Z in the unit of the swaths; h: m\n"
+       "Roll, Pitch, Yaw: degrees, yaw from north as in the source"},
       {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
       {"_QC.log", "Area", "areas of the project", ""},
       {"_DZ", "",

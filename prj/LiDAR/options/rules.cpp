@@ -21,6 +21,12 @@ bool has_man(const Options& o, const GivenSet& g) {
   return !o.shift_corr.empty() || !o.calib_corr.empty() || g.count("shift") || !o.beam_calib_corr.empty();
 }
 
+// Attributes of points are rewritten, which is a correction too.
+bool rewrites(const Options& o) {
+  const PointRewrite& r = o.correction.rewrite;
+  return r.time || r.las_angle || r.int_angle || r.pitch;
+}
+
 const Rule EXCLUSIONS[] = {
     {[](const Options& o, const GivenSet&) {
        return (o.metre ? 1 : 0) + (o.feet_us ? 1 : 0) + (o.feet ? 1 : 0) > 1;
@@ -30,16 +36,20 @@ const Rule EXCLUSIONS[] = {
      "-opls and -oplz are mutually exclusive"},
     {[](const Options& o, const GivenSet& g) {
        return g.count("corr") && o.corr.empty() && !g.count("calib") && !has_man(o, g) && o.t_corr == 0 &&
-              !o.oa && !o.oi && o.gcp.empty();
+              !rewrites(o) && o.gcp.empty();
      },
      "option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) or "
      "time/angle update",
      true},
     {[](const Options& o, const GivenSet& g) { return ncommands(o, g) > 1; },
      "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
+    {[](const Options& o, const GivenSet& g) { return o.undo && ncommands(o, g) > 0; },
+     "command -undo takes no other command"},
     {[](const Options& o, const GivenSet&) { return o.scanning.map.OUTS && o.scanning.map.OUTZ; },
      "options {-smap -zmap} are mutually exclusive"},
-    {[](const Options& o, const GivenSet&) { return o.oa && o.oi; },
+    {[](const Options& o, const GivenSet&) {
+       return o.correction.rewrite.las_angle && o.correction.rewrite.int_angle;
+     },
      "options {-oa -oi} are mutually exclusive"},
     {[](const Options& o, const GivenSet&) { return o.scanning.map.dz_range > o.scanning.map.dz16_range; },
      "DZ_range>DZ16_range not allowed"},
@@ -79,7 +89,7 @@ void derive_defaults(Options& o, const GivenSet& given) {
     o.corr = o.calib;
     o.dpoc = "0";
     o.correction.nil = true;
-    o.ocorr = o.opo = 0;
+    o.correction.ocorr = o.correction.opo = false;
     o.correction.CR = o.correction.CD = false;
     o.gcp_dz = 0;
     if (absent("unc_adj")) o.correction.inv.UADJ = 1;

@@ -11,7 +11,6 @@
 
 namespace veld {
 namespace {
-constexpr const char* SPLIT_WORDS[] = {"sd", "ch", "sa", "ud", "id", "cl", "bi"};
 constexpr size_t MAX_LIST_LINES = 4096;  // far more than any list of channels or values has
 
 // The numbers of a line, apart by blanks, tabs or commas. False when there is anything else.
@@ -39,17 +38,6 @@ bool parse_count(const std::string& text, int& n) {
 
 bool whole_in(double x, int min, int max) { return x >= min && x <= max && x == std::floor(x); }
 }  // namespace
-
-const char* split_word(SplitType type) { return SPLIT_WORDS[static_cast<size_t>(type)]; }
-
-bool parse_split_type(const std::string& word, SplitType& type) {
-  for (size_t i = 0; i < std::size(SPLIT_WORDS); i++)
-    if (word == SPLIT_WORDS[i]) {
-      type = static_cast<SplitType>(i);
-      return true;
-    }
-  return false;
-}
 
 bool parse_split_opt(const std::vector<std::string>& args, SplitOpt& split) {
   split = SplitOpt();

@@ -8,14 +8,11 @@
 #include <vector>
 
 #include "lib/Geometry/xyz.h"
+#include "prj/LiDAR/swath/split_type.h"
 
 namespace veld {
 constexpr int MAX_CH_SPLIT = 32;   // channels that one input may be split into
 constexpr int SPLIT_VALUES = 256;  // values that an attribute can have
-
-// In the order of the words in SPLIT_WORDS.
-enum class SplitType { direction, channel, angle, user_data, source_id, classification, beam_id };
-const char* split_word(SplitType type);  // "sd", "ch", "sa", "ud", "id", "cl", "bi"
 
 struct SplitOpt {
   SplitType type = SplitType::direction;
@@ -23,8 +20,6 @@ struct SplitOpt {
   std::string map_file;  // channel of each value; empty without
 };
 
-// The two letters of a type. False, without a message, for other words.
-[[nodiscard]] bool parse_split_type(const std::string& word, SplitType& type);
 // Type, number of channels, map file. Each mistake is an ERROR line.
 [[nodiscard]] bool parse_split_opt(const std::vector<std::string>& args, SplitOpt& split);
 // The number of channels where it was not given: 2 for scan direction and angle. False after an ERROR line

@@ -136,16 +136,17 @@ bool list_mounts(Run& run) {
 }
 
 // Corrected files have the names of the swaths when no -out says otherwise. Where these are the swaths themselves they
-// get "_c" behind their names.
+// get "_c" behind their names, those of an undo "_u".
 void keep_sources_apart(const Project& prj, Options& o) {
-  if (o.correction.nil && !o.align2) return;
+  if (o.correction.nil && !o.align2 && !o.undo) return;
   const auto is_source = [&o](const Swath& s) {
     const std::string name = base_name(s.path());
     return same_file(OUTDIR + name, s.path()) || (o.align2 && same_file(o.odir_1 + name, s.path()));
   };
   if (std::none_of(prj.swaths.begin(), prj.swaths.end(), is_source)) return;
-  o.out = "*_c";
-  LOG_MSG("no option -out: corrected files lie beside the swaths and get _c behind their names");
+  o.out = o.undo ? "*_u" : "*_c";
+  LOG_MSG("no option -out: the files written lie beside the swaths and get " << o.out.substr(1)
+                                                                             << " behind their names");
 }
 
 bool list_swaths(Run& run) {
@@ -162,9 +163,11 @@ bool list_swaths(Run& run) {
     return false;
   }
   if (!get_swath_files(run.cl.in, o, run.prj)) return false;
-  if (run.cmd.inv_corr && !run.cl.given.count("out")) keep_sources_apart(run.prj, o);
+  if (!leave_out_undo_data(run.prj)) return false;
+  if (o.undo) leave_out_uncorrected(run.prj);
+  if ((run.cmd.inv_corr || o.undo) && !run.cl.given.count("out")) keep_sources_apart(run.prj, o);
   OutputName out;
-  if (parse_output_name(o.out, out)) leave_out_own_outputs(out, OUTDIR, run.prj);
+  if (!o.undo && parse_output_name(o.out, out)) leave_out_own_outputs(out, OUTDIR, run.prj);
   return chk_ch_grp(o, run.prj);
 }
 
@@ -191,7 +194,8 @@ bool check_outputs(const Run& run) {
   const Project& prj = run.prj;
   OutputName out;
   const bool fits = check_name_lengths(run);
-  if (!run.cmd.inv_corr || (o.correction.nil && !o.align2) || !parse_output_name(o.out, out)) return fits;
+  const bool writes = o.undo || (run.cmd.inv_corr && (!o.correction.nil || o.align2));
+  if (!writes || !parse_output_name(o.out, out)) return fits;
   std::vector<SwathId> mobile;
   for (const Swath& s : prj.swaths)
     if (s.mobile()) mobile.push_back(s.id);

@@ -3,6 +3,7 @@
 
 #include "lib/general/log.h"
 #include "prj/LiDAR/VR2proc/sequence_po.h"
+#include "prj/LiDAR/VR2proc/undo_swaths.h"
 #include "prj/LiDAR/options/steer_opt.h"
 #include "prj/LiDAR/run/align2.h"
 #include "prj/LiDAR/run/check_first.h"
@@ -49,6 +50,15 @@ void place_maps(const Project& prj, MapParam& map) {
   map.img.nthreads = NTHREADS;
 }
 
+// The swaths as they were before their correction.
+Step undo(const Run& run) {
+  const Options& o = run.cl.o;
+  UndoParam par{{}, OUTDIR, o.correction.lax, o.correction.lax_append};
+  if (!parse_output_name(o.out, par.out)) return Step::failed;
+  show_output_name(par.out, o);
+  return undo_corr_swaths(run.prj, par) ? Step::done : Step::failed;
+}
+
 // One pass over the project.
 Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemory, bool& complete) {
   Project& prj = run.prj;
@@ -88,6 +98,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemo
 
 Step process(Run& run) {
   const Options& o = run.cl.o;
+  if (o.undo) return undo(run);
   std::string dut;
   if (!prepare_correction(run, dut)) return Step::failed;
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;

@@ -71,7 +71,8 @@ class CorrSwath : public testing::Test {
   }
   bool run() {
     corr.po = &po;
-    return init_SwathCorr(corr) && corr_swath_las(job, corr, count);
+    job.points.corr = &corr;
+    return init_SwathCorr(corr) && corr_swath_las(job, count);
   }
   bool nothing_left() const { return !exists(job.out) && !exists(job.out + ".part"); }
 };
@@ -161,9 +162,9 @@ TEST_F(CorrSwath, TimesOfTheFileAreBroughtToThoseOfTheTrajectory) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     po = straight_track(c.track_at - 2, 14);
-    job.clock.shift = c.shift;
-    job.clock.rover = c.rover;
-    job.clock.tmin = c.tmin;
+    job.points.clock.shift = c.shift;
+    job.points.clock.rover = c.rover;
+    job.points.clock.tmin = c.tmin;
     count = CorrCount();
     ASSERT_TRUE(run());
     EXPECT_EQ(count.nwritten, 1000u);
