@@ -110,9 +110,9 @@ struct DUTidx {  // the whole content of "_idx.log"
   double time_res = 0;  // s
   GCPctrl gcp;
   XYZGCPctrl xyzgcp;
-  std::vector<DUTswath> swaths;  // by swath number
-  std::vector<DUTinter> pairs;   // by pair number; filled by the reader
-  int nreg = 0;                  // pairs with a valid registration; filled by the reader
+  SwathVector<DUTswath> swaths;
+  std::vector<DUTinter> pairs;  // by pair number; filled by the reader
+  int nreg = 0;                 // pairs with a valid registration; filled by the reader
 
   int nsw() const { return static_cast<int>(swaths.size()); }
   int nint() const { return static_cast<int>(pairs.size()); }

@@ -133,23 +133,25 @@ bool read_XYZGCP(TxtFileIn& in, const std::string& file, XYZGCPctrl& h) {
   return true;
 }
 
-bool read_swaths(TxtFileIn& in, const std::string& file, std::vector<DUTswath>& swaths) {
-  for (size_t sw = 0; sw < swaths.size(); sw++) {
+bool read_swaths(TxtFileIn& in, const std::string& file, uint32_t nsw, SwathVector<DUTswath>& swaths) {
+  for (size_t sw = 0; sw < nsw; sw++) {
     std::string tag, line;
     if (!next_tag_line(in, tag, line)) return fail("#S reading ", file);
     if (tag != "#S") return fail("#S0 reading ", file);
-    DUTswath& s = swaths[sw];
+    DUTswath s;
     size_t number = 0;
     Fields f(line);
     f >> number >> s.group >> s.ch >> s.mainch >> s.fixed >> s.adj >> s.ro >> s.wro >> s.tmin >> s.tmax;
     if (!f.ok() || number != sw || s.group < 0 || s.ch < 0) return fail("#S1 reading ", file);
     s.path = f.rest();
     if (s.path.empty()) return fail("#S2 reading ", file);
+    swaths.push_back(s);
   }
   return true;
 }
 
-bool read_pairs(TxtFileIn& in, const std::string& file, int64_t nsw, std::vector<DUTinter>& pairs) {
+bool read_pairs(TxtFileIn& in, const std::string& file, const SwathVector<DUTswath>& swaths,
+                std::vector<DUTinter>& pairs) {
   for (size_t i = 0; i < pairs.size(); i++) {
     std::string tag, line;
     if (!next_tag_line(in, tag, line)) return fail("#P reading ", file);
@@ -158,9 +160,8 @@ bool read_pairs(TxtFileIn& in, const std::string& file, int64_t nsw, std::vector
     int64_t number = -1, n = -1;
     Fields f(line);
     f >> number >> p.sw1.number >> p.sw2.number >> n;
-    const bool ok = f.ok() && number == static_cast<int64_t>(i) && p.sw1.number >= 0 && p.sw1.number < nsw &&
-                    p.sw2.number >= 0 && p.sw2.number < nsw && p.sw1 != p.sw2 && n >= 0 &&
-                    n < (int64_t{1} << 48);
+    const bool ok = f.ok() && number == static_cast<int64_t>(i) && swaths.has(p.sw1) && swaths.has(p.sw2) &&
+                    p.sw1 != p.sw2 && n >= 0 && n < (int64_t{1} << 48);
     if (!ok) return fail("#P1 reading ", file);
     p.ndisp = static_cast<uint64_t>(n);
   }
@@ -169,8 +170,8 @@ bool read_pairs(TxtFileIn& in, const std::string& file, int64_t nsw, std::vector
 
 void log_index(const DUTidx& idx) {
   std::set<int> groups;
-  for (int sw = 0; sw < idx.nsw(); sw++) {
-    const DUTswath& s = idx.swaths[static_cast<size_t>(sw)];
+  for (const SwathId sw : idx.swaths.ids()) {
+    const DUTswath& s = idx.swaths[sw];
     groups.insert(s.group);
     LOG_LINE("S " << sw << " g " << s.group << "ch " << s.ch << (s.mainch ? "* " : "- ")
                   << (s.fixed ? "F " : "") << (s.adj ? "ADJ " : "M ") << (s.wro ? " WS " : "") << "t:["
@@ -226,10 +227,9 @@ bool read_DUT_IDX(const std::string& name, DUTidx& idx) {
   uint32_t nsw = 0;
   int64_t nint = 0;
   if (!read_header(in, file, fsize, idx, nsw) || !read_counts(in, file, fsize, nint, idx.nreg)) return false;
-  idx.swaths.resize(nsw);
   idx.pairs.resize(static_cast<size_t>(nint));
   if (!read_GCP(in, file, idx.gcp) || !read_XYZGCP(in, file, idx.xyzgcp)) return false;
-  if (!read_swaths(in, file, idx.swaths) || !read_pairs(in, file, nsw, idx.pairs)) return false;
+  if (!read_swaths(in, file, nsw, idx.swaths) || !read_pairs(in, file, idx.swaths, idx.pairs)) return false;
   log_index(idx);
   return true;
 }

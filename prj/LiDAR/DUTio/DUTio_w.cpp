@@ -42,8 +42,8 @@ bool write_idx_head(std::ofstream& fs, const DUTidx& idx) {
      << "\n\n";
   if (!one_line(g.file) || !one_line(h.file)) return false;
   fs << "Swath# Group# Ch# MainCh Fixed AdjGPS RO WRO TimeMin TimeMax FileName\n";
-  for (int sw = 0; sw < idx.nsw(); sw++) {
-    const DUTswath& s = idx.swaths[static_cast<size_t>(sw)];
+  for (const SwathId sw : idx.swaths.ids()) {
+    const DUTswath& s = idx.swaths[sw];
     if (!one_line(s.path)) return false;
     fs << "#S " << sw << ' ' << s.group << ' ' << s.ch << ' ' << s.mainch << ' ' << s.fixed << ' ' << s.adj
        << ' ' << s.ro << ' ' << s.wro << ' ' << s.tmin << ' ' << s.tmax << ' ' << s.path << '\n';

@@ -52,6 +52,7 @@ bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
                     << " t01=" << s1.info.t0 << " t02=" << s2.info.t0);
   rec.clear();
   stat = StatXYZ{};
+  constexpr int64_t origin = static_cast<int64_t>(GROUND_ORIGIN);
   uint64_t np0 = 0, nptime = 0, nerrt = 0, nout = 0;
   for (size_t ti = 0; ti < inter.tiles.size(); ti++) {
     const ToccTile& tile = inter.tiles[ti];
@@ -60,8 +61,8 @@ bool write_DUT(const Project& prj, const InterSwath& s1, const InterSwath& s2, c
     ASSERT(Def.xsize() == dxp && Def.ysize() == dxp && Zv.xsize() == dxp && Unc.xsize() == dxp);
     TimeTile t1, t2;
     if (!read_time_tile(prj, s1, tile.k, t1) || !read_time_tile(prj, s2, tile.k2, t2)) return false;
-    const int X0 = static_cast<int>((static_cast<int64_t>(tile.x) << scale.level) - 10240000);
-    const int Y0 = static_cast<int>((static_cast<int64_t>(tile.y) << scale.level) - 10240000);
+    const int X0 = static_cast<int>((static_cast<int64_t>(tile.x) << scale.level) + origin);
+    const int Y0 = static_cast<int>((static_cast<int64_t>(tile.y) << scale.level) + origin);
     for (int j = 0; j < dxp; j++)
       for (int i = 0; i < dxp; i++) {
         const xyz d = Def(i, j);

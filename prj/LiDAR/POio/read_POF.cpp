@@ -16,15 +16,14 @@ constexpr size_t SIGN = sizeof SIGNATURE;                       // its zero belo
 constexpr uint64_t HEADER = SIGN + 264, RECORD = 56, MORE = 8;  // bytes
 constexpr int UNIT_DAY = 1, UNIT_WEEK = 2, INFO_UTC = 1, INFO_GPS = 2;
 
-// Day of the week, 0 Sunday, and GPS week of a date: Zeller's rule, January and February counted to the year before.
+// Day of the week, 0 Sunday, and GPS week of a date.
 bool week_of_date(int year, int month, int day, int& weekday, int& week) {
   if (year < 1980 || year > 2200 || month < 1 || month > 12 || day < 1 || day > 31) return false;
-  if (month < 3) month += 12, year--;
-  const int days = 365 * year + year / 4 - year / 100 + year / 400 + (153 * (month - 3) + 2) / 5 + day - 1;
-  const int since = days - 723125;  // the same count of 6 January 1980, a Sunday
-  weekday = ((since % 7) + 7) % 7;
-  week = (since - weekday) / 7;
-  return since >= 0;
+  const int since = static_cast<int>(gps_day_number(year, month, day));  // the first day was a Sunday
+  if (since < 0) return false;
+  weekday = since % 7;
+  week = since / 7;
+  return true;
 }
 
 // Seconds of a day that may run past midnight to those of the week.

@@ -19,7 +19,7 @@ void start_result(Project& prj, POsync& res) {
   res.files.assign(prj.pofiles.size(), POfileState());
   res.groups.assign(prj.pogroups.size(), POgroupState());
   for (Swath& s : prj.swaths) {
-    const DUTswath& line = res.idx.swaths[static_cast<size_t>(s.id.number)];
+    const DUTswath& line = res.idx.swaths[s.id];
     s.track = SwathTrack();
     if (s.state == SwathState::no_track) s.state = SwathState::used;
     s.clock.shift = 0;
@@ -52,7 +52,7 @@ bool check_groups(const Project& prj, const DUTidx& idx) {
 // The displacement file must be of these swaths, by their names, uses and main channels. False after an ERROR line.
 bool check_swaths(const SwathTable& swaths, const DUTidx& idx) {
   for (const Swath& s : swaths) {
-    const DUTswath& line = idx.swaths[static_cast<size_t>(s.id.number)];
+    const DUTswath& line = idx.swaths[s.id];
     const std::string name = swaths.name(s.id);
     if (!is_row(line, swaths, s.id)) {
       ERROR_MSG("incompatible DUT file, swath " << s.id << " is " << line.path << ", in the project "

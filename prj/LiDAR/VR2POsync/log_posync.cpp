@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
+#include "prj/LiDAR/LmTidx_r/tile_geom.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/swath/gps_time.h"
 
@@ -196,7 +197,7 @@ bool display_traj_proc(const SyncJob& job) {
     }
   const double mTsize = std::ldexp(1.0, job.res.idx.level - 5);
   const mTbox& a = job.res.idx.area;
-  const auto metres = [&](int64_t index) { return static_cast<double>(index) * mTsize - 10240000.0; };
+  const auto metres = [&](int64_t index) { return static_cast<double>(index) * mTsize + GROUND_ORIGIN; };
   const dxyz lo = {metres(a.xmin), metres(a.ymin), 0}, hi = {metres(a.xmax + 1), metres(a.ymax + 1), 0};
   LOG_MSG("PO data X:[" << min.x << " " << max.x << "] Y:[" << min.y << " " << max.y << "] Z:[" << min.z
                         << " " << max.z << "]");

@@ -16,15 +16,15 @@ constexpr double MEAN_SHIFT_MIN = 0.001;  // m, mean drift worth a word
 void collect_sets(const InvCalDrift& inv, InvResult& res) {
   std::map<std::pair<int, int>, int> known;
   res.calib.clear();
-  res.sw2cal.assign(inv.nsw, -1);
-  for (int s = 0; s < inv.nsw; s++) {
+  res.swaths = SwathVector<InvCorr>(inv.sw);
+  for (const SwathId s : inv.sw.ids()) {
     const SwState& w = inv.sw[s];
     if (!w.mobile) continue;
     const bool ext = w.ext_on && inv.ncalext > 0;
     const std::pair<int, int> key = {ext ? w.ext_set : -1, inv.ncalint > 0 ? w.int_set : -1};
     const auto [it, fresh] = known.try_emplace(key, static_cast<int>(res.calib.size()));
     if (fresh) res.calib.push_back(swath_calib(inv, s));
-    res.sw2cal[s] = it->second;
+    res.swaths[s].cal = it->second;
   }
   const auto any = [](const bool* f, int n) { return std::any_of(f, f + n, [](bool b) { return b; }); };
   res.CL = any(inv.FE, 3);
@@ -72,7 +72,7 @@ bool run_step1(InvCalDrift& inv, bool significant, InvResult& res) {
 
 // What step 2 replaces, for the case that it fails.
 struct Step1Result {
-  std::vector<SwState> sw;
+  SwathVector<SwState> sw;
   std::vector<Calib> ext_cal, int_cal;
   Vector<double> x;
   Image<double> cov;
@@ -133,12 +133,13 @@ bool run_step2(InvCalDrift& inv, InvResult& res) {
 dxyz mean_att_effect(const InvCalDrift& inv, const InvResult& res) {
   dxyz sum = {0, 0, 0};
   double n = 0;
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     const InvSamples& m = inv.in.swaths[s].samples;
     const AttCols& J = inv.sw[s].A;
-    for (uint64_t i = 0; i < J.r.size() && !res.At[s].empty(); i++) {
+    const InvCorr& corr = res.swaths[s];
+    for (uint64_t i = 0; i < J.r.size() && !corr.At.empty(); i++) {
       if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
-      const xyz A = InterpVt(m.t.val[i], res.t0[s], res.Dt[s], res.At[s]);
+      const xyz A = InterpVt(m.t.val[i], corr.t0, corr.Dt, corr.At);
       sum += to_dxyz(J.r.val[i] * A.x + J.p.val[i] * A.y + J.y.val[i] * A.z);
       n++;
     }
@@ -149,17 +150,17 @@ dxyz mean_att_effect(const InvCalDrift& inv, const InvResult& res) {
 void subtract_mean(const InvCalDrift& inv, InvResult& res) {
   dxyz mean = {0, 0, 0};
   uint64_t n = 0;
-  for (const Vector<xyz>& table : res.Tt) {
-    for (const xyz& T : table) mean += to_dxyz(T);
-    n += table.size();
+  for (const InvCorr& corr : res.swaths) {
+    for (const xyz& T : corr.Tt) mean += to_dxyz(T);
+    n += corr.Tt.size();
   }
   if (n == 0) return;
   mean /= static_cast<double>(n);
   if (inv.drift_att) mean += mean_att_effect(inv, res);
   if (!(norm(mean) > MEAN_SHIFT_MIN)) return;
   LOG_MSG("Subtracting drift correction mean shift: " << mean.x << ' ' << mean.y << ' ' << mean.z);
-  for (Vector<xyz>& table : res.Tt)
-    for (xyz& T : table) T -= to_xyz(mean);
+  for (InvCorr& corr : res.swaths)
+    for (xyz& T : corr.Tt) T -= to_xyz(mean);
 }
 
 // Tables of all swaths: the constants of step 1 and, when there was one, the nodes of step 2.
@@ -167,28 +168,25 @@ void collect_drift(const InvCalDrift& inv, InvResult& res) {
   const bool* F = inv.FD;
   res.CT = F[0] || F[1] || F[2];
   res.CA = inv.drift_att;
-  res.Tt.assign(inv.nsw, {});
-  res.At.assign(inv.nsw, {});
-  res.t0.assign(inv.nsw, 0);
-  res.Dt.assign(inv.nsw, 1);
   if (!inv.drift) return;
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     const SwState& w = inv.sw[s];
     if (!w.mobile) continue;
     const uint64_t n = std::max<uint64_t>(1, w.Tt.size());
-    res.t0[s] = w.t0;
-    res.Dt[s] = w.Tt.empty() ? std::max(inv.in.swaths[s].tmax - inv.in.swaths[s].tmin, 1e-3) : w.Dt;
-    res.Tt[s].resize(n, w.T1);
-    res.At[s].resize(n, w.A1);
+    InvCorr& corr = res.swaths[s];
+    corr.t0 = w.t0;
+    corr.Dt = w.Tt.empty() ? std::max(inv.in.swaths[s].tmax - inv.in.swaths[s].tmin, 1e-3) : w.Dt;
+    corr.Tt.resize(n, w.T1);
+    corr.At.resize(n, w.A1);
     if (w.Tt.empty()) continue;
-    res.Tt[s] += w.Tt;
-    res.At[s] += w.At;
+    corr.Tt += w.Tt;
+    corr.At += w.At;
   }
   if (inv.par.FM && !inv.hasfx && res.CT) subtract_mean(inv, res);
 }
 }  // namespace
 
-Calib swath_calib(const InvCalDrift& inv, int swath) {
+Calib swath_calib(const InvCalDrift& inv, SwathId swath) {
   const SwState& w = inv.sw[swath];
   Calib cal;
   if (w.ext_on && w.ext_set >= 0 && inv.ncalext > 0) {

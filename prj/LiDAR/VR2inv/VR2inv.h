@@ -12,17 +12,18 @@
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
+#include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
 // ---- input
 
-struct InvPair {         // one registered pair; all vectors of length np
-  int sw1 = 0, sw2 = 0;  // swath numbers
-  int pair = -1;         // number in the logs; -1: the place in the list
-  uint64_t nfull = 0;    // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
-  Vector<dxyz> P;        // position of each vector, m
-  Vector<xyz> Def;       // displacement, m: position in sw1 less that in sw2
-  Vector<xyz> Unc;       // its standard deviations, m
+struct InvPair {  // one registered pair; all vectors of length np
+  SwathId sw1, sw2;
+  int pair = -1;       // number in the logs; -1: the place in the list
+  uint64_t nfull = 0;  // vectors before thinning; above np, precisions grow by nfull / np. 0: not thinned
+  Vector<dxyz> P;      // position of each vector, m
+  Vector<xyz> Def;     // displacement, m: position in sw1 less that in sw2
+  Vector<xyz> Unc;     // its standard deviations, m
   Vector<float>
       Com;  // of Unc z: what the vectors of the pair have in common; twice that in x, y. May be empty
   Vector<double> t1, t2;   // times in sw1, sw2; the same base as the trajectories
@@ -37,10 +38,10 @@ struct InvSamples {  // where a swath has points: one sample per microtile. All 
   Vector<xyz> Att;   // degrees
 };
 
-struct InvSwath {      // one swath, by swath number
+struct InvSwath {
   int group = 1;       // 1-based group; 0 for fixed swaths
   int channel = 0;     // laser channel
-  int mainch = 0;      // swath number of the main channel of its line
+  SwathId mainch;      // main channel of its line
   int fl = -1;         // trajectory file (flight line) number; below 0: none, the swath gets no correction
   bool fixed = false;  // a reference
   double tmin = 0, tmax = 0;  // s, synchronised
@@ -49,7 +50,7 @@ struct InvSwath {      // one swath, by swath number
 };
 
 struct InvInput {
-  std::vector<InvSwath> swaths;
+  SwathVector<InvSwath> swaths;
   std::vector<InvPair> pairs;
   Vector<xyz> shift0;  // initial shift already subtracted from the displacements per pair; may be empty
   float GSD = 1;       // m, grid spacing: uncertainty limits are multiples of it
@@ -107,17 +108,20 @@ struct InvParam {
 
 // ---- result
 
+struct InvCorr {          // what a swath gets
+  int cal = -1;           // calibration set; -1: none (fixed, or no trajectory)
+  Vector<xyz> Tt;         // drift position per node, m (empty for fixed swaths)
+  Vector<xyz> At;         // drift attitude, rad; same length as Tt
+  double t0 = 0, Dt = 1;  // s, time of the first node, node interval
+};
+
 struct InvResult {
-  std::vector<Calib> calib;                 // distinct calibration sets (lever m, boresight rad, internals)
-  std::vector<int> sw2cal;                  // set of each swath; -1: none (fixed, or no trajectory)
+  std::vector<Calib> calib;  // distinct calibration sets (lever m, boresight rad, internals)
+  SwathVector<InvCorr> swaths;
   bool CL = false, CB = false, CI = false;  // which kinds of calibration were estimated
   bool CT = false, CA = false;              // drift position, attitude estimated
 
-  std::vector<Vector<xyz>> Tt;  // drift position per swath and node, m (empty for fixed swaths)
-  std::vector<Vector<xyz>> At;  // drift attitude, rad; same length as Tt
-  std::vector<double> t0;       // s, time of the first node
-  std::vector<double> Dt;       // s, node interval
-  dxyz shift = {0, 0, 0};       // global shift of the mobile swaths to the reference data (ShiftRef)
+  dxyz shift = {0, 0, 0};  // global shift of the mobile swaths to the reference data (ShiftRef)
   bool has_shift = false;
 
   // Standard deviations and correlations of the calibration (and the global shift), in the order of cal_names.

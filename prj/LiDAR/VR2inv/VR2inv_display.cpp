@@ -55,14 +55,19 @@ void put_calib(std::ostream& os, const Calib& cal) {
   for (int k = 0; k < N_INTERNAL; k++) os << number(k + 1 < N_INTERNAL ? "%.8f " : "%.8f", cal.I(k));
 }
 
+// The first swath of a set; none for a set without.
+SwathId first_of_set(const InvResult& res, int set) {
+  for (const SwathId s : res.swaths.ids())
+    if (res.swaths[s].cal == set) return s;
+  return SwathId();
+}
+
 // Swaths of each set, and the row of "_cal.log" for it.
 void put_cal_log(std::ostream& os, const InvCalDrift& inv, const InvResult& res) {
   os << "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch#\n";
   for (size_t set = 0; set < res.calib.size(); set++) {
-    int first = -1;
-    for (int s = inv.nsw - 1; s >= 0; s--)
-      if (res.sw2cal[s] == static_cast<int>(set)) first = s;
-    if (first < 0) continue;
+    const SwathId first = first_of_set(res, static_cast<int>(set));
+    if (first == SwathId()) continue;
     int next = 0, nint = 0;
     for (const SwState& w : inv.sw) {
       next += w.mobile && w.ext_set == inv.sw[first].ext_set;
@@ -136,7 +141,7 @@ void warn_correlations(const InvResult& res) {
 }
 
 // Uncertainty of row c of the table for the calibration set of a swath.
-double sigma_of(const InvCalDrift& inv, const InvResult& res, int swath, int c) {
+double sigma_of(const InvCalDrift& inv, const InvResult& res, SwathId swath, int c) {
   const SwState& w = inv.sw[swath];
   if (c < N_EXTERNAL) return w.ext_on ? res.cal_sigma(inv.ext0[c] + w.ext_set) * in_degrees(c) : 0;
   return res.cal_sigma(inv.int0[c - N_EXTERNAL] + w.int_set);
@@ -152,10 +157,9 @@ std::string summary_line(const InvCalDrift& inv, const InvResult& res, int c) {
   const char* const unit = c < 3 ? " m" : c < N_EXTERNAL ? " degrees" : "";
   std::string text =
       "Found " + name + number(c < 3 ? " %.4f" : " %.6f", value_of(res.calib[0], c) * in_degrees(c));
-  const auto sw = std::find(res.sw2cal.begin(), res.sw2cal.end(), 0);
-  if (!res.cal_sigma.empty() && sw != res.sw2cal.end())
-    text += number(c < 3 ? " +- %.4f" : " +- %.6f",
-                   sigma_of(inv, res, static_cast<int>(sw - res.sw2cal.begin()), c));
+  const SwathId sw = first_of_set(res, 0);
+  if (!res.cal_sigma.empty() && sw != SwathId())
+    text += number(c < 3 ? " +- %.4f" : " +- %.6f", sigma_of(inv, res, sw, c));
   return text + unit;
 }
 
@@ -170,9 +174,8 @@ void show_table(const InvCalDrift& inv, InvResult& res) {
     const char* format = c < 3 ? " %10.4f" : " %10.6f";
     for (size_t set = 0; set < nset; set++) {
       line += number(format, value_of(res.calib[set], c) * in_degrees(c));
-      const auto sw = std::find(res.sw2cal.begin(), res.sw2cal.end(), static_cast<int>(set));
-      if (!res.cal_sigma.empty() && sw != res.sw2cal.end())
-        unc += number(format, sigma_of(inv, res, static_cast<int>(sw - res.sw2cal.begin()), c));
+      const SwathId sw = first_of_set(res, static_cast<int>(set));
+      if (!res.cal_sigma.empty() && sw != SwathId()) unc += number(format, sigma_of(inv, res, sw, c));
     }
     LOG_MSG(line);
     if (!res.cal_sigma.empty()) LOG_MSG(unc);

@@ -69,7 +69,7 @@ struct InvCalDrift {
   const InvParam& par;
   std::string name;
   int nsw = 0, nint = 0;
-  std::vector<SwState> sw;
+  SwathVector<SwState> sw;
   std::vector<PairState> pair;
 
   // Flags of the step that runs.
@@ -114,7 +114,7 @@ struct InvCalDrift {
         name(base),
         nsw(static_cast<int>(input.swaths.size())),
         nint(static_cast<int>(input.pairs.size())),
-        sw(input.swaths.size()),
+        sw(input.swaths),
         pair(input.pairs.size()),
         ShiftRef(param.ShiftRef) {}
   int node_entry(int node) const { return dimcal + TAstride * node; }
@@ -218,7 +218,7 @@ void display_init(const InvCalDrift& inv);
 void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms);
 
 // Calibration values of a swath in the units of Calib; zeros for what is off.
-Calib swath_calib(const InvCalDrift& inv, int swath);
+Calib swath_calib(const InvCalDrift& inv, SwathId swath);
 // Drift of a swath at a time: step 1 and step 2 together.
-void swath_drift(const InvCalDrift& inv, int swath, double t, xyz& T, xyz& A);
+void swath_drift(const InvCalDrift& inv, SwathId swath, double t, xyz& T, xyz& A);
 }  // namespace veld

@@ -92,8 +92,7 @@ void check_sizes(const InvInput& in) {
     const uint64_t np = p.P.size();
     ASSERT(p.Def.size() == np && p.Unc.size() == np && p.t1.size() == np && p.t2.size() == np);
     ASSERT(p.O1.size() == np && p.O2.size() == np && p.Att1.size() == np && p.Att2.size() == np);
-    ASSERT(p.sw1 >= 0 && p.sw2 >= 0 && p.sw1 != p.sw2);
-    ASSERT(static_cast<size_t>(p.sw1) < in.swaths.size() && static_cast<size_t>(p.sw2) < in.swaths.size());
+    ASSERT(in.swaths.has(p.sw1) && in.swaths.has(p.sw2) && p.sw1 != p.sw2);
   }
   for (const InvSwath& s : in.swaths) {
     const uint64_t n = s.samples.P.size();
@@ -277,7 +276,7 @@ xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng) {
     if (!inv.pair[pk].use) continue;
     const InvPair& p = inv.in.pairs[pk];
     for (int side = 0; side < 2; side++) {
-      const int s = side == 0 ? p.sw1 : p.sw2;
+      const SwathId s = side == 0 ? p.sw1 : p.sw2;
       if (!inv.sw[s].mobile) continue;
       const Vector<double>& t = side == 0 ? p.t1 : p.t2;
       std::map<int64_t, Bin> bins;

@@ -115,7 +115,8 @@ NodePrior comp_NodePrior(const InvCalDrift& inv, int c, double Dt) {
 }
 
 void init_calib_prior(InvCalDrift& inv) {
-  for (int s = 0; s < inv.nsw && inv.FCAL; s++) {
+  for (const SwathId s : inv.sw.ids()) {
+    if (!inv.FCAL) break;
     SwState& w = inv.sw[s];
     if (!w.mobile) continue;
     const InvSamples& m = inv.in.swaths[s].samples;

@@ -50,7 +50,7 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
   const InvPair& p = inv.in.pairs[k];
   for (int s = 0; s < slots.n; s++) row.cx[s] = row.cy[s] = row.cz[s] = 0;
   for (int side = 0; side < 2; side++) {
-    const int s = side == 0 ? p.sw1 : p.sw2;
+    const SwathId s = side == 0 ? p.sw1 : p.sw2;
     if (!inv.sw[s].mobile) continue;
     const double sign = side == 0 ? -1 : 1;
     if (inv.FCAL) {

@@ -30,15 +30,15 @@ void set_flags(InvCalDrift& inv, int step) {
 }
 
 // The swath whose nodes a swath uses: that of its main channel, if it can have any.
-int line_of(const InvCalDrift& inv, int s) {
-  const int main = inv.in.swaths[s].mainch;
+SwathId line_of(const InvCalDrift& inv, SwathId s) {
+  const SwathId main = inv.in.swaths[s].mainch;
   return inv.sw[main].mobile ? main : s;
 }
 
 bool check_main_channels(const InvCalDrift& inv) {
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     const InvSwath& w = inv.in.swaths[s];
-    if (w.fixed || (w.mainch >= 0 && w.mainch < inv.nsw)) continue;
+    if (w.fixed || inv.sw.has(w.mainch)) continue;
     ERROR_MSG("main channel swath not found for swath " << s << " having channel " << w.channel);
     return false;
   }
@@ -49,11 +49,11 @@ bool check_main_channels(const InvCalDrift& inv) {
 // swath.
 void set_calibration_sets(InvCalDrift& inv) {
   std::map<int, int> group_set;
-  for (int s = 0; s < inv.nsw; s++)
+  for (const SwathId s : inv.sw.ids())
     if (inv.sw[s].mobile) group_set.emplace(inv.in.swaths[s].group, 0);
   int ngrp = 0, nmob = 0;
   for (auto& g : group_set) g.second = ngrp++;
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     SwState& w = inv.sw[s];
     w.ext_set = w.int_set = -1;
     if (!w.mobile) continue;
@@ -80,10 +80,10 @@ void set_nodes(InvCalDrift& inv) {
   for (SwState& w : inv.sw) w.node0 = -1, w.nt = 0;
   if (!inv.drift) return;
   for (int pass = 0; pass < 2; pass++)  // lines first, then the channels that share their nodes
-    for (int s = 0; s < inv.nsw; s++) {
+    for (const SwathId s : inv.sw.ids()) {
       SwState& w = inv.sw[s];
       if (!w.mobile) continue;
-      const int line = line_of(inv, s);
+      const SwathId line = line_of(inv, s);
       if ((line == s) != (pass == 0)) continue;
       const InvSwath& from = inv.in.swaths[line];
       w.t0 = from.tmin;
@@ -123,7 +123,7 @@ bool init(InvCalDrift& inv, int step) {
                          << " CAL1=" << inv.par.CAL1 << " CALGI=" << !inv.par.INTSW
                          << " CALGE=" << !inv.par.EXTSW << " CALR=" << inv.par.CALR << " hasfx=" << inv.hasfx
                          << " ShiftRef=" << inv.ShiftRef << " dt=" << inv.dt());
-  for (int s = 0; s < inv.nsw; s++) inv.sw[s].mobile = !inv.in.swaths[s].fixed && inv.in.swaths[s].fl >= 0;
+  for (const SwathId s : inv.sw.ids()) inv.sw[s].mobile = !inv.in.swaths[s].fixed && inv.in.swaths[s].fl >= 0;
   if (step == 1 && !check_main_channels(inv)) return false;
   if (inv.FCAL || step == 1)
     set_calibration_sets(inv);
@@ -152,10 +152,10 @@ bool check_time_overlap(const InvCalDrift& inv) {
   const bool time_dependent = p.HF && p.dt > 0 && (p.Ftx || p.Fty || p.Ftz || p.Faw || p.Fap || p.Fak);
   int nchannel = 0;
   bool ok = true;
-  for (int a = 0; a < inv.nsw; a++)
-    for (int b = a + 1; b < inv.nsw; b++) {
+  for (const SwathId a : inv.sw.ids())
+    for (const SwathId b : inv.sw.ids()) {
       const InvSwath &A = inv.in.swaths[a], &B = inv.in.swaths[b];
-      if (!inv.sw[a].mobile || !inv.sw[b].mobile || !(time_overlap(A, B) > TOL)) continue;
+      if (a >= b || !inv.sw[a].mobile || !inv.sw[b].mobile || !(time_overlap(A, B) > TOL)) continue;
       if (A.channel == B.channel) nchannel += A.group != B.group;
       if (A.group != B.group) continue;
       if (time_dependent) {
@@ -231,7 +231,7 @@ void init_A_int(InvCalDrift& inv) {
 void init_A_sw(InvCalDrift& inv) {
   LOG_ENTER("init_A_sw nsw=" << inv.nsw << " att=" << inv.drift_att);
   if (!inv.drift_att) return;
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     const InvSamples& m = inv.in.swaths[s].samples;
     if (inv.sw[s].mobile) comp_A(m.P, m.O, m.Att, inv.par.NOZ, inv.sw[s].A);
   }

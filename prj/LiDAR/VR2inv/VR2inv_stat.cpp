@@ -128,7 +128,7 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
   return true;
 }
 
-void swath_drift(const InvCalDrift& inv, int swath, double t, xyz& T, xyz& A) {
+void swath_drift(const InvCalDrift& inv, SwathId swath, double t, xyz& T, xyz& A) {
   const SwState& w = inv.sw[swath];
   T = {0, 0, 0};
   A = {0, 0, 0};
@@ -184,7 +184,7 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms) {
     LOG_LINE("HF Drift RMS (overlap) " << text(overlap.rms()));
     return;
   }
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     const InvSamples& m = inv.in.swaths[s].samples;
     for (uint64_t i = 0; inv.sw[s].mobile && i < m.P.size(); i++) {
       if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;

@@ -105,9 +105,14 @@ bool solve_dense(InvCalDrift& inv, const System& sys) {
 void add_line_effects(InvCalDrift& inv) {
   const int n = inv.dimcal;
   const size_t size = 3 * static_cast<size_t>(n);
-  std::vector<double> effects(size * inv.nsw,
-                              0.0);  // per swath, parameter, axis: what a shift of it adds to Y
   std::vector<double> effect(size);
+  SwathVector<std::vector<double>> effects(
+      inv.sw);        // per parameter, axis: what a shift of the swath adds to Y
+  double nlines = 0;  // swaths that may take part
+  for (const SwathId s : inv.sw.ids()) {
+    effects[s].assign(size, 0.0);
+    nlines += inv.sw[s].mobile || inv.in.swaths[s].fixed;
+  }
   dxyz excess = {0, 0, 0};
   double npair = 0;
   PairRow row;
@@ -132,21 +137,19 @@ void add_line_effects(InvCalDrift& inv) {
     const auto over = [](double s, double w) { return s * s / (w * w) - 1 / w; };
     excess += {over(sum.x, weight.x), over(sum.y, weight.y), over(sum.z, weight.z)};
     npair++;
-    for (size_t j = 0; j < size; j++) {
-      effects[inv.in.pairs[k].sw1 * size + j] -= effect[j];
-      effects[inv.in.pairs[k].sw2 * size + j] += effect[j];
-    }
+    std::vector<double>&first = effects[inv.in.pairs[k].sw1], &second = effects[inv.in.pairs[k].sw2];
+    for (size_t j = 0; j < size; j++) first[j] -= effect[j], second[j] += effect[j];
   }
   // The parameters have taken their share of what the lines' shifts, less a common one, may be.
-  const double nfree = std::max(1.0, 3.0 * (inv.nsw - 1));
+  const double nfree = std::max(1.0, 3.0 * (nlines - 1));
   const double scale = 0.5 / npair * nfree / std::max(1.0, nfree - n);
   const double var[3] = {std::max(0.0, excess.x * scale), std::max(0.0, excess.y * scale),
                          std::max(0.0, excess.z * scale)};
   const Image<double> cov = inv.cov;
   Vector<double> moved(n, 0.0);  // by how much parameters move with the line
-  for (int s = 0; s < inv.nsw; s++)
+  for (const std::vector<double>& of_swath : effects)
     for (int c = 0; c < 3; c++) {
-      const double* Y = effects.data() + s * size + c;
+      const double* Y = of_swath.data() + c;
       for (int i = 0; i < n; i++) {
         moved(i) = 0;
         for (int j = 0; j < n; j++) moved(i) += cov(j, i) * Y[3 * static_cast<size_t>(j)];

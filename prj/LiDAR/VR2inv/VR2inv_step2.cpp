@@ -20,7 +20,7 @@ struct Entry {  // the columns of one vector or sample for one node
 };
 
 // Appends the two nodes that a swath has at time t; columns of a node that is there already are added up.
-int add_nodes(const InvCalDrift& inv, int swath, double t, double sign, const AttCols& A, uint64_t i,
+int add_nodes(const InvCalDrift& inv, SwathId swath, double t, double sign, const AttCols& A, uint64_t i,
               Entry* entries, int n) {
   const SwState& w = inv.sw[swath];
   if (!w.mobile || w.node0 < 0) return n;
@@ -173,7 +173,7 @@ void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
   int nesw = 0;
   Entry entries[2];
   const xyz &T = inv.prior.T, &A = inv.prior.A;
-  for (int s = 0; s < inv.nsw; s++) {
+  for (const SwathId s : inv.sw.ids()) {
     if (!inv.sw[s].mobile || inv.sw[s].node0 < 0) continue;
     nesw++;
     const InvSamples& m = inv.in.swaths[s].samples;

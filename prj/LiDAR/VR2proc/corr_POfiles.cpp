@@ -51,15 +51,15 @@ std::vector<SwathId> main_swaths(const Project& prj, const std::vector<SwathId>&
 // What a swath brings into the file that it lies in.
 bool make_part(const Project& prj, const InvResult& res, const xyz& T0, SwathId sw, TrackPart& part) {
   const Swath& swath = prj.swaths[sw];
-  const size_t i = static_cast<size_t>(sw.number);
+  const InvCorr& found = res.swaths[sw];
   part.begin = swath.clock.begin;
   part.end = swath.clock.end;
   part.S = T0;
-  if (i < res.Tt.size() && !res.Tt[i].empty()) {
-    if (res.CT) part.Tt = &res.Tt[i];
-    if (res.CA) part.At = &res.At[i];
-    part.t0 = res.t0[i];
-    part.Dt = res.Dt[i];
+  if (!found.Tt.empty()) {
+    if (res.CT) part.Tt = &found.Tt;
+    if (res.CA) part.At = &found.At;
+    part.t0 = found.t0;
+    part.Dt = found.Dt;
   }
   part.AREC = swath.track.AREC;
   if (!part.AREC) return true;

@@ -107,18 +107,19 @@ void put_columns(std::ostream& os, std::initializer_list<dxyz> columns) {
   os << '\n';
 }
 
-void write_drift_table(std::ostream& os, const StatLabels& label, const std::vector<Vector<xyz>>& tables,
+// table: Tt or At.
+void write_drift_table(std::ostream& os, const StatLabels& label, Vector<xyz> InvCorr::*table,
                        const InvResult& res, double unit, const std::vector<SwathId>& swc,
                        const SwathTable& swaths) {
   bool con = true;
-  for (const SwathId sw : swc) con = con && tables[static_cast<size_t>(sw.number)].size() <= 1;
+  for (const SwathId sw : swc) con = con && (res.swaths[sw].*table).size() <= 1;
   os << (con ? label.con : label.swath) << '\n';
   StatXYZ total;
   dxyz hf2{0, 0, 0};
   for (const SwathId sw : swc) {
-    const Vector<xyz>& v = tables[static_cast<size_t>(sw.number)];
+    const Vector<xyz>& v = res.swaths[sw].*table;
     if (v.size() == 0) continue;
-    const NodeStat s = node_stat(v, res.Dt[static_cast<size_t>(sw.number)], unit);
+    const NodeStat s = node_stat(v, res.swaths[sw].Dt, unit);
     total.add(s.all);
     hf2 += {s.hf.x * s.hf.x, s.hf.y * s.hf.y, s.hf.z * s.hf.z};
     os << sw << ' ' << swaths[sw].clock.end - swaths[sw].clock.begin << ' ' << v.size();
@@ -139,15 +140,15 @@ void write_drift_table(std::ostream& os, const StatLabels& label, const std::vec
 }  // namespace
 
 bool log_corr(const InvResult& res, SwathId sw, const xyz& S, const Vector<PO>& po) {
-  const size_t i = static_cast<size_t>(sw.number);
-  const uint64_t n = i < res.Tt.size() ? res.Tt[i].size() : 0;
-  LOG_ENTER("log_corr sw=" << sw << " n=" << n << " T0=" << (n > 0 ? res.t0[i] : 0.));
+  const InvCorr& found = res.swaths[sw];
+  const uint64_t n = found.Tt.size();
+  LOG_ENTER("log_corr sw=" << sw << " n=" << n << " T0=" << (n > 0 ? found.t0 : 0.));
   TxtFileOut ta(true), pta(true);
   if (!ta.open(tmp_name(sw, "_TA.log"), 0) || !pta.open(tmp_name(sw, "_P_TA.log"), 0)) return false;
   const double dt = mean_dt_PO(po);
   for (uint64_t k = 0; k < n; k++) {
-    const double t = res.t0[i] + static_cast<double>(k) * res.Dt[i];
-    const xyz T = res.Tt[i].val[k] + S, A = res.At[i].val[k] * static_cast<float>(DEG_PER_RAD);
+    const double t = found.t0 + static_cast<double>(k) * found.Dt;
+    const xyz T = found.Tt.val[k] + S, A = found.At.val[k] * static_cast<float>(DEG_PER_RAD);
     ta.fs << node_line(t, nullptr, T, A, sw);
     PO at;
     // The last node may lie beyond the trajectory that was kept: its position is then that of the end.
@@ -179,14 +180,14 @@ void remove_log_corr(const std::vector<SwathId>& swc) {
 
 bool drift_stat_output(const Project& prj, const InvResult& res, const std::vector<SwathId>& swc) {
   uint64_t ntmax = 0;
-  for (const SwathId sw : swc) ntmax = std::max(ntmax, res.Tt[static_cast<size_t>(sw.number)].size());
+  for (const SwathId sw : swc) ntmax = std::max(ntmax, res.swaths[sw].Tt.size());
   LOG_ENTER("drift_stat_output ntmax=" << ntmax << " CON=" << (ntmax <= 1) << " CA=" << res.CA);
   ResultFile file;
   if (!file.open(prj.name + "_TA_stat.log")) return false;
-  write_drift_table(file.fs, LABEL_T, res.Tt, res, 1.0, swc, prj.swaths);
+  write_drift_table(file.fs, LABEL_T, &InvCorr::Tt, res, 1.0, swc, prj.swaths);
   if (res.CA) {
     file.fs << '\n';
-    write_drift_table(file.fs, LABEL_A, res.At, res, DEG_PER_RAD, swc, prj.swaths);
+    write_drift_table(file.fs, LABEL_A, &InvCorr::At, res, DEG_PER_RAD, swc, prj.swaths);
   }
   if (!file.commit()) return false;
   LOG_MSG("Written time-dependent correction statistics " << prj.name << "_TA_stat.log");

@@ -70,15 +70,14 @@ bool OAttP_tbl_swaths(const Project& prj, const std::vector<SwathId>& swc, Swath
 
 bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, SwathId sw, const xyz& S,
                     const Vector<PO>& po, SwathCorr& corr) {
-  const size_t i = static_cast<size_t>(sw.number);
+  const InvCorr& found = res.swaths[sw];
   corr = SwathCorr();
   corr.po = &po;
   corr.rot = rot;
   corr.flags = {par.CALINTGEN, par.CALINTNOB, par.NOZ};
   corr.S = S;
-  const int set = i < res.sw2cal.size() ? res.sw2cal[i] : -1;
-  if (set >= 0) {
-    const Calib& cal = res.calib[static_cast<size_t>(set)];
+  if (found.cal >= 0) {
+    const Calib& cal = res.calib[static_cast<size_t>(found.cal)];
     corr.CL = res.CL;
     corr.CB = res.CB;
     corr.CI = res.CI;
@@ -86,13 +85,13 @@ bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot,
     corr.B = cal.B;
     for (int k = 0; k < N_INTERNAL; k++) corr.I[k] = cal.I(k);
   }
-  if (i < res.Tt.size() && res.Tt[i].size() > 0) {
+  if (!found.Tt.empty()) {
     corr.CT = res.CT;
     corr.CA = res.CA;
-    corr.Tt = &res.Tt[i];
-    corr.At = &res.At[i];
-    corr.t0 = res.t0[i];
-    corr.Dt = res.Dt[i];
+    corr.Tt = &found.Tt;
+    corr.At = &found.At;
+    corr.t0 = found.t0;
+    corr.Dt = found.Dt;
   }
   if (!init_SwathCorr(corr)) {
     ERROR_MSG("no usable trajectory for swath " << sw);

@@ -32,7 +32,7 @@ RangeZ comp_RangeZ(const InvResult& res, double AGL, const std::vector<SwathId>&
   RangeZ z;
   int n = 0;
   for (const SwathId sw : swc) {
-    const int set = res.sw2cal[static_cast<size_t>(sw.number)];
+    const int set = res.swaths[sw].cal;
     if (set < 0) continue;
     const Calib& cal = res.calib[static_cast<size_t>(set)];
     z.bias -= static_cast<double>(cal.I(0));

@@ -7,19 +7,18 @@
 #include "lib/general/log.h"
 
 namespace veld {
-void set_nfull(const std::vector<InvSwath>& swaths, std::vector<InvPair>& pairs) {
-  std::vector<std::vector<int>> line(swaths.size());  // by main channel: the swaths of its line
-  for (size_t i = 0; i < swaths.size(); i++)
-    if (swaths[i].fixed || swaths[i].fl >= 0)
-      line[static_cast<size_t>(swaths[i].mainch)].push_back(static_cast<int>(i));
-  std::set<std::pair<int, int>> there;
+void set_nfull(const SwathVector<InvSwath>& swaths, std::vector<InvPair>& pairs) {
+  SwathVector<std::vector<SwathId>> line(swaths);  // by main channel: the swaths of its line
+  for (const SwathId s : swaths.ids())
+    if (swaths[s].fixed || swaths[s].fl >= 0) line[swaths[s].mainch].push_back(s);
+  std::set<std::pair<SwathId, SwathId>> there;
   for (const InvPair& p : pairs) there.insert(std::minmax(p.sw1, p.sw2));
-  const auto mainch = [&](int sw) { return static_cast<size_t>(swaths[static_cast<size_t>(sw)].mainch); };
+  const auto mainch = [&](SwathId sw) { return swaths[sw].mainch; };
   // Channels of the line of `other` that swath sw has no pair with.
-  const auto nskipped = [&](int sw, int other) {
-    const std::vector<int>& channels = line[mainch(other)];
+  const auto nskipped = [&](SwathId sw, SwathId other) {
+    const std::vector<SwathId>& channels = line[mainch(other)];
     return std::count_if(channels.begin(), channels.end(),
-                         [&](int c) { return there.count(std::minmax(sw, c)) == 0; });
+                         [&](SwathId c) { return there.count(std::minmax(sw, c)) == 0; });
   };
   int nadjusted = 0;
   for (InvPair& p : pairs) {
@@ -36,11 +35,12 @@ InvInput make_InvInput(const Project& prj, const SwathVector<SwRot>& rot,
                        const SwathVector<InvSamples>& samples, POsync& sync) {
   InvInput in;
   in.GSD = prj.scale.dim > 0 ? prj.scale.GSD() : prj.scale.mTsize / static_cast<float>(sync.idx.dim);
+  in.swaths = SwathVector<InvSwath>(prj.swaths);
   for (const Swath& row : prj.swaths) {
-    InvSwath& s = in.swaths.emplace_back();
+    InvSwath& s = in.swaths[row.id];
     s.group = row.fixed ? 0 : row.group;
     s.channel = row.channel;
-    s.mainch = row.mainch.number;
+    s.mainch = row.mainch;
     s.fl = row.has_track() ? row.track.file : -1;
     s.fixed = row.fixed && row.present();
     s.tmin = row.clock.begin;
@@ -52,8 +52,8 @@ InvInput make_InvInput(const Project& prj, const SwathVector<SwRot>& rot,
   for (size_t k = 0; k < in.pairs.size(); k++) {
     DUTpair& d = sync.pairs[k];
     InvPair& p = in.pairs[k];
-    p.sw1 = d.sw1.number;
-    p.sw2 = d.sw2.number;
+    p.sw1 = d.sw1;
+    p.sw2 = d.sw2;
     p.pair = d.pair;
     p.P = std::move(d.pos);
     p.Def = std::move(d.disp);

@@ -16,5 +16,5 @@ InvInput make_InvInput(const Project& prj, const SwathVector<SwRot>& rot,
 // same ground at the same time, so a swath has a pair with every channel of a line it crosses. Where these
 // were skipped (-reg_reduce) or could not be registered, the pair that is there stands for them; the larger
 // of the counts of its two swaths is taken.
-void set_nfull(const std::vector<InvSwath>& swaths, std::vector<InvPair>& pairs);
+void set_nfull(const SwathVector<InvSwath>& swaths, std::vector<InvPair>& pairs);
 }  // namespace veld

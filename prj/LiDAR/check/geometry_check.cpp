@@ -9,6 +9,7 @@
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
+#include "prj/LiDAR/LmTidx_r/tile_geom.h"
 #include "prj/LiDAR/swath/gps_time.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -38,7 +39,7 @@ Project make_part(const Project& prj, const SwathVector<SwathProbe>& probes, DUT
     idx.swaths.push_back(make_DUTswath(part.swaths, s.id));
   }
   const auto index = [mTsize](double v) {
-    return static_cast<int64_t>(std::floor((v + 10240000.0) / mTsize));
+    return static_cast<int64_t>(std::floor((v - GROUND_ORIGIN) / mTsize));
   };
   idx.level = prj.scale.level;
   idx.area = {index(lo.x), index(lo.y), index(hi.x), index(hi.y)};

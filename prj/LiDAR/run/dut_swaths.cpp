@@ -9,26 +9,27 @@
 namespace veld {
 namespace {
 // The line of the index that a row is: that of the same file, else the only one of its name.
-int find_in_index(const DUTidx& idx, const SwathTable& swaths, SwathId id) {
-  int found = -1, nfound = 0;
-  for (int i = 0; i < idx.nsw(); i++) {
-    const DUTswath& line = idx.swaths[static_cast<size_t>(i)];
+SwathId find_in_index(const DUTidx& idx, const SwathTable& swaths, SwathId id) {
+  SwathId found;
+  int nfound = 0;
+  for (const SwathId at : idx.swaths.ids()) {
+    const DUTswath& line = idx.swaths[at];
     if ((line.present() && line.fixed != swaths[id].fixed) || !is_row(line, swaths, id)) continue;
-    if (same_file(line.path, swaths[id].path())) return i;
-    found = i;
+    if (same_file(line.path, swaths[id].path())) return at;
+    found = at;
     nfound++;
   }
-  return nfound == 1 ? found : -1;
+  return nfound == 1 ? found : SwathId();
 }
 
 // The row of the project at each line of the index; none for those that it lacks.
 bool match_swaths(const std::string& dut, const DUTidx& idx, const SwathTable& swaths,
-                  std::vector<SwathId>& at) {
-  at.assign(idx.swaths.size(), SwathId());
+                  SwathVector<SwathId>& at) {
+  at = SwathVector<SwathId>(idx.swaths);
   for (const Swath& s : swaths) {
-    const int i = find_in_index(idx, swaths, s.id);
-    if (i >= 0 && at[static_cast<size_t>(i)] == SwathId()) {
-      at[static_cast<size_t>(i)] = s.id;
+    const SwathId line = find_in_index(idx, swaths, s.id);
+    if (line != SwathId() && at[line] == SwathId()) {
+      at[line] = s.id;
       continue;
     }
     ERROR_MSG("swath " << s.path() << " is not in displacement file " << dut << ".dut");
@@ -54,10 +55,10 @@ bool missing_row(const std::string& dut, const DUTswath& line, Swath& s) {
   return false;
 }
 
-// The groups are those of the displacement file, whatever the project has of them. lines: by row.
-void take_groups(const std::vector<const DUTswath*>& lines, Project& prj) {
+// The groups are those of the displacement file, whatever the project has of them.
+void take_groups(const DUTidx& idx, Project& prj) {
   for (Swath& s : prj.swaths) {
-    const DUTswath& line = *lines[static_cast<size_t>(s.id.number)];
+    const DUTswath& line = idx.swaths[s.id];
     if (!line.present() || line.fixed) continue;
     s.group = line.group;
     s.channel = line.ch;
@@ -75,22 +76,19 @@ bool is_union_line(const DUTswath& line) { return line.path.ends_with(" input re
 bool complete_DUT_swaths(const std::string& dut, Project& prj) {
   LOG_ENTER("complete_DUT_swaths nsw=" << prj.swaths.size() << " dut='" << dut << "'");
   DUTidx idx;
-  std::vector<SwathId> at;
+  SwathVector<SwathId> at;
   if (!read_DUT_IDX(dut, idx) || !match_swaths(dut, idx, prj.swaths, at)) return false;
   SwathTable swaths;
-  std::vector<const DUTswath*> lines;  // by row
   int nmissing = 0;
-  for (size_t i = 0; i < at.size(); i++) {
-    const DUTswath& line = idx.swaths[i];
-    if (is_union_line(line)) continue;
+  for (const SwathId id : idx.swaths.ids()) {
+    if (is_union_line(idx.swaths[id])) break;  // unions stand behind all others
     Swath s;
-    if (at[i] != SwathId())
-      s = prj.swaths[at[i]];
-    else if (!missing_row(dut, line, s))
+    if (at[id] != SwathId())
+      s = prj.swaths[at[id]];
+    else if (!missing_row(dut, idx.swaths[id], s))
       return false;
-    nmissing += at[i] == SwathId() && s.present();
+    nmissing += at[id] == SwathId() && s.present();
     s.mainch = SwathId();
-    lines.push_back(&line);
     swaths.add(s);
   }
   if (nmissing > 0)
@@ -98,7 +96,7 @@ bool complete_DUT_swaths(const std::string& dut, Project& prj) {
                           << " swaths with the displacements of all "
                           << std::ranges::count_if(idx.swaths, &DUTswath::present));
   prj.swaths = swaths;
-  if (nmissing > 0) take_groups(lines, prj);
+  if (nmissing > 0) take_groups(idx, prj);
   return true;
 }
 }  // namespace veld

@@ -22,9 +22,4 @@ double rollover_period(double fall) {
 Unroll::Unroll(Rollover rover, double before) : period(rollover_period(rover)) {
   if (period > 0) split = before - period + FLIGHT_SPAN;
 }
-
-double SwathClock::raw(double t) const {
-  const double unrolled = t - shift, period = rollover_period(rover);
-  return period > 0 && unrolled >= period ? unrolled - period : unrolled;
-}
 }  // namespace veld

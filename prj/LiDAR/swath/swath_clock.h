@@ -1,5 +1,5 @@
 // prj/LiDAR/swath/swath_clock.h
-// The clock of a swath: from the times in its file to the time base of its trajectory, and back.
+// The clock of a swath: from the times in its file to the time base of its trajectory.
 //
 //   raw time of the file --rollover--> unrolled time --shift--> synchronised time
 //
@@ -51,7 +51,5 @@ struct SwathClock {
 
   Unroll unroll() const { return Unroll(rover, tmin); }  // from raw to unrolled time
   double sync(double unrolled) const { return unrolled + shift; }
-  // The raw time of a synchronised one. Seconds of the day or the week start again at 0.
-  double raw(double t) const;
 };
 }  // namespace veld

@@ -104,11 +104,22 @@ class SwathVector {
   SwathVector() = default;
   explicit SwathVector(const SwathTable& table, const T& start = T())
       : v_(static_cast<size_t>(table.size()), start) {}
+  // Of the same rows as another.
+  template <typename U>
+  explicit SwathVector(const SwathVector<U>& other) : v_(other.size()) {}
+  void push_back(const T& next) { v_.push_back(next); }  // of the row behind the last
   T& operator[](SwathId id) { return v_[static_cast<size_t>(id.number)]; }
   const T& operator[](SwathId id) const { return v_[static_cast<size_t>(id.number)]; }
+  bool has(SwathId id) const { return id.number >= 0 && static_cast<size_t>(id.number) < v_.size(); }
   size_t size() const { return v_.size(); }
+  auto begin() { return v_.begin(); }
+  auto end() { return v_.end(); }
   auto begin() const { return v_.begin(); }
   auto end() const { return v_.end(); }
+  auto ids() const {
+    return std::views::iota(0, static_cast<int>(v_.size())) |
+           std::views::transform([](int n) { return SwathId(n); });
+  }
 
  private:
   std::vector<T> v_;

@@ -77,7 +77,8 @@ TEST(DUTio, RoundTrip) {
   EXPECT_EQ(idx.gcp.S0, 0.025);
   EXPECT_EQ(idx.xyzgcp.col, "");
   EXPECT_EQ(idx.xyzgcp.file, "");
-  for (size_t i = 0; i < 3; i++) {
+  ASSERT_EQ(idx.nsw(), 3);
+  for (const SwathId i : was.swaths.ids()) {
     const DUTswath &s = idx.swaths[i], &o = was.swaths[i];
     EXPECT_EQ(s.path, o.path);
     EXPECT_EQ(s.tmin, o.tmin);  // times are multiples of 1/1024 s
@@ -210,7 +211,7 @@ TEST(DUTio, FilesAppearWholeOrNotAtAll) {
   EXPECT_FALSE(open_DUT_IDX(w, dir.path + "/absent/p", sample_index(), true, false));
   DUTwriter line_break;
   DUTidx idx = sample_index();
-  idx.swaths[1].path = "a\nb";
+  idx.swaths[SwathId(1)].path = "a\nb";
   EXPECT_FALSE(open_DUT_IDX(line_break, name, idx, true, false));
   DUTwriter nothing;
   std::vector<DUTstr> rec = sample_records(1);

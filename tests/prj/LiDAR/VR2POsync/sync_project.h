@@ -43,7 +43,7 @@ struct SyncProject {
     idx.swaths.push_back(s);
     Swath p{.cache = CacheName(s.path), .group = group, .channel = ch, .fixed = s.fixed};
     for (const Swath& m : prj.swaths) {  // channels of a line overlap
-      const DUTswath& line = idx.swaths[static_cast<size_t>(m.id.number)];
+      const DUTswath& line = idx.swaths[m.id];
       if (ch > 0 && m.channel == 0 && m.group == group - ch && line.tmin < tmax && tmin < line.tmax)
         p.mainch = m.id;
     }
@@ -75,8 +75,8 @@ struct SyncProject {
     EXPECT_TRUE(open_DUT_IDX(w, dir.path + "/r", idx, true, false));
     for (const DUTinter& p : pairs) {
       std::vector<DUTstr> rec(p.ndisp);
-      const DUTswath& a = idx.swaths[static_cast<size_t>(p.sw1.number)];
-      const DUTswath& b = idx.swaths[static_cast<size_t>(p.sw2.number)];
+      const DUTswath& a = idx.swaths[p.sw1];
+      const DUTswath& b = idx.swaths[p.sw2];
       for (size_t i = 0; i < rec.size(); i++) {
         const double f = (static_cast<double>(i) + 0.37) / static_cast<double>(rec.size());
         rec[i].X = 500000, rec[i].Y = 5321000, rec[i].Unc = {0.1f, 0.1f, 0.1f};

@@ -12,19 +12,19 @@ namespace {
 InvInput small_input(int n = 20) {
   InvInput in;
   in.GSD = 0.5f;
-  in.swaths.resize(3);
   for (int s = 0; s < 3; s++) {
-    InvSwath& w = in.swaths[s];
-    w.group = s == 2 ? 0 : 1, w.mainch = s, w.fl = s == 2 ? -1 : 0, w.fixed = s == 2;
+    InvSwath w;
+    w.group = s == 2 ? 0 : 1, w.mainch = SwathId(s), w.fl = s == 2 ? -1 : 0, w.fixed = s == 2;
     w.tmin = 200 * s, w.tmax = 200 * s + 100;
+    in.swaths.push_back(w);
   }
   for (int k = 0; k < 3; k++) {
     InvPair p;
-    p.sw1 = k == 2 ? 1 : 0, p.sw2 = k == 0 ? 1 : 2;
+    p.sw1 = SwathId(k == 2 ? 1 : 0), p.sw2 = SwathId(k == 0 ? 1 : 2);
     p.P.resize(n, dxyz{0, 0, 0});
     p.Def.resize(n, xyz{0.1f, 0.2f, 0.3f}), p.Unc.resize(n, xyz{0.1f, 0.1f, 0.1f});
     p.t1.resize(n, in.swaths[p.sw1].tmin + 1), p.t2.resize(n, in.swaths[p.sw2].tmin + 1);
-    p.O1.resize(n, dxyz{0, 0, 200}), p.O2.resize(n, p.sw2 == 2 ? dxyz{1000, 1000, -9999} : dxyz{0, 0, 200});
+    p.O1.resize(n, dxyz{0, 0, 200}), p.O2.resize(n, k > 0 ? dxyz{1000, 1000, -9999} : dxyz{0, 0, 200});
     p.Att1.resize(n, xyz{0, 0, 0}), p.Att2.resize(n, xyz{0, 0, 0});
     in.pairs.push_back(std::move(p));
   }
@@ -45,17 +45,18 @@ TEST(InvSetup, NodesOfASwath) {
     par.dt = c.dt;
     InvCalDrift inv(in, par, "");
     ASSERT_TRUE(init(inv, 1) && init(inv, 2));
-    EXPECT_EQ(inv.sw[0].nt, c.nt);
+    EXPECT_EQ(inv.sw[SwathId(0)].nt, c.nt);
     EXPECT_EQ(inv.nTAnd, 2 * c.nt);
     EXPECT_EQ(inv.dim, 2 * c.nt * 3);
-    EXPECT_EQ(inv.sw[2].nt, 0);
+    EXPECT_EQ(inv.sw[SwathId(2)].nt, 0);
   }
 }
 
 TEST(InvSetup, ChannelsShareTheNodesOfTheirLine) {
   InvInput in = small_input();
-  in.swaths[1] = in.swaths[0];
-  in.swaths[1].channel = 1, in.swaths[1].mainch = 0, in.swaths[1].group = 2;
+  in.swaths[SwathId(1)] = in.swaths[SwathId(0)];
+  in.swaths[SwathId(1)].channel = 1, in.swaths[SwathId(1)].mainch = SwathId(0),
+  in.swaths[SwathId(1)].group = 2;
   InvParam par;
   par.dt = 10;
   par.Fw = true;
@@ -68,10 +69,10 @@ TEST(InvSetup, ChannelsShareTheNodesOfTheirLine) {
   EXPECT_EQ(inv.dimcal, 4);
   EXPECT_EQ(inv.int0[6], -1);
   ASSERT_TRUE(init(inv, 2));
-  EXPECT_EQ(inv.sw[0].node0, inv.sw[1].node0);
+  EXPECT_EQ(inv.sw[SwathId(0)].node0, inv.sw[SwathId(1)].node0);
   EXPECT_EQ(inv.nTAnd, 11);
   EXPECT_EQ(inv.nTA, 22);
-  in.swaths[1].mainch = 7;
+  in.swaths[SwathId(1)].mainch = SwathId(7);
   EXPECT_FALSE(init(inv, 1));
 }
 
@@ -157,7 +158,7 @@ TEST(InvSetup, OverlapInTime) {
   } cases[] = {{0.05, 10, true}, {0.2, 10, false}, {0.2, 0, true}, {-5, 10, true}};
   for (const auto& c : cases) {
     InvInput in = small_input();
-    in.swaths[1].tmin = in.swaths[0].tmax - c.overlap;
+    in.swaths[SwathId(1)].tmin = in.swaths[SwathId(0)].tmax - c.overlap;
     InvParam par;
     par.dt = c.dt;
     InvCalDrift inv(in, par, "");

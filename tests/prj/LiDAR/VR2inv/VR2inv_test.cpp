@@ -160,10 +160,10 @@ TEST(Inversion, ConstantErrorsOfStrips) {
   dxyz mean = {0, 0, 0};
   for (const dxyz& c : sim.const_pos) mean += c / 5.;
   for (int i = 0; i < 5; i++) {  // the correction is the error with its sign turned, but for the common part
-    ASSERT_EQ(r.Tt[i].size(), 1u);
-    EXPECT_NEAR(r.Tt[i](0).x, -(sim.const_pos[i].x - mean.x), 0.006);
-    EXPECT_NEAR(r.Tt[i](0).y, -(sim.const_pos[i].y - mean.y), 0.006);
-    EXPECT_NEAR(r.Tt[i](0).z, -(sim.const_pos[i].z - mean.z), 0.003);
+    ASSERT_EQ(r.swaths[SwathId(i)].Tt.size(), 1u);
+    EXPECT_NEAR(r.swaths[SwathId(i)].Tt(0).x, -(sim.const_pos[i].x - mean.x), 0.006);
+    EXPECT_NEAR(r.swaths[SwathId(i)].Tt(0).y, -(sim.const_pos[i].y - mean.y), 0.006);
+    EXPECT_NEAR(r.swaths[SwathId(i)].Tt(0).z, -(sim.const_pos[i].z - mean.z), 0.003);
   }
 }
 
@@ -351,17 +351,19 @@ TEST(Inversion, ShiftOfOneStripComesBackWhole) {
     SimProject sim = simulate(s);
     for (InvPair& p : sim.in.pairs)
       for (xyz& d : p.Def)
-        d += p.sw1 == 1 ? xyz{0.2f, 0, 0.3f} : p.sw2 == 1 ? xyz{-0.2f, 0, -0.3f} : xyz{0, 0, 0};
+        d += p.sw1 == SwathId(1)   ? xyz{0.2f, 0, 0.3f}
+             : p.sw2 == SwathId(1) ? xyz{-0.2f, 0, -0.3f}
+                                   : xyz{0, 0, 0};
     InvParam p = with_drift(dt);
     p.Fw = p.Fp = p.Fk = false;
     p.Faw = p.Fap = p.Fak = true;
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
     xyz others = {0, 0, 0};
-    for (int k : {0, 2, 3, 4}) others += r.Tt[k](0) / 4.f;
-    EXPECT_NEAR(r.Tt[1](0).x - others.x, -0.2, 0.02);
-    EXPECT_NEAR(r.Tt[1](0).y - others.y, 0, 0.02);
-    EXPECT_NEAR(r.Tt[1](0).z - others.z, -0.3, 0.02);
+    for (int k : {0, 2, 3, 4}) others += r.swaths[SwathId(k)].Tt(0) / 4.f;
+    EXPECT_NEAR(r.swaths[SwathId(1)].Tt(0).x - others.x, -0.2, 0.02);
+    EXPECT_NEAR(r.swaths[SwathId(1)].Tt(0).y - others.y, 0, 0.02);
+    EXPECT_NEAR(r.swaths[SwathId(1)].Tt(0).z - others.z, -0.3, 0.02);
   }
 }
 
@@ -383,15 +385,17 @@ TEST(Inversion, WhatVegetationMakesIsNotCorrected) {
       for (xyz& u : p.Unc)
         u = {std::hypot(u.x, 2 * c.common), std::hypot(u.y, 2 * c.common), std::hypot(u.z, c.common)};
       for (xyz& d : p.Def)
-        d += p.sw1 == 1 ? xyz{shift, 0, shift} : p.sw2 == 1 ? xyz{-shift, 0, -shift} : xyz{0, 0, 0};
+        d += p.sw1 == SwathId(1)   ? xyz{shift, 0, shift}
+             : p.sw2 == SwathId(1) ? xyz{-shift, 0, -shift}
+                                   : xyz{0, 0, 0};
     }
     InvParam p = with_drift(5);
     p.SIGmin = c.sig_min;
     InvResult r;
     ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
     float most = 0;
-    for (const Vector<xyz>& line : r.Tt)
-      for (const xyz& T : line) most = std::max(most, norm(T));
+    for (const InvCorr& line : r.swaths)
+      for (const xyz& T : line.Tt) most = std::max(most, norm(T));
     EXPECT_EQ(most > 0, c.corrected) << c.shift << ' ' << c.common << ' ' << c.sig_min;
     EXPECT_EQ(norm(r.calib[0].B) > 0, c.corrected);
   }
@@ -405,7 +409,7 @@ TEST(Inversion, DriftAfterTheCalibration) {
   p.DCC = true;
   InvResult r;
   ASSERT_TRUE(inv_CalTAWarp("", sim.in, p, r));
-  ASSERT_EQ(r.Tt[0].size(), 1u);
+  ASSERT_EQ(r.swaths[SwathId(0)].Tt.size(), 1u);
   EXPECT_LT(norm(corrected_error(sim, r).rms), 0.02);
   EXPECT_GT(r.cal_sigma.size(), 0u);  // the calibration stood alone in step 1
 }
@@ -420,8 +424,8 @@ TEST(Inversion, Files) {
   const std::string base = dir.path + "/p";
   ASSERT_TRUE(inv_CalTAWarp(base, sim.in, boresight(), r));
   EXPECT_EQ(read_text(base + "_int_rej.log"), "Pair# Swath#1 Swath#2 Down%\n12 " +
-                                                  std::to_string(sim.in.pairs[2].sw1) + " " +
-                                                  std::to_string(sim.in.pairs[2].sw2) + " 100.000\n");
+                                                  to_string(sim.in.pairs[2].sw1) + " " +
+                                                  to_string(sim.in.pairs[2].sw2) + " 100.000\n");
   Calib back;
   ASSERT_TRUE(back.read_file(base + "_cal.txt"));
   EXPECT_NEAR(back.B.x, r.calib[0].B.x, 1e-8);

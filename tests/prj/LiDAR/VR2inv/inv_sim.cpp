@@ -144,13 +144,12 @@ SimProject simulate(const SimParam& par) {
 
   SimProject sim;
   sim.in.GSD = 0.5f;
-  sim.in.swaths.resize(flights.size());
   sim.truth.resize(flights.size());
   for (size_t i = 0; i < flights.size(); i++) {
     const Flight& f = flights[i];
-    InvSwath& w = sim.in.swaths[i];
+    InvSwath w;
     w.group = f.s.fixed ? 0 : f.s.group;
-    w.mainch = static_cast<int>(i);
+    w.mainch = SwathId(static_cast<int>(i));
     w.fl = f.s.fixed ? -1 : 0;
     w.fixed = f.s.fixed;
     w.tmin = f.t0;
@@ -171,6 +170,7 @@ SimProject simulate(const SimParam& par) {
       w.samples.O(k) = f.O_rec(t);
       w.samples.Att(k) = f32(f.Att_rec(t));
     }
+    sim.in.swaths.push_back(w);
   }
 
   for (size_t i = 0; i < flights.size(); i++)
@@ -182,7 +182,7 @@ SimProject simulate(const SimParam& par) {
           if (a.sees(x, y) && b.sees(x, y) && !(a.s.fixed && b.s.fixed)) X.push_back({x, y, ground(x, y)});
       if (X.empty()) continue;
       InvPair p;
-      p.sw1 = static_cast<int>(i), p.sw2 = static_cast<int>(j);
+      p.sw1 = SwathId(static_cast<int>(i)), p.sw2 = SwathId(static_cast<int>(j));
       const uint64_t n = X.size();
       p.P.resize(n), p.Def.resize(n), p.Unc.resize(n), p.t1.resize(n), p.t2.resize(n);
       p.O1.resize(n), p.O2.resize(n), p.Att1.resize(n), p.Att2.resize(n);
@@ -206,8 +206,9 @@ SimProject simulate(const SimParam& par) {
 SimError corrected_error(const SimProject& sim, const InvResult& res, const GeomFlags& flags) {
   dxyz sum = {0, 0, 0}, sum2 = {0, 0, 0};
   double n = 0;
-  for (size_t s = 0; s < sim.in.swaths.size(); s++) {
+  for (const SwathId s : sim.in.swaths.ids()) {
     const InvSwath& w = sim.in.swaths[s];
+    const InvCorr& found = res.swaths[s];
     if (w.fixed) continue;
     for (uint64_t k = 0; k < w.samples.P.size(); k++) {
       Vector<PO> po(2);  // a trajectory that stands still at this sample
@@ -220,17 +221,17 @@ SimError corrected_error(const SimProject& sim, const InvResult& res, const Geom
       c.po = &po;
       c.rot = w.rot;
       c.flags = flags;
-      const Calib cal = res.sw2cal[s] < 0 ? Calib{} : res.calib[res.sw2cal[s]];
+      const Calib cal = found.cal < 0 ? Calib{} : res.calib[found.cal];
       c.CL = res.CL, c.CB = res.CB, c.CI = res.CI;
       c.L = cal.L, c.B = cal.B;
       for (int i = 0; i < N_INTERNAL; i++) c.I[i] = cal.I(i);
       c.CT = res.CT, c.CA = res.CA;
-      c.Tt = &res.Tt[s], c.At = &res.At[s], c.t0 = res.t0[s], c.Dt = res.Dt[s];
+      c.Tt = &found.Tt, c.At = &found.At, c.t0 = found.t0, c.Dt = found.Dt;
       if (res.has_shift) c.S = to_xyz(res.shift);
       if (!init_SwathCorr(c)) return {{1e9, 1e9, 1e9}, {1e9, 1e9, 1e9}};
       CorrCursor cursor;
       const xyz C = comp_point_corr(c, cursor, w.samples.P(k), w.samples.t(k));
-      const dxyz e = w.samples.P(k) + to_dxyz(C) - sim.truth[s](k);
+      const dxyz e = w.samples.P(k) + to_dxyz(C) - sim.truth[s.number](k);
       sum += e;
       sum2 += {e.x * e.x, e.y * e.y, e.z * e.z};
       n++;

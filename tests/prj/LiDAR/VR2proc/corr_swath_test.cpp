@@ -250,10 +250,12 @@ TEST(CorrLog, NodesAndStatistics) {
   InvResult res;
   res.CT = res.CA = true;
   for (int sw = 0; sw < 2; sw++) {  // x drifts by 1 mm a second
-    res.Tt.push_back({{0.1f, 0, 0}, {0.11f, 0, 0}, {0.12f, 0, 0}});
-    res.At.push_back({{0, 0, 0}, {0, 0, 0}, {0.01f, 0, 0}});
-    res.t0.push_back(T0);
-    res.Dt.push_back(10);
+    InvCorr corr;
+    corr.Tt = {{0.1f, 0, 0}, {0.11f, 0, 0}, {0.12f, 0, 0}};
+    corr.At = {{0, 0, 0}, {0, 0, 0}, {0.01f, 0, 0}};
+    corr.t0 = T0;
+    corr.Dt = 10;
+    res.swaths.push_back(corr);
   }
   const Vector<PO> po = straight_track(T0 - 2, 14);
   ASSERT_TRUE(log_corr(res, SwathId(0), {0, 0, 1}, po));

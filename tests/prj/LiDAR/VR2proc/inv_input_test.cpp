@@ -14,14 +14,15 @@ struct TestPair {
 
 TEST(SetNfull, PairsStandForTheSkippedOnesOfTheirLines) {
   // Two lines of two channels (0 and 1, 2 and 3), one line of a single channel (4), a reference (5).
-  std::vector<InvSwath> swaths(6);
-  for (size_t i = 0; i < swaths.size(); i++) {
-    swaths[i].mainch = static_cast<int>(i);
-    swaths[i].fl = i < 5 ? 0 : -1;
-    swaths[i].fixed = i == 5;
+  const int main[6] = {0, 0, 2, 2, 4, 5};
+  SwathVector<InvSwath> swaths;
+  for (int i = 0; i < 6; i++) {
+    InvSwath s;
+    s.mainch = SwathId(main[i]);
+    s.fl = i < 5 ? 0 : -1;
+    s.fixed = i == 5;
+    swaths.push_back(s);
   }
-  swaths[1].mainch = 0;
-  swaths[3].mainch = 2;
   const struct {
     const char* what;
     std::vector<TestPair> pairs;
@@ -37,8 +38,8 @@ TEST(SetNfull, PairsStandForTheSkippedOnesOfTheirLines) {
     std::vector<InvPair> pairs;
     for (const TestPair& t : c.pairs) {
       InvPair p;
-      p.sw1 = t.sw1;
-      p.sw2 = t.sw2;
+      p.sw1 = SwathId(t.sw1);
+      p.sw2 = SwathId(t.sw2);
       p.P.resize(t.n);
       pairs.push_back(std::move(p));
     }
