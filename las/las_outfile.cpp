@@ -85,8 +85,8 @@ bool LasOutFile::finish() {
   if (!flush()) return false;
   const int fd = fd_;
   fd_ = -1;
-  bool ok = ::close(fd) == 0;  // a full disk may show up only here
-  if (!ok) fail("close error");
+  bool ok = sync_file(fd) || fail("write error");  // a full disk may show up only here
+  if (::close(fd) != 0 && ok) ok = fail("close error");
   if (ok && !result_.commit()) ok = fail("rename error");
   if (!ok) result_.give_up();
   return ok;

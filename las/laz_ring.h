@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "las/las_context.h"
+#include "lib/threads/pool.h"
 
 namespace veld {
 template <typename Slot>
@@ -58,7 +59,9 @@ class ChunkRing {
     }
     if (nworkers_ > 0 && pending() > 1) {  // a lone chunk is coded by the owner when it takes it
       while (workers_.size() < static_cast<size_t>(nworkers_))
-        workers_.emplace_back([this, thread = static_cast<int>(workers_.size()) + 1] { work(thread); });
+        if (!add_thread(workers_, [this, thread = static_cast<int>(workers_.size()) + 1] { work(thread); }))
+          nworkers_ =
+              static_cast<int>(workers_.size());  // those that there are, or the owner alone, do the work
       change_.notify_all();
     }
   }

@@ -1,5 +1,6 @@
 #include "lib/general/path.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,6 +101,21 @@ std::string real_path(const std::string& path) {
   const std::string result = text ? text : path;
   std::free(text);
   return result;
+}
+bool sync_file(int fd) {
+  int result = 0;
+  do result = fsync(fd);
+  while (result != 0 && errno == EINTR);
+  return result == 0 || errno == EINVAL || errno == EROFS || errno == ENOSYS || errno == ENOTSUP;
+}
+bool sync_file(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool ok = sync_file(fd);
+  const int reason = errno;
+  close(fd);
+  errno = reason;
+  return ok;
 }
 bool remove_file(const std::string& path) { return unlink(path.c_str()) == 0; }
 bool rename_file(const std::string& from, const std::string& to) {

@@ -31,6 +31,10 @@ bool same_file(const std::string& a, const std::string& b);  // same device and 
 bool name_fits(const std::string& path);
 std::string real_path(const std::string& path);  // unchanged when it cannot be resolved
 bool remove_file(const std::string& path);
+// Waits until the content of a file is on the disk, so that a name given behind it never stands for less. False with
+// errno when it cannot get there; a file system that knows no such order is no failure.
+[[nodiscard]] bool sync_file(int fd);
+[[nodiscard]] bool sync_file(const std::string& path);
 bool rename_file(const std::string& from, const std::string& to);
 // The same for a result that was written beside its final name; an ERROR line says why it failed.
 [[nodiscard]] bool publish_file(const std::string& part, const std::string& name);

@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <thread>
 
+#include "lib/general/log.h"
 #include "lib/general/logfiles.h"
 #include "lib/general/path.h"
 
@@ -80,6 +82,14 @@ bool BinResultFile::open(const std::string& name) {
   result_.begin(name);
   if (file_.open(result_.part(), 0)) return true;
   result_.forget();
+  return false;
+}
+
+bool BinResultFile::commit_synced() {
+  if (!file_.close()) return false;
+  if (sync_file(result_.part())) return result_.commit();
+  ERROR_MSG("write error, file='" << result_.part() << "': " << std::strerror(errno));
+  result_.give_up();
   return false;
 }
 

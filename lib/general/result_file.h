@@ -60,6 +60,8 @@ class BinResultFile {
   [[nodiscard]] bool write(const void* from, uint64_t n) { return file_.write(from, n); }
   [[nodiscard]] bool close() { return file_.close(); }
   [[nodiscard]] bool commit() { return file_.close() && result_.commit(); }
+  // The same once the content is on the disk: for files that cost hours. False after an ERROR line.
+  [[nodiscard]] bool commit_synced();
   bool is_open() const { return result_.is_open(); }
 
  private:

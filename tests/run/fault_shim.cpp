@@ -1,6 +1,7 @@
 // Preloaded into the program under test: lets one call of the C library fail, the nth of its kind.
-// VELD_FAULT=kind:n:how    kind: open read write rename link unlink close alloc thread
-//                          how:  fail, or for read and write short (half of it) and eintr (interrupted once)
+// VELD_FAULT=kind:n:how    kind: open read write sync rename link unlink close alloc thread
+//                          how:  fail, from (and all later ones), or for read and write short (half of it) and eintr
+//                          (interrupted once)
 // VELD_FAULT_COUNT=file    writes the number of calls of each kind there at the end instead.
 // Counted are calls on files below the current directory or a temporary one, from the program's first thread start
 // on: what the loader and the C library do for themselves is not the program's.
@@ -26,10 +27,10 @@ void* __libc_memalign(size_t align, size_t n);
 }
 
 namespace {
-enum Kind { OPEN, READ, WRITE, RENAME, LINK, UNLINK, CLOSE, ALLOC, THREAD, KINDS };
-const char* const NAMES[KINDS] = {"open",   "read",  "write", "rename", "link",
-                                  "unlink", "close", "alloc", "thread"};
-enum How { FAIL, SHORT, EINTR_ONCE };
+enum Kind { OPEN, READ, WRITE, SYNC, RENAME, LINK, UNLINK, CLOSE, ALLOC, THREAD, KINDS };
+const char* const NAMES[KINDS] = {"open", "read",   "write", "sync",  "rename",
+                                  "link", "unlink", "close", "alloc", "thread"};
+enum How { FAIL, FROM, SHORT, EINTR_ONCE };
 
 std::atomic<long> calls[KINDS];
 int kind = -1;
@@ -54,7 +55,10 @@ F next(const char* name) {
   if (std::sscanf(order, "%15[^:]:%ld:%15s", word, &nth, mode) != 3) return;
   for (int k = 0; k < KINDS; k++)
     if (std::strcmp(word, NAMES[k]) == 0) kind = k;
-  how = std::strcmp(mode, "short") == 0 ? SHORT : std::strcmp(mode, "eintr") == 0 ? EINTR_ONCE : FAIL;
+  how = std::strcmp(mode, "short") == 0   ? SHORT
+        : std::strcmp(mode, "eintr") == 0 ? EINTR_ONCE
+        : std::strcmp(mode, "from") == 0  ? FROM
+                                          : FAIL;
 }
 
 [[gnu::destructor]] void write_counts() {
@@ -69,7 +73,7 @@ F next(const char* name) {
 bool strikes(Kind k) {
   if (!started) return false;
   const long n = ++calls[k];
-  return k == kind && n == nth;
+  return k == kind && (how == FROM ? n >= nth : n == nth);
 }
 
 bool is_ours(const char* path) {
@@ -149,7 +153,7 @@ PREAD(pread, off_t)
 PREAD(pread64, off64_t)
 size_t fread(void* to, size_t size, size_t n, std::FILE* file) {
   NEXT(fread);
-  if (!counted(fileno(file)) || !strikes(READ) || how != FAIL) return real(to, size, n, file);
+  if (!counted(fileno(file)) || !strikes(READ) || how > FROM) return real(to, size, n, file);
   return failed<size_t>(EIO, 0);
 }
 
@@ -165,9 +169,23 @@ ssize_t writev(int fd, const struct iovec* parts, int n) {
   if (how == SHORT && n > 1) return real(fd, parts, 1);
   return failed<ssize_t>(how == EINTR_ONCE ? EINTR : ENOSPC, -1);
 }
+#define PWRITE(name, offset_type)                                      \
+  ssize_t name(int fd, const void* from, size_t n, offset_type at) {   \
+    NEXT(name);                                                        \
+    if (!counted(fd) || !strikes(WRITE)) return real(fd, from, n, at); \
+    if (how == SHORT) return real(fd, from, n > 1 ? n / 2 : n, at);    \
+    return failed<ssize_t>(how == EINTR_ONCE ? EINTR : ENOSPC, -1);    \
+  }
+PWRITE(pwrite, off_t)
+PWRITE(pwrite64, off64_t)
+int fsync(int fd) {
+  NEXT(fsync);
+  if (!counted(fd) || !strikes(SYNC)) return real(fd);
+  return failed(how == EINTR_ONCE ? EINTR : EIO, -1);
+}
 size_t fwrite(const void* from, size_t size, size_t n, std::FILE* file) {
   NEXT(fwrite);
-  if (!counted(fileno(file)) || !strikes(WRITE) || how != FAIL) return real(from, size, n, file);
+  if (!counted(fileno(file)) || !strikes(WRITE) || how > FROM) return real(from, size, n, file);
   return failed<size_t>(ENOSPC, 0);
 }
 

@@ -22,5 +22,15 @@ TEST(Faults, ASampleOfEachKindEndsInOrderOrDoesNoHarm) {
   EXPECT_GT(all.ended, 5);
   EXPECT_EQ(all.bad(), 0) << all.notes;
 }
+
+// Without the first thread nothing reports signals: a run does not begin. All others are helpers.
+TEST(Faults, WorkIsDoneByTheThreadsThatThereAre) {
+  const HostileProject project;
+  ASSERT_FALSE(project.good.empty());
+  Tally all;
+  for (const long n : {2L, 3L, 9L}) inject_fault(project, "thread", n, "from", all, 3);
+  EXPECT_EQ(all.went_on, 3) << all.notes;
+  EXPECT_EQ(all.bad(), 0) << all.notes;
+}
 }  // namespace veld
 #endif

@@ -32,7 +32,7 @@ std::vector<std::string> HostileProject::args(int n, int nthreads) const {
           "-utm",      "33",
           "-po",       "traj.out",
           "-i",        "L0?.las",
-          "-out",      "*_c.las",
+          "-out",      "*_c.laz",
           "-tmpdir",   "t",
           "-odir",     "o" + std::to_string(n),
           "-nthreads", std::to_string(nthreads)};

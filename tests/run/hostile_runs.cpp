@@ -52,10 +52,10 @@ void undisturbed_run(const HostileProject& project, const std::string& what, Tal
 }
 
 void inject_fault(const HostileProject& project, const std::string& kind, long n, const std::string& how,
-                  Tally& tally) {
+                  Tally& tally, int nthreads) {
   const std::string what = kind + ":" + std::to_string(n) + ":" + how;
   project.clear();
-  const RunOutput r = project.program.run(project.args(1), preload("VELD_FAULT", what));
+  const RunOutput r = project.program.run(project.args(1, nthreads), preload("VELD_FAULT", what));
   tally.tried++;
   const std::string differences = project.differences(), partial = project.partial_results();
   if (r.code == 0 && differences.empty())

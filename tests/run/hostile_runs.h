@@ -28,9 +28,10 @@ struct FaultKind {
 };
 std::vector<FaultKind> count_calls(const HostileProject& project);
 
-// Runs from nothing with the nth call of a kind failing (how: fail, short, eintr), then again undisturbed.
+// Runs from nothing with the nth call of a kind failing (how: fail, from: and all later ones, short, eintr), then again
+// undisturbed.
 void inject_fault(const HostileProject& project, const std::string& kind, long n, const std::string& how,
-                  Tally& tally);
+                  Tally& tally, int nthreads = 1);
 
 // The same run again; enters bad_rerun and locks.
 void undisturbed_run(const HostileProject& project, const std::string& what, Tally& tally);

@@ -109,7 +109,9 @@ bool close_DUT_IDX(DUTwriter& w) {
   ok = w.idx.close() && ok;
   // The older index goes first: whatever happens in between, no index describes another's records.
   if (ok && w.reg && is_regular_file(w.name + IDX_EXT)) ok = remove_file(w.name + IDX_EXT);
-  return ok && (!w.reg || (w.dut.commit() && publish_sums(w.name + SUM_EXT, {{DUT_EXT, w.sums.finish()}}))) &&
+  return ok &&
+         (!w.reg ||
+          (w.dut.commit_synced() && publish_sums(w.name + SUM_EXT, {{DUT_EXT, w.sums.finish()}}))) &&
          w.idx.commit();
 }
 }  // namespace veld
