@@ -94,8 +94,9 @@ bool BinResultFile::commit_synced() {
 }
 
 void remove_unfinished_results() {
+  // Who holds the lock for a second is stuck while it opens a file, perhaps this thread itself with an allocation that
+  // failed there. The list is whole then: nodes are made before they are entered.
   std::unique_lock lock(unfinished().mutex, std::chrono::seconds(1));
-  if (!lock.owns_lock()) return;
   lock.release();  // for good: no other result is begun
   for (const std::string& part : unfinished().parts) remove_file(part);
   if (unfinished().parts.empty()) return;

@@ -104,7 +104,10 @@ TEST_F(BadInput, EndsInAClearLine) {
       {"swaths apart", align({"far.las", "L02.las"}),
        "ERROR: geometry of far.las against trajectory traj.out: points lie 20.0 km beside the trajectory"},
       {"one swath", align({"L01.las"}),
-       "ERROR: registration cannot be done with a single swath\n" + registration},
+       "ERROR: registration cannot be done with a single swath: give those that overlap it (-i), or -corr "
+       "and a "
+       "displacement file\n" +
+           registration},
       {"no GPS times", align({"notime1.las", "notime2.las"}),
        "ERROR: no valid data to work with\n" + registration},
       {"trajectory of another time", align({"late1.las", "late2.las"}),

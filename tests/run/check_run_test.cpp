@@ -2,8 +2,11 @@
 // before anything else runs.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <filesystem>
 #include <functional>
+#include <regex>
+#include <sstream>
 
 #include "prj/LiDAR/options/outputs.h"
 #include "tests/run/scored_project.h"
@@ -131,6 +134,24 @@ TEST(CheckRun, CorrectedFilesAreNoInput) {
   }
 }
 
+// Words of the headers of a file that an explanation lacks: of its first line and those behind blank ones, without
+// axes in braces and the units at the end.
+std::string unexplained(const std::string& text, const std::string& columns) {
+  std::istringstream lines(text);
+  std::string missing;
+  bool header = true;
+  for (std::string line; std::getline(lines, line); header = line.empty()) {
+    if (!header || line.empty() || line[0] == '#') continue;
+    line = std::regex_replace(line.substr(0, line.find(" [")), std::regex("\\{[^}]*\\}"), "");
+    std::istringstream words(line);
+    for (std::string word; words >> word;) {
+      const std::string name = word.substr(0, word.find(':'));
+      if (!std::isdigit(static_cast<unsigned char>(name[0])) && !holds(columns, name)) missing += " " + name;
+    }
+  }
+  return missing;
+}
+
 // Every file of a run is explained, with the columns that it has.
 TEST(CheckRun, OutputsAreThoseOfTheirTable) {
   EXPECT_EQ(read_text(SOURCE_PATH "/docs/outputs.md"), outputs_text())
@@ -145,6 +166,9 @@ TEST(CheckRun, OutputsAreThoseOfTheirTable) {
     const OutputTable* const row = output_of(name.substr(7));
     ASSERT_NE(row, nullptr) << "not in the table";
     EXPECT_TRUE(read_text(entry.path()).starts_with(row->header));
+    if (name.ends_with("_stat.log") || name.ends_with("TA.log") || name.ends_with("_cal.log")) {
+      EXPECT_EQ(unexplained(read_text(entry.path()), row->columns), "");
+    }
     nfiles++;
   }
   EXPECT_GE(nfiles, 15);

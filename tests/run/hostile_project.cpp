@@ -70,8 +70,7 @@ std::string HostileProject::partial_results(int n) const {
   std::string text;
   for (const auto& [name, bytes] : read_results(folder(*this, n))) {
     const auto at = good.find(name);
-    // The tables of the scan and of the check before the work stand there first, whole.
-    if (name == "project_PO_stat.log" || name == "project_PO_sync_stat.log") continue;
+    if (name == "project_PO_stat.log") continue;  // the table of the scan stands there first, whole
     if (at == good.end() || at->second != bytes) text += name + "\n";
   }
   return text;

@@ -253,7 +253,7 @@ TEST_F(Messages, TrajectoriesAndMounts) {
     return with(joined({"-i", "b.las", "-po", "t.out", "-po", "u.out"}, more));
   };
   expect({
-      {with({}), {"ERROR: PO files required for correction"}},
+      {with({}), {"ERROR: PO files required for correction: give the trajectories (-po)"}},
       {with({"-po", "x.out"}), {"ERROR: could not find file x.out", PO_STOP}},
       {with({"-po", "t.out", "t.out"}), {"ERROR: duplicate file t.out", PO_STOP}},
       {with({"-po_list", "x.lst"}), {"ERROR: could not find list of files x.lst", PO_STOP}},

@@ -161,22 +161,23 @@ void set_totals(const QCsum& sum, double& stddev, double& rms, double& area) {
 }
 
 // A line a measured pair, then the totals. pixel: m2.
-bool write_DZcorr_log(const std::string& name, const std::vector<SwPair>& pairs,
-                      const std::vector<DZstat>& stats, double pixel, const QCcorrResult& total) {
+bool write_DZcorr_log(const Project& prj, const std::vector<SwPair>& pairs, const std::vector<DZstat>& stats,
+                      double pixel, const QCcorrResult& total) {
   const bool km = total.area >= 1e6;
   const char* unit_name = km ? "km2" : "m2";
   const double unit = km ? 1e6 : 1;
   ResultFile out;
-  if (!out.open(name)) return false;
-  out.fs << DZ_STAT_HEADER << unit_name << '\n';
+  if (!out.open(prj.name + "_DZcorr_stat.log")) return false;
+  out.fs << DZ_STAT_HEADER << unit_name << DZ_STAT_NAMES << '\n';
   for (size_t i = 0; i < stats.size(); i++) {
     const DZstat& s = stats[i];
     if (s.n == 0) continue;
     out.fs << pairs[i].number << ' ' << pairs[i].sw1 << ' ' << pairs[i].sw2 << ' ' << s.m << ' ' << s.s << ' '
            << s.rms << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' '
-           << static_cast<double>(s.n) * pixel / unit << '\n';
+           << static_cast<double>(s.n) * pixel / unit << pair_names(prj.swaths, pairs[i].sw1, pairs[i].sw2)
+           << '\n';
   }
-  out.fs << "\nNPairs StdDev RMS Area:" << unit_name << '\n'
+  out.fs << "\nNPairs StdDev RMS Area:" << unit_name << " [StdDev RMS m]\n"
          << total.nused << ' ' << total.stddev << ' ' << total.rms << ' ' << total.area / unit << '\n';
   return out.commit();
 }
@@ -255,7 +256,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   result.npixel = result.Mpix * 1e6;
   set_totals(sum, result.stddev, result.rms, result.area);
   set_totals(sum0, result.stddev0, result.rms0, result.area0);
-  if (!write_DZcorr_log(prj.name + "_DZcorr_stat.log", pairs, stats, GSD * GSD, result)) return false;
+  if (!write_DZcorr_log(prj, pairs, stats, GSD * GSD, result)) return false;
   if (!picture.save(prj.name + "_DZcorr", "corrected Z-difference")) return false;
   LOG_MSG("ORIGINAL DATA STATISTICS (SAME GROUND)");
   LOG_MSG("StdDev DZ=" << result.stddev0 << " RMS DZ=" << result.rms0 << " Area=" << result.area0 << " m2");

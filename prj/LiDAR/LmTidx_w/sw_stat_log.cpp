@@ -15,12 +15,7 @@ struct LengthUnit {
   double factor;       // from metres
 };
 
-// A date as one word, so that every column of the table is one.
-std::string date_word(double t, bool adj) {
-  std::string text = date_text(t, adj);
-  std::replace(text.begin(), text.end(), ' ', adj ? 'T' : '_');
-  return text;
-}
+constexpr char STAT_UNITS[] = "[MPts million, Heading degrees, Density 1/m2, GGSD X Y Z m";
 
 double mega(uint64_t n) { return static_cast<double>(n) * 1e-6; }
 
@@ -35,7 +30,8 @@ void write_common(ResultFile& out, const Swath& sw, const SwathStat& s, const Le
 void write_mobile(ResultFile& out, const Project& prj, const ProjectStat& stat, const LengthUnit& u) {
   out.fs << "Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter
          << "m Area:" << u.letter << "m2 Heading Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed "
-         << "DateTimeMin DateTimeMax Amin Amax AdjGPS RO WRO TimeRes DTmax Dev Devmax\n";
+         << "DateTimeMin DateTimeMax Amin Amax AdjGPS RO WRO TimeRes DTmax Dev Devmax FileName " << STAT_UNITS
+         << ", DateTime UTC, A degrees, TimeRes DTmax s]\n";
   for (const Swath& sw : prj.swaths.present()) {
     if (sw.fixed) continue;
     const SwathStat& s = stat.swaths[sw.id];
@@ -44,7 +40,7 @@ void write_mobile(ResultFile& out, const Project& prj, const ProjectStat& stat, 
     out.fs << date_word(clock.tmin, clock.raw_adj) << ' ' << date_word(clock.tmax, clock.raw_adj) << ' '
            << s.info.amin << ' ' << s.info.amax << ' ' << clock.raw_adj << ' '
            << (clock.rover != Rollover::none) << ' ' << (clock.rover == Rollover::week) << ' ' << s.info.mdt
-           << ' ' << s.info.maxdt << ' ' << s.info.mdev << ' ' << s.info.maxdev << '\n';
+           << ' ' << s.info.maxdt << ' ' << s.info.mdev << ' ' << s.info.maxdev << ' ' << sw.path() << '\n';
   }
   out.fs << '\n';
 }
@@ -53,11 +49,12 @@ void write_reference(ResultFile& out, const Project& prj, const ProjectStat& sta
   if (std::ranges::none_of(prj.swaths.present(), &Swath::fixed)) return;
   out.fs << "RefSwath# Group# Ch# MainCh MPts NTiles NmTiles Length:" << u.letter << "m Width:" << u.letter
          << "m Area:" << u.letter
-         << "m2 Ori Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed TimeMin TimeMax\n";
+         << "m2 Ori Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed TimeMin TimeMax FileName "
+         << STAT_UNITS << ", Time s]\n";
   for (const Swath& sw : prj.swaths.present()) {
     if (!sw.fixed) continue;
     write_common(out, sw, stat.swaths[sw.id], u);
-    out.fs << sw.clock.tmin << ' ' << sw.clock.tmax << '\n';
+    out.fs << sw.clock.tmin << ' ' << sw.clock.tmax << ' ' << sw.path() << '\n';
   }
   out.fs << '\n';
 }
@@ -82,7 +79,9 @@ void write_project(ResultFile& out, const Project& prj, const ProjectStat& stat,
   }
   out.fs << "NSwaths NGrp MPts NTiles NmTiles BBox_DX:" << u.letter << "m BBox_DY:" << u.letter
          << "m TileSize mTileSize Density Dim GGSD Xmin Xmax Ymin Ymax Zmin Zmax Zmed Zmin0 Zmax0 Distance:"
-         << u.letter << "m Speed FlightTime TimeRes DTmax Dev Devmax\n";
+         << u.letter
+         << "m Speed FlightTime TimeRes DTmax Dev Devmax [TileSize mTileSize GGSD X Y Z m, Density 1/m2, "
+            "Speed m/s, FlightTime TimeRes DTmax s]\n";
   out.fs << nsw << ' ' << prj.ngrp << ' ' << mega(stat.np) << ' ' << nt << ' ' << stat.nmt << ' '
          << (hi[0] - lo[0]) * u.factor << ' ' << (hi[1] - lo[1]) * u.factor << ' ' << prj.scale.Tsize << ' '
          << prj.scale.mTsize << ' ' << stat.density << ' ' << prj.scale.dim << ' ' << prj.scale.GSD() << ' '

@@ -40,6 +40,7 @@ struct SwPair {  // a pair of the list
 
 // Of the logs of height differences, up to the unit of area.
 constexpr char DZ_STAT_HEADER[] = "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:";
+constexpr char DZ_STAT_NAMES[] = " FileName1 FileName2 [Mean StdDev RMS m]";  // its end, behind the unit
 
 struct InterParam {
   bool REG = true;  // register; false: accurate QC only, no DUT files

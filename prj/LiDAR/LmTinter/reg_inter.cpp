@@ -93,10 +93,11 @@ void put_DZ_line(ResultFile& log, const SwPair& pair, const DZstat& s, const Reg
   sum.add(s, m2);
   if (!log.is_open()) return;
   log.fs << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2 << ' ' << s.m << ' ' << s.s << ' ' << s.rms
-         << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2 << '\n';
+         << ' ' << 100 * s.out << ' ' << 100 * std::max(s.ff, 0.0f) << ' ' << m2 / run.unit.m2
+         << pair_names(run.prj.swaths, pair.sw1, pair.sw2) << '\n';
 }
 
-void put_DXYZ_line(ResultFile& log, const SwPair& pair, const StatXYZ& s) {
+void put_DXYZ_line(ResultFile& log, const SwathTable& swaths, const SwPair& pair, const StatXYZ& s) {
   if (!log.is_open()) return;
   std::ofstream& fs = log.fs;
   fs << pair.number << ' ' << pair.sw1 << ' ' << pair.sw2;
@@ -104,7 +105,7 @@ void put_DXYZ_line(ResultFile& log, const SwPair& pair, const StatXYZ& s) {
     fs << "  ";
     put_xyz(fs, v);
   }
-  fs << "  " << s.n << '\n';
+  fs << "  " << s.n << pair_names(swaths, pair.sw1, pair.sw2) << '\n';
 }
 
 bool open_log(ResultFile& log, const std::string& name, const std::string& header) {
@@ -115,12 +116,13 @@ bool open_log(ResultFile& log, const std::string& name, const std::string& heade
 
 bool open_logs_DUT(RegRun& run, const DUTidx& head) {
   if (run.param.nop) return true;
-  const std::string DZ = DZ_STAT_HEADER + std::string(run.unit.name);
+  const std::string DZ = DZ_STAT_HEADER + std::string(run.unit.name) + DZ_STAT_NAMES;
   if (!open_log(run.dz, run.prj.name + "_DZ_stat.log", DZ)) return false;
   if (!run.param.REG) return true;
   return open_log(run.dzreg, run.prj.name + "_DZreg_stat.log", DZ) &&
          open_log(run.dxyz, run.prj.name + "_DXYZreg_stat.log",
-                  "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts") &&
+                  "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts "
+                  "FileName1 FileName2 [m]") &&
          open_DUT_IDX(run.dut, run.prj.name, head, true, false);
 }
 
@@ -140,7 +142,7 @@ bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& res
     if (!run.dzreg_img.add(out.tiles, out.dz)) return false;
   }
   if (out.registered) {
-    put_DXYZ_line(run.dxyz, p, out.disp);
+    put_DXYZ_line(run.dxyz, run.prj.swaths, p, out.disp);
     run.disp.add(out.disp);
     if (!add_vectors(run, out.rec)) return false;
   }

@@ -1,5 +1,6 @@
 // The sequences of a synchronisation: with and without registration data.
 #include <algorithm>
+#include <utility>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -97,20 +98,25 @@ bool recomputed_attitude(const POgroup& group, const POscan& scan, const Vector<
   return false;
 }
 
-// Reads the part of a file that its group needs. False: the file takes part in nothing more.
-bool load_file(SyncJob& job, int f, Vector<PO>& po) {
+// The part of a file that its group needs, read unless it is at hand. False: the file takes part in nothing more.
+bool load_file(SyncJob& job, int f, StoredTrack& track) {
   POfileState& file = job.file(f);
   const POgroupState& group = job.group(job.file_group(f));
-  const double margin = END_TOL + job.par.buf;
+  const double margin = END_TOL + job.par.buf + job.par.more;
   POread par = PO_read_param(job.file_param(f));
   par.deltat = file.TimeCorr;
   par.unroll = false;  // whole turns are a matter of each swath
   par.tinf = std::max(file.tmin, group.Tmin) - margin;
   par.tsup = std::min(file.tmax, group.Tmax) + margin;
-  bool adj = false;
-  file.ok = read_PO(job.file_path(f), par, po, adj);
-  if (!file.ok) return false;
-  const POstat stat = comp_PO_dt_stat(po, PO_file_coord(file.scan.fmt, par.proj), adj);
+  Vector<PO>& po = track.po;
+  if (!find_track(job.par.tracks, job.file_path(f), par, track)) {
+    track.path = job.file_path(f);
+    track.stamp = file_stamp(track.path);
+    track.par = par;
+    file.ok = read_PO(track.path, par, po, track.adj);
+    if (!file.ok) return false;
+  }
+  const POstat stat = comp_PO_dt_stat(po, PO_file_coord(file.scan.fmt, par.proj), track.adj);
   file.dt = stat.dt;
   file.AREC = recomputed_attitude(job.file_param(f), file.scan, po, job.file_path(f));
   file.tmin = po.val[0].t;
@@ -119,13 +125,13 @@ bool load_file(SyncJob& job, int f, Vector<PO>& po) {
 }
 
 // Gives a swath to a file, or marks it as claimed twice. The file is projected at its first match.
-bool match_swath(SyncJob& job, int f, Swath& s, Vector<PO>& po, bool& projected) {
+bool match_swath(SyncJob& job, int f, Swath& s, StoredTrack& track, bool& boxed) {
   POfileState& file = job.file(f);
   int& fl = s.track.file;
-  if (!projected) {
-    const int proj = PO_file_coord(file.scan.fmt, job.file_param(f).geo);
-    if (!proj_PO(po, proj, job.prj.georef, job.file_path(f), file.min, file.max)) return false;
-    projected = true;
+  if (!boxed) {
+    const int proj = track.projected ? int{PO_PROJ} : PO_file_coord(file.scan.fmt, job.file_param(f).geo);
+    if (!proj_PO(track.po, proj, job.prj.georef, job.file_path(f), file.min, file.max)) return false;
+    track.projected = boxed = true;
   }
   if (fl == f || fl == -2) return true;
   if (fl >= 0) {
@@ -134,7 +140,7 @@ bool match_swath(SyncJob& job, int f, Swath& s, Vector<PO>& po, bool& projected)
   }
   s.track.AREC = file.AREC;
   bool cached = false;
-  if (!cache_PO_sw(job, s, f, po, cached)) return false;
+  if (!cache_PO_sw(job, s, f, track.po, cached)) return false;
   if (cached) fl = f;
   return true;
 }
@@ -148,22 +154,23 @@ bool sync_file(SyncJob& job, int f) {
   bool any = false;
   const double tol = job.par.tol;
   if (file.tmin - tol < group.Tmax && file.tmax + tol > group.Tmin) {  // else no swath can lie in it
-    Vector<PO> po;
-    if (!load_file(job, f, po)) return true;
-    bool projected = false;
+    StoredTrack track;
+    if (!load_file(job, f, track)) return true;
+    bool boxed = false;
     SwathVector<uint8_t> done(job.swaths());
     const auto visit = [&](SwathId id) {
       Swath& s = job.swaths()[id];
       if (done[id] || !matches(job, f, s)) return true;
       done[id] = 1;
       any = true;
-      return match_swath(job, f, s, po, projected);
+      return match_swath(job, f, s, track, boxed);
     };
     for (const DUTinter& pair : job.res.idx.pairs)
       if (!visit(pair.sw1) || !visit(pair.sw2)) return false;
     if (job.par.ALL || !any)
       for (const SwathId id : job.swaths().ids())
         if (!visit(id)) return false;
+    keep_track(job.par.tracks, std::move(track));
   }
   if (!any)
     WARNING_MSG("no matching swath for PO file " << job.file_path(f) << " in group " << g + 1 << ", channel "

@@ -81,7 +81,7 @@ POread PO_read_param(const POgroup& group) {
 bool scan_PO_time(SyncJob& job) {
   LOG_ENTER("scan_PO_time npo=" << job.nfiles());
   ResultFile out;
-  if (!out.open(job.prj.name + "_PO_stat.log")) return false;
+  if (job.par.reports && !out.open(job.prj.name + "_PO_stat.log")) return false;
   out.fs << "POFile# Group# Format Coord TimeFormat Att AdjGPSFile DateTime0 [Angle Parse] FileName\n";
   bool any = false;
   for (int f = 0; f < job.nfiles(); f++) {
@@ -100,12 +100,12 @@ bool scan_PO_time(SyncJob& job) {
     out.fs << f << ' ' << group << ' ' << PO_format_word(file.scan.fmt) << ' '
            << PO_coord_word(PO_file_coord(file.scan.fmt, par.geo)) << ' ' << PO_time_word(par.time) << ' '
            << (file.scan.yaw ? par.att : 1) << ' ' << file.scan.tadj << ' '
-           << date_text(file.scan.t0, file.scan.tadj) << ' ';
+           << date_word(file.scan.t0, file.scan.tadj) << ' ';
     if (file.scan.fmt == PO_TXT)
       out.fs << (par.rad ? "RAD " : "DEG ") << (par.col.empty() ? "txyzwpk" : par.col) << ' ';
     out.fs << real_path(job.file_path(f)) << '\n';
   }
-  return out.commit() && any;
+  return (!job.par.reports || out.commit()) && any;
 }
 
 bool grp_sync_time(SyncJob& job) {

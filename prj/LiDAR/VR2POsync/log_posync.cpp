@@ -23,13 +23,14 @@ std::string box_text(const dxyz& min, const dxyz& max) {
 }
 
 std::string span_text(double tmin, double tmax, bool adj) {
-  return interval_text(tmax - tmin) + " " + date_text(tmin, adj) + " " + date_text(tmax, adj);
+  return interval_text(tmax - tmin) + " " + date_word(tmin, adj) + " " + date_word(tmax, adj);
 }
 
 bool log_files(const SyncJob& job) {
   ResultFile out;
   if (!out.open(job.prj.name + "_PO_stat.log")) return false;
-  out.fs << "POFile# Freq TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax Zmin Zmax\n";
+  out.fs << "POFile# Freq TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax Zmin Zmax FileName "
+            "[Freq 1/s, DateTime UTC, X Y Z m]\n";
   dxyz min = {99999999, 99999999, 9999}, max = {-99999999, -99999999, -9999};
   double tmin = 2e307, tmax = -2e307;
   int n = 0;
@@ -40,8 +41,8 @@ bool log_files(const SyncJob& job) {
       if (job.file_group(f) != g || !file.used || file.tmin == file.tmax) continue;
       char head[64];
       std::snprintf(head, sizeof(head), "%3d %4.0f ", f, file.dt > 0 ? std::round(1 / file.dt) : 0);
-      out.fs << head << span_text(file.tmin, file.tmax, file.scan.tadj) << box_text(file.min, file.max)
-             << '\n';
+      out.fs << head << span_text(file.tmin, file.tmax, file.scan.tadj) << box_text(file.min, file.max) << ' '
+             << job.file_path(f) << '\n';
       grow_box(min, max, file.min);
       grow_box(min, max, file.max);
       tmin = std::min(tmin, file.tmin), tmax = std::max(tmax, file.tmax);
@@ -60,22 +61,24 @@ bool log_swaths(const SyncJob& job) {
   LOG_MSG("Writing PO file synchronization stats " << name);
   if (!out.open(name)) return false;
   out.fs << "Swath# POFile# Group# Ch# MainCh TimeCorr TimeInt DateTimeMin DateTimeMax Xmin Xmax Ymin Ymax "
-            "Zmin Zmax\n";
+            "Zmin Zmax FileName [TimeCorr s, DateTime UTC, X Y Z m]\n";
   for (const Swath& s : job.swaths()) {
     if (s.track.file < 0) continue;
     out.fs << s.id << ' ' << s.track.file << ' ' << s.group << ' ' << s.channel << ' ' << s.is_main() << ' '
            << s.clock.shift << ' ' << span_text(s.clock.begin, s.clock.end, s.clock.adj)
-           << box_text(s.track.min, s.track.max) << '\n';
+           << box_text(s.track.min, s.track.max) << ' ' << s.path() << '\n';
   }
-  out.fs << "\nPOFile# Group# Ch# TimeCorr TimeInt DateTimeMin DateTimeMax\n";
+  out.fs << "\nPOFile# Group# Ch# TimeCorr TimeInt DateTimeMin DateTimeMax FileName "
+            "[TimeCorr s, DateTime UTC]\n";
   for (int f = 0; f < job.nfiles(); f++) {
     const POfileState& file = job.file(f);
     if (!file.used) continue;
     out.fs << f << ' ' << job.file_group(f) + 1 << ' ' << job.channel_of_group(job.file_group(f)) << ' '
-           << file.TimeCorr << ' ' << span_text(file.tmin, file.tmax, file.scan.tadj) << '\n';
+           << file.TimeCorr << ' ' << span_text(file.tmin, file.tmax, file.scan.tadj) << ' '
+           << job.file_path(f) << '\n';
   }
   out.fs << "\nGroup# NSwathsSync NPOFilesSync GPSWeekIn GPSDayIn GPSWeek TimeInt DateTimeMin DateTimeMax "
-            "GPSWeekDate\n";
+            "GPSWeekDate [DateTime UTC]\n";
   for (int g = 0; g < static_cast<int>(res.groups.size()); g++) {
     const POgroupState& group = job.group(g);
     if (group.Tmin > group.Tmax) continue;
@@ -109,12 +112,12 @@ std::string unit_text(const char* label, double unit) {
   return unit == 1.0 && label == std::string(" Unit=") ? std::string() : label + word;
 }
 
-// Words for n swaths rejected out of nswm for one reason.
+// Words for n swaths rejected out of nswm for one reason. file: with their names, empty for none.
 void report_rejected(int n, int nswm, const char* reason, const std::string& file) {
   if (n == 0) return;
   if (n == nswm)
     WARNING_MSG("time sync failed for " << n << " mobile swaths (" << reason << ")");
-  else
+  else if (!file.empty())
     WARNING_MSG(n << " out of " << nswm << " mobile swaths rejected, " << reason << ", see file " << file);
 }
 }  // namespace
@@ -123,7 +126,7 @@ std::string interval_text(double seconds) { return hms_text(std::max(0.0, second
 
 bool log_posync(const SyncJob& job) {
   LOG_ENTER("log_posync nsw=" << job.swaths().size() << " npo=" << job.nfiles());
-  return log_files(job) && log_swaths(job);
+  return !job.par.reports || (log_files(job) && log_swaths(job));
 }
 
 SyncVerdict judge_sync(SyncJob& job) {
@@ -161,7 +164,8 @@ SyncVerdict judge_sync(SyncJob& job) {
 
 bool report_verdict(const SyncJob& job, const SyncVerdict& v) {
   LOG_ENTER("valid_PO_sync nsw=" << job.swaths().size() << " ALL=" << job.par.ALL);
-  const std::string swname = job.prj.name + "_sw_PO_rej.log", poname = job.prj.name + "_PO_rej.log";
+  const auto file = [&](const char* ext) { return job.par.reports ? job.prj.name + ext : std::string(); };
+  const std::string swname = file("_sw_PO_rej.log"), poname = file("_PO_rej.log");
   std::vector<std::string> swrej, porej;
   for (const Swath& s : job.swaths())
     if (s.state == SwathState::no_track) swrej.push_back(to_string(s.id) + " " + s.path());
@@ -173,9 +177,10 @@ bool report_verdict(const SyncJob& job, const SyncVerdict& v) {
     WARNING_MSG("time sync failed for " << v.nswmul << " mobile swaths (multiple matching PO files)");
   report_rejected(v.nswrejint, v.nswm, "no registration data", swname);
   report_rejected(v.nswrejmatch, v.nswm, "no single matching PO file", swname);
-  if (!porej.empty())
+  if (!porej.empty() && job.par.reports)
     WARNING_MSG(porej.size() << " out of " << v.ntraj << " PO files were rejected, see file " << poname);
   LOG_LINE("N PO used " << v.ntraj - static_cast<int>(v.unused.size()) << " out of " << v.ntraj);
+  if (!job.par.reports) return true;
   return write_rejected(swname, "Swath# FileName", swrej) &&
          write_rejected(poname, "POFile# FileName", porej);
 }

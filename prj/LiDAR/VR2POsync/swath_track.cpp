@@ -16,11 +16,14 @@ bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam&
   read.deltat = file.TimeCorr;
   read.tinf = swath.clock.begin - margin;
   read.tsup = swath.clock.end + margin;
-  bool adj = false;
+  read.unroll = false;  // as the synchronisation reads it
+  StoredTrack track;
   dxyz min, max;
-  if (!read_PO(source.path, read, po, adj) ||
-      !proj_PO(po, PO_file_coord(file.scan.fmt, group.geo), prj.georef, source.path, min, max))
+  if (!find_track(par.tracks, source.path, read, track) && !read_PO(source.path, read, track.po, track.adj))
     return false;
+  const int proj = track.projected ? int{PO_PROJ} : PO_file_coord(file.scan.fmt, group.geo);
+  if (!proj_PO(track.po, proj, prj.georef, source.path, min, max)) return false;
+  po.swap(track.po);
   const Mount* const mount = mount_of_swath(prj, swath);
   if (par.AROT && mount && !(mount->IMU == xyz{0, 0, 0})) rotate_IMU(po, mount->IMU);
   unroll_PO(po);

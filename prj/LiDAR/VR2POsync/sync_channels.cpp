@@ -73,14 +73,15 @@ bool set_max_interval_ch(SyncJob& job) {
       return false;
     }
     for (const SwathId id : set) swaths[id].clock.begin = tmin, swaths[id].clock.end = tmax;
+    if (!job.par.reports) continue;
     if (!any) {
       if (!out.open(job.prj.name + "_ch_stat.log")) return false;
-      out.fs << "Swath#_Ch{...} Group#_Ch{...} NCh TimeInt DateTimeMin DateTimeMax\n";
+      out.fs << "Swath#_Ch{...} Group#_Ch{...} NCh TimeInt DateTimeMin DateTimeMax [DateTime UTC]\n";
       any = true;
     }
     const bool adj = swaths[set[0]].clock.adj;
     out.fs << names << "  " << groups << "  " << set.size() << "  " << interval_text(tmax - tmin) << "  "
-           << date_text(tmin, adj) << "  " << date_text(tmax, adj) << '\n';
+           << date_word(tmin, adj) << "  " << date_word(tmax, adj) << '\n';
   }
   return !any || out.commit();
 }

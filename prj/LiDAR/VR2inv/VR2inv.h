@@ -44,6 +44,7 @@ struct InvSwath {
   SwathId mainch;      // main channel of its line
   int fl = -1;         // trajectory file (flight line) number; below 0: none, the swath gets no correction
   bool fixed = false;  // a reference
+  std::string name;    // for the tables
   double tmin = 0, tmax = 0;  // s, synchronised
   SwRot rot;
   InvSamples samples;  // may be empty for fixed swaths

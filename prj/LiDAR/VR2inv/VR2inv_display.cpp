@@ -64,7 +64,9 @@ SwathId first_of_set(const InvResult& res, int set) {
 
 // Swaths of each set, and the row of "_cal.log" for it.
 void put_cal_log(std::ostream& os, const InvCalDrift& inv, const InvResult& res) {
-  os << "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch#\n";
+  os << "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch# "
+        "FileName "
+        "[Lever m, Bore degrees, I m or rad]\n";
   for (size_t set = 0; set < res.calib.size(); set++) {
     const SwathId first = first_of_set(res, static_cast<int>(set));
     if (first == SwathId()) continue;
@@ -75,7 +77,7 @@ void put_cal_log(std::ostream& os, const InvCalDrift& inv, const InvResult& res)
     }
     put_calib(os, res.calib[set]);
     os << ' ' << next << ' ' << nint << ' ' << first << ' ' << inv.in.swaths[first].group << ' '
-       << inv.in.swaths[first].channel << '\n';
+       << inv.in.swaths[first].channel << ' ' << inv.in.swaths[first].name << '\n';
   }
 }
 

@@ -31,6 +31,10 @@ ResStat pair_stat(const PairState& p, const PairChi& chi) {
 
 std::string text(const dxyz& v) { return LOG_STR(v.x << ' ' << v.y << ' ' << v.z); }
 
+std::string names_of(const InvCalDrift& inv, const InvPair& p) {
+  return " " + inv.in.swaths[p.sw1].name + " " + inv.in.swaths[p.sw2].name;
+}
+
 void put_pair(std::ostream& os, const InvCalDrift& inv, int k, const ResStat& r) {
   const InvPair& p = inv.in.pairs[k];
   os.width(4), os << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2;
@@ -46,11 +50,11 @@ void put_pair(std::ostream& os, const InvCalDrift& inv, int k, const ResStat& r)
   put_xyz(os, hf);
   os << "  ";
   put_xyz(os, inv.pair[k].scale);
-  os << "  " << 100 * inv.pair[k].down << '\n';
+  os << "  " << 100 * inv.pair[k].down << names_of(inv, p) << '\n';
 }
 
 void put_total(std::ostream& os, int npair, const ResStat& r) {
-  os << "NPairs StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts Sqrt(Chi2/n){X Y Z}\n" << npair;
+  os << "\nNPairs StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts Sqrt(Chi2/n){X Y Z} [m]\n" << npair;
   for (const dxyz& v : {r.stat.stddev(), r.stat.rms(), r.stat.vmin, r.stat.vmax}) {
     os << "  ";
     put_xyz(os, v);
@@ -70,11 +74,11 @@ bool write_rejected(const InvCalDrift& inv) {
   if (pairs.empty()) return true;
   ResultFile out;
   if (!out.open(inv.name + "_int_rej.log")) return false;
-  out.fs << "Pair# Swath#1 Swath#2 Down%\n";
+  out.fs << "Pair# Swath#1 Swath#2 Down% FileName1 FileName2\n";
   for (int k : pairs) {
     const InvPair& p = inv.in.pairs[k];
     out.fs << (p.pair < 0 ? k : p.pair) << ' ' << p.sw1 << ' ' << p.sw2 << ' '
-           << (inv.pair[k].rejected ? 100 : 100 * inv.pair[k].down) << '\n';
+           << (inv.pair[k].rejected ? 100 : 100 * inv.pair[k].down) << names_of(inv, p) << '\n';
   }
   return out.commit();
 }
@@ -88,7 +92,8 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
     LOG_MSG("Writing inversion stats " << name);
     if (!out.open(name)) return false;
     out.fs << "Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts "
-              "Sqrt(Chi2/n){X Y Z} HFDrift{X Y Z} ResScale{X Y Z} Down%\n";
+              "Sqrt(Chi2/n){X Y Z} HFDrift{X Y Z} ResScale{X Y Z} Down% "
+              "FileName1 FileName2 [Mean to Max m, HFDrift m/sqrt(h)]\n";
   }
   ResStat total;
   int npair = 0;

@@ -37,10 +37,17 @@ std::string node_line(double t, const dxyz* P, const xyz& T, const xyz& A_deg, S
   return text;
 }
 
+// End of the headers: units, and the scale of the times.
+std::string TA_units(const Project& prj, const std::vector<SwathId>& swc) {
+  const bool adj = !swc.empty() && prj.swaths[swc[0]].clock.adj;
+  return std::string(" [Time s ") + (adj ? "adjusted standard GPS" : "of the GPS week") +
+         ", X Y Z TrajCorr m, AttCorr degrees]";
+}
+
 bool merge_one(const Project& prj, const std::vector<SwathId>& swc, const char* suffix, const char* header) {
   ResultFile out;
   if (!out.open(prj.name + suffix)) return false;
-  out.fs << header << '\n';
+  out.fs << header << TA_units(prj, swc) << '\n';
   for (const SwathId sw : swc) {
     TxtFileIn in(tmp_name(sw, suffix), true);
     if (!in.is_open()) return false;
@@ -86,25 +93,27 @@ NodeStat node_stat(const Vector<xyz>& v, double Dt, double unit) {
 }
 
 struct StatLabels {
-  const char *con, *swath, *total;
+  const char *con, *swath, *total, *units;
 };
 constexpr StatLabels LABEL_T = {
     "Swath# Period NPts T{X Y Z}",
     "Swath# Period NPts T_Min{X Y Z} T_Max{X Y Z} T_Mean{X Y Z} T_Drift{X Y Z} T_StdDev{X Y Z} T_HFDrift{X Y "
     "Z}",
-    "NSwaths NPts T_Min{X Y Z} T_Max{X Y Z} T_Mean{X Y Z} T_RMS{X Y Z} T_HFDrift{X Y Z}"};
+    "NSwaths NPts T_Min{X Y Z} T_Max{X Y Z} T_Mean{X Y Z} T_RMS{X Y Z} T_HFDrift{X Y Z}",
+    "[Period s, T m, Drift m/h, HFDrift m/sqrt(h)]"};
 constexpr StatLabels LABEL_A = {
     "Swath# Period NPts A{R P Y}",
     "Swath# Period NPts A_Min{R P Y} A_Max{R P Y} A_mean{R P Y} A_drift{R P Y} A_StdDev{R P Y} A_HFDrift{R P "
     "Y}",
-    "NSwaths NPts A_Min{R P Y} A_Max{R P Y} A_Mean{R P Y} A_RMS{R P Y} A_HFDrift{R P Y}"};
+    "NSwaths NPts A_Min{R P Y} A_Max{R P Y} A_Mean{R P Y} A_RMS{R P Y} A_HFDrift{R P Y}",
+    "[Period s, A degrees, Drift degrees/h, HFDrift degrees/sqrt(h)]"};
 
-void put_columns(std::ostream& os, std::initializer_list<dxyz> columns) {
+void put_columns(std::ostream& os, std::initializer_list<dxyz> columns, const std::string& name = "") {
   for (const dxyz& v : columns) {
     os << "  ";
     put_xyz(os, v);
   }
-  os << '\n';
+  os << name << '\n';
 }
 
 // table: Tt or At.
@@ -113,7 +122,7 @@ void write_drift_table(std::ostream& os, const StatLabels& label, Vector<xyz> In
                        const SwathTable& swaths) {
   bool con = true;
   for (const SwathId sw : swc) con = con && (res.swaths[sw].*table).size() <= 1;
-  os << (con ? label.con : label.swath) << '\n';
+  os << (con ? label.con : label.swath) << " FileName " << label.units << '\n';
   StatXYZ total;
   dxyz hf2{0, 0, 0};
   for (const SwathId sw : swc) {
@@ -124,13 +133,14 @@ void write_drift_table(std::ostream& os, const StatLabels& label, Vector<xyz> In
     hf2 += {s.hf.x * s.hf.x, s.hf.y * s.hf.y, s.hf.z * s.hf.z};
     os << sw << ' ' << swaths[sw].clock.end - swaths[sw].clock.begin << ' ' << v.size();
     if (con)
-      put_columns(os, {s.all.mean()});
+      put_columns(os, {s.all.mean()}, ' ' + swaths[sw].path());
     else
-      put_columns(os, {s.all.vmin, s.all.vmax, s.all.mean(), s.slope, s.all.stddev(), s.hf});
+      put_columns(os, {s.all.vmin, s.all.vmax, s.all.mean(), s.slope, s.all.stddev(), s.hf},
+                  ' ' + swaths[sw].path());
   }
   if (total.n == 0) return;
   const double n = static_cast<double>(swc.size());
-  os << '\n' << label.total << '\n' << swc.size() << ' ' << total.n;
+  os << '\n' << label.total << ' ' << label.units << '\n' << swc.size() << ' ' << total.n;
   put_columns(os, {total.vmin,
                    total.vmax,
                    total.mean(),

@@ -14,12 +14,12 @@ namespace {
 constexpr float ICS_ANG_MAX = 45;   // degrees, largest plausible angle along the track
 constexpr float THETA_MAX = 89.9f;  // degrees, across it: the scanner looks down
 
-void put_stat(std::ostream& os, const StatXYZ& s) {
+void put_stat(std::ostream& os, const StatXYZ& s, const std::string& name = "") {
   for (const dxyz& v : {s.mean(), s.stddev(), s.rms(), s.vmin, s.vmax}) {
     os << "  ";
     put_xyz(os, v);
   }
-  os << "  " << s.n << '\n';
+  os << "  " << s.n << name << '\n';
 }
 
 struct ICSstat {  // of one swath
@@ -94,7 +94,7 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
   LOG_MSG("Writing correction stats " << name);
   ResultFile file;
   if (!file.open(name)) return false;
-  file.fs << "Swath# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n";
+  file.fs << "Swath# Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts FileName [m]\n";
   StatXYZ total;
   for (const SwathId sw : swc) {
     const SCorrTbl& table = tables[sw];
@@ -104,14 +104,14 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
         if (tile.val[i].z != NODATA) stat.add(to_dxyz(tile.val[i] + table.T0));
     if (stat.n == 0) continue;
     file.fs << sw;
-    put_stat(file.fs, stat);
+    put_stat(file.fs, stat, ' ' + prj.swaths[sw].path());
     total.add(stat);
   }
   if (total.n == 0) {
     ERROR_MSG("no correction in any microtile");
     return false;
   }
-  file.fs << "\nNSwaths Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts\n" << swc.size();
+  file.fs << "\nNSwaths Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} NPts [m]\n" << swc.size();
   put_stat(file.fs, total);
   if (!file.commit()) return false;
   LOG_MSG("TOTAL CORRECTION STATISTICS");
@@ -142,7 +142,8 @@ bool ICS_stat_swaths(const Project& prj, const SwathVector<SwRot>& rot, const st
   LOG_MSG("Writing body frame and internal coordinate stats " << name);
   ResultFile file;
   if (!file.open(name)) return false;
-  file.fs << "Swath# Group# Ch# MainCh AGL Width Roll Pitch Yaw FOV RMS NLargeErr NPts Pass\n";
+  file.fs << "Swath# Group# Ch# MainCh AGL Width Roll Pitch Yaw FOV RMS NLargeErr NPts Pass FileName "
+             "[AGL Width RMS m, angles degrees]\n";
   int nlarge = 0;
   for (const SwathId sw : swc) {
     const Swath& swath = prj.swaths[sw];
@@ -154,10 +155,10 @@ bool ICS_stat_swaths(const Project& prj, const SwathVector<SwRot>& rot, const st
     if (!s.inside) LOG_LINE("<!> BBOX sw=" << sw);
     char line[200];
     std::snprintf(line, sizeof line,
-                  "%3d %2d %2d %1d  %6.1f %6.1f  %+6.1f %+6.1f %+6.1f  %5.1f %6.3f  %6d %6d %2d\n", sw.number,
+                  "%3d %2d %2d %1d  %6.1f %6.1f  %+6.1f %+6.1f %+6.1f  %5.1f %6.3f  %6d %6d %2d ", sw.number,
                   swath.group, swath.channel, swath.is_main() ? 1 : 0, s.AGL, s.width, s.roll, s.pitch, s.yaw,
                   s.FOV, s.rms, static_cast<int>(s.nlarge), static_cast<int>(s.n), pass ? 1 : 0);
-    file.fs << line;
+    file.fs << line << swath.path() << '\n';
     result.AGL += s.AGL / static_cast<double>(swc.size());
     result.width += s.width / static_cast<double>(swc.size());
     if (large_err) nlarge++;

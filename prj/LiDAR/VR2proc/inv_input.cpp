@@ -43,6 +43,7 @@ InvInput make_InvInput(const Project& prj, const SwathVector<SwRot>& rot,
     s.mainch = row.mainch;
     s.fl = row.has_track() ? row.track.file : -1;
     s.fixed = row.fixed && row.present();
+    s.name = name_word(row.path());
     s.tmin = row.clock.begin;
     s.tmax = row.clock.end;
     s.rot = rot[row.id];

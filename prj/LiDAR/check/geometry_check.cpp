@@ -16,7 +16,9 @@
 namespace veld {
 namespace {
 constexpr double WIDE = LATE_MAX + 5;  // s of trajectory on each side of a swath for the search
-constexpr double SPAN_MAX = 32400;     // s; longer swaths have a rollover or are refused by the tiling
+constexpr float TRACK_MORE =
+    60;  // s, the last places that were looked at may lie so far from the ends of a swath
+constexpr double SPAN_MAX = 32400;  // s; longer swaths have a rollover or are refused by the tiling
 constexpr size_t NAMES_SHOWN = 4;
 
 bool can_check(const SwathProbe& p) { return p.fault.empty() && p.timed && p.tmax - p.tmin < SPAN_MAX; }
@@ -85,15 +87,73 @@ std::string span_text(double t0, double t1, bool adj) {
   return date_text(t0, adj) + " to " + date_text(t1, adj);
 }
 
+// What it may be when a swath has no trajectory although there are some: one that ends shortly before or behind it.
+std::string unmatched_cause(const Project& part, const POsync& sync, const SwathClock& clock) {
+  constexpr double SHORTLY = 1800;  // s
+  for (size_t f = 0; f < part.pofiles.size(); f++) {
+    const POfileState& file = sync.files[f];
+    const double behind = clock.end - file.tmax, before = file.tmin - clock.begin;
+    const double missing = std::max(behind, before);
+    if (file.dup >= 0 || file.tmax <= file.tmin || missing <= 0 || missing > SHORTLY) continue;
+    return LOG_STR(part.pofiles[f].path << (behind > before ? " ends " : " begins ") << missing
+                                        << (behind > before ? " s too early" : " s too late")
+                                        << ": cut short, copy it again? Else another flight, or another time "
+                                           "scale (-po_time, -gps_date, -daysec, -auto_adj)");
+  }
+  return "another flight, or another time scale (-po_time, -gps_date, -daysec, -auto_adj)";
+}
+
+// A zone that takes a trajectory to the swaths when that of the run does not: "it fits zone 33, ...". Empty for none.
+std::string zone_hint(const Project& part, const POsync& sync) {
+  constexpr double NEAR = 50000;  // m
+  const GeoRefParam& g = part.georef;
+  if (g.kind != ProjKind::UTM) return "";
+  const double mTsize = std::ldexp(1.0, sync.idx.level - 5);
+  const mTbox& a = sync.idx.area;
+  const auto beside = [&](double v, int64_t lo, int64_t hi) {
+    const double from = static_cast<double>(lo) * mTsize - 10240000,
+                 to = static_cast<double>(hi) * mTsize - 10240000;
+    return std::max({from - v, v - to, 0.0}) / NEAR;
+  };
+  for (const POfileState& file : sync.files) {
+    const dxyz centre = (file.min + file.max) * 0.5;
+    double lon = 0, lat = 0, h = 0;
+    if (file.min.x > file.max.x ||
+        !geo_inverse(g, {centre.x / g.unit, centre.y / g.unit, centre.z / g.unit_z}, lon, lat, h))
+      continue;
+    const int sign = lat < 0 ? -1 : 1, of_place = static_cast<int>(std::floor((lon + 180) / 6)) + 1;
+    for (const int zone : {sign * of_place, sign * (of_place + 1), sign * (of_place - 1)}) {
+      GeoRefParam other;
+      dxyz p;
+      if (zone == g.Zone || std::abs(zone) < 1 || std::abs(zone) > 60 || !other.init(zone, "", 0, "", true) ||
+          !geo_forward(other, lon, lat, 0, p) || beside(p.x * g.unit, a.xmin, a.xmax) > 1 ||
+          beside(p.y * g.unit, a.ymin, a.ymax) > 1)
+        continue;
+      return LOG_STR("it fits zone " << zone << ", the run has zone " << g.Zone << ": give -utm " << zone);
+    }
+  }
+  return "";
+}
+
+// Trajectories of which not even the first record could be read; the ERROR line of the reader has the reason.
+std::vector<std::string> unreadable_files(const Project& part, const POsync& sync) {
+  std::vector<std::string> names;
+  for (size_t f = 0; f < part.pofiles.size(); f++)
+    if (!sync.files[f].ok && sync.files[f].scan.t1 <= sync.files[f].scan.t0)
+      names.push_back(part.pofiles[f].path);
+  return names;
+}
+
 // Swaths that no trajectory serves, with the times of both; trajectories that lie elsewhere.
 void report_unmatched(const Project& part, const POsync& sync, bool ok) {
   std::vector<std::string> none, several, files;
-  std::string spans;
+  std::string spans, cause;
   int nswaths = 0;
   for (const Swath& s : part.swaths.present()) {
     nswaths++;
     if (s.track.file >= 0) continue;
     (s.track.file == -2 ? several : none).push_back(s.path());
+    if (s.track.file == -1 && none.size() == 1) cause = unmatched_cause(part, sync, s.clock);
     if (s.track.file == -1 && none.size() == 1)
       spans = s.path() + " " + span_text(s.clock.begin, s.clock.end, s.clock.adj);
   }
@@ -110,16 +170,21 @@ void report_unmatched(const Project& part, const POsync& sync, bool ok) {
     else
       ERROR_MSG(text);
   };
-  if (!none.empty())
-    show("no trajectory has the times of " + list_text(none) + " (" + spans +
-         "): another flight, or another time scale (-po_time, -gps_date, -daysec, -auto_adj)");
+  const std::vector<std::string> unreadable = unreadable_files(part, sync);
+  if (!unreadable.empty())
+    show(list_text(unreadable) +
+         " cannot be used as trajectory: copy or export it again, or leave it out of -po");
+  if (!none.empty() && unreadable.size() < files.size())
+    show("no trajectory has the times of " + list_text(none) + " (" + spans + "): " + cause);
   if (!several.empty())
     show("more than one trajectory has the times of " + list_text(several) + ": leave one out of " +
          list_text(files));
+  const std::string zone = ok ? std::string() : zone_hint(part, sync);
   if (!ok && none.empty() && several.empty())
-    show("cannot use " + list_text(files) + " for " + std::to_string(nswaths) +
-         " swaths: check its coordinates (-utm, -wkt, -po_geo), columns (-po_parse) and that it is a "
-         "trajectory");
+    show("cannot use " + list_text(files) + " for " + std::to_string(nswaths) + " swaths: " +
+         (zone.empty() ? "check its coordinates (-utm, -wkt, -po_geo), columns (-po_parse) and that it is a "
+                         "trajectory"
+                       : zone));
 }
 
 // Faults of one trajectory that read the same are one line.
@@ -176,9 +241,11 @@ GeometryCheck check_geometry(const Project& prj, const SwathVector<SwathProbe>& 
   const std::vector<SwathId> ids = part.swaths.ids();
   if (ids.empty() || prj.pofiles.empty()) return check;
   POsync sync;
+  POsyncParam sync_par = par.sync;
+  sync_par.more = TRACK_MORE;
   {
     const ConsoleQuiet quiet;
-    check.ok = IDX_PO_sync(idx, part, par.sync, sync) > 0;
+    check.ok = IDX_PO_sync(idx, part, sync_par, sync) > 0;
   }
   report_unmatched(part, sync, check.ok);
   if (!check.ok) return check;

@@ -28,7 +28,7 @@ struct GeometryCheck {
 };
 
 // probes: of the mobile swaths. Swaths without a time, and those that could not be probed, are not
-// checked. Reports of the synchronisation go beside prj.name. One line a trajectory and fault, with the swaths.
+// checked. What is read of the trajectories stays in par.sync.tracks. One line a trajectory and fault, with the swaths.
 GeometryCheck check_geometry(const Project& prj, const SwathVector<SwathProbe>& probes,
                              const GeometryCheckParam& par);
 

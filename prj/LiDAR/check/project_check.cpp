@@ -173,6 +173,15 @@ void find_systems(const SwathTable& swaths, const SwathVector<SwathProbe>& probe
   text.resize(text.size() - 2);
   problems.push_back({false, text});
 }
+// Points for which a LAS file has the bytes; those of its header where that cannot be said.
+uint64_t points_there(const std::string& path, const SwathProbe& p) {
+  const LASheader& h = p.header;
+  if (h.compressed || p.nbytes == 0 || get_extension(path) == ".txt") return h.npoints;
+  const uint64_t bytes = static_cast<uint64_t>(p.nbytes);
+  return bytes <= h.offset_to_point_data
+             ? 0
+             : std::min<uint64_t>(h.npoints, (bytes - h.offset_to_point_data) / h.point_reclen);
+}
 }  // namespace
 
 double GroundBox::diagonal() const { return std::hypot(x1 - x0, y1 - y0); }
@@ -219,17 +228,22 @@ std::vector<Problem> find_problems(const Project& prj, const SwathVector<SwathPr
     const SwathProbe& p = probes[s.id];
     if (!s.mobile()) continue;
     if (!p.fault.empty()) {
-      problems.push_back({false, s.path() + " " + p.fault + ": it will be left out"});
+      problems.push_back({false, s.path() + " " + p.fault +
+                                     ": it will be left out, copy it again or exclude it (-exclude)"});
       continue;
     }
+    if (const uint64_t n = points_there(s.path(), p); n < p.header.npoints)
+      problems.push_back({false, LOG_STR(s.path() << " is cut short, " << n << " of " << p.header.npoints
+                                                  << " points are there: copy it again")});
     if (p.nkept == 0)
       problems.push_back(
           {false, LOG_STR("filters keep 0 of " << p.beams.size() << " points looked at in " << s.path()
                                                << ": " << p.dropped << ": it will be left out")});
     if (!p.timed)
       problems.push_back(
-          {false,
-           s.path() + " has no time stamps: no trajectory can be found for it, it cannot be corrected"});
+          {false, s.path() +
+                      " has no time stamps: no trajectory can be found for it, it cannot be corrected; "
+                      "export it with GPS times, or exclude it (-exclude)"});
   }
   SwathVector<GroundBox> boxes = ground_boxes(prj.swaths, probes);
   find_far(prj.swaths, boxes, problems);

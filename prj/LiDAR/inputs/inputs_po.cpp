@@ -119,7 +119,7 @@ bool get_PO_files(const InputArgs& in, bool required, Project& prj) {
     return false;
   }
   if (required && prj.pofiles.empty()) {
-    ERROR_MSG("PO files required for correction");
+    ERROR_MSG("PO files required for correction: give the trajectories (-po)");
     return false;
   }
   prj.pogroups.assign(in.po.size(), POgroup());

@@ -12,10 +12,16 @@ constexpr char STAT_COLUMNS[] =
     "second), m\n"
     "Outlier%: pixels outside the robust scale, percent\n"
     "Filtered%: pixels taken out as spikes, percent\n"
-    "Area: compared ground, m2 or km2 as the header says";
+    "Area: compared ground, m2 or km2 as the header says\n"
+    "FileName1, FileName2: of the swaths, without directory, blanks are _\n"
+    "NPairs: of the last table, over all pairs: their number, StdDev, RMS and Area together";
 constexpr char XYZ_COLUMNS[] =
     "Mean, StdDev, RMS, Min, Max: of the vectors, X Y Z each, m\n"
-    "NPts: number of vectors";
+    "NPts: number of vectors\n"
+    "Pair#, Swath#1, Swath#2 or Swath#: numbers as in the other files; FileName1, FileName2 or FileName: "
+    "their "
+    "files\n"
+    "NSwaths: of the last table, over all swaths";
 constexpr char DZ_FILES[] =
     "(map): differences in m\n"
     "_hist: their histogram; _hist.txt with -ascii: DZ (m, middle of a bin), Count";
@@ -42,17 +48,24 @@ const std::vector<OutputTable>& output_tables() {
        "MPts: points kept, millions\n"
        "NTiles, NmTiles: tiles, microtiles with points\n"
        "Length, Width, Area: of the swath, m (or km, as the header says)\n"
-       "Heading: degrees clockwise from grid north\n"
+       "Heading: degrees clockwise from grid north; Ori: that of a reference\n"
        "Density: points/m2\n"
        "Dim, GGSD: grid pixels along a microtile, grid spacing in m\n"
-       "Xmin to Zmax, Zmed: box and median height of the points, m\n"
+       "Xmin, Xmax, Ymin, Ymax, Zmin, Zmax: box of the points kept, m; Zmed: median height\n"
        "DateTimeMin, DateTimeMax: first and last point, UTC, or day of the week and time without a GPS week\n"
        "Amin, Amax: recorded scan angles, degrees\n"
        "AdjGPS: 1 for adjusted standard GPS time; RO, WRO: a rollover of the day or of the week was "
        "corrected\n"
        "TimeRes: mean time to pass a microtile, s\n"
        "DTmax: largest time range in a microtile, s\n"
-       "Dev, Devmax: mean and largest deviation of times from a plane, ratio"},
+       "Dev, Devmax: mean and largest deviation of times from a plane, ratio\n"
+       "FileName: of the swath\n"
+       "RefSwath#: second table, if there are references; TimeMin, TimeMax: s, as in the file\n"
+       "NSwaths, NGrp: last table, of the project: swaths and groups\n"
+       "BBox_DX, BBox_DY: size of the project, m (or km)\n"
+       "TileSize, mTileSize: sides of tiles and microtiles, m\n"
+       "Zmin0, Zmax0: heights without the outliers taken off, m\n"
+       "Distance, Speed, FlightTime: flown along the swaths of main channels: m (or km), m/s, s"},
       {"_rej.log", "FileName", "swaths that were left out, with the reason below each", ""},
       {"_idx.log", "#[IDX", "index of the displacement file NAME.dut: settings, swaths (#S), pairs (#P)", ""},
       {"_DZ_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",
@@ -70,18 +83,43 @@ const std::vector<OutputTable>& output_tables() {
        "Sqrt(Chi2/n): residuals in units of the precisions in use, 1 is right\n"
        "HFDrift: change along the line, m per root of an hour\n"
        "ResScale: residuals in units of the uncertainties that the registration gave\n"
-       "Down%: vectors with less than half their weight, percent"},
-      {"_int_rej.log", "", "pairs of which no vector, or less than three quarters of them, took part", ""},
+       "Down%: vectors with less than half their weight, percent\n"
+       "Pair#, Swath#1, Swath#2, FileName1, FileName2: of the pair\n"
+       "NPairs: of the last table, over all pairs"},
+      {"_int_rej.log", "", "pairs of which no vector, or less than three quarters of them, took part",
+       "Pair#, Swath#1, Swath#2, FileName1, FileName2: of the pair\n"
+       "Down%: vectors put aside, percent; 100: the pair was rejected"},
       {"_PO_stat.log", "POFile# Freq TimeInt", "trajectories that were used",
        "POFile#: number from 0 in the order of -po\n"
        "Freq: records/s\n"
        "TimeInt, DateTimeMin, DateTimeMax: length (hh:mm:ss), first and last record, UTC\n"
-       "Xmin to Zmax: box, m, in the project's system"},
+       "Xmin, Xmax, Ymin, Ymax, Zmin, Zmax: box, m, in the project's system\n"
+       "FileName: of the trajectory\n"
+       "A last line has the files together. While a run is at work, and behind one that failed, the table of "
+       "the "
+       "scan "
+       "may stand there instead: Format, Coord (coordinates), TimeFormat (-po_time), Att (-po_att), "
+       "AdjGPSFile (1: "
+       "adjusted standard GPS time), DateTime0 (first record, UTC), Angle and Parse (of text)"},
       {"_PO_sync_stat.log", "Swath# POFile# Group# Ch#", "swaths and the trajectories that flew them",
+       "Swath#, Group#, Ch#, MainCh: as in NAME_sw_stat.log; POFile#: as in NAME_PO_stat.log\n"
        "TimeCorr: s, added to the times of the swath or file so that both are on one clock\n"
        "TimeInt, DateTimeMin, DateTimeMax: length (hh:mm:ss), begin and end, UTC\n"
-       "Xmin to Zmax: box of the trajectory over the swath, m"},
+       "Xmin, Xmax, Ymin, Ymax, Zmin, Zmax: box of the trajectory over the swath, m\n"
+       "FileName: of the swath, in the second table of the trajectory\n"
+       "NSwathsSync, NPOFilesSync: third table, by group of trajectories: swaths and files that belong "
+       "together\n"
+       "GPSWeekIn, GPSDayIn: by -gps_date; GPSWeek: found; GPSWeekDate: its first day"},
+      {"_ch_stat.log", "Swath#_Ch{...} Group#_Ch{...} NCh",
+       "lines with several channels, one time span for all",
+       "Swath#_Ch, Group#_Ch: swaths and groups of the channels; NCh: their number\n"
+       "TimeInt, DateTimeMin, DateTimeMax: length (hh:mm:ss), begin and end, UTC"},
+      {"_sw_PO_rej.log", "Swath# FileName", "swaths without a trajectory or without displacements",
+       "Swath#, FileName: of the swath"},
+      {"_PO_rej.log", "POFile# FileName", "trajectories that no swath lies in",
+       "POFile#, FileName: of the trajectory"},
       {"_BF_ICS_stat.log", "Swath# Group# Ch# MainCh AGL", "microtiles of the swaths seen from the scanner",
+       "Swath#, Group#, Ch#, MainCh: as in NAME_sw_stat.log; FileName: of the swath\n"
        "AGL: mean height of the trajectory above the ground, m\n"
        "Width: of the swath, m\n"
        "Roll, Pitch, Yaw: mean attitude, degrees\n"
@@ -93,7 +131,7 @@ const std::vector<OutputTable>& output_tables() {
        "Lever: m, X forward, Y right, Z down\n"
        "Bore: degrees\n"
        "Int: internal parameters (range bias m, range scale, scan angle coefficients rad, tilt)\n"
-       "NSwaths{Ext Int}: swaths that share the set; Swath#, Group#, Ch#: of the first of them"},
+       "NSwaths{Ext Int}: swaths that share the set; Swath#, Group#, Ch#, FileName: of the first of them"},
       {"_cal.txt", "",
        "the same in one line for -calib_corr: lever (m), boresight (degrees), internal parameters", ""},
       {"_cal_cov.txt", "Parameter Unit Uncertainty Correlations{upper triangle}",
@@ -108,16 +146,20 @@ const std::vector<OutputTable>& output_tables() {
        "Time: s, adjusted standard GPS time (GPS seconds less 1e9), or seconds of the week without a GPS "
        "week\n"
        "TrajCorr: m\n"
-       "AttCorr: degrees\n"
+       "AttCorr: degrees, roll, pitch, yaw\n"
        "CtrlPt#: node within the swath; Swath#"},
       {"_P_TA.log", "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#",
        "the same with the place of the trajectory",
-       "X, Y, Z: m, in the project's system; the rest as in NAME_TA.log"},
+       "X, Y, Z: m, in the project's system; Time, TrajCorr, AttCorr, CtrlPt#, Swath#: as in NAME_TA.log"},
       {"_TA_stat.log", "Swath# Period NPts",
        "statistics of the drift of each swath, T position (m), A attitude (degrees)",
+       "Swath#, FileName: of the swath; NSwaths: of the tables of all swaths\n"
        "Period: length of the swath, s; NPts: nodes\n"
-       "Min, Max, Mean, StdDev: over the nodes\n"
-       "Drift: slope, m or degrees per hour; HFDrift: steps between nodes, per root of an hour"},
+       "T_Min, T_Max, T_Mean, T_RMS, T_StdDev: over the nodes, m; T: the one value of a swath without nodes\n"
+       "T_Drift: slope, m/h; T_HFDrift: steps between nodes, m per root of an hour\n"
+       "A_Min, A_Max, A_Mean, A_mean, A_RMS, A_StdDev, A_Drift, A_drift, A_HFDrift, A: the same of the "
+       "attitude, "
+       "degrees"},
       {"_PO_sw_N.txt", "Time X Y Z Roll Pitch Yaw", "corrected trajectory of swath number N (-oposeg)",
        "Time: s, as in NAME_TA.log\n"
        "X, Y, Z: m, in the project's system\n"

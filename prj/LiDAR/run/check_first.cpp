@@ -26,7 +26,9 @@ bool check_first(const Project& prj, const Options& o, const std::vector<uint8_t
       WARNING_MSG(p.text);
     ok = ok && !p.error;
   }
-  const GeometryCheck geometry = check_geometry(prj, probes, {o.correction.sync, o.correction.geometry.ICS});
+  POsyncParam sync = o.correction.sync;
+  sync.reports = o.check;  // else the run writes its own
+  const GeometryCheck geometry = check_geometry(prj, probes, {sync, o.correction.geometry.ICS});
   if (o.check) show_check_table(prj, probes, geometry);
   LOG_LINE("/// CHECK_TIME=" << watch.text());
   return ok && geometry.ok;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "prj/LiDAR/VR2POsync/track_store.h"
 #include "prj/LiDAR/inputs/read_options.h"
 #include "prj/LiDAR/options/identity.h"
 #include "prj/LiDAR/project.h"
@@ -30,6 +31,7 @@ struct Run {
   Project prj;
   Commands cmd = {};
   std::vector<uint8_t> xcls;  // classes to drop
+  TrackStore tracks;          // trajectories that the check has read
   bool mistake = false;       // a mistake was found: the run stops once all are reported
 };
 

@@ -16,6 +16,8 @@
 
 namespace veld {
 namespace {
+constexpr uint64_t TRACK_SHARE = 16;  // of -mem, for trajectories that the check has read
+
 // The options that the steps of a run work with, checked before the first of them starts.
 bool prepare_correction(const Run& run, std::string& dut) {
   const Options& o = run.cl.o;
@@ -97,6 +99,8 @@ Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemo
 }  // namespace
 
 Step process(Run& run) {
+  run.tracks.max_bytes = static_cast<uint64_t>(MEM_MB) * (1 << 20) / TRACK_SHARE;
+  run.cl.o.correction.sync.tracks = &run.tracks;
   const Options& o = run.cl.o;
   if (o.undo) return undo(run);
   std::string dut;

@@ -124,7 +124,7 @@ int run_program(int argc, char** argv, const ProgramPaths& paths, CommandLine& c
       !read_options(cl))
     return 1;
 
-  Run run{paths, cl, {}, {}, {}};
+  Run run{paths, cl, {}, {}, {}, {}};
   using StepFunction = Step (*)(Run&);
   const StepFunction before[] = {early_steps, defaults_and_directories};
   const StepFunction work[] = {prepare_project, list_inputs, process};

@@ -402,7 +402,9 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
   if (par.BB && !write_boxes(prj, par, res)) return false;
   const bool single = prj.swaths.ids().size() == 1;
   if (single && par.REG) {
-    ERROR_MSG("registration cannot be done with a single swath");
+    ERROR_MSG(
+        "registration cannot be done with a single swath: give those that overlap it (-i), or -corr and a "
+        "displacement file");
     return false;
   }
   SwPairList near;

@@ -57,4 +57,10 @@ std::string date_text(double t, bool adj) {
   std::snprintf(clock, sizeof(clock), "%02d:%02d:%02d", rest / 3600, rest / 60 % 60, rest % 60);
   return std::string(text) + clock;
 }
+
+std::string date_word(double t, bool adj) {
+  std::string text = date_text(t, adj);
+  std::replace(text.begin(), text.end(), ' ', adj ? 'T' : '_');
+  return text;
+}
 }  // namespace veld

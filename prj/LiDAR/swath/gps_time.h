@@ -28,4 +28,6 @@ double leaps_UTC(double utc);
 
 // "YYYY-MM-DD hh:mm:ss" (UTC) of an adjusted time; "GPS D <day> WS hh:mm:ss" of seconds of the week.
 std::string date_text(double t, bool adj);
+// The same as one word, for tables: "YYYY-MM-DDThh:mm:ss", "GPS_D_<day>_WS_hh:mm:ss".
+std::string date_word(double t, bool adj);
 }  // namespace veld

@@ -1,6 +1,20 @@
 #include "prj/LiDAR/swath/swath_table.h"
 
+#include <algorithm>
+
+#include "lib/general/path.h"
+
 namespace veld {
+std::string name_word(const std::string& path) {
+  std::string word = base_name(path);
+  std::replace(word.begin(), word.end(), ' ', '_');
+  return word;
+}
+
+std::string pair_names(const SwathTable& swaths, SwathId a, SwathId b) {
+  return " " + name_word(swaths[a].path()) + " " + name_word(swaths[b].path());
+}
+
 SwathId SwathTable::add(Swath row) {
   row.id = SwathId(size());
   if (row.mainch == SwathId()) row.mainch = row.id;

@@ -27,6 +27,11 @@ struct SwathId {    // number of a swath in all logs and files
 inline std::ostream& operator<<(std::ostream& os, SwathId id) { return os << id.number; }
 inline std::string to_string(SwathId id) { return std::to_string(id.number); }
 
+// Names of two swaths as words at the end of a line of a table: " L01.las L02.las", blanks in them are "_".
+class SwathTable;
+std::string pair_names(const SwathTable& swaths, SwathId a, SwathId b);
+std::string name_word(const std::string& path);  // one of them, without its directory
+
 enum class SwathState : uint8_t {
   used,
   no_grid,   // rejected by the gridding, -mem is too small: it is in no pair

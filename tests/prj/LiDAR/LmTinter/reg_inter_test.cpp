@@ -83,11 +83,13 @@ TEST(reg_inter_LmT, PlantedShiftComesBackAsFirstLessSecond) {
   EXPECT_NEAR(sum.z / weight, 0.21, 0.02);
   EXPECT_EQ(idx.gsize, 8);
   for (const char* const log : {"_DZ_stat.log", "_DZreg_stat.log"})
-    EXPECT_EQ(p.file(log).find("Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2\n0 0 1 "),
+    EXPECT_EQ(p.file(log).find(
+                  "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2 FileName1 FileName2 "
+                  "[Mean StdDev RMS m]\n0 0 1 "),
               0u);
   EXPECT_EQ(p.file("_DXYZreg_stat.log")
                 .find("Pair# Swath#1 Swath#2 Mean{X Y Z} StdDev{X Y Z} RMS{X Y Z} Min{X Y Z} Max{X Y Z} "
-                      "NPts\n0 0 1 "),
+                      "NPts FileName1 FileName2 [m]\n0 0 1 "),
             0u);
 }
 

@@ -42,7 +42,7 @@ TEST(DutPoSync, PlainProject) {
             std::string::npos);
   EXPECT_NE(p.log("_PO_stat.log").find("  0   10 00:00:"), std::string::npos) << p.log("_PO_stat.log");
   EXPECT_NE(
-      p.log("_PO_sync_stat.log").find("\n0 0 1 0 1 0.000 00:00:20 GPS D 0 WS 00:17:00 GPS D 0 WS 00:17:20"),
+      p.log("_PO_sync_stat.log").find("\n0 0 1 0 1 0.000 00:00:20 GPS_D_0_WS_00:17:00 GPS_D_0_WS_00:17:20"),
       std::string::npos)
       << p.log("_PO_sync_stat.log");
   EXPECT_EQ(p.log("_sw_PO_rej.log"), "");

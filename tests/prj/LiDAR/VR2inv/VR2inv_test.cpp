@@ -288,8 +288,8 @@ TEST(Inversion, WrongPatchesAreNotBelieved) {
   EXPECT_NEAR(r.scale.x, 1, 0.3);  // the scale is that of the vectors that are right
   EXPECT_NEAR(r.scale.z, 1, 0.3);
   const std::string stat = read_text(dir.path + "/p_inv_stat.log");
-  const size_t line = stat.find('\n', stat.find('\n') + 1);     // the end of the first pair's
-  EXPECT_GT(std::stod(stat.substr(stat.rfind(' ', line))), 3);  // percent put aside
+  const size_t line = stat.find('\n', stat.find('\n') + 1);         // the end of the first pair's
+  EXPECT_GT(std::stod(stat.substr(stat.rfind(' ', line - 3))), 3);  // percent put aside; the names are empty
 }
 
 TEST(Inversion, CalibrationBesideDriftWithinItsUncertainty) {
@@ -423,19 +423,20 @@ TEST(Inversion, Files) {
   InvResult r;
   const std::string base = dir.path + "/p";
   ASSERT_TRUE(inv_CalTAWarp(base, sim.in, boresight(), r));
-  EXPECT_EQ(read_text(base + "_int_rej.log"), "Pair# Swath#1 Swath#2 Down%\n12 " +
+  EXPECT_EQ(read_text(base + "_int_rej.log"), "Pair# Swath#1 Swath#2 Down% FileName1 FileName2\n12 " +
                                                   to_string(sim.in.pairs[2].sw1) + " " +
-                                                  to_string(sim.in.pairs[2].sw2) + " 100.000\n");
+                                                  to_string(sim.in.pairs[2].sw2) + " 100.000  \n");
   Calib back;
   ASSERT_TRUE(back.read_file(base + "_cal.txt"));
   EXPECT_NEAR(back.B.x, r.calib[0].B.x, 1e-8);
   EXPECT_NEAR(back.B.z, r.calib[0].B.z, 1e-8);
   const std::string log = read_text(base + "_cal.log");
   EXPECT_EQ(log.substr(0, log.find('\n')),
-            "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch#");
-  EXPECT_EQ(log.substr(log.size() - 11), " 5 5 0 1 0\n");
+            "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch# "
+            "FileName [Lever m, Bore degrees, I m or rad]");
+  EXPECT_EQ(log.substr(log.size() - 12), " 5 5 0 1 0 \n");
   const std::string stat = read_text(base + "_inv_stat.log");
-  EXPECT_EQ(std::count(stat.begin(), stat.end(), '\n'), 1 + r.npair_used + 2);
+  EXPECT_EQ(std::count(stat.begin(), stat.end(), '\n'), 1 + r.npair_used + 3);
   EXPECT_TRUE(exists(base + "_cal_cov.txt"));
   EXPECT_FALSE(exists(base + "_cal.log.part"));
 

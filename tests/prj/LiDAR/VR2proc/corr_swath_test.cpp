@@ -262,7 +262,9 @@ TEST(CorrLog, NodesAndStatistics) {
   ASSERT_TRUE(log_corr(res, SwathId(1), {0, 0, 0}, po));
   ASSERT_TRUE(merge_log_corr(prj, prj.swaths.ids()));
   const std::string ta = read_text(prj.name + "_TA.log");
-  EXPECT_EQ(ta.substr(0, ta.find('\n')), "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath#");
+  EXPECT_EQ(ta.substr(0, ta.find('\n')),
+            "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath# "
+            "[Time s of the GPS week, X Y Z TrajCorr m, AttCorr degrees]");
   double t, T[3], A[3];
   int node, sw;
   const char* line = ta.c_str() + ta.find('\n') + 1;
