@@ -132,9 +132,13 @@ void progress_end(const std::string& text) {
   LogState& log = log_state();
   if (mode == ProgressMode::console && log.console && log.nquiet == 0) {
     std::string line = (text.empty() || text[0] == ' ' ? "" : " ") + text;
+    const std::string whole = line;
     if (columns > 0) fit_line(line, BAR_WIDTH + 7);
+    const bool fits = line.size() == whole.size();
+    if (!fits) line.clear();  // the result gets a line of its own
     if (log.progress_pending && line.size() < last_length + 1) line.resize(last_length + 1, ' ');
     std::printf("[%s] 100%%%s\n", std::string(BAR_WIDTH, '*').c_str(), line.c_str());
+    if (!fits) std::printf("%s\n", whole.c_str() + 1);
     std::fflush(stdout);
   } else if (mode == ProgressMode::file && !log.prog_path.empty()) {
     end_file(log.prog_path);

@@ -149,13 +149,17 @@ double sigma_of(const InvCalDrift& inv, const InvResult& res, SwathId swath, int
   return res.cal_sigma(inv.int0[c - N_EXTERNAL] + w.int_set);
 }
 
-// The closing line of a parameter: its value and uncertainty, or how many sets there are.
+// The closing line of a parameter: its value and uncertainty, or the range over the sets where these differ.
 std::string summary_line(const InvCalDrift& inv, const InvResult& res, int c) {
   const char* const names[N_EXTERNAL] = {"lever X",        "lever Y",         "lever Z",
                                          "boresight roll", "boresight pitch", "boresight yaw"};
   const std::string name = c < N_EXTERNAL ? names[c] : "internal I" + std::to_string(c - N_EXTERNAL + 1);
-  if (res.calib.size() > 1)
-    return "Found " + name + ": " + std::to_string(res.calib.size()) + " sets, see _cal.log";
+  const auto [lo, hi] =
+      std::ranges::minmax(res.calib, {}, [c](const Calib& cal) { return value_of(cal, c); });
+  if (value_of(lo, c) != value_of(hi, c))
+    return "Found " + name + ": " + std::to_string(res.calib.size()) + " sets," +
+           number(" %.6f", value_of(lo, c) * in_degrees(c)) + " to" +
+           number(" %.6f", value_of(hi, c) * in_degrees(c)) + ", see _cal.log";
   const char* const unit = c < 3 ? " m" : c < N_EXTERNAL ? " degrees" : "";
   std::string text =
       "Found " + name + number(c < 3 ? " %.4f" : " %.6f", value_of(res.calib[0], c) * in_degrees(c));

@@ -173,6 +173,10 @@ bool corr_swaths(Project& prj, const CorrParam& par, const InvResult& res, const
   result.MB = sum.MB;
   if (par.undo && !par.nil) LOG_MSG("Written point correction files (undo data) '*" << undo_name("") << "'");
   show_trajectory_outputs(par, good.size());
-  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good) && ok;
+  if (!ok) {
+    remove_log_corr(good);  // logs of fewer swaths would pass for the whole
+    return false;
+  }
+  return merge_log_corr(prj, good) && drift_stat_output(prj, res, good);
 }
 }  // namespace veld

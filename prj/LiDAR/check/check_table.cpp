@@ -75,7 +75,9 @@ void show_check_table(const Project& prj, const SwathVector<SwathProbe>& probes,
   const Needs needs = estimate_needs(probes);
   LOG_MSG("An alignment needs about "
           << needs.caches * 1e-9 << " GB in " << TMPDIR << ", " << needs.results * 1e-9 << " GB in " << OUTDIR
-          << ", " << MEM_MB << " MB of memory (-mem) and " << hms_text(needs.seconds / std::max(1, NTHREADS))
+          << ", "
+             "at most "
+          << MEM_MB << " MB of memory (-mem) and " << hms_text(needs.seconds / std::max(1, NTHREADS))
           << " on " << NTHREADS << " threads");
 }
 }  // namespace veld

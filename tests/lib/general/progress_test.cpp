@@ -54,7 +54,8 @@ TEST(Progress, FitsTheTerminal) {
   progress_end(std::string(100, 'y'));
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "[************-------------]  50% " + std::string(16, 'x') +
-                "\r[*************************] 100% " + std::string(16, 'y') + "\n");
+                "\r[*************************] 100% " + std::string(16, ' ') + "\n" + std::string(100, 'y') +
+                "\n");
   set_progress_columns(ASK_TERMINAL);
 }
 

@@ -47,8 +47,10 @@ TEST(QC_DZ_corr_LmT, RightCorrectionTakesTheDifferencesAway) {
   EXPECT_NEAR(rms(none, other, 2), after, 1e-6);  // what the second lacks, the first has too much
   EXPECT_NEAR(rms(none, global, 1), after, 1e-6);
   const std::string log = read_text(prj.name + "_DZcorr_stat.log");
-  EXPECT_EQ(log.find("Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2\n7 0 1 "), 0u);
-  EXPECT_NE(log.find("\nNPairs StdDev RMS Area:m2\n1 "), std::string::npos);
+  EXPECT_EQ(log.find("Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2 FileName1 FileName2 "
+                     "[Mean StdDev RMS m]\n7 0 1 "),
+            0u);
+  EXPECT_NE(log.find("\nNPairs StdDev RMS Area:m2 [StdDev RMS m]\n1 "), std::string::npos);
 }
 
 TEST(QC_DZ_corr_LmT, FailsOnlyWithoutAnyGrid) {
