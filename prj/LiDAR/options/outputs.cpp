@@ -7,7 +7,7 @@ namespace veld {
 namespace {
 constexpr char STAT_COLUMNS[] =
     "Pair#: number of the pair in NAME_idx.log, from 0\n"
-    "Swath#1, Swath#2: numbers of its swaths, their order in NAME_sw_stat.log\n"
+    "Swath#1, Swath#2: numbers of its swaths, as in NAME_sw_stat.log\n"
     "Mean, StdDev, RMS: robust centre, scale and root mean square of the height differences (first less "
     "second), m\n"
     "Outlier%: pixels outside the robust scale, percent\n"
@@ -67,7 +67,10 @@ const std::vector<OutputTable>& output_tables() {
        "Zmin0, Zmax0: heights without the outliers taken off, m\n"
        "Distance, Speed, FlightTime: flown along the swaths of main channels: m (or km), m/s, s"},
       {"_rej.log", "FileName", "swaths that were left out, with the reason below each", ""},
-      {"_idx.log", "#[IDX", "index of the displacement file NAME.dut: settings, swaths (#S), pairs (#P)", ""},
+      {"_idx.log", "#[IDX",
+       "index of the displacement file NAME.dut: settings, swaths (#S; not used: group 0, Fixed 0), pairs "
+       "(#P)",
+       ""},
       {"_DZ_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",
        "height differences of the pairs as the files are", STAT_COLUMNS},
       {"_DZreg_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",

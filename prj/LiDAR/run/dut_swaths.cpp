@@ -78,6 +78,10 @@ bool complete_DUT_swaths(const std::string& dut, Project& prj) {
   DUTidx idx;
   SwathVector<SwathId> at;
   if (!read_DUT_IDX(dut, idx) || !match_swaths(dut, idx, prj.swaths, at)) return false;
+  if (std::ranges::any_of(idx.swaths, is_union_line) && std::ranges::none_of(prj.swaths, &Swath::fixed)) {
+    ERROR_MSG("displacement file " << dut << ".dut has united references: give them, too (-ref)");
+    return false;
+  }
   SwathTable swaths;
   int nmissing = 0;
   for (const SwathId id : idx.swaths.ids()) {

@@ -72,10 +72,12 @@ TEST_F(DutSwaths, MissingSwathsComeInForTheirDisplacements) {
   ASSERT_TRUE(complete_DUT_swaths(dut, prj));
   EXPECT_EQ(rows(), "(a)b-(c)rs");
   EXPECT_EQ(prj.chgrp, std::vector<int>{0});
-  remove_file(dir.path + "/c.las");
+  const auto refused = [&] { return errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }); };
   give("b");
-  EXPECT_NE(errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }).find("missing swath "),
-            std::string::npos);
+  EXPECT_NE(refused().find("has united references: give them, too"), std::string::npos);
+  give("brs");
+  remove_file(dir.path + "/c.las");
+  EXPECT_NE(refused().find("missing swath "), std::string::npos);
 }
 
 TEST_F(DutSwaths, ASwathThatTheFileLacksIsAnError) {
