@@ -172,9 +172,9 @@ TEST_F(Messages, CommandsAndExclusions) {
        {"ERROR: invalid output format, prefix*suffix.ext required, no illegal characters"}},
       {{"-scan", "-fastqc", "-i", "a.las"},
        {"ERROR: commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"}},
-      {{"-reg", "-i", "a.las", "-gcp_dz", "0", "-out_metre", "0"},
+      {{"-reg", "-i", "a.las", "-gcp", "none.txt", "-out_metre", "0"},
        {"ERROR: option -out_metre is not available yet: reports are always in metres",
-        "ERROR: option -gcp_dz is not available yet: control points are not read"}},
+        "ERROR: could not find file none.txt"}},
       {{"-reg", "-i", "a.las", "-name", std::string(240, 'n')},
        {"ERROR: name too long for the results, use a shorter -name: ./" + std::string(240, 'n') +
         "_DXYZcorr_stat.log.part"}},

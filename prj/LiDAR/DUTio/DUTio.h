@@ -80,7 +80,7 @@ struct GCPctrl {    // "#G ": ground control points
   std::string col;  // columns of the file, empty without one
   double C0 = 0;    // default control flag
   double S0 = 0;    // m, default sigma
-  bool EQ = false;  // equal weights
+  int EQ = 0;       // weights: 0 by both uncertainties, 1 equal, 2 by sigma
   int exp = 0;      // export of the point cloud around the points
   std::string file;
 };

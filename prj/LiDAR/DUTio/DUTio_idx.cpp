@@ -113,7 +113,7 @@ bool read_GCP(TxtFileIn& in, const std::string& file, GCPctrl& g) {
   if (tag != "#G") return fail("#G1 reading ", file);
   Fields f(line);
   f >> g.col >> g.C0 >> g.S0 >> g.EQ >> g.exp;
-  if (!f.ok()) return fail("#G2 reading ", file);
+  if (!f.ok() || g.EQ < 0 || g.EQ > 2) return fail("#G2 reading ", file);
   g.file = f.rest();
   LOG_LINE("GCPfile=" << g.file << " GCPcol=" << g.col << " C0=" << g.C0 << " S0=" << g.S0 << " EQ=" << g.EQ
                       << " exp=" << g.exp);

@@ -23,9 +23,9 @@ constexpr double NO_BIAS = -9999.0;
 struct GCPparam {
   std::string file;       // of the points (-gcp), empty without
   std::string col;        // its columns (-gcp_parse), empty: as the file says
-  bool C0 = true;         // points without a flag are control points (-gcp_check off)
+  bool check = false;     // points without a flag are check points (-gcp_check)
   bool F0 = true;         // points without a flag want last returns (-gcp_last)
-  double S0 = 0.005;      // m, standard deviation of points that have none (-gcp_sigma)
+  float S0 = 0.005f;      // m, standard deviation of points that have none (-gcp_sigma)
   int EQ = 0;             // weights (-gcp_equal): 0 by both uncertainties, 1 equal, 2 by that of the survey
   float GCP_MIND = 0.1f;  // points/m2, least density (-gcp_d_min)
   float GCP_MAXS = 2;     // m, largest roughness (-gcp_r_max)

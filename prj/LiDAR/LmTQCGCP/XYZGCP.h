@@ -15,11 +15,11 @@
 
 namespace veld {
 struct XYZGCPparam {
-  std::string file;   // of the targets (-xyz_gcp), empty without
-  std::string col;    // its columns (-xyz_gcp_parse), empty: as the file says
-  bool C0 = true;     // targets without a flag are control points (-xyz_gcp_check off)
-  double SH0 = 0.02;  // m, standard deviations of targets that have none (-xyz_gcp_sxy, -xyz_gcp_sz)
-  double SZ0 = 0.02;
+  std::string file;    // of the targets (-xyz_gcp), empty without
+  std::string col;     // its columns (-xyz_gcp_parse), empty: as the file says
+  bool check = false;  // targets without a flag are check points (-xyz_gcp_check)
+  float SH0 = 0.02f;   // m, standard deviations of targets that have none (-xyz_gcp_sxy, -xyz_gcp_sz)
+  float SZ0 = 0.02f;
   bool EQ = false;    // equal weights (-xyz_gcp_equal)
   bool json = false;  // reports in JSON too (-json)
 };

@@ -6,7 +6,7 @@
 namespace veld {
 namespace {
 constexpr double OUT_SCALE = 3.5;     // residuals beyond this many robust deviations are no ground
-constexpr double SCALE_MIN = 0.005;   // m, least deviation that the points are judged by
+constexpr double SCALE_MIN = 0.01;    // m, least deviation that the points are judged by
 constexpr double DENSITY_MIN = 0.25;  // points per kernel unit, as for a grid
 constexpr double ZVAR_MAX = 4;        // largest variance factor of the height, as for a grid
 constexpr double NEFF_MIN = 4;        // effective number of points that a plane and its scatter need
@@ -61,20 +61,14 @@ Plane fit_plane(std::vector<Sample>& s) {
   return f;
 }
 
-double weighted_median(std::vector<std::pair<double, double>>& value_weight) {
-  std::sort(value_weight.begin(), value_weight.end());
-  double sum = 0, half = 0;
-  for (const auto& v : value_weight) half += v.second / 2;
-  for (const auto& v : value_weight)
-    if ((sum += v.second) >= half) return v.first;
-  return 0;
-}
-
-// Leaves out what is far from the plane; the deviation is that of all points. False when nothing changed.
+// Leaves out what is far from the plane. The deviation is the median of all points within the kernel, whatever their
+// weight: a plane follows its heaviest points. False when nothing changed.
 bool choose_ground(std::vector<Sample>& s) {
-  std::vector<std::pair<double, double>> r;
-  for (const Sample& p : s) r.emplace_back(std::fabs(p.r), p.w);
-  const double limit = OUT_SCALE * std::max(1.4826 * weighted_median(r), SCALE_MIN);
+  std::vector<double> r;
+  for (const Sample& p : s) r.push_back(std::fabs(p.r));
+  const auto middle = r.begin() + static_cast<std::ptrdiff_t>(r.size() / 2);
+  std::nth_element(r.begin(), middle, r.end());
+  const double limit = OUT_SCALE * std::max(1.4826 * *middle, SCALE_MIN);
   bool changed = false;
   for (Sample& p : s) {
     const bool in = std::fabs(p.r) <= limit;

@@ -239,12 +239,12 @@ void warn_search(const GCPcounts& n, size_t nocc) {
 }  // namespace
 
 bool load_GCP(const GCPparam& par, std::vector<GCP>& gcp, std::string& used) {
-  const GCPdefaults def{par.C0, par.F0, par.S0 / DATAUNIT_Z};
+  const GCPdefaults def{!par.check, par.F0, static_cast<double>(par.S0) / DATAUNIT_Z};
   if (!read_txt_GCP(par.file, par.col, def, gcp, used)) {
     ERROR_MSG("could not read GCP file " << par.file);
     return false;
   }
-  LOG_MSG("Reading " << gcp.size() << " GCP, format=" << used << ", default ctrl=" << par.C0
+  LOG_MSG("Reading " << gcp.size() << " GCP, format=" << used << ", default ctrl=" << !par.check
                      << " last=" << par.F0 << " sigma=" << par.S0);
   for (GCP& g : gcp) {
     g.pos = {g.pos.x * DATAUNIT, g.pos.y * DATAUNIT, g.pos.z * DATAUNIT_Z};

@@ -94,12 +94,13 @@ dxyz bias(const XYZGCPparam& par, const XYZGCPresult& r, int group, bool whole) 
 }  // namespace
 
 bool load_XYZGCP(const XYZGCPparam& par, std::vector<XYZGCP>& gcp, std::string& used) {
-  const XYZGCPdefaults def{par.C0, par.SH0 / DATAUNIT, par.SZ0 / DATAUNIT_Z};
+  const XYZGCPdefaults def{!par.check, static_cast<double>(par.SH0) / DATAUNIT,
+                           static_cast<double>(par.SZ0) / DATAUNIT_Z};
   if (!read_txt_XYZGCP(par.file, par.col, def, gcp, used)) {
     ERROR_MSG("could not read XYZ GCP file " << par.file);
     return false;
   }
-  LOG_MSG("Reading " << gcp.size() << " XYZ GCP, format=" << used << ", default ctrl=" << par.C0
+  LOG_MSG("Reading " << gcp.size() << " XYZ GCP, format=" << used << ", default ctrl=" << !par.check
                      << " sigma_xy=" << par.SH0 << " sigma_z=" << par.SZ0);
   for (XYZGCP& g : gcp) {
     for (dxyz* p : {&g.pos, &g.lidar}) *p = {p->x * DATAUNIT, p->y * DATAUNIT, p->z * DATAUNIT_Z};

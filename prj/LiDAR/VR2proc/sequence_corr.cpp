@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
@@ -43,7 +44,8 @@ void log_args(const CorrParam& p) {
                    << " Umax=" << i.Umax << " XUmax=" << i.XUmax << " XFUmax=" << i.XFUmax
                    << " GRPC=" << i.GRPC << " REFC=" << i.REFC << " dt=" << (p.auto_dt ? -1.0 : i.dt)
                    << " UADJ=" << i.UADJ << " CD=" << p.CD << " CR=" << p.CR << " RMS95=" << !i.RMSALL
-                   << " AGL=" << p.AGL << " fill=" << p.fill);
+                   << " AGL=" << p.AGL << " fill=" << p.fill << " CZ=" << p.CZ << " CXYZ=" << p.CXYZ
+                   << " GCPG=" << p.GCPG);
 }
 
 // Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
@@ -69,10 +71,15 @@ void reconcile(const Project& prj, Run& run) {
     WARNING_MSG("uniform shifts disabled, not compatible with reference data");
     inv.FS = false;
   }
+  if (ref && run.par.CZ && !run.par.points.gcp.empty())
+    WARNING_MSG("global GCP Z-bias correction disabled, not compatible with reference data");
   if (ref && run.par.CGM) {
     WARNING_MSG("mean disabled, not compatible with reference data");
     run.par.CGM = false;
   }
+  if (ref && run.par.CXYZ && !run.par.points.xyz.empty())
+    WARNING_MSG("global GCP XYZ-bias correction disabled, not compatible with reference data");
+  if (ref) run.par.CZ = run.par.CXYZ = false;
   if (ref && inv.FM) inv.FM = false;  // the references hold the datum, so a mean drift is real
   if (run.par.CD && has_reference_pairs(prj, run)) {
     if (inv.FE[0] || inv.FE[1])
@@ -125,7 +132,13 @@ void show_requested(const Run& run) {
     if (pos) row += "Pos ";
     if (att) row += "Att ";
     row.back() = ')';
+    row += ' ';
   }
+  const char* const how = run.par.GCPG ? "group) " : "global) ";
+  if (run.par.CXYZ && !run.par.points.xyz.empty())
+    row += std::string("GCP_DXYZ(") + how;
+  else if (run.par.CZ && !run.par.points.gcp.empty())
+    row += std::string("GCP_DZ(") + how;
   LOG_LINE("Corrections: " << row);
 }
 
@@ -181,7 +194,13 @@ void shift_swaths(Run& run) {
   par.AGL = run.par.AGL > 0 ? static_cast<double>(run.par.AGL) : comp_mean_AGL(run.samples, run.swc);
   init_T0_SCorr(run.res, run.swc, run.tables);
   dzcorr_DR_T0_SCorr(run.res, par, run.swc, run.tables);
-  display_global_shift(run.swc, run.tables);
+}
+
+// And the shifts to the ground control.
+bool shift_to_control(const Project& prj, Run& run, CorrResult& result) {
+  const ControlShift shift{run.par.CZ, run.par.CXYZ, run.par.GCPG};
+  return corr_control_T0_SCorr(prj, run.par.control, run.par.points, shift, run.swc, run.tables,
+                               result.control);
 }
 
 // Tables, global shifts, QC and files: the tail that all corrections share.
@@ -192,11 +211,12 @@ bool QC_OUT_CORR(Project& prj, Run& run, CorrResult& result) {
                        NTHREADS, run.tables))
     return false;
   shift_swaths(run);
+  bool ok = shift_to_control(prj, run, result);
+  display_global_shift(run.swc, run.tables);
   if (!Cimg_stat_swaths(prj, run.swc, run.tables)) {
     ERROR_MSG("correction grid/stats failed, probably missing temp. files");
     return false;
   }
-  bool ok = true;
   if (!run.qc_pairs.empty()) {
     if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, run.par.map, frame_of(run.sync.idx.area),
                         result.qc)) {
@@ -232,6 +252,7 @@ bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) 
   if (!result.reached) return false;
   if (par.opo) ok = corr_POfiles(prj, run.par, run.sync, run.res, result.swc, run.tables) && ok;
   result.found = run.res.summary;
+  result.points = moved_control(prj, run.par.points, result.control);
   const std::vector<SwathId> rejected = POget_rej(prj);
   result.nswrej = static_cast<int>(rejected.size());
   if (!rejected.empty())

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
@@ -33,6 +34,12 @@ struct CorrParam {
   bool CR = true;    // the same: both must be on (-r_dz)
   float AGL = 0;     // m, height above ground for the effect of the range scale (-agl); 0: from the data
   bool fill = true;  // microtiles without a time get the correction of those around them (-fill)
+  // Ground control.
+  ControlParam control;  // control points (-gcp, -xyz_gcp), and points: as they were read
+  ControlPoints points;
+  bool CZ = true;     // subtract the mean height difference (-gcp_dz)
+  bool CXYZ = true;   // subtract the mean difference to targets (-xyz_gcp_corr)
+  bool GCPG = false;  // both per group of swaths (-gcp_grp)
   // Output.
   bool nil = false;         // no corrected files, only logs (-nil, -calib)
   OutputName out;           // name pattern (-out)
@@ -54,6 +61,8 @@ struct CorrResult {
   double MB = 0;                   // bytes written, millions
   bool reached = false;            // the corrections were known and the files were begun
   QCcorrResult qc;                 // the check after the correction
+  ControlQC control;               // the control points behind the correction
+  ControlPoints points;            // targets where they lie in the corrected swaths
   std::vector<std::string> found;  // lines: each calibration set with its uncertainties
 };
 

@@ -37,7 +37,7 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
            "change of the drift that is expected, m per square root of an hour; 0: that of a good INS"),
       real("abs2rel", "", 0.2, 5, &o.correction.inv.PriBoost, available, Theme::inversion,
            "divides the -imu_err and -imu_smooth that are not given"),
-      boolean("gcp_grp", "B", &o.gcp_grp, product(CONTROL_POINTS), Theme::gcp,
+      boolean("gcp_grp", "B", &o.correction.GCPG, available, Theme::gcp,
               "shift against control points for each group, not for all swaths"),
       integer("unc_adj", "U", 0, 4, &o.correction.inv.UADJ, available, Theme::inversion,
               "adjust uncertainties to the residuals: 0 no, 1 where significant, 2 only upwards, 3 always, 4 "

@@ -15,6 +15,19 @@ constexpr char STAT_COLUMNS[] =
     "Area: compared ground, m2 or km2 as the header says\n"
     "FileName1, FileName2: of the swaths, without directory, blanks are _\n"
     "NPairs: of the last table, over all pairs: their number, StdDev, RMS and Area together";
+constexpr char GCP_COLUMNS[] =
+    "lengths in the unit of the input files, as the header says\n"
+    "GCP LIST: a line for each point in each swath; DZ: height of the swath less that of the point\n"
+    "In, InGrp: 0 for outliers among all, in the group; InCI95, InCI99: within the interval\n"
+    "Corr: the correction there; Slope: of the ground; Density: points per square unit\n"
+    "Roughness: RMS of the points about the ground; Unc: standard deviation of the height\n"
+    "Npts, Out%: points within the kernel, and the percentage left out; Sigma: of the survey; Control: 0 for "
+    "check points\n"
+    "ASPRS TIN: the triangle T1 T2 T3 around the point, and its height there";
+constexpr char XYZGCP_COLUMNS[] =
+    "LiDAR: where the target lies in the swath; StdDev, RMS of XY: of one horizontal axis; DR: of the "
+    "radius\n"
+    "InCI95, InCI99: within the confidence region; the rest as in NAME_GCP.log";
 constexpr char XYZ_COLUMNS[] =
     "Mean, StdDev, RMS, Min, Max: of the vectors, X Y Z each, m\n"
     "NPts: number of vectors\n"
@@ -181,6 +194,24 @@ const std::vector<OutputTable>& output_tables() {
        "Time: s, as in NAME_TA.log\n"
        "Lon, Lat: degrees; X, Y, Z in the unit of the swaths; h: m\n"
        "Roll, Pitch, Yaw: degrees, yaw from north as in the source"},
+      {"_GCP.log", "", "heights of the swaths as they are at the control points (-gcp)", GCP_COLUMNS},
+      {"_GCPcorr.log", "", "the same with the corrections applied", "as in NAME_GCP.log"},
+      {"_XYZGCP.log", "", "targets in three dimensions (-xyz_gcp) in the swaths as they are", XYZGCP_COLUMNS},
+      {"_XYZGCPcorr.log", "", "the same with the corrections applied", "as in NAME_XYZGCP.log"},
+      {"_GCP.json", "",
+       "with -json: NAME_GCP.log as JSON; likewise NAME_GCPcorr.json, NAME_XYZGCP.json, NAME_XYZGCPcorr.json",
+       ""},
+      {"_GCP_PC.txt", "X Y Z Swath# Group# In",
+       "with -ogcp_pc: laser points around the control points; with the corrections NAME_GCP_PC_corr.txt",
+       "In: 1 for points that made the height"},
+      {"_GCP_sw.txt", "Label_sw_Swath# X Y Z_LiDAR Swath# Group#",
+       "with -ogcp_pc: heights of the swaths at the control points; with the corrections "
+       "NAME_GCP_sw_corr.txt",
+       "Label_sw_Swath#: name of the point, number of the swath"},
+      {"_GCP_tin.txt", "Label_sw_Swath# T1{X Y Z} T2{X Y Z} T3{X Y Z}",
+       "with -ogcp_tin: triangles around the control points, with -obj as .obj too; with the corrections "
+       "NAME_GCP_tin_corr.txt",
+       "Label_sw_Swath#: name of the point, number of the swath"},
       {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
       {"_QC.log", "Area", "areas of the project", ""},
       {"_DZ", "",

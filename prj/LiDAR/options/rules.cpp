@@ -36,7 +36,7 @@ const Rule EXCLUSIONS[] = {
      "-opls and -oplz are mutually exclusive"},
     {[](const Options& o, const GivenSet& g) {
        return g.count("corr") && o.corr.empty() && !g.count("calib") && !has_man(o, g) && o.t_corr == 0 &&
-              !rewrites(o) && o.gcp.empty();
+              !rewrites(o) && o.scanning.control.gcp.file.empty();
      },
      "option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) or "
      "time/angle update",
@@ -67,6 +67,9 @@ void share_values(Options& o) {
   correction.QC = scanning.QC;
   correction.qc = scanning.qcpairs;
   correction.geometry.AROT = correction.sync.AROT;
+  ControlParam& control = scanning.control;
+  control.gcp.obj = scanning.OUTOBJ;
+  control.xyz.json = control.gcp.json;
   correction.inv.CALINTGEN = o.tuning.CALINTGEN;
   correction.inv.CALINTNOB = o.tuning.CALINTNOB;
 }
@@ -91,11 +94,14 @@ void derive_defaults(Options& o, const GivenSet& given) {
     o.correction.nil = true;
     o.correction.ocorr = o.correction.opo = false;
     o.correction.CR = o.correction.CD = false;
-    o.gcp_dz = 0;
+    o.correction.CZ = false;
     if (absent("unc_adj")) o.correction.inv.UADJ = 1;
     if (absent("reg_reduce")) o.scanning.regpairs.RDIM = 1;
     if (absent("boost")) o.tuning.NR_BOOST = 1;
   }
+  // Tiles of other returns cannot be measured by last returns alone.
+  if (absent("gcp_last") && (o.scanning.tiling.all || !o.scanning.tiling.last))
+    o.scanning.control.gcp.F0 = false;
   if (o.uav) {
     if (absent("dt_range")) o.tuning.DT_RANGE = 10;
     if (absent("dev_range")) o.tuning.DEV_RANGE = 0.5f;

@@ -3,6 +3,7 @@
 // Here:     what options set, and what the command adds.
 // Not here: the sequence and its result (run/sequence.h).
 #pragma once
+#include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
@@ -10,12 +11,13 @@
 namespace veld {
 struct ScanParam {
   // The command.
-  bool REG = false;    // the run registers (-reg, -align, -calib)
-  bool QC = true;      // difference statistics of the pairs before and after registration (-qc)
-  bool QCRUN = false;  // a run without a command: the difference statistics are its purpose
-  bool CORR = false;   // a correction follows: its check needs grids, and a single swath is work enough
-  bool FULL = false;   // grid everything, not only overlaps (-full)
-  bool GCP = false;    // control points are given
+  bool REG = false;      // the run registers (-reg, -align, -calib)
+  bool QC = true;        // difference statistics of the pairs before and after registration (-qc)
+  bool QCRUN = false;    // a run without a command: the difference statistics are its purpose
+  bool CORR = false;     // a correction follows: its check needs grids, and a single swath is work enough
+  bool FULL = false;     // grid everything, not only overlaps (-full)
+  ControlParam control;  // control points (-gcp, -xyz_gcp), and points: as they were read
+  ControlPoints points;
   // Tiling.
   TilingParam tiling;      // filters, levels, time stamps; large and xlevel as in Project::scale
   bool cache_tile = true;  // -cache_tile

@@ -188,6 +188,14 @@ bool check_name_lengths(const Run& run) {
   return ok;
 }
 
+// The files of control points, as the rules for inputs find them.
+bool find_control(Run& run) {
+  bool ok = true;
+  for (std::string* const file : {&run.cl.o.scanning.control.gcp.file, &run.cl.o.scanning.control.xyz.file})
+    if (!file->empty()) ok = update_check_file(*file, run.cl.in.rules) && ok;
+  return ok;
+}
+
 // No corrected file may take the place of a source. False after an ERROR line for each.
 bool check_outputs(const Run& run) {
   const Options& o = run.cl.o;
@@ -248,6 +256,7 @@ Step list_inputs(Run& run) {
   if (swaths && ok) ok = adopt_swath_system(o, prj);
   ok = list_mounts(run) && ok;
   if (run.cmd.man) ok = get_shift_calib_files(o, run.cl.in.rules, prj) && ok;
+  ok = find_control(run) && ok;
   if (swaths) ok = check_outputs(run) && ok;
   ok = xclsf2xcls(o, run.xcls) && ok;
   set_xcls_gnd(o, run.xcls);

@@ -61,8 +61,24 @@ Step undo(const Run& run) {
   return undo_corr_swaths(run.prj, par) ? Step::done : Step::failed;
 }
 
+// What a run carries from step to step.
+struct Progress {
+  ControlPoints points;  // targets lie where the swaths of the coming step have them
+  int nmemory = 0;       // swaths that -mem is too small for
+  bool complete = true;  // nothing was left out or is uncertain
+};
+
+// Control points of the options, else those that the displacement file names. Read before the work, so that a wrong
+// file does not end it.
+bool read_control(const std::string& dut, ControlParam& par, ControlPoints& points) {
+  DUTidx idx;
+  if (!dut.empty() && !read_DUT_IDX(dut, idx)) return false;
+  if (!dut.empty()) take_DUT_control(idx, par);
+  return load_control(par, points);
+}
+
 // One pass over the project.
-Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemory, bool& complete) {
+Step process_step(Run& run, const Options& o, const std::string& dut, Progress& progress) {
   Project& prj = run.prj;
   Verdict verdict = begin_verdict(prj);
   CorrParam corr = o.correction;
@@ -73,6 +89,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemo
   place_maps(prj, corr.map);
   ScanParam scan = o.scanning;
   place_maps(prj, scan.map);
+  scan.points = progress.points;
   scan.tiling.xcls = run.xcls;
   scan.REG = run.cmd.reg;
   scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan && !o.fastqc;
@@ -83,13 +100,16 @@ Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemo
     ERROR_MSG("registration or QC failed");
     return Step::failed;
   }
-  nmemory += scanned.nmemory;
+  progress.nmemory += scanned.nmemory;
   if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
   const bool corrects = run.cmd.inv_corr && !scanned.finished;
   CorrResult corrected;
+  corr.control = scan.control;
+  corr.points = scanned.points;
   const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, corrected);
   if (!corrects || corrected.reached) show_verdict(prj, corrected, corrects, corr, verdict);
-  complete = complete && verdict.complete;
+  progress.complete = progress.complete && verdict.complete;
+  if (corrects) progress.points = corrected.points;
   if (!ok) {
     ERROR_MSG("correction failed");
     return Step::failed;
@@ -101,15 +121,15 @@ Step process_step(Run& run, const Options& o, const std::string& dut, int& nmemo
 Step process(Run& run) {
   run.tracks.max_bytes = static_cast<uint64_t>(MEM_MB) * (1 << 20) / TRACK_SHARE;
   run.cl.o.correction.sync.tracks = &run.tracks;
-  const Options& o = run.cl.o;
+  Options& o = run.cl.o;
   if (o.undo) return undo(run);
   std::string dut;
+  Progress progress;
   if (!prepare_correction(run, dut)) return Step::failed;
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
+  if (!read_control(dut, o.scanning.control, progress.points)) return Step::failed;
   if (!check_first(run.prj, o, run.xcls, run.cmd.inv_corr && !o.correction.nil)) return Step::failed;
   if (o.check) return Step::done;
-  int nmemory = 0;
-  bool complete = true;
   const int nsteps = o.align2 ? 2 : 1;
   for (int step = 0; step < nsteps; step++) {
     const Options step_options = align2_options(o, step);
@@ -118,16 +138,16 @@ Step process(Run& run) {
       if (!align2_proc_fxnames(step, run.prj.swaths)) return Step::failed;
     }
     run.prj.name = step_options.odir + o.name;
-    const Step done = process_step(run, step_options, dut, nmemory, complete);
+    const Step done = process_step(run, step_options, dut, progress);
     if (done != Step::on) return done;
   }
-  if (o.strict && !complete) {
+  if (o.strict && !progress.complete) {
     ERROR_MSG("the result is incomplete, see the WARNINGs above (option -strict)");
     return Step::failed;
   }
-  if (nmemory == 0) return Step::on;
-  ERROR_MSG(nmemory << " swaths need more memory than the " << MEM_MB
-                    << " MB reserved (use option -mem): the results are without them");
+  if (progress.nmemory == 0) return Step::on;
+  ERROR_MSG(progress.nmemory << " swaths need more memory than the " << MEM_MB
+                             << " MB reserved (use option -mem): the results are without them");
   return Step::failed;
 }
 }  // namespace veld

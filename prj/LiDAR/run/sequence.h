@@ -14,16 +14,18 @@
 
 namespace veld {
 struct ScanResult {
-  ProjectStat stat;    // statistics and tile frame, by swath number of the project as it is now
-  mTbbox full;         // microtiles with at least one swath
-  mTbbox over;         // microtiles with at least two
-  double area = 0;     // m2, covered
-  double overlap = 0;  // m2, covered by at least two
-  int nrejected = 0;   // swaths that the tiling could not use
-  int nmemory = 0;     // swaths that -mem is too small for: the run is to fail once the others are finished
-  int ncached = 0;     // swaths whose tiles were taken as they stood
-  DUTidx index;        // the project as the displacement file describes it, without pairs
-  InterResult inter;   // of the registration, or of the QC run
+  ProjectStat stat;      // statistics and tile frame, by swath number of the project as it is now
+  mTbbox full;           // microtiles with at least one swath
+  mTbbox over;           // microtiles with at least two
+  double area = 0;       // m2, covered
+  double overlap = 0;    // m2, covered by at least two
+  int nrejected = 0;     // swaths that the tiling could not use
+  int nmemory = 0;       // swaths that -mem is too small for: the run is to fail once the others are finished
+  int ncached = 0;       // swaths whose tiles were taken as they stood
+  DUTidx index;          // the project as the displacement file describes it, without pairs
+  ControlPoints points;  // those of the parameters, with the swaths of the targets
+  ControlQC control;     // the swaths as they are against them
+  InterResult inter;     // of the registration, or of the QC run
   bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
 };
 

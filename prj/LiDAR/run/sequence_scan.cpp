@@ -8,6 +8,7 @@
 #include "lib/general/result_file.h"
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
@@ -47,7 +48,8 @@ void log_bbox(const char* label, const mTbbox& b) {
 
 void log_param(const Project& prj, const ScanParam& par) {
   LOG_LINE("mGSD=" << prj.scale.mTsize << " median=" << !par.mean << " large=" << prj.scale.large
-                   << " xlevel=" << prj.scale.xlevel << " DTS=" << par.tiling.DTS << " REG=" << par.REG
+                   << " xlevel=" << prj.scale.xlevel << " DTS=" << par.tiling.DTS << " GCPfile="
+                   << par.control.gcp.file << " XYZGCPfile=" << par.control.xyz.file << " REG=" << par.REG
                    << " QC=" << par.QC << " FULL=" << par.FULL << " ALLDZ=" << par.regpairs.ALLDZ
                    << " GRPREG=" << par.regpairs.GRP << " REFREG=" << par.regpairs.REF
                    << " CHREG=" << par.regpairs.CH << " chgrp.size()=" << prj.chgrp.size()
@@ -282,6 +284,7 @@ DUTidx make_index(const Project& prj, const ScanParam& par, const ScanResult& re
   idx.area = to_mTbox(res.full);
   idx.ovr = to_mTbox(res.over);
   idx.time_res = prj.time_res;
+  fill_DUT_control(par.control, res.points, idx);
   for (const Swath& s : prj.swaths) idx.swaths.push_back(make_DUTswath(prj.swaths, s.id));
   return idx;
 }
@@ -335,7 +338,7 @@ bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, c
 bool QC_DUT_IDX(const Project& prj, const ScanParam& par, const ScanResult& res) {
   LOG_ENTER("QC_DUT_IDX nsw=" << prj.swaths.size() << " dim=" << prj.scale.dim << " level=" << prj.scale.level
                               << " mTsize=" << prj.scale.mTsize << " tr=" << prj.time_res
-                              << " nGCP=0 nXYZGCP=0");
+                              << " nGCP=" << res.points.gcp.size() << " nXYZGCP=" << res.points.xyz.size());
   if (file_size(prj.name + ".dut") >= 0) {
     LOG_LINE("<!> kept the index of " << prj.name << ".dut");
     return true;
@@ -397,6 +400,8 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
     ERROR_MSG("consistency checking, tile info processing or swath stat computation failed");
     return false;
   }
+  res.points = par.points;
+  match_control(prj, res.points);
   Tovr ovr;
   if (!comp_ovr_grp_fx(prj, ovr, res, qclog)) return false;
   if (par.BB && !write_boxes(prj, par, res)) return false;
@@ -409,12 +414,16 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
   }
   SwPairList near;
   if (!single && !find_overlap(prj, par, ovr, near, res, qclog)) return false;
-  if (single && !par.FULL && !par.GCP && !par.CORR) {
+  if (single && !par.FULL && !par.control.any() && !par.CORR) {
     LOG_MSG("single swath: nothing to do, use -full or -gcp or -xyz_gcp");
     res.finished = true;
     return true;
   }
   if (!res.over.empty() && !write_overlap_box(prj, res.over)) return false;
+  if (!QC_control(prj, par.control, res.points, res.control)) {
+    ERROR_MSG("pre-correction absolute QC failed, GCP not found or missing/incompatible temp. tile file");
+    return false;
+  }
   return grid_and_register(prj, par, ovr, near, res);
 }
 }  // namespace
