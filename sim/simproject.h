@@ -58,6 +58,9 @@ struct SimSpec {
   dxyz drift_pos{0, 0, 0};      // m, east, north, up
   dxyz drift_att_deg{0, 0, 0};  // roll, pitch, yaw
   double drift_tau = 45;        // s
+  // Ground control on open ground
+  int ncontrol = 10;
+  int ncheck = 6;
   // Noise
   double range_noise = 0.015;  // m
   double angle_noise_deg = 0.0015;
@@ -92,6 +95,9 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
 // The recorded trajectory, traj.out (SBET) or traj.txt (text), and the coordinate system where the options
 // of the aligner have no name for it.
 [[nodiscard]] bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir);
+// Control points gcp.txt, check points gcp_check.txt (name x y z sigma), both gcp_all.txt (and 1 or 0). Fewer than
+// asked for where there is not enough open ground.
+[[nodiscard]] bool write_control(const SimSpec& spec, const std::string& dir);
 // The options of the aligner that fit the project.
 std::string project_options(const SimSpec& spec);
 }  // namespace veld

@@ -45,6 +45,7 @@ int main(int argc, char** argv) {
   std::string dir;
   const double UNSET = -1e9;  // the preset's value holds
   double seed = UNSET, nparallel = UNSET, ncross = UNSET, nref = UNSET, nchannel = UNSET, zone = UNSET;
+  double ncontrol = UNSET, ncheck = UNSET;
   double geographic = UNSET, generic = UNSET;
   const Setting settings[] = {
       {"seed", &seed, "seed of landscape, motion and noise"},
@@ -52,6 +53,8 @@ int main(int argc, char** argv) {
       {"cross", &ncross, "cross lines"},
       {"ref", &nref, "reference strips over the middle lines"},
       {"channels", &nchannel, "laser channels, 1 or 2"},
+      {"control", &ncontrol, "ground control points"},
+      {"check", &ncheck, "ground check points"},
       {"zone", &zone, "UTM zone, negative south"},
       {"po_geo", &geographic, "text trajectory: 1 geographic, 0 projected"},
       {"int_gen", &generic, "1: i1 to i7 are those of the generic model"},
@@ -122,11 +125,9 @@ int main(int argc, char** argv) {
   const struct {
     double value;
     int* target;
-  } counts[] = {{nparallel, &spec.nparallel},
-                {ncross, &spec.ncross},
-                {nref, &spec.nref},
-                {nchannel, &spec.nchannel},
-                {zone, &spec.zone}};
+  } counts[] = {
+      {nparallel, &spec.nparallel}, {ncross, &spec.ncross}, {nref, &spec.nref}, {nchannel, &spec.nchannel},
+      {ncontrol, &spec.ncontrol},   {ncheck, &spec.ncheck}, {zone, &spec.zone}};
   for (const auto& c : counts)
     if (c.value != UNSET) *c.target = static_cast<int>(c.value);
   if (geographic != UNSET) spec.traj_geographic = geographic != 0;

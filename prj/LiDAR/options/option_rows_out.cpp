@@ -73,6 +73,8 @@ void add_rows_out(Options& o, std::vector<OptRow>& rows) {
       boolean("ascii", "", &o.scanning.map.ascii, available, Theme::qc, "maps as text"),
       boolean("json", "", &o.scanning.control.gcp.json, available, Theme::qc,
               "reports of control points in JSON too"),
+      boolean("report", "", &o.report, available, Theme::qc,
+              "report of a correction on one page (_report.html)"),
       boolean("bb", "", &o.scanning.BB, available, Theme::qc, "bounding boxes and rectangles of swaths"),
       boolean("fp", "", &o.fp, product(FOOTPRINTS), Theme::qc, "footprints of swaths"),
       boolean("obj", "", &o.scanning.OUTOBJ, available, Theme::qc, "outlines as .obj too"),

@@ -120,6 +120,7 @@ struct Options {
   std::string out = "*";
   int opls = 0;
   int oplz = 0;
+  int report = 1;
   int ogtile = 0;
   int ogtile_corr = 0;
   int ogtile_tiff = 0;

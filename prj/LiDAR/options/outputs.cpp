@@ -194,6 +194,11 @@ const std::vector<OutputTable>& output_tables() {
        "Time: s, as in NAME_TA.log\n"
        "Lon, Lat: degrees; X, Y, Z in the unit of the swaths; h: m\n"
        "Roll, Pitch, Yaw: degrees, yaw from north as in the source"},
+      {"_report.html", "",
+       "what was done and whether it is good, on one page for a browser or for paper: map, differences, "
+       "control "
+       "points, accuracy, calibration, drift, what was rejected, options",
+       ""},
       {"_GCP.log", "", "heights of the swaths as they are at the control points (-gcp)", GCP_COLUMNS},
       {"_GCPcorr.log", "", "the same with the corrections applied", "as in NAME_GCP.log"},
       {"_XYZGCP.log", "", "targets in three dimensions (-xyz_gcp) in the swaths as they are", XYZGCP_COLUMNS},

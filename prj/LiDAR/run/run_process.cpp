@@ -9,6 +9,7 @@
 #include "prj/LiDAR/run/check_first.h"
 #include "prj/LiDAR/run/dut_inputs.h"
 #include "prj/LiDAR/run/dut_swaths.h"
+#include "prj/LiDAR/run/report_input.h"
 #include "prj/LiDAR/run/run_internal.h"
 #include "prj/LiDAR/run/sequence.h"
 #include "prj/LiDAR/run/verdict.h"
@@ -77,6 +78,16 @@ bool read_control(const std::string& dut, ControlParam& par, ControlPoints& poin
   return load_control(par, points);
 }
 
+// The page of a correction, and the closing lines.
+bool report_correction(const Project& prj, const Options& o, const ScanResult& scanned, const CorrParam& par,
+                       const CorrResult& corrected, bool complete) {
+  if (o.report && !write_report(prj, corrected, make_ReportInput(prj, scanned, par.control, complete)))
+    return false;
+  show_absolute(prj, scanned.control, corrected.control,
+                o.report ? prj.name + "_report.html" : std::string());
+  return true;
+}
+
 // One pass over the project.
 Step process_step(Run& run, const Options& o, const std::string& dut, Progress& progress) {
   Project& prj = run.prj;
@@ -109,6 +120,9 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, corrected);
   if (!corrects || corrected.reached) show_verdict(prj, corrected, corrects, corr, verdict);
   progress.complete = progress.complete && verdict.complete;
+  if (ok && corrects && corrected.reached &&
+      !report_correction(prj, o, scanned, corr, corrected, verdict.complete))
+    return Step::failed;
   if (corrects) progress.points = corrected.points;
   if (!ok) {
     ERROR_MSG("correction failed");

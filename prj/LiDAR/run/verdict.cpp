@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -94,5 +95,25 @@ void show_verdict(const Project& prj, const CorrResult& corrected, bool corrects
   if (!corrects) return;
   show_difference(prj, corrected.qc, verdict);
   for (const std::string& line : corrected.found) LOG_MSG(line);
+}
+
+void show_absolute(const Project& prj, const ControlQC& before, const ControlQC& after,
+                   const std::string& report) {
+  const auto heights = [](const char* kind, const GCPstat& a, const GCPstat& b) {
+    if (b.n > 0)
+      LOG_MSG(kind << " points, RMS of height differences: " << a.rms << " m before, " << b.rms
+                   << " m after, " << b.npoint << " points");
+  };
+  heights("Control", before.gcp.control, after.gcp.control);
+  heights("Check", before.gcp.check, after.gcp.check);
+  const auto nswath = std::ranges::count_if(prj.swaths, [](const Swath& s) {
+    return s.state == SwathState::untiled || s.state == SwathState::no_track || s.state == SwathState::beside;
+  });
+  std::set<int> points;
+  for (const GCPoccur& o : after.gcp.occ)
+    if (!o.in) points.insert(o.gcp);
+  if (nswath + static_cast<int64_t>(points.size()) > 0)
+    LOG_MSG("Rejected: " << nswath << " swaths, " << points.size() << " control or check points");
+  if (!report.empty()) LOG_MSG("Report: " << report);
 }
 }  // namespace veld

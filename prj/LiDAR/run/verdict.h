@@ -24,4 +24,8 @@ Verdict begin_verdict(const Project& prj);
 // Behind a step's work. corrected: of the step; corrects: the run has a correction. A WARNING for whatever is incomplete.
 void show_verdict(const Project& prj, const CorrResult& corrected, bool corrects, const CorrParam& par,
                   Verdict& verdict);
+
+// The control points before and after, what was rejected, and where the report lies (empty: there is none).
+void show_absolute(const Project& prj, const ControlQC& before, const ControlQC& after,
+                   const std::string& report);
 }  // namespace veld

@@ -1,0 +1,105 @@
+// Ground control in whole runs, scored against the truth.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/run/scored_project.h"
+
+namespace veld {
+namespace {
+// A project whose ranges are short by 0.15 m, which overlaps do not show: all is 0.15 m too high.
+struct GroundControl : testing::Test {
+  static ScoredProject* project;
+  static void SetUpTestSuite() { project = new ScoredProject({"-i1", "0.15"}); }
+  static void TearDownTestSuite() { delete project; }
+  static const std::string& dir() { return project->dir; }
+  static RunOutput align(std::vector<std::string> args, const std::string& out) {
+    std::filesystem::create_directory(dir() + "/" + out);
+    std::filesystem::create_directory(dir() + "/tmp");
+    const std::vector<std::string> base = {"-align", "-utm",    "33",    "-i", "L*.las",  "-po", "traj.out",
+                                           "-out",   "*_c.las", "-odir", out,  "-tmpdir", "tmp", "-map",
+                                           "0",      "-plot",   "0",     "-C", "B"};
+    args.insert(args.begin(), base.begin(), base.end());
+    return project->program.run(args);
+  }
+  static double mean_z(const std::string& out) {
+    const ProjectScore s = score_files(dir() + "/truth", dir() + "/" + out, {"L01", "L02", "L03"});
+    return s.all.mean.z;
+  }
+  static nlohmann::json report(const std::string& path) {
+    return nlohmann::json::parse(read_text(dir() + "/" + path));
+  }
+};
+ScoredProject* GroundControl::project = nullptr;
+
+// Heights of three of the points 0.5 m wrong.
+std::string spoiled(const std::string& text) {
+  std::istringstream in(text);
+  std::ostringstream out;
+  out.precision(12);
+  std::string name, sigma, control;
+  double x, y, z;
+  while (in >> name >> x >> y >> z >> sigma >> control)
+    out << name << ' ' << x << ' ' << y << ' '
+        << z + (name == "G02" || name == "G05" || name == "C03" ? 0.5 : 0) << ' ' << sigma << ' ' << control
+        << '\n';
+  return out.str();
+}
+
+TEST_F(GroundControl, TheBiasGoesAndGrossErrorsAreNamed) {
+  const RunOutput plain = align({}, "plain");
+  ASSERT_EQ(plain.code, 0) << plain.err;
+  EXPECT_GT(std::fabs(mean_z("plain")), 0.1);
+  write_text(dir() + "/wrong.txt", spoiled(read_text(dir() + "/gcp_all.txt")));
+  const RunOutput r = align({"-gcp", "wrong.txt", "-json", "-nthreads", "1"}, "one");
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_LT(std::fabs(mean_z("one")), 0.01);
+  for (const char* const text : {"control points rejected as outliers: G02 (-0.", ", G05 (-0.",
+                                 "check points rejected as outliers: C03 (-0."})
+    EXPECT_TRUE(holds(r.err, text)) << r.err;
+  EXPECT_TRUE(holds(r.out, "Report: ")) << r.out;
+  const nlohmann::json before = report("one/project_GCP.json"), after = report("one/project_GCPcorr.json");
+  EXPECT_GT(std::fabs(before["check"]["mean_dz"].get<double>()), 0.05);
+  EXPECT_LT(std::fabs(after["check"]["mean_dz"].get<double>()), 0.01);
+  EXPECT_EQ(after["check"]["n_out_rej"].get<int>() > 0, true);
+  // The same with two threads, to the byte.
+  ASSERT_EQ(align({"-gcp", "wrong.txt", "-json", "-nthreads", "2"}, "two").code, 0);
+  for (const char* const file : {"project_GCP.json", "project_GCPcorr.json", "L01_c.las", "L03_c.las"})
+    EXPECT_EQ(read_text(dir() + "/one/" + file), read_text(dir() + "/two/" + file)) << file;
+}
+
+TEST_F(GroundControl, TheDisplacementFileKeepsThePoints) {
+  ASSERT_EQ(align({"-gcp", "gcp.txt", "-gcp_sigma", "0.02"}, "kept").code, 0);
+  EXPECT_TRUE(holds(read_text(dir() + "/kept/project_idx.log"), "/gcp.txt"));
+  std::filesystem::create_directory(dir() + "/again");
+  const std::vector<std::string> args = {
+      "-corr", "kept/project", "-utm",    "33",  "-i", "L*.las", "-po",  "traj.out", "-out",  "*_c.las",
+      "-odir", "again",        "-tmpdir", "tmp", "-C", "B",      "-map", "0",        "-plot", "0"};
+  const RunOutput r = project->program.run(args);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_TRUE(holds(r.out, "Control points are those of the displacement file: ")) << r.out;
+  EXPECT_LT(std::fabs(mean_z("again")), 0.01);
+}
+
+TEST_F(GroundControl, WhatCannotBeUsedStopsTheRunBeforeTheWork) {
+  write_text(dir() + "/far.txt", "A 400000 5321000 500\n");
+  write_text(dir() + "/bad.txt", "no points\n");
+  const struct {
+    std::vector<std::string> args;
+    const char* text;
+  } cases[] = {{{"-gcp", "bad.txt"}, "ERROR: no valid GCP found in file bad.txt"},
+               {{"-gcp", "absent.txt"}, "ERROR: could not find file absent.txt"},
+               {{"-gcp", "gcp.txt", "-gcp_parse", "q"}, "expecting {[i]xyz[s][c][f]}"},
+               {{"-xyz_gcp", "gcp.txt"}, "ERROR: no valid XYZ GCP found in file gcp.txt"},
+               {{"-gcp", "far.txt"}, "ERROR: GCP tiling: no point left"}};
+  for (const auto& c : cases) {
+    const RunOutput r = align(c.args, "stopped");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(holds(r.err, c.text)) << c.text << "\n" << r.err;
+  }
+}
+}  // namespace
+}  // namespace veld
