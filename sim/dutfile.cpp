@@ -42,6 +42,7 @@ bool read_index(const std::string& path, DutFile& dut) {
       int nsw = 0, gsize = 0, level = 0, dim = 0, unit = -1;
       words >> nsw >> gsize >> level >> dim >> unit;
       metres = unit == 0;
+      dut.spacing = gsize;
       continue;
     }
     words >> tag;

@@ -18,6 +18,7 @@ struct DutPair {
   int64_t nrecords;
 };
 struct DutFile {
+  int spacing = 0;                  // m, of the vectors
   std::vector<std::string> swaths;  // file names without directory and extension
   std::vector<DutPair> pairs;
   std::vector<DutVector> vectors;  // records without a height are left out

@@ -1,5 +1,6 @@
 // veldscore: compares the corrected swaths or the displacements of a simulated project with the truth and prints
 // tables.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +16,7 @@ namespace {
 struct Options {
   std::string project, corrected, suffix = "_c", ext = ".las", cal, dut, track;
   std::string row;  // title of the lines for a document; empty: tables
-  double limit = 0, cell = 10, radius = 6, gross = 0.1;
+  double limit = 0, cell = 10, radius = 0, gross = 0.1;
 };
 
 void print_stat(const std::string& name, const ErrorStat& s) {
@@ -116,7 +117,10 @@ void print_point_row(const std::string& title, double floor, const ProjectScore&
 bool score_displacements(const Options& o, const nlohmann::json& truth) {
   DutFile dut;
   DutScore score;
-  if (!read_dut(o.dut, dut) || !score_dut_file(o.project, truth, dut, o.radius, o.gross, score)) return false;
+  if (!read_dut(o.dut, dut)) return false;
+  // A wide circle holds more points, but over short vectors' spacings the truth itself changes.
+  const double radius = o.radius > 0 ? o.radius : std::clamp(0.75 * dut.spacing, 1.5, 6.0);
+  if (!score_dut_file(o.project, truth, dut, radius, o.gross, score)) return false;
   if (o.row.empty())
     print_dut(dut, score);
   else
@@ -177,7 +181,8 @@ int usage() {
       "  -sbet          corrected trajectory: does it give the corrected points again, with -cal?\n"
       "  -cell          m, cells of the relative error (10)\n"
       "  -limit         m, fail when the 3-D RMS less the mean shift is larger\n"
-      "  -radius        m, surroundings of a displacement in which its truth is measured (6)\n"
+      "  -radius        m, surroundings of a displacement in which its truth is measured\n"
+      "                 (three quarters of the vectors' spacing, 6 at most)\n"
       "  -gross         m, limit of gross errors of displacements (0.1)\n"
       "  -row           title: one line a table, for a document\n");
   return 1;
@@ -214,7 +219,7 @@ int main(int argc, char** argv) {
     if (a.rfind('-', 0) == 0 || !o.corrected.empty()) return usage();
     (o.project.empty() ? o.project : o.corrected) = a;
   }
-  if (o.project.empty() || (o.corrected.empty() && o.dut.empty()) || !(o.cell > 0) || !(o.radius > 0))
+  if (o.project.empty() || (o.corrected.empty() && o.dut.empty()) || !(o.cell > 0) || o.radius < 0)
     return usage();
   nlohmann::json truth;
   if (!read_truth(o.project, truth)) return 1;

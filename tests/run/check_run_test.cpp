@@ -161,7 +161,7 @@ TEST(CheckRun, OutputsAreThoseOfTheirTable) {
   int nfiles = 0;
   for (const auto& entry : std::filesystem::directory_iterator(project.dir + "/out")) {
     const std::string name = entry.path().filename();
-    if (!name.starts_with("project_")) continue;
+    if (!name.starts_with("project_") || name.starts_with("project_2.dut")) continue;
     SCOPED_TRACE(name);
     const OutputTable* const row = output_of(name.substr(7));
     ASSERT_NE(row, nullptr) << "not in the table";

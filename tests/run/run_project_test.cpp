@@ -83,7 +83,8 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
   const std::string o1 = path("o1"), o2 = path("o2");
   const std::vector<std::string> names = result_files(o1);
   EXPECT_EQ(names, result_files(o2));
-  for (const char* const name : {"r.dut", "r_idx.log", "r_sw_stat.log", "r_inv_stat.log", "r_TA.log"})
+  for (const char* const name :
+       {"r.dut", "r_2.dut", "r_idx.log", "r_sw_stat.log", "r_inv_stat.log", "r_TA.log"})
     EXPECT_GT(read_text(o1 + "/" + name).size(), 100u) << name;
   for (const std::string& name : names) {
     if (holds(name, ".log")) continue;  // logs name their directories
@@ -105,6 +106,11 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
       run({"-corr", "r", "-utm", "33", "-po", "traj.out", "-out", "*_d.las", "-name", "s"}, 1, "2");
   EXPECT_EQ(later.code, 0) << later.err;
   EXPECT_TRUE(read_text(o1 + "/L01_c.las") == read_text(o1 + "/L01_d.las"));
+  const RunOutput once = run(
+      {"-corr", "r", "-utm", "33", "-po", "traj.out", "-out", "*_e.las", "-name", "t", "-reg2", "0"}, 1, "2");
+  EXPECT_EQ(once.code, 0) << once.err;
+  EXPECT_FALSE(read_text(o1 + "/L01_c.las") == read_text(o1 + "/L01_e.las"));
+  EXPECT_FALSE(exists(o1 + "/t_2.dut"));
 }
 
 // With drift of position and attitude the swaths still come together, and the boresight is that of the sensor.

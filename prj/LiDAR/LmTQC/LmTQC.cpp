@@ -21,77 +21,6 @@ const char* word(int v, const char* same, const char* all, const char* diff) {
   return v == KEEP_SAME ? same : v == KEEP_ALL ? all : diff;
 }
 
-// Correction of a swath at a microtile of its own tiles; the indices may run into the neighbouring tiles.
-// False where the table has none.
-bool corr_at(const InterSwath& s, const SCorrTbl& corr, int64_t XI, int64_t YI, int mx, int my, xyz& c) {
-  if (corr.C.empty()) {
-    c = corr.T0;
-    return true;
-  }
-  if (mx < 0) mx += mTsub, XI--;
-  if (my < 0) my += mTsub, YI--;
-  if (mx >= mTsub) mx -= mTsub, XI++;
-  if (my >= mTsub) my -= mTsub, YI++;
-  const int k = s.grid.tile_at(XI, YI);
-  if (k < 0 || corr.C(k).empty()) return false;
-  c = corr.C(k)(mx, my);
-  if (c.z == NODATA) return false;
-  c += corr.T0;
-  return true;
-}
-
-// Mean correction of the microtiles that meet at vertex (i, j) of a tile.
-bool corr_at_vertex(const InterSwath& s, const SCorrTbl& corr, const ToccTile& tile, int i, int j,
-                    xyz& mean) {
-  int n = 0;
-  mean = {0, 0, 0};
-  for (int dy = -1; dy <= 0; dy++)
-    for (int dx = -1; dx <= 0; dx++) {
-      xyz c;
-      if (!corr_at(s, corr, tile.x, tile.y, i + dx, j + dy, c)) continue;
-      mean += c;
-      n++;
-    }
-  if (n > 0) mean /= static_cast<float>(n);
-  return n > 0;
-}
-
-// The displacement field that the two corrections amount to, on the microtile corners: a point of the first
-// swath moves by c1, one of the second by c2, so the grids meet at p + (c2 - c1) and p. x, y in pixels.
-Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl& c1, const SCorrTbl& c2,
-                     const ToccTile& tile, float GSD) {
-  const int dxp = comp_dxp(0);
-  Image<xyz> Def(dxp, dxp, xyz{0, 0, NR_NODATA});
-  for (int j = 0; j < dxp; j++)
-    for (int i = 0; i < dxp; i++) {
-      xyz a, b;
-      if (!corr_at_vertex(s1, c1, tile, i, j, a) || !corr_at_vertex(s2, c2, tile, i, j, b)) continue;
-      const xyz d = b - a;
-      Def(i, j) = {d.x / GSD, d.y / GSD, d.z};
-    }
-  return Def;
-}
-
-float max_corr(const SCorrTbl& corr) {  // m, along an axis in the plane
-  float m = std::max(std::fabs(corr.T0.x), std::fabs(corr.T0.y));
-  float c_max = 0;
-  for (const Image<xyz>& tile : corr.C)
-    for (uint64_t k = 0; k < tile.size(); k++)
-      if (tile.val[k].z != NODATA)
-        c_max = std::max({c_max, std::fabs(tile.val[k].x), std::fabs(tile.val[k].y)});
-  return m + c_max;
-}
-
-// A margin that holds the corrections and the spline, within one tile.
-RegLevels margin_for(const SCorrTbl& c1, const SCorrTbl& c2, const TileScale& scale) {
-  const float pixels = (max_corr(c1) + max_corr(c2)) / scale.GSD() + 4;
-  RegLevels levels;
-  levels.Jstart = levels.Jend = 0;
-  const int most = mTsub * scale.dim / 8 * 8;
-  levels.buf = std::clamp(static_cast<int>(std::min(pixels, 1e6f) / 8 + 1) * 8, 16, std::max(16, most));
-  return levels;
-}
-
 struct QCsum {
   double n = 0, sum = 0, sum2 = 0, area = 0;
 };
@@ -127,21 +56,20 @@ bool measure_pair(const Project& prj, const SwPair& p, const SwathVector<SCorrTb
   const SCorrTbl &c1 = corr[p.sw1], &c2 = corr[p.sw2];
   LOG_ENTER("SCorr2Def sw1=" << p.sw1 << " sw2=" << p.sw2 << " SCorr1[sw1].size()=" << c1.C.size()
                              << " SCorr1[sw2].size()=" << c2.C.size());
-  if ((!c1.C.empty() && c1.C.size() != s1.grid.TI.size()) ||
-      (!c2.C.empty() && c2.C.size() != s2.grid.TI.size())) {
+  if (!fits(c1, s1) || !fits(c2, s2)) {
     LOG_LINE("<!> tiles and correction tables differ");
     gridok = false;
     return false;
   }
   InterTiles inter;
   NRpair pair;
-  const InterState state =
-      inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, margin_for(c1, c2, prj.scale), nthreads, inter, pair);
+  const RegLevels levels = levels_for(max_corr(c1) + max_corr(c2), prj.scale, 0);
+  const InterState state = inter_TZ1_TZ2(prj, s1, s2, NM_TMIN, levels, nthreads, inter, pair);
   failed = state == InterState::failed;
   if (state != InterState::ok) return false;
   Vector<Image<xyz>> Def(inter.tiles.size());
   for (size_t i = 0; i < inter.tiles.size(); i++)
-    Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD());
+    Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD(), 0);
   Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
   prepare_pair(pair, 0, nthreads);
   DZmap map;

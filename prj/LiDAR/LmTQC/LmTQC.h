@@ -14,17 +14,11 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/LmTinter/corr_field.h"
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/stat_xyz.h"
 
 namespace veld {
-// The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the
-// swath's tile table (".0T.idx", same order), 32 x 32 microtile centres, z = -9999 where there is none.
-struct SCorrTbl {
-  Vector<Image<xyz>> C;  // m; empty: the swath is not corrected (fixed, or without a trajectory)
-  xyz T0 = {0, 0, 0};    // m, added to the whole swath on top of C (global shifts)
-};
-
 struct QCcorrResult {
   int nint = 0;   // pairs of the list
   int nused = 0;  // pairs measured

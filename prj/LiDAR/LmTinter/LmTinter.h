@@ -18,6 +18,8 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
+struct SCorrTbl;  // corr_field.h
+
 constexpr int KEEP_SAME = 0;  // values of the pair filters
 constexpr int KEEP_ALL = 1;
 constexpr int KEEP_DIFF = 2;
@@ -87,4 +89,11 @@ std::vector<SwPair> comp_int_sw(const SwathTable& swaths, const SwPairList& over
 // written.
 [[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap,
                                  const InterParam& param, InterResult& result);
+
+// Registers the pairs of an index that have vectors once more, about the displacements that corrections amount to
+// (by swath, as an inversion of these vectors found them). Writes name + ".dut" and "_idx.log", pairs in the order of
+// the index. result: nint, nreg, nvec; nreg is 0, after a WARNING, when the grids are not those of the index, and no
+// file is written then. False after an ERROR line.
+[[nodiscard]] bool rereg_inter_LmT(const Project& prj, const DUTidx& idx, const SwathVector<SCorrTbl>& model,
+                                   const std::string& name, int nthreads, InterResult& result);
 }  // namespace veld

@@ -1,11 +1,13 @@
 // prj/LiDAR/LmTinter/LmTinter_internal.h
 // The steps of reg_inter_LmT on one pair.
 #pragma once
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "lib/threads/memory_budget.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/LmTinter/corr_field.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/stat_xyz.h"
@@ -35,10 +37,15 @@ std::string regpair_name(const RegpairIdx& idx);
 bool check_regpair_idx(SwathId sw1, SwathId sw2, const RegpairIdx& now);
 bool write_regpair_idx(SwathId sw1, SwathId sw2, const RegpairIdx& now, bool okreg);
 
-struct PairWork {  // what all pairs share
+struct PairJob {  // what is to be done with all pairs
   const Project& prj;
   const InterParam& param;
   RegLevels levels;
+  // Corrections of the swaths: the displacements that they amount to are a model that pairs are registered about. Null:
+  // none, pairs are registered from coarse to fine.
+  const SwathVector<SCorrTbl>* model = nullptr;
+};
+struct PairWork : PairJob {
   int nthreads;          // within a pair
   MemoryBudget& memory;  // a pair waits for its share
 };
@@ -59,6 +66,12 @@ struct PairOutcome {                    // what a pair gives to the logs and the
 // False, after an ERROR line, when one of the program's own files cannot be read or written: a pair that is left out
 // for its data is no failure.
 [[nodiscard]] bool process_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, PairOutcome& out);
+
+// Takes the outcome of the pair at a place of the list. False after an ERROR line.
+using PairWriter = std::function<bool(size_t, PairOutcome&)>;
+// Processes pairs side by side, as many as the memory holds; threads that are left over work within the pairs. Outcomes
+// are written one at a time in the order of the list. False after an ERROR line.
+[[nodiscard]] bool for_pairs(const PairJob& job, const std::vector<SwPair>& pairs, const PairWriter& write);
 
 // The records of a registered pair of swaths whose times are open. stat: of the displacements written, metres. False after an ERROR line when
 // the times cannot be read.

@@ -1,17 +1,12 @@
 // The loop over pairs.
 #include <algorithm>
 #include <cmath>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/progress.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
-#include "lib/threads/memory_budget.h"
-#include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTQCimg/pair_maps.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
 #include "prj/LiDAR/tuning.h"
@@ -200,73 +195,13 @@ void report(const RegRun& run, const InterResult& r, const std::string& time) {
                     << " nqc=" << r.nqc << " Mpix=" << r.Mpix);
 }
 
-// Pairs that are done, until those before them are: what a pair gives to the files goes there in their order.
-class PairQueue {
- public:
-  PairQueue(RegRun& run, const std::vector<SwPair>& pairs, int nthreads, InterResult& result)
-      : run_(run),
-        pairs_(pairs),
-        result_(result),
-        ahead_(AHEAD * static_cast<size_t>(nthreads)),
-        out_(pairs.size()) {}
-
-  // Waits until pair i is not too far ahead of the first that is not written: results that wait take memory.
-  void wait_turn(size_t i) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    moved_.wait(lock, [&] { return failed_ || i < next_ + ahead_; });
-  }
-  // Takes the outcome of pair i and writes what is due. False when that fails.
-  bool put(size_t i, PairOutcome&& out) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    out_[i] = std::make_unique<PairOutcome>(std::move(out));
-    for (; !failed_ && next_ < out_.size() && out_[next_]; next_++) {
-      failed_ = !write_pair(run_, pairs_[next_], *out_[next_], result_);
-      out_[next_].reset();
-      const int done = static_cast<int>(next_) + 1;
-      progress_step(done, progress_text(run_.param, done, result_));
-    }
-    moved_.notify_all();
-    return !failed_;
-  }
-  void fail() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    failed_ = true;
-    moved_.notify_all();
-  }
-
- private:
-  static constexpr size_t AHEAD = 8;
-  RegRun& run_;
-  const std::vector<SwPair>& pairs_;
-  InterResult& result_;
-  const size_t ahead_;
-  std::vector<std::unique_ptr<PairOutcome>> out_;
-  size_t next_ = 0;
-  bool failed_ = false;
-  std::mutex mutex_;
-  std::condition_variable moved_;
-};
-
-// Pairs side by side, as many as the memory holds; threads that are left over work within the pairs. False after an
-// ERROR line.
 bool process_pairs(RegRun& run, const std::vector<SwPair>& pairs, InterResult& result) {
-  const int npairs = static_cast<int>(pairs.size());
-  const int outer = std::clamp(run.param.nthreads, 1, std::max(1, npairs));
-  PairQueue queue(run, pairs, outer, result);
-  MemoryBudget memory(static_cast<uint64_t>(MEM_MB) << 20);
-  const PairWork work = {run.prj, run.param, run.levels, std::max(1, run.param.nthreads / outer), memory};
-  std::vector<PairSwaths> swaths(static_cast<size_t>(outer));
-  const int64_t bad = run_units(npairs, outer, [&](int64_t i, int thread) {
-    const size_t k = static_cast<size_t>(i);
-    queue.wait_turn(k);
-    PairOutcome out;
-    if (process_pair(work, pairs[k], swaths[static_cast<size_t>(thread)], out) &&
-        queue.put(k, std::move(out)))
-      return true;
-    queue.fail();
-    return false;
+  return for_pairs({run.prj, run.param, run.levels}, pairs, [&](size_t i, PairOutcome& out) {
+    if (!write_pair(run, pairs[i], out, result)) return false;
+    const int done = static_cast<int>(i) + 1;
+    progress_step(done, progress_text(run.param, done, result));
+    return true;
   });
-  return bad < 0;
 }
 }  // namespace
 

@@ -39,6 +39,21 @@ bool make_NRparam(const PairWork& work, const SwPair& p, const PairSwaths& sw, R
   return true;
 }
 
+// The same for a registration about the model of the job, which has no cache: it would hold for one inversion only.
+NRstart start_about(const PairWork& work, const SwPair& p, const PairSwaths& sw, const InterTiles& inter,
+                    NRparam& param) {
+  param.Jstart = param.Jend = work.levels.Jend;
+  param.nthreads = work.nthreads;
+  param.about_start = true;
+  NRstart start;
+  start.J = param.Jend;
+  start.Def.resize(inter.tiles.size());
+  for (size_t i = 0; i < inter.tiles.size(); i++)
+    start.Def.val[i] = SCorr2Def(sw.s1, sw.s2, (*work.model)[p.sw1], (*work.model)[p.sw2], inter.tiles[i],
+                                 work.prj.scale.GSD(), param.Jend);
+  return start;
+}
+
 // What a measurement is to map.
 DZmap want_map(const PairWork& work, bool deformed) {
   const InterParam& par = work.param;
@@ -63,8 +78,8 @@ bool register_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, const 
   RegpairIdx idx;
   NRparam param;
   FileLock lock;
-  if (!make_NRparam(work, p, sw, idx, lock, param)) return false;
-  NRstart start = start_reg(pair.img2.size(), param);
+  if (!work.model && !make_NRparam(work, p, sw, idx, lock, param)) return false;
+  NRstart start = work.model ? start_about(work, p, sw, inter, param) : start_reg(pair.img2.size(), param);
   prepare_pair(pair, start.depth(), param.nthreads);
   measure_before(work, pair, out);
   NRresult reg;
@@ -109,7 +124,12 @@ bool read_swaths(const Project& prj, const SwPair& p, PairSwaths& sw) {
 
 bool process_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, PairOutcome& out) {
   LOG_ENTER("pair " << p.number << " sw1=" << p.sw1 << " sw2=" << p.sw2 << " reg=" << p.reg);
+  if (!p.reg && !work.param.QC) return true;
   if (!read_swaths(work.prj, p, sw)) return false;
+  if (work.model && !(fits((*work.model)[p.sw1], sw.s1) && fits((*work.model)[p.sw2], sw.s2))) {
+    ERROR_MSG("tiles and correction tables differ, swaths " << p.sw1 << "/" << p.sw2);
+    return false;
+  }
   InterTiles inter;
   InterState& state = out.state;
   state = choose_inter_tiles(work.prj, sw.s1, sw.s2, work.param.nmTmin, work.levels, inter);

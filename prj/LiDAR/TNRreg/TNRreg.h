@@ -75,6 +75,9 @@ struct NRparam {
   int nthreads = 1;     // no result depends on it
   std::string cache;    // deformation cache of the pair (".rpc.d0"); empty: none is read or written
   bool cached = false;  // take the deformation from the cache instead of computing it
+  // The start's deformation is a model of the displacement, good to a pixel: the final level starts from it, and the
+  // prior holds what departs from it.
+  bool about_start = false;
 };
 
 // Statistics of the height differences reference - moved, in height units.
@@ -97,7 +100,8 @@ struct DZmap {
   Vector<Image<float>> dz0, dz;
 };
 
-// What a registration starts from: the deformation of the cache at the last level, or none at the first one.
+// What a registration starts from: the deformation of the cache or of a model at the last level, or none at the first
+// one.
 struct NRstart {
   int J = 0;
   bool from_cache = false;
@@ -122,7 +126,8 @@ struct NRresult {
   DZstat before, after;  // differences at displacement 0 and at Def
 };
 
-// Reads the cache of nt tiles when param.cached; a cache that cannot be read is none.
+// Reads the cache of nt tiles when param.cached; a cache that cannot be read is none. With about_start the caller makes
+// the start itself.
 NRstart start_reg(uint64_t nt, const NRparam& param);
 
 // Makes the images ready for registration and measurement: flags, pyramids of `depth` levels, coefficients. Uses up

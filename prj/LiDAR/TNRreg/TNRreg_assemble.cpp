@@ -76,11 +76,11 @@ void add_slot(const float* slot, int nv, VertexBlock* block, V3<float>* g) {
   }
 }
 
-// Adds the prior's share of g, minus its product with Def.
+// Adds the prior's share of g, minus its product with what departs from the model.
 void add_prior(NormalEq& N, const dUParamTiles& Q) {
   const auto second = [](const xyz& a, const xyz& b, const xyz& c) { return (a - b) + (c - b); };
   for (int t = 0; t < N.nt; t++) {
-    const Image<xyz>& D = *Q.tile.val[t].Def;
+    const dUParamTile& T = Q.tile.val[t];
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         const size_t k = N.at(t, i, j);
@@ -89,9 +89,10 @@ void add_prior(NormalEq& N, const dUParamTiles& Q) {
           for (const size_t q : {k - step, k + step}) N.g[q].x -= f.x, N.g[q].y -= f.y, N.g[q].z -= f.z;
           N.g[k].x += 2 * f.x, N.g[k].y += 2 * f.y, N.g[k].z += 2 * f.z;
         };
-        if (N.cx[k] > 0) spread(second(D.row(j)[i - 1], D.row(j)[i], D.row(j)[i + 1]), 1);
+        if (N.cx[k] > 0) spread(second(T.departure(i - 1, j), T.departure(i, j), T.departure(i + 1, j)), 1);
         if (N.cy[k] > 0)
-          spread(second(D.row(j - 1)[i], D.row(j)[i], D.row(j + 1)[i]), static_cast<size_t>(N.stride));
+          spread(second(T.departure(i, j - 1), T.departure(i, j), T.departure(i, j + 1)),
+                 static_cast<size_t>(N.stride));
       }
   }
 }
@@ -179,12 +180,12 @@ double prior_energy(const NormalEq& N, const dUParamTiles& Q) {
     return o.x * d.x * d.x + o.y * d.y * d.y + o.z * d.z * d.z;
   };
   for (int t = 0; t < N.nt; t++) {
-    const Image<xyz>& D = *Q.tile.val[t].Def;
+    const dUParamTile& T = Q.tile.val[t];
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         const size_t k = N.at(t, i, j);
-        if (N.cx[k] > 0) sum += square(D.row(j)[i - 1], D.row(j)[i], D.row(j)[i + 1]);
-        if (N.cy[k] > 0) sum += square(D.row(j - 1)[i], D.row(j)[i], D.row(j + 1)[i]);
+        if (N.cx[k] > 0) sum += square(T.departure(i - 1, j), T.departure(i, j), T.departure(i + 1, j));
+        if (N.cy[k] > 0) sum += square(T.departure(i, j - 1), T.departure(i, j), T.departure(i, j + 1));
       }
   }
   return 0.5 * sum;

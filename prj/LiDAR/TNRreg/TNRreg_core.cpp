@@ -12,6 +12,8 @@ namespace {
 constexpr float S_ZERO = 0.0001f;  // a residual scale of this or less is no scale
 // Of the prior, for a vertex spacing of 1 m. A tenth of it held neighbours too loosely: twice the errors.
 constexpr float PRIOR_WEIGHT = 100.0f;
+// What departs from a model is drift and errors of the model: smoother than the displacement.
+constexpr float MODEL_WEIGHT = 10.0f;
 constexpr int MAX_OUTER = 15;  // steps a level
 // Steps end when they change the vertices by this share of their uncertainties, RMS, times NR_BOOST.
 constexpr double SETTLED = 0.02;
@@ -121,7 +123,8 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   Q.nthreads = param.nthreads;
   Q.tile.resize(img.size());
   for (uint64_t t = 0; t < img.size(); t++) Q.tile.val[t].Def = &result.Def.val[t];
-  const float cell = pair.mTsize * static_cast<float>(1 << lev.Jend), w = PRIOR_WEIGHT * cell * cell;
+  const float cell = pair.mTsize * static_cast<float>(1 << lev.Jend);
+  const float w = PRIOR_WEIGHT * cell * cell * (param.about_start ? MODEL_WEIGHT : 1.0f);
   Q.omega = {w, w, w};
   Q.rough_unit = pair.rough_unit;
   // Counted from the final level: where that is a coarse one, the floor shall not reach it unasked.
@@ -133,6 +136,8 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   }
   proc_Vmap_topo(Q);
   sync_border(Q);
+  if (param.about_start)
+    for (dUParamTile& T : Q.tile) T.model = *T.Def;
   init_rows(Q);
   resid_pass(Q);
   take_pixels(Q);

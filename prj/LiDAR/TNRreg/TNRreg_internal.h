@@ -3,9 +3,10 @@
 // tests.
 //
 // With p the pixels of the region of interest, u = (ux, uy, uz) interpolated bilinearly from the vertices,
-//   E(u) = 1/2 sum_p w_p r_p^2 / s^2 + 1/2 sum_c omega_c sum_vertices (d2 u_c / dx2)^2 + (d2 u_c / dy2)^2,
+//   E(u) = 1/2 sum_p w_p r_p^2 / s^2 + 1/2 sum_c omega_c sum_vertices (d2 v_c / dx2)^2 + (d2 v_c / dy2)^2,
 //   r_p  = Z(p) + uz(p) - C(p + buf + (ux, uy)(p)),
-// C the moved image as cubic B-spline, Z the reference, w_p Cauchy weights 1 / (1 + (r / sigma)^2).
+// C the moved image as cubic B-spline, Z the reference, w_p Cauchy weights 1 / (1 + (r / sigma)^2), v = u or, where
+// there is a model of u, what departs from it.
 // Weights and s are held during a conjugate gradient run and renewed between runs.
 #pragma once
 #include <algorithm>
@@ -48,6 +49,7 @@ struct dUParamTile {
   Image<uint8_t> Vmap;   // states of the vertices
   uint32_t Tnpar = 0;    // active vertices
   Image<xyz>* Def = nullptr;  // displacement at the vertices
+  Image<xyz> model;           // displacement that the prior is about; empty: none, 0
   Image<float> zV, wV;        // weighted sum of reference heights about a vertex, sum of the weights
   Vector<float> bx0, bx1;     // per column or row: weights of its lower and upper vertex
   Vector<uint32_t> ix, iy;    // per column the lower vertex column; per row the lower vertex row times nv
@@ -55,6 +57,11 @@ struct dUParamTile {
   int buf = 0;                                   // margin of C at this level
   int dim = 0;                                   // pixels along a vertex cell at this level
   int nv() const { return Def->xsize(); }
+  // What the prior holds.
+  xyz departure(int i, int j) const {
+    const xyz d = Def->row(j)[i];
+    return model.empty() ? d : d - model.row(j)[i];
+  }
 };
 
 struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a tile; it touches two vertex

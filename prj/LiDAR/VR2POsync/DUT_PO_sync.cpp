@@ -179,25 +179,24 @@ bool sync_file(SyncJob& job, int f) {
 }
 
 // Position and attitude at every vector, from the caches.
-bool interp_pairs(SyncJob& job) {
-  POsync& res = job.res;
+bool interp_pairs(const SwathTable& swaths, POsync& res) {
   const size_t np = res.pairs.size();
   res.O1.resize(np), res.O2.resize(np), res.Att1.resize(np), res.Att2.resize(np);
-  SwathVector<std::vector<std::pair<size_t, int>>> of_swath(job.swaths());  // entries of pairs, side
+  SwathVector<std::vector<std::pair<size_t, int>>> of_swath(swaths);  // entries of pairs, side
   for (size_t k = 0; k < np; k++) {
     DUTpair& p = res.pairs[k];
     res.O1[k].resize(p.size(), NO_PO);
     res.O2[k].resize(p.size(), NO_PO);
     res.Att1[k].resize(p.size(), xyz{1000, 1000, 1000});
     res.Att2[k].resize(p.size(), xyz{1000, 1000, 1000});
-    for (double& t : p.t1) t = job.swaths()[p.sw1].clock.sync(t);
-    for (double& t : p.t2) t = job.swaths()[p.sw2].clock.sync(t);
+    for (double& t : p.t1) t = swaths[p.sw1].clock.sync(t);
+    for (double& t : p.t2) t = swaths[p.sw2].clock.sync(t);
     of_swath[p.sw1].push_back({k, 1});
     of_swath[p.sw2].push_back({k, 2});
   }
-  const std::vector<SwathId> ids = job.swaths().ids();
+  const std::vector<SwathId> ids = swaths.ids();
   const int64_t bad = run_units(static_cast<int64_t>(ids.size()), NTHREADSIO, [&](int64_t i, int) {
-    const Swath& s = job.swaths()[ids[static_cast<size_t>(i)]];
+    const Swath& s = swaths[ids[static_cast<size_t>(i)]];
     if (s.track.file < 0 || of_swath[s.id].empty()) return true;
     Vector<PO> po;
     double dt = 0;
@@ -274,8 +273,14 @@ int DUT_PO_sync(const std::string& dutname, Project& prj, const POsyncParam& par
     ERROR_MSG("failed to sync GPS time for DUT file " << dutname);
     return 0;
   }
-  if (!sync_files(job) || !interp_pairs(job)) return 0;
+  if (!sync_files(job) || !interp_pairs(job.swaths(), res)) return 0;
   return finish_sync(job, watch);
+}
+
+bool replace_sync_pairs(const std::string& dutname, const Project& prj, POsync& res) {
+  LOG_ENTER("replace_sync_pairs dut='" << dutname << "'");
+  DUTidx idx;
+  return read_DUT_IDX(dutname, idx) && read_DUT(dutname, idx, res.pairs) && interp_pairs(prj.swaths, res);
 }
 
 int IDX_PO_sync(const DUTidx& idx, Project& prj, const POsyncParam& par, POsync& res) {

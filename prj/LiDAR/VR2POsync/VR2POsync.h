@@ -98,6 +98,10 @@ struct POsync {                // beside what stands in the rows of the swaths: 
 // in TMPDIR. Returns the number of usable mobile swaths; 0 after an ERROR line.
 [[nodiscard]] int DUT_PO_sync(const std::string& dutname, Project& prj, const POsyncParam& par, POsync& res);
 
+// Puts the vectors of another registration of the same pairs in the place of those that res was made with (and that may
+// have been moved out of it). The trajectory caches must still be there. False after an ERROR line.
+[[nodiscard]] bool replace_sync_pairs(const std::string& dutname, const Project& prj, POsync& res);
+
 // The same without registration data, for all mobile swaths of an index (par.ALL is taken as set): clocks,
 // caches and reports, but no vectors. idx must be of the swaths of prj.
 [[nodiscard]] int IDX_PO_sync(const DUTidx& idx, Project& prj, const POsyncParam& par, POsync& res);

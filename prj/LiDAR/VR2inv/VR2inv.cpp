@@ -249,7 +249,7 @@ bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& 
 
   const bool drift_wanted = par.Ftx || par.Fty || par.Ftz || par.Faw || par.Fap || par.Fak;
   const bool after_calibration = par.DCC && par.STEP1;  // step 1 had no drift: constants at least
-  const bool significant = check_significance(inv);
+  const bool significant = res.significant = check_significance(inv);
   const bool step2 = significant && drift_wanted && ((par.HF && par.dt > 0) || after_calibration);
   const bool cal_in_step1 = !step2 || after_calibration;
   if (par.STEP1) {

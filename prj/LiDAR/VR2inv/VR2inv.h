@@ -138,6 +138,8 @@ struct InvResult {
   int npair_used = 0;
   uint64_t nvec_used = 0;
   bool step2_ok = false;  // time-dependent drift found
+  bool significant =
+      true;  // false: the displacements are no larger than what vegetation makes, nothing is corrected
   std::vector<Vector<xyz>>
       residuals;  // m, by pair of the input and its vectors; empty: the pair was not used
 };

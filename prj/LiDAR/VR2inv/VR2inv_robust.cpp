@@ -169,7 +169,7 @@ struct Patches {
     for (uint64_t i = 1; i < p.P.size(); i++)
       step.push_back(
           static_cast<float>(std::hypot(p.P.val[i].x - p.P.val[i - 1].x, p.P.val[i].y - p.P.val[i - 1].y)));
-    constexpr double VECTORS = 6;  // along a side
+    constexpr double VECTORS = 12;  // along a side: their errors go together over several
     if (!step.empty()) side = VECTORS * std::max(median(step), 0.01);
     for (uint64_t i = 0; i < p.P.size(); i++) {
       if (!(s.W0.val[i].x > 0)) continue;

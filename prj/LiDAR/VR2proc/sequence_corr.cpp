@@ -158,13 +158,42 @@ void settle_dt(Run& run) {
   LOG_MSG("Drift interval dt=" << run.inv.dt << " s (time resolution " << tr << " s)");
 }
 
+// files: the logs and results too.
+bool invert_pairs(const Project& prj, Run& run, const InvInput& in, bool files) {
+  if (inv_CalTAWarp(files ? prj.name : "", in, run.inv, run.res)) return true;
+  ERROR_MSG("inversion failed");
+  return false;
+}
+
+// Puts displacements that were measured about what was found in the place of those that it was found from.
+bool register_again(const Project& prj, Run& run) {
+  SwathVector<SCorrTbl> model;
+  constexpr bool FILL = true;  // whatever the check shows, points are the same
+  if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, FILL, NTHREADS,
+                       model))
+    return false;
+  init_T0_SCorr(run.res, run.swc, model);
+  const std::string dut = prj.name + "_2";
+  InterResult reg;
+  if (!rereg_inter_LmT(prj, run.sync.idx, model, dut, NTHREADS, reg)) {
+    ERROR_MSG("second registration failed");
+    return false;
+  }
+  return replace_sync_pairs(reg.nreg > 0 ? dut : run.par.dut, prj, run.sync);
+}
+
 bool invert(const Project& prj, Run& run) {
   const Stopwatch watch;
   InvInput in = make_InvInput(prj, run.rot, run.samples, run.sync);
-  if (!inv_CalTAWarp(prj.name, in, run.inv, run.res)) {
-    ERROR_MSG("inversion failed");
-    return false;
+  if (run.par.REG2) {
+    if (!invert_pairs(prj, run, in, false)) return false;
+    const InvResult& r = run.res;
+    if (r.significant && (r.CL || r.CB || r.CI || r.CT || r.CA)) {
+      if (!register_again(prj, run)) return false;
+      in = make_InvInput(prj, run.rot, run.samples, run.sync);
+    }
   }
+  if (!invert_pairs(prj, run, in, true)) return false;
   LOG_MSG("All inversion steps completed | " << watch.text());
   return save_residual_maps(prj, run.sync.idx, run.par.map, in, run.res);
 }

@@ -22,6 +22,7 @@ struct CorrParam {
   std::string dut;                    // base path of the DUT files: dut + ".dut", dut + "_idx.log"
   InvParam inv = {.ShiftRef = true};  // calibration, drift, priors and filters of the inversion
   bool auto_dt = true;  // the drift interval is worked out from the data (-drift auto); else inv.dt stands
+  bool REG2 = true;     // register again about what was found, and invert that (-reg2)
   POsyncParam sync;     // matching of swaths and trajectories
   // Quality control.
   bool QC = true;          // relative QC after correction (-qc)
@@ -67,6 +68,6 @@ struct CorrResult {
 };
 
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside
-// prj.name. False after an ERROR line; the caller adds "correction failed".
+// prj.name, and the second displacements as prj.name + "_2". False after an ERROR line; the caller adds "correction failed".
 [[nodiscard]] bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result);
 }  // namespace veld

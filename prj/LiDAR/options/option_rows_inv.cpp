@@ -42,6 +42,8 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
       integer("unc_adj", "U", 0, 4, &o.correction.inv.UADJ, available, Theme::inversion,
               "adjust uncertainties to the residuals: 0 no, 1 where significant, 2 only upwards, 3 always, 4 "
               "as 1, twice"),
+      boolean("reg2", "", &o.correction.REG2, available, Theme::inversion,
+              "register the pairs again about what the inversion found, and invert that"),
       boolean("robust", "", &o.correction.inv.robust, available, Theme::inversion,
               "weigh vectors by their residuals against the model, scale by pair"),
       real("sig_min", "", 0, 100, &o.correction.inv.SIGmin, available, Theme::inversion,

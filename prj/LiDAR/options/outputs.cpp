@@ -84,6 +84,10 @@ const std::vector<OutputTable>& output_tables() {
        "index of the displacement file NAME.dut: settings, swaths (#S; not used: group 0, Fixed 0), pairs "
        "(#P)",
        ""},
+      {"_2_idx.log", "#[IDX",
+       "the same of NAME_2.dut, the second registration: displacements measured about what the first ones "
+       "gave",
+       ""},
       {"_DZ_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",
        "height differences of the pairs as the files are", STAT_COLUMNS},
       {"_DZreg_stat.log", "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:",

@@ -15,6 +15,7 @@ struct ScanParam {
   bool QC = true;        // difference statistics of the pairs before and after registration (-qc)
   bool QCRUN = false;    // a run without a command: the difference statistics are its purpose
   bool CORR = false;     // a correction follows: its check needs grids, and a single swath is work enough
+  bool REG2 = false;     // and registers again, which needs grids too (-reg2)
   bool FULL = false;     // grid everything, not only overlaps (-full)
   ControlParam control;  // control points (-gcp, -xyz_gcp), and points: as they were read
   ControlPoints points;

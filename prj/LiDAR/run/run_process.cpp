@@ -106,6 +106,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan && !o.fastqc;
   scan.FASTQC = o.fastqc && (!o.scan || draws_maps(scan.map));  // of a scan the maps are wanted, if given
   scan.CORR = run.cmd.inv_corr;
+  scan.REG2 = corr.REG2;
   ScanResult scanned;
   if (!SCAN_REG_QC(prj, scan, scanned)) {
     ERROR_MSG("registration or QC failed");

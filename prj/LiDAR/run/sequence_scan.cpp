@@ -258,7 +258,7 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   w.DOREG = par.REG;
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
   w.DOFQC = par.FASTQC && (ovr || par.FULL);
-  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || (par.CORR && par.QC && ovr);
+  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || (par.CORR && (par.QC || par.REG2) && ovr);
   LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " OUTZ=" << par.map.OUTZ << " OUTD=" << par.map.OUTD
                   << " OUTS=" << par.map.OUTS << " OUTR=" << par.map.OUTR << " QC=" << par.QC
                   << " -> DOFQC=" << w.DOFQC << " DOREG=" << w.DOREG << " DOGRID=" << w.DOGRID);

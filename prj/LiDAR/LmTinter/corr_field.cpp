@@ -1,0 +1,78 @@
+#include "prj/LiDAR/LmTinter/corr_field.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace veld {
+namespace {
+// Correction of a swath at a microtile of its own tiles; the indices may run into the neighbouring tiles.
+// False where the table has none.
+bool corr_at(const InterSwath& s, const SCorrTbl& corr, int64_t XI, int64_t YI, int mx, int my, xyz& c) {
+  if (corr.C.empty()) {
+    c = corr.T0;
+    return true;
+  }
+  if (mx < 0) mx += mTsub, XI--;
+  if (my < 0) my += mTsub, YI--;
+  if (mx >= mTsub) mx -= mTsub, XI++;
+  if (my >= mTsub) my -= mTsub, YI++;
+  const int k = s.grid.tile_at(XI, YI);
+  if (k < 0 || corr.C(k).empty()) return false;
+  c = corr.C(k)(mx, my);
+  if (c.z == NODATA) return false;
+  c += corr.T0;
+  return true;
+}
+
+// Mean correction of the microtiles that meet at corner (i, j) of those of a tile.
+bool corr_at_corner(const InterSwath& s, const SCorrTbl& corr, const ToccTile& tile, int i, int j,
+                    xyz& mean) {
+  int n = 0;
+  mean = {0, 0, 0};
+  for (int dy = -1; dy <= 0; dy++)
+    for (int dx = -1; dx <= 0; dx++) {
+      xyz c;
+      if (!corr_at(s, corr, tile.x, tile.y, i + dx, j + dy, c)) continue;
+      mean += c;
+      n++;
+    }
+  if (n > 0) mean /= static_cast<float>(n);
+  return n > 0;
+}
+}  // namespace
+
+Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl& c1, const SCorrTbl& c2,
+                     const ToccTile& tile, float GSD, int J) {
+  const int dxp = comp_dxp(J);
+  const float pixel = GSD * static_cast<float>(1 << std::max(J - MG_SKIP, 0));
+  Image<xyz> Def(dxp, dxp, xyz{0, 0, NR_NODATA});
+  for (int j = 0; j < dxp; j++)
+    for (int i = 0; i < dxp; i++) {
+      xyz a, b;
+      if (!corr_at_corner(s1, c1, tile, i << J, j << J, a) ||
+          !corr_at_corner(s2, c2, tile, i << J, j << J, b))
+        continue;
+      const xyz d = b - a;
+      Def(i, j) = {d.x / pixel, d.y / pixel, d.z};
+    }
+  return Def;
+}
+
+float max_corr(const SCorrTbl& corr) {
+  float most = 0;
+  for (const Image<xyz>& tile : corr.C)
+    for (uint64_t k = 0; k < tile.size(); k++)
+      if (tile.val[k].z != NODATA)
+        most = std::max({most, std::fabs(tile.val[k].x), std::fabs(tile.val[k].y)});
+  return most + std::max(std::fabs(corr.T0.x), std::fabs(corr.T0.y));
+}
+
+RegLevels levels_for(float metres, const TileScale& scale, int J) {
+  const float pixels = metres / scale.GSD() + 4;
+  RegLevels levels;
+  levels.Jstart = levels.Jend = J;
+  const int most = mTsub * scale.dim / 8 * 8;
+  levels.buf = std::clamp(static_cast<int>(std::min(pixels, 1e6f) / 8 + 1) * 8, 16, std::max(16, most));
+  return levels;
+}
+}  // namespace veld

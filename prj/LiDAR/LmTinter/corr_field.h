@@ -1,0 +1,35 @@
+// prj/LiDAR/LmTinter/corr_field.h
+// Corrections of swaths on the microtile grid, and the displacement of a pair that they amount to.
+// Here:     the tables, the field of a tile, the margin that moved images need for it.
+// Not here: what makes the tables (VR2proc), registration and measurement under the field (LmTinter, LmTQC).
+#pragma once
+#include "lib/DataStructure/image.h"
+#include "lib/DataStructure/vector.h"
+#include "lib/Geometry/xyz.h"
+#include "prj/LiDAR/LmTinter/inter_tiles.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
+
+namespace veld {
+// The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the
+// swath's tile table (".0T.idx", same order), 32 x 32 microtile centres, z = -9999 where there is none.
+struct SCorrTbl {
+  Vector<Image<xyz>> C;  // m; empty: the swath is not corrected (fixed, or without a trajectory)
+  xyz T0 = {0, 0, 0};    // m, added to the whole swath on top of C (global shifts)
+};
+
+// Whether a table belongs to the tiles of a swath.
+inline bool fits(const SCorrTbl& corr, const InterSwath& s) {
+  return corr.C.empty() || corr.C.size() == s.grid.TI.size();
+}
+
+// The displacement field of a tile at the vertices of level J, in the units of NRresult::Def: a point of the first swath
+// moves by c1, one of the second by c2, so the grids meet at p + (c2 - c1) and p. z is NR_NODATA where a swath has no
+// correction.
+Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl& c1, const SCorrTbl& c2,
+                     const ToccTile& tile, float GSD, int J);
+
+// Largest correction along an axis in the plane, m.
+float max_corr(const SCorrTbl& corr);
+// Level J alone, with a margin for displacements of as many metres and the spline, within one tile.
+RegLevels levels_for(float metres, const TileScale& scale, int J);
+}  // namespace veld
