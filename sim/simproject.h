@@ -34,6 +34,9 @@ struct SimSpec {
   Terrain land;
   // Place and time
   int zone = 33;                          // UTM; negative: southern hemisphere
+  std::string crs;                        // "EPSG:2154"; swaths have its GeoTIFF keys then; empty: UTM
+  double unit_z = 1;                      // m per unit of the heights in swaths
+  bool geoid = false;                     // heights of points count from a geoid, of which a grid is written
   double east = 500000, north = 5321000;  // m, centre
   int week = 2301;
   double sow0 = 305100;  // s of the week at t = 0

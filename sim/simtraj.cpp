@@ -6,6 +6,7 @@
 #include "lib/Geometry/angle.h"
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
+#include "sim/place.h"
 #include "sim/simproject.h"
 #include "sim/simtraj_internal.h"
 
@@ -13,7 +14,7 @@ namespace veld {
 namespace {
 
 // TrajSamples at the trajectory's rate from the start to the end of the flight.
-std::vector<TrajSample> recorded_samples(const SimSpec& spec, const FlightPlan& plan) {
+std::vector<TrajSample> recorded_samples(const SimSpec& spec, const SimPlace& place, const FlightPlan& plan) {
   const DriftModel drift = make_drift(spec);
   const double t_end = plan.lines.back().t1 + 8;
   std::vector<TrajSample> samples;
@@ -23,7 +24,8 @@ std::vector<TrajSample> recorded_samples(const SimSpec& spec, const FlightPlan& 
     const double h = 0.005;
     s.pose = recorded_pose(plan, drift, s.t);
     s.v = (true_pose(plan, s.t + h).p - true_pose(plan, s.t - h).p) / (2 * h);
-    utm_inverse(spec.zone, s.pose.p.x, s.pose.p.y, s.lat, s.lon, s.convergence);
+    place.inverse(s.pose.p.x, s.pose.p.y, s.lat, s.lon, s.convergence);
+    s.h = s.pose.p.z + place.geoid(s.lat, s.lon);
     samples.push_back(s);
   }
   return samples;
@@ -35,8 +37,8 @@ bool write_sbet(const SimSpec& spec, const std::vector<TrajSample>& samples, con
   for (const TrajSample& s : samples) {
     const Pose& p = s.pose;
     const double heading = std::remainder(p.heading + s.convergence, 2 * M_PI);
-    const double record[17] = {spec.sow0 + s.t, s.lat, s.lon, p.p.z, s.v.y, s.v.x, -s.v.z, p.roll, p.pitch,
-                               heading,         0,     0,     0,     0,     0,     0,      0};
+    const double record[17] = {spec.sow0 + s.t, s.lat, s.lon, s.h, s.v.y, s.v.x, -s.v.z, p.roll, p.pitch,
+                               heading,         0,     0,     0,   0,     0,     0,      0};
     if (!file.write(record, sizeof record)) return false;
   }
   return file.commit();
@@ -44,7 +46,8 @@ bool write_sbet(const SimSpec& spec, const std::vector<TrajSample>& samples, con
 
 // A column per letter; letters that mean nothing are filled with zeros. Heading from true north in geographic
 // coordinates, else from grid north.
-bool write_text(const SimSpec& spec, const std::vector<TrajSample>& samples, const std::string& path) {
+bool write_text(const SimSpec& spec, const std::vector<TrajSample>& samples, double unit,
+                const std::string& path) {
   ResultFile file;
   if (!file.open(path)) return false;
   const bool geo = spec.traj_geographic;
@@ -55,9 +58,9 @@ bool write_text(const SimSpec& spec, const std::vector<TrajSample>& samples, con
       double heading = (s.pose.heading + (geo ? s.convergence : 0)) / RAD_PER_DEG;
       heading -= 360 * std::floor(heading / 360);
       const double value = letter == 't'   ? t0 + s.t
-                           : letter == 'x' ? (geo ? s.lon / RAD_PER_DEG : s.pose.p.x)
-                           : letter == 'y' ? (geo ? s.lat / RAD_PER_DEG : s.pose.p.y)
-                           : letter == 'z' ? s.pose.p.z
+                           : letter == 'x' ? (geo ? s.lon / RAD_PER_DEG : s.pose.p.x / unit)
+                           : letter == 'y' ? (geo ? s.lat / RAD_PER_DEG : s.pose.p.y / unit)
+                           : letter == 'z' ? (geo ? s.h : s.pose.p.z / spec.unit_z)
                            : letter == 'w' ? s.pose.roll / RAD_PER_DEG
                            : letter == 'p' ? s.pose.pitch / RAD_PER_DEG
                            : letter == 'k' ? heading
@@ -99,16 +102,21 @@ bool has_letter(const SimSpec& spec, char letter) {
 }  // namespace
 
 bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir) {
-  const std::vector<TrajSample> samples = recorded_samples(spec, plan);
-  if (spec.zone < 0 && !write_wkt(spec.zone, dir + "/crs.wkt")) return false;
+  SimPlace place;
+  if (!place.open(spec)) return false;
+  if (spec.geoid && !place.write_geoid(dir + "/geoid.gtx")) return false;
+  const std::vector<TrajSample> samples = recorded_samples(spec, place, plan);
+  if (spec.crs.empty() && spec.zone < 0 && !write_wkt(spec.zone, dir + "/crs.wkt")) return false;
   const std::string path = dir + "/" + trajectory_name(spec);
-  if (!spec.traj_columns.empty()) return write_text(spec, samples, path);
-  return spec.traj_format == "sbet" ? write_sbet(spec, samples, path) : write_records(spec, samples, path);
+  if (!spec.traj_columns.empty()) return write_text(spec, samples, place.unit(), path);
+  return spec.traj_format == "sbet" ? write_sbet(spec, samples, path)
+                                    : write_records(spec, samples, place.unit(), path);
 }
 
 std::string project_options(const SimSpec& spec) {
   const std::string traj = trajectory_name(spec);
-  std::string o = spec.zone < 0 ? "-wkt crs.wkt" : LOG_STR("-utm " << spec.zone);
+  std::string o = !spec.crs.empty() ? "" : spec.zone < 0 ? "-wkt crs.wkt" : LOG_STR("-utm " << spec.zone);
+  if (spec.geoid) o += " -geoid geoid.gtx";
   if (spec.nchannel == 1)
     o += " -i L*.las -po " + traj + " -imu 0 0 0 -bore 0 0 0";
   else  // a group, a trajectory and a mount per channel

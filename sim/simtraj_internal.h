@@ -12,10 +12,11 @@ struct TrajSample {
   double lat, lon;     // radians
   double convergence;  // radians
   dxyz v;              // m/s, east, north, up
+  double h;            // m above the ellipsoid
   Pose pose;           // as recorded, heading from grid north
 };
 
-// TRJ, SOL, BIN or POF, by spec.traj_format.
-[[nodiscard]] bool write_records(const SimSpec& spec, const std::vector<TrajSample>& samples,
+// TRJ, SOL, BIN, POF or LAS, by spec.traj_format; unit: m per unit of projected positions.
+[[nodiscard]] bool write_records(const SimSpec& spec, const std::vector<TrajSample>& samples, double unit,
                                  const std::string& path);
 }  // namespace veld

@@ -15,6 +15,7 @@
 #include "lib/general/progress.h"
 #include "lib/general/result_file.h"
 #include "lib/threads/pool.h"
+#include "sim/place.h"
 #include "sim/simproject.h"
 
 namespace veld {
@@ -23,7 +24,7 @@ namespace {
 // Names count from 01.
 std::string numbered(const char* letters, int i) { return LOG_STR(letters << (i < 9 ? "0" : "") << i + 1); }
 
-LASheader swath_header(const SimSpec& spec) {
+LASheader swath_header(const SimSpec& spec, const SimPlace& place) {
   LASheader header;
   header.version_minor = 2;
   header.point_format = 1;
@@ -32,14 +33,18 @@ LASheader swath_header(const SimSpec& spec) {
   set_las_text(header.system_identifier, "SIMULATION");
   set_las_text(header.generating_software, "veldsim");
   header.x_scale_factor = header.y_scale_factor = header.z_scale_factor = 0.001;
-  header.x_offset = std::floor(spec.east / 1000) * 1000;
-  header.y_offset = std::floor(spec.north / 1000) * 1000;
+  header.x_offset = std::floor(spec.east / place.unit() / 1000) * 1000;
+  header.y_offset = std::floor(spec.north / place.unit() / 1000) * 1000;
   return header;
 }
 
-bool write_swath(const SimSpec& spec, const std::string& path, const std::vector<SimPoint>& points,
-                 bool truth) {
-  const LASheader header = swath_header(spec);
+bool write_swath(const SimSpec& spec, const SimPlace& place, const std::string& path,
+                 const std::vector<SimPoint>& points, bool truth) {
+  LASheader header = swath_header(spec, place);
+  if (!spec.crs.empty()) {
+    const std::vector<uint16_t> keys = place.geotiff_keys(spec.unit_z);
+    if (!header.add_vlr("LASF_Projection", 34735, keys.data(), keys.size() * sizeof(uint16_t))) return false;
+  }
   std::unique_ptr<LASwriter> writer = las_write_open(path, header, "xyzt");
   if (!writer) return false;
   LASpoint p = header.point();
@@ -49,9 +54,11 @@ bool write_swath(const SimSpec& spec, const std::string& path, const std::vector
   bool ok = true;
   for (const SimPoint& s : points) {
     const dxyz& q = truth ? s.truth : s.observed;
-    p.set_X(static_cast<int32_t>(std::lround((q.x - header.x_offset) / header.x_scale_factor)));
-    p.set_Y(static_cast<int32_t>(std::lround((q.y - header.y_offset) / header.y_scale_factor)));
-    p.set_Z(static_cast<int32_t>(std::lround(q.z / header.z_scale_factor)));
+    p.set_X(
+        static_cast<int32_t>(std::lround((q.x / place.unit() - header.x_offset) / header.x_scale_factor)));
+    p.set_Y(
+        static_cast<int32_t>(std::lround((q.y / place.unit() - header.y_offset) / header.y_scale_factor)));
+    p.set_Z(static_cast<int32_t>(std::lround(q.z / spec.unit_z / header.z_scale_factor)));
     p.set_intensity(static_cast<uint16_t>(100 * s.cls));
     p.set_returns(s.ret, s.nret);
     p.set_classification(s.cls);
@@ -85,21 +92,23 @@ std::vector<SwathFile> list_swaths(const SimSpec& spec, const FlightPlan& plan) 
 }
 
 // A reference is a swath of true points, flown half a year before the lines.
-bool write_reference(const SimSpec& spec, const std::string& path, std::vector<SimPoint>& points) {
+bool write_reference(const SimSpec& spec, const SimPlace& place, const std::string& path,
+                     std::vector<SimPoint>& points) {
   for (SimPoint& p : points) {
     p.truth += spec.ref_shift;
     p.t -= 26 * 604800.0;
   }
-  return write_swath(spec, path, points, true);
+  return write_swath(spec, place, path, points, true);
 }
 
-bool simulate_swath(const SimSpec& spec, const FlightPlan& plan, const std::string& dir, SwathFile& file) {
+bool simulate_swath(const SimSpec& spec, const SimPlace& place, const FlightPlan& plan,
+                    const std::string& dir, SwathFile& file) {
   std::vector<SimPoint> points = scan_line(spec, plan, file.line, file.channel, file.pass);
   file.npoints = points.size();
-  if (file.pass > 0) return write_reference(spec, dir + "/" + file.name, points);
+  if (file.pass > 0) return write_reference(spec, place, dir + "/" + file.name, points);
   for (SimPoint& p : points) p.truth += spec.ref_shift;
-  return write_swath(spec, dir + "/" + file.name, points, false) &&
-         write_swath(spec, dir + "/truth/" + file.name, points, true);
+  return write_swath(spec, place, dir + "/" + file.name, points, false) &&
+         write_swath(spec, place, dir + "/truth/" + file.name, points, true);
 }
 
 void json_swaths(const FlightPlan& plan, const std::vector<SwathFile>& files, nlohmann::json& j) {
@@ -170,13 +179,15 @@ bool write_project(const SimSpec& spec, const std::string& dir) {
     ERROR_MSG("could not create directory '" << dir << "/truth': " << std::strerror(errno));
     return false;
   }
+  SimPlace place;
+  if (!place.open(spec)) return false;
   std::vector<SwathFile> files = list_swaths(spec, plan);
   const int64_t nfiles = static_cast<int64_t>(files.size());
   std::atomic<int> done = 0;
   progress_start(nfiles);
   const int64_t failed =
       run_units(nfiles, static_cast<int>(std::thread::hardware_concurrency()), [&](int64_t i, int) {
-        if (!simulate_swath(spec, plan, dir, files[static_cast<size_t>(i)])) return false;
+        if (!simulate_swath(spec, place, plan, dir, files[static_cast<size_t>(i)])) return false;
         progress_step(++done, LOG_STR("SIMULATED " << done << " lines"));
         return true;
       });

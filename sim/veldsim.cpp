@@ -16,12 +16,15 @@ struct Setting {  // a number of the project that the command line may change
 
 int usage(const Setting* settings, size_t n) {
   std::printf(
-      "usage: veldsim -odir DIR [-preset %s]\n               [-po_parse LETTERS | -po_format FORMAT] [-NAME "
+      "usage: veldsim -odir DIR [-preset %s]\n               [-po_parse LETTERS | -po_format FORMAT] [-crs "
+      "CODE] [-NAME "
       "VALUE ...]\n",
       sim_preset_names().c_str());
   std::printf("  -%-12s columns of a text trajectory: t x y z w p k, others filler (demo: SBET)\n",
               "po_parse");
-  std::printf("  -%-12s sbet, trj, sol, bin or pof\n", "po_format");
+  std::printf("  -%-12s sbet, trj, sol, bin, pof or las\n", "po_format");
+  std::printf("  -%-12s coordinate system, as EPSG:2154, by GeoTIFF keys; east and north in its metres\n",
+              "crs");
   for (size_t i = 0; i < n; i++) std::printf("  -%-12s %s\n", settings[i].name, settings[i].meaning);
   return 1;
 }
@@ -30,7 +33,7 @@ bool check_spec(const SimSpec& spec) {
   const bool ok =
       spec.nparallel >= 1 && spec.ncross >= 0 && spec.nref >= 0 && spec.nref <= spec.nparallel &&
       (spec.nchannel == 1 || spec.nchannel == 2) &&
-      std::string(" sbet trj sol bin pof ").find(" " + spec.traj_format + " ") != std::string::npos &&
+      std::string(" sbet trj sol bin pof las ").find(" " + spec.traj_format + " ") != std::string::npos &&
       spec.zone != 0 && std::abs(spec.zone) <= 60;
   if (!ok) std::fprintf(stderr, "ERROR: lines, cross, ref, channels or zone out of range\n");
   return ok;
@@ -46,7 +49,7 @@ int main(int argc, char** argv) {
   const double UNSET = -1e9;  // the preset's value holds
   double seed = UNSET, nparallel = UNSET, ncross = UNSET, nref = UNSET, nchannel = UNSET, zone = UNSET;
   double ncontrol = UNSET, ncheck = UNSET;
-  double geographic = UNSET, generic = UNSET;
+  double geographic = UNSET, generic = UNSET, geoid = UNSET;
   const Setting settings[] = {
       {"seed", &seed, "seed of landscape, motion and noise"},
       {"lines", &nparallel, "parallel lines"},
@@ -58,6 +61,8 @@ int main(int argc, char** argv) {
       {"zone", &zone, "UTM zone, negative south"},
       {"po_geo", &geographic, "text trajectory: 1 geographic, 0 projected"},
       {"int_gen", &generic, "1: i1 to i7 are those of the generic model"},
+      {"unit_z", &spec.unit_z, "m per unit of the heights in swaths"},
+      {"geoid", &geoid, "1: heights of points count from a geoid"},
       {"east", &spec.east, "m, centre"},
       {"north", &spec.north, "m, centre"},
       {"ref_dx", &spec.ref_shift.x, "m, shift of the reference and the truth"},
@@ -105,8 +110,11 @@ int main(int argc, char** argv) {
     if (i + 1 >= argc) return usage(settings, nset);
     const std::string name = argv[i], value = argv[i + 1];
     if (name == "-preset") continue;
-    if (name == "-odir" || name == "-po_parse" || name == "-po_format") {
-      (name == "-odir" ? dir : name == "-po_parse" ? spec.traj_columns : spec.traj_format) = value;
+    if (name == "-odir" || name == "-po_parse" || name == "-po_format" || name == "-crs") {
+      (name == "-odir"       ? dir
+       : name == "-po_parse" ? spec.traj_columns
+       : name == "-crs"      ? spec.crs
+                             : spec.traj_format) = value;
       continue;
     }
     const Setting* found = nullptr;
@@ -131,6 +139,7 @@ int main(int argc, char** argv) {
   for (const auto& c : counts)
     if (c.value != UNSET) *c.target = static_cast<int>(c.value);
   if (geographic != UNSET) spec.traj_geographic = geographic != 0;
+  if (geoid != UNSET) spec.geoid = geoid != 0;
   if (generic != UNSET) spec.internal_generic = generic != 0;
   return check_spec(spec) && write_project(spec, dir) ? 0 : 1;
 }

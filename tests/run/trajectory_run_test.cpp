@@ -98,11 +98,75 @@ TEST(TrajectoryRun, SouthOrientatedGrid) {
 }
 
 TEST(TrajectoryRun, BinaryFormats) {
-  for (const char* const format : {"trj", "sol", "bin", "pof"}) {
+  for (const char* const format : {"trj", "sol", "bin", "pof", "las"}) {
     SCOPED_TRACE(format);
     const ScoredProject project({"-po_format", format});
     expect_good(project.align({"-utm", "33", "-i", "L*.las", "-po", std::string("traj.") + format}), "");
   }
+}
+
+// Swaths that hold nothing but GeoTIFF keys, and no option about coordinate systems.
+TEST(TrajectoryRun, SystemsOfTheSwathsAlone) {
+  constexpr double US = 1200.0 / 3937.0;
+  const struct {
+    const char* what;
+    std::vector<std::string> place;
+    double unit_xy, unit_z;
+  } cases[] = {
+      {"US feet, heights in US feet",
+       {"-crs", "EPSG:2229", "-east", "1981200", "-north", "563900", "-unit_z", "0.3048006096"},
+       US,
+       US},
+      {"feet, heights in metres", {"-crs", "EPSG:2994", "-east", "500000", "-north", "300000"}, 0.3048, 1},
+      {"south zone", {"-crs", "EPSG:32733", "-east", "560000", "-north", "7500000"}, 1, 1},
+      {"Lambert with two parallels, geoid",
+       {"-crs", "EPSG:2154", "-east", "652000", "-north", "6862000", "-geoid", "1"},
+       1,
+       1}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    ScoredProject project(c.place);
+    project.unit = {c.unit_xy, c.unit_xy, c.unit_z};
+    std::vector<std::string> args = {"-i", "L*.las", "-po", "traj.out"};
+    if (c.place.back() == "1") args.insert(args.end(), {"-geoid", "geoid.gtx", "-gdir", "."});
+    const ScoredRun r = project.align(args);
+    expect_good(r, "");
+    EXPECT_FALSE(holds(r.run.err, "WARNING")) << r.run.err;
+  }
+}
+
+// A text with names above its columns needs no option about columns and coordinates, whatever its separators.
+TEST(TrajectoryRun, TextWithHeaderLine) {
+  const ScoredProject project({"-po_parse", "txyzwpk"});
+  const std::vector<std::string> args = {"-utm", "33", "-i", "L*.las", "-po", "traj.txt", "-po_time", "1"};
+  const std::string rows = read_text(project.dir + "/traj.txt");
+  write_text(project.dir + "/traj.txt", "Time (s) Longitude Latitude H-Ell Roll Pitch Heading\n" + rows);
+  expect_good(project.align(args), "");
+  std::string commas = rows;
+  for (char& c : commas) c = c == ' ' ? ';' : c == '.' ? ',' : c;
+  write_text(project.dir + "/traj.txt", "Time [s];Longitude;Latitude;H-Ell;Roll;Pitch;Heading\n" + commas);
+  const ScoredRun r = project.align(args);
+  expect_good(r, "");
+  EXPECT_TRUE(holds(r.run.out, "commas are taken for points of numbers")) << r.run.out;
+  // The trajectory alone, without a coordinate system: its export lies over the swaths, and its lines are theirs.
+  const RunOutput plot =
+      project.program.run({"-plot_po", "-po", "traj.txt", "-po_time", "1", "-po_sub", "1", "-name", "p"});
+  EXPECT_EQ(plot.code, 0) << plot.err;
+  const std::string text = read_text(project.dir + "/p.txt");
+  EXPECT_EQ(text.substr(0, text.find('\n')), "Time Lon Lat h X Y Z Roll Pitch Yaw");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), std::count(rows.begin(), rows.end(), '\n') + 1);
+  double t, lon, lat, h, x, y;
+  ASSERT_EQ(
+      std::sscanf(text.c_str() + text.find('\n'), "%lf %lf %lf %lf %lf %lf", &t, &lon, &lat, &h, &x, &y), 6);
+  EXPECT_NEAR(x, 500000, 1000);
+  EXPECT_NEAR(y, 5321000, 2000);
+  const RunOutput cut = project.program.run({"-cut", "-po", "traj.txt", "-po_time", "1", "-cut_dist", "150"});
+  EXPECT_EQ(cut.code, 0) << cut.err;
+  EXPECT_TRUE(holds(cut.out, "segments, written pos_cut.txt")) << cut.out;
+  const RunOutput none =
+      project.program.run({"-cut", "-po", "traj.txt", "-po_time", "1", "-cut_dist", "2000"});
+  EXPECT_EQ(none.code, 1);
+  EXPECT_TRUE(holds(none.err, "no smooth segment found, PO file ")) << none.err;
 }
 
 TEST(TrajectoryRun, OneTrajectoryServesAllChannels) {

@@ -116,7 +116,7 @@ bool load_file(SyncJob& job, int f, StoredTrack& track) {
     file.ok = read_PO(track.path, par, po, track.adj);
     if (!file.ok) return false;
   }
-  const POstat stat = comp_PO_dt_stat(po, PO_file_coord(file.scan.fmt, par.proj), track.adj);
+  const POstat stat = comp_PO_dt_stat(po, file.scan.coord, track.adj);
   file.dt = stat.dt;
   file.AREC = recomputed_attitude(job.file_param(f), file.scan, po, job.file_path(f));
   file.tmin = po.val[0].t;
@@ -129,7 +129,7 @@ bool match_swath(SyncJob& job, int f, Swath& s, StoredTrack& track, bool& boxed)
   POfileState& file = job.file(f);
   int& fl = s.track.file;
   if (!boxed) {
-    const int proj = track.projected ? int{PO_PROJ} : PO_file_coord(file.scan.fmt, job.file_param(f).geo);
+    const int proj = track.projected ? int{PO_PROJ} : file.scan.coord;
     if (!proj_PO(track.po, proj, job.prj.georef, job.file_path(f), file.min, file.max)) return false;
     track.projected = boxed = true;
   }

@@ -98,7 +98,7 @@ bool scan_PO_time(SyncJob& job) {
     std::string group = std::to_string(job.file_group(f) + 1);
     group.insert(0, group.size() < 3 ? 3 - group.size() : 0, ' ');
     out.fs << f << ' ' << group << ' ' << PO_format_word(file.scan.fmt) << ' '
-           << PO_coord_word(PO_file_coord(file.scan.fmt, par.geo)) << ' ' << PO_time_word(par.time) << ' '
+           << PO_coord_word(file.scan.coord) << ' ' << PO_time_word(par.time) << ' '
            << (file.scan.yaw ? par.att : 1) << ' ' << file.scan.tadj << ' '
            << date_word(file.scan.t0, file.scan.tadj) << ' ';
     if (file.scan.fmt == PO_TXT)

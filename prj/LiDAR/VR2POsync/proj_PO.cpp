@@ -67,7 +67,7 @@ void check_geoid_ends(const SyncJob& job) {
   const GeoRefParam& g = job.prj.georef;
   for (int f = 0; g.geoH && f < job.nfiles(); f++) {
     const POfileState& file = job.file(f);
-    if (!file.ok || file.dup >= 0 || PO_file_coord(file.scan.fmt, job.file_param(f).geo) != PO_GEO) continue;
+    if (!file.ok || file.dup >= 0 || file.scan.coord != PO_GEO) continue;
     LOG_LINE("Read PO file " << job.file_path(f) << " t:[" << file.scan.t0 << ' ' << file.scan.t1 << "] ");
     for (const bool last : {false, true}) {
       POread par = PO_read_param(job.file_param(f));

@@ -21,7 +21,7 @@ bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam&
   dxyz min, max;
   if (!find_track(par.tracks, source.path, read, track) && !read_PO(source.path, read, track.po, track.adj))
     return false;
-  const int proj = track.projected ? int{PO_PROJ} : PO_file_coord(file.scan.fmt, group.geo);
+  const int proj = track.projected ? int{PO_PROJ} : file.scan.coord;
   if (!proj_PO(track.po, proj, prj.georef, source.path, min, max)) return false;
   po.swap(track.po);
   const Mount* const mount = mount_of_swath(prj, swath);

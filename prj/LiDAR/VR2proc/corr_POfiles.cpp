@@ -89,7 +89,7 @@ bool corr_PO_sw(const Project& prj, const CorrParam& par, const POsync& sync, co
   PoCorrJob job;
   job.path = source.path;
   job.stem = prj.name + "_po_" + std::to_string(file);
-  job.coord = PO_file_coord(state.scan.fmt, group.geo);
+  job.coord = state.scan.coord;
   job.read = PO_read_param(group);
   job.read.deltat = state.TimeCorr;
   job.read.unroll = false;

@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "prj/LiDAR/POio/traj_cut.h"
 #include "prj/LiDAR/VR2proc/sequence_corr.h"
 #include "prj/LiDAR/options/scan_param.h"
 #include "prj/LiDAR/tuning.h"
@@ -20,6 +21,7 @@ struct Options {
   Tuning tuning;         // of all stages; set_tuning makes them the run's
   ScanParam scanning;    // tiling, statistics, grids, registration
   CorrParam correction;  // synchronisation, inversion, quality control after it, output
+  TrajCutParam lines;    // flight lines of a trajectory
 
   bool testgui = false;
   bool exp = false;
@@ -169,12 +171,6 @@ struct Options {
   bool plot_po = false;
   bool cut = false;
   int cut_gap = 1;
-  int keep_turns = 0;
-  float cut_yaw = 20.0f;
-  float cut_dist = 20.0f;
-  float cut_dist_max = 999999.0f;
-  float cut_res = 0.4f;
-  float cut_buf = 0.0f;
 };
 
 enum class OptKind { flag, boolean, integer, real, text, filename, directory, textlist, intlist, reallist };

@@ -221,6 +221,12 @@ const std::vector<OutputTable>& output_tables() {
        "with -ogcp_tin: triangles around the control points, with -obj as .obj too; with the corrections "
        "NAME_GCP_tin_corr.txt",
        "Label_sw_Swath#: name of the point, number of the swath"},
+      {".txt", "Time Lon Lat h X Y Z Roll Pitch Yaw",
+       "the trajectory of -plot_po, every n-th record (-po_sub)",
+       "Time: s, as after -po_time\n"
+       "Lon, Lat, h: degrees and m, of a geographic file; X0, Y0, Z0: m, of an earth-centred one\n"
+       "X, Y, Z: in the project's system, output units\n"
+       "Roll, Pitch, Yaw: degrees, yaw from grid north"},
       {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
       {"_QC.log", "Area", "areas of the project", ""},
       {"_DZ", "",

@@ -8,6 +8,7 @@
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
+#include "prj/LiDAR/VR2POsync/traj_commands.h"
 #include "prj/LiDAR/inputs/georef_setup.h"
 #include "prj/LiDAR/inputs/own_outputs.h"
 #include "prj/LiDAR/inputs/tag_tree.h"
@@ -107,9 +108,19 @@ bool check_single_commands(const Run& run) {
   const bool references = !run.cl.in.fixed.empty();
   if (o.undo && references) WARNING_MSG("ignoring fixed swaths for undo command");
   if (o.cut && references) WARNING_MSG("ignoring fixed swaths for cut command");
-  if ((!o.cut && !o.plot_po) || run.prj.pofiles.size() == 1) return true;
-  ERROR_MSG("commands -cut and -plot_po require a single PO file input");
-  return false;
+  if (!o.cut && !o.plot_po) return true;
+  bool ok = true;
+  if (o.cut && !run.cl.in.mobile.empty()) {
+    ERROR_MSG(
+        "option -cut with swaths is not available yet: swaths are not cut by lines (without -i the lines "
+        "are written as text)");
+    ok = false;
+  }
+  if (run.prj.pofiles.size() != 1) {
+    ERROR_MSG("commands -cut and -plot_po require a single PO file input");
+    ok = false;
+  }
+  return ok;
 }
 
 bool list_trajectories(Run& run) {
@@ -235,6 +246,16 @@ Step prepare_project(Run& run) {
   return Step::on;
 }
 
+Step trajectory_commands(Run& run) {
+  const Options& o = run.cl.o;
+  TrajCut lines;
+  if (o.plot_po)
+    return plot_PO(run.prj, o.correction.sync, o.correction.po_sub, run.prj.name) ? Step::done : Step::failed;
+  if (o.cut)
+    return cut_PO_smooth(run.prj, o.correction.sync, o.lines, OUTDIR, lines) ? Step::done : Step::failed;
+  return Step::on;
+}
+
 Step list_inputs(Run& run) {
   Options& o = run.cl.o;
   Project& prj = run.prj;
@@ -253,7 +274,7 @@ Step list_inputs(Run& run) {
     prj.nmgrp = static_cast<int>(run.cl.in.mobile.size());
     prj.chgrp = o.chgrp.size() == run.cl.in.mobile.size() ? o.chgrp : std::vector<int>();
   }
-  if (swaths && ok) ok = adopt_swath_system(o, prj);
+  if (swaths && ok && prj.swaths.size() > 0) ok = adopt_swath_system(o, prj);
   ok = list_mounts(run) && ok;
   if (run.cmd.man) ok = get_shift_calib_files(o, run.cl.in.rules, prj) && ok;
   ok = find_control(run) && ok;

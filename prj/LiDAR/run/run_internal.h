@@ -39,6 +39,8 @@ struct Run {
 Step prepare_project(Run& run);
 // Exclusions, steering strings and all lists of files. Every mistake is reported before the run stops.
 Step list_inputs(Run& run);
+// Commands that work on a trajectory alone; they end the run.
+Step trajectory_commands(Run& run);
 // The sequences: once, or twice with -align2.
 Step process(Run& run);
 }  // namespace veld

@@ -127,7 +127,7 @@ int run_program(int argc, char** argv, const ProgramPaths& paths, CommandLine& c
   Run run{paths, cl, {}, {}, {}, {}};
   using StepFunction = Step (*)(Run&);
   const StepFunction before[] = {early_steps, defaults_and_directories};
-  const StepFunction work[] = {prepare_project, list_inputs, process};
+  const StepFunction work[] = {prepare_project, list_inputs, trajectory_commands, process};
   for (const StepFunction f : before) {
     const Step step = f(run);
     if (step != Step::on) return step == Step::done ? 0 : 1;
