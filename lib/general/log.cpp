@@ -34,6 +34,17 @@ std::string coloured(const std::string& text) {
   return colour + text.substr(0, end) + "\033[0m" + text.substr(end);
 }
 
+std::vector<std::string>& reported(bool errors) {
+  static std::vector<std::string>* const lists = new std::vector<std::string>[2];
+  return lists[errors];
+}
+
+void remember(const std::string& text, bool error) {
+  constexpr size_t MOST = 1000;
+  const LogLock lock;
+  if (reported(error).size() < MOST) reported(error).push_back(text);
+}
+
 void write_message(const std::string& text, bool one_line, bool error) {
   const LogLock lock;
   if (log_files_open) {
@@ -142,6 +153,17 @@ void log_line(const std::string& text) {
 
 void log_msg(const std::string& text) { write_message(text, false, false); }
 void log_msg1(const std::string& text) { write_message(text, true, false); }
-void log_error(const std::string& text) { write_message("ERROR: " + text, false, true); }
-void log_warning(const std::string& text) { write_message("WARNING: " + text, false, true); }
+void log_error(const std::string& text) {
+  remember(text, true);
+  write_message("ERROR: " + text, false, true);
+}
+void log_warning(const std::string& text) {
+  remember(text, false);
+  write_message("WARNING: " + text, false, true);
+}
+
+std::vector<std::string> reported_messages(bool errors) {
+  const LogLock lock;
+  return reported(errors);
+}
 }  // namespace veld

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace veld {
 // A text under composition: fixed notation with 3 decimals.
@@ -37,6 +38,9 @@ void log_msg(const std::string& text);      // "| @ " in a scope, "> @ " outside
 void log_msg1(const std::string& text);     // "> @ " one-line form; log and standard output
 void log_error(const std::string& text);    // the same with "ERROR: " in front; standard error
 void log_warning(const std::string& text);  // the same with "WARNING: " in front; standard error
+
+// The WARNING or ERROR lines of this process so far, the first thousand, without the word in front.
+std::vector<std::string> reported_messages(bool errors);
 
 #define LOG_CAT2(a, b) a##b
 #define LOG_CAT(a, b) LOG_CAT2(a, b)

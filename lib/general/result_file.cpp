@@ -16,6 +16,7 @@ namespace {
 struct Unfinished {  // of the whole process
   std::timed_mutex mutex;
   std::set<std::string> parts;
+  std::vector<std::string> committed;
 };
 Unfinished& unfinished() {
   static Unfinished* const list = new Unfinished;  // never destroyed: a signal may come at the very end
@@ -27,10 +28,14 @@ ResultFile::~ResultFile() { give_up(); }
 
 void ResultFile::begin(const std::string& name) { begin_part(name, part_of(name)); }
 
-void ResultFile::begin_own(const std::string& name) { begin_part(name, part_of(name + "." + own_tag())); }
+void ResultFile::begin_own(const std::string& name) {
+  begin_part(name, part_of(name + "." + own_tag()));
+  own_ = true;
+}
 
 void ResultFile::begin_part(const std::string& name, const std::string& part) {
   give_up();
+  own_ = false;
   name_ = name;
   part_ = part;
   const std::lock_guard lock(unfinished().mutex);
@@ -59,7 +64,15 @@ bool ResultFile::commit() {
     return false;
   }
   forget();
+  if (own_) return true;
+  const std::lock_guard lock(unfinished().mutex);
+  unfinished().committed.push_back(name_);
   return true;
+}
+
+std::vector<std::string> committed_results() {
+  const std::lock_guard lock(unfinished().mutex);
+  return unfinished().committed;
 }
 
 void ResultFile::give_up() {

@@ -6,6 +6,7 @@
 // Not here: the streams themselves (txtfile.h, binfile.h).
 #pragma once
 #include <string>
+#include <vector>
 
 #include "lib/general/binfile.h"
 #include "lib/general/txtfile.h"
@@ -42,6 +43,7 @@ class ResultFile {
  private:
   void begin_part(const std::string& name, const std::string& part);
   bool reports_;
+  bool own_ = false;  // begun by begin_own()
   std::string name_, part_;
   TxtFileOut text_;
 
@@ -68,6 +70,9 @@ class BinResultFile {
   ResultFile result_;
   BufBinFileOut file_;
 };
+
+// The results that this process has finished, in order; files begun by begin_own() are not among them.
+std::vector<std::string> committed_results();
 
 // Removes the unfinished results of the whole process: for its end by a signal. Waits a second at most for a
 // thread that begins or ends one; threads that begin or end one afterwards stop there.

@@ -5,9 +5,9 @@
 
 namespace veld {
 namespace {
-// The saved options name directories and the logs of the program tell times.
+// The saved options name directories, the logs of the program and its summary tell times.
 bool is_result(const std::string& name) {
-  return !name.starts_with("veldrunner") && !name.ends_with("_opt.xml");
+  return !name.starts_with("veldrunner") && !name.ends_with("_opt.xml") && !name.ends_with("_run.json");
 }
 
 std::map<std::string, std::string> read_results(const std::string& dir) {

@@ -163,6 +163,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     ngrid += gridok;
     if (!used) continue;
     stats[i] = stat;
+    result.pairs.push_back({pairs[i].number, stat});
     result.nused++;
     add_DZ(sum, stat, static_cast<double>(stat.n) * GSD * GSD);
     add_DZ(sum0, before, static_cast<double>(before.n) * GSD * GSD);

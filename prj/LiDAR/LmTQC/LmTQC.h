@@ -19,6 +19,11 @@
 #include "prj/LiDAR/stat_xyz.h"
 
 namespace veld {
+struct PairQC {  // of one pair
+  int number = -1;
+  DZstat stat;  // of the height differences after the correction
+};
+
 struct QCcorrResult {
   int nint = 0;   // pairs of the list
   int nused = 0;  // pairs measured
@@ -34,6 +39,7 @@ struct QCcorrResult {
   double npixel = 0;       // pixels that both swaths of a pair have
   SwathId worst1, worst2;  // of the pair with the largest RMS after the correction
   double worst_rms = 0;    // m
+  std::vector<PairQC> pairs;  // those measured
 };
 
 // Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not

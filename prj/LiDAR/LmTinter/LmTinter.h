@@ -15,7 +15,9 @@
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
+#include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/project.h"
+#include "prj/LiDAR/stat_xyz.h"
 
 namespace veld {
 struct SCorrTbl;  // corr_field.h
@@ -57,16 +59,26 @@ struct InterParam {
   int nthreads = 1;
 };
 
+struct PairResult {  // of one pair
+  int number = -1;
+  SwathId sw1, sw2;
+  uint64_t nvec = 0;     // vectors
+  DZstat before, after;  // height differences before and after the registration; n = 0 without
+  StatXYZ disp;          // m, of the vectors
+  std::string lost;      // why it was not registered, empty when it was
+};
+
 struct InterResult {
-  int nint0 = 0;         // overlapping pairs
-  int nint1 = 0;         // after the filters
-  int nint = 0;          // pairs in the index
-  int nreg = 0;          // registered
-  int nqc = 0;           // measured
-  int ncached = 0;       // of the registered ones, taken from the cache
-  uint64_t nvec = 0;     // vectors written
-  uint64_t nnotime = 0;  // of these, without a time: the inversion cannot use them
-  double Mpix = 0;       // pixels compared, millions
+  int nint0 = 0;                  // overlapping pairs
+  int nint1 = 0;                  // after the filters
+  int nint = 0;                   // pairs in the index
+  int nreg = 0;                   // registered
+  int nqc = 0;                    // measured
+  int ncached = 0;                // of the registered ones, taken from the cache
+  uint64_t nvec = 0;              // vectors written
+  uint64_t nnotime = 0;           // of these, without a time: the inversion cannot use them
+  double Mpix = 0;                // pixels compared, millions
+  std::vector<PairResult> pairs;  // in the order of the index
 };
 
 // Those of the pairs that have an occupied microtile in common. near: pairs whose boxes and rectangles meet (see

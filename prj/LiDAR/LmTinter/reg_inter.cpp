@@ -156,6 +156,7 @@ bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& res
       LOG_MSG(text);  // narrow overlaps are common
   }
   result.nvec += out.rec.size();
+  result.pairs.push_back({p.number, p.sw1, p.sw2, out.rec.size(), out.before, out.after, out.disp, out.lost});
   for (const DUTstr& r : out.rec) result.nnotime += r.Time1 == DUT_NOTIME;
   return write_DUT_pair(run.dut, p.sw1, p.sw2, out.rec, out.lost);
 }

@@ -281,6 +281,9 @@ bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) 
   if (!result.reached) return false;
   if (par.opo) ok = corr_POfiles(prj, run.par, run.sync, run.res, result.swc, run.tables) && ok;
   result.found = run.res.summary;
+  result.calib = run.res.calib;
+  result.sw2cal = SwathVector<int>(prj.swaths, -1);
+  for (const Swath& s : prj.swaths.present()) result.sw2cal[s.id] = run.res.swaths[s.id].cal;
   result.points = moved_control(prj, run.par.points, result.control);
   const std::vector<SwathId> rejected = POget_rej(prj);
   result.nswrej = static_cast<int>(rejected.size());

@@ -65,6 +65,8 @@ struct CorrResult {
   ControlQC control;               // the control points behind the correction
   ControlPoints points;            // targets where they lie in the corrected swaths
   std::vector<std::string> found;  // lines: each calibration set with its uncertainties
+  std::vector<Calib> calib;        // the sets themselves
+  SwathVector<int> sw2cal;         // the set of each, -1 for none
 };
 
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside

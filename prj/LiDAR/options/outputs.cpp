@@ -245,6 +245,7 @@ const std::vector<OutputTable>& output_tables() {
       {"_R", "", "map of the roughness, m (-fastqc -rmap)", "", true},
       {"_Z", "", "map of the elevation, m (-fastqc -zmap)", "", true},
       {"_S", "", "shaded relief (-fastqc -smap)", "", true},
+      {"_run.json", "", "summary of the run for programs; its fields stand in docs/run.schema.json", ""},
       {"_opt.xml", "", "the options of the run, an input for -opt from any directory", ""},
   };
   return tables;

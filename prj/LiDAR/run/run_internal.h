@@ -9,6 +9,7 @@
 #include "prj/LiDAR/inputs/read_options.h"
 #include "prj/LiDAR/options/identity.h"
 #include "prj/LiDAR/project.h"
+#include "prj/LiDAR/run/run_report.h"
 
 namespace veld {
 enum class Step { on, done, failed };  // go on, finished with success, stop
@@ -33,6 +34,7 @@ struct Run {
   std::vector<uint8_t> xcls;  // classes to drop
   TrackStore tracks;          // trajectories that the check has read
   bool mistake = false;       // a mistake was found: the run stops once all are reported
+  RunReport report = {};      // for NAME_run.json
 };
 
 // Units, coordinate system and the tests that end the run.

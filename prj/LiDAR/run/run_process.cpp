@@ -107,24 +107,29 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   scan.FASTQC = o.fastqc && (!o.scan || draws_maps(scan.map));  // of a scan the maps are wanted, if given
   scan.CORR = run.cmd.inv_corr;
   scan.REG2 = corr.REG2;
-  ScanResult scanned;
-  if (!SCAN_REG_QC(prj, scan, scanned)) {
+  RunReport::Pass& pass = run.report.passes.emplace_back();
+  ScanResult& scanned = pass.scan;
+  pass.scanned = SCAN_REG_QC(prj, scan, scanned);
+  pass.swaths = prj.swaths;
+  pass.scale = prj.scale;
+  if (!pass.scanned) {
     ERROR_MSG("registration or QC failed");
     return Step::failed;
   }
   progress.nmemory += scanned.nmemory;
   if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
   const bool corrects = run.cmd.inv_corr && !scanned.finished;
-  CorrResult corrected;
   corr.control = scan.control;
   corr.points = scanned.points;
-  const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, corrected);
-  if (!corrects || corrected.reached) show_verdict(prj, corrected, corrects, corr, verdict);
+  const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, pass.corr);
+  pass.swaths = prj.swaths;
+  pass.corrected = corrects && ok;
+  if (!corrects || pass.corr.reached) show_verdict(prj, pass.corr, corrects, corr, verdict);
   progress.complete = progress.complete && verdict.complete;
-  if (ok && corrects && corrected.reached &&
-      !report_correction(prj, o, scanned, corr, corrected, verdict.complete))
+  if (ok && corrects && pass.corr.reached &&
+      !report_correction(prj, o, scanned, corr, pass.corr, verdict.complete))
     return Step::failed;
-  if (corrects) progress.points = corrected.points;
+  if (corrects) progress.points = pass.corr.points;
   if (!ok) {
     ERROR_MSG("correction failed");
     return Step::failed;

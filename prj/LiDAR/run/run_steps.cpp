@@ -137,11 +137,14 @@ int run_program(int argc, char** argv, const ProgramPaths& paths, CommandLine& c
     LOG_MSG("ok");
     return 0;
   }
-  for (const StepFunction f : work) {
-    const Step step = f(run);
-    if (step != Step::on) return step == Step::done ? 0 : 1;
-  }
-  cleanup(cl.o);
-  return 0;
+  const std::string report = OUTDIR + cl.o.name + "_run.json";
+  remove_file(report);  // of an earlier run: none is better than an old one if this run breaks off
+  Step step = Step::on;
+  for (const StepFunction f : work)
+    if (step == Step::on) step = f(run);
+  if (step == Step::done) return 0;
+  if (step == Step::on) cleanup(cl.o);
+  const int code = step == Step::on ? 0 : 1;
+  return write_run_report(report, run.report, cl, run.prj, code) ? code : 1;
 }
 }  // namespace veld
