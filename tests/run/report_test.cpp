@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -48,8 +50,8 @@ void expect_valid(const Json& value, const Json& schema, const std::string& wher
 
 // The run of an alignment in the simulated project.
 RunOutput align(const ScoredProject& project) {
-  return project.program.run({"-align", "-utm", "33", "-i", "L*.las", "-po", "traj.out", "-odir", "out", "-tmpdir",
-                              "tmp", "-C", "B", "-out", "*_c.las"});
+  return project.program.run({"-align", "-utm", "33", "-i", "L*.las", "-po", "traj.out", "-odir", "out",
+                              "-tmpdir", "tmp", "-C", "B", "-out", "*_c.las"});
 }
 
 Json parse(const std::string& path) { return Json::parse(read_text(path), nullptr, false); }
@@ -60,7 +62,8 @@ TEST(RunReport, AnAlignmentFitsTheSchema) {
   const std::string& dir = project.dir;
   const RunOutput r = align(project);
   ASSERT_EQ(r.code, 0) << r.err;
-  const Json schema = parse(SOURCE_PATH "/docs/run.schema.json"), report = parse(dir + "/out/project_run.json");
+  const Json schema = parse(SOURCE_PATH "/docs/run.schema.json"),
+             report = parse(dir + "/out/project_run.json");
   ASSERT_FALSE(schema.is_discarded());
   ASSERT_FALSE(report.is_discarded());
   expect_valid(report, schema, "report");
@@ -76,7 +79,8 @@ TEST(RunReport, AnAlignmentFitsTheSchema) {
     EXPECT_LT(pair["dz_corrected"]["rms_m"], pair["dz_before"]["rms_m"]) << pair.dump();
   EXPECT_EQ(pass["correction"]["calibration"].size(), 1u);
   std::set<std::string> listed;
-  for (const Json& output : report["outputs"]) listed.insert(std::filesystem::path(output["file"]).filename());
+  for (const Json& output : report["outputs"])
+    listed.insert(std::filesystem::path(output["file"]).filename());
   for (const auto& entry : std::filesystem::directory_iterator(dir + "/out")) {
     const std::string name = entry.path().filename();
     if (name.starts_with("veldrunner") || name.ends_with(".sum") || name == "project_run.json") continue;
@@ -95,5 +99,56 @@ TEST(RunReport, AFailedRunHasOneToo) {
   expect_valid(report, parse(SOURCE_PATH "/docs/run.schema.json"), "report");
   EXPECT_EQ(report["exit"], 1);
   EXPECT_FALSE(report["errors"].empty());
+}
+
+// Outlines, maps and the log of the quality control of a scan; gdalinfo agrees on the place of a map.
+TEST(RunReport, AScanShowsWhereSwathsLie) {
+  const ScoredProject project;
+  const std::string& dir = project.dir;
+  const RunOutput r = project.program.run({"-scan", "-utm", "33", "-i", "L*.las", "-name", "s", "-tiff",
+                                           "-obj", "-map", "-sep", "-xzview", "-tmpdir", "tmp"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  for (const char* name : {"s_sw_fp.geojson", "s_sw_mbr_prj.geojson"}) {
+    const Json shapes = parse(dir + "/" + name);
+    ASSERT_FALSE(shapes.is_discarded()) << name;
+    ASSERT_EQ(shapes["features"].size(), 3u);
+    EXPECT_EQ(shapes["features"][1]["properties"]["swath"], 1);
+    EXPECT_EQ(shapes["features"][0]["geometry"]["type"], "MultiPolygon");
+  }
+  EXPECT_NEAR(parse(dir + "/s_sw_fp.geojson")["features"][0]["geometry"]["coordinates"][0][0][0][0], 15, 3);
+  const std::string log = read_text(dir + "/s_QC.log");
+  for (const char* row : {"Quality control report\n", "Swaths used 3\n", "Area total ", "Area overlap "})
+    EXPECT_NE(log.find(row), std::string::npos) << row << log;
+  for (const char* name :
+       {"s_mN.jpg", "s_mD.jpg", "s_mZ.tif", "s_dt.jpg", "s_dev.jpg", "s_ovr.jpg", "s_sep.tif",
+        "s_sep_stat.log", "s_xzview.jpg", "s_trans.txt", "s_DZ.tif", "s_sw_fp.obj"})
+    EXPECT_TRUE(std::filesystem::exists(dir + "/" + name)) << name;
+  if (std::system("gdalinfo --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "gdalinfo is not installed";
+  const Json shape = parse(dir + "/s_sw_mbr_prj.geojson");
+  for (const char* name : {"s_DZ", "s_sep", "s_mN"}) {
+    ASSERT_EQ(std::system(("cd " + dir + " && gdalinfo -json " + name + ".tif > info.json").c_str()), 0);
+    const Json info = parse(dir + "/info.json");
+    const double x0 = info["geoTransform"][0], y0 = info["geoTransform"][3], pixel = info["geoTransform"][1];
+    EXPECT_NE(info["coordinateSystem"]["wkt"].get<std::string>().find("UTM zone 33N"), std::string::npos);
+    EXPECT_EQ(std::fmod(x0, 128.0), 0) << name;  // corners are those of tiles
+    EXPECT_EQ(std::fmod(y0, 128.0), 0) << name;
+    for (const Json& feature : shape["features"]) {
+      const Json& corner = feature["geometry"]["coordinates"][0][0][0];
+      if (std::string(name) == "s_DZ") continue;  // of the overlap only
+      EXPECT_GT(corner[0], x0);
+      EXPECT_LT(corner[0], x0 + pixel * info["size"][0].get<double>());
+      EXPECT_LT(corner[1], y0);
+      EXPECT_GT(corner[1], y0 - pixel * info["size"][1].get<double>());
+    }
+  }
+}
+
+TEST(RunReport, SwathsBesideTheBoxStayOut) {
+  const ScoredProject project;
+  const RunOutput r = project.program.run({"-scan", "-i", "L*.las", "-bbox_x", "0", "1"});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("WARNING: 3 mobile swaths dropped based on bounding box check"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("ERROR: failed to select swaths based on bounding boxes"), std::string::npos) << r.err;
 }
 }  // namespace veld

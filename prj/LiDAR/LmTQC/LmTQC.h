@@ -35,10 +35,10 @@ struct QCcorrResult {
   double stddev0 = 0;
   double rms0 = 0;
   double area0 = 0;
-  double ncompared = 0;    // pixels of all pairs that were compared
-  double npixel = 0;       // pixels that both swaths of a pair have
-  SwathId worst1, worst2;  // of the pair with the largest RMS after the correction
-  double worst_rms = 0;    // m
+  double ncompared = 0;       // pixels of all pairs that were compared
+  double npixel = 0;          // pixels that both swaths of a pair have
+  SwathId worst1, worst2;     // of the pair with the largest RMS after the correction
+  double worst_rms = 0;       // m
   std::vector<PairQC> pairs;  // those measured
 };
 

@@ -29,6 +29,8 @@ struct MapParam {
   bool z_cyc = false;              // -z_cyc
   VectorStyle vectors;             // -vmap_rgb, -vmap_sep, -vmap_max, -v_range, -v_color
   float u_range = 0.2f;            // m, full scale of uncertainties (-u_range)
+  bool sep = false;                // swath separation images and tables (-sep)
+  int sep_ql = 2;                  // quality level whose limits they show, 0 to 3 (-sep_ql)
   bool h_log = false;              // -h_log
   float p_range = 0, h_range = 0;  // m, of scatter plots and histograms; 0: -v_range and -dz_range
   int p_size = 100, h_size = 100;  // pixels

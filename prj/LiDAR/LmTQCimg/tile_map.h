@@ -40,6 +40,9 @@ class TileMap {
   int side() const { return side_; }
   const T& none() const { return none_; }
   bool empty() const { return nblocks_ == 0; }
+  bool written(uint32_t XI, uint32_t YI) const {
+    return slot_(static_cast<int>(XI - frame_.XI), static_cast<int>(YI - frame_.YI)) >= 0;
+  }
   // The tile at absolute indices, which must lie in the frame (asserted).
   [[nodiscard]] bool read(uint32_t XI, uint32_t YI, Image<T>& tile) const;
   [[nodiscard]] bool write(uint32_t XI, uint32_t YI, const Image<T>& tile);

@@ -2,9 +2,11 @@
 // Suffixes of the cache files of a swath, the test whether a cache may be reused, and their removal.
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "lib/DataStructure/image.h"
 #include "lib/general/posfile.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 #include "prj/LiDAR/swath/swath_table.h"
@@ -31,17 +33,21 @@ int64_t source_tstamp(const CacheName& swath);
 // Name of the temporary file of one tile: "<cache>.TT<XI>-<YI>.XYZT".
 std::string tile_tmp_name(const CacheName& swath, uint32_t XI, uint32_t YI);
 
-struct TilingParam {          // what decides the contents of a tile cache
-  std::vector<uint8_t> xcls;  // classes to drop, in a stable order
-  TileInfo TIO;               // frame of the drop map; nx = 0 without one
-  uint64_t chk = 0;           // its checksum
-  float DTS = 0.2f;           // largest accepted time deviation, ratio (-dev_max)
-  bool syn = false;           // keep synthetic points (-keep_synthetic)
-  bool all = false;           // keep all returns (-keep_all)
-  bool last = true;           // keep last returns, else first returns (-last)
-  bool large = false;         // up to 1024 tiles along an axis instead of 128 (-large)
-  int xlevel = 0;             // -xlevel
-  bool tproc = true;          // process time stamps
+// Per tile of a frame: 32 x 32 microtiles, not 0 where points are dropped; empty for a tile without any.
+using DropMap = Image<Image<uint8_t>>;
+
+struct TilingParam {                     // what decides the contents of a tile cache
+  std::vector<uint8_t> xcls;             // classes to drop, in a stable order
+  std::shared_ptr<const DropMap> Tdrop;  // the drop map; none: nothing is dropped
+  TileInfo TIO;                          // its frame; nx = 0 without one
+  uint64_t chk = 0;                      // its checksum
+  float DTS = 0.2f;                      // largest accepted time deviation, ratio (-dev_max)
+  bool syn = false;                      // keep synthetic points (-keep_synthetic)
+  bool all = false;                      // keep all returns (-keep_all)
+  bool last = true;                      // keep last returns, else first returns (-last)
+  bool large = false;                    // up to 1024 tiles along an axis instead of 128 (-large)
+  int xlevel = 0;                        // -xlevel
+  bool tproc = true;                     // process time stamps
   bool (*grid_ok)(const CacheName& swath, SwathId sw) = nullptr;  // whether the grid of a swath without its
                                                                   // point file is valid; none: never
 };

@@ -63,6 +63,7 @@ bool tile_or_reuse(const CacheName& swath, SwathId sw, const TilingParam& par_in
                    TilingMemory& memory, LmTswathResult& res, bool wait) {
   TilingParam par = par_in;
   if (par.TIO.nx == 0) {
+    par.Tdrop.reset();
     par.TIO = TileInfo{};
     par.chk = 0;
   }
@@ -87,7 +88,10 @@ bool tile_or_reuse(const CacheName& swath, SwathId sw, const TilingParam& par_in
   delete_grid(swath);
   LmTstat stat;
   if (!sw_TT2LmT_XYZ(swath, par, memory.budget, tt, stat, res)) {
-    ERROR_MSG("could not process tiles, " << swath.source());
+    if (res.fault == SwathFault::input && stat.np == 0 && par.Tdrop)
+      WARNING_MSG(res.reason);
+    else
+      ERROR_MSG("could not process tiles, " << swath.source());
     return false;
   }
   if (std::none_of(tt.TI.begin(), tt.TI.end(), [](const TIsxy& t) { return t.n > MIN_TILE_POINTS; })) {

@@ -83,11 +83,20 @@ struct TileTask {  // what stays the same for all tiles
   uint32_t stmax;
 };
 
+// The dropped microtiles of a tile, null for none.
+const Image<uint8_t>* drop_mask(const TilingParam& par, const TIsxy& tile) {
+  if (!par.Tdrop) return nullptr;
+  const int64_t x = int64_t{tile.x} - par.TIO.XI, y = int64_t{tile.y} - par.TIO.YI;
+  if (x < 0 || y < 0 || x >= par.TIO.nx || y >= par.TIO.ny) return nullptr;
+  const Image<uint8_t>& mask = (*par.Tdrop)(static_cast<int>(x), static_cast<int>(y));
+  return mask.empty() ? nullptr : &mask;
+}
+
 // One tile through all steps; tile.n becomes the number of stored points.
 bool proc_tile(const TileTask& task, TIsxy& tile, TileWork& w, LmTfiles& files, OccBits& occ, LmTstat& stat) {
   TileCounts c;
-  if (!read_TT_tmpXYZT(task.swath, tile, w) || !comp_LmT_LNZm(w, tile.n, task.g, nullptr, c) ||
-      !sort_LmT_XYZT(w, tile.n, task.g, c))
+  if (!read_TT_tmpXYZT(task.swath, tile, w) ||
+      !comp_LmT_LNZm(w, tile.n, task.g, drop_mask(task.par, tile), c) || !sort_LmT_XYZT(w, tile.n, task.g, c))
     return false;
   stat.nlost += c.nZout;
   stat.ntdrop += c.nmtdrop > 0;
@@ -157,6 +166,10 @@ bool proc_tiles(const TileTask& task, FamilyOut& family, MemoryBudget& budget, V
   reserve_work(w, nmax);
   for (uint64_t k = 0; k < TI.size(); k++)
     if (!proc_tile(task, TI.val[k], w, files, occ.val[k], stat)) return own_failure(why);
+  if (stat.np == 0 && task.par.Tdrop) {  // no fault of the swath; the caller reports it
+    why = {SwathFault::input, "no point left due to drop map, " + task.swath.source()};
+    return false;
+  }
   if (stat.np == 0) return swath_error(why, "could not process tiles, no point left, " + task.swath.source());
   if (task.par.tproc && stat.nfit == 0)
     return swath_error(why, "timestamp processing: insufficient data, " + task.swath.source());

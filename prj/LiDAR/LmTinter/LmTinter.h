@@ -69,16 +69,17 @@ struct PairResult {  // of one pair
 };
 
 struct InterResult {
-  int nint0 = 0;                  // overlapping pairs
-  int nint1 = 0;                  // after the filters
-  int nint = 0;                   // pairs in the index
-  int nreg = 0;                   // registered
-  int nqc = 0;                    // measured
-  int ncached = 0;                // of the registered ones, taken from the cache
-  uint64_t nvec = 0;              // vectors written
-  uint64_t nnotime = 0;           // of these, without a time: the inversion cannot use them
-  double Mpix = 0;                // pixels compared, millions
-  std::vector<PairResult> pairs;  // in the order of the index
+  int nint0 = 0;                         // overlapping pairs
+  int nint1 = 0;                         // after the filters
+  int nint = 0;                          // pairs in the index
+  int nreg = 0;                          // registered
+  int nqc = 0;                           // measured
+  int ncached = 0;                       // of the registered ones, taken from the cache
+  uint64_t nvec = 0;                     // vectors written
+  uint64_t nnotime = 0;                  // of these, without a time: the inversion cannot use them
+  double Mpix = 0;                       // pixels compared, millions
+  double rms_before = 0, rms_after = 0;  // m, height differences over all pairs
+  std::vector<PairResult> pairs;         // in the order of the index
 };
 
 // Those of the pairs that have an occupied microtile in common. near: pairs whose boxes and rectangles meet (see

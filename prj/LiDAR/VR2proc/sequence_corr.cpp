@@ -6,6 +6,7 @@
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
@@ -252,6 +253,12 @@ bool QC_OUT_CORR(Project& prj, Run& run, CorrResult& result) {
       ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
       ok = false;  // ends the QC only: the corrected files are still written
     }
+  }
+  SeparationResult separation;
+  if (run.par.map.sep &&
+      !save_separation(prj, frame_of(run.sync.idx.area), run.par.map, NTHREADS, &run.tables, separation)) {
+    ERROR_MSG("swath separation after the correction failed");
+    ok = false;
   }
   LOG_MSG("OUTPUT");
   LOG_LINE("LiDAR output: " << (run.par.nil ? "[skipped]" : "[swaths]"));

@@ -21,8 +21,7 @@ constexpr Availability setting(const Missing& m) { return {Availability::Kind::s
 constexpr Availability always(const Missing& m) { return {Availability::Kind::always, &m}; }
 
 // What is missing: subject, reason. One without a row left goes.
-inline constexpr Missing FOOTPRINTS = {"footprints", "footprints of swaths are not written"},
-                         TRAJECTORY_FILES = {"trajectory files", "trajectories are not exported as they are"},
+inline constexpr Missing TRAJECTORY_FILES = {"trajectory files", "trajectories are not exported as they are"},
                          CUTTING = {"cutting", "swaths are not cut by lines"},
                          SPLITTING = {"splitting", "swaths are not split into channels or beams"},
                          MANUAL_CORRECTIONS = {"manual corrections", "corrections by hand are not applied"},
@@ -30,8 +29,6 @@ inline constexpr Missing FOOTPRINTS = {"footprints", "footprints of swaths are n
                          PULSE_FILES = {"pulse files", "pulse files are not written"},
                          OUTPUT_TILES = {"output tiles", "corrected points are not written by tiles"},
                          GRIDDED_TILES = {"gridded tiles", "gridded tiles are not exported"},
-                         TRANSECTS = {"transects", "transects are not exported"},
-                         REGIONS = {"regions", "points are not filtered by a map or a box"},
                          INITIAL_CALIBRATION = {"initial calibration", "the inversion starts from zero"},
                          BLENDING = {"blending", "remaining residuals are not spread over the swaths"},
                          TILING_ORDER = {"order of tiling",

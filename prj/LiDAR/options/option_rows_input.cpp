@@ -72,7 +72,7 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
       integers("drop_class", "d", 0, 255, 1, 255, &o.drop_class, available, Theme::filter, "classes to drop"),
       integers("keep_class", "f", 0, 255, 1, 255, &o.keep_class, available, Theme::filter,
                "classes to keep, all others are dropped"),
-      text("drop_map", "", &o.drop_map, product(REGIONS), Theme::filter,
+      text("drop_map", "", &o.scanning.drop_map, available, Theme::filter,
            "TIFF map with world file: points on its non-zero pixels are dropped", "*.tif *.tiff"),
       boolean("keep_synthetic", "", &o.scanning.tiling.syn, available, Theme::filter,
               "keep points with the synthetic flag"),
@@ -93,10 +93,10 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
               "leave out references that overlap no other swath"),
       boolean("tile2", "", &o.tile2, setting(TILING_ORDER), Theme::tiles,
               "tile references after the mobile swaths"),
-      reals("bbox_x", "", -ANY, ANY, 2, 2, &o.bbox_x, product(REGIONS), Theme::filter,
-            "bounding box of the project, x limits"),
-      reals("bbox_y", "", -ANY, ANY, 2, 2, &o.bbox_y, product(REGIONS), Theme::filter,
-            "bounding box of the project, y limits"),
+      reals("bbox_x", "", -ANY, ANY, 2, 2, &o.scanning.bbox_x, available, Theme::filter,
+            "x limits of a box in file units: swaths beside it are left out"),
+      reals("bbox_y", "", -ANY, ANY, 2, 2, &o.scanning.bbox_y, available, Theme::filter,
+            "y limits of the same"),
   };
   rows.insert(rows.end(), std::begin(list), std::end(list));
 }

@@ -99,11 +99,8 @@ struct Options {
   int ground_class = 0;
   std::vector<int> drop_class;
   std::vector<int> keep_class;
-  std::string drop_map;
   int ics_rms = 1;
   int tile2 = 0;
-  std::vector<double> bbox_x;
-  std::vector<double> bbox_y;
   std::vector<std::string> po;
   std::vector<std::string> po_list;
   std::vector<int> po_geo;
@@ -132,14 +129,7 @@ struct Options {
   int otile_id = 0;
   int otile_buf = 32768;
   int porec = 0;
-  std::vector<double> trans_x;
-  std::vector<double> trans_y;
-  std::vector<double> trans_z;
-  bool xzview = false;
-  bool yzview = false;
-  float vgsd = 0.0f;
   bool all = false;
-  int fp = 0;
   int v_color = 3;
   float dz_range_1 = 0.5f;
   float dz16_range_1 = 4.0f;

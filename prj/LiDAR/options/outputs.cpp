@@ -43,10 +43,20 @@ constexpr char VECTOR_FILES[] =
     "largest\n"
     "_XY, _YZ, _XZ: scatter plots of two axes";
 
+constexpr char SEP_COLUMNS[] =
+    "RMSDz, Max, P95: root mean square, largest and 95th percentile of the height differences of cells, m\n"
+    "Beyond1%, Beyond2%: cells beyond the first and the second break of the colours, percent\n"
+    "Area: of the cells, m2\n"
+    "Precision{Mean P95 Max}: range of heights in a cell of twice the point spacing less what the slope "
+    "explains, m\n"
+    "NCells: number of these cells\n"
+    "PrecisionMax, RMSDzMax, DzMax: limits of each quality level, m";
+
 // What may follow the suffix of a picture: axis or plot, part of a large map, colour bar, file type.
 const std::regex& picture_ending() {
   static const std::regex ending(
-      "(_hist|_[xyz]|_rgb|_max|_XY|_YZ|_XZ)?(_r[0-9]+_c[0-9]+)?(_cmap_[-_.0-9]+)?\\.(jpg|tif|jgw|tfw|txt)");
+      "(_hist|_[xyz]|_rgb|_max|_XY|_YZ|_XZ)?(_r[0-9]+_c[0-9]+)?(_cmap_[-_.0-9]+|[.]img)?\\.(jpg|tif|jgw|tfw|"
+      "txt)");
   return ending;
 }
 }  // namespace
@@ -228,7 +238,30 @@ const std::vector<OutputTable>& output_tables() {
        "X, Y, Z: in the project's system, output units\n"
        "Roll, Pitch, Yaw: degrees, yaw from grid north"},
       {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
-      {"_QC.log", "Area", "areas of the project", ""},
+      {"_QC.log", "Quality control report", "points, areas and differences of the run, a row each", ""},
+      {"_sw_bb.txt", "X Y Swath# Group#", "boxes of the swaths, five corners each, m (-bb; .obj with -obj)",
+       ""},
+      {"_sw_mbr.txt", "X Y Swath# Group#",
+       "rectangles along the swaths, five corners each, m (-bb; .obj with -obj)", ""},
+      {"_sw_fp.txt", "X Y Swath# Group#",
+       "footprints of the swaths: border edges of their microtiles, two corners each, m (-fp; .obj with "
+       "-obj)",
+       ""},
+      {"_sw_mbr.geojson", "",
+       "the rectangles with what is known of each swath, in longitude and latitude (WGS 84)", ""},
+      {"_sw_mbr_prj.geojson", "", "the same in the project's coordinates", ""},
+      {"_sw_fp.geojson", "",
+       "the footprints with what is known of each swath, in longitude and latitude (WGS 84)", ""},
+      {"_sw_fp_prj.geojson", "", "the same in the project's coordinates", ""},
+      {"_trans.txt", "X Y Z Swath# Group#",
+       "points in the box of -trans_x, -trans_y, -trans_z, in output units", ""},
+      {"_sep_stat.log", "Swath#1 Swath#2 RMSDz Max",
+       "swath separation (-sep): pairs on open ground that slopes less than 10 degrees, swaths on hard flat "
+       "ground, "
+       "limits of the quality levels",
+       SEP_COLUMNS},
+      {"_sepcorr_stat.log", "Swath#1 Swath#2 RMSDz Max",
+       "the same with the corrections applied, without the swaths", SEP_COLUMNS},
       {"_DZ", "",
        "maps of the height differences of the pairs as the files are, first less second; with -fastqc "
        "largest "
@@ -241,6 +274,20 @@ const std::vector<OutputTable>& output_tables() {
       {"_mix_res", "", "maps of the residuals of the inversion, with sign", VECTOR_FILES, true},
       {"_max_abs_res", "", "the same by their size", VECTOR_FILES, true},
       {"_res", "", "scatter plots of the residuals of the inversion", VECTOR_FILES, true},
+      {"_sep", "",
+       "swath separation: classes of the difference of the highest and the lowest swath, over intensities",
+       "", true},
+      {"_sepcorr", "", "the same with the corrections applied", "", true},
+      {"_xzview", "",
+       "points in the box of -trans_x, -trans_y, -trans_z seen along y: points a pixel, heights upwards", "",
+       true},
+      {"_yzview", "", "the same seen along x", "", true},
+      {"_mN", "", "map of the points of each microtile (-scan); .img.txt with -ascii", "", true},
+      {"_mD", "", "map of their density, points/m2 (-scan)", "", true},
+      {"_mZ", "", "map of their mean height, m (-scan)", "", true},
+      {"_dt", "", "map of the longest time interval in a microtile, s (-scan)", "", true},
+      {"_dev", "", "map of the largest time deviation in a microtile, ratio (-scan)", "", true},
+      {"_ovr", "", "map of the number of swaths on each microtile (-scan)", "", true},
       {"_D", "", "map of the density in points/m2, of all swaths together (-fastqc -dmap)", "", true},
       {"_R", "", "map of the roughness, m (-fastqc -rmap)", "", true},
       {"_Z", "", "map of the elevation, m (-fastqc -zmap)", "", true},

@@ -85,7 +85,7 @@ void derive_defaults(Options& o, const GivenSet& given) {
   }
   if (o.scan || o.all) {
     if (absent("log")) o.log = 1;
-    if (absent("fp")) o.fp = 1;
+    if (absent("fp")) o.scanning.FP = true;
     if (absent("bb")) o.scanning.BB = true;
   }
   if (given.count("calib")) {

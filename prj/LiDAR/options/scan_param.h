@@ -5,6 +5,7 @@
 #pragma once
 #include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
+#include "prj/LiDAR/LmTQCimg/transect.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 
@@ -23,6 +24,9 @@ struct ScanParam {
   TilingParam tiling;      // filters, levels, time stamps; large and xlevel as in Project::scale
   bool cache_tile = true;  // -cache_tile
   bool rej_ref = true;     // references without overlap leave the project (-rej_ref)
+  std::string drop_map;    // points on its non-zero pixels are dropped (-drop_map)
+  std::vector<double> bbox_x,
+      bbox_y;  // file units: swaths beside this box leave the project (-bbox_x, -bbox_y)
   // Statistics.
   bool mean = false;                  // grid scale from the mean density, not the median (-ggsd_mean)
   bool fix_ch0 = false;               // -fix_ch0
@@ -32,8 +36,11 @@ struct ScanParam {
   int Jend = 1;                       // final level, vertices every mTsize << Jend metres (-coarse)
   bool FASTQC = false;                // maps straight from the grids (-fastqc)
   MapParam map;                       // maps and plots of all stages
+  TransectParam transect;             // points in a box as text and from the side
   // Plots.
   bool BB = false;      // boxes and rectangles of the swaths (-bb)
+  bool FP = false;      // footprints of the swaths (-fp)
   bool OUTOBJ = false;  // plots as .obj too
+  bool SWMAPS = false;  // maps of where the swaths lie: points, heights, times, overlap (-scan)
 };
 }  // namespace veld

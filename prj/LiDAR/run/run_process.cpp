@@ -102,6 +102,8 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   place_maps(prj, scan.map);
   scan.points = progress.points;
   scan.tiling.xcls = run.xcls;
+  if (!scan.drop_map.empty()) scan.drop_map = complete_path(scan.drop_map, run.cl.in.rules);
+  scan.SWMAPS = o.scan;
   scan.REG = run.cmd.reg;
   scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan && !o.fastqc;
   scan.FASTQC = o.fastqc && (!o.scan || draws_maps(scan.map));  // of a scan the maps are wanted, if given

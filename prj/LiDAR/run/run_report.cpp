@@ -2,8 +2,8 @@
 
 #include <ctime>
 #include <map>
-#include <set>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
@@ -61,9 +61,7 @@ Json swath_json(const RunReport::Pass& pass, const Swath& s) {
   j["reason"] = text(s.reason);
   j["output"] = text(s.corrected);
   const bool known = s.present() && static_cast<size_t>(s.id.number) < pass.scan.stat.swaths.size();
-  const auto figure = [&](auto value) {
-    return known ? Json(value(pass.scan.stat.swaths[s.id])) : Json();
-  };
+  const auto figure = [&](auto value) { return known ? Json(value(pass.scan.stat.swaths[s.id])) : Json(); };
   j["points"] = figure([](const SwathStat& t) { return uint64_t{t.info.np}; });
   j["density_per_m2"] = figure([](const SwathStat& t) { return t.density; });
   j["length_m"] = figure([](const SwathStat& t) { return t.length; });

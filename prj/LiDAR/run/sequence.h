@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/LmTplot/LmTplot.h"
@@ -26,6 +27,7 @@ struct ScanResult {
   ControlPoints points;  // those of the parameters, with the swaths of the targets
   ControlQC control;     // the swaths as they are against them
   InterResult inter;     // of the registration, or of the QC run
+  FastQCresult fast;     // of the fast QC
   bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
 };
 

@@ -10,6 +10,10 @@ namespace veld {
 // after an ERROR line, also when no reference is left.
 [[nodiscard]] bool select_references(SwathTable& swaths, double mTsize);
 
+// Rejects the swaths whose header's box lies beside that of the options; without these nothing. False after an ERROR
+// line, also when no mobile swath is left.
+[[nodiscard]] bool bbox_rej_lim(Project& prj, const ScanParam& par);
+
 // Several references become one swath, their union (more than one only where a tile table cannot hold it), which
 // replaces them. tiling: what they were tiled with. False after an ERROR line.
 [[nodiscard]] bool unite_references(SwathTable& swaths, const TilingParam& tiling);

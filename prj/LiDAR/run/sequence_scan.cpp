@@ -10,8 +10,11 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/fast_QC.h"
+#include "prj/LiDAR/LmTQCimg/swath_maps.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
+#include "prj/LiDAR/LmTidx_w/dropmap.h"
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
@@ -28,6 +31,7 @@ struct Work {           // what the run does with the overlaps
   bool DOREG = false;   // pairs are registered
   bool DOQC = false;    // pairs are only measured
   bool DOFQC = false;   // maps straight from the grids
+  bool DOSEP = false;   // swath separation
 };
 
 bool grid_is_valid(const CacheName& swath, SwathId sw) { return check_gZDSidx(swath, sw, 0, false, false); }
@@ -140,7 +144,7 @@ bool tile_swaths(Project& prj, const ScanParam& par, ScanResult& res) {
 
 // --- coverage and overlap ---
 
-// Calls visit with the occupancy of each swath with that flag. They are read on threads and visited one at a
+// Calls visit with each swath with that flag and its occupancy. They are read on threads and visited one at a
 // time, in any order.
 template <typename Visit>
 bool visit_Tocc(const Project& prj, bool fixed, Visit visit) {
@@ -154,7 +158,7 @@ bool visit_Tocc(const Project& prj, bool fixed, Visit visit) {
       return false;
     }
     const std::lock_guard<std::mutex> lock(mutex);
-    visit(occ);
+    visit(s, occ);
     return true;
   });
   return bad < 0;
@@ -177,11 +181,17 @@ bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile&
   LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
                                    << " mTsize=" << prj.scale.mTsize);
   ovr = make_Tovr(res.stat.frame);
-  if (!visit_Tocc(prj, false, [&](const Tocc& occ) { add_Tovr_Tocc(ovr, occ); })) return false;
+  std::vector<Tovr> govr(prj.nmgrp > 1 ? static_cast<size_t>(prj.nmgrp) : 0);
+  for (Tovr& g : govr) g = make_Tovr(res.stat.frame);
+  if (!visit_Tocc(prj, false, [&](const Swath& s, const Tocc& occ) {
+        add_Tovr_Tocc(ovr, occ);
+        if (!govr.empty()) add_Tovr_Tocc(govr[static_cast<size_t>(s.group - 1)], occ);
+      }))
+    return false;
   const mTbbox mob = comp_mTbbox_Tovr(ovr, 1);
   mTbbox ref;
   uint64_t n12 = 0;
-  if (!visit_Tocc(prj, true, [&](const Tocc& occ) {
+  if (!visit_Tocc(prj, true, [&](const Swath&, const Tocc& occ) {
         extend_box(ref, comp_mTbbox_Tocc(occ));
         n12 += add_Tovr_ref(ovr, occ);
       }))
@@ -194,6 +204,8 @@ bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile&
   res.full.n -= std::min(n12, ref.n);
   res.area = area(res.full.n);
   log_bbox("full", res.full);
+  for (size_t g = 0; g < govr.size(); g++)
+    qclog.fs << "Area group " << g + 1 << ' ' << area_text(area(comp_mTbbox_Tovr(govr[g], 1).n)) << "2\n";
   LOG_MSG("Total covered area=" << area_text(res.area) << "2, bounding box " << size_text(res.full, mTsize));
   if (ref.empty()) {
     qclog.fs << "Area total " << area_text(res.area) << "2\n";
@@ -243,11 +255,29 @@ bool write_overlap_box(const Project& prj, const mTbbox& b) {
                     ground(b.ymax + 1));
 }
 
-bool write_boxes(const Project& prj, const ScanParam& par, const ScanResult& res) {
-  std::vector<SwathPlot> plots;
-  for (const Swath& s : prj.swaths.present())
-    plots.push_back({s.path(), s.id, s.group, res.stat.swaths[s.id].info});
-  return write_MBR(prj.name + "_sw", plots, par.OUTOBJ) && write_BBOX(prj.name + "_sw", plots, par.OUTOBJ);
+// Outlines of the swaths, and maps of where they lie.
+bool save_swath_maps(const Project& prj, const ScanParam& par, const Tovr& ovr, const ScanResult& res) {
+  const SwathMapParam maps{par.BB, par.FP, par.OUTOBJ, par.SWMAPS, par.map};
+  return save_bb_fp_N(prj, res.stat, maps) &&
+         (!par.SWMAPS || save_Tovrimg(prj.name + "_ovr", prj, par.map, ovr));
+}
+
+// --- the log of the quality control ---
+
+void write_QC_header(const Project& prj, ResultFile& qclog) {
+  qclog.fs << "Quality control report\nVersion " << SOFTINFO << "\nProject " << prj.name << "\nUnit "
+           << DATAUNIT << " m\nInput files " << list_swaths(prj.swaths, false).size() << " mob, "
+           << list_swaths(prj.swaths, true).size() << " ref\n";
+}
+
+void write_QC_results(const ScanResult& res, ResultFile& qclog) {
+  const InterResult& r = res.inter;
+  if (res.fast.ngrids > 0)
+    qclog.fs << "Zmax-Zmin mean " << res.fast.mean << " m\nZmax-Zmin RMS " << res.fast.rms << " m\n";
+  if (r.nqc > 0) qclog.fs << "Pairs measured " << r.nqc << "\nRMS DZ " << r.rms_before << " m\n";
+  if (r.nreg > 0)
+    qclog.fs << "Pairs registered " << r.nreg << "\nVectors " << r.nvec << "\nRMS DZ registered "
+             << r.rms_after << " m\n";
 }
 
 // --- grids, registration, index ---
@@ -258,7 +288,8 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   w.DOREG = par.REG;
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
   w.DOFQC = par.FASTQC && (ovr || par.FULL);
-  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || (par.CORR && (par.QC || par.REG2) && ovr);
+  w.DOSEP = par.map.sep && ovr;
+  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || w.DOSEP || (par.CORR && (par.QC || par.REG2) && ovr);
   LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " OUTZ=" << par.map.OUTZ << " OUTD=" << par.map.OUTD
                   << " OUTS=" << par.map.OUTS << " OUTR=" << par.map.OUTR << " QC=" << par.QC
                   << " -> DOFQC=" << w.DOFQC << " DOREG=" << w.DOREG << " DOGRID=" << w.DOGRID);
@@ -313,7 +344,7 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
 }
 
 // Maps straight from the grids; with -dz_all off of the pairs that the filters of QC keep.
-bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, const ScanResult& res) {
+bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, ScanResult& res) {
   FastQCparam fast;
   fast.map = par.map;
   fast.full = par.FULL;
@@ -327,9 +358,15 @@ bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, c
     for (const SwPair& p : comp_int_sw(prj.swaths, near, par.qcpairs, false, n0, n1))
       fast.pair_ok(p.sw1.number, p.sw2.number) = fast.pair_ok(p.sw2.number, p.sw1.number) = 1;
   }
-  FastQCresult result;
-  if (fast_QC_ZDS(prj, res.stat.frame, fast, result)) return true;
+  if (fast_QC_ZDS(prj, res.stat.frame, fast, res.fast)) return true;
   ERROR_MSG("fast QC image computation failed");
+  return false;
+}
+
+bool separate_swaths(const Project& prj, const ScanParam& par, const ScanResult& res) {
+  SeparationResult result;
+  if (save_separation(prj, res.stat.frame, par.map, NTHREADS, nullptr, result)) return true;
+  ERROR_MSG("swath separation failed");
   return false;
 }
 
@@ -388,12 +425,14 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
     prj.swaths.reject(id, SwathState::no_grid, "more memory needed than -mem");
   res.nmemory += static_cast<int>(grids.beyond.size());
   if (work.DOFQC && !fast_QC(prj, par, near, res)) return false;
+  if (work.DOSEP && !separate_swaths(prj, par, res)) return false;
   if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, near, res)) return false;
   return work.DOREG || QC_DUT_IDX(prj, par, res);
 }
 
 bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResult& res) {
   split_references(prj.swaths);
+  if (!bbox_rej_lim(prj, par)) return false;
   if (!tile_swaths(prj, par, res) || !unite_references(prj.swaths, par.tiling)) return false;
   const InfoParam info{!par.mean, par.fix_ch0, par.tiling.large, par.tiling.tproc};
   if (!InfoTI_swstat(prj, info, res.stat)) {
@@ -402,9 +441,13 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
   }
   res.points = par.points;
   match_control(prj, res.points);
+  qclog.fs << "Swaths used " << prj.swaths.ids().size() << "\nPoints " << res.stat.np << "\nMicrotile size "
+           << prj.scale.mTsize << " m\nGrid GSD " << prj.scale.GSD() << " m\nMean sw density "
+           << res.stat.density << " points/m2\n";
   Tovr ovr;
   if (!comp_ovr_grp_fx(prj, ovr, res, qclog)) return false;
-  if (par.BB && !write_boxes(prj, par, res)) return false;
+  if (!save_swath_maps(prj, par, ovr, res)) return false;
+  if (par.transect.any() && !export_points_bbox(prj, par.transect, par.map)) return false;
   const bool single = prj.swaths.ids().size() == 1;
   if (single && par.REG) {
     ERROR_MSG(
@@ -428,14 +471,24 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
 }
 }  // namespace
 
-bool SCAN_REG_QC(Project& prj, const ScanParam& par, ScanResult& res) {
+bool SCAN_REG_QC(Project& prj, const ScanParam& given, ScanResult& res) {
   LOG_ENTER("SCAN_REG_QC nsw=" << prj.swaths.size() << " name=" << prj.name);
-  log_param(prj, par);
+  log_param(prj, given);
   res = ScanResult{};
   ResultFile qclog;
   if (!qclog.open(prj.name + "_QC.log")) return false;
+  write_QC_header(prj, qclog);
+  ScanParam par = given;
+  if (!par.drop_map.empty()) {
+    if (!load_dropmap(par.drop_map, par.tiling)) {
+      ERROR_MSG("failed to load drop map, file " << par.drop_map);
+      return false;
+    }
+    qclog.fs << "Drop map " << par.drop_map << (par.tiling.Tdrop ? "" : " (empty)") << '\n';
+  }
   const bool ok = scan_steps(prj, par, qclog, res);
   if (ok) res.index = make_index(prj, par, res);
+  if (ok) write_QC_results(res, qclog);
   return ok && qclog.commit();
 }
 }  // namespace veld

@@ -38,7 +38,7 @@ enum class SwathState : uint8_t {
   no_track,  // rejected by the synchronisation: it gets no correction
   // Not present in the project:
   untiled,      // rejected by the tiling; "_rej.log"
-  beside,       // a reference rejected for lying beside the mobile swaths
+  beside,       // rejected for lying beside the box of the project, or, a reference, beside the mobile swaths
   uncorrected,  // rejected by the first step of -align2
   replaced,     // other rows stand for it: its union, or the members of a union
   absent        // left out by whoever made the table: only its number is kept

@@ -230,8 +230,7 @@ TEST(OptionUse, DefaultsThatCannotBeDoneAreLeftOutAndSaid) {
     return all;
   };
   EXPECT_EQ(text({"-reg"}), "");
-  EXPECT_EQ(text({"-scan"}), "footprints (-fp);");
-  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "footprints (-fp);");
+  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "");
 }
 
 TEST(OptionUse, VoxelOptionsAreTakenAndSaid) {

@@ -1,0 +1,261 @@
+#include "prj/LiDAR/LmTQCsep/separation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "lib/general/log.h"
+#include "lib/general/progress.h"
+#include "lib/general/timing.h"
+#include "lib/threads/pool.h"
+#include "prj/LiDAR/LmTQCimg/tile_map.h"
+#include "prj/LiDAR/LmTQCsep/intensity_map.h"
+#include "prj/LiDAR/LmTQCsep/sep_cells.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/tuning.h"
+
+namespace veld {
+namespace {
+constexpr RGBchar GOOD = {0, 158, 115}, FAIR = {240, 228, 66}, BAD = {213, 94, 0};  // told apart by any eye
+constexpr float DARKEST = 0.55f;         // brightness of a colour over black ground
+constexpr float HARD_ROUGHNESS = 0.05f;  // m, at most on hard ground
+constexpr uint32_t MIN_CELL_POINTS = 3;  // that a range of heights needs
+
+struct SwathAt {  // a swath while rows of tiles cross it
+  SwathId sw;
+  int64_t YI0 = INT64_MAX, YI1 = -1;  // tiles, both ends inside
+  int margin = 0;
+  std::unique_ptr<SwGrid> grid;
+  std::unique_ptr<SwTiles> points;  // for the precision
+};
+
+struct Separation {
+  const Project& prj;
+  const TileInfo& frame;
+  const MapParam& map;
+  const SwathVector<SCorrTbl>* corr;
+  int sub = 1, side = 0;  // grid pixels along a cell, cells along a tile
+  float GSD = 1, cell = 1;
+  std::vector<SwathAt> swaths;
+  Image<float> dz;     // a row of tiles: largest difference, NODATA without two swaths
+  Image<uint8_t> any;  // 1 where a swath has a height
+};
+
+struct TileResult {
+  std::map<std::pair<SwathId, SwathId>, SepSum> pairs;
+  std::map<SwathId, SepSum> precision;
+};
+
+// The pixel: as -sub asks, but at most 4 times the point spacing.
+int choose_sub(const Project& prj, const MapParam& map) {
+  const int most = std::max(1, static_cast<int>(4 / std::sqrt(TARGET_DF) + 1e-3f));
+  return map_sub(std::min(map.DZ_sub, most), mTsub * prj.scale.dim);
+}
+
+bool list_swaths(Separation& s) {
+  for (const Swath& from : s.prj.swaths.present()) {
+    SwGrid grid;
+    if (from.state == SwathState::no_grid) continue;
+    if (!read_gZDSidx_tiles_idx(from.cache, grid) || static_cast<int>(grid.hdr.dim) != s.prj.scale.dim) {
+      LOG_LINE("<!> gridok sw=" << from.id);
+      continue;
+    }
+    SwathAt at;
+    at.sw = from.id;
+    for (const TIsxy& t : grid.TI)
+      at.YI0 = std::min<int64_t>(at.YI0, t.y), at.YI1 = std::max<int64_t>(at.YI1, t.y);
+    at.margin = sep_margin(s.sub, s.corr ? max_shift((*s.corr)[from.id]) : 0.0f, s.GSD);
+    s.swaths.push_back(std::move(at));
+  }
+  if (s.swaths.empty()) ERROR_MSG("no gridded data available");
+  return !s.swaths.empty();
+}
+
+// Opens what the row of tiles crosses and closes what lies behind it. False after an ERROR line.
+bool turn_swaths(Separation& s, int64_t YI) {
+  for (SwathAt& at : s.swaths) {
+    const Swath& from = s.prj.swaths[at.sw];
+    if (YI < at.YI0 || YI > at.YI1) {
+      at.grid.reset();
+      at.points.reset();
+      continue;
+    }
+    if (at.grid) continue;
+    at.grid = std::make_unique<SwGrid>();
+    if (!s.corr) at.points = std::make_unique<SwTiles>();
+    if (read_gZDSidx_tiles_idx(from.cache, *at.grid) && (s.corr || read_SwTiles(from.cache, *at.points)))
+      continue;
+    ERROR_MSG("missing/incompatible temp. tile or grid files, swath " << from.path());
+    return false;
+  }
+  return true;
+}
+
+// Range of heights in cells of twice the point spacing, less what the slope explains. False after an ERROR line.
+bool add_precision(const Separation& s, const SwathAt& at, int k, uint32_t XI, uint32_t YI, SepSum& sum) {
+  const int n = mTsub * s.prj.scale.dim,
+            step = std::max(1, static_cast<int>(std::lround(2 / std::sqrt(TARGET_DF))));
+  const int side = n / step;
+  Image<float> Z;
+  Image<uint8_t> S;
+  const GridRead state = read_gZ_tile_8nn(*at.grid, XI, YI, step, GridLimits(), Z, &S);
+  if (state != GridRead::heights) return state != GridRead::failed;
+  Image<uint8_t> all(mTsub, mTsub, uint8_t{1});
+  Vector<xyz> P;
+  uint64_t np = 0, np0 = 0;
+  const int tile = at.points->find(XI, YI);
+  if (tile < 0 || k < 0) return true;
+  if (!read_LmT_tile_nn(*at.points, static_cast<uint32_t>(tile), all, mTsub, P, np, np0)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << s.prj.swaths[at.sw].path());
+    return false;
+  }
+  Image<float> low(side, side, 2e37f), high(side, side, -2e37f);
+  Image<uint32_t> count(side, side, 0u);
+  const float cell = static_cast<float>(step) * s.GSD;
+  for (uint64_t i = 0; i < np; i++) {
+    const xyz& p = P.val[i];
+    const int x = static_cast<int>(std::floor(p.x / cell)), y = static_cast<int>(std::floor(p.y / cell));
+    if (x < 0 || y < 0 || x >= side || y >= side) continue;
+    low(x, y) = std::min(low(x, y), p.z);
+    high(x, y) = std::max(high(x, y), p.z);
+    count(x, y)++;
+  }
+  const int code = std::max(1, static_cast<int>(HARD_ROUGHNESS * 16 / s.GSD));
+  const auto hard = [&](int x0, int y0) {  // the cell and half a cell around
+    for (int y = y0 - step / 2; y < y0 + step + step / 2; y++)
+      for (int x = x0 - step / 2; x < x0 + step + step / 2; x++)
+        if (Z(x + step, y + step) == NODATA || S(x + step, y + step) > code) return false;
+    return true;
+  };
+  for (int y = 0; y < side; y++)
+    for (int x = 0; x < side; x++) {
+      const int px = x * step, py = y * step;
+      if (count(x, y) < MIN_CELL_POINTS || !hard(px, py)) continue;
+      const float zx = Z(px + 2 * step, py + step) - Z(px + step, py + step),
+                  zy = Z(px + step, py + 2 * step) - Z(px + step, py + step);
+      if (Z(px + 2 * step, py + step) == NODATA || Z(px + step, py + 2 * step) == NODATA) continue;
+      const float slope = std::hypot(zx, zy) / cell;
+      if (slope < MAX_SLOPE) sum.add(std::max(0.0f, high(x, y) - low(x, y) - slope * cell * 1.414f));
+    }
+  return true;
+}
+
+// One tile into the row. False after an ERROR line.
+bool comp_tile(Separation& s, int tx, int ty, TileResult& r) {
+  const uint32_t XI = s.frame.XI + static_cast<uint32_t>(tx), YI = s.frame.YI + static_cast<uint32_t>(ty);
+  std::vector<std::pair<SwathId, SepCells>> here;
+  for (const SwathAt& at : s.swaths) {
+    const int k = at.grid ? at.grid->tile_at(XI, YI) : -1;
+    if (k < 0 || at.grid->gT(k) == 0) continue;
+    SepCells cells;
+    const SCorrTbl* const corr = s.corr ? &(*s.corr)[at.sw] : nullptr;
+    const GridRead state = comp_cells(*at.grid, XI, YI, s.sub, at.margin, s.GSD, corr, cells);
+    if (state == GridRead::failed || (at.points && !add_precision(s, at, k, XI, YI, r.precision[at.sw])))
+      return false;
+    if (state == GridRead::heights) here.emplace_back(at.sw, std::move(cells));
+  }
+  for (int y = 0; y < s.side; y++)
+    for (int x = 0; x < s.side; x++) {
+      float low = 2e37f, high = -2e37f;
+      int n = 0;
+      for (const auto& [sw, cells] : here) {
+        const float z = cells.Z(x + 1, y + 1);
+        if (z == NODATA) continue;
+        low = std::min(low, z), high = std::max(high, z), n++;
+      }
+      if (n > 0) s.any.row(y)[tx * s.side + x] = 1;
+      if (n > 1) s.dz.row(y)[tx * s.side + x] = high - low;
+    }
+  for (size_t a = 0; a < here.size(); a++)
+    for (size_t b = a + 1; b < here.size(); b++) {
+      SepSum& sum = r.pairs[{here[a].first, here[b].first}];
+      for (int y = 0; y < s.side; y++)
+        for (int x = 0; x < s.side; x++)
+          if (here[a].second.open(x, y, s.cell) && here[b].second.open(x, y, s.cell))
+            sum.add(std::fabs(here[a].second.Z(x + 1, y + 1) - here[b].second.Z(x + 1, y + 1)));
+    }
+  return true;
+}
+
+uint8_t shade(uint8_t c, float v) { return static_cast<uint8_t>(std::lround(static_cast<float>(c) * v)); }
+
+RGBchar pixel_colour(float dz, bool any, float brightness, float largest, bool inv) {
+  if (!any) return inv ? RGBchar{255, 255, 255} : RGBchar{0, 0, 0};
+  const float v = brightness == NODATA ? 0.5f : brightness;
+  if (dz == NODATA) {
+    const uint8_t g = shade(255, DARKEST / 2 + (1 - DARKEST / 2) * v);
+    return {g, g, g};
+  }
+  const RGBchar c = dz <= largest / 2 ? GOOD : dz <= largest ? FAIR : BAD;
+  const float f = DARKEST + (1 - DARKEST) * v;
+  return {shade(c.r, f), shade(c.g, f), shade(c.b, f)};
+}
+
+bool put_row(const Separation& s, const Image<float>& ground, RasterOut& out) {
+  const float largest = QUALITY_LEVELS[static_cast<size_t>(s.map.sep_ql)].largest;
+  std::vector<RGBchar> row(static_cast<size_t>(s.dz.xsize()));
+  for (int y = s.side - 1; y >= 0; y--) {
+    for (int x = 0; x < s.dz.xsize(); x++)
+      row[static_cast<size_t>(x)] =
+          pixel_colour(s.dz.row(y)[x], s.any.row(y)[x] != 0, ground.row(y)[x], largest, s.map.img.inv);
+    if (!out.put_rows(row.data(), 1)) return false;
+  }
+  return true;
+}
+
+void join(TileResult& tile, SeparationResult& r) {
+  for (const auto& [pair, sum] : tile.pairs)
+    if (sum.n > 0) r.pairs[pair].add(sum), r.all.add(sum);
+  for (const auto& [sw, sum] : tile.precision) r.precision[sw].add(sum);
+}
+}  // namespace
+
+bool save_separation(const Project& prj, const TileInfo& frame, const MapParam& map, int nthreads,
+                     const SwathVector<SCorrTbl>* corr, SeparationResult& result) {
+  LOG_ENTER("save_separation nsw=" << prj.swaths.size() << " level=" << map.sep_ql
+                                   << " corr=" << (corr != nullptr));
+  const Stopwatch watch;
+  result = SeparationResult();
+  Separation s{prj, frame, map, corr, 1, 0, prj.scale.GSD(), 1, {}, {}, {}};
+  s.sub = choose_sub(prj, map);
+  s.side = mTsub * prj.scale.dim / s.sub;
+  s.cell = s.GSD * static_cast<float>(s.sub);
+  result.cell = static_cast<double>(s.cell);
+  if (!list_swaths(s)) return false;
+  const std::string name = prj.name + (corr ? "_sepcorr" : "_sep");
+  const int width = frame.nx * s.side;
+  RasterOut out;
+  IntensityMap ground;
+  const bool draw = draws_maps(map);
+  if (draw && !out.open_rgb(name, corr ? "corrected swath separation" : "swath separation", map.img,
+                            frame_place(frame, static_cast<double>(prj.scale.Tsize), result.cell), width,
+                            frame.ny * s.side))
+    return false;
+  if (draw && !ground.make(prj, frame, s.side)) return false;
+  Image<float> brightness(width, s.side, NODATA);
+  progress_start(frame.ny);
+  for (int ty = frame.ny - 1; ty >= 0; ty--) {
+    s.dz.resize(width, s.side, NODATA);
+    s.any.resize(width, s.side, uint8_t{0});
+    std::fill_n(s.dz.val, s.dz.size(), NODATA);
+    std::fill_n(s.any.val, s.any.size(), uint8_t{0});
+    if (!turn_swaths(s, frame.YI + ty)) return false;
+    std::vector<TileResult> tiles(static_cast<size_t>(frame.nx));
+    if (run_units(frame.nx, nthreads, [&](int64_t tx, int) {
+          return comp_tile(s, static_cast<int>(tx), ty, tiles[static_cast<size_t>(tx)]);
+        }) >= 0)
+      return false;
+    for (TileResult& tile : tiles) join(tile, result);
+    if (draw && (!ground.read_row(ty, brightness) || !put_row(s, brightness, out))) return false;
+    progress_step(frame.ny - ty, "SWATH SEPARATION " + std::to_string(frame.ny - ty) + " rows of tiles");
+  }
+  progress_end("SWATH SEPARATION");
+  if ((draw && !out.close()) || !write_sep_log(name + "_stat.log", result, map.sep_ql)) return false;
+  const QualityLevel& q = QUALITY_LEVELS[static_cast<size_t>(map.sep_ql)];
+  LOG_MSG((corr ? "CORRECTED SWATH SEPARATION" : "SWATH SEPARATION")
+          << " RMSDz=" << result.all.rms() << " m (QL" << map.sep_ql << " limit " << q.rms << "), beyond "
+          << q.largest << " m " << 100 * result.all.beyond(q.largest) << "%, open ground "
+          << static_cast<double>(result.all.n) * result.cell * result.cell << " m2 | " << watch.text());
+  return true;
+}
+}  // namespace veld
