@@ -118,7 +118,8 @@ void fast_QC(benchmark::State& state) {
   for (auto _ : state)
     if (!fast_QC_ZDS(large().prj, large().frame, par, result)) state.SkipWithError("failed");
   set_console(true);
-  state.counters["pixels"] = benchmark::Counter(result.Mpix * 1e6, benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["pixels"] =
+      benchmark::Counter(result.Mpix * 1e6, benchmark::Counter::kIsIterationInvariantRate);
   state.counters["peak_MB"] = peak_MB();
 }
 BENCHMARK(fast_QC)->Args({4, 0})->Args({4, 1})->Args({1, 0})->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -10,7 +10,8 @@
 
 namespace veld {
 namespace {
-constexpr double HALF_UNIT = 1.0 / 1024;  // m, half of a unit of stored coordinates: no point lies on such a limit
+constexpr double HALF_UNIT =
+    1.0 / 1024;  // m, half of a unit of stored coordinates: no point lies on such a limit
 constexpr int VIEW_PIXELS = 1000;
 constexpr double FINEST = 0.05;  // m
 constexpr int MOST_PIXELS = 30000;
@@ -46,8 +47,8 @@ bool for_each_point(const Project& prj, const Box& box, Visit&& visit) {
       const double y0 = std::max(box.y.lo - Y0, 0.0), y1 = std::min(box.y.hi - Y0, Tsize);
       if (x0 >= x1 || y0 >= y1) continue;
       uint64_t np = 0, nread = 0, nrefused = 0;
-      if (!read_LmT_tile_bbox(tiles, t.x, t.y, x0 - HALF_UNIT, x1 - HALF_UNIT, y0 - HALF_UNIT, y1 - HALF_UNIT, P, np,
-                              nread, nrefused)) {
+      if (!read_LmT_tile_bbox(tiles, t.x, t.y, x0 - HALF_UNIT, x1 - HALF_UNIT, y0 - HALF_UNIT, y1 - HALF_UNIT,
+                              P, np, nread, nrefused)) {
         ERROR_MSG("missing/incompatible temp. tile files, swath " << s.path());
         return false;
       }
@@ -97,15 +98,15 @@ bool save_view(const Project& prj, const MapParam& map, View& v, double z0, doub
   scale.range = scale.range16 = most;
   scale.color = COLOR_SEQUENTIAL;
   scale.unit = "points";
-  return save_XXimg(prj.name + v.suffix, "density view", img, scale, {v.along.lo, z0 + v.count.ysize() * GSD, GSD},
-                    v.count);
+  return save_XXimg(prj.name + v.suffix, "density view", img, scale,
+                    {v.along.lo, z0 + v.count.ysize() * GSD, GSD}, v.count);
 }
 }  // namespace
 
 bool export_points_bbox(const Project& prj, const TransectParam& par, const MapParam& map) {
   const Box box{limits_of(par.x, DATAUNIT), limits_of(par.y, DATAUNIT), limits_of(par.z, DATAUNIT_Z)};
-  LOG_ENTER("export_points_bbox TR X:[" << box.x.lo << " " << box.x.hi << "] Y:[" << box.y.lo << " " << box.y.hi
-                                        << "] Z:[" << box.z.lo << " " << box.z.hi << "]");
+  LOG_ENTER("export_points_bbox TR X:[" << box.x.lo << " " << box.x.hi << "] Y:[" << box.y.lo << " "
+                                        << box.y.hi << "] Z:[" << box.z.lo << " " << box.z.hi << "]");
   ResultFile out;
   if (!out.open(prj.name + "_trans.txt")) return false;
   out.fs << "X Y Z Swath# Group#\n";
@@ -113,8 +114,8 @@ bool export_points_bbox(const Project& prj, const TransectParam& par, const MapP
   Limits z = NOTHING;
   uint64_t n = 0;
   if (!for_each_point(prj, box, [&](const Swath& s, double X, double Y, double Z) {
-        out.fs << X / OUTDATAUNIT << ' ' << Y / OUTDATAUNIT << ' ' << Z / OUTDATAUNIT << ' ' << s.id << ' ' << s.group
-               << '\n';
+        out.fs << X / OUTDATAUNIT << ' ' << Y / OUTDATAUNIT << ' ' << Z / OUTDATAUNIT << ' ' << s.id << ' '
+               << s.group << '\n';
         extend(views[0].along, X), extend(views[1].along, Y), extend(z, Z);
         n++;
       }))

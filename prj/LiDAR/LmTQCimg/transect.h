@@ -10,9 +10,9 @@
 
 namespace veld {
 struct TransectParam {
-  std::vector<double> x, y, z;        // file units: two limits each in either order; empty: all
+  std::vector<double> x, y, z;          // file units: two limits each in either order; empty: all
   bool xzview = false, yzview = false;  // views along y and along x
-  float vgsd = 0;                     // m, pixel of the views; 0: so that the longer side has 1000 pixels, at least 0.05
+  float vgsd = 0;  // m, pixel of the views; 0: so that the longer side has 1000 pixels, at least 0.05
   bool any() const { return xzview || yzview || !x.empty() || !y.empty() || !z.empty(); }
 };
 

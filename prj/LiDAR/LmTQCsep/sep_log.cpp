@@ -45,7 +45,7 @@ double SepSum::beyond(float limit) const {
 }
 
 bool write_sep_log(const std::string& name, const SeparationResult& r, int level) {
-  const QualityLevel& q = QUALITY_LEVELS[static_cast<size_t>(level)];
+  const SeparationLimits& q = QUALITY_LEVELS[static_cast<size_t>(level)];
   const auto columns = [&](const SepSum& s) {
     return LOG_STR(s.rms() << ' ' << s.largest << ' ' << s.percentile(0.95) << ' '
                            << 100 * s.beyond(q.largest / 2) << ' ' << 100 * s.beyond(q.largest) << ' '

@@ -251,7 +251,7 @@ bool save_separation(const Project& prj, const TileInfo& frame, const MapParam& 
   }
   progress_end("SWATH SEPARATION");
   if ((draw && !out.close()) || !write_sep_log(name + "_stat.log", result, map.sep_ql)) return false;
-  const QualityLevel& q = QUALITY_LEVELS[static_cast<size_t>(map.sep_ql)];
+  const SeparationLimits& q = QUALITY_LEVELS[static_cast<size_t>(map.sep_ql)];
   LOG_MSG((corr ? "CORRECTED SWATH SEPARATION" : "SWATH SEPARATION")
           << " RMSDz=" << result.all.rms() << " m (QL" << map.sep_ql << " limit " << q.rms << "), beyond "
           << q.largest << " m " << 100 * result.all.beyond(q.largest) << "%, open ground "

@@ -15,12 +15,12 @@
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-struct QualityLevel {
+struct SeparationLimits {
   float precision;  // m, intraswath: range of heights in a cell on hard flat ground, largest
   float rms;        // m, interswath RMSDz on open ground that slopes less than 10 degrees
   float largest;  // m, interswath, largest difference there; the image's classes end at half of it and at it
 };
-constexpr std::array<QualityLevel, 4> QUALITY_LEVELS = {
+constexpr std::array<SeparationLimits, 4> QUALITY_LEVELS = {
     {{0.03f, 0.04f, 0.08f}, {0.06f, 0.08f, 0.16f}, {0.06f, 0.08f, 0.16f}, {0.12f, 0.16f, 0.32f}}};
 
 constexpr float SEP_BIN = 0.005f;  // m, of the counts below

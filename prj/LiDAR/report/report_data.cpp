@@ -26,7 +26,7 @@ LogTable read_log_table(const std::string& path) {
   TxtFileIn in(path, false);
   std::string line;
   if (!in.is_open() || !in.getline(line)) return t;
-  t.head = words_of(line);
+  t.head = words_of(line.substr(0, line.find('[')));  // behind it stand the units
   while (in.getline(line)) {
     std::vector<std::string> words = words_of(line);
     if (words.empty()) break;

@@ -265,8 +265,8 @@ bool save_swath_maps(const Project& prj, const ScanParam& par, const Tovr& ovr, 
 // --- the log of the quality control ---
 
 void write_QC_header(const Project& prj, ResultFile& qclog) {
-  qclog.fs << "Quality control report\nVersion " << SOFTINFO << "\nProject " << prj.name << "\nUnit "
-           << DATAUNIT << " m\nInput files " << list_swaths(prj.swaths, false).size() << " mob, "
+  qclog.fs << "Quality control report\nVersion " << SOFTINFO << "\nProject " << base_name(prj.name)
+           << "\nUnit " << DATAUNIT << " m\nInput files " << list_swaths(prj.swaths, false).size() << " mob, "
            << list_swaths(prj.swaths, true).size() << " ref\n";
 }
 

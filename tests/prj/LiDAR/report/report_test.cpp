@@ -79,13 +79,15 @@ TEST(Report, PageIsWholeAndNeedsNothingBesideIt) {
   const SwathId lost = prj.swaths.add(s);
   prj.swaths.reject(lost, SwathState::untiled, "no points");
   write_text(prj.name + "_DZ_stat.log",
-             "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2\n"
-             "0 0 1 0.1 0.2 0.227 1 0 100\n\n");
+             "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2 FileName1 FileName2 [Mean "
+             "StdDev RMS m]\n"
+             "0 0 1 0.1 0.2 0.227 1 0 100 a.las b.las\n\n");
   write_text(prj.name + "_DZcorr_stat.log",
-             "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2\n"
-             "0 0 1 0 0 0.008 1 0 100\n\n");
+             "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2 FileName1 FileName2 [Mean "
+             "StdDev RMS m]\n"
+             "0 0 1 0 0 0.008 1 0 100 a.las b.las\n\n");
   write_text(prj.name + "_TA.log",
-             "Time T{X Y Z} A{Roll Pitch Yaw} CtrlPt# Swath#\n"
+             "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath# [Time s adjusted standard GPS]\n"
              "10 0.1 0 0 0 0 0 0 0\n20 -0.1 0 0 0 0 0 1 0\nshort line\n");
   write_text(prj.name + "_DZ.jpg", std::string("\xFF\xD8\x00\xFF", 4));
   CorrResult corr;
