@@ -40,7 +40,8 @@ void BM_LKRgrid_tile(benchmark::State& state) {
   LKRtile tile;
   Vector<uint32_t> words;
   for (auto _ : state) {
-    const LKRstate done = LKRgrid_tile_nn(p.data(), p.size(), occ, dim, mTsize, 1000.f, 4.f, tile, words);
+    const LKRstate done =
+        LKRgrid_tile_nn(p.data(), p.size(), 300.0, occ, dim, mTsize, 1000.f, 4.f, tile, words);
     if (done != LKRstate::done) state.SkipWithError("no grid");
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(p.size()));

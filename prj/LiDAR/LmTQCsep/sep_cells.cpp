@@ -105,7 +105,7 @@ GridRead comp_cells(const SwGrid& grid, uint32_t XI, uint32_t YI, int sub, int m
   const int dim = static_cast<int>(grid.hdr.dim), n = mTsub * dim, side = n / sub;
   Heights h;
   h.margin = std::min(margin, n);
-  const GridRead state = read_gZ_tile_8nn(grid, XI, YI, h.margin, GridLimits(), h.Z, &h.S);
+  const GridRead state = read_gZ_tile_8nn(grid, XI, YI, h.margin, nullptr, GridLimits(), h.Z, &h.S);
   cells.Z.resize(side + 2, side + 2, NODATA);
   cells.S.resize(side + 2, side + 2, -1.0f);
   if (state != GridRead::heights) return state;

@@ -98,7 +98,7 @@ bool add_precision(const Separation& s, const SwathAt& at, int k, uint32_t XI, u
   const int side = n / step;
   Image<float> Z;
   Image<uint8_t> S;
-  const GridRead state = read_gZ_tile_8nn(*at.grid, XI, YI, step, GridLimits(), Z, &S);
+  const GridRead state = read_gZ_tile_8nn(*at.grid, XI, YI, step, nullptr, GridLimits(), Z, &S);
   if (state != GridRead::heights) return state != GridRead::failed;
   Image<uint8_t> all(mTsub, mTsub, uint8_t{1});
   Vector<xyz> P;

@@ -247,12 +247,6 @@ void for_each_run(const LKRtile& t, const xyz* p, uint64_t np, const F& f) {
   }
 }
 
-double mean_height(const xyz* p, uint64_t np) {  // whole metres, so that taking it off is exact
-  double sum = 0;
-  for (uint64_t i = 0; i < np; i++) sum += p[i].z;
-  return np > 0 ? std::round(sum / static_cast<double>(np)) : 0;
-}
-
 LKRstate encode_tile(const LKRtile& t, float GSD, float ppp, Vector<uint32_t>& words) {
   words.resize(t.npix);
   uint64_t nd = 0, nover = 0, nf = 0;
@@ -300,8 +294,8 @@ uint64_t comp_LKR_bytes(uint64_t nmt, int dim) {
   return nmt * static_cast<uint64_t>(dim) * static_cast<uint64_t>(dim) * pixel + side * side * pixel;
 }
 
-LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, const Image<uint8_t>& gTocc, int dim, float mTsize,
-                         float smaxf, float ppp, LKRtile& t, Vector<uint32_t>& words) {
+LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, double z0, const Image<uint8_t>& gTocc, int dim,
+                         float mTsize, float smaxf, float ppp, LKRtile& t, Vector<uint32_t>& words) {
   ASSERT(mTsize > 0);
   t.dim = dim;
   t.mTsize = mTsize;
@@ -316,7 +310,7 @@ LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, const Image<uint8_t>& gTocc,
   for (Vector<float>* v : {&t.Syz, &t.Z, &t.bx, &t.by, &t.S}) v->resize(t.npix, 0.0f);
   t.lsums.resize(nwin);
   for (Vector<float>* v : {&t.lSyz, &t.lZ, &t.lbx, &t.lby, &t.lS}) v->resize(nwin);
-  t.z0 = mean_height(p, np);
+  t.z0 = z0;
   {
     LOG_ENTER("LKRgrid_LmT_mtile np=" << np << " mTsize=" << mTsize << " dim=" << dim << " KSIZE=" << KSIZE);
     for_each_run(t, p, np, [&t](const Window& win, const RunPoint* run, uint64_t n) {

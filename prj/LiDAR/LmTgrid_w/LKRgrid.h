@@ -53,10 +53,11 @@ uint64_t comp_LKR_bytes(uint64_t nmt, int dim);
 
 // Grids a tile. p: np points, metres from the tile's lower left corner (x, y) and heights; points outside the
 // tile count on the pixels that they reach. The order of the points is free, but those of a microtile should
-// stand together. smaxf: largest roughness, in grid spacings; ppp: points per pixel of four density units.
+// stand together. z0: about the height of the tile, m; sums of heights less z0 keep their digits, and whole metres are
+// taken off exactly. smaxf: largest roughness, in grid spacings; ppp: points per pixel of four density units.
 // words: one a pixel of the block. Only with LKRstate::done is there a block to be written.
-LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, const Image<uint8_t>& gTocc, int dim, float mTsize,
-                         float smaxf, float ppp, LKRtile& t, Vector<uint32_t>& words);
+LKRstate LKRgrid_tile_nn(const xyz* p, uint64_t np, double z0, const Image<uint8_t>& gTocc, int dim,
+                         float mTsize, float smaxf, float ppp, LKRtile& t, Vector<uint32_t>& words);
 
 // The word of a pixel: height z in metres (nodata: without), roughness s and grid spacing in metres, density
 // in points per pixel. over is set when the height does not fit (its field is then 0).

@@ -77,6 +77,12 @@ uint64_t expand_block(const SwGrid& grid, int tile, const Image<uint8_t>* mask, 
   }
   return npix;
 }
+
+// The occupancy of a tile of the table; null without one.
+const Image<uint8_t>* find_tile(const Tocc& tiles, int k) {
+  const auto at = std::ranges::lower_bound(tiles, static_cast<uint32_t>(k), {}, &ToccTile::k);
+  return at != tiles.end() && at->k == static_cast<uint32_t>(k) ? &at->occ : nullptr;
+}
 }  // namespace
 
 int SwGrid::tile_at(int64_t XI, int64_t YI) const {
@@ -198,8 +204,8 @@ GridRead read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask, 
                                                                            : GridRead::none;
 }
 
-GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const GridLimits& limits,
-                          Image<float>& Z, Image<uint8_t>* S) {
+GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const Tocc* mask,
+                          const GridLimits& limits, Image<float>& Z, Image<uint8_t>* S) {
   const int n = mTsub * static_cast<int>(grid.hdr.dim);
   ASSERT(buf >= 0 && buf <= n);
   Z.resize(n + 2 * buf, n + 2 * buf, NODATA);
@@ -211,9 +217,11 @@ GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, c
     for (int dx = -1; dx <= 1; dx++) {
       const int tile = grid.tile_at(XI + dx, YI + dy);
       if (tile < 0 || grid.gT(tile) == 0 || (buf == 0 && (dx != 0 || dy != 0))) continue;
+      const Image<uint8_t>* const occ = mask ? find_tile(*mask, tile) : nullptr;
+      if (mask && !occ) continue;
       if (!read_block(grid, tile, words)) return GridRead::failed;
       any = true;
-      npix += expand_block(grid, tile, nullptr, limits, words.val, -buf - dx * n, -buf - dy * n, Z, S);
+      npix += expand_block(grid, tile, occ, limits, words.val, -buf - dx * n, -buf - dy * n, Z, S);
     }
   if (!any) LOG_LINE("read_gZ_tile_8nn <!> nn tiles: nmt=0 ");
   return npix > 0 ? GridRead::heights : GridRead::none;

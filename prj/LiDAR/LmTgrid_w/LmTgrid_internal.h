@@ -59,6 +59,7 @@ struct USGDstr {
   bool failed = false;
   UnitState state = UnitState::work;
   SwTiles tiles;
+  TileTables tables;
   Tocc want;            // tiles and microtiles to grid
   Vector<uint16_t> gT;  // by tile of the table: gridded microtiles in the file
 };

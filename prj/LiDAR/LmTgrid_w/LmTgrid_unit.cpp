@@ -1,6 +1,7 @@
 // The steps of one swath: what is wanted of it, its tiles one after the other, the files that they become.
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -209,11 +210,23 @@ bool sw_grid_pre(USGDstr& u, const GridScope& scope) {
     ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path());
     return false;
   }
-  if (!open_points(u.tiles)) return false;
+  if (!open_points(u.tiles) || !u.tables.open(u.swath->cache, u.tiles.info.nt, false)) return false;
   uint64_t nfiles = 0, nbytes = 0;
   if (!delete_LmT_grid(u.swath->cache, nfiles, nbytes))
     LOG_LINE("<!> FAILED TO DELETE grid of sw=" << u.swath->id);
   u.gT.resize(u.tiles.TI.size(), 0);
+  return true;
+}
+
+// Mean height of a tile in whole metres, of all its points: what is gridded of it must not change the last bits.
+bool tile_height(const USGDstr& u, uint32_t k, double& z0) {
+  Image<uint32_t> N;
+  Image<int32_t> Zm;
+  if (!u.tables.read_N(k, N) || !u.tables.read_Zm(k, Zm)) return false;
+  double sum = 0, n = 0;
+  for (int m = 0; m < mTn; m++)
+    if (N.val[m] > 0) sum += Zm.val[m], n++;
+  z0 = n > 0 ? std::round(sum / n * M_PER_UNIT) : 0;
   return true;
 }
 
@@ -222,8 +235,9 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
   ToccTile& t = u.want[tile];
   LOG_ENTER("tile sw=" << u.swath->id << " xi=" << t.x << " yi=" << t.y);
   uint64_t np0 = 0;
+  double z0 = 0;
   const int reach = (3 + scope.dim - 1) / scope.dim;
-  if (!read_LmT_tile_nn(u.tiles, t.k, t.occ, reach, w.points, np, np0)) {
+  if (!read_LmT_tile_nn(u.tiles, t.k, t.occ, reach, w.points, np, np0) || !tile_height(u, t.k, z0)) {
     ERROR_MSG("missing/incompatible temp. tile files, swath " << u.swath->path());
     return false;
   }
@@ -231,8 +245,8 @@ bool sw_grid_tile(USGDstr& u, size_t tile, const GridScope& scope, GridWorker& w
     LOG_LINE("<!> EMPTY");
     return true;
   }
-  const LKRstate state =
-      LKRgrid_tile_nn(w.points.val, np, t.occ, scope.dim, scope.mTsize, GZ_SMAXF, TARGET_DF, w.tile, w.words);
+  const LKRstate state = LKRgrid_tile_nn(w.points.val, np, z0, t.occ, scope.dim, scope.mTsize, GZ_SMAXF,
+                                         TARGET_DF, w.tile, w.words);
   LOG_LINE("tok=" << (state == LKRstate::done) << " np=" << np);
   if (state != LKRstate::done) return true;
   npix = w.words.size();
@@ -251,6 +265,7 @@ bool sw_grid_post(USGDstr& u, const GridScope& scope) {
   if (ok) pin_cache(u.swath->cache, EXT_GMTSUM);
   delete_blocks(u);
   u.tiles = SwTiles{};
+  u.tables = TileTables{};
   u.want = Tocc{};
   u.gT.clear();
   u.lock.release();

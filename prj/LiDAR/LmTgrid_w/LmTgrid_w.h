@@ -100,8 +100,9 @@ enum class GridRead {
 [[nodiscard]] GridRead read_gZ_tile(const SwGrid& grid, int tile, const Image<uint8_t>* mask,
                                     const GridLimits& limits, Image<float>& Z, Image<uint8_t>* S = nullptr);
 // Heights of the tile at absolute indices (XI, YI) with a margin of buf <= 32 dim pixels on every side, which
-// comes from the eight neighbours: an image of side 32 dim + 2 buf. The tile itself may be missing.
-[[nodiscard]] GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf,
+// comes from the eight neighbours: an image of side 32 dim + 2 buf. The tile itself may be missing. mask: tiles of
+// the swath, in the order of its table; only their microtiles that are not 0 are taken; null for all.
+[[nodiscard]] GridRead read_gZ_tile_8nn(const SwGrid& grid, int64_t XI, int64_t YI, int buf, const Tocc* mask,
                                         const GridLimits& limits, Image<float>& Z,
                                         Image<uint8_t>* S = nullptr);
 

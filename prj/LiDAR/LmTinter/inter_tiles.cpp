@@ -30,6 +30,17 @@ void set_tile_frame(InterTiles& inter, Image<int16_t>& TI) {
     TI(static_cast<int>(inter.tiles[i].x - inter.XI0), static_cast<int>(inter.tiles[i].y - inter.YI0)) =
         static_cast<int16_t>(i);
 }
+
+// The microtiles of the moved swath that a pair may look at: its overlap with the other swath and a ring around it.
+// A grid holds more where other swaths meet this one; a pair that used it would change with them.
+Tocc moved_mtiles(const InterSwath& s1, const Tocc& both) {
+  Tocc moved = dilate_Tocc(both, s1.grid.TI);
+  for (ToccTile& t : moved) {
+    const Image<uint8_t>& own = s1.occ[t.k].occ;
+    for (int m = 0; m < mTn; m++) t.occ.val[m] = t.occ.val[m] & own.val[m] & 1;
+  }
+  return moved;
+}
 }  // namespace
 
 bool read_InterSwath(const Project& prj, SwathId sw, InterSwath& s) {
@@ -69,6 +80,7 @@ InterState choose_inter_tiles(const Project& prj, const InterSwath& s1, const In
   const uint64_t n = static_cast<uint64_t>(mTsub * prj.scale.dim);
   LOG_LINE("ntX0=" << ntX0 << " ntdrop=" << ntX0 - nt << " tnmti=" << count_Tocc(inter.tiles)
                    << " Mpix=" << static_cast<double>(nt * n * n) * 1e-6);
+  inter.moved = moved_mtiles(s1, both);
   if (nt == 0) return both.empty() ? InterState::none : InterState::narrow;
   const uint64_t MB = (comp_reg_bytes(nt, prj.scale.dim, levels) >> 20) + 1;
   LOG_LINE(" TILES MEMORY=" << MB << " MB");
@@ -106,8 +118,8 @@ InterState read_inter_tiles(const Project& prj, const InterSwath& s1, const Inte
   Vector<uint64_t> n1(nt, 0), n2(nt, 0);
   const int64_t bad = run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
     const ToccTile& t = inter.tiles[static_cast<size_t>(i)];
-    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, limits, pair.img1.val[i], &pair.S1.val[i]) ==
-            GridRead::failed ||
+    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, &inter.moved, limits, pair.img1.val[i],
+                         &pair.S1.val[i]) == GridRead::failed ||
         read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i], &pair.S2.val[i]) ==
             GridRead::failed)
       return false;

@@ -28,6 +28,7 @@ struct InterSwath {  // what the pairs of a swath share; read when the swath com
 
 struct InterTiles {  // the tiles of a pair
   Tocc tiles;        // occ: microtiles of the overlap; k, k2: indices in the tables of the two swaths
+  Tocc moved;        // what the first swath occupies of the whole overlap and of the microtiles around it
   uint32_t XI0 = 0;  // lower left tile of the frame
   uint32_t YI0 = 0;
   uint64_t nfpix1 = 0, nfpix2 = 0;  // pixels with a height, moved (with margin) and reference

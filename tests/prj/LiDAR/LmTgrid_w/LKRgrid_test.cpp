@@ -77,7 +77,7 @@ TEST(LKRgrid, PlaneGivesItsHeightAndNoRoughness) {
   LKRtile tile;
   Vector<uint32_t> words;
   const int dim = 3;
-  ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), occ, dim, 1.0f, 1000, 4, tile, words), LKRstate::done);
+  ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), 312, occ, dim, 1.0f, 1000, 4, tile, words), LKRstate::done);
   ASSERT_EQ(words.size(), 32u * 32 * dim * dim);
   for (uint64_t i = 0; i < words.size(); i++) {
     const uint64_t m = i / (dim * dim), r = i % (dim * dim);
@@ -107,7 +107,7 @@ TEST(LKRgrid, AgreesWithSlowFit) {
     occ(5, 5) = 4;  // read, but not to be gridded
     LKRtile tile;
     Vector<uint32_t> words;
-    ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), occ, c.dim, c.mTsize, 1000, 4, tile, words),
+    ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), 2000, occ, c.dim, c.mTsize, 1000, 4, tile, words),
               LKRstate::done);
     const double scale = static_cast<double>(static_cast<float>(c.dim) / c.mTsize), GSD = 1 / scale;
     int64_t i = 0;
@@ -153,7 +153,8 @@ TEST(LKRgrid, TilesWithoutAnyHeightAreDropped) {
     SCOPED_TRACE(c.what);
     LKRtile tile;
     Vector<uint32_t> words;
-    EXPECT_EQ(LKRgrid_tile_nn(c.p, c.np, Image<uint8_t>(32, 32, c.occ), 2, 1, 1000, 4, tile, words), c.state);
+    EXPECT_EQ(LKRgrid_tile_nn(c.p, c.np, 50, Image<uint8_t>(32, 32, c.occ), 2, 1, 1000, 4, tile, words),
+              c.state);
   }
 }
 
@@ -163,8 +164,9 @@ TEST(LKRgrid, RoughPixelsLoseTheirHeightAboveTheLimit) {
   LKRtile tile;
   Vector<uint32_t> words;
   const Image<uint8_t> occ(32, 32, 1);
-  EXPECT_EQ(LKRgrid_tile_nn(p.data(), p.size(), occ, 2, 1, 2, 4, tile, words), LKRstate::empty);  // limit 1 m
-  ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), occ, 2, 1, 1000, 4, tile, words), LKRstate::done);
+  EXPECT_EQ(LKRgrid_tile_nn(p.data(), p.size(), 100, occ, 2, 1, 2, 4, tile, words),
+            LKRstate::empty);  // limit 1 m
+  ASSERT_EQ(LKRgrid_tile_nn(p.data(), p.size(), 100, occ, 2, 1, 1000, 4, tile, words), LKRstate::done);
   EXPECT_EQ(decode_S(words(1500)), 31);
 }
 

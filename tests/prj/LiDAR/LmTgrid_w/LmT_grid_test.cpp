@@ -58,7 +58,7 @@ TEST(LmT_grid, MarginsAreTheNeighboursHeights) {
   int ncompared = 0;
   for (const TIsxy& t : grid.TI) {
     Image<float> all, one;
-    ASSERT_EQ(read_gZ_tile_8nn(grid, t.x, t.y, buf, {}, all), GridRead::heights);
+    ASSERT_EQ(read_gZ_tile_8nn(grid, t.x, t.y, buf, nullptr, {}, all), GridRead::heights);
     ASSERT_EQ(all.xsize(), n + 2 * buf);
     for (int dy = -1; dy <= 1; dy++)
       for (int dx = -1; dx <= 1; dx++) {
