@@ -68,7 +68,7 @@ void add_swath(Large& large, uint32_t i) {
   const uint32_t x0 = large.frame.XI, y0 = large.frame.YI + i * HEIGHT / 2;
   const TileGeom geom = make_tile_geom(7);
   Vector<TIsxy> TI(WIDTH * HEIGHT);
-  for (uint32_t k = 0; k < TI.size(); k++) TI.val[k] = {x0 + k % WIDTH, y0 + k / WIDTH, mTn};
+  for (uint32_t k = 0; k < TI.size(); k++) TI[k] = {x0 + k % WIDTH, y0 + k / WIDTH, mTn};
   LTidxInfo info{};
   info.nt = static_cast<uint32_t>(TI.size());
   info.np = info.nmt = info.nt * mTn;

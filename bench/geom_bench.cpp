@@ -53,7 +53,7 @@ void BM_PointCorr(benchmark::State& state) {
   for (auto _ : state) {
     CorrCursor cursor;
     xyz sum = {0, 0, 0};
-    for (uint64_t i = 0; i < c.P.size(); i++) sum += comp_point_corr(c.corr, cursor, c.P.val[i], c.t.val[i]);
+    for (uint64_t i = 0; i < c.P.size(); i++) sum += comp_point_corr(c.corr, cursor, c.P[i], c.t[i]);
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(c.P.size()));

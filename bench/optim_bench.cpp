@@ -68,7 +68,7 @@ void BM_ConjugateGradient(benchmark::State& state) {
     state.ResumeTiming();
     // Scaled as inv_sparse_LS_CG does it, which is a small part of the time.
     for (double& d : s.D) d = 1 / std::sqrt(d);
-    for (uint64_t k = 0; k < s.A.size(); k++) s.A.val[k] *= s.D.val[s.U.val[k]] * s.D.val[s.V.val[k]];
+    for (uint64_t k = 0; k < s.A.size(); k++) s.A[k] *= s.D[s.U[k]] * s.D[s.V[k]];
     s.Y *= s.D;
     nvisited += s.A.size() * inv_sparse_linsys_CG_DI(X, s.Y, s.A, s.U, s.V, s.A.size(), 10, 1e-14);
   }

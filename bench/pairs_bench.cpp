@@ -32,7 +32,7 @@ void add_line(Block& block, uint32_t i, const Vector<uint32_t>& counts, const Ve
   const TileGeom geom = make_tile_geom(7);
   Vector<TIsxy> TI(LENGTH * WIDTH);
   LTidxInfo info{};
-  for (uint32_t k = 0; k < TI.size(); k++) TI.val[k] = {x0 + k % LENGTH, y0 + k / LENGTH, mTn / 2 * POINTS};
+  for (uint32_t k = 0; k < TI.size(); k++) TI[k] = {x0 + k % LENGTH, y0 + k / LENGTH, mTn / 2 * POINTS};
   info.np = TI.size() * mTn / 2 * POINTS;
   info.nt = static_cast<uint32_t>(TI.size());
   info.nmt = info.nt * mTn / 2;
@@ -64,8 +64,8 @@ const Block& block_of(uint32_t n) {
   TMPDIR = block.dir.path + "/";
   Vector<uint32_t> counts(uint64_t{LENGTH} * WIDTH * mTn);
   Vector<OccBits> occ(uint64_t{LENGTH} * WIDTH);
-  for (uint64_t i = 0; i < counts.size(); i++) counts.val[i] = i / mTsub % 2 ? POINTS : 0;
-  for (uint64_t k = 0; k < occ.size(); k++) occ.val[k] = occupied_bits(counts.val + k * mTn);
+  for (uint64_t i = 0; i < counts.size(); i++) counts[i] = i / mTsub % 2 ? POINTS : 0;
+  for (uint64_t k = 0; k < occ.size(); k++) occ[k] = occupied_bits(counts.val + k * mTn);
   for (uint32_t i = static_cast<uint32_t>(block.prj.swaths.size()); i < n; i++)
     add_line(block, i, counts, occ);
   block.prj.scale = make_tile_scale(false, 0);

@@ -57,7 +57,7 @@ struct BenchLevel {
   }
   void count(benchmark::State& state) const {
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) *
-                            static_cast<int64_t>(Q.tile.val[0].B.size()));
+                            static_cast<int64_t>(Q.tile[0].B.size()));
   }
 };
 

@@ -74,8 +74,8 @@ void try_grid(const CacheName& swath, Bytes in) {
   put(swath.file(EXT_GMTZDS), in);
   SwGrid grid;
   grid.TI.resize(2);
-  grid.TI.val[0] = {80000, 81000, 100};
-  grid.TI.val[1] = {80001, 81000, 100};
+  grid.TI[0] = {80000, 81000, 100};
+  grid.TI[1] = {80001, 81000, 100};
   Image<float> Z;
   Image<uint8_t> S;
   if (read_gZDSidx_tiles(swath, grid) && grid.hdr.dim <= 16) {

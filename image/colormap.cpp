@@ -100,26 +100,26 @@ Vector<RGBchar> make_colormap(int number, bool inv) {
   Vector<RGBchar> table(256);
   const RGBchar background = inv ? rgb(255, 255, 255) : rgb(0, 0, 0);
   if (const std::vector<RGBchar> anchors = anchor_colors(number); !anchors.empty()) {
-    table.val[0] = background;
+    table[0] = background;
     for (int i = 1; i < 256; i++) {
       const double at = (i - 1) / 254.0 * static_cast<double>(anchors.size() - 1);
       const size_t k = std::min(static_cast<size_t>(at), anchors.size() - 2);
       const double f = at - static_cast<double>(k);
       const RGBchar &a = anchors[k], &b = anchors[k + 1];
-      table.val[i] = {mix_channel(a.r, b.r, f), mix_channel(a.g, b.g, f), mix_channel(a.b, b.b, f)};
+      table[i] = {mix_channel(a.r, b.r, f), mix_channel(a.g, b.g, f), mix_channel(a.b, b.b, f)};
     }
     return table;
   }
   if (const std::vector<RGBchar> blocks = block_colors(number); !blocks.empty()) {
-    for (size_t i = 0; i < 256; i++) table.val[i] = blocks[i * blocks.size() / 256];
-    if (number == 4) table.val[128] = background;
-    if (number == 9) table.val[0] = background;
+    for (size_t i = 0; i < 256; i++) table[i] = blocks[i * blocks.size() / 256];
+    if (number == 4) table[128] = background;
+    if (number == 9) table[0] = background;
     return table;
   }
   int at = 0;
   for (const Run& run : smooth_runs(number))
-    for (int i = 0; i < run.n; i++) table.val[at++] = run.color(i);
-  if (number == COLOR_VECTOR) table.val[0] = background;
+    for (int i = 0; i < run.n; i++) table[at++] = run.color(i);
+  if (number == COLOR_VECTOR) table[0] = background;
   return table;
 }
 

@@ -182,7 +182,7 @@ bool RasterOut::State::put_row(const float* values, const RGBchar* colours) {
     if (par.OUTJPEG && scale.color > 0)
       for (int x = 0; x < xsize; x++) {
         const int i = level[static_cast<size_t>(x)];
-        colour[static_cast<size_t>(x)] = table.val[i == 0 ? background : i];
+        colour[static_cast<size_t>(x)] = table[i == 0 ? background : i];
       }
     if (pixel == Pixel::f32) {
       std::memcpy(sample.data(), values, static_cast<size_t>(xsize) * 4);
@@ -294,7 +294,7 @@ bool save_cmap(const std::string& name, const ImgParam& par, const ImgScale& sca
   JpegOut out;
   if (!out.open(file, WIDTH, HEIGHT, 3, 95)) return false;
   for (int y = 0; y < HEIGHT; y++) {
-    const std::vector<RGBchar> row(WIDTH, table.val[255 - y]);
+    const std::vector<RGBchar> row(WIDTH, table[255 - y]);
     if (!out.put_rows(&row[0].r, 1)) return false;
   }
   return out.close();

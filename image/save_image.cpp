@@ -106,7 +106,7 @@ bool save_plane(const std::string& name, const ImgParam& par, const Image<uint32
     for (int x = 0; x < plane.xsize(); x++) {
       const uint32_t n = plane.row(y)[x];
       if (n > 0)
-        img(x, y) = table.val[1 + std::lround(254 * std::log1p(static_cast<float>(n)) / full)];
+        img(x, y) = table[1 + std::lround(254 * std::log1p(static_cast<float>(n)) / full)];
       else if (x == plane.xsize() / 2 || y == plane.ysize() / 2)
         img(x, y) = colours.axis;
     }

@@ -75,6 +75,9 @@ class Image {
     check(x, y);
     return val[static_cast<uint64_t>(y) * _xsize + x];
   }
+  // Unchecked element in the order of memory, for hot loops whose bounds are checked.
+  T& operator[](uint64_t i) { return val[i]; }
+  const T& operator[](uint64_t i) const { return val[i]; }
   // Unchecked start of a row, for hot loops.
   T* row(int y) { return val + static_cast<uint64_t>(y) * _xsize; }
   const T* row(int y) const { return val + static_cast<uint64_t>(y) * _xsize; }
@@ -92,22 +95,22 @@ class Image {
   void getcol(int n, Vector<T>& col) const {
     ASSERT(n >= 0 && n < _xsize);
     ASSERT(static_cast<int>(col.size()) == _ysize);
-    for (int y = 0; y < _ysize; y++) col.val[y] = row(y)[n];
+    for (int y = 0; y < _ysize; y++) col[y] = row(y)[n];
   }
   void setcol(int n, const Vector<T>& col) {
     ASSERT(n >= 0 && n < _xsize);
     ASSERT(static_cast<int>(col.size()) == _ysize);
-    for (int y = 0; y < _ysize; y++) row(y)[n] = col.val[y];
+    for (int y = 0; y < _ysize; y++) row(y)[n] = col[y];
   }
 
   Image& operator+=(const Image& I) {
     ASSERT(I._xsize == _xsize && I._ysize == _ysize);
-    for (uint64_t i = 0; i < size(); i++) val[i] += I.val[i];
+    for (uint64_t i = 0; i < size(); i++) val[i] += I[i];
     return *this;
   }
   Image& operator*=(const Image& I) {
     ASSERT(I._xsize == _xsize && I._ysize == _ysize);
-    for (uint64_t i = 0; i < size(); i++) val[i] *= I.val[i];
+    for (uint64_t i = 0; i < size(); i++) val[i] *= I[i];
     return *this;
   }
 

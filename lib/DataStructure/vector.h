@@ -82,6 +82,10 @@ class Vector {
     return val[index];
   }
 
+  // Unchecked, for hot loops whose bounds are checked.
+  T& operator[](uint64_t index) { return val[index]; }
+  const T& operator[](uint64_t index) const { return val[index]; }
+
   T* begin() { return val; }
   T* end() { return val + n_; }
   const T* begin() const { return val; }
@@ -125,25 +129,25 @@ void copy(Vector<T>& dst, const Vector<T>& src) {
 template <typename T>
 Vector<T>& operator+=(Vector<T>& v, const Vector<T>& V) {
   ASSERT(V.size() == v.size());
-  for (uint64_t i = 0; i < v.size(); i++) v.val[i] += V.val[i];
+  for (uint64_t i = 0; i < v.size(); i++) v[i] += V[i];
   return v;
 }
 template <typename T>
 Vector<T>& operator-=(Vector<T>& v, const Vector<T>& V) {
   ASSERT(V.size() == v.size());
-  for (uint64_t i = 0; i < v.size(); i++) v.val[i] -= V.val[i];
+  for (uint64_t i = 0; i < v.size(); i++) v[i] -= V[i];
   return v;
 }
 template <typename T>
 Vector<T>& operator*=(Vector<T>& v, const Vector<T>& V) {
   ASSERT(V.size() == v.size());
-  for (uint64_t i = 0; i < v.size(); i++) v.val[i] *= V.val[i];
+  for (uint64_t i = 0; i < v.size(); i++) v[i] *= V[i];
   return v;
 }
 template <typename T>
 Vector<T>& operator/=(Vector<T>& v, const Vector<T>& V) {
   ASSERT(V.size() == v.size());
-  for (uint64_t i = 0; i < v.size(); i++) v.val[i] /= V.val[i];
+  for (uint64_t i = 0; i < v.size(); i++) v[i] /= V[i];
   return v;
 }
 }  // namespace veld

@@ -17,15 +17,15 @@ void filter_lines(float* p, int n, int64_t step, int nline) {
   // First causal value: the geometric sum over the mirrored line, cut off where it no longer counts.
   if (n > HORIZON) {
     for (int k = HORIZON; k >= 0; k--)
-      for (int i = 0; i < nline; i++) head.val[i] = head.val[i] * z + p[k * step + i];
+      for (int i = 0; i < nline; i++) head[i] = head[i] * z + p[k * step + i];
   } else {  // a whole period 2n - 2 of the mirrored line
     for (int k = 2 * n - 3; k >= 0; k--)
       for (int i = 0; i < nline; i++)
-        head.val[i] = head.val[i] * z + p[static_cast<int64_t>(bspline3_mirror(k, n)) * step + i];
+        head[i] = head[i] * z + p[static_cast<int64_t>(bspline3_mirror(k, n)) * step + i];
     const float scale = 1.0f / (1.0f - std::pow(z, static_cast<float>(2 * n - 2)));
-    for (int i = 0; i < nline; i++) head.val[i] *= scale;
+    for (int i = 0; i < nline; i++) head[i] *= scale;
   }
-  for (int i = 0; i < nline; i++) p[i] = head.val[i] * gain;
+  for (int i = 0; i < nline; i++) p[i] = head[i] * gain;
   for (int k = 1; k < n; k++) {
     float* const at = p + k * step;
     const float* const before = at - step;
@@ -55,10 +55,10 @@ void bspline3_coef(Image<float>& image) {
   for (int y0 = 0; y0 < h; y0 += BLOCK) {
     const int m = std::min(BLOCK, h - y0);
     for (int y = 0; y < m; y++)
-      for (int x = 0; x < w; x++) turned.val[x * m + y] = image.row(y0 + y)[x];
+      for (int x = 0; x < w; x++) turned[x * m + y] = image.row(y0 + y)[x];
     filter_lines(turned.val, w, m, m);
     for (int y = 0; y < m; y++)
-      for (int x = 0; x < w; x++) image.row(y0 + y)[x] = turned.val[x * m + y];
+      for (int x = 0; x < w; x++) image.row(y0 + y)[x] = turned[x * m + y];
   }
 }
 
@@ -73,7 +73,7 @@ float bspline3_value(const Vector<float>& coef, double x) {
     if (!(at > -n && at < 2 * n - 1)) return 0;
     const int i = bspline3_mirror(static_cast<int>(at), n);
     if (i < 0 || i >= n) return 0;
-    sum += w[k] * static_cast<double>(coef.val[i]);
+    sum += w[k] * static_cast<double>(coef[i]);
   }
   return static_cast<float>(sum);
 }

@@ -30,12 +30,11 @@ constexpr float LINEAR = 0.05f;                                   // largest ben
 
 inline double dot(const Vector<float>& a, const Vector<float>& b) {
   double sum = 0;
-  for (uint64_t i = 0; i < a.size(); i++)
-    sum += static_cast<double>(a.val[i]) * static_cast<double>(b.val[i]);
+  for (uint64_t i = 0; i < a.size(); i++) sum += static_cast<double>(a[i]) * static_cast<double>(b[i]);
   return sum;
 }
 // wild and prec hold one value for all parameters, or one each.
-inline float at(const Vector<float>& v, uint64_t i) { return v.val[v.size() == 1 ? 0 : i]; }
+inline float at(const Vector<float>& v, uint64_t i) { return v[v.size() == 1 ? 0 : i]; }
 
 // The line X0 + s d, and the slope of the objective's descent along it.
 template <typename Func>
@@ -47,7 +46,7 @@ struct Line {
   double f = 0;
   double slope(double s) {
     const float step = static_cast<float>(s);
-    for (uint64_t i = 0; i < V.size(); i++) V.val[i] = w.X0.val[i] + step * w.d.val[i];
+    for (uint64_t i = 0; i < V.size(); i++) V[i] = w.X0[i] + step * w.d[i];
     f = func(w.g, V);
     res.neval++;
     return dot(w.d, w.g);
@@ -141,7 +140,7 @@ NLCGresult OptNLCG(Vector<float>& V, Func&& func, const Vector<float>& wild, con
     }
     double s = 1.0e10, maxstep = 0;
     for (uint64_t i = 0; i < dim; i++) {
-      const double size = std::fabs(static_cast<double>(w.d.val[i]));
+      const double size = std::fabs(static_cast<double>(w.d[i]));
       if (size == 0) continue;
       s = std::min(s, static_cast<double>(at(wild, i)) / size);
       maxstep = std::max(maxstep, size / static_cast<double>(at(prec, i)));
@@ -156,12 +155,12 @@ NLCGresult OptNLCG(Vector<float>& V, Func&& func, const Vector<float>& wild, con
     res.niter++;
 
     bool settled = iter > 2;
-    for (uint64_t i = 0; i < dim && settled; i++) settled = std::fabs(V.val[i] - w.X0.val[i]) < at(prec, i);
+    for (uint64_t i = 0; i < dim && settled; i++) settled = std::fabs(V[i] - w.X0[i]) < at(prec, i);
     if (settled) break;
     const double gg_new = dot(w.g, w.g);
     if (gg_new == 0) break;
     const float beta = iter > 0 && iter % RESTART == 0 ? 0.0f : static_cast<float>(gg_new / gg);
-    for (uint64_t i = 0; i < dim; i++) w.d.val[i] = beta * w.d.val[i] + w.g.val[i];
+    for (uint64_t i = 0; i < dim; i++) w.d[i] = beta * w.d[i] + w.g[i];
     gg = gg_new;
   }
   if (line.f > f0) res.div = true;

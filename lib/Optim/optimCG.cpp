@@ -53,13 +53,13 @@ void substitute(const Image<double>& L, const double* y, double* x) {
 bool check_list(const Vector<double>& A_s, const Vector<uint32_t>& U_s, const Vector<uint32_t>& V_s,
                 uint64_t dim, uint64_t dim_s) {
   for (uint64_t k = 0; k < dim_s; k++) {
-    if (V_s.val[k] <= U_s.val[k]) {
+    if (V_s[k] <= U_s[k]) {
       LOG_LINE("<!> u<v "
-               << "(A_s[k]==0.0)" << (A_s.val[k] == 0.0));
+               << "(A_s[k]==0.0)" << (A_s[k] == 0.0));
       return false;
     }
-    if (V_s.val[k] >= dim) {  // u < v, so one test does for both
-      LOG_LINE("<!> dim " << dim << " u=" << U_s.val[k] << " v=" << V_s.val[k]);
+    if (V_s[k] >= dim) {  // u < v, so one test does for both
+      LOG_LINE("<!> dim " << dim << " u=" << U_s[k] << " v=" << V_s[k]);
       return false;
     }
   }
@@ -70,7 +70,7 @@ bool check_list(const Vector<double>& A_s, const Vector<uint32_t>& U_s, const Ve
 bool jacobi_scale(Vector<double>& D, uint64_t& nDz) {
   nDz = 0;
   for (uint64_t i = 0; i < D.size(); i++) {
-    double& d = D.val[i];
+    double& d = D[i];
     if (d < 0.0) {
       LOG_LINE("<!> D[i]" << d);
       return false;
@@ -102,7 +102,7 @@ bool vec_sanitize(uint64_t dim, const Vector<double>& vec, uint64_t n) {
   ASSERT(n <= dim);
   uint64_t ni = 0, nn = 0, ns = 0, nz = 0;
   for (uint64_t i = 0; i < n; i++) {
-    const double a = std::fabs(vec.val[i]);
+    const double a = std::fabs(vec[i]);
     if (!(a > 0.0))
       nz++;  // NaN as well
     else if (a == std::numeric_limits<double>::infinity())
@@ -120,7 +120,7 @@ bool fast_vec_sanitize(uint64_t dim, const Vector<double>& vec, uint64_t n) {
   ASSERT(dim <= vec.size());
   ASSERT(n <= dim);
   for (uint64_t i = 0; i < n; i++)
-    if (std::isinf(vec.val[i])) {
+    if (std::isinf(vec[i])) {
       LOG_LINE("<!> inf " << i);
       return false;
     }
@@ -131,8 +131,8 @@ bool fast_vec_maxabs(uint64_t dim, const Vector<double>& vec, uint64_t n) {
   ASSERT(dim <= vec.size());
   ASSERT(n <= dim);
   for (uint64_t i = 0; i < n; i++)
-    if (!(std::fabs(vec.val[i]) <= 1000.0)) {
-      LOG_LINE("<!> maxabs " << i << " vec[i]=" << vec.val[i]);
+    if (!(std::fabs(vec[i]) <= 1000.0)) {
+      LOG_LINE("<!> maxabs " << i << " vec[i]=" << vec[i]);
       return false;
     }
   return true;
@@ -244,7 +244,7 @@ bool inv_sparse_LS_CG(Vector<double>& X, Vector<double>& Y, Vector<double>& D, V
   LOG_LINE("Yok0=" << Yok0 << " Dok0=" << Dok0);
   if (!Yok0 || !Dok0) return false;
   for (uint64_t i = 0; i < dim; i++)
-    if (!(D.val[i] > 0.0)) LOG_LINE("<!> D[i]" << D.val[i]);
+    if (!(D[i] > 0.0)) LOG_LINE("<!> D[i]" << D[i]);
   if (dim_s == 0) {
     X = Y;
     X /= D;
@@ -257,7 +257,7 @@ bool inv_sparse_LS_CG(Vector<double>& X, Vector<double>& Y, Vector<double>& D, V
 
   uint64_t nDz = 0;
   if (!jacobi_scale(D, nDz)) return false;
-  for (uint64_t k = 0; k < dim_s; k++) A_s.val[k] *= D.val[U_s.val[k]] * D.val[V_s.val[k]];
+  for (uint64_t k = 0; k < dim_s; k++) A_s[k] *= D[U_s[k]] * D[V_s[k]];
   Y *= D;
   const bool Yok = fast_vec_sanitize(dim, Y, dim);
   const bool Aok = fast_vec_sanitize(dim_s, A_s, dim_s);

@@ -170,8 +170,8 @@ bool GetOptDoubles(OptParser& p, Vector<double>& value, const std::string& longo
     if (args.size() >= 2) name += ", argument " + std::to_string(i + 1);
     const double lo = at_or_last(min, i);
     const std::string keeping =
-        i < value.size() ? keeping_text(value.val[i], lo) : std::string("keeping default value");
-    if (!check_double(args[i], name, float_parse, lo, at_or_last(max, i), keeping, list.val[i])) good = false;
+        i < value.size() ? keeping_text(value[i], lo) : std::string("keeping default value");
+    if (!check_double(args[i], name, float_parse, lo, at_or_last(max, i), keeping, list[i])) good = false;
   }
   if (!good) return fail(p);
   value.swap(list);
@@ -194,7 +194,7 @@ bool GetOptInts(OptParser& p, Vector<int>& value, const std::string& longopt, co
       ERROR_MSG(name << ": value " << v << " out of range [" << min << "," << max << "]");
       good = false;
     } else {
-      list.val[i] = static_cast<int>(v);
+      list[i] = static_cast<int>(v);
     }
   }
   if (!good) return fail(p);

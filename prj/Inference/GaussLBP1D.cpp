@@ -20,15 +20,15 @@ void pass_mess_GLBP(Vector<float>& h, Vector<float>& J) {
   Vector<float>& mJ = J;
   ASSERT(mJ.size() == h.size());
   if (N == 0) return;
-  for (int64_t i = 0; i < N; i++) J.val[i] += 2.0f * GLBP_TIE;
-  J.val[0] -= GLBP_TIE;  // the ends have one tie only
-  J.val[N - 1] -= GLBP_TIE;
+  for (int64_t i = 0; i < N; i++) J[i] += 2.0f * GLBP_TIE;
+  J[0] -= GLBP_TIE;  // the ends have one tie only
+  J[N - 1] -= GLBP_TIE;
 
-  for (int64_t i = 0; i + 1 < N; i++) left.val[i + 1] = send(left.val[i], h.val[i], J.val[i]);
-  for (int64_t i = N - 1; i > 0; i--) right.val[i - 1] = send(right.val[i], h.val[i], J.val[i]);
+  for (int64_t i = 0; i + 1 < N; i++) left[i + 1] = send(left[i], h[i], J[i]);
+  for (int64_t i = N - 1; i > 0; i--) right[i - 1] = send(right[i], h[i], J[i]);
   for (int64_t i = 0; i < N; i++) {
-    J.val[i] = left.val[i].J + J.val[i] + right.val[i].J;
-    h.val[i] = J.val[i] > 0.0f ? (left.val[i].h + h.val[i] + right.val[i].h) / J.val[i] : 0.0f;
+    J[i] = left[i].J + J[i] + right[i].J;
+    h[i] = J[i] > 0.0f ? (left[i].h + h[i] + right[i].h) / J[i] : 0.0f;
   }
 }
 

@@ -39,11 +39,11 @@ TEST(ColorMap, EntriesOfTheTables) {
       {6, 127, {252, 64, 3}},  {7, 64, {0, 128, 255}},    {7, 255, {255, 252, 252}}, {8, 95, {0, 254, 255}},
       {8, 160, {255, 255, 0}}, {9, 0, {0, 0, 0}},         {9, 200, {255, 0, 0}},     {0, 77, {77, 77, 77}}};
   for (const auto& c : cases)
-    EXPECT_EQ(make_colormap(c.number, false).val[c.entry], c.color) << c.number << " " << c.entry;
+    EXPECT_EQ(make_colormap(c.number, false)[c.entry], c.color) << c.number << " " << c.entry;
   const RGBchar white{255, 255, 255};
-  EXPECT_EQ(make_colormap(4, true).val[128], white);
-  EXPECT_EQ(make_colormap(9, true).val[0], white);
-  EXPECT_EQ(make_colormap(7, true).val[0], RGBchar());
+  EXPECT_EQ(make_colormap(4, true)[128], white);
+  EXPECT_EQ(make_colormap(9, true)[0], white);
+  EXPECT_EQ(make_colormap(7, true)[0], RGBchar());
 }
 
 // Lightness tells order and sign without hue: it rises along the counts, and falls from the middle to both ends of
@@ -51,11 +51,11 @@ TEST(ColorMap, EntriesOfTheTables) {
 TEST(ColorMap, OpenTablesWorkByLightness) {
   const auto light = [](const RGBchar& c) { return 0.2126 * c.r + 0.7152 * c.g + 0.0722 * c.b; };
   const Vector<RGBchar> counts = make_colormap(COLOR_SEQUENTIAL, false);
-  for (int i = 2; i < 256; i++) EXPECT_GE(light(counts.val[i]) + 1, light(counts.val[i - 1])) << i;
+  for (int i = 2; i < 256; i++) EXPECT_GE(light(counts[i]) + 1, light(counts[i - 1])) << i;
   for (int number = 1; number <= 3; number++) {
     const Vector<RGBchar> v = make_colormap(COLOR_VECTOR + number, false);
-    for (int i = 2; i < 128; i++) EXPECT_GE(light(v.val[i]) + 1, light(v.val[i - 1])) << number << " " << i;
-    for (int i = 129; i < 256; i++) EXPECT_LE(light(v.val[i]) - 1, light(v.val[i - 1])) << number << " " << i;
+    for (int i = 2; i < 128; i++) EXPECT_GE(light(v[i]) + 1, light(v[i - 1])) << number << " " << i;
+    for (int i = 129; i < 256; i++) EXPECT_LE(light(v[i]) - 1, light(v[i - 1])) << number << " " << i;
   }
 }
 

@@ -37,7 +37,7 @@ dxyz mean_difference(const std::string& a, const std::string& b) {
   dxyz mean = {0, 0, 0};
   EXPECT_EQ(A.size(), B.size());
   if (A.size() != B.size() || A.size() == 0) return {9, 9, 9};
-  for (uint64_t i = 0; i < A.size(); i++) mean += A.val[i] - B.val[i];
+  for (uint64_t i = 0; i < A.size(); i++) mean += A[i] - B[i];
   return mean / static_cast<double>(A.size());
 }
 

@@ -48,12 +48,12 @@ void store_pair(const std::vector<DUTstr>& rec, DUTpair& p) {
   p.t2.resize(n);
   for (uint64_t i = 0; i < n; i++) {
     const DUTstr& r = rec[i];
-    p.pos.val[i] = {static_cast<double>(r.X), static_cast<double>(r.Y), static_cast<double>(r.Z)};
-    p.disp.val[i] = r.Disp;
-    p.unc.val[i] = r.Unc;
-    p.com.val[i] = r.Com;
-    p.t1.val[i] = r.Time1;
-    p.t2.val[i] = r.Time2;
+    p.pos[i] = {static_cast<double>(r.X), static_cast<double>(r.Y), static_cast<double>(r.Z)};
+    p.disp[i] = r.Disp;
+    p.unc[i] = r.Unc;
+    p.com[i] = r.Com;
+    p.t1[i] = r.Time1;
+    p.t2[i] = r.Time2;
   }
 }
 }  // namespace

@@ -69,7 +69,7 @@ bool measure_pair(const Project& prj, const SwPair& p, const SwathVector<SCorrTb
   if (state != InterState::ok) return false;
   Vector<Image<xyz>> Def(inter.tiles.size());
   for (size_t i = 0; i < inter.tiles.size(); i++)
-    Def.val[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD(), 0);
+    Def[i] = SCorr2Def(s1, s2, c1, c2, inter.tiles[i], prj.scale.GSD(), 0);
   Mpix += static_cast<double>(inter.nfpix2) * 1e-6;
   prepare_pair(pair, 0, nthreads);
   DZmap map;

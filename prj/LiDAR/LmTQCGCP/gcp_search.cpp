@@ -195,12 +195,11 @@ class Searcher {
     res.occ.push_back(o);
     if (!points_) return;
     for (uint64_t i = 0; i < np; i++)
-      res.points.push_back(
-          {{static_cast<double>(P.val[i].x) - x + g.pos.x, static_cast<double>(P.val[i].y) - y + g.pos.y,
-            static_cast<double>(P.val[i].z) + c.z},
-           sw,
-           group,
-           in[i] != 0});
+      res.points.push_back({{static_cast<double>(P[i].x) - x + g.pos.x,
+                             static_cast<double>(P[i].y) - y + g.pos.y, static_cast<double>(P[i].z) + c.z},
+                            sw,
+                            group,
+                            in[i] != 0});
   }
 
   const Project& prj_;

@@ -86,20 +86,20 @@ void add_swath(const FastQC& qc, SwathId sw, TileSums& t) {
     t.sw.push_back(sw);
   }
   for (uint64_t i = 0; i < t.words.size(); i++) {
-    const uint32_t w = t.words.val[i];
+    const uint32_t w = t.words[i];
     if ((w & GRID_ZMASK) == 0) continue;
     const float z = decode_Z(w);
     if (details) {
-      t.zsum.val[i] += z;
-      t.nall.val[i]++;
-      t.dens.val[i] += static_cast<float>(w >> 29);
-      t.rough.val[i] = std::max(t.rough.val[i], static_cast<float>((w >> 24) & 31));
+      t.zsum[i] += z;
+      t.nall[i]++;
+      t.dens[i] += static_cast<float>(w >> 29);
+      t.rough[i] = std::max(t.rough[i], static_cast<float>((w >> 24) & 31));
     }
     if ((w & 0x1F000000) > qc.smax) continue;
-    t.nz.val[i]++;
-    if (z < t.zmin.val[i]) t.zmin.val[i] = z, t.imin.val[i] = static_cast<uint16_t>(sw.number);
-    if (z > t.zmax.val[i]) t.zmax.val[i] = z, t.imax.val[i] = static_cast<uint16_t>(sw.number);
-    if (layers) t.layers.back().val[i] = z;
+    t.nz[i]++;
+    if (z < t.zmin[i]) t.zmin[i] = z, t.imin[i] = static_cast<uint16_t>(sw.number);
+    if (z > t.zmax[i]) t.zmax[i] = z, t.imax[i] = static_cast<uint16_t>(sw.number);
+    if (layers) t.layers.back()[i] = z;
   }
 }
 
@@ -108,7 +108,7 @@ float filtered_DZ(const FastQC& qc, const TileSums& t, uint64_t i) {
   float dz = NODATA;
   for (size_t a = 0; a < t.sw.size(); a++)
     for (size_t b = a + 1; b < t.sw.size(); b++) {
-      const float za = t.layers[a].val[i], zb = t.layers[b].val[i];
+      const float za = t.layers[a][i], zb = t.layers[b][i];
       if (za == NODATA || zb == NODATA || !qc.par.pair_ok(t.sw[a].number, t.sw[b].number)) continue;
       if (dz == NODATA || std::fabs(za - zb) > std::fabs(dz)) dz = za - zb;
     }
@@ -117,10 +117,10 @@ float filtered_DZ(const FastQC& qc, const TileSums& t, uint64_t i) {
 
 // Difference of a pixel with its sign: lower swath number less higher one.
 float pixel_DZ(const FastQC& qc, const TileSums& t, uint64_t i) {
-  if (t.nz.val[i] < 2) return NODATA;
+  if (t.nz[i] < 2) return NODATA;
   if (!t.layers.empty()) return filtered_DZ(qc, t, i);
-  const float dz = t.zmax.val[i] - t.zmin.val[i];
-  return t.imax.val[i] < t.imin.val[i] ? dz : -dz;
+  const float dz = t.zmax[i] - t.zmin[i];
+  return t.imax[i] < t.imin[i] ? dz : -dz;
 }
 
 // One tile from its blocks into the bands. False after an ERROR line.
@@ -151,10 +151,10 @@ bool comp_tile(FastQC& qc, int tx, int ty, TileSums& t, DZsums& sums) {
         sums.n++, sums.sum += std::fabs(v), sums.sum2 += v * v;
         qc.maps[DZ].band.row(y)[X] = qc.par.map.DZ_mix ? dz : std::fabs(dz);
       }
-      if (t.nall.val[i] == 0 || (!qc.par.full && t.nall.val[i] < 2)) continue;
-      if (qc.maps[DENSITY].on) qc.maps[DENSITY].band.row(y)[X] = t.dens.val[i] * qc.Dunit;
-      if (qc.maps[ROUGHNESS].on) qc.maps[ROUGHNESS].band.row(y)[X] = t.rough.val[i] * qc.Sunit;
-      const float z = t.zsum.val[i] / static_cast<float>(t.nall.val[i]);
+      if (t.nall[i] == 0 || (!qc.par.full && t.nall[i] < 2)) continue;
+      if (qc.maps[DENSITY].on) qc.maps[DENSITY].band.row(y)[X] = t.dens[i] * qc.Dunit;
+      if (qc.maps[ROUGHNESS].on) qc.maps[ROUGHNESS].band.row(y)[X] = t.rough[i] * qc.Sunit;
+      const float z = t.zsum[i] / static_cast<float>(t.nall[i]);
       if (qc.maps[ELEVATION].on) qc.maps[ELEVATION].band.row(y)[X] = z;
       if (qc.maps[RELIEF].on) qc.maps[RELIEF].band.row(y)[X] = z;
     }
@@ -203,9 +203,9 @@ void list_grids(FastQC& qc) {
     }
     Extent e{s.id};
     for (uint64_t k = 0; k < grid.TI.size(); k++) {
-      if (grid.gT.val[k] == 0) continue;
-      e.XI0 = std::min(e.XI0, grid.TI.val[k].x), e.XI1 = std::max(e.XI1, grid.TI.val[k].x);
-      e.YI0 = std::min(e.YI0, grid.TI.val[k].y), e.YI1 = std::max(e.YI1, grid.TI.val[k].y);
+      if (grid.gT[k] == 0) continue;
+      e.XI0 = std::min(e.XI0, grid.TI[k].x), e.XI1 = std::max(e.XI1, grid.TI[k].x);
+      e.YI0 = std::min(e.YI0, grid.TI[k].y), e.YI1 = std::max(e.YI1, grid.TI[k].y);
     }
     if (e.XI0 > e.XI1) continue;
     X0 = std::min(X0, e.XI0), X1 = std::max(X1, e.XI1);

@@ -45,16 +45,16 @@ bool DZpicture::add(const Tocc& tiles, const Vector<Image<float>>& cells) {
   if (!active() || cells.empty()) return true;
   Image<float> tile;
   for (size_t t = 0; t < tiles.size(); t++) {
-    const Image<float>& from = cells.val[t];
+    const Image<float>& from = cells[t];
     if (!map_.read(tiles[t].x, tiles[t].y, tile)) return false;
     bool any = false;
     for (uint64_t i = 0; i < from.size(); i++) {
-      if (from.val[i] == IMG_NODATA) continue;
-      const float dz = -from.val[i];
+      if (from[i] == IMG_NODATA) continue;
+      const float dz = -from[i];
       const float bin = std::floor(dz / hist_.step) + HIST_BINS / 2;
       if (bin >= 0 && bin < HIST_BINS) hist_.count[static_cast<size_t>(bin)]++;
       const float value = par_.DZ_mix ? dz : std::fabs(dz);
-      float& to = tile.val[i];
+      float& to = tile[i];
       to = to == IMG_NODATA ? value : larger(to, value);
       any = true;
     }

@@ -63,7 +63,7 @@ struct MicrotileMaps {
 
 void add_largest(Image<float>& to, const Image<uint8_t>& codes, const Image<int32_t>& t, float unit) {
   for (int m = 0; m < mTn; m++)
-    if (t.val[m] != NO_I32) to.val[m] = std::max(to.val[m], static_cast<float>(codes.val[m]) * unit);
+    if (t[m] != NO_I32) to[m] = std::max(to[m], static_cast<float>(codes[m]) * unit);
 }
 
 bool add_swath(const LTidxInfo& info, const Swath& s, MicrotileMaps& maps) {
@@ -78,13 +78,13 @@ bool add_swath(const LTidxInfo& info, const Swath& s, MicrotileMaps& maps) {
   Image<xyz> sum;
   Image<float> tile;
   for (uint32_t k = 0; k < TI.size(); k++) {
-    const TIsxy& t = TI.val[k];
+    const TIsxy& t = TI[k];
     if (!tables.read_N(k, N) || !tables.read_Zm(k, Zm) || !maps.sums.read(t.x, t.y, sum)) return false;
     for (int m = 0; m < mTn; m++) {
-      if (N.val[m] == 0) continue;
-      const float n = static_cast<float>(N.val[m]);
-      const double z = static_cast<double>(Zm.val[m]) * M_PER_UNIT;
-      xyz& v = sum.val[m];
+      if (N[m] == 0) continue;
+      const float n = static_cast<float>(N[m]);
+      const double z = static_cast<double>(Zm[m]) * M_PER_UNIT;
+      xyz& v = sum[m];
       if (v.z == IMG_NODATA) v = {0, 0, 0};
       v.x += n;
       v.y += n * (static_cast<float>(z) - maps.zref);
@@ -93,9 +93,9 @@ bool add_swath(const LTidxInfo& info, const Swath& s, MicrotileMaps& maps) {
     if (!times) continue;
     const float dt_unit = static_cast<float>(DT_RANGE) / 255, dev_unit = DEV_RANGE / 255;
     if (!maps.dt.read(t.x, t.y, tile)) return false;
-    add_largest(tile, dt.val[k], Ct.val[k], dt_unit);
+    add_largest(tile, dt[k], Ct[k], dt_unit);
     if (!maps.dt.write(t.x, t.y, tile) || !maps.dev.read(t.x, t.y, tile)) return false;
-    add_largest(tile, dev.val[k], Ct.val[k], dev_unit);
+    add_largest(tile, dev[k], Ct[k], dev_unit);
     if (!maps.dev.write(t.x, t.y, tile)) return false;
   }
   return true;
@@ -124,7 +124,7 @@ bool save_sums(const std::string& name, const std::string& title, const Project&
       const auto XI = f.XI + static_cast<uint32_t>(x), YI = f.YI + static_cast<uint32_t>(y);
       if (!maps.sums.written(XI, YI)) continue;
       if (!maps.sums.read(XI, YI, sum)) return false;
-      for (int m = 0; m < mTn; m++) tile.val[m] = sum.val[m].z == IMG_NODATA ? IMG_NODATA : value(sum.val[m]);
+      for (int m = 0; m < mTn; m++) tile[m] = sum[m].z == IMG_NODATA ? IMG_NODATA : value(sum[m]);
       if (!out.write(XI, YI, tile)) return false;
     }
   const double Tsize = static_cast<double>(prj.scale.Tsize);
@@ -207,7 +207,7 @@ bool save_Tovrimg(const std::string& name, const Project& prj, const MapParam& m
     for (int x = 0; x < ovr.frame.nx; x++) {
       const Image<uint8_t>& n = ovr.n(x, y);
       if (n.empty()) continue;
-      for (int m = 0; m < mTn; m++) tile.val[m] = n.val[m] == 0 ? IMG_NODATA : static_cast<float>(n.val[m]);
+      for (int m = 0; m < mTn; m++) tile[m] = n[m] == 0 ? IMG_NODATA : static_cast<float>(n[m]);
       if (!out.write(ovr.frame.XI + static_cast<uint32_t>(x), ovr.frame.YI + static_cast<uint32_t>(y), tile))
         return false;
     }

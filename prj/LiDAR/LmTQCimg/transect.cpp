@@ -53,7 +53,7 @@ bool for_each_point(const Project& prj, const Box& box, Visit&& visit) {
         return false;
       }
       for (uint64_t i = 0; i < np; i++) {
-        const xyz& p = P.val[i];
+        const xyz& p = P[i];
         const double Z = static_cast<double>(p.z);
         if (Z < box.z.lo || Z > box.z.hi) continue;
         visit(s, X0 + static_cast<double>(p.x), Y0 + static_cast<double>(p.y), Z);
@@ -89,8 +89,8 @@ bool prepare_view(View& v, const Limits& z, double GSD) {
 bool save_view(const Project& prj, const MapParam& map, View& v, double z0, double GSD) {
   float most = 1;
   for (uint64_t i = 0; i < v.count.size(); i++) {
-    most = std::max(most, v.count.val[i]);
-    if (v.count.val[i] == 0) v.count.val[i] = IMG_NODATA;
+    most = std::max(most, v.count[i]);
+    if (v.count[i] == 0) v.count[i] = IMG_NODATA;
   }
   ImgParam img = map.img;
   img.crs = ImgCRS();  // seen from the side: no place on the ground

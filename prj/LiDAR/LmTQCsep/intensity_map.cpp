@@ -49,7 +49,7 @@ class SwathSums {
       const auto XI = f.XI + static_cast<uint32_t>(number % f.nx),
                  YI = f.YI + static_cast<uint32_t>(number / f.nx);
       if (!map_.read(XI, YI, tile)) return false;
-      for (uint64_t i = 0; i < tile.size(); i++) tile.val[i] += sums.val[i];
+      for (uint64_t i = 0; i < tile.size(); i++) tile[i] += sums[i];
       if (!map_.write(XI, YI, tile)) return false;
     }
     tiles_.clear();
@@ -114,8 +114,8 @@ bool IntensityMap::set_limits() {
   for (int ty = 0; ty < sums_.frame().ny; ty++) {
     if (!sums_.read_row(ty, band)) return false;
     for (uint64_t i = 0; i < band.size(); i++)
-      if (band.val[i].y > 0) {
-        histogram[static_cast<size_t>(std::min(65535.0f, band.val[i].x / band.val[i].y))]++;
+      if (band[i].y > 0) {
+        histogram[static_cast<size_t>(std::min(65535.0f, band[i].x / band[i].y))]++;
         total++;
       }
   }
@@ -136,10 +136,9 @@ bool IntensityMap::read_row(int ty, Image<float>& band) const {
   if (!sums_.read_row(ty, sums)) return false;
   band.resize(sums.xsize(), sums.ysize(), NODATA);
   for (uint64_t i = 0; i < sums.size(); i++) {
-    const xyz& s = sums.val[i];
+    const xyz& s = sums[i];
     if (s.y > 0)
-      band.val[i] =
-          high_ > low_ ? std::clamp((s.x / s.y - low_) / (high_ - low_), 0.0f, 1.0f) : NO_INTENSITIES;
+      band[i] = high_ > low_ ? std::clamp((s.x / s.y - low_) / (high_ - low_), 0.0f, 1.0f) : NO_INTENSITIES;
   }
   return true;
 }

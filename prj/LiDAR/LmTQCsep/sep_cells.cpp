@@ -91,8 +91,7 @@ float max_shift(const SCorrTbl& corr) {
   float most = 0;
   for (const Image<xyz>& tile : corr.C)
     for (uint64_t i = 0; i < tile.size(); i++)
-      if (tile.val[i].z != NODATA)
-        most = std::max({most, std::fabs(tile.val[i].x), std::fabs(tile.val[i].y)});
+      if (tile[i].z != NODATA) most = std::max({most, std::fabs(tile[i].x), std::fabs(tile[i].y)});
   return most + std::max(std::fabs(corr.T0.x), std::fabs(corr.T0.y));
 }
 

@@ -113,7 +113,7 @@ bool add_precision(const Separation& s, const SwathAt& at, int k, uint32_t XI, u
   Image<uint32_t> count(side, side, 0u);
   const float cell = static_cast<float>(step) * s.GSD;
   for (uint64_t i = 0; i < np; i++) {
-    const xyz& p = P.val[i];
+    const xyz& p = P[i];
     const int x = static_cast<int>(std::floor(p.x / cell)), y = static_cast<int>(std::floor(p.y / cell));
     if (x < 0 || y < 0 || x >= side || y >= side) continue;
     low(x, y) = std::min(low(x, y), p.z);

@@ -138,7 +138,7 @@ void walk_window(const LKRtile& t, const Window& win, const F& f) {
       const int px = win.mx * dim - 2 + x;
       const int mx = px / dim, rx = px - mx * dim;
       const int len = std::min(dim - rx, xend - x);
-      const int32_t ofs = t.gmofs.val[my * LKR_MTSUB + mx];
+      const int32_t ofs = t.gmofs[my * LKR_MTSUB + mx];
       if (ofs >= 0)
         f(static_cast<int64_t>(y) * win.side + x,
           static_cast<int64_t>(ofs) + static_cast<int64_t>(ry) * dim + rx, len);
@@ -164,7 +164,7 @@ void LKRgrid_add_LmT_mtile(LKRtile& t, const Window& win, const RunPoint* run, u
     const f8a* __restrict src = reinterpret_cast<const f8a*>(t.lsums.val + from);
     f8a* __restrict dst = reinterpret_cast<f8a*>(t.sums.val + to);
     for (int i = 0; i < len; i++) dst[i] += src[i];
-    for (int i = 0; i < len; i++) t.Syz.val[to + i] += t.lSyz.val[from + i];
+    for (int i = 0; i < len; i++) t.Syz[to + i] += t.lSyz[from + i];
   });
 }
 
@@ -183,7 +183,7 @@ void add_mtile_residuals(LKRtile& t, const Window& win, const RunPoint* run, uin
   });
   add_run_residuals(run, n, win.side, t.lZ.val, t.lbx.val, t.lby.val, t.lS.val);
   walk_window(t, win, [&](int64_t from, int64_t to, int len) {
-    for (int i = 0; i < len; i++) t.S.val[to + i] += t.lS.val[from + i];
+    for (int i = 0; i < len; i++) t.S[to + i] += t.lS[from + i];
   });
 }
 
@@ -192,22 +192,22 @@ uint64_t LKRgrid_inv3x3(LKRtile& t) {
   LOG_ENTER("LKRgrid_inv3x3 npix=" << t.npix << " GZ_DMINF=" << GZ_DMINF << " MAXZVAR=" << MAXZVAR);
   uint64_t nok = 0, nout = 0;
   for (uint64_t i = 0; i < t.npix; i++) {
-    const LKRsums& s = t.sums.val[i];
-    t.Z.val[i] = NODATA;
-    t.bx.val[i] = t.by.val[i] = 0;
+    const LKRsums& s = t.sums[i];
+    t.Z[i] = NODATA;
+    t.bx[i] = t.by[i] = 0;
     if (!(s.S0 > GZ_DMINF)) continue;
     const double S0 = s.S0, Sx = s.Sx, Sy = s.Sy, Sxx = s.Sxx, Syy = s.Syy, Sxy = s.Sxy;
     const double D = Sxx * Syy - Sxy * Sxy;
     const double A = Sxy * Sy - Syy * Sx, B = Sxy * Sx - Sxx * Sy, C = Sy * Sx - Sxy * S0;
-    const double Syz = t.Syz.val[i];
+    const double Syz = t.Syz[i];
     const double det = B * Sy + A * Sx + D * S0;
     if (!(D > 0) || !(det > 0) || MAXZVAR * det <= D) {
       nout++;
       continue;
     }
-    t.Z.val[i] = static_cast<float>((B * Syz + A * s.Sxz + D * s.Sz) / det);
-    t.bx.val[i] = static_cast<float>((C * Syz + (Syy * S0 - Sy * Sy) * s.Sxz + A * s.Sz) / det);
-    t.by.val[i] = static_cast<float>(((Sxx * S0 - Sx * Sx) * Syz + C * s.Sxz + B * s.Sz) / det);
+    t.Z[i] = static_cast<float>((B * Syz + A * s.Sxz + D * s.Sz) / det);
+    t.bx[i] = static_cast<float>((C * Syz + (Syy * S0 - Sy * Sy) * s.Sxz + A * s.Sz) / det);
+    t.by[i] = static_cast<float>(((Sxx * S0 - Sx * Sx) * Syz + C * s.Sxz + B * s.Sz) / det);
     nok++;
   }
   const double n = static_cast<double>(t.npix);
@@ -219,13 +219,13 @@ uint64_t LKRgrid_inv3x3(LKRtile& t) {
 uint64_t comp_S_outf(LKRtile& t, float SmaxGSD) {
   uint64_t ng = 0, nout = 0;
   for (uint64_t i = 0; i < t.npix; i++) {
-    const float S0 = t.sums.val[i].S0;
+    const float S0 = t.sums[i].S0;
     if (S0 == 0) continue;
-    t.S.val[i] = std::sqrt(t.S.val[i] / S0);
-    if (!(t.S.val[i] <= SmaxGSD)) {
-      nout += t.Z.val[i] != NODATA;
-      t.Z.val[i] = NODATA;
-    } else if (t.Z.val[i] != NODATA) {
+    t.S[i] = std::sqrt(t.S[i] / S0);
+    if (!(t.S[i] <= SmaxGSD)) {
+      nout += t.Z[i] != NODATA;
+      t.Z[i] = NODATA;
+    } else if (t.Z[i] != NODATA) {
       ng++;
     }
   }
@@ -252,12 +252,11 @@ LKRstate encode_tile(const LKRtile& t, float GSD, float ppp, Vector<uint32_t>& w
   uint64_t nd = 0, nover = 0, nf = 0;
   for (uint64_t i = 0; i < t.npix; i++) {
     bool over = false;
-    const bool nodata = t.Z.val[i] == NODATA;
-    words.val[i] = encode_ZDS(t.z0 + static_cast<double>(t.Z.val[i]), nodata, t.S.val[i], GSD,
-                              t.sums.val[i].S0, ppp, over);
+    const bool nodata = t.Z[i] == NODATA;
+    words[i] = encode_ZDS(t.z0 + static_cast<double>(t.Z[i]), nodata, t.S[i], GSD, t.sums[i].S0, ppp, over);
     nd += !nodata;
     nover += over;
-    nf += (words.val[i] & 0xFFFFFF) != 0;
+    nf += (words[i] & 0xFFFFFF) != 0;
   }
   if (nover > 0)
     LOG_LINE("<!> nover=" << nover << " nover/nd=" << static_cast<double>(nover) / static_cast<double>(nd));
@@ -277,8 +276,8 @@ uint64_t init_gmofs(const Image<uint8_t>& gTocc, int dim, Vector<int32_t>& gmofs
   const uint64_t nmtpix = static_cast<uint64_t>(dim) * static_cast<uint64_t>(dim);
   uint64_t n = 0, nmtf = 0;
   for (uint64_t m = 0; m < gTocc.size(); m++) {
-    const bool gridded = (gTocc.val[m] & 1) != 0;
-    gmofs.val[m] = gridded ? static_cast<int32_t>(n) : -1;
+    const bool gridded = (gTocc[m] & 1) != 0;
+    gmofs[m] = gridded ? static_cast<int32_t>(n) : -1;
     if (!gridded) continue;
     n += nmtpix;
     nmtf++;

@@ -55,10 +55,10 @@ uint64_t expand_block(const SwGrid& grid, int tile, const Image<uint8_t>* mask, 
   const Image<uint8_t>& occ = grid.gTocc(tile);
   uint64_t npix = 0, block = 0;
   for (int m = 0; m < mTn; m++) {
-    if (occ.val[m] == 0) continue;
+    if (occ[m] == 0) continue;
     const uint32_t* w = words + block * static_cast<uint64_t>(dim) * static_cast<uint64_t>(dim);
     block++;
-    if (mask && mask->val[m] == 0) continue;
+    if (mask && (*mask)[m] == 0) continue;
     const int x = m % mTsub * dim - x0, y = m / mTsub * dim - y0;  // the microtile in Z
     const int xa = std::max(0, -x), xb = std::min(dim, Z.xsize() - x);
     for (int row = std::max(0, -y); row < std::min(dim, Z.ysize() - y); row++) {
@@ -120,15 +120,15 @@ bool read_gZDSidx_tiles(const CacheName& swath, SwGrid& grid) {
     if (!file.read(&flag, 1) || flag > 1) return false;
     uint64_t n = 0;
     if (flag) {
-      grid.gTocc.val[k].resize(mTsub, mTsub);
-      if (!file.read(grid.gTocc.val[k].val, mTn)) return false;
-      n = static_cast<uint64_t>(std::count_if(grid.gTocc.val[k].val, grid.gTocc.val[k].val + mTn,
-                                              [](uint8_t v) { return v != 0; }));
+      grid.gTocc[k].resize(mTsub, mTsub);
+      if (!file.read(grid.gTocc[k].val, mTn)) return false;
+      n = static_cast<uint64_t>(
+          std::count_if(grid.gTocc[k].val, grid.gTocc[k].val + mTn, [](uint8_t v) { return v != 0; }));
       nmap++;
     }
-    const uint64_t gT = grid.gT.val[k];
+    const uint64_t gT = grid.gT[k];
     if (gT != 0 && gT != n) return false;
-    grid.ofs.val[k] = nword;
+    grid.ofs[k] = nword;
     nword += gT * nmtpix;
   }
   set_tile_map(grid);
@@ -181,7 +181,7 @@ bool check_gZDSidx_gTocc(const SwGrid& grid, const Tocc& wanted) {
       return false;
     }
     for (int m = 0; m < mTn; m++)
-      if ((t.occ.val[m] & 1) && grid.gTocc(t.k).val[m] == 0) {
+      if ((t.occ[m] & 1) && grid.gTocc(t.k)[m] == 0) {
         LOG_LINE("<!> gTocc mtile " << t.k << " " << m);
         return false;
       }
@@ -238,7 +238,7 @@ GridRead read_gZ_tile_sub(const SwGrid& grid, int tile, int sub, Image<uint32_t>
   uint32_t any = 0;
   const uint32_t* block = words.val;
   for (int m = 0; m < mTn; m++) {
-    if (occ.val[m] == 0) continue;
+    if (occ[m] == 0) continue;
     const int x0 = m % mTsub * dim, y0 = m / mTsub * dim;  // the microtile in the tile
     const int x1 = (x0 + sub - 1) / sub * sub;
     for (int y = (y0 + sub - 1) / sub * sub; y < y0 + dim; y += sub) {

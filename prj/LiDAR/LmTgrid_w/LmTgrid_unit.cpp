@@ -115,7 +115,7 @@ bool write_gZDSidx_tiles(const USGDstr& u, int dim, bool full, FamilyOut& family
     if (!out->write(&flag, 1)) return false;
     if (!flag) continue;
     uint8_t gTocc[mTn];
-    for (int m = 0; m < mTn; m++) gTocc[m] = u.want[next].occ.val[m] & 1;
+    for (int m = 0; m < mTn; m++) gTocc[m] = u.want[next].occ[m] & 1;
     if (!out->write(gTocc, mTn)) return false;
     next++;
   }
@@ -225,7 +225,7 @@ bool tile_height(const USGDstr& u, uint32_t k, double& z0) {
   if (!u.tables.read_N(k, N) || !u.tables.read_Zm(k, Zm)) return false;
   double sum = 0, n = 0;
   for (int m = 0; m < mTn; m++)
-    if (N.val[m] > 0) sum += Zm.val[m], n++;
+    if (N[m] > 0) sum += Zm[m], n++;
   z0 = n > 0 ? std::round(sum / n * M_PER_UNIT) : 0;
   return true;
 }

@@ -41,10 +41,10 @@ class TilePoints {
     if (!load_counts(k) || !files_->heights.read(k * MT_IMG_BYTES, Zm, sizeof Zm)) return false;
     uint64_t sum = 0;
     for (int i = 0; i < mTn; i++) {
-      first_[i] = sw_.Pidx.val[k] + sum;
+      first_[i] = sw_.Pidx[k] + sum;
       sum += N[i];
     }
-    return sum == sw_.TI.val[k].n;
+    return sum == sw_.TI[k].n;
   }
   // Raw points of the microtiles i0 to i1 (inclusive, flat indices) of the loaded tile, at the end of raw.
   bool read(int i0, int i1, std::vector<LmTpoint>& raw) {
@@ -138,7 +138,7 @@ void choose_wanted(const RingRead& ring, int dx, int dy, const uint32_t* N, uint
   for (int i = 0; i < mTn; i++) {
     const int x = dx * mTsub + i % mTsub + 1, y = dy * mTsub + i / mTsub + 1;
     wanted[i] = x >= 0 && x < side && y >= 0 && y < side && ring.near_grid[y * side + x] && N[i] > NMT_MIN;
-    if (dx == 0 && dy == 0 && wanted[i]) ring.gTocc.val[i] |= 4;
+    if (dx == 0 && dy == 0 && wanted[i]) ring.gTocc[i] |= 4;
   }
 }
 
@@ -159,7 +159,7 @@ bool walk_ring(RingRead& ring, Add add) {
 }
 
 int neighbour(const RingRead& ring, const SwTiles& sw, int dx, int dy) {
-  const TIsxy& t = ring.sw.TI.val[ring.k];
+  const TIsxy& t = ring.sw.TI[ring.k];
   return sw.find(static_cast<int64_t>(t.x) + dx, static_cast<int64_t>(t.y) + dy);
 }
 

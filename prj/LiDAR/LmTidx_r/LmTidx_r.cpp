@@ -91,8 +91,7 @@ void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16
 void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg) {
   timg.resize(frame.nx, frame.ny, NO_TILE);
   for (uint64_t k = 0; k < TI.size(); k++) {
-    const int64_t x = static_cast<int64_t>(TI.val[k].x) - frame.XI,
-                  y = static_cast<int64_t>(TI.val[k].y) - frame.YI;
+    const int64_t x = static_cast<int64_t>(TI[k].x) - frame.XI, y = static_cast<int64_t>(TI[k].y) - frame.YI;
     if (x >= 0 && y >= 0 && x < frame.nx && y < frame.ny)
       timg.row(static_cast<int>(y))[x] = static_cast<uint16_t>(k);
   }
@@ -119,8 +118,8 @@ bool read_SwTiles(const CacheName& swath, SwTiles& sw) {
   sw.Pidx.resize(sw.TI.size());
   uint64_t first = 0;
   for (uint64_t k = 0; k < sw.TI.size(); k++) {
-    sw.Pidx.val[k] = first;
-    first += sw.TI.val[k].n;
+    sw.Pidx[k] = first;
+    first += sw.TI[k].n;
   }
   build_tile_map(sw.info, sw.TI, sw.timg);
   sw.files.reset();

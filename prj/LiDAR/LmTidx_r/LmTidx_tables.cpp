@@ -28,8 +28,8 @@ bool read_images(const CacheName& swath, const char* suffix, uint32_t nt, Vector
   static_assert(sizeof values == MT_IMG_BYTES);
   images.resize(nt);
   return for_all_tiles(swath, suffix, nt, values, sizeof values, [&](uint32_t k) {
-    images.val[k].resize(mTsub, mTsub);
-    std::copy_n(values, mTn, images.val[k].val);
+    images[k].resize(mTsub, mTsub);
+    std::copy_n(values, mTn, images[k].val);
   });
 }
 
@@ -48,8 +48,8 @@ bool read_LmTidx_tiles_mocc(const CacheName& swath, uint32_t nt, Vector<Image<ui
   uint32_t counts[mTn];
   mocc.resize(nt);
   return for_all_tiles(swath, EXT_MTIDX, nt, counts, sizeof counts, [&](uint32_t k) {
-    mocc.val[k].resize(mTsub, mTsub);
-    for (int i = 0; i < mTn; i++) mocc.val[k].val[i] = counts[i] > NMT_MIN ? 1 : 0;
+    mocc[k].resize(mTsub, mTsub);
+    for (int i = 0; i < mTn; i++) mocc[k][i] = counts[i] > NMT_MIN ? 1 : 0;
   });
 }
 
@@ -90,7 +90,7 @@ bool read_sw_CZt_tiles(const CacheName& swath, uint32_t nt, Vector<Image<int32_t
   LmTtimeRec rec;
   Ct.resize(nt);
   return for_all_tiles(swath, EXT_MTDT, nt, rec, sizeof rec,
-                       [&](uint32_t k) { to_image(rec.centre, mTsub, Ct.val[k]); }) &&
+                       [&](uint32_t k) { to_image(rec.centre, mTsub, Ct[k]); }) &&
          read_images(swath, EXT_MTZM, nt, Zm);
 }
 
@@ -101,9 +101,9 @@ bool read_sw_t_tiles(const CacheName& swath, uint32_t nt, Vector<Image<int32_t>>
   dt.resize(nt);
   dev.resize(nt);
   return for_all_tiles(swath, EXT_MTDT, nt, rec, sizeof rec, [&](uint32_t k) {
-    to_image(rec.centre, mTsub, Ct.val[k]);
-    to_image(rec.dt, mTsub, dt.val[k]);
-    to_image(rec.dev, mTsub, dev.val[k]);
+    to_image(rec.centre, mTsub, Ct[k]);
+    to_image(rec.dt, mTsub, dt[k]);
+    to_image(rec.dev, mTsub, dev[k]);
   });
 }
 }  // namespace veld

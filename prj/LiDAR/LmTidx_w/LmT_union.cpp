@@ -7,6 +7,7 @@
 
 #include "lib/general/family_out.h"
 #include "lib/general/file_lock.h"
+#include "lib/general/hash.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "lib/general/timing.h"
@@ -31,15 +32,9 @@ struct UnionPlan {
 
 std::string resolved(const CacheName& member) { return member.dir() + member.name(); }
 
-uint64_t hash_bytes(uint64_t h, const void* data, size_t n) {  // FNV-1a
-  const uint8_t* p = static_cast<const uint8_t*>(data);
-  for (size_t i = 0; i < n; i++) h = (h ^ p[i]) * 0x100000001B3ull;
-  return h;
-}
-
 bool read_plan(const std::vector<CacheName>& names, const std::vector<bool>& used, const TilingParam& par,
                UnionPlan& plan) {
-  uint64_t stamp = 0xCBF29CE484222325ull;
+  uint64_t stamp = FNV1A_START;
   for (size_t i = 0; i < names.size(); i++) {
     if (!used[i]) continue;
     LTidxHdr hdr;
@@ -52,13 +47,13 @@ bool read_plan(const std::vector<CacheName>& names, const std::vector<bool>& use
     const uint32_t member = static_cast<uint32_t>(plan.members.size());
     for (uint64_t k = 0; k < TI.size(); k++)
       plan.tiles.push_back(
-          {static_cast<uint64_t>(TI.val[k].y) << 32 | TI.val[k].x, member, static_cast<uint32_t>(k)});
+          {static_cast<uint64_t>(TI[k].y) << 32 | TI[k].x, member, static_cast<uint32_t>(k)});
     plan.members.push_back(names[i]);
     plan.infos.push_back(info);
     const std::string file = resolved(names[i]);
-    stamp = hash_bytes(stamp, file.c_str(), file.size() + 1);
-    stamp = hash_bytes(stamp, &hdr, sizeof hdr);
-    stamp = hash_bytes(stamp, &info, sizeof info);
+    stamp = fnv1a(file.c_str(), file.size() + 1, stamp);
+    stamp = fnv1a(&hdr, sizeof hdr, stamp);
+    stamp = fnv1a(&info, sizeof info, stamp);
   }
   std::sort(plan.tiles.begin(), plan.tiles.end(), [](const UnionTile& a, const UnionTile& b) {
     return a.place != b.place ? a.place < b.place : a.member < b.member;
@@ -144,9 +139,9 @@ struct MergedTile {
 
 void add_member(const Image<uint32_t>& N, const Image<int32_t>& Zm, MergedTile& t) {
   for (int m = 0; m < mTn; m++) {
-    if (N.val[m] == 0) continue;
-    t.N[m] += N.val[m];
-    t.Z[m] += int64_t{N.val[m]} * Zm.val[m];
+    if (N[m] == 0) continue;
+    t.N[m] += N[m];
+    t.Z[m] += int64_t{N[m]} * Zm[m];
   }
 }
 

@@ -5,22 +5,21 @@
 
 #include "image/geo_place.h"
 #include "image/load_tiff.h"
+#include "lib/general/hash.h"
 #include "lib/general/log.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
-// FNV-1a over the frame and the masks.
+// Of the frame and the masks.
 uint64_t checksum(const DropMap& map, const TileInfo& frame) {
-  uint64_t h = 0xcbf29ce484222325u;
-  const auto add = [&h](uint8_t byte) { h = (h ^ byte) * 0x100000001b3u; };
-  for (const uint32_t v :
-       {frame.XI, frame.YI, static_cast<uint32_t>(frame.nx), static_cast<uint32_t>(frame.ny)})
-    for (int i = 0; i < 4; i++) add(static_cast<uint8_t>(v >> 8 * i));
+  const uint32_t place[4] = {frame.XI, frame.YI, static_cast<uint32_t>(frame.nx),
+                             static_cast<uint32_t>(frame.ny)};
+  uint64_t h = fnv1a(place, sizeof place);
   for (uint64_t k = 0; k < map.size(); k++) {
-    add(map.val[k].empty() ? 0 : 1);
-    for (uint64_t i = 0; i < map.val[k].size(); i++) add(map.val[k].val[i]);
+    const uint8_t any = map[k].empty() ? 0 : 1;
+    h = fnv1a(map[k].val, map[k].size(), fnv1a(&any, 1, h));
   }
   return h;
 }

@@ -165,7 +165,7 @@ bool proc_tiles(const TileTask& task, FamilyOut& family, MemoryBudget& budget, V
   TileWork w;
   reserve_work(w, nmax);
   for (uint64_t k = 0; k < TI.size(); k++)
-    if (!proc_tile(task, TI.val[k], w, files, occ.val[k], stat)) return own_failure(why);
+    if (!proc_tile(task, TI[k], w, files, occ[k], stat)) return own_failure(why);
   if (stat.np == 0 && task.par.Tdrop) {  // no fault of the swath; the caller reports it
     why = {SwathFault::input, "no point left due to drop map, " + task.swath.source()};
     return false;

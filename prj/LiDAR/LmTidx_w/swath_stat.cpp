@@ -25,7 +25,7 @@ struct TimeSense {
   double n = 0, st = 0, sr = 0, str = 0;
   void add(const TIsxy& tile, const LTidxInfo& info, const Image<int32_t>& Ct) {
     for (int mt = 0; mt < mTn; mt++) {
-      const int32_t tick = Ct.val[mt];
+      const int32_t tick = Ct[mt];
       if (tick == NO_I32) continue;
       const double x = (tile.x - info.XImin) + (mt % mTsub) * 0.03125;
       const double y = (tile.y - info.YImin) + (mt / mTsub) * 0.03125;
@@ -61,7 +61,7 @@ void height_stat(std::vector<int32_t>& z, SwathStat& s) {
 
 void add_counts(CountHist& hist, const Image<uint32_t>& N) {
   for (int mt = 0; mt < mTn; mt++) {
-    const uint32_t n = N.val[mt];
+    const uint32_t n = N[mt];
     if (n == 0) continue;
     const size_t bin = std::min<size_t>(n, HIST_MAX);
     if (hist.nmt_of.size() <= bin) hist.nmt_of.resize(bin + 1);
@@ -129,8 +129,8 @@ bool comp_swath_stat(const CacheName& swath, bool tproc, bool median, SwathStat&
     if (!tables.read_N(k, N) || !tables.read_Zm(k, Zm) || (tproc && !tables.read_Ct(k, Ct))) return false;
     add_counts(s.hist, N);
     for (int mt = 0; mt < mTn; mt++)
-      if (N.val[mt] > NMT_MIN) z.push_back(Zm.val[mt]);
-    if (tproc) sense.add(TI.val[k], s.info, Ct);
+      if (N[mt] > NMT_MIN) z.push_back(Zm[mt]);
+    if (tproc) sense.add(TI[k], s.info, Ct);
   }
   s.grid = comp_GGSD_dim(s.hist, geom.mTsize, median);
   if (s.info.nmt > 0) s.density = static_cast<double>(s.info.np) / (geom.mTsize * geom.mTsize * s.info.nmt);

@@ -125,7 +125,7 @@ void TileGrid::tileinfo_tbl(double Tsize, Vector<TIsxy>& TI) const {
       const uint32_t n = cells_[uint64_t{y} * nx_ + x].n;
       if (n == 0) continue;
       const TIsxy t{XI0_ + x, YI0_ + y, n};
-      TI.val[k++] = t;
+      TI[k++] = t;
       npts += n;
       nmin = std::min(nmin, n);
       nmax = std::max(nmax, n);

@@ -23,9 +23,9 @@ struct Corners {  // lower left corners of the occupied microtiles, in tiles fro
   void walk(Use use) const {
     for (uint64_t k = 0; k < TI.size(); k++)
       for (int w = 0; w < mTn / 64; w++)
-        for (uint64_t bits = occ.val[k].word[w]; bits; bits &= bits - 1) {
+        for (uint64_t bits = occ[k].word[w]; bits; bits &= bits - 1) {
           const int mt = w * 64 + std::countr_zero(bits);
-          use((TI.val[k].x - XImin) + (mt % mTsub) * 0.03125, (TI.val[k].y - YImin) + (mt / mTsub) * 0.03125);
+          use((TI[k].x - XImin) + (mt % mTsub) * 0.03125, (TI[k].y - YImin) + (mt / mTsub) * 0.03125);
         }
   }
 };

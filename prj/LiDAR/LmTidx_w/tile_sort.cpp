@@ -43,7 +43,7 @@ bool comp_LmT_LNZm(TileWork& w, uint32_t n, const TileGeom& g, const Image<uint8
       const TTpoint p = load_point(rec);
       const uint32_t mt = microtile(p, g.mshift) & (mTn - 1);
       outside |= p.x | p.y;
-      if (mask->val[mt]) {
+      if ((*mask)[mt]) {
         w.sum[mt] = -1;
         c.nptsdrop++;
       } else {
@@ -57,7 +57,7 @@ bool comp_LmT_LNZm(TileWork& w, uint32_t n, const TileGeom& g, const Image<uint8
     return false;
   }
   for (int mt = 0; mt < mTn; mt++) {
-    const bool dropped = mask && mask->val[mt];
+    const bool dropped = mask && (*mask)[mt];
     c.nmtdrop += dropped && w.sum[mt] < 0;
     c.nmt += w.N[mt] > 0;
     w.Zm[mt] = w.N[mt] > 0 ? static_cast<int32_t>(w.sum[mt] / static_cast<int64_t>(w.N[mt])) : NO_I32;

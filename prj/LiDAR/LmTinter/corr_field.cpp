@@ -62,8 +62,7 @@ float max_corr(const SCorrTbl& corr) {
   float most = 0;
   for (const Image<xyz>& tile : corr.C)
     for (uint64_t k = 0; k < tile.size(); k++)
-      if (tile.val[k].z != NODATA)
-        most = std::max({most, std::fabs(tile.val[k].x), std::fabs(tile.val[k].y)});
+      if (tile[k].z != NODATA) most = std::max({most, std::fabs(tile[k].x), std::fabs(tile[k].y)});
   return most + std::max(std::fabs(corr.T0.x), std::fabs(corr.T0.y));
 }
 

@@ -12,7 +12,7 @@ uint64_t tile_place(const TIsxy& t) { return static_cast<uint64_t>(t.y) << 32 | 
 // Whether two tiles have an occupied microtile in common.
 bool tiles_meet(const Image<uint32_t>& N1, const Image<uint32_t>& N2) {
   for (int m = 0; m < mTn; m++)
-    if (N1.val[m] > NMT_MIN && N2.val[m] > NMT_MIN) return true;
+    if (N1[m] > NMT_MIN && N2[m] > NMT_MIN) return true;
   return false;
 }
 
@@ -29,7 +29,7 @@ bool swaths_meet(const SwathTables& a, const SwathTables& b, bool& meet) {
   meet = false;
   const TIsxy* from = b.TI.begin();
   for (uint64_t k = 0; k < a.TI.size() && !meet; k++) {
-    const TIsxy& t = a.TI.val[k];
+    const TIsxy& t = a.TI[k];
     from = std::lower_bound(from, b.TI.end(), t,
                             [](const TIsxy& u, const TIsxy& v) { return tile_place(u) < tile_place(v); });
     if (from == b.TI.end()) break;

@@ -37,7 +37,7 @@ Tocc moved_mtiles(const InterSwath& s1, const Tocc& both) {
   Tocc moved = dilate_Tocc(both, s1.grid.TI);
   for (ToccTile& t : moved) {
     const Image<uint8_t>& own = s1.occ[t.k].occ;
-    for (int m = 0; m < mTn; m++) t.occ.val[m] = t.occ.val[m] & own.val[m] & 1;
+    for (int m = 0; m < mTn; m++) t.occ[m] = t.occ[m] & own[m] & 1;
   }
   return moved;
 }
@@ -118,17 +118,17 @@ InterState read_inter_tiles(const Project& prj, const InterSwath& s1, const Inte
   Vector<uint64_t> n1(nt, 0), n2(nt, 0);
   const int64_t bad = run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
     const ToccTile& t = inter.tiles[static_cast<size_t>(i)];
-    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, &inter.moved, limits, pair.img1.val[i],
-                         &pair.S1.val[i]) == GridRead::failed ||
-        read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2.val[i], &pair.S2.val[i]) ==
+    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, &inter.moved, limits, pair.img1[i], &pair.S1[i]) ==
+            GridRead::failed ||
+        read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2[i], &pair.S2[i]) ==
             GridRead::failed)
       return false;
-    n1.val[i] = count_valid(pair.img1.val[i]);
-    n2.val[i] = count_valid(pair.img2.val[i]);
+    n1[i] = count_valid(pair.img1[i]);
+    n2[i] = count_valid(pair.img2[i]);
     return true;
   });
   if (bad >= 0) return InterState::failed;
-  for (uint64_t i = 0; i < nt; i++) inter.nfpix1 += n1.val[i], inter.nfpix2 += n2.val[i];
+  for (uint64_t i = 0; i < nt; i++) inter.nfpix1 += n1[i], inter.nfpix2 += n2[i];
   LOG_LINE("ntX=" << nt << " -> tnfpix1=" << inter.nfpix1 << " tnfpix2=" << inter.nfpix2);
   LOG_LINE("/// INTER_TZ1_TZ2_TIME=" << time.text());
   return inter.nfpix1 > 0 && inter.nfpix2 > 0 ? InterState::ok : InterState::none;

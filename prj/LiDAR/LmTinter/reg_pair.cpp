@@ -49,8 +49,8 @@ NRstart start_about(const PairWork& work, const SwPair& p, const PairSwaths& sw,
   start.J = param.Jend;
   start.Def.resize(inter.tiles.size());
   for (size_t i = 0; i < inter.tiles.size(); i++)
-    start.Def.val[i] = SCorr2Def(sw.s1, sw.s2, (*work.model)[p.sw1], (*work.model)[p.sw2], inter.tiles[i],
-                                 work.prj.scale.GSD(), param.Jend);
+    start.Def[i] = SCorr2Def(sw.s1, sw.s2, (*work.model)[p.sw1], (*work.model)[p.sw2], inter.tiles[i],
+                             work.prj.scale.GSD(), param.Jend);
   return start;
 }
 

@@ -5,6 +5,7 @@
 
 #include "lib/general/binfile.h"
 #include "lib/general/family_out.h"
+#include "lib/general/hash.h"
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
@@ -14,17 +15,11 @@
 
 namespace veld {
 namespace {
-uint64_t hash_text(const std::string& s) {  // FNV-1a, 64 bits
-  uint64_t h = 0xCBF29CE484222325ull;
-  for (const char c : s) h = (h ^ static_cast<uint8_t>(c)) * 0x100000001B3ull;
-  return h;
-}
-
 struct PathHash {
   uint64_t P, N;  // of the directory, of the file name
 };
 
-PathHash hash_path(const CacheName& swath) { return {hash_text(swath.dir()), hash_text(swath.name())}; }
+PathHash hash_path(const CacheName& swath) { return {fnv1a(swath.dir()), fnv1a(swath.name())}; }
 
 // Nanoseconds: two gridding runs within a second must differ.
 bool grid_time(const CacheName& swath, uint64_t& tstamp) {

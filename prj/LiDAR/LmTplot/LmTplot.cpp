@@ -82,7 +82,7 @@ bool read_Tocc(const CacheName& swath, Tocc& occ) {
   occ.clear();
   occ.reserve(TI.size());
   for (uint64_t k = 0; k < TI.size(); k++)
-    occ.push_back({TI.val[k].x, TI.val[k].y, static_cast<uint32_t>(k), 0, std::move(mocc.val[k])});
+    occ.push_back({TI[k].x, TI[k].y, static_cast<uint32_t>(k), 0, std::move(mocc[k])});
   return true;
 }
 
@@ -101,8 +101,7 @@ uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ) {
     } else {
       ntovr++;
     }
-    for (int i = 0; i < mTn; i++)
-      n.val[i] = static_cast<uint8_t>(n.val[i] + ((t.occ.val[i] & 1) && n.val[i] < 255));
+    for (int i = 0; i < mTn; i++) n[i] = static_cast<uint8_t>(n[i] + ((t.occ[i] & 1) && n[i] < 255));
   }
   LOG_LINE("add_Tovr_Tocc Nsize=" << ovr.n.size() << " nt=" << occ.size() << " dimx=" << ovr.frame.nx
                                   << " dimy=" << ovr.frame.ny << " ntnew=" << ntnew << " ntovr=" << ntovr
@@ -117,9 +116,9 @@ uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ) {
     if (!place_in_frame(ovr.frame, t.x, t.y, x, y)) continue;
     Image<uint8_t>& n = ovr.n.row(y)[x];
     for (uint64_t i = 0; i < n.size(); i++) {
-      const bool both = n.val[i] > 0 && (t.occ.val[i] & 1);
+      const bool both = n[i] > 0 && (t.occ[i] & 1);
       nmt += both;
-      n.val[i] = static_cast<uint8_t>(n.val[i] + (both && n.val[i] < 255));
+      n[i] = static_cast<uint8_t>(n[i] + (both && n[i] < 255));
     }
   }
   LOG_LINE("add_Tovr_ref nt=" << occ.size() << " nmt=" << nmt);
@@ -129,12 +128,12 @@ uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ) {
 Tovr comp_Tovr2(const Tovr& ovr) {
   Tovr two = make_Tovr(ovr.frame);
   for (uint64_t k = 0; k < ovr.n.size(); k++) {
-    const Image<uint8_t>& n = ovr.n.val[k];
+    const Image<uint8_t>& n = ovr.n[k];
     if (std::none_of(n.val, n.val + n.size(), [](uint8_t v) { return v >= 2; })) continue;
-    Image<uint8_t>& m = two.n.val[k];
+    Image<uint8_t>& m = two.n[k];
     m = n;
     for (int i = 0; i < mTn; i++)
-      if (m.val[i] < 2) m.val[i] = 0;
+      if (m[i] < 2) m[i] = 0;
   }
   return two;
 }
@@ -151,7 +150,7 @@ Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr, uint8_t vmin) {
     const Image<uint8_t>& n = ovr.n.row(y)[x];
     if (n.empty()) continue;
     ToccTile cut = t;
-    for (int i = 0; i < mTn; i++) cut.occ.val[i] = (t.occ.val[i] & 1) && n.val[i] >= vmin ? 1 : 0;
+    for (int i = 0; i < mTn; i++) cut.occ[i] = (t.occ[i] & 1) && n[i] >= vmin ? 1 : 0;
     if (!is_empty(cut.occ)) result.push_back(std::move(cut));
   }
   LOG_LINE("inter_TLocc_Tovr nt=" << occ.size() << " nltint=" << result.size() << " ntout=" << ntout);
@@ -170,7 +169,7 @@ Tocc inter_Tocc(const Tocc& occ1, const Tocc& occ2) {
     ntcomp++;
     ToccTile both = a;
     both.k2 = b.k;
-    for (int i = 0; i < mTn; i++) both.occ.val[i] = a.occ.val[i] & b.occ.val[i] & 1;
+    for (int i = 0; i < mTn; i++) both.occ[i] = a.occ[i] & b.occ[i] & 1;
     if (!is_empty(both.occ)) result.push_back(std::move(both));
   }
   LOG_LINE("inter_Tocc nt1=" << occ1.size() << " nt2=" << occ2.size() << " ntint=" << result.size()
@@ -184,7 +183,7 @@ mTbbox comp_mTbbox_Tovr(const Tovr& ovr, uint8_t vmin) {
     for (int x = 0; x < ovr.frame.nx; x++) {
       const Image<uint8_t>& n = ovr.n.row(y)[x];
       for (uint64_t i = 0; i < n.size(); i++)
-        if (n.val[i] >= vmin && n.val[i] > 0)
+        if (n[i] >= vmin && n[i] > 0)
           extend_bbox(b, (static_cast<int64_t>(ovr.frame.XI) + x) * mTsub + static_cast<int64_t>(i) % mTsub,
                       (static_cast<int64_t>(ovr.frame.YI) + y) * mTsub + static_cast<int64_t>(i) / mTsub);
     }
@@ -195,15 +194,14 @@ mTbbox comp_mTbbox_Tocc(const Tocc& occ) {
   mTbbox b;
   for (const ToccTile& t : occ)
     for (int i = 0; i < mTn; i++)
-      if (t.occ.val[i] & 1)
-        extend_bbox(b, int64_t{t.x} * mTsub + i % mTsub, int64_t{t.y} * mTsub + i / mTsub);
+      if (t.occ[i] & 1) extend_bbox(b, int64_t{t.x} * mTsub + i % mTsub, int64_t{t.y} * mTsub + i / mTsub);
   return b;
 }
 
 uint64_t count_Tocc(const Tocc& occ) {
   uint64_t n = 0;
   for (const ToccTile& t : occ)
-    for (int i = 0; i < mTn; i++) n += t.occ.val[i] & 1;
+    for (int i = 0; i < mTn; i++) n += t.occ[i] & 1;
   return n;
 }
 
@@ -212,8 +210,7 @@ void count_fovr_12(const Tovr& a, const Tovr& b, double& f1, double& f2) {
   uint64_t n1 = 0, n2 = 0, both = 0;
   for (uint64_t k = 0; k < a.n.size(); k++)
     for (int i = 0; i < mTn; i++) {
-      const bool in1 = !a.n.val[k].empty() && a.n.val[k].val[i] > 0,
-                 in2 = !b.n.val[k].empty() && b.n.val[k].val[i] > 0;
+      const bool in1 = !a.n[k].empty() && a.n[k][i] > 0, in2 = !b.n[k].empty() && b.n[k][i] > 0;
       n1 += in1;
       n2 += in2;
       both += in1 && in2;
@@ -249,7 +246,7 @@ void img_Tovr_clip(const Tovr& ovr, uint8_t nmax, Image<uint8_t>& img) {
       const Image<uint8_t>& n = ovr.n.row(y)[x];
       for (uint64_t i = 0; i < n.size(); i++)
         img.row(y * mTsub + static_cast<int>(i) / mTsub)[x * mTsub + static_cast<int>(i) % mTsub] =
-            std::min(n.val[i], nmax);
+            std::min(n[i], nmax);
     }
 }
 }  // namespace veld

@@ -141,8 +141,8 @@ Tocc dilate_Tocc(const Tocc& occ, const Vector<TIsxy>& TI) {
   Tocc result;
   for (uint64_t k = 0; k < TI.size(); k++) {
     ToccTile t;
-    t.x = TI.val[k].x;
-    t.y = TI.val[k].y;
+    t.x = TI[k].x;
+    t.y = TI[k].y;
     t.k = static_cast<uint32_t>(k);
     if (apply(gather(index, t.x, t.y), t.occ, any_near)) result.push_back(std::move(t));
   }
@@ -177,8 +177,8 @@ Tocc erode_Tocc_closed(const Tocc& occ, int k, int gap) {
     const Image<uint8_t>& from = *index.at(tile_key(t.x, t.y));
     bool any = false;
     for (uint64_t i = 0; i < t.occ.size(); i++) {
-      t.occ.val[i] = t.occ.val[i] && (from.val[i] & 1);
-      any = any || t.occ.val[i];
+      t.occ[i] = t.occ[i] && (from[i] & 1);
+      any = any || t.occ[i];
     }
     if (any) result.push_back(std::move(t));
   }

@@ -11,9 +11,9 @@ namespace {
 // Makes one angle continuous from record i0 on. Counts the wraps and widens the largest step.
 void unroll_angle(Vector<PO>& po, uint64_t i0, float PO::*angle, uint64_t& nro, double& rmax) {
   double turn = 0;  // degrees added to the records from here on
-  double last = po.val[i0 - 1].*angle;
+  double last = po[i0 - 1].*angle;
   for (uint64_t i = i0; i < po.size(); i++) {
-    const double raw = po.val[i].*angle;
+    const double raw = po[i].*angle;
     const double step = raw + turn - last;
     if (std::fabs(step) > 180) {
       const double wrap = 360 * std::round(step / 360);
@@ -22,7 +22,7 @@ void unroll_angle(Vector<PO>& po, uint64_t i0, float PO::*angle, uint64_t& nro, 
     }
     rmax = std::max(rmax, std::fabs(raw + turn - last));
     last = raw + turn;
-    po.val[i].*angle = static_cast<float>(last);
+    po[i].*angle = static_cast<float>(last);
   }
 }
 
@@ -31,7 +31,7 @@ double mean_interval(const Vector<PO>& po) {
   double sum = 0, sum_all = 0;
   uint64_t n = 0;
   for (uint64_t i = 1; i < po.size(); i++) {
-    const double step = po.val[i].t - po.val[i - 1].t;
+    const double step = po[i].t - po[i - 1].t;
     if (step > 0 && step <= MAX_TRAJ_DT) sum += step, n++;
     sum_all += step;
   }
@@ -63,7 +63,7 @@ POstat comp_PO_dt_stat(const Vector<PO>& po, int proj, bool tadj) {
   s.minint = n > 1 ? 2e307 : 0;
   double sum2 = 0;
   for (uint64_t i = 1; i < n; i++) {
-    const double step = po.val[i].t - po.val[i - 1].t;
+    const double step = po[i].t - po[i - 1].t;
     s.minint = std::min(s.minint, step);
     s.maxint = std::max(s.maxint, step);
     sum2 += (step - s.dt) * (step - s.dt);
@@ -72,9 +72,9 @@ POstat comp_PO_dt_stat(const Vector<PO>& po, int proj, bool tadj) {
     s.nlarge += step > 2 * s.dt;
   }
   if (n > 1) s.devint = std::sqrt(sum2 / static_cast<double>(n - 1));
-  s.min = s.max = position(po.val[0]);
+  s.min = s.max = position(po[0]);
   for (const PO& rec : po) grow_box(s.min, s.max, position(rec));
-  const double t0 = po.val[0].t, t1 = po.val[n - 1].t;
+  const double t0 = po[0].t, t1 = po[n - 1].t;
   LOG_LINE("TIME: t:[" << t0 << " " << t1 << "] DT=" << t1 - t0
                        << (tadj ? " from ADJ_GPS" : " from WEEKSEC"));
   LOG_LINE("STAT: dt=" << s.dt << " nerr=" << s.nerr << " maxint=" << s.maxint << " devint=" << s.devint

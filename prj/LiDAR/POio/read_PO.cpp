@@ -145,7 +145,7 @@ bool read_PO(const std::string& path, const POread& par, Vector<PO>& po, bool& t
     return false;
   }
   if (par.unroll) unroll_PO(po);
-  LOG_LINE("n=" << po.size() << " t:" << po.val[0].t << " " << po.val[po.size() - 1].t << " tadj=" << tadj);
+  LOG_LINE("n=" << po.size() << " t:" << po[0].t << " " << po[po.size() - 1].t << " tadj=" << tadj);
   return true;
 }
 }  // namespace veld

@@ -19,12 +19,12 @@ std::vector<CutSample> analysed_samples(const Vector<PO>& po, size_t sub) {
   samples.reserve(po.size() / sub + 1);
   for (size_t i = 0, n = 0; i < po.size(); i += n) {
     CutSample s = {};
-    const PO& first = po.val[i];
+    const PO& first = po[i];
     double t = 0, yaw = 0;
     dxyz sum = {0, 0, 0};
     for (n = 0; n < sub && i + n < po.size(); n++) {
-      const PO& rec = po.val[i + n];
-      if (n > 0 && rec.t - po.val[i + n - 1].t > MAX_TRAJ_DT) break;
+      const PO& rec = po[i + n];
+      if (n > 0 && rec.t - po[i + n - 1].t > MAX_TRAJ_DT) break;
       t += rec.t - first.t;
       sum = sum + (position(rec) - position(first));
       yaw += rec.yaw;
@@ -139,7 +139,7 @@ TrajCut cut_traj_yawdist(const Vector<PO>& po, double dt, const TrajCutParam& pa
   TrajCut cut;
   if (po.empty()) return cut;
   const size_t sub = static_cast<size_t>(std::max(std::lround(par.DT / dt), 1L));
-  const PO& P0 = po.val[0];
+  const PO& P0 = po[0];
   LOG_LINE("sub=" << sub << " T0=" << P0.t << " P0=" << P0.x << ' ' << P0.y << ' ' << P0.z);
   cut.samples = analysed_samples(po, sub);
   scan_lines(cut, par);

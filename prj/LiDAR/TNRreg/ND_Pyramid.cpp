@@ -40,8 +40,7 @@ void ND_Pyramid(Vector<Vector<Image<float>>>& levels, const Vector<Image<float>>
   levels.resize(static_cast<uint64_t>(depth));
   for (Vector<Image<float>>& level : levels) level.resize(images.size());
   run_units(static_cast<int64_t>(images.size()), nthreads, [&](int64_t t, int) {
-    for (int l = 0; l < depth; l++)
-      levels.val[l].val[t] = halve(l == 0 ? images.val[t] : levels.val[l - 1].val[t]);
+    for (int l = 0; l < depth; l++) levels[l][t] = halve(l == 0 ? images[t] : levels[l - 1][t]);
     return true;
   });
 }

@@ -18,19 +18,19 @@ void comp_coef(Image<float>& Z) {
   double sum = 0;
   uint64_t n = 0;
   for (uint64_t k = 0; k < Z.size(); k++)
-    if (Z.val[k] != NR_NODATA) {
-      sum += static_cast<double>(Z.val[k]);
+    if (Z[k] != NR_NODATA) {
+      sum += static_cast<double>(Z[k]);
       n++;
     }
   const float mean = n > 0 ? static_cast<float>(sum / static_cast<double>(n)) : 0.0f;
   for (uint64_t k = 0; k < Z.size(); k++) {
-    const bool hole = Z.val[k] == NR_NODATA;
-    Z.val[k] = hole ? 0.0f : Z.val[k] - mean;
-    if (hole) W.val[k] = 0.0f;
+    const bool hole = Z[k] == NR_NODATA;
+    Z[k] = hole ? 0.0f : Z[k] - mean;
+    if (hole) W[k] = 0.0f;
   }
   if (n < Z.size()) GLBP_fill_image(Z, W);
   bspline3_coef(Z);
-  for (uint64_t k = 0; k < Z.size(); k++) Z.val[k] += mean;
+  for (uint64_t k = 0; k < Z.size(); k++) Z[k] += mean;
 }
 
 void coef_images(Vector<Image<float>>& heights, int nthreads, const char* name, Vector<CoefImage>& coef) {
@@ -43,8 +43,8 @@ void coef_images(Vector<Image<float>>& heights, int nthreads, const char* name, 
       seen(thread) = 1;
       LOG_LINE(name << " id=" << std::this_thread::get_id());
     }
-    coef.val[t].value = std::move(heights.val[t]);
-    comp_coef(coef.val[t].value);
+    coef[t].value = std::move(heights[t]);
+    comp_coef(coef[t].value);
     return true;
   });
   heights.clear();
@@ -57,7 +57,6 @@ void Reg_Coef(Vector<Image<float>>& heights, int nthreads, Vector<CoefImage>& co
 
 void Reg_Coef_mg(Vector<Vector<Image<float>>>& heights, int nthreads, Vector<Vector<CoefImage>>& coef) {
   coef.resize(heights.size());
-  for (uint64_t l = 0; l < heights.size(); l++)
-    coef_images(heights.val[l], nthreads, "th_Reg_Coef_mg", coef.val[l]);
+  for (uint64_t l = 0; l < heights.size(); l++) coef_images(heights[l], nthreads, "th_Reg_Coef_mg", coef[l]);
 }
 }  // namespace veld

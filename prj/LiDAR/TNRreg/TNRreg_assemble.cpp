@@ -10,7 +10,7 @@ void init_prior(NormalEq& N, const dUParamTiles& Q) {
   N.cx.assign(N.size(), 0.0f);
   N.cy.assign(N.size(), 0.0f);
   for (int t = 0; t < N.nt; t++) {
-    const Image<uint8_t>& Vmap = Q.tile.val[t].Vmap;
+    const Image<uint8_t>& Vmap = Q.tile[t].Vmap;
     const auto on = [&](int i, int j) { return Vmap.row(j)[i] != V_OFF; };
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
@@ -24,7 +24,7 @@ void init_prior(NormalEq& N, const dUParamTiles& Q) {
 
 void init_normal(NormalEq& N, const dUParamTiles& Q) {
   N.nt = static_cast<int>(Q.tile.size());
-  N.nv = N.nt > 0 ? Q.tile.val[0].nv() : 0;
+  N.nv = N.nt > 0 ? Q.tile[0].nv() : 0;
   N.stride = N.nv + 2 * NormalEq::MARGIN;
   N.omega = Q.omega;
   init_prior(N, Q);
@@ -42,13 +42,13 @@ namespace {
 void reduce_sums(const dUParamTile& T, const RowScratch& s, VertexBlock* block, V3<float>* g, float* slot) {
   std::fill_n(slot, T.nv() * NSLOT, 0.0f);
   for (int i = T.imin; i <= T.imax;) {
-    const int v = static_cast<int>(T.ix.val[i]);
+    const int v = static_cast<int>(T.ix[i]);
     const int end = std::min(T.imax + 1, (v + 1) * T.dim);
     float aa[NQ] = {}, ab[18] = {}, bb[NQ] = {};  // weights x0 x0, x0 x1, x1 x1; of g: x0, unused, x1
     for (; i < end; i++) {
       const int c = i - T.imin;
       const float* const sum = s.sums.data() + (c / LANES) * NQ * LANES + c % LANES;
-      const float x0 = T.bx0.val[i], x1 = T.bx1.val[i];
+      const float x0 = T.bx0[i], x1 = T.bx1[i];
       const float x00 = x0 * x0, x01 = x0 * x1, x11 = x1 * x1;
       for (int q = 0; q < 18; q++) {
         const float value = sum[q * LANES];
@@ -80,7 +80,7 @@ void add_slot(const float* slot, int nv, VertexBlock* block, V3<float>* g) {
 void add_prior(NormalEq& N, const dUParamTiles& Q) {
   const auto second = [](const xyz& a, const xyz& b, const xyz& c) { return (a - b) + (c - b); };
   for (int t = 0; t < N.nt; t++) {
-    const dUParamTile& T = Q.tile.val[t];
+    const dUParamTile& T = Q.tile[t];
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         const size_t k = N.at(t, i, j);
@@ -143,7 +143,7 @@ void assemble_normal(NormalEq& N, dUParamTiles& Q) {
   for (int t = 0; t < N.nt; t++)
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++)
-        if (Q.tile.val[t].Vmap.row(j)[i] != V_ACTIVE) N.g[N.at(t, i, j)] = {0, 0, 0};
+        if (Q.tile[t].Vmap.row(j)[i] != V_ACTIVE) N.g[N.at(t, i, j)] = {0, 0, 0};
   set_self(N);
 }
 
@@ -180,7 +180,7 @@ double prior_energy(const NormalEq& N, const dUParamTiles& Q) {
     return o.x * d.x * d.x + o.y * d.y * d.y + o.z * d.z * d.z;
   };
   for (int t = 0; t < N.nt; t++) {
-    const dUParamTile& T = Q.tile.val[t];
+    const dUParamTile& T = Q.tile[t];
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         const size_t k = N.at(t, i, j);

@@ -60,9 +60,9 @@ int setup_tiles(dUParamTiles& Q, const Vector<FCZptr>& img, const NRpair& pair, 
   if (!cached) fill_ND_Def(Q);
   int nok2 = 0, nok12 = 0, nokpar = 0;
   for (int64_t t = 0; t < nt; t++) {
-    dUParamTile& T = Q.tile.val[t];
+    dUParamTile& T = Q.tile[t];
     T.Vmap.resize(T.nv(), T.nv(), V_OFF);
-    if (!set_FCZ_ROI(T, img.val[t], lev.buf, lev.dim, static_cast<int>(t))) continue;
+    if (!set_FCZ_ROI(T, img[t], lev.buf, lev.dim, static_cast<int>(t))) continue;
     nok2++;
     set_BI(T);
     T.Vmap.clear();  // no vertex restricts the pixels yet
@@ -86,15 +86,15 @@ bool keep_certain(dUParamTiles& Q, NRresult& result) {
   comp_unc(Q, result.Unc);
   comp_rough(Q, result.Rough);
   for (uint64_t t = 0; t < Q.tile.size(); t++)
-    delete_Vmap_unc_wb(Q.tile.val[t], result.Unc.val[t], static_cast<int>(t));
+    delete_Vmap_unc_wb(Q.tile[t], result.Unc[t], static_cast<int>(t));
   const bool any = apply_Vmap_ND(Q);
   const xyz none = {NR_NO_UNC, NR_NO_UNC, NR_NO_UNC};
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    dUParamTile& T = Q.tile.val[t];
-    result.Zv.val[t] = T.zV;
+    dUParamTile& T = Q.tile[t];
+    result.Zv[t] = T.zV;
     for (uint64_t k = 0; k < T.zV.size(); k++) {
-      if (T.zV.val[k] == NR_NODATA) T.Def->val[k].z = NR_NODATA;
-      if (T.Def->val[k].z == NR_NODATA) result.Unc.val[t].val[k] = none;
+      if (T.zV[k] == NR_NODATA) (*T.Def)[k].z = NR_NODATA;
+      if ((*T.Def)[k].z == NR_NODATA) result.Unc[t][k] = none;
     }
   }
   return any;
@@ -105,10 +105,10 @@ bool keep_certain(dUParamTiles& Q, NRresult& result) {
 bool write_cache(const dUParamTiles& Q, const std::string& path) {
   Vector<Image<xyz>> Def(Q.tile.size());
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    const dUParamTile& T = Q.tile.val[t];
-    Def.val[t] = *T.Def;
+    const dUParamTile& T = Q.tile[t];
+    Def[t] = *T.Def;
     for (uint64_t k = 0; k < T.Vmap.size(); k++)
-      if (T.Vmap.val[k] == V_OFF) Def.val[t].val[k].z = NR_NODATA;
+      if (T.Vmap[k] == V_OFF) Def[t][k].z = NR_NODATA;
   }
   return write_reg_cache(path, Def);
 }
@@ -122,7 +122,7 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   dUParamTiles Q;
   Q.nthreads = param.nthreads;
   Q.tile.resize(img.size());
-  for (uint64_t t = 0; t < img.size(); t++) Q.tile.val[t].Def = &result.Def.val[t];
+  for (uint64_t t = 0; t < img.size(); t++) Q.tile[t].Def = &result.Def[t];
   const float cell = pair.mTsize * static_cast<float>(1 << lev.Jend);
   const float w = PRIOR_WEIGHT * cell * cell * (param.about_start ? MODEL_WEIGHT : 1.0f);
   Q.omega = {w, w, w};

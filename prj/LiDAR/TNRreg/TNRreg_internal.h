@@ -155,7 +155,7 @@ void for_seams(const dUParamTiles& Q, int nv, Visit&& visit) {
 template <typename T, typename Get>
 void add_seams(dUParamTiles& Q, Get&& get) {
   if (Q.tile.size() == 0) return;
-  for_seams(Q, get(Q.tile.val[0]).xsize(), [&](int t, int i, int j, const SeamVertex& p) {
+  for_seams(Q, get(Q.tile[0]).xsize(), [&](int t, int i, int j, const SeamVertex& p) {
     get(Q.tile(p.tile))(p.i, p.j) += get(Q.tile(t))(i, j);
   });
 }
@@ -185,7 +185,7 @@ template <typename Work>
 void for_cell_rows(dUParamTiles& Q, bool expand, Work&& work) {
   run_units(static_cast<int64_t>(Q.rows.size()), comp_threads(Q, Q.npix), [&](int64_t unit, int thread) {
     const thRowInfo place = Q.rows[static_cast<size_t>(unit)];
-    dUParamTile& T = Q.tile.val[place.tile];
+    dUParamTile& T = Q.tile[place.tile];
     const int row = static_cast<int>(place.row);
     RowScratch& scratch = Q.scratch[static_cast<size_t>(thread)];
     if (expand) expand_cell_row(T, row, scratch);

@@ -17,12 +17,12 @@ float move_Def(dUParamTiles& Q, const GNwork& work) {
   const NormalEq& N = work.N;
   float max_z = 0;
   for (int t = 0; t < N.nt; t++) {
-    const dUParamTile& T = Q.tile.val[t];
+    const dUParamTile& T = Q.tile[t];
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         if (T.Vmap.row(j)[i] != V_ACTIVE) continue;
         const V3<float>& x = work.pcg.x[N.at(t, i, j)];
-        T.Def->row(j)[i] = work.start.val[t].row(j)[i] + xyz{x.x, x.y, x.z};
+        T.Def->row(j)[i] = work.start[t].row(j)[i] + xyz{x.x, x.y, x.z};
         max_z = std::max(max_z, std::fabs(x.z));
       }
   }
@@ -31,7 +31,7 @@ float move_Def(dUParamTiles& Q, const GNwork& work) {
 }
 
 void restore_Def(dUParamTiles& Q, const GNwork& work) {
-  for (uint64_t t = 0; t < Q.tile.size(); t++) *Q.tile.val[t].Def = work.start.val[t];
+  for (uint64_t t = 0; t < Q.tile.size(); t++) *Q.tile[t].Def = work.start[t];
 }
 }  // namespace
 
@@ -39,7 +39,7 @@ GNstep gauss_newton_step(dUParamTiles& Q, GNwork& work, double E0) {
   NormalEq& N = work.N;
   assemble_normal(N, Q);
   work.start.resize(Q.tile.size());
-  for (uint64_t t = 0; t < Q.tile.size(); t++) work.start.val[t] = *Q.tile.val[t].Def;
+  for (uint64_t t = 0; t < Q.tile.size(); t++) work.start[t] = *Q.tile[t].Def;
   GNstep step;
   for (; step.trials < MAX_TRIALS && !step.accepted; step.trials++) {
     set_damping(N, N.damping);

@@ -65,7 +65,7 @@ struct NoiseRow {  // where a row of pixels puts its samples: the vertices of it
 HOT_CLONES void add_noise_row(const dUParamTile& T, int j, const RowScratch& s, const NoiseRow& to) {
   const SignTable& signs = sign_table();
   const uint8_t *const b_row = T.B.row(j - T.jmin), *const rough = T.rough.row(j - T.jmin);
-  const float y0 = T.bx0.val[j], y1 = T.bx1.val[j];
+  const float y0 = T.bx0[j], y1 = T.bx1[j];
   v8f near = {}, far = {}, shift_x = {}, shift_y = {};
   for (int i = T.imin, short_block = -1, long_block = -1; i <= T.imax; i++) {
     const int c = i - T.imin;
@@ -90,8 +90,8 @@ HOT_CLONES void add_noise_row(const dUParamTile& T, int j, const RowScratch& s, 
       noise += (aside * s.gx[c]) * shift_x + (aside * s.gy[c]) * shift_y;
     }
     const v8f x = -s.gx[c] * noise, y = -s.gy[c] * noise;
-    const uint32_t v = T.ix.val[i];
-    const float x0 = T.bx0.val[i], x1 = T.bx1.val[i];
+    const uint32_t v = T.ix[i];
+    const float x0 = T.bx0[i], x1 = T.bx1[i];
     const float b[4] = {x0 * y0, x1 * y0, x0 * y1, x1 * y1};
     V3<v8f>* const at[4] = {to.lower + v, to.lower + v + 1, to.upper + v, to.upper + v + 1};
     for (int q = 0; q < 4; q++) at[q]->x += b[q] * x, at[q]->y += b[q] * y, at[q]->z += b[q] * noise;
@@ -208,7 +208,7 @@ void sample_noise(const NormalEq& N, dUParamTiles& Q, int group, float long_shar
   for (int t = 0; t < N.nt; t++)
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++)
-        if (Q.tile.val[t].Vmap.row(j)[i] != V_ACTIVE) r[N.at(t, i, j)] = V3<v8f>{};
+        if (Q.tile[t].Vmap.row(j)[i] != V_ACTIVE) r[N.at(t, i, j)] = V3<v8f>{};
 }
 
 namespace {
@@ -239,7 +239,7 @@ void comp_local_scale(const NormalEq& N, dUParamTiles& Q, float least, std::vect
     for (int j = cells.jmin; j <= cells.jmax; j++) {
       slope_row(T, j, N.slope_noise, s);
       const uint8_t *const b_row = T.B.row(j - T.jmin), *const rough = T.rough.row(j - T.jmin);
-      const float y0 = T.bx0.val[j], y1 = T.bx1.val[j];
+      const float y0 = T.bx0[j], y1 = T.bx1[j];
       for (int i = T.imin; i <= T.imax; i++) {
         const int c = i - T.imin;
         if (b_row[c] == 0) continue;
@@ -248,12 +248,12 @@ void comp_local_scale(const NormalEq& N, dUParamTiles& Q, float least, std::vect
         const float robust = share / (1 + r * r * weights.precision[code]);
         const float g2 = s.gx[c] * s.gx[c] + s.gy[c] * s.gy[c];
         const WeightSum pixel = {share * g2, robust * g2, share, robust};
-        const uint32_t v = T.ix.val[i];
+        const uint32_t v = T.ix[i];
         const auto give = [&](WeightSum& to, float b) {
           to.add({b * pixel.xy, b * pixel.xy_robust, b * pixel.z, b * pixel.z_robust});
         };
-        give(lower[v], T.bx0.val[i] * y0), give(lower[v + 1], T.bx1.val[i] * y0);
-        give(upper[v], T.bx0.val[i] * y1), give(upper[v + 1], T.bx1.val[i] * y1);
+        give(lower[v], T.bx0[i] * y0), give(lower[v + 1], T.bx1[i] * y0);
+        give(upper[v], T.bx0[i] * y1), give(upper[v + 1], T.bx1[i] * y1);
       }
     }
   });

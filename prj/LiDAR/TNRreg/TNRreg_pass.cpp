@@ -18,7 +18,7 @@ void init_rows(dUParamTiles& Q) {
   int width = 0;
   uint64_t nrows = 0, row = 0;  // pixel rows
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    dUParamTile& T = Q.tile.val[t];
+    dUParamTile& T = Q.tile[t];
     if (T.B.empty()) continue;
     T.next.resize(T.B.xsize(), T.B.ysize(), 0);
     T.res.resize(T.B.xsize(), T.B.ysize(), 0.0f);
@@ -74,7 +74,7 @@ double resid_pass(dUParamTiles& Q) {
   const float bins = 1.0f / H_STEP;
   const double sum = for_unit_rows(Q, true, [&](dUParamTile& T, int j, int thread, double& energy) {
     RowScratch& s = Q.scratch[static_cast<size_t>(thread)];
-    uint32_t* const hist = part.val[thread].val;
+    uint32_t* const hist = part[thread].val;
     const uint8_t* const now = T.B.row(j - T.jmin);
     uint8_t* const next = T.next.row(j - T.jmin);
     float* const res = T.res.row(j - T.jmin);

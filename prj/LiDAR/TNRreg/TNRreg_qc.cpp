@@ -27,26 +27,26 @@ DZstat comp_DZstat(dUParamTiles& Q) {
   const float h = H_STEP;
   Vector<Vector<uint32_t>> part(Q.scratch.size()), part_abs(Q.scratch.size());
   for (uint64_t k = 0; k < part.size(); k++) {
-    part.val[k].resize(2 * H_SIZE, 0);
-    part_abs.val[k].resize(H_SIZE, 0);
+    part[k].resize(2 * H_SIZE, 0);
+    part_abs[k].resize(H_SIZE, 0);
   }
   for_differences(Q, [&](dUParamTile&, int, int, float r, int thread) {
     const float k = r / h;
     if (!(std::fabs(k) < static_cast<float>(H_SIZE - 1))) return;
-    part.val[thread].val[static_cast<int>(std::lrint(k)) + H_SIZE]++;
-    part_abs.val[thread].val[static_cast<int>(std::fabs(k))]++;
+    part[thread][static_cast<int>(std::lrint(k)) + H_SIZE]++;
+    part_abs[thread][static_cast<int>(std::fabs(k))]++;
   });
   for (uint64_t k = 1; k < part.size(); k++) {
-    part.val[0] += part.val[k];
-    part_abs.val[0] += part_abs.val[k];
+    part[0] += part[k];
+    part_abs[0] += part_abs[k];
   }
   DZstat stat;
-  for (const uint32_t n : part.val[0]) stat.n += n;
+  for (const uint32_t n : part[0]) stat.n += n;
   if (stat.n == 0) return stat;
   float s = 0, out = 0;
-  robust_stat(part_abs.val[0], h, s, out, stat.ff);
+  robust_stat(part_abs[0], h, s, out, stat.ff);
   stat.ff = std::max(stat.ff, 0.0f);  // no scale is no failure here: the grids may be equal
-  sigma_histo_med(stat.m, stat.s, stat.out, part.val[0], h);
+  sigma_histo_med(stat.m, stat.s, stat.out, part[0], h);
   stat.rms = std::hypot(stat.m, stat.s);
   return stat;
 }
@@ -58,22 +58,22 @@ void fill_maps(dUParamTiles& Q, const NRpair& pair, int sub, Vector<Image<float>
   maps.resize(Q.tile.size());
   Vector<Image<uint16_t>> count(Q.tile.size());
   for (uint64_t t = 0; t < maps.size(); t++) {
-    maps.val[t].resize(side, side, 0.0f);
-    count.val[t].resize(side, side, uint16_t{0});
+    maps[t].resize(side, side, 0.0f);
+    count[t].resize(side, side, uint16_t{0});
   }
   const int nthreads = Q.nthreads;
   Q.nthreads = 1;  // cells at a seam of units are shared
   for_differences(Q, [&](dUParamTile& T, int i, int j, float r, int) {
     const int grid = n / T.Z->xsize();  // a level's pixel is this many grid pixels wide
     const int64_t t = &T - Q.tile.val;
-    maps.val[t].row(j * grid / sub)[i * grid / sub] += r;
-    count.val[t].row(j * grid / sub)[i * grid / sub]++;
+    maps[t].row(j * grid / sub)[i * grid / sub] += r;
+    count[t].row(j * grid / sub)[i * grid / sub]++;
   });
   Q.nthreads = nthreads;
   for (uint64_t t = 0; t < maps.size(); t++)
-    for (uint64_t i = 0; i < maps.val[t].size(); i++) {
-      const uint16_t k = count.val[t].val[i];
-      maps.val[t].val[i] = k > 0 ? maps.val[t].val[i] / static_cast<float>(k) : NR_NODATA;
+    for (uint64_t i = 0; i < maps[t].size(); i++) {
+      const uint16_t k = count[t][i];
+      maps[t][i] = k > 0 ? maps[t][i] / static_cast<float>(k) : NR_NODATA;
     }
 }
 }  // namespace
@@ -93,21 +93,21 @@ void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bo
     Vector<Image<xyz>> zero(Q.tile.size());
     Vector<Image<uint8_t>> B(Q.tile.size()), Vmap(Q.tile.size());
     for (uint64_t t = 0; t < Q.tile.size(); t++) {
-      dUParamTile& T = Q.tile.val[t];
-      own.val[t] = T.Def;
-      zero.val[t].resize(T.nv(), T.nv(), xyz{0, 0, 0});
-      T.Def = &zero.val[t];
-      B.val[t].swap(T.B);
-      Vmap.val[t].swap(T.Vmap);
-      if (!B.val[t].empty()) init_B_F(T, 0.0f, false);
+      dUParamTile& T = Q.tile[t];
+      own[t] = T.Def;
+      zero[t].resize(T.nv(), T.nv(), xyz{0, 0, 0});
+      T.Def = &zero[t];
+      B[t].swap(T.B);
+      Vmap[t].swap(T.Vmap);
+      if (!B[t].empty()) init_B_F(T, 0.0f, false);
     }
     before = comp_DZstat(Q);
     if (dzmap && dzmap->want0) fill_maps(Q, pair, dzmap->sub, dzmap->dz0);
     for (uint64_t t = 0; t < Q.tile.size(); t++) {
-      dUParamTile& T = Q.tile.val[t];
-      T.Def = own.val[t];
-      B.val[t].swap(T.B);
-      Vmap.val[t].swap(T.Vmap);
+      dUParamTile& T = Q.tile[t];
+      T.Def = own[t];
+      B[t].swap(T.B);
+      Vmap[t].swap(T.Vmap);
     }
   }
   LOG_LINE("nt=" << Q.tile.size() << " ntok=" << ntok << " out=" << after.out << " ff=" << after.ff
@@ -122,13 +122,13 @@ void with_zero_Def(dUParamTiles& Q, Measure&& measure) {
   Vector<Image<xyz>> zero(Q.tile.size());
   Vector<Image<xyz>*> own(Q.tile.size());
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    dUParamTile& T = Q.tile.val[t];
-    zero.val[t].resize(T.nv(), T.nv(), xyz{0, 0, 0});
-    own.val[t] = T.Def;
-    T.Def = &zero.val[t];
+    dUParamTile& T = Q.tile[t];
+    zero[t].resize(T.nv(), T.nv(), xyz{0, 0, 0});
+    own[t] = T.Def;
+    T.Def = &zero[t];
   }
   measure();
-  for (uint64_t t = 0; t < Q.tile.size(); t++) Q.tile.val[t].Def = own.val[t];
+  for (uint64_t t = 0; t < Q.tile.size(); t++) Q.tile[t].Def = own[t];
 }
 
 // Takes the pixels out of B that have no counterpart at displacement 0.
@@ -140,7 +140,7 @@ void keep_common_pixels(dUParamTiles& Q) {
       moved.swap(T.B);
       (void)init_B_F(T, 0.0f, false);
       for (uint64_t k = 0; k < T.B.size(); k++)
-        if (moved.val[k] == 0) T.B.val[k] = 0;
+        if (moved[k] == 0) T.B[k] = 0;
     }
   });
 }
@@ -153,21 +153,20 @@ int nr_qc_tiles(const NRpair& pair, Vector<Image<xyz>>& Def, bool def, int nthre
   dUParamTiles Q;
   Q.nthreads = nthreads;
   Q.tile.resize(Def.size());
-  for (uint64_t t = 0; t < Def.size(); t++) Q.tile.val[t].Def = &Def.val[t];
+  for (uint64_t t = 0; t < Def.size(); t++) Q.tile[t].Def = &Def[t];
   init_neighbours(Q, pair.TI);
   if (def) sync_border(Q);
   int ntok = 0;
   for (uint64_t t = 0; t < Def.size(); t++) {
-    dUParamTile& T = Q.tile.val[t];
+    dUParamTile& T = Q.tile[t];
     const int cell = 32 * pair.dim / (T.nv() - 1);
-    if (!set_FCZ_ROI(T, {&pair.F.val[t], &pair.C.val[t], &pair.img2.val[t], nullptr}, pair.buf, cell,
+    if (!set_FCZ_ROI(T, {&pair.F[t], &pair.C[t], &pair.img2[t], nullptr}, pair.buf, cell,
                      static_cast<int>(t)))
       continue;
     set_BI(T);
     if (def) {  // pixels count where all their vertices have an estimate
       T.Vmap.resize(T.nv(), T.nv(), V_OFF);
-      for (uint64_t k = 0; k < T.Vmap.size(); k++)
-        T.Vmap.val[k] = T.Def->val[k].z != NR_NODATA ? V_ACTIVE : V_OFF;
+      for (uint64_t k = 0; k < T.Vmap.size(); k++) T.Vmap[k] = (*T.Def)[k].z != NR_NODATA ? V_ACTIVE : V_OFF;
     }
     const bool ok2 = init_B_F(T, 0.0f, false);
     if (def) LOG_LINE("ti=" << t << " ok2=" << ok2);
@@ -197,12 +196,12 @@ bool acc_qc_tiles(const NRpair& pair, const Vector<Image<xyz>>* Def, int nthread
   Vector<Image<xyz>> D(nt);
   for (uint64_t t = 0; t < nt; t++) {
     if (!Def) {
-      D.val[t].resize(2, 2, xyz{0, 0, 0});
+      D[t].resize(2, 2, xyz{0, 0, 0});
       continue;
     }
-    D.val[t] = Def->val[t];
-    const float grid = static_cast<float>(comp_pixel(D.val[t].xsize()));
-    for (uint64_t k = 0; k < D.val[t].size(); k++) D.val[t].val[k].x *= grid, D.val[t].val[k].y *= grid;
+    D[t] = (*Def)[t];
+    const float grid = static_cast<float>(comp_pixel(D[t].xsize()));
+    for (uint64_t k = 0; k < D[t].size(); k++) D[t][k].x *= grid, D[t][k].y *= grid;
   }
   const int ntok = nr_qc_tiles(pair, D, Def != nullptr, nthreads, stat, dzmap, Def ? before : nullptr);
   const bool ok = ntok > 0 && stat.ff >= 0;

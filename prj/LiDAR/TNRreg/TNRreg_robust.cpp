@@ -15,15 +15,15 @@ constexpr float S_FLOOR = 0.0001f;  // height units, below it a scale counts as 
 uint64_t remove_spikes(Vector<uint32_t>& hist) {
   uint64_t nspike = 0;
   for (int k = 1; k < H_SIZE - 1; k++) {
-    const uint64_t around = static_cast<uint64_t>(hist.val[k + 1]) + hist.val[k - 1];
-    if (2 * around >= hist.val[k]) continue;
-    nspike += hist.val[k];
-    hist.val[k] = static_cast<uint32_t>(around / 2);
+    const uint64_t around = static_cast<uint64_t>(hist[k + 1]) + hist[k - 1];
+    if (2 * around >= hist[k]) continue;
+    nspike += hist[k];
+    hist[k] = static_cast<uint32_t>(around / 2);
     k++;
   }
-  if (4ull * hist.val[1] < hist.val[0]) {
-    nspike += hist.val[0];
-    hist.val[0] = hist.val[1];
+  if (4ull * hist[1] < hist[0]) {
+    nspike += hist[0];
+    hist[0] = hist[1];
   }
   return nspike;
 }
@@ -37,15 +37,15 @@ uint64_t sum_of(const Vector<uint32_t>& hist) {
 // Scale from the mean of |r| below two scales, iterated; the fraction of outliers against a Gaussian.
 void truncated_mean(const Vector<uint32_t>& hist, float h, float& s, float& out) {
   constexpr double TO_SIGMA = 1.3888888;  // of a Gaussian's mean |r| below two sigmas
-  const double h0 = 0.5 * hist.val[0], total = static_cast<double>(sum_of(hist));
+  const double h0 = 0.5 * hist[0], total = static_cast<double>(sum_of(hist));
   double limit = 1000.0 * 2, last = -1, c = 0;
   double scale = 0;
   for (int pass = 0; pass < 20; pass++) {
     double a = 0;
     c = h0;
     for (int k = 1; k + 1 < H_SIZE && k * static_cast<double>(h) <= limit; k++) {
-      a += k * static_cast<double>(h) * hist.val[k];
-      c += hist.val[k];
+      a += k * static_cast<double>(h) * hist[k];
+      c += hist[k];
     }
     if (!(c > 0)) {
       out = 1.0f;
@@ -81,12 +81,12 @@ Folded fold_hist(const Vector<uint32_t>& H, double index) {
   constexpr int MARGIN = 32;  // bins until the spline's ringing about the filled ones has died away
   const int n = 2 * H_SIZE;
   int first = 0, last = n - 1;
-  while (first < n - 1 && H.val[first] == 0) first++;
-  while (last > first && H.val[last] == 0) last--;
+  while (first < n - 1 && H[first] == 0) first++;
+  while (last > first && H[last] == 0) last--;
   first = std::max(0, first - MARGIN);
   last = std::min(n - 1, last + MARGIN);
   Vector<float> bs(static_cast<uint64_t>(last - first + 1));
-  for (int i = first; i <= last; i++) bs.val[i - first] = static_cast<float>(H.val[i]);
+  for (int i = first; i <= last; i++) bs[i - first] = static_cast<float>(H[i]);
   bspline3_coef(bs);
   const auto at = [&](double x) { return x < first || x > last ? 0.0f : bspline3_value(bs, x - first); };
   Folded f;
@@ -94,9 +94,9 @@ Folded fold_hist(const Vector<uint32_t>& H, double index) {
   const int reach = static_cast<int>(std::min<double>(H_SIZE - 1, std::max(last - index, index - first) + 1));
   for (int k = 0; k <= reach; k++) {
     const float v = (at(index + k) + at(index - k)) / 2;
-    if (v > 0.0f) f.bin.val[k] = static_cast<uint32_t>(v + 0.5f);
+    if (v > 0.0f) f.bin[k] = static_cast<uint32_t>(v + 0.5f);
   }
-  f.amplitude = f.bin.val[0];
+  f.amplitude = f.bin[0];
   return f;
 }
 
@@ -105,7 +105,7 @@ double misfit_slope(const Folded& f, int K, double h, double sig, double N) {
   double sum = 0;
   for (int k = 1; k <= K; k++) {
     const double r = k * h, g = std::exp(-0.5 * (r / sig) * (r / sig));
-    sum += (f.amplitude * g - f.bin.val[k]) * r * r * g;
+    sum += (f.amplitude * g - f.bin[k]) * r * r * g;
   }
   return sum / (sig * sig * sig * N);
 }
@@ -141,8 +141,8 @@ void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, 
   const double half = static_cast<double>(N) / 2;
   uint64_t cum = 0;
   int i = 0;
-  while (static_cast<double>(cum += H.val[i]) < half) i++;
-  const double index = i + 0.5 + (half - static_cast<double>(cum)) / H.val[i];
+  while (static_cast<double>(cum += H[i]) < half) i++;
+  const double index = i + 0.5 + (half - static_cast<double>(cum)) / H[i];
   m = static_cast<float>((index - H_SIZE) * static_cast<double>(h));
 
   const Folded f = fold_hist(H, index);
@@ -156,7 +156,7 @@ void sigma_histo_med(float& m, float& s, float& out, const Vector<uint32_t>& H, 
       double beyond = 0;
       for (int k = static_cast<int>(2.0f * s / h) + 1; k < H_SIZE; k++) {
         const double q = k * static_cast<double>(h) / static_cast<double>(s);
-        beyond += std::max(0.0, f.bin.val[k] - f.amplitude * std::exp(-0.5 * q * q));
+        beyond += std::max(0.0, f.bin[k] - f.amplitude * std::exp(-0.5 * q * q));
       }
       const double rest = static_cast<double>(sum_of(f.bin)) - f.amplitude / 2;
       out = rest > 0 ? static_cast<float>(beyond / rest) : 0.0f;

@@ -24,7 +24,7 @@ HOT_CLONES void sum_row(const dUParamTile& T, int j, float k, float slope_noise,
   const int n = T.imax - T.imin + 1;
   const uint8_t* const b_row = T.B.row(j - T.jmin);
   const float* const z_row = T.Z->row(j) + T.imin;
-  const float f1 = T.bx1.val[j], f0 = T.bx0.val[j];
+  const float f1 = T.bx1[j], f0 = T.bx0[j];
   const float f00 = f0 * f0, f01 = f0 * f1, f11 = f1 * f1;
   const float y_row = static_cast<float>(j + T.buf);
   const v8f iota = {0, 1, 2, 3, 4, 5, 6, 7};
@@ -67,7 +67,7 @@ HOT_CLONES void sum_row(const dUParamTile& T, int j, float k, float slope_noise,
 HOT_CLONES void resid_row(const dUParamTile& T, int j, const uint8_t* want, RowScratch& s) {
   const int n = T.imax - T.imin + 1;
   const float* const z_row = T.Z->row(j) + T.imin;
-  const float f1 = T.bx1.val[j];
+  const float f1 = T.bx1[j];
   const float y_row = static_cast<float>(j + T.buf);
   const v8f iota = {0, 1, 2, 3, 4, 5, 6, 7};
   for (int c = 0; c < n; c += LANES) {
@@ -86,7 +86,7 @@ HOT_CLONES void resid_row(const dUParamTile& T, int j, const uint8_t* want, RowS
 HOT_CLONES void slope_row(const dUParamTile& T, int j, float slope_noise, RowScratch& s) {
   const int n = T.imax - T.imin + 1;
   const uint8_t* const b_row = T.B.row(j - T.jmin);
-  const float f1 = T.bx1.val[j], y_row = static_cast<float>(j + T.buf);
+  const float f1 = T.bx1[j], y_row = static_cast<float>(j + T.buf);
   const v8f iota = {0, 1, 2, 3, 4, 5, 6, 7}, zero = {};
   for (int c = 0; c < n; c += LANES) {
     uint64_t b = 0;
@@ -116,8 +116,8 @@ void expand_cell_row(const dUParamTile& T, int row, RowScratch& s) {
   const xyz* const upper = T.Def->row(row + 1);
   for (int c = 0; c < n; c++) {
     const int i = T.imin + c;
-    const float b0 = T.bx0.val[i], b1 = T.bx1.val[i];
-    const uint32_t v = T.ix.val[i];
+    const float b0 = T.bx0[i], b1 = T.bx1[i];
+    const uint32_t v = T.ix[i];
     const xyz lo = b0 * lower[v] + b1 * lower[v + 1], hi = b0 * upper[v] + b1 * upper[v + 1];
     s.u0x[c] = lo.x, s.u0y[c] = lo.y, s.u0z[c] = lo.z;
     s.dux[c] = hi.x - lo.x, s.duy[c] = hi.y - lo.y, s.duz[c] = hi.z - lo.z;

@@ -45,7 +45,7 @@ bool set_FCZ_ROI(dUParamTile& T, const FCZptr& img, int buf, int dim, int ti) {
       T.jmin = std::min(T.jmin, j), T.jmax = j;
     }
   }
-  for (uint64_t k = 0; k < T.F->size(); k++) nz2 += T.F->val[k] != 0;
+  for (uint64_t k = 0; k < T.F->size(); k++) nz2 += (*T.F)[k] != 0;
   if (nz1 == 0 || nz2 == 0) {
     LOG_LINE("<!> set_FCZ_ROI ti=" << ti << " imin=" << T.imin << " imax=" << T.imax << " jmin=" << T.jmin
                                    << " jmax=" << T.jmax << " nz1=" << nz1 << " nz2=" << nz2);
@@ -69,10 +69,10 @@ void set_BI(dUParamTile& T) {
   for (int i = 0; i < n; i++) {
     const int v = i / T.dim;  // floor(i (nv - 1) / n), exactly
     const float f = static_cast<float>(i - v * T.dim) / static_cast<float>(T.dim);
-    T.bx0.val[i] = 1.0f - f;
-    T.bx1.val[i] = f;
-    T.ix.val[i] = static_cast<uint32_t>(v);
-    T.iy.val[i] = static_cast<uint32_t>(v * nv);
+    T.bx0[i] = 1.0f - f;
+    T.bx1[i] = f;
+    T.ix[i] = static_cast<uint32_t>(v);
+    T.iy[i] = static_cast<uint32_t>(v * nv);
   }
 }
 
@@ -80,8 +80,8 @@ namespace {
 // Are all vertices in use that have a weight in pixel (i, j)?
 bool vertices_in_use(const dUParamTile& T, int i, int j) {
   const int nv = T.nv();
-  const uint8_t* const v = T.Vmap.val + T.iy.val[j] + T.ix.val[i];
-  const bool right = T.bx1.val[i] > 0.0f, up = T.bx1.val[j] > 0.0f;
+  const uint8_t* const v = T.Vmap.val + T.iy[j] + T.ix[i];
+  const bool right = T.bx1[i] > 0.0f, up = T.bx1[j] > 0.0f;
   return v[0] && (!right || v[1]) && (!up || v[nv]) && (!(right && up) || v[nv + 1]);
 }
 
@@ -91,12 +91,12 @@ void sum_to_vertices(const dUParamTile& T, Image<float>& sum, Value&& value) {
   const int nv = T.nv();
   for (int j = T.jmin; j <= T.jmax; j++) {
     const uint8_t* const b_row = T.B.row(j - T.jmin);
-    const float y0 = T.bx0.val[j], y1 = T.bx1.val[j];
+    const float y0 = T.bx0[j], y1 = T.bx1[j];
     for (int i = T.imin; i <= T.imax; i++) {
       const uint8_t b = b_row[i - T.imin];
       if (b == 0) continue;
-      const float x0 = T.bx0.val[i], x1 = T.bx1.val[i], v = value(i, j, b);
-      float* const at = sum.val + T.iy.val[j] + T.ix.val[i];
+      const float x0 = T.bx0[i], x1 = T.bx1[i], v = value(i, j, b);
+      float* const at = sum.val + T.iy[j] + T.ix[i];
       at[0] += x0 * y0 * v;
       at[1] += x1 * y0 * v;
       at[nv] += x0 * y1 * v;
@@ -135,7 +135,7 @@ uint64_t mask_row(const dUParamTile& T, int j, const RowScratch& s, uint8_t* b, 
   const int w = F.xsize(), h = F.ysize();
   const bool use_map = !T.Vmap.empty();
   const float* const z = T.Z->row(j);
-  const float f = T.bx1.val[j];
+  const float f = T.bx1[j];
   uint64_t nb = 0;
   for (int i = T.imin; i <= T.imax; i++) {
     const int c = i - T.imin;
@@ -204,7 +204,7 @@ void vertex_rough_tile(const dUParamTile& T, Image<float>& rough, Image<float>& 
 void norm_vertex_zw(dUParamTile& T) {
   Image<float>&zV = T.zV, &wV = T.wV;
   ASSERT(zV.size() == wV.size());
-  for (uint64_t k = 0; k < zV.size(); k++) zV.val[k] = wV.val[k] != 0.0f ? zV.val[k] / wV.val[k] : NR_NODATA;
+  for (uint64_t k = 0; k < zV.size(); k++) zV[k] = wV[k] != 0.0f ? zV[k] / wV[k] : NR_NODATA;
 }
 
 void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND) {
@@ -212,8 +212,8 @@ void init_Vmap_from_w(dUParamTile& T, int dxp, bool keep_ND) {
   T.Vmap.resize(dxp, dxp);
   T.Tnpar = 0;
   for (uint64_t k = 0; k < T.wV.size(); k++) {
-    const bool on = T.wV.val[k] > 0.0f && !(keep_ND && T.Def->val[k].z == NR_NODATA);
-    T.Vmap.val[k] = on ? V_ACTIVE : V_OFF;
+    const bool on = T.wV[k] > 0.0f && !(keep_ND && (*T.Def)[k].z == NR_NODATA);
+    T.Vmap[k] = on ? V_ACTIVE : V_OFF;
     T.Tnpar += on;
   }
 }

@@ -17,19 +17,19 @@ void proc_Vmap_topo(dUParamTiles& Q) {
     partner = V_ACTIVE;
   };
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    Image<uint8_t>& V = Q.tile.val[t].Vmap;
+    Image<uint8_t>& V = Q.tile[t].Vmap;
     const int nv = V.xsize();
-    if (Q.right.val[t] >= 0)
-      for (int k = 0; k < nv - 1; k++) enslave(V(nv - 1, k), Q.tile(Q.right.val[t]).Vmap(0, k));
-    if (Q.up.val[t] >= 0)
-      for (int k = 0; k < nv - 1; k++) enslave(V(k, nv - 1), Q.tile(Q.up.val[t]).Vmap(k, 0));
+    if (Q.right[t] >= 0)
+      for (int k = 0; k < nv - 1; k++) enslave(V(nv - 1, k), Q.tile(Q.right[t]).Vmap(0, k));
+    if (Q.up[t] >= 0)
+      for (int k = 0; k < nv - 1; k++) enslave(V(k, nv - 1), Q.tile(Q.up[t]).Vmap(k, 0));
     const SeamVertex corner = corner_partner(Q, static_cast<int>(t), nv);
     if (corner.tile >= 0) enslave(V(nv - 1, nv - 1), Q.tile(corner.tile).Vmap(corner.i, corner.j));
   }
   Q.Tnpar = 0;
   for (dUParamTile& T : Q.tile) {
     T.Tnpar = 0;
-    for (uint64_t k = 0; k < T.Vmap.size(); k++) T.Tnpar += T.Vmap.val[k] == V_ACTIVE;
+    for (uint64_t k = 0; k < T.Vmap.size(); k++) T.Tnpar += T.Vmap[k] == V_ACTIVE;
     Q.Tnpar += T.Tnpar;
   }
   LOG_LINE("proc_Vmap_topo -> Tnpar=" << Q.Tnpar);
@@ -37,7 +37,7 @@ void proc_Vmap_topo(dUParamTiles& Q) {
 
 void sync_border(dUParamTiles& Q) {
   if (Q.tile.size() == 0) return;
-  for_seams(Q, Q.tile.val[0].nv(), [&](int t, int i, int j, const SeamVertex& p) {
+  for_seams(Q, Q.tile[0].nv(), [&](int t, int i, int j, const SeamVertex& p) {
     (*Q.tile(t).Def)(i, j) = (*Q.tile(p.tile).Def)(p.i, p.j);
   });
 }
@@ -78,12 +78,12 @@ void share_seams(dUParamTiles& Q) {
       a = b;
   };
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    Image<xyz>& D = *Q.tile.val[t].Def;
+    Image<xyz>& D = *Q.tile[t].Def;
     const int n = D.xsize() - 1;
-    if (Q.right.val[t] >= 0)
-      for (int k = 0; k < n; k++) share(D(n, k), (*Q.tile(Q.right.val[t]).Def)(0, k));
-    if (Q.up.val[t] >= 0)
-      for (int k = 0; k < n; k++) share(D(k, n), (*Q.tile(Q.up.val[t]).Def)(k, 0));
+    if (Q.right[t] >= 0)
+      for (int k = 0; k < n; k++) share(D(n, k), (*Q.tile(Q.right[t]).Def)(0, k));
+    if (Q.up[t] >= 0)
+      for (int k = 0; k < n; k++) share(D(k, n), (*Q.tile(Q.up[t]).Def)(k, 0));
     const SeamVertex corner = corner_partner(Q, static_cast<int>(t), n + 1);
     if (corner.tile >= 0) share(D(n, n), (*Q.tile(corner.tile).Def)(corner.i, corner.j));
   }
@@ -93,7 +93,7 @@ void share_seams(dUParamTiles& Q) {
 void fill_ND_Def(dUParamTiles& Q) {
   uint64_t nleft = 0, nvalid = 0;
   for (dUParamTile& T : Q.tile)
-    for (uint64_t k = 0; k < T.Def->size(); k++) (valid(T.Def->val[k]) ? nvalid : nleft)++;
+    for (uint64_t k = 0; k < T.Def->size(); k++) (valid((*T.Def)[k]) ? nvalid : nleft)++;
   Image<xyz> before;
   while (nleft > 0 && nvalid > 0) {
     share_seams(Q);
@@ -104,7 +104,7 @@ void fill_ND_Def(dUParamTiles& Q) {
   }
   for (dUParamTile& T : Q.tile)
     for (uint64_t k = 0; k < T.Def->size(); k++)
-      if (!valid(T.Def->val[k])) T.Def->val[k] = {0, 0, 0};
+      if (!valid((*T.Def)[k])) (*T.Def)[k] = {0, 0, 0};
   sync_border(Q);
 }
 
@@ -114,10 +114,10 @@ bool apply_Vmap_ND(dUParamTiles& Q) {
   for (dUParamTile& T : Q.tile) {
     T.Tnpar = 0;
     for (uint64_t k = 0; k < T.Vmap.size(); k++) {
-      if (T.Vmap.val[k] == V_ACTIVE)
+      if (T.Vmap[k] == V_ACTIVE)
         T.Tnpar++;
       else
-        T.Def->val[k].z = NR_NODATA;
+        (*T.Def)[k].z = NR_NODATA;
     }
     Q.Tnpar += T.Tnpar;
   }

@@ -32,7 +32,7 @@ void drop_isolated(NormalEq& N, dUParamTiles& Q) {
   for (int t = 0; t < N.nt; t++)
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
-        uint8_t& state = Q.tile.val[t].Vmap.row(j)[i];
+        uint8_t& state = Q.tile[t].Vmap.row(j)[i];
         if (state != V_ACTIVE || terms[N.at(t, i, j)] > 0) continue;
         state = V_OFF;
         N.self[N.at(t, i, j)] = SymBlock{};
@@ -96,8 +96,8 @@ void comp_unc(dUParamTiles& Q, Vector<Image<xyz>>& Unc) {
 
   Unc.resize(Q.tile.size());
   for (int t = 0; t < N.nt; t++) {
-    dUParamTile& T = Q.tile.val[t];
-    Image<xyz>& U = Unc.val[t];
+    dUParamTile& T = Q.tile[t];
+    Image<xyz>& U = Unc[t];
     U.resize(T.nv(), T.nv(), xyz{NR_NO_UNC, NR_NO_UNC, NR_NO_UNC});
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
@@ -115,16 +115,16 @@ void comp_rough(dUParamTiles& Q, Vector<Image<float>>& Rough) {
   const uint64_t nt = Q.tile.size();
   Rough.resize(nt);
   Vector<Image<float>> weight(nt);
-  for (uint64_t t = 0; t < nt; t++) vertex_rough_tile(Q.tile.val[t], Rough.val[t], weight.val[t]);
+  for (uint64_t t = 0; t < nt; t++) vertex_rough_tile(Q.tile[t], Rough[t], weight[t]);
   if (nt == 0) return;
   for (Vector<Image<float>>* sum : {&Rough, &weight})
-    for_seams(Q, Rough.val[0].xsize(), [sum](int t, int i, int j, const SeamVertex& p) {
+    for_seams(Q, Rough[0].xsize(), [sum](int t, int i, int j, const SeamVertex& p) {
       (*sum)(p.tile)(p.i, p.j) += (*sum)(t)(i, j);
     });
   for (uint64_t t = 0; t < nt; t++)
-    for (uint64_t k = 0; k < Rough.val[t].size(); k++) {
-      const float w = weight.val[t].val[k];
-      Rough.val[t].val[k] = w > 0 ? Q.rough_unit * Rough.val[t].val[k] / w : 0.0f;
+    for (uint64_t k = 0; k < Rough[t].size(); k++) {
+      const float w = weight[t][k];
+      Rough[t][k] = w > 0 ? Q.rough_unit * Rough[t][k] / w : 0.0f;
     }
 }
 
@@ -132,11 +132,11 @@ void delete_Vmap_unc_wb(dUParamTile& T, const Image<xyz>& Unc, int ti) {
   const float w0 = MINFRAC * static_cast<float>(T.dim * T.dim);
   uint32_t ndelu = 0, ndelw = 0;
   for (uint64_t k = 0; k < T.Vmap.size(); k++) {
-    if (T.Vmap.val[k] != V_ACTIVE) continue;
-    const xyz& u = Unc.val[k];
-    const bool weak = T.wV.val[k] <= w0;
+    if (T.Vmap[k] != V_ACTIVE) continue;
+    const xyz& u = Unc[k];
+    const bool weak = T.wV[k] <= w0;
     if (!weak && u.x < MAXREGUNC.x && u.y < MAXREGUNC.y && u.z < MAXREGUNC.z) continue;
-    T.Vmap.val[k] = V_OFF;
+    T.Vmap[k] = V_OFF;
     (weak ? ndelw : ndelu)++;
   }
   if (ndelu > 0) LOG_LINE("delete_Vmap_unc_wb ti=" << ti << " ndelu=" << ndelu << " ndelw=" << ndelw);

@@ -48,10 +48,10 @@ uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels) {
 void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img, const Vector<Image<uint8_t>>& S) {
   F.resize(img.size());
   for (uint64_t t = 0; t < img.size(); t++) {
-    F.val[t].resize(img.val[t].xsize(), img.val[t].ysize());
-    const uint8_t* const code = S.size() > 0 ? S.val[t].val : nullptr;
-    for (uint64_t k = 0; k < img.val[t].size(); k++)
-      F.val[t].val[k] = img.val[t].val[k] == NR_NODATA ? 0 : static_cast<uint8_t>(1 + (code ? code[k] : 0));
+    F[t].resize(img[t].xsize(), img[t].ysize());
+    const uint8_t* const code = S.size() > 0 ? S[t].val : nullptr;
+    for (uint64_t k = 0; k < img[t].size(); k++)
+      F[t][k] = img[t][k] == NR_NODATA ? 0 : static_cast<uint8_t>(1 + (code ? code[k] : 0));
   }
 }
 
@@ -80,7 +80,7 @@ Image<xyz> refine_Def(const Image<xyz>& Def, bool scale) {
       if (i < n - 1 && j < n - 1) fine(2 * i + 1, 2 * j + 1) = mean_valid(row, row_up);
     }
   if (scale)
-    for (uint64_t k = 0; k < fine.size(); k++) fine.val[k].x *= 2.0f, fine.val[k].y *= 2.0f;
+    for (uint64_t k = 0; k < fine.size(); k++) fine[k].x *= 2.0f, fine[k].y *= 2.0f;
   return fine;
 }
 
@@ -94,10 +94,9 @@ Vector<FCZptr> images_at(const NRpair& pair, int p) {
   Vector<FCZptr> img(pair.img2.size());
   const NRpyramid& mg = pair.pyramid;
   for (uint64_t t = 0; t < img.size(); t++)
-    img.val[t] =
-        p == 0 ? FCZptr{&pair.F.val[t], &pair.C.val[t], &pair.img2.val[t],
-                        pair.S2.size() > 0 ? &pair.S2.val[t] : nullptr}
-               : FCZptr{&mg.F.val[p - 1].val[t], &mg.C.val[p - 1].val[t], &mg.Z.val[p - 1].val[t], nullptr};
+    img[t] = p == 0
+                 ? FCZptr{&pair.F[t], &pair.C[t], &pair.img2[t], pair.S2.size() > 0 ? &pair.S2[t] : nullptr}
+                 : FCZptr{&mg.F[p - 1][t], &mg.C[p - 1][t], &mg.Z[p - 1][t], nullptr};
   return img;
 }
 
@@ -143,7 +142,7 @@ void prepare_pair(NRpair& pair, int depth, int nthreads) {
     ND_Pyramid(heights, pair.img1, nthreads, depth);
     ND_Pyramid(mg.Z, pair.img2, nthreads, depth);
     mg.F.resize(static_cast<uint64_t>(depth));
-    for (int l = 0; l < depth; l++) set_flags(mg.F.val[l], heights.val[l]);
+    for (int l = 0; l < depth; l++) set_flags(mg.F[l], heights[l]);
     LOG_LINE("/// INTER_PYR_TIME=" << watch.text());
   }
   const Stopwatch watch;
@@ -159,7 +158,7 @@ bool mg_nr_reg_tiles(const NRpair& pair, const NRparam& param, NRstart&& start, 
                                   << " dim=" << pair.dim << " timg: " << pair.TI.xsize() << " "
                                   << pair.TI.ysize() << " cached=" << param.cached);
   ASSERT(pair.C.size() == nt && param.Jstart <= NR_JMAX && param.Jend >= 0);
-  ASSERT(nt == 0 || pair.C.val[0].value.xsize() == 32 * pair.dim + 2 * pair.buf);
+  ASSERT(nt == 0 || pair.C[0].value.xsize() == 32 * pair.dim + 2 * pair.buf);
   ASSERT(!param.about_start || start.J == param.Jend);
   ASSERT(pair.pyramid.C.size() >= static_cast<uint64_t>(start.depth()));
   const Stopwatch watch;

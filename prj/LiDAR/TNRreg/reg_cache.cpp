@@ -21,7 +21,7 @@ bool read_reg_cache(const std::string& path, Vector<Image<xyz>>& Def) {
   for (Image<xyz>& D : Def) {
     if (!file.read(D.val, D.size() * sizeof(xyz))) return false;
     for (uint64_t k = 0; k < D.size(); k++) {
-      const xyz& v = D.val[k];
+      const xyz& v = D[k];
       constexpr float FAR = 100000.0f;  // beyond any displacement; also refuses what is not a number
       if (!(std::fabs(v.x) < FAR && std::fabs(v.y) < FAR && std::fabs(v.z) < FAR)) return false;
     }
@@ -35,8 +35,7 @@ bool write_reg_cache(const std::string& path, const Vector<Image<xyz>>& Def) {
   result.begin_own(path);
   BufBinFileOut file(BULK_BUFFER);
   bool ok = file.open(result.part(), 0);
-  for (uint64_t t = 0; t < Def.size() && ok; t++)
-    ok = file.write(Def.val[t].val, Def.val[t].size() * sizeof(xyz));
+  for (uint64_t t = 0; t < Def.size() && ok; t++) ok = file.write(Def[t].val, Def[t].size() * sizeof(xyz));
   ok = file.close() && ok;
   if (!ok || !result.commit()) return false;
   LOG_LINE("write_reg_cache -> " << path);

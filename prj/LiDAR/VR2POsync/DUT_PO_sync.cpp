@@ -119,8 +119,8 @@ bool load_file(SyncJob& job, int f, StoredTrack& track) {
   const POstat stat = comp_PO_dt_stat(po, file.scan.coord, track.adj);
   file.dt = stat.dt;
   file.AREC = recomputed_attitude(job.file_param(f), file.scan, po, job.file_path(f));
-  file.tmin = po.val[0].t;
-  file.tmax = po.val[po.size() - 1].t;
+  file.tmin = po[0].t;
+  file.tmax = po[po.size() - 1].t;
   return true;
 }
 

@@ -21,7 +21,7 @@ constexpr double MAX_GAP = 1.0;     // s, beyond it two records are reported
 // it.
 bool window(const Vector<PO>& po, double ta, double tb, uint64_t& i0, uint64_t& i1) {
   const uint64_t n = po.size();
-  if (n == 0 || ta > po.val[n - 1].t) return false;
+  if (n == 0 || ta > po[n - 1].t) return false;
   const auto before = [](double t, const PO& rec) { return t < rec.t; };
   const uint64_t first = static_cast<uint64_t>(std::upper_bound(po.val, po.val + n, ta, before) - po.val);
   i0 = first > 0 ? first - 1 : 0;
@@ -32,8 +32,8 @@ bool window(const Vector<PO>& po, double ta, double tb, uint64_t& i0, uint64_t& 
 
 // Attitude from the track: level flight along the line from the first to the last position.
 void recompute_attitude(Vector<PO>& po) {
-  const PO& a = po.val[0];
-  const PO& b = po.val[po.size() - 1];
+  const PO& a = po[0];
+  const PO& b = po[po.size() - 1];
   const float dx = static_cast<float>(b.x - a.x), dy = static_cast<float>(b.y - a.y);
   const float heading = dx == 0 && dy == 0 ? 0.0f : 90.0f - std::atan2(dy, dx) * RAD2DEG;
   LOG_LINE("AREC heading=" << (heading < 0 ? heading + 360 : heading));
@@ -48,7 +48,7 @@ void recompute_attitude(Vector<PO>& po) {
 // headings do so too.
 void settle_angles(Vector<PO>& po) {
   unroll_PO(po);
-  const float turns = 360.0f * std::round(po.val[po.size() / 2].yaw / 360.0f);
+  const float turns = 360.0f * std::round(po[po.size() / 2].yaw / 360.0f);
   if (turns != 0)
     for (PO& rec : po) rec.yaw -= turns;
 }
@@ -106,7 +106,7 @@ bool save_POC_TMP(const CacheName& swath, SwathId sw, double dt, const Vector<PO
   }
   LOG_LINE("written " << n << " records, " << static_cast<double>(POC_HEAD + po.size() * sizeof(PO)) * 1e-6
                       << " Mb, dt=" << dt);
-  if (n > 0) LOG_LINE("t:[" << po.val[0].t << "," << po.val[n - 1].t << "] ");
+  if (n > 0) LOG_LINE("t:[" << po[0].t << "," << po[n - 1].t << "] ");
   return true;
 }
 
@@ -142,13 +142,13 @@ bool cache_PO_sw(SyncJob& job, Swath& swath, int f, const Vector<PO>& po, bool& 
     LOG_LINE("<!> empty cache");
     return true;
   }
-  const double dti0 = po.val[i0 + 1].t - po.val[i0].t, dti1 = po.val[i1].t - po.val[i1 - 1].t;
+  const double dti0 = po[i0 + 1].t - po[i0].t, dti1 = po[i1].t - po[i1 - 1].t;
   if (po.size() > 2 && dti0 > MAX_GAP) LOG_LINE("<!> i0=" << i0 << " dti0=" << dti0);
   if (po.size() > 2 && dti1 > MAX_GAP) LOG_LINE("<!> i1=" << i1 << " dti1=" << dti1);
   for (uint64_t i = i0 + 1; i <= i1; i++) {
-    const double gap = po.val[i].t - po.val[i - 1].t;
+    const double gap = po[i].t - po[i - 1].t;
     if (gap > MAX_GAP)
-      WARNING_MSG("abnormal timestamp difference of " << gap << " s at rec " << i << ", time " << po.val[i].t
+      WARNING_MSG("abnormal timestamp difference of " << gap << " s at rec " << i << ", time " << po[i].t
                                                       << ", swath " << swath.id << ", PO file "
                                                       << job.file_path(f));
   }
@@ -174,19 +174,19 @@ uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, 
   ASSERT(Att.size() == np && O.size() == np);
   ASSERT(po.size());
   const double dt = mean_dt_PO(po);
-  const PO& middle = po.val[po.size() / 2];
+  const PO& middle = po[po.size() / 2];
   uint64_t nerr = 0;
   for (uint64_t i = 0; i < np; i++) {
     PO at;
-    const bool ok = AREC ? SafeInterpPO(po, t.val[i], dt, at) : InterpPO(po, t.val[i], dt, at);
+    const bool ok = AREC ? SafeInterpPO(po, t[i], dt, at) : InterpPO(po, t[i], dt, at);
     if (!ok) {
       nerr++;
-      O.val[i] = NO_PO;
-      Att.val[i] = {1000, 1000, 1000};
+      O[i] = NO_PO;
+      Att[i] = {1000, 1000, 1000};
       continue;
     }
-    O.val[i] = {at.x, at.y, at.z};
-    Att.val[i] = AREC ? xyz{middle.roll, middle.pitch, middle.yaw} : xyz{at.roll, at.pitch, at.yaw};
+    O[i] = {at.x, at.y, at.z};
+    Att[i] = AREC ? xyz{middle.roll, middle.pitch, middle.yaw} : xyz{at.roll, at.pitch, at.yaw};
   }
   if (nerr > 0) LOG_LINE("<!> interp_O_Att AREC=" << AREC << " np=" << np << " nerr=" << nerr);
   return nerr;

@@ -29,7 +29,7 @@ bool project(const GeoRefParam& g, bool ecef, PO& rec) {
 // Why the first record from i0 on that cannot be projected can't, and where it lies.
 std::string cause_at(const GeoRefParam& g, bool ecef, const Vector<PO>& po, int64_t i0) {
   for (int64_t i = i0; i < static_cast<int64_t>(po.size()); i++) {
-    PO rec = po.val[i];
+    PO rec = po[i];
     if (project(g, ecef, rec)) continue;
     double lon = rec.x, lat = rec.y, h = rec.z, height = 0;
     if (ecef) ecef_to_geodetic({rec.x, rec.y, rec.z}, lon, lat, h);
@@ -49,7 +49,7 @@ bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::str
     const int64_t n = static_cast<int64_t>(po.size());
     const int64_t bad = run_units((n + CHUNK - 1) / CHUNK, NTHREADS, [&](int64_t unit, int) {
       for (int64_t i = unit * CHUNK; i < std::min(n, (unit + 1) * CHUNK); i++)
-        if (!project(georef, proj == PO_ECEF, po.val[i])) return false;
+        if (!project(georef, proj == PO_ECEF, po[i])) return false;
       return true;
     });
     if (bad >= 0) {
@@ -76,7 +76,7 @@ void check_geoid_ends(const SyncJob& job) {
       double height = 0;
       par.tinf = par.tsup = last ? file.scan.t1 : file.scan.t0;
       if (!read_PO(job.file_path(f), par, po, adj)) return;  // the synchronisation meets the same
-      const PO end = last ? po.val[po.size() - 1] : po.val[0];
+      const PO end = last ? po[po.size() - 1] : po[0];
       if (!geoid_height(*g.geoH, end.x, end.y, height))
         WARNING_MSG("geoid out of bounds at endpoints, longitude " << end.x << " latitude " << end.y
                                                                    << ", PO file " << job.file_path(f));

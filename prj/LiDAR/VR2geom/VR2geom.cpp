@@ -202,17 +202,17 @@ void linreg_xyz(const Vector<double>& t, const Vector<xyz>& v, dxyz& a, dxyz& b)
   double tm = 0;
   dxyz vm = {0, 0, 0};
   for (uint64_t i = 0; i < n; i++) {
-    tm += t.val[i];
-    vm += to_dxyz(v.val[i]);
+    tm += t[i];
+    vm += to_dxyz(v[i]);
   }
   tm /= static_cast<double>(n);
   vm /= static_cast<double>(n);
   double stt = 0;
   dxyz stv = {0, 0, 0};
   for (uint64_t i = 0; i < n; i++) {
-    const double dt = t.val[i] - tm;
+    const double dt = t[i] - tm;
     stt += dt * dt;
-    stv += (to_dxyz(v.val[i]) - vm) * dt;
+    stv += (to_dxyz(v[i]) - vm) * dt;
   }
   b = stt > 0 ? stv / stt : dxyz{0, 0, 0};
   a = vm - b * tm;

@@ -138,9 +138,9 @@ dxyz mean_att_effect(const InvCalDrift& inv, const InvResult& res) {
     const AttCols& J = inv.sw[s].A;
     const InvCorr& corr = res.swaths[s];
     for (uint64_t i = 0; i < J.r.size() && !corr.At.empty(); i++) {
-      if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
-      const xyz A = InterpVt(m.t.val[i], corr.t0, corr.Dt, corr.At);
-      sum += to_dxyz(J.r.val[i] * A.x + J.p.val[i] * A.y + J.y.val[i] * A.z);
+      if (m.P[i].z == NODATA || m.O[i].z == NODATA) continue;
+      const xyz A = InterpVt(m.t[i], corr.t0, corr.Dt, corr.At);
+      sum += to_dxyz(J.r[i] * A.x + J.p[i] * A.y + J.y[i] * A.z);
       n++;
     }
   }

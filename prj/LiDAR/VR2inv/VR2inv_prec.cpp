@@ -28,10 +28,10 @@ bool all_below(const xyz& u, float limit) {
 
 // A file may hold anything: one number that isn't finite would spoil the whole system.
 bool is_finite(const InvPair& p, uint64_t i) {
-  const xyz& d = p.Def.val[i];
-  const dxyz& P = p.P.val[i];
-  return std::isfinite(d.x + d.y + d.z) && std::isfinite(P.x + P.y + P.z) && std::isfinite(p.t1.val[i]) &&
-         std::isfinite(p.t2.val[i]);
+  const xyz& d = p.Def[i];
+  const dxyz& P = p.P[i];
+  return std::isfinite(d.x + d.y + d.z) && std::isfinite(P.x + P.y + P.z) && std::isfinite(p.t1[i]) &&
+         std::isfinite(p.t2[i]);
 }
 
 bool passes_filters(const InvCalDrift& inv, int k) {
@@ -58,7 +58,7 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
   }
   state.nok = 0;
   for (uint64_t i = 0; i < np; i++) {
-    const xyz U = p.Unc.val[i];
+    const xyz U = p.Unc[i];
     count.n++;
     // The negated tests turn down what isn't a number, too.
     if (!all_below(U, limits.x))
@@ -67,15 +67,14 @@ void pair_prec(InvCalDrift& inv, int k, const xyz& limits, PrecCount& count) {
       count.nfxu++;
     else if (reference && !all_below(U, limits.z))
       count.nffxu++;
-    else if ((!a.fixed && p.O1.val[i].z == NODATA) || (!b.fixed && p.O2.val[i].z == NODATA) ||
-             !is_finite(p, i))
+    else if ((!a.fixed && p.O1[i].z == NODATA) || (!b.fixed && p.O2[i].z == NODATA) || !is_finite(p, i))
       count.nout++;
     else {
       const auto prec = [thin](float u, float floor) {
         return static_cast<float>(thin / (static_cast<double>(u) * u + floor));
       };
-      state.W0.val[i] = {prec(U.x, VAR_FLOOR.x), prec(U.y, VAR_FLOOR.y), prec(U.z, VAR_FLOOR.z)};
-      state.data.val[i] = p.Def.val[i] - shift0;
+      state.W0[i] = {prec(U.x, VAR_FLOOR.x), prec(U.y, VAR_FLOOR.y), prec(U.z, VAR_FLOOR.z)};
+      state.data[i] = p.Def[i] - shift0;
       state.nok++;
       count.sum2 +=
           {static_cast<double>(U.x) * U.x, static_cast<double>(U.y) * U.y, static_cast<double>(U.z) * U.z};
@@ -218,7 +217,7 @@ double def_RMS_T95(const InvCalDrift& inv, int c, double mean, double& CI95) {
       if (!inv.pair[k].use) continue;
       const PairState& p = inv.pair[k];
       for (uint64_t i = 0; i < p.W.size(); i++)
-        if (p.W.val[i].x > 0) f(axis(p.res.val[i], c) - mean, axis(p.W.val[i], c));
+        if (p.W[i].x > 0) f(axis(p.res[i], c) - mean, axis(p.W[i], c));
     }
   };
   each([&](double d, double) { mag.push_back(static_cast<float>(std::fabs(d))); });
@@ -240,7 +239,7 @@ dxyz def_mean(const InvCalDrift& inv) {
     if (!inv.pair[k].use) continue;
     const PairState& p = inv.pair[k];
     for (uint64_t i = 0; i < p.W.size(); i++) {
-      const xyz &d = p.res.val[i], &W = p.W.val[i];
+      const xyz &d = p.res[i], &W = p.W[i];
       sum += {static_cast<double>(W.x) * d.x, static_cast<double>(W.y) * d.y, static_cast<double>(W.z) * d.z};
       weight += to_dxyz(W);
     }
@@ -281,9 +280,9 @@ xyz grad_stddev_def(const InvCalDrift& inv, double dt, int k, uint64_t& ng) {
       const Vector<double>& t = side == 0 ? p.t1 : p.t2;
       std::map<int64_t, Bin> bins;
       for (uint64_t i = 0; i < p.P.size(); i++) {
-        const xyz &d = inv.pair[pk].res.val[i], &W = inv.pair[pk].W.val[i];
+        const xyz &d = inv.pair[pk].res[i], &W = inv.pair[pk].W[i];
         if (!(W.x > 0)) continue;
-        Bin& b = bins[static_cast<int64_t>(std::floor((t.val[i] - inv.in.swaths[s].tmin) / dt))];
+        Bin& b = bins[static_cast<int64_t>(std::floor((t[i] - inv.in.swaths[s].tmin) / dt))];
         b.sum +=
             {static_cast<double>(W.x) * d.x, static_cast<double>(W.y) * d.y, static_cast<double>(W.z) * d.z};
         b.weight += to_dxyz(W);

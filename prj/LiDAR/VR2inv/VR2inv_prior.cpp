@@ -125,10 +125,10 @@ void init_calib_prior(InvCalDrift& inv) {
     GeomCols cols;
     const auto square = [](const xyz& J) { return to_dxyz({J.x * J.x, J.y * J.y, J.z * J.z}); };
     for (uint64_t i = 0; i < m.P.size(); i++) {
-      if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
+      if (m.P[i].z == NODATA || m.O[i].z == NODATA) continue;
       n++;
-      comp_TrajFrame(m.O.val[i], m.Att.val[i], inv.in.swaths[s].rot, frame);
-      comp_GeomCols(frame, to_xyz(m.P.val[i] - frame.O), inv.flags, cols);
+      comp_TrajFrame(m.O[i], m.Att[i], inv.in.swaths[s].rot, frame);
+      comp_GeomCols(frame, to_xyz(m.P[i] - frame.O), inv.flags, cols);
       for (int c = 0; c < 3; c++) {
         w.ext_col2[c] += square(cols.lever[c]);
         w.ext_col2[3 + c] += square(cols.bore[c]);

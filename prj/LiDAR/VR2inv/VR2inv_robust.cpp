@@ -31,15 +31,15 @@ double median(std::vector<float>& v) {
 double base_prec(double W0, double floor) { return W0 / (1 + W0 * floor); }
 
 dxyz base_prec(const PairState& s, uint64_t i) {
-  const xyz& W = s.W0.val[i];
+  const xyz& W = s.W0[i];
   return {base_prec(W.x, s.floor.x), base_prec(W.y, s.floor.y), base_prec(W.z, s.floor.z)};
 }
 
 double pair_scale(const PairState& s, int c, std::vector<float>& q) {
   q.clear();
   for (uint64_t i = 0; i < s.W0.size(); i++)
-    if (s.W0.val[i].x > 0)
-      q.push_back(static_cast<float>(std::fabs(axis(s.res.val[i], c)) * std::sqrt(axis(base_prec(s, i), c))));
+    if (s.W0[i].x > 0)
+      q.push_back(static_cast<float>(std::fabs(axis(s.res[i], c)) * std::sqrt(axis(base_prec(s, i), c))));
   return median(q) / MEDIAN_OF_NORMAL;
 }
 
@@ -90,9 +90,9 @@ void apply_weights(InvCalDrift& inv) {
              1 / (s.scale.z * s.scale.z * inv.corr_len.z)} *
         info;
     for (uint64_t i = 0; i < s.W0.size(); i++) {
-      if (!(s.W0.val[i].x > 0)) continue;
-      const dxyz W = base_prec(s, i) * static_cast<double>(s.weight.val[i]);
-      s.W.val[i] = to_xyz(dxyz{W.x * f.x, W.y * f.y, W.z * f.z});
+      if (!(s.W0[i].x > 0)) continue;
+      const dxyz W = base_prec(s, i) * static_cast<double>(s.weight[i]);
+      s.W[i] = to_xyz(dxyz{W.x * f.x, W.y * f.y, W.z * f.z});
     }
   }
 }
@@ -105,14 +105,14 @@ void comp_weights(InvCalDrift& inv) {
     if (!s.use) continue;
     uint64_t ndown = 0;
     for (uint64_t i = 0; i < s.W0.size(); i++) {
-      if (!(s.W0.val[i].x > 0)) continue;
-      const dxyz W = base_prec(s, i), r = to_dxyz(s.res.val[i]);
+      if (!(s.W0[i].x > 0)) continue;
+      const dxyz W = base_prec(s, i), r = to_dxyz(s.res[i]);
       const double q2 =
           (W.x * r.x * r.x / (s.scale.x * s.scale.x) + W.y * r.y * r.y / (s.scale.y * s.scale.y) +
            W.z * r.z * r.z / (s.scale.z * s.scale.z)) /
           3;
       const double w = 1 / ((1 + q2) * (1 + q2));
-      s.weight.val[i] = static_cast<float>(w);
+      s.weight[i] = static_cast<float>(w);
       ndown += w < HARDLY;
     }
     s.down = static_cast<double>(ndown) / static_cast<double>(s.nok);
@@ -127,9 +127,9 @@ std::vector<PairChi> comp_chi(const InvCalDrift& inv) {
     if (!s.use) continue;
     double n = 0;
     for (uint64_t i = 0; i < s.W0.size(); i++) {
-      if (!(s.W0.val[i].x > 0)) continue;
-      const double w = s.weight.val[i];
-      const dxyz r = to_dxyz(s.res.val[i]), W = base_prec(s, i) * w;
+      if (!(s.W0[i].x > 0)) continue;
+      const double w = s.weight[i];
+      const dxyz r = to_dxyz(s.res[i]), W = base_prec(s, i) * w;
       const dxyz d2 = {r.x * r.x, r.y * r.y, r.z * r.z};
       chi[k].c += {W.x * d2.x, W.y * d2.y, W.z * d2.z};
       chi[k].rms += d2 * w;
@@ -167,16 +167,15 @@ struct Patches {
   Patches(const InvPair& p, const PairState& s) {
     std::vector<float> step;
     for (uint64_t i = 1; i < p.P.size(); i++)
-      step.push_back(
-          static_cast<float>(std::hypot(p.P.val[i].x - p.P.val[i - 1].x, p.P.val[i].y - p.P.val[i - 1].y)));
+      step.push_back(static_cast<float>(std::hypot(p.P[i].x - p.P[i - 1].x, p.P[i].y - p.P[i - 1].y)));
     constexpr double VECTORS = 12;  // along a side: their errors go together over several
     if (!step.empty()) side = VECTORS * std::max(median(step), 0.01);
     for (uint64_t i = 0; i < p.P.size(); i++) {
-      if (!(s.W0.val[i].x > 0)) continue;
+      if (!(s.W0[i].x > 0)) continue;
       const auto cell = [&](double v) {
         return static_cast<uint64_t>(static_cast<int64_t>(std::floor(v / side))) & 0xFFFFFFFF;
       };
-      order.emplace_back(cell(p.P.val[i].x) << 32 | cell(p.P.val[i].y), i);
+      order.emplace_back(cell(p.P[i].x) << 32 | cell(p.P[i].y), i);
     }
     std::sort(order.begin(), order.end());
   }
@@ -190,8 +189,8 @@ void comp_corr_len(InvCalDrift& inv) {
     if (!s.use) continue;
     const Patches patches(inv.in.pairs[k], s);
     const auto residual = [&](uint64_t i) {
-      const double w = s.weight.val[i];
-      const dxyz W = base_prec(s, i), r = to_dxyz(s.res.val[i]);
+      const double w = s.weight[i];
+      const dxyz W = base_prec(s, i), r = to_dxyz(s.res[i]);
       return dxyz{w * std::sqrt(W.x) * r.x / s.scale.x, w * std::sqrt(W.y) * r.y / s.scale.y,
                   w * std::sqrt(W.z) * r.z / s.scale.z};
     };

@@ -56,9 +56,9 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
     if (inv.FCAL) {
       TrajFrame frame;
       GeomCols cols;
-      comp_TrajFrame(side == 0 ? p.O1.val[i] : p.O2.val[i], side == 0 ? p.Att1.val[i] : p.Att2.val[i],
-                     inv.in.swaths[s].rot, frame);
-      comp_GeomCols(frame, to_xyz(p.P.val[i] - frame.O), inv.flags, cols);
+      comp_TrajFrame(side == 0 ? p.O1[i] : p.O2[i], side == 0 ? p.Att1[i] : p.Att2[i], inv.in.swaths[s].rot,
+                     frame);
+      comp_GeomCols(frame, to_xyz(p.P[i] - frame.O), inv.flags, cols);
       for (int c = 0; c < 3; c++) add(row, slots.ext[side][c], sign, cols.lever[c]);
       for (int c = 0; c < 3; c++) add(row, slots.ext[side][3 + c], sign, cols.bore[c]);
       for (int c = 0; c < N_INTERNAL; c++) add(row, slots.intl[side][c], sign, cols.internal[c]);
@@ -68,9 +68,9 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
     add(row, slots.ta[side][2], sign, {0, 0, 1});
     if (inv.drift_att && slots.drift) {
       const AttCols& A = inv.pair[k].A[side];
-      add(row, slots.ta[side][3], sign, A.r.val[i]);
-      add(row, slots.ta[side][4], sign, A.p.val[i]);
-      add(row, slots.ta[side][5], sign, A.y.val[i]);
+      add(row, slots.ta[side][3], sign, A.r[i]);
+      add(row, slots.ta[side][4], sign, A.p[i]);
+      add(row, slots.ta[side][5], sign, A.y[i]);
     }
   }
   if (slots.shift >= 0) {

@@ -206,13 +206,13 @@ void comp_A(const Vector<dxyz>& P, const Vector<dxyz>& O, const Vector<xyz>& Att
   const SwRot none;  // the drift axes don't depend on the mount
   for (uint64_t i = 0; i < n; i++) {
     xyz cols[3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
-    if (P.val[i].z != NODATA && O.val[i].z != NODATA) {
-      comp_TrajFrame(O.val[i], Att.val[i], none, frame);
-      comp_att_cols(frame, to_xyz(P.val[i] - O.val[i]), NOZ, cols);
+    if (P[i].z != NODATA && O[i].z != NODATA) {
+      comp_TrajFrame(O[i], Att[i], none, frame);
+      comp_att_cols(frame, to_xyz(P[i] - O[i]), NOZ, cols);
     }
-    A.r.val[i] = cols[0];
-    A.p.val[i] = cols[1];
-    A.y.val[i] = cols[2];
+    A.r[i] = cols[0];
+    A.p[i] = cols[1];
+    A.y[i] = cols[2];
   }
 }
 }  // namespace

@@ -27,7 +27,7 @@ std::vector<int> quarters(const InvPair& p) {
   mean /= static_cast<double>(std::max<uint64_t>(1, p.P.size()));
   std::vector<int> block(p.P.size());
   for (uint64_t i = 0; i < p.P.size(); i++)
-    block[i] = (p.P.val[i].x > mean.x ? 1 : 0) + (p.P.val[i].y > mean.y ? 2 : 0);
+    block[i] = (p.P[i].x > mean.x ? 1 : 0) + (p.P[i].y > mean.y ? 2 : 0);
   return block;
 }
 
@@ -40,10 +40,10 @@ struct Sum {  // over blocks, by their vectors
 void add_block(const InvPair& p, const PairState& s, const std::vector<int>& block, int b, int c, Sum& sum) {
   std::vector<float> d, com, unc;
   for (uint64_t i = 0; i < p.P.size(); i++) {
-    if (block[i] != b || !(s.W0.val[i].x > 0)) continue;
-    d.push_back(static_cast<float>(axis(s.data.val[i], c)));
-    com.push_back(p.Com.empty() ? 0.0f : p.Com.val[i]);
-    unc.push_back(static_cast<float>(axis(p.Unc.val[i], c)));
+    if (block[i] != b || !(s.W0[i].x > 0)) continue;
+    d.push_back(static_cast<float>(axis(s.data[i], c)));
+    com.push_back(p.Com.empty() ? 0.0f : p.Com[i]);
+    unc.push_back(static_cast<float>(axis(p.Unc[i], c)));
   }
   if (d.empty()) return;
   const double n = static_cast<double>(d.size());

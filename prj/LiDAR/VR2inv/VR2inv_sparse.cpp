@@ -28,11 +28,11 @@ SparseList sparsify_more(const DriftEq& sys) {
   uint64_t k = 0;
   each([&](int u, int v, double value) {
     if (u == v) {
-      list.D.val[u] = value;
+      list.D[u] = value;
     } else if (value != 0) {
-      list.A.val[k] = value;
-      list.U.val[k] = static_cast<uint32_t>(u);
-      list.V.val[k] = static_cast<uint32_t>(v);
+      list.A[k] = value;
+      list.U[k] = static_cast<uint32_t>(u);
+      list.V[k] = static_cast<uint32_t>(v);
       k++;
     }
   });

@@ -22,7 +22,7 @@ struct ResStat {
 ResStat pair_stat(const PairState& p, const PairChi& chi) {
   ResStat r;
   for (uint64_t i = 0; i < p.W0.size(); i++)
-    if (p.W0.val[i].x > 0) r.stat.add(to_dxyz(p.res.val[i]));
+    if (p.W0[i].x > 0) r.stat.add(to_dxyz(p.res[i]));
   r.chi2 = dxyz{chi.c.x * chi.c.x, chi.c.y * chi.c.y, chi.c.z * chi.c.z} * chi.n;
   r.n = chi.n;
   r.down = p.down * static_cast<double>(p.nok);
@@ -173,14 +173,14 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms) {
     if (!inv.pair[k].use) continue;
     const InvPair& p = inv.in.pairs[k];
     for (uint64_t i = 0; i < p.P.size(); i++) {
-      if (!(inv.pair[k].W0.val[i].x > 0)) continue;
+      if (!(inv.pair[k].W0[i].x > 0)) continue;
       if (inv.sw[p.sw1].mobile) {
-        swath_drift(inv, p.sw1, p.t1.val[i], T, A);
-        overlap.add(T, A, p.P.val[i], p.O1.val[i], p.Att1.val[i], inv.par.NOZ);
+        swath_drift(inv, p.sw1, p.t1[i], T, A);
+        overlap.add(T, A, p.P[i], p.O1[i], p.Att1[i], inv.par.NOZ);
       }
       if (inv.sw[p.sw2].mobile) {
-        swath_drift(inv, p.sw2, p.t2.val[i], T, A);
-        overlap.add(T, A, p.P.val[i], p.O2.val[i], p.Att2.val[i], inv.par.NOZ);
+        swath_drift(inv, p.sw2, p.t2[i], T, A);
+        overlap.add(T, A, p.P[i], p.O2[i], p.Att2[i], inv.par.NOZ);
       }
     }
   }
@@ -192,9 +192,9 @@ void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms) {
   for (const SwathId s : inv.sw.ids()) {
     const InvSamples& m = inv.in.swaths[s].samples;
     for (uint64_t i = 0; inv.sw[s].mobile && i < m.P.size(); i++) {
-      if (m.P.val[i].z == NODATA || m.O.val[i].z == NODATA) continue;
-      swath_drift(inv, s, m.t.val[i], T, A);
-      area.add(T, A, m.P.val[i], m.O.val[i], m.Att.val[i], inv.par.NOZ);
+      if (m.P[i].z == NODATA || m.O[i].z == NODATA) continue;
+      swath_drift(inv, s, m.t[i], T, A);
+      area.add(T, A, m.P[i], m.O[i], m.Att[i], inv.par.NOZ);
     }
   }
   LOG_MSG("Drift XYZ-Corrections RMS: " << text(overlap.rms()) << " (overlap only) " << text(area.rms())

@@ -35,7 +35,7 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
     std::fill_n(block, n * n, 0.0);
     std::fill_n(right, n, 0.0);
     for (uint64_t i = 0; i < p.W.size(); i++) {
-      const xyz &W = p.W.val[i], &d = p.data.val[i];
+      const xyz &W = p.W[i], &d = p.data[i];
       if (!(W.x > 0)) continue;
       comp_row(inv, k, slots, i, row);
       for (int a = 0; a < n; a++) {
@@ -47,7 +47,7 @@ void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
     }
     for (int a = 0; a < n; a++) {
       for (int b = 0; b <= a; b++) sys.add(slots.idx[a], slots.idx[b], block[a * n + b]);
-      sys.Y.val[slots.idx[a]] += right[a];
+      sys.Y[slots.idx[a]] += right[a];
     }
   }
   LOG_LINE("Cal_TA STEP 0 TIME=" << watch.text());
@@ -87,11 +87,11 @@ bool solve_dense(InvCalDrift& inv, const System& sys) {
   for (int i = 0; i < inv.dim; i++) {
     if (!(inverse(i, i) >= 0)) LOG_LINE("<!> CMjj<0 " << i);
     double sum = 0;
-    for (int j = 0; j < inv.dim; j++) sum += inverse.row(i)[j] * sys.Y.val[j];
-    inv.x.val[i] = sum;
+    for (int j = 0; j < inv.dim; j++) sum += inverse.row(i)[j] * sys.Y[j];
+    inv.x[i] = sum;
   }
   inv.post.resize(inv.dim);
-  for (int i = 0; i < inv.dim; i++) inv.post.val[i] = inverse(i, i);
+  for (int i = 0; i < inv.dim; i++) inv.post[i] = inverse(i, i);
   if (!inv.want_cov || inv.dimcal > COV_MAX) return true;
   inv.cov.resize(inv.dimcal, inv.dimcal);
   for (int i = 0; i < inv.dimcal; i++)
@@ -123,14 +123,14 @@ void add_line_effects(InvCalDrift& inv) {
     std::fill(effect.begin(), effect.end(), 0.0);
     dxyz sum = {0, 0, 0}, weight = {0, 0, 0};
     for (uint64_t i = 0; i < p.W.size(); i++) {
-      const xyz& W = p.W.val[i];
+      const xyz& W = p.W[i];
       if (!(W.x > 0)) continue;
       comp_row(inv, k, slots, i, row);
       for (int a = 0; a < slots.n; a++) {
         double* to = effect.data() + 3 * static_cast<size_t>(slots.idx[a]);
         to[0] += W.x * row.cx[a], to[1] += W.y * row.cy[a], to[2] += W.z * row.cz[a];
       }
-      const dxyz w = to_dxyz(W), d = to_dxyz(p.res.val[i]);
+      const dxyz w = to_dxyz(W), d = to_dxyz(p.res[i]);
       sum += {w.x * d.x, w.y * d.y, w.z * d.z};
       weight += w;
     }
@@ -183,7 +183,7 @@ bool invert_Cal_TA(InvCalDrift& inv) {
   P_Y_calib_drift_con(inv, sys);
   if (inv.drift) add_P_drift_pri_con(inv, sys);
   const Vector<double> prior = calib_prior(inv);
-  for (int i = 0; i < inv.dimcal; i++) sys.add(i, i, prior.val[i]);
+  for (int i = 0; i < inv.dimcal; i++) sys.add(i, i, prior[i]);
   int nz_diag = 0;
   for (int i = 0; i < inv.dim; i++)
     if (sys.P(i, i) == 0) {
@@ -209,16 +209,16 @@ double comp_res(InvCalDrift& inv) {
     PairState& p = inv.pair[k];
     const PairSlots slots = make_slots(inv, k, true);
     for (uint64_t i = 0; i < p.W0.size(); i++) {
-      if (!(p.W0.val[i].x > 0)) continue;
+      if (!(p.W0[i].x > 0)) continue;
       comp_row(inv, k, slots, i, row);
       dxyz model = {0, 0, 0};
       for (int a = 0; a < slots.n; a++) {
-        const double x = inv.x.val[slots.idx[a]];
+        const double x = inv.x[slots.idx[a]];
         model += {row.cx[a] * x, row.cy[a] * x, row.cz[a] * x};
       }
-      const xyz res = p.data.val[i] - to_xyz(model);
-      change += static_cast<double>(dot(res - p.res.val[i], res - p.res.val[i]));
-      p.res.val[i] = res;
+      const xyz res = p.data[i] - to_xyz(model);
+      change += static_cast<double>(dot(res - p.res[i], res - p.res[i]));
+      p.res[i] = res;
     }
   }
   return std::sqrt(change / static_cast<double>(std::max<uint64_t>(1, inv.nvec_used)));

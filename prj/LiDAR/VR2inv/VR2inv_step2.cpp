@@ -26,8 +26,7 @@ int add_nodes(const InvCalDrift& inv, SwathId swath, double t, double sign, cons
   if (!w.mobile || w.node0 < 0) return n;
   const NodePos pos = comp_NodePos(t, w.t0, w.Dt, w.nt);
   const bool att = inv.drift_att;
-  const xyz J[3] = {att ? A.r.val[i] : xyz{0, 0, 0}, att ? A.p.val[i] : xyz{0, 0, 0},
-                    att ? A.y.val[i] : xyz{0, 0, 0}};
+  const xyz J[3] = {att ? A.r[i] : xyz{0, 0, 0}, att ? A.p[i] : xyz{0, 0, 0}, att ? A.y[i] : xyz{0, 0, 0}};
   for (int side = 0; side < 2; side++) {
     const double weight = sign * (side == 0 ? 1 - static_cast<double>(pos.f) : static_cast<double>(pos.f));
     if (weight == 0) continue;
@@ -47,8 +46,8 @@ int add_nodes(const InvCalDrift& inv, SwathId swath, double t, double sign, cons
 // All nodes that vector i of pair k touches, with the columns of J2 - J1.
 int vector_entries(const InvCalDrift& inv, int k, uint64_t i, Entry* entries) {
   const InvPair& p = inv.in.pairs[k];
-  const int n = add_nodes(inv, p.sw1, p.t1.val[i], -1, inv.pair[k].A[0], i, entries, 0);
-  return add_nodes(inv, p.sw2, p.t2.val[i], 1, inv.pair[k].A[1], i, entries, n);
+  const int n = add_nodes(inv, p.sw1, p.t1[i], -1, inv.pair[k].A[0], i, entries, 0);
+  return add_nodes(inv, p.sw2, p.t2[i], 1, inv.pair[k].A[1], i, entries, n);
 }
 
 void add_square(DriftEq& sys, const Entry* entries, int n, const dxyz& W) {
@@ -99,7 +98,7 @@ struct PairSums {
     for (int a = 0; a < n; a++) {
       for (int b = 0; b < n; b++)
         if (slots.idx[a] <= slots.idx[b]) *sys.cal.block(slots.idx[a], slots.idx[b]) += block[a * n + b];
-      sys.Y.val[slots.idx[a]] += right[a];
+      sys.Y[slots.idx[a]] += right[a];
     }
     with_node.each([&](int, int node, const double* val) {
       for (int a = 0; a < n; a++) {
@@ -121,7 +120,7 @@ void sparse_P_Y_drift(const InvCalDrift& inv, DriftEq& sys) {
     const PairState& p = inv.pair[k];
     PairSums sums(inv, k);
     for (uint64_t i = 0; i < p.W.size(); i++) {
-      const xyz &W = p.W.val[i], &d = p.data.val[i];
+      const xyz &W = p.W[i], &d = p.data[i];
       if (!(W.x > 0)) continue;
       const int n = vector_entries(inv, k, i, entries);
       add_square(sys, entries, n, to_dxyz(W));
@@ -143,7 +142,7 @@ void sparse_P_Y_drift(const InvCalDrift& inv, DriftEq& sys) {
   LOG_LINE("HFTA STEP 0 TIME=" << watch.text());
 }
 
-bool is_sample(const InvSamples& m, uint64_t i) { return m.P.val[i].z != NODATA && m.O.val[i].z != NODATA; }
+bool is_sample(const InvSamples& m, uint64_t i) { return m.P[i].z != NODATA && m.O[i].z != NODATA; }
 
 // The prior along each line: a process with the drift's standard deviation and correlation time.
 void add_line_prior(const InvCalDrift& inv, DriftEq& sys) {
@@ -190,9 +189,9 @@ void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
         const auto add = [&](const xyz& j, float a) {
           var += dxyz{j.x * a * j.x * a, j.y * a * j.y * a, j.z * a * j.z * a};
         };
-        add(J.r.val[i], A.x), add(J.p.val[i], A.y), add(J.y.val[i], A.z);
+        add(J.r[i], A.x), add(J.p[i], A.y), add(J.y[i], A.z);
       }
-      const int n = add_nodes(inv, s, m.t.val[i], 1, inv.sw[s].A, i, entries, 0);
+      const int n = add_nodes(inv, s, m.t[i], 1, inv.sw[s].A, i, entries, 0);
       add_square(sys, entries, n, {share / var.x, share / var.y, share / var.z});
     }
   }
@@ -203,7 +202,7 @@ void add_sparse_P_pri(const InvCalDrift& inv, DriftEq& sys) {
   LOG_LINE("add_sparse_P_pri FTT=" << (inv.par.FA == 2) << " FAA=" << (inv.par.FA == 1)
                                    << " Epri=" << inv.par.Epri);
   const Vector<double> cal = calib_prior(inv);
-  for (int i = 0; i < inv.dimcal; i++) *sys.cal.block(i, i) += cal.val[i];
+  for (int i = 0; i < inv.dimcal; i++) *sys.cal.block(i, i) += cal[i];
   add_line_prior(inv, sys);
   if (inv.par.Epri) add_sample_prior(inv, sys);
 }
@@ -228,11 +227,11 @@ bool comp_cal_cov(InvCalDrift& inv, const SparseList& list, double prec) {
 bool solve_from(Vector<double>& x, Vector<double>& Y, SparseList& list, double prec) {
   constexpr double LOOSEST = 1e-4;
   const double whole = norm2(Y);
-  for (uint64_t i = 0; i < x.size(); i++) Y.val[i] -= list.D.val[i] * x.val[i];
+  for (uint64_t i = 0; i < x.size(); i++) Y[i] -= list.D[i] * x[i];
   for (uint64_t k = 0; k < list.n; k++) {
-    const uint32_t u = list.U.val[k], v = list.V.val[k];
-    Y.val[u] -= list.A.val[k] * x.val[v];
-    Y.val[v] -= list.A.val[k] * x.val[u];
+    const uint32_t u = list.U[k], v = list.V[k];
+    Y[u] -= list.A[k] * x[v];
+    Y[v] -= list.A[k] * x[u];
   }
   const double left = norm2(Y);
   if (left > 0) prec = std::min(LOOSEST, prec * std::max(1.0, whole / left));
@@ -283,7 +282,7 @@ double comp_res_TA(InvCalDrift& inv) {
     PairState& p = inv.pair[k];
     const PairSlots slots = make_slots(inv, k, false);
     for (uint64_t i = 0; i < p.W0.size(); i++) {
-      if (!(p.W0.val[i].x > 0)) continue;
+      if (!(p.W0[i].x > 0)) continue;
       const int n = vector_entries(inv, k, i, entries);
       dxyz model = {0, 0, 0};
       for (int e = 0; e < n; e++) {
@@ -293,13 +292,13 @@ double comp_res_TA(InvCalDrift& inv) {
       }
       if (slots.n > 0) comp_row(inv, k, slots, i, row);
       for (int a = 0; a < slots.n; a++) {
-        const double x = inv.x.val[slots.idx[a]];
+        const double x = inv.x[slots.idx[a]];
         model += {row.cx[a] * x, row.cy[a] * x, row.cz[a] * x};
       }
-      const xyz res = p.data.val[i] - to_xyz(model);
+      const xyz res = p.data[i] - to_xyz(model);
       const dxyz d = to_dxyz(res);
-      change += static_cast<double>(dot(res - p.res.val[i], res - p.res.val[i]));
-      p.res.val[i] = res;
+      change += static_cast<double>(dot(res - p.res[i], res - p.res[i]));
+      p.res[i] = res;
       sum2 += {d.x * d.x, d.y * d.y, d.z * d.z};
     }
   }

@@ -117,7 +117,7 @@ bool corr_traj_out(const Project& prj, const CorrParam& par, const SwathCorr& co
   if (par.ocorr) corrections.fs << "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw}\n";
   uint64_t n = 0;
   for (uint64_t i = 0; i < corr.po->size(); i += static_cast<uint64_t>(par.po_sub), n++) {
-    Sample s{corr.po->val[i], corr.S, {0, 0, 0}};
+    Sample s{(*corr.po)[i], corr.S, {0, 0, 0}};
     if (corr.CT) s.T += InterpVt(s.rec.t, corr.t0, corr.Dt, *corr.Tt);
     if (corr.CA) s.A_deg = InterpVt(s.rec.t, corr.t0, corr.Dt, *corr.At) * RAD2DEG;
     if (par.oposeg) positions.fs << position_line(s);

@@ -42,12 +42,12 @@ xyz plane_at_centre(const PlaneSums& s) {
 class TileFinder {
  public:
   explicit TileFinder(const Vector<TIsxy>& TI) {
-    for (uint64_t k = 0; k < TI.size(); k++) index_[key(TI.val[k].x, TI.val[k].y)] = k;
+    for (uint64_t k = 0; k < TI.size(); k++) index_[key(TI[k].x, TI[k].y)] = k;
   }
   // The corrections of the tile at (x, y); null without such a tile.
   const Image<xyz>* at(const SCorrTbl& table, int64_t x, int64_t y) const {
     const auto it = index_.find(key(x, y));
-    return it == index_.end() ? nullptr : &table.C.val[it->second];
+    return it == index_.end() ? nullptr : &table.C[it->second];
   }
 
  private:
@@ -100,7 +100,7 @@ uint64_t fill_SCorr(const Vector<TIsxy>& TI, const std::vector<uint32_t>& holes,
     const size_t tile = static_cast<size_t>(k);
     if (first[tile] == first[tile + 1]) return true;
     Image<xyz>& a = around[static_cast<size_t>(thread)];
-    read_around(tiles, table, TI.val[tile], a);
+    read_around(tiles, table, TI[tile], a);
     for (size_t i = first[tile]; i < first[tile + 1]; i++) {
       const int m = static_cast<int>(holes[i] % mTn);
       value[i] = fill_hole(a, REACH + m % mTsub, REACH + m / mTsub);
@@ -109,7 +109,7 @@ uint64_t fill_SCorr(const Vector<TIsxy>& TI, const std::vector<uint32_t>& holes,
   });
   uint64_t nfilled = 0;
   for (size_t i = 0; i < holes.size(); i++) {
-    table.C.val[holes[i] / mTn].val[holes[i] % mTn] = value[i];
+    table.C[holes[i] / mTn][holes[i] % mTn] = value[i];
     nfilled += value[i].z != NODATA;
   }
   return nfilled;

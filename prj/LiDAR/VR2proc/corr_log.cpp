@@ -77,10 +77,10 @@ NodeStat node_stat(const Vector<xyz>& v, double Dt, double unit) {
   Vector<double> t(v.size());
   dxyz d2{0, 0, 0};
   for (uint64_t k = 0; k < v.size(); k++) {
-    t.val[k] = static_cast<double>(k) * Dt;
-    s.all.add(to_dxyz(v.val[k]) * unit);
+    t[k] = static_cast<double>(k) * Dt;
+    s.all.add(to_dxyz(v[k]) * unit);
     if (k == 0) continue;
-    const dxyz d = to_dxyz(v.val[k] - v.val[k - 1]) * unit;
+    const dxyz d = to_dxyz(v[k] - v[k - 1]) * unit;
     d2 += {d.x * d.x, d.y * d.y, d.z * d.z};
   }
   if (v.size() < 2 || Dt <= 0) return s;
@@ -158,7 +158,7 @@ bool log_corr(const InvResult& res, SwathId sw, const xyz& S, const Vector<PO>& 
   const double dt = mean_dt_PO(po);
   for (uint64_t k = 0; k < n; k++) {
     const double t = found.t0 + static_cast<double>(k) * found.Dt;
-    const xyz T = found.Tt.val[k] + S, A = found.At.val[k] * static_cast<float>(DEG_PER_RAD);
+    const xyz T = found.Tt[k] + S, A = found.At[k] * static_cast<float>(DEG_PER_RAD);
     ta.fs << node_line(t, nullptr, T, A, sw);
     PO at;
     // The last node may lie beyond the trajectory that was kept: its position is then that of the end.

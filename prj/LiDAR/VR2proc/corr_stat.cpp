@@ -38,16 +38,16 @@ ICSstat comp_ICS_stat(const InvSamples& s, const SwRot& rot) {
   dxy pmin{1e18, 1e18}, pmax{-1e18, -1e18}, omin{1e18, 1e18}, omax{-1e18, -1e18};
   TrajFrame frame;
   for (uint64_t i = 0; i < s.t.size(); i++) {
-    if (s.O.val[i].z == NO_PO.z) continue;
-    comp_TrajFrame(s.O.val[i], s.Att.val[i], rot, frame);
-    const BodyICS b = comp_BodyICS(frame, s.P.val[i]);
-    const dxyz &P = s.P.val[i], &O = s.O.val[i];
+    if (s.O[i].z == NO_PO.z) continue;
+    comp_TrajFrame(s.O[i], s.Att[i], rot, frame);
+    const BodyICS b = comp_BodyICS(frame, s.P[i]);
+    const dxyz &P = s.P[i], &O = s.O[i];
     r.n++;
     r.AGL += O.z - P.z;
-    r.roll += fold180(s.Att.val[i].x);
-    r.pitch += fold180(s.Att.val[i].y);
-    cy += std::cos(s.Att.val[i].z / RAD2DEG);
-    sy += std::sin(s.Att.val[i].z / RAD2DEG);
+    r.roll += fold180(s.Att[i].x);
+    r.pitch += fold180(s.Att[i].y);
+    cy += std::cos(s.Att[i].z / RAD2DEG);
+    sy += std::sin(s.Att[i].z / RAD2DEG);
     pmin = {std::min(pmin.x, P.x), std::min(pmin.y, P.y)};
     pmax = {std::max(pmax.x, P.x), std::max(pmax.y, P.y)};
     omin = {std::min(omin.x, O.x), std::min(omin.y, O.y)};
@@ -101,7 +101,7 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
     StatXYZ stat;
     for (const Image<xyz>& tile : table.C)
       for (uint64_t i = 0; i < tile.size(); i++)
-        if (tile.val[i].z != NODATA) stat.add(to_dxyz(tile.val[i] + table.T0));
+        if (tile[i].z != NODATA) stat.add(to_dxyz(tile[i] + table.T0));
     if (stat.n == 0) continue;
     file.fs << sw;
     put_stat(file.fs, stat, ' ' + prj.swaths[sw].path());

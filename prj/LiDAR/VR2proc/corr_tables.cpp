@@ -23,18 +23,17 @@ bool comp_P_tbl(const Project& prj, SwathId sw, InvSamples& s, SampleIndex& inde
   index.untimed.clear();
   for (uint64_t k = 0; k < TI.size(); k++)
     for (int m = 0; m < mTn; m++)
-      if (Zm.val[k].val[m] != NO_I32)
-        (Ct.val[k].val[m] != NO_I32 ? index.where : index.untimed)
+      if (Zm[k][m] != NO_I32)
+        (Ct[k][m] != NO_I32 ? index.where : index.untimed)
             .push_back(static_cast<uint32_t>(k) * mTn + static_cast<uint32_t>(m));
   const uint64_t n = index.where.size();
   s.P.resize(n);
   s.t.resize(n);
   for (uint64_t i = 0; i < n; i++) {
     const uint32_t k = index.where[i] / mTn, m = index.where[i] % mTn;
-    s.P.val[i] = {tile_origin(geom, TI.val[k].x) + (m % mTsub + 0.5) * geom.mTsize,
-                  tile_origin(geom, TI.val[k].y) + (m / mTsub + 0.5) * geom.mTsize,
-                  Zm.val[k].val[m] * M_PER_UNIT};
-    s.t.val[i] = clock.sync(clock.t0 + Ct.val[k].val[m] * TICK_S);
+    s.P[i] = {tile_origin(geom, TI[k].x) + (m % mTsub + 0.5) * geom.mTsize,
+              tile_origin(geom, TI[k].y) + (m / mTsub + 0.5) * geom.mTsize, Zm[k][m] * M_PER_UNIT};
+    s.t[i] = clock.sync(clock.t0 + Ct[k][m] * TICK_S);
   }
   LOG_LINE("comp_P_tbl sw=" << sw << " nt=" << TI.size() << " nmt=" << n
                             << " untimed=" << index.untimed.size());
@@ -123,8 +122,8 @@ bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& p
     CorrCursor cursor;
     StatXYZ stat;
     for (uint64_t s = 0; s < index[sw].where.size(); s++) {
-      const xyz c = comp_point_corr(corr, cursor, samples[sw].P.val[s], samples[sw].t.val[s]);
-      C.val[index[sw].where[s] / mTn].val[index[sw].where[s] % mTn] = c;
+      const xyz c = comp_point_corr(corr, cursor, samples[sw].P[s], samples[sw].t[s]);
+      C[index[sw].where[s] / mTn][index[sw].where[s] % mTn] = c;
       if (c.z != NODATA) stat.add(to_dxyz(c));
     }
     const uint64_t nfilled =

@@ -17,7 +17,7 @@ void cancel_mean(const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables)
   for (const SwathId sw : swc)
     for (const Image<xyz>& tile : tables[sw].C)
       for (uint64_t i = 0; i < tile.size(); i++)
-        if (tile.val[i].z != NODATA) stat.add(to_dxyz(tile.val[i] + T0_of(tables, sw)));
+        if (tile[i].z != NODATA) stat.add(to_dxyz(tile[i] + T0_of(tables, sw)));
   const dxyz m = stat.mean();
   LOG_MSG("Canceling global mean shift correction: " << m.x << ' ' << m.y << ' ' << m.z);
   for (const SwathId sw : swc) T0_of(tables, sw) -= to_xyz(m);
@@ -49,8 +49,8 @@ double comp_mean_AGL(const SwathVector<InvSamples>& samples, const std::vector<S
   for (const SwathId sw : swc) {
     const InvSamples& s = samples[sw];
     for (uint64_t i = 0; i < s.P.size(); i++) {
-      if (s.P.val[i].z == NODATA || s.O.val[i].z == NODATA) continue;
-      sum += s.O.val[i].z - s.P.val[i].z;
+      if (s.P[i].z == NODATA || s.O[i].z == NODATA) continue;
+      sum += s.O[i].z - s.P[i].z;
       n++;
     }
   }

@@ -17,9 +17,9 @@ bool write_res(const Project& prj, const InvInput& in, const InvResult& res) {
   for (size_t k = 0; k < in.pairs.size(); k++) {
     const InvPair& p = in.pairs[k];
     for (uint64_t i = 0; i < res.residuals[k].size(); i++) {
-      const xyz& r = res.residuals[k].val[i];
-      out.fs << std::lround(p.P.val[i].x) << ' ' << std::lround(p.P.val[i].y) << "  " << r.x << ' ' << r.y
-             << ' ' << r.z << "  " << (p.pair < 0 ? static_cast<int>(k) : p.pair) << '\n';
+      const xyz& r = res.residuals[k][i];
+      out.fs << std::lround(p.P[i].x) << ' ' << std::lround(p.P[i].y) << "  " << r.x << ' ' << r.y << ' '
+             << r.z << "  " << (p.pair < 0 ? static_cast<int>(k) : p.pair) << '\n';
     }
   }
   return out.commit();
@@ -42,7 +42,7 @@ bool save_residual_maps(const Project& prj, const DUTidx& idx, const MapParam& m
   for (size_t k = 0; k < in.pairs.size(); k++) {
     std::vector<VecPicture::Sample> samples;
     for (uint64_t i = 0; i < res.residuals[k].size(); i++)
-      samples.push_back({in.pairs[k].P.val[i].x, in.pairs[k].P.val[i].y, res.residuals[k].val[i]});
+      samples.push_back({in.pairs[k].P[i].x, in.pairs[k].P[i].y, res.residuals[k][i]});
     if (!picture.add(samples)) return false;
   }
   return picture.save_max_abs(prj.name + "_max_abs_res", "max abs residual", map.vectors) &&

@@ -20,14 +20,14 @@ bool save_ICS_table(const Project& prj, const SwathGeometry& g) {
   for (const SwathId sw : g.swc) {
     const InvSamples& s = g.samples[sw];
     for (uint64_t k = 0; k < s.t.size(); k++) {
-      if (s.O.val[k].z == NO_PO.z) continue;
-      comp_TrajFrame(s.O.val[k], s.Att.val[k], g.rot[sw], frame);
-      const BodyICS b = comp_BodyICS(frame, s.P.val[k]);
+      if (s.O[k].z == NO_PO.z) continue;
+      comp_TrajFrame(s.O[k], s.Att[k], g.rot[sw], frame);
+      const BodyICS b = comp_BodyICS(frame, s.P[k]);
       if (b.theta == NO_ANGLE || b.phi == NO_ANGLE) continue;
       const auto wide = [](float v) { return static_cast<double>(v); };
       char line[240];
       std::snprintf(line, sizeof line, "%.2f %.2f  %.3f %.3f %.3f  %.3f %.3f %.3f  %.4f %.4f  %d %d %d\n",
-                    s.P.val[k].x, s.P.val[k].y, wide(b.BF.x), wide(b.BF.y), wide(b.BF.z), wide(b.ICS.x),
+                    s.P[k].x, s.P[k].y, wide(b.BF.x), wide(b.BF.y), wide(b.BF.z), wide(b.ICS.x),
                     wide(b.ICS.y), wide(b.ICS.z), wide(b.theta), wide(b.phi), sw.number, prj.swaths[sw].group,
                     prj.swaths[sw].channel);
       file.fs << line;

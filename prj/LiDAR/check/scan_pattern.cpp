@@ -185,7 +185,7 @@ ScanPattern comp_ScanPattern(const std::vector<Beam>& beams, double dt, bool ang
   ScanPattern r;
   if (beams.empty() || po.size() < 2) return r;
   const double po_dt = mean_dt_PO(po);
-  const PO& middle = po.val[po.size() / 2];
+  const PO& middle = po[po.size() / 2];
   std::vector<Seen> seen;
   std::vector<double> beside;
   Velocity echo, track;

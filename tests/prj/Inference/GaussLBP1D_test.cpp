@@ -85,8 +85,8 @@ TEST(GaussLBP1D, AnImageWithoutDataStaysAtZero) {
   Image<float> Z(8, 6, 0.0f), W(8, 6, 0.0f);
   GLBP_fill_image(Z, W);
   for (uint64_t k = 0; k < Z.size(); k++) {
-    EXPECT_EQ(Z.val[k], 0.0f);
-    EXPECT_LT(W.val[k], 1.1e-4f);
+    EXPECT_EQ(Z[k], 0.0f);
+    EXPECT_LT(W[k], 1.1e-4f);
   }
   Image<float> empty, empty_W;
   GLBP_fill_image(empty, empty_W);

@@ -66,8 +66,8 @@ TEST(FastQC, PixelsAreThoseOfTheGrids) {
     ASSERT_TRUE(read_gZDSidx_tiles_idx(c.prj.swaths[SwathId(static_cast<int>(i))].cache, grids[i]));
     for (uint64_t k = 0; k < grids[i].TI.size(); k++)
       if (grids[i].gT(static_cast<int64_t>(k)) > 0) {
-        f.XI = std::min(f.XI, grids[i].TI.val[k].x);
-        f.YI = std::min(f.YI, grids[i].TI.val[k].y);
+        f.XI = std::min(f.XI, grids[i].TI[k].x);
+        f.YI = std::min(f.YI, grids[i].TI[k].y);
       }
   }
   const int side = 32 * c.prj.scale.dim / 2;
@@ -108,7 +108,7 @@ TEST(FastQC, FiltersSignsAndFullMaps) {
   for (const char* suffix : {"_D", "_R", "_Z", "_S"}) {
     ASSERT_TRUE(load_TIFF_gray(c.prj.name + suffix + ".tif", z)) << suffix;
     uint64_t n = 0;
-    for (uint64_t i = 0; i < z.size(); i++) n += z.val[i] != 0;
+    for (uint64_t i = 0; i < z.size(); i++) n += z[i] != 0;
     EXPECT_GT(static_cast<double>(n) * 4, 60000) << suffix;  // m2: the union of the strips
   }
   // Only the pair (0, 1): its difference is 0.3 m, first less second.
@@ -121,8 +121,8 @@ TEST(FastQC, FiltersSignsAndFullMaps) {
   ASSERT_TRUE(load_TIFF_gray(c.prj.name + "_DZ.tif", dz));
   uint64_t nup = 0, ndown = 0;
   for (uint64_t i = 0; i < dz.size(); i++) {
-    nup += dz.val[i] > 128;
-    ndown += dz.val[i] > 0 && dz.val[i] < 128;
+    nup += dz[i] > 128;
+    ndown += dz[i] > 0 && dz[i] < 128;
   }
   EXPECT_GT(nup, 10 * ndown);
 }

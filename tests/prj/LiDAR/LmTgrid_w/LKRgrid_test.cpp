@@ -113,7 +113,7 @@ TEST(LKRgrid, AgreesWithSlowFit) {
     int64_t i = 0;
     int nok = 0;
     for (int m = 0; m < 1024; m++) {
-      if ((occ.val[m] & 1) == 0) continue;
+      if ((occ[m] & 1) == 0) continue;
       for (int r = 0; r < c.dim * c.dim; r++, i++) {
         const SlowPixel s = slow_fit(p, scale, m % 32 * c.dim + r % c.dim, m / 32 * c.dim + r / c.dim);
         const uint32_t w = words(i);

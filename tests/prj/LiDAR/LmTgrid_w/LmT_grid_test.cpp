@@ -88,7 +88,7 @@ TEST(LmT_grid, LimitsAndMaskTakeHeightsOut) {
     EXPECT_NE(read_gZ_tile(grid, 0, mask, limits, Z), GridRead::failed);
     zmin = 1e9f, zmax = -1e9f;
     for (uint64_t i = 0; i < Z.size(); i++)
-      if (Z.val[i] != NODATA) n++, zmin = std::min(zmin, Z.val[i]), zmax = std::max(zmax, Z.val[i]);
+      if (Z[i] != NODATA) n++, zmin = std::min(zmin, Z[i]), zmax = std::max(zmax, Z[i]);
     return n;
   };
   float zmin, zmax;
@@ -100,7 +100,7 @@ TEST(LmT_grid, LimitsAndMaskTakeHeightsOut) {
   // A mask takes out its microtiles, each pixel of them, and no other.
   Image<uint8_t> mask(32, 32, 0);
   EXPECT_EQ(count(&mask, {}, zmin, zmax), 0);
-  for (int m = 0; m < mTn; m++) mask.val[m] = m % 3 == 0;
+  for (int m = 0; m < mTn; m++) mask[m] = m % 3 == 0;
   Image<float> Z0, Z;
   ASSERT_EQ(read_gZ_tile(grid, 0, nullptr, {}, Z0), GridRead::heights);
   ASSERT_EQ(read_gZ_tile(grid, 0, &mask, {}, Z), GridRead::heights);

@@ -31,8 +31,8 @@ Oracle make_oracle(const std::vector<TestPoint>& points) {
 std::vector<Units> to_units(const Vector<xyz>& P, uint64_t np, int64_t XI, int64_t YI, int shift) {
   std::vector<Units> all;
   for (uint64_t i = 0; i < np; i++)
-    all.push_back({std::lround(P.val[i].x * 512.0f) + (XI << shift),
-                   std::lround(P.val[i].y * 512.0f) + (YI << shift), std::lround(P.val[i].z * 512.0f)});
+    all.push_back({std::lround(P[i].x * 512.0f) + (XI << shift), std::lround(P[i].y * 512.0f) + (YI << shift),
+                   std::lround(P[i].z * 512.0f)});
   std::sort(all.begin(), all.end());
   return all;
 }
@@ -79,7 +79,7 @@ TEST_F(ReaderTest, ATileComesWithItsRing) {
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
     Image<uint8_t> gTocc(mTsub, mTsub, 1);
     ASSERT_TRUE(read_LmT_tile_nn(sw, k, gTocc, 32, P, np, np0));
-    const int64_t X = int64_t{sw.TI.val[k].x} * 32, Y = int64_t{sw.TI.val[k].y} * 32;
+    const int64_t X = int64_t{sw.TI[k].x} * 32, Y = int64_t{sw.TI[k].y} * 32;
     std::vector<Units> expected;
     uint64_t inside = 0;
     for (const auto& [cell, list] : oracle.cells) {
@@ -94,7 +94,7 @@ TEST_F(ReaderTest, ATileComesWithItsRing) {
     if (inside == 0) expected.clear();
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(np0, inside);
-    EXPECT_EQ(to_units(P, np, sw.TI.val[k].x, sw.TI.val[k].y, sw.geom.shift), expected) << k;
+    EXPECT_EQ(to_units(P, np, sw.TI[k].x, sw.TI[k].y, sw.geom.shift), expected) << k;
   }
 }
 
@@ -121,7 +121,7 @@ TEST_F(ReaderTest, ARectangleExcludesItsSides) {
   std::mt19937 random(3);
   std::uniform_real_distribution<double> place(-150, 300), size(0.5, 200);
   Vector<xyz> P;
-  const TIsxy t = sw.TI.val[0];
+  const TIsxy t = sw.TI[0];
   for (int n = 0; n < 60; n++) {
     double x0 = place(random), y0 = place(random), x1 = x0 + size(random), y1 = y0 + size(random);
     const Units& on = std::next(oracle.cells.begin(), n)->second[0];  // a point that lies on the left side

@@ -43,12 +43,12 @@ TEST_F(DropMapTest, PointsOfItsMicrotilesGo) {
   int ndropped = 0;
   for (uint64_t k = 0; k < TI.size(); k++)
     for (int m = 0; m < mTn; m++) {
-      const double x = (TI.val[k].x * 32.0 + m % 32) * 4 + GROUND_ORIGIN,
-                   y = (TI.val[k].y * 32.0 + m / 32) * 4 + GROUND_ORIGIN;
+      const double x = (TI[k].x * 32.0 + m % 32) * 4 + GROUND_ORIGIN,
+                   y = (TI[k].y * 32.0 + m / 32) * 4 + GROUND_ORIGIN;
       const bool drop = x >= 500000 && x < 500040 && y >= 5000140 && y < 5000180;
-      EXPECT_EQ(after(static_cast<int64_t>(k)).val[m], drop ? 0 : before(static_cast<int64_t>(k)).val[m])
+      EXPECT_EQ(after(static_cast<int64_t>(k))[m], drop ? 0 : before(static_cast<int64_t>(k))[m])
           << x << " " << y;
-      ndropped += drop && before(static_cast<int64_t>(k)).val[m] > 0;
+      ndropped += drop && before(static_cast<int64_t>(k))[m] > 0;
     }
   EXPECT_GT(ndropped, 50);
   EXPECT_TRUE(check_TidxHdr(CacheName(swath), SwathId(0), par));

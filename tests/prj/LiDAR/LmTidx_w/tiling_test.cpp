@@ -24,12 +24,12 @@ std::vector<Units> cached_points(const std::string& path) {
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
     uint64_t np, nmtr, nmtf;
     const double side = sw.geom.Tsize;
-    EXPECT_TRUE(read_LmT_tile_bbox(sw, sw.TI.val[k].x, sw.TI.val[k].y, -1e-9, side - 1e-9, -1e-9, side - 1e-9,
-                                   P, np, nmtr, nmtf));
+    EXPECT_TRUE(read_LmT_tile_bbox(sw, sw.TI[k].x, sw.TI[k].y, -1e-9, side - 1e-9, -1e-9, side - 1e-9, P, np,
+                                   nmtr, nmtf));
     for (uint64_t i = 0; i < np; i++)
-      all.push_back({std::lround(P.val[i].x * 512.0) + (int64_t{sw.TI.val[k].x} << sw.geom.shift),
-                     std::lround(P.val[i].y * 512.0) + (int64_t{sw.TI.val[k].y} << sw.geom.shift),
-                     std::lround(P.val[i].z * 512.0)});
+      all.push_back({std::lround(P[i].x * 512.0) + (int64_t{sw.TI[k].x} << sw.geom.shift),
+                     std::lround(P[i].y * 512.0) + (int64_t{sw.TI[k].y} << sw.geom.shift),
+                     std::lround(P[i].z * 512.0)});
   }
   std::sort(all.begin(), all.end());
   return all;
@@ -155,7 +155,7 @@ TEST_F(TilingTest, TimesOfTheGroundFollowTheFlight) {
   ASSERT_TRUE(tables.open(CacheName(path), sw.info.nt, true));
   for (uint32_t k = 0; k < sw.TI.size(); k++) {
     ASSERT_TRUE(tables.read_Ct(k, Ct) && tables.read_Vt(k, Vt));
-    const double x0 = tile_origin(sw.geom, sw.TI.val[k].x), y0 = tile_origin(sw.geom, sw.TI.val[k].y);
+    const double x0 = tile_origin(sw.geom, sw.TI[k].x), y0 = tile_origin(sw.geom, sw.TI[k].y);
     for (int j = 0; j <= mTsub; j++)
       for (int i = 0; i <= mTsub; i++) {
         // A scan line takes 0.4 m / 40 m/s: within 20 ms where a whole microtile is covered, a little more
@@ -191,7 +191,7 @@ TEST_F(TilingTest, SelfOverlapGetsNoTime) {
     ASSERT_TRUE(tables.read_Ct(k, Ct));
     for (int j = 0; j < mTsub; j++)
       for (int i = 0; i < mTsub; i++) {
-        const double y = tile_origin(sw.geom, sw.TI.val[k].y) + j * 4;
+        const double y = tile_origin(sw.geom, sw.TI[k].y) + j * 4;
         if (y > 5000154 && y < 5000290) {
           EXPECT_EQ(Ct(i, j), NO_I32) << "where both passes lie";
         }

@@ -15,12 +15,12 @@ using Points = std::vector<std::array<float, 3>>;
 Points points_of(const SwTiles& sw, uint32_t k, bool whole) {
   Image<uint8_t> gTocc(mTsub, mTsub, 1);
   if (!whole)
-    for (int m = 0; m < mTn; m++) gTocc.val[m] = m % mTsub > 20;
+    for (int m = 0; m < mTn; m++) gTocc[m] = m % mTsub > 20;
   Vector<xyz> P;
   uint64_t np = 0, np0 = 0;
   EXPECT_TRUE(read_LmT_tile_nn(sw, k, gTocc, 2, P, np, np0));
   Points all;
-  for (uint64_t i = 0; i < np; i++) all.push_back({P.val[i].x, P.val[i].y, P.val[i].z});
+  for (uint64_t i = 0; i < np; i++) all.push_back({P[i].x, P[i].y, P[i].z});
   std::sort(all.begin(), all.end());
   return all;
 }
@@ -76,11 +76,11 @@ TEST_F(UnionTest, TablesAndPointsAreThoseOfTheWhole) {
     ASSERT_TRUE(tables.read_N(k, N) && expected.read_N(k, N1) && tables.read_Zm(k, Zm) &&
                 expected.read_Zm(k, Zm1));
     for (int m = 0; m < mTn; m++) {
-      ASSERT_EQ(N.val[m], N1.val[m]);
-      if (N.val[m] > 0)
-        ASSERT_NEAR(Zm.val[m], Zm1.val[m], 1);  // each part's mean is truncated
+      ASSERT_EQ(N[m], N1[m]);
+      if (N[m] > 0)
+        ASSERT_NEAR(Zm[m], Zm1[m], 1);  // each part's mean is truncated
       else
-        ASSERT_EQ(Zm.val[m], NO_I32);
+        ASSERT_EQ(Zm[m], NO_I32);
     }
     for (const bool full : {true, false}) {
       const Points a = points_of(all, k, full), b = points_of(one, k, full);

@@ -66,16 +66,16 @@ TEST(reg_inter_LmT, PlantedShiftComesBackAsFirstLessSecond) {
   double weight = 0;
   std::set<std::pair<double, double>> places;
   for (uint64_t i = 0; i < v.size(); i++) {
-    const double w = 1 / static_cast<double>(v.unc.val[i].x * v.unc.val[i].x);
-    sum += to_dxyz(v.disp.val[i]) * w;
+    const double w = 1 / static_cast<double>(v.unc[i].x * v.unc[i].x);
+    sum += to_dxyz(v.disp[i]) * w;
     weight += w;
-    places.insert({v.pos.val[i].x, v.pos.val[i].y});
-    EXPECT_GT(v.pos.val[i].x, 500050);  // inside the overlap of the strips, of 500090 to 500170
-    EXPECT_LT(v.pos.val[i].x, 500200);
-    EXPECT_NEAR(v.pos.val[i].z, synth_height(v.pos.val[i].x, v.pos.val[i].y), 6);
-    const double along = v.pos.val[i].y - 5000010;  // flown at 40 m/s
-    EXPECT_NEAR(v.t1.val[i], 1000000 + along / 40, 0.5);
-    EXPECT_NEAR(v.t2.val[i], 1000500 + along / 40, 0.5);
+    places.insert({v.pos[i].x, v.pos[i].y});
+    EXPECT_GT(v.pos[i].x, 500050);  // inside the overlap of the strips, of 500090 to 500170
+    EXPECT_LT(v.pos[i].x, 500200);
+    EXPECT_NEAR(v.pos[i].z, synth_height(v.pos[i].x, v.pos[i].y), 6);
+    const double along = v.pos[i].y - 5000010;  // flown at 40 m/s
+    EXPECT_NEAR(v.t1[i], 1000000 + along / 40, 0.5);
+    EXPECT_NEAR(v.t2[i], 1000500 + along / 40, 0.5);
   }
   EXPECT_EQ(places.size(), v.size());  // a vertex of a seam stands once
   EXPECT_NEAR(sum.x / weight, 0.6, 0.05);

@@ -35,7 +35,7 @@ Cells to_cells(const Tocc& occ) {
   Cells cells;
   for (const ToccTile& t : occ)
     for (int i = 0; i < mTn; i++)
-      if (t.occ.val[i] & 1) cells.insert({int64_t{t.y} * 32 + i / 32, int64_t{t.x} * 32 + i % 32});
+      if (t.occ[i] & 1) cells.insert({int64_t{t.y} * 32 + i / 32, int64_t{t.x} * 32 + i % 32});
   return cells;
 }
 
@@ -63,7 +63,7 @@ TileInfo frame_of(uint32_t XI, uint32_t YI, int nx, int ny) {
 Vector<TIsxy> table_of(const TileInfo& f) {
   Vector<TIsxy> TI(static_cast<uint64_t>(f.nx * f.ny));
   for (int i = 0; i < f.nx * f.ny; i++)
-    TI.val[i] = {f.XI + static_cast<uint32_t>(i % f.nx), f.YI + static_cast<uint32_t>(i / f.nx), 100};
+    TI[i] = {f.XI + static_cast<uint32_t>(i % f.nx), f.YI + static_cast<uint32_t>(i / f.nx), 100};
   return TI;
 }
 }  // namespace

@@ -18,7 +18,7 @@ Tocc random_map(uint32_t seed, uint32_t percent) {
       t.occ.resize(mTsub, mTsub);
       for (int m = 0; m < mTn; m++) {
         seed = seed * 1664525u + 1013904223u;
-        t.occ.val[m] = (seed >> 16) % 100 < percent;
+        t.occ[m] = (seed >> 16) % 100 < percent;
       }
       occ.push_back(std::move(t));
     }

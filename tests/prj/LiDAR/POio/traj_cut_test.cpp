@@ -78,7 +78,7 @@ TEST(TrajCut, LengthsAndGaps) {
     for (size_t k = 0; k + 1 < c.n; k++) EXPECT_NEAR(cut.segments[k].length, c.Dmax, 50 * 0.4);
   }
   Vector<PO> gap = line;
-  for (size_t i = 3000; i < gap.size(); i++) gap.val[i].t += 10;
+  for (size_t i = 3000; i < gap.size(); i++) gap[i].t += 10;
   EXPECT_EQ(cut_traj_yawdist(gap, DT, TrajCutParam()).segments.size(), 2u);
   EXPECT_TRUE(cut_traj_yawdist(Vector<PO>(), DT, TrajCutParam()).samples.empty());
   // A multirotor that stands and turns has no line.

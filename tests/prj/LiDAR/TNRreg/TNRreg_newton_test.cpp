@@ -11,8 +11,7 @@ namespace veld {
 namespace {
 double dot_of(const Vector<float>& a, const Vector<float>& b) {
   double sum = 0;
-  for (uint64_t i = 0; i < a.size(); i++)
-    sum += static_cast<double>(a.val[i]) * static_cast<double>(b.val[i]);
+  for (uint64_t i = 0; i < a.size(); i++) sum += static_cast<double>(a[i]) * static_cast<double>(b[i]);
   return sum;
 }
 
@@ -66,8 +65,8 @@ TEST(NormalEquations, SolutionFulfilsThemByDefinition) {
       const Vector<float> xl = pack(p.Q, N, lane);
       double off = 0, size = 0;
       for (uint64_t i = 0; i < x.size(); i++) {
-        off += std::pow(static_cast<double>(xl.val[i] - static_cast<float>(l - 3) * x.val[i]), 2);
-        size += std::pow(static_cast<double>(x.val[i]), 2);
+        off += std::pow(static_cast<double>(xl[i] - static_cast<float>(l - 3) * x[i]), 2);
+        size += std::pow(static_cast<double>(x[i]), 2);
       }
       EXPECT_LT(std::sqrt(off), 0.005 * std::sqrt(size)) << l;
     }
@@ -112,22 +111,22 @@ TEST(GaussNewton, ReachesTheMinimumOfTheGradientMethod) {
     for (float& v : scale) v = v > 0 ? 1 / std::sqrt(v) : 1;
     Vector<float> V = start, unscaled(V.size()), wild(V.size()), prec(V.size());
     for (uint64_t i = 0; i < V.size(); i++) {
-      V.val[i] /= scale.val[i];
-      wild.val[i] = 1 / scale.val[i], prec.val[i] = 0.0005f / scale.val[i];
+      V[i] /= scale[i];
+      wild[i] = 1 / scale[i], prec[i] = 0.0005f / scale[i];
     }
     const auto gradient = [&](Vector<float>& g, const Vector<float>& at) {
-      for (uint64_t i = 0; i < at.size(); i++) unscaled.val[i] = at.val[i] * scale.val[i];
+      for (uint64_t i = 0; i < at.size(); i++) unscaled[i] = at[i] * scale[i];
       unpack_Def(unscaled, p.Q);
       assemble_normal(N, p.Q);
       g = pack(p.Q, N, N.g);
-      for (uint64_t i = 0; i < g.size(); i++) g.val[i] *= scale.val[i];
+      for (uint64_t i = 0; i < g.size(); i++) g[i] *= scale[i];
       return 0.0;
     };
     NLCGwork nlcg;
     bool converged = false;
     for (int run = 0; run < 10 && !converged; run++)  // a restart fools its end now and then
       converged = OptNLCG(V, gradient, wild, prec, 3 * static_cast<int64_t>(p.Q.Tnpar), nlcg).niter < 8;
-    for (uint64_t i = 0; i < V.size(); i++) V.val[i] *= scale.val[i];
+    for (uint64_t i = 0; i < V.size(); i++) V[i] *= scale[i];
     const double reference = slow_energy(p.Q, V);
 
     unpack_Def(start, p.Q);
@@ -139,7 +138,7 @@ TEST(GaussNewton, ReachesTheMinimumOfTheGradientMethod) {
     EXPECT_LE(energy, reference * 1.0005);
     if (!c.agree) continue;
     EXPECT_TRUE(converged);
-    for (uint64_t i = 0; i < V.size(); i++) EXPECT_NEAR(found.val[i], V.val[i], i % 3 < 2 ? 0.03 : 0.01) << i;
+    for (uint64_t i = 0; i < V.size(); i++) EXPECT_NEAR(found[i], V[i], i % 3 < 2 ? 0.03 : 0.01) << i;
   }
 }
 
@@ -150,7 +149,7 @@ TEST(GaussNewton, RoughPixelsWeighLess) {
   p.Q.rough_unit = 0.05f;
   for (int j = 0; j < T.rough.ysize(); j++)
     for (int i = 0; i < T.rough.xsize(); i++) T.rough(i, j) = static_cast<uint8_t>(i % 2 ? 20 : 0);
-  for (uint64_t k = 0; k < T.res.size(); k++) T.res.val[k] = 0.1f;
+  for (uint64_t k = 0; k < T.res.size(); k++) T.res[k] = 0.1f;
   p.Q.s = 0.1f;
   update_weights(p.Q);
   const auto weight = [&](int i) {

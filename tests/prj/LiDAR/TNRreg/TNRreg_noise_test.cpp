@@ -18,7 +18,7 @@ void set_residuals(dUParamTiles& Q, double share, int side) {
               far = Q.s * static_cast<float>(std::sqrt(share));
   for (dUParamTile& T : Q.tile) {
     Image<float> coarse(T.res.xsize() / side + 1, T.res.ysize() / side + 1);
-    for (uint64_t k = 0; k < coarse.size(); k++) coarse.val[k] = gauss(rng);
+    for (uint64_t k = 0; k < coarse.size(); k++) coarse[k] = gauss(rng);
     for (int y = 0; y < T.res.ysize(); y++)
       for (int x = 0; x < T.res.xsize(); x++)
         T.res(x, y) = near * gauss(rng) + far * coarse(x / side, y / side);

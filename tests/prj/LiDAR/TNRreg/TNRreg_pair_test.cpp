@@ -279,7 +279,7 @@ TEST(Registration, CacheGivesTheSameResult) {
 
 TEST(Registration, PairsWithoutUsableDataFailQuietly) {
   const auto fill = [](Image<float>& I, float z) {
-    for (uint64_t k = 0; k < I.size(); k++) I.val[k] = z;
+    for (uint64_t k = 0; k < I.size(); k++) I[k] = z;
   };
   const struct {
     const char* what;
@@ -290,7 +290,7 @@ TEST(Registration, PairsWithoutUsableDataFailQuietly) {
       {"equal grids leave no residual", [&](NRpair& p, NRparam&) { fill(p.img1(0), 5), fill(p.img2(0), 5); }},
       {"nothing alike",
        [&](NRpair& p, NRparam&) {
-         for (uint64_t k = 0; k < p.img2(0).size(); k++) p.img2(0).val[k] = static_cast<float>(7 * k % 31);
+         for (uint64_t k = 0; k < p.img2(0).size(); k++) p.img2(0)[k] = static_cast<float>(7 * k % 31);
        }},
       {"heights out of range", [&](NRpair& p, NRparam&) { fill(p.img1(0), 8000); }},
       {"no level to run", [&](NRpair&, NRparam& param) { param.Jend = param.Jstart + 1; }},
@@ -313,7 +313,7 @@ TEST(Registration, TilesWithoutDataDoNotDisturbTheirNeighbours) {
   synth.disp = shift(2, -2, 0.3);
   NRparam param = make_param(synth, 2, 1);
   NRpair pair = make_pair(synth);
-  for (uint64_t k = 0; k < pair.img2(3).size(); k++) pair.img2(3).val[k] = NR_NODATA;
+  for (uint64_t k = 0; k < pair.img2(3).size(); k++) pair.img2(3)[k] = NR_NODATA;
   for (int y = 0; y < 128; y++)  // half a tile
     for (int x = 48; x < 128; x++) pair.img2(1)(x, y) = NR_NODATA;
   NRresult result;

@@ -158,14 +158,14 @@ TEST(TNRregSteps, RefinementInterpolatesValidVertices) {
 TEST(TNRregSteps, VerticesWithoutEstimateTakeTheirNeighbours) {
   LevelProblem p(2, 0, 0, false);
   for (Image<xyz>& D : p.Def)
-    for (uint64_t k = 0; k < D.size(); k++) D.val[k] = {4, 5, 6};
+    for (uint64_t k = 0; k < D.size(); k++) D[k] = {4, 5, 6};
   for (uint64_t k = 0; k < p.Def(1).size(); k++)
-    p.Def(1).val[k].z = NR_NODATA;  // a whole tile: from over the seam
+    p.Def(1)[k].z = NR_NODATA;  // a whole tile: from over the seam
   fill_ND_Def(p.Q);
   for (const Image<xyz>& D : p.Def)
-    for (uint64_t k = 0; k < D.size(); k++) ASSERT_EQ(D.val[k], (xyz{4, 5, 6}));
+    for (uint64_t k = 0; k < D.size(); k++) ASSERT_EQ(D[k], (xyz{4, 5, 6}));
   for (Image<xyz>& D : p.Def)
-    for (uint64_t k = 0; k < D.size(); k++) D.val[k].z = NR_NODATA;
+    for (uint64_t k = 0; k < D.size(); k++) D[k].z = NR_NODATA;
   fill_ND_Def(p.Q);
   EXPECT_EQ(p.Def(2)(3, 3), (xyz{0, 0, 0}));
 }

@@ -29,7 +29,7 @@ LevelProblem::LevelProblem(int J, double size, double holes, bool whole) {
   for (uint64_t t = 0; t < nt; t++) {
     Def(t).resize(comp_dxp(J), comp_dxp(J));
     for (uint64_t k = 0; k < Def(t).size(); k++)
-      Def(t).val[k] = {amplitude * unit(rng), amplitude * unit(rng), 0.1f * unit(rng)};
+      Def(t)[k] = {amplitude * unit(rng), amplitude * unit(rng), 0.1f * unit(rng)};
     dUParamTile& T = Q.tile(t);
     T.Def = &Def(t);
   }
@@ -40,7 +40,7 @@ LevelProblem::LevelProblem(int J, double size, double holes, bool whole) {
     set_BI(T);
     EXPECT_TRUE(init_B_F(T, 0.02f, false));
     for (uint64_t k = 0; k < T.B.size(); k++)  // all sorts of weights
-      if (T.B.val[k]) T.B.val[k] = static_cast<uint8_t>(B_USED + k % 101);
+      if (T.B[k]) T.B[k] = static_cast<uint8_t>(B_USED + k % 101);
     vertex_zw_tile(T);
     init_Vmap_from_w(T, comp_dxp(J), false);
   }
@@ -147,14 +147,14 @@ double slow_product(dUParamTiles& Q, const Vector<float>& V, const Vector<float>
   Vector<Image<xyz>> at(Q.tile.size()), along_a(Q.tile.size()), along_b(Q.tile.size());
   for (const auto& [from, to] : {std::pair{&V, &at}, std::pair{&a, &along_a}, std::pair{&b, &along_b}}) {
     for (dUParamTile& T : Q.tile)
-      for (uint64_t k = 0; k < T.Def->size(); k++) T.Def->val[k] = {0, 0, 0};
+      for (uint64_t k = 0; k < T.Def->size(); k++) (*T.Def)[k] = {0, 0, 0};
     unpack_Def(*from, Q);
-    for (uint64_t t = 0; t < Q.tile.size(); t++) to->val[t] = *Q.tile.val[t].Def;
+    for (uint64_t t = 0; t < Q.tile.size(); t++) (*to)[t] = *Q.tile[t].Def;
   }
   double sum = 0;
   for (uint64_t t = 0; t < Q.tile.size(); t++) {
-    const dUParamTile& T = Q.tile.val[t];
-    const Image<xyz>&u = at.val[t], &da = along_a.val[t], &db = along_b.val[t];
+    const dUParamTile& T = Q.tile[t];
+    const Image<xyz>&u = at[t], &da = along_a[t], &db = along_b[t];
     for (int j = T.jmin; j <= T.jmax; j++)
       for (int i = T.imin; i <= T.imax; i++) {
         const double w = (T.B(i - T.imin, j - T.jmin) & B_WEIGHT) / 100.0, h = 1e-3;

@@ -45,7 +45,7 @@ Image<float> noise_field(int w, int h, uint32_t seed) {
   std::mt19937 rng(seed);
   std::normal_distribution<float> gauss;
   Image<float> white(w + 4, h + 4), rows(w, h + 4), field(w, h, 0.0f);
-  for (uint64_t k = 0; k < white.size(); k++) white.val[k] = gauss(rng);
+  for (uint64_t k = 0; k < white.size(); k++) white[k] = gauss(rng);
   for (int y = 0; y < h + 4; y++)
     for (int x = 0; x < w; x++) {
       float sum = 0;

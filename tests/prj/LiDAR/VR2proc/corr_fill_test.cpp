@@ -23,7 +23,7 @@ struct Table {
     for (int k = 0; k < 3; k++) {
       TI(k).x = at[k][0];
       TI(k).y = at[k][1];
-      for (int m = 0; m < mTn; m++) table.C(k).val[m] = value(k, m);
+      for (int m = 0; m < mTn; m++) table.C(k)[m] = value(k, m);
     }
   }
   static xyz value(int k, int m) { return plane(k * mTsub + m % mTsub, m / mTsub); }
@@ -51,12 +51,12 @@ TEST(FillSCorr, HolesGetThePlaneOfTheirSurroundings) {
         for (int m = 0; m < mTn; m++)
           if (c.hole(k, m % mTsub, m / mTsub)) {
             holes.push_back(static_cast<uint32_t>(k * mTn + m));
-            t.table.C(k).val[m] = NO_CORR;
+            t.table.C(k)[m] = NO_CORR;
           }
       EXPECT_EQ(fill_SCorr(t.TI, holes, nthreads, t.table), holes.size() - c.nlost);
       for (int k = 0; k < 3; k++)
         for (int m = 0; m < mTn; m++) {
-          const xyz found = t.table.C(k).val[m], want = Table::value(k, m);
+          const xyz found = t.table.C(k)[m], want = Table::value(k, m);
           if (found.z == NODATA) continue;
           ASSERT_LT(norm(found - want), 1e-5) << k << ' ' << m;
         }

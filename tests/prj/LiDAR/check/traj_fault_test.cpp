@@ -101,7 +101,7 @@ Flight fly(const Scanner& scanner) {
     const double t = static_cast<double>(i) * 0.01;
     const dxyz O = true_position(t);
     const xyz a = true_attitude(t);
-    f.po.val[i] = {t, O.x, O.y, O.z, a.x, a.y, a.z};
+    f.po[i] = {t, O.x, O.y, O.z, a.x, a.y, a.z};
   }
   return f;
 }

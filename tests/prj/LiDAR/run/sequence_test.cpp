@@ -106,7 +106,7 @@ TEST_F(Sequence, ReferencesAreOneAndCountWhereMobileDataLie) {
   ASSERT_TRUE(read_gZDSidx_tiles_idx(prj.swaths[all].cache, grid));
   for (size_t k = 0; k < grid.TI.size(); k++) {
     const double y = tile_origin(make_tile_geom(prj.scale.level), grid.TI(static_cast<int64_t>(k)).y);
-    EXPECT_EQ(grid.gTocc.val[k].empty(), y > 5000154 + 4 || y + 128 < 5000000 - 4) << y;
+    EXPECT_EQ(grid.gTocc[k].empty(), y > 5000154 + 4 || y + 128 < 5000000 - 4) << y;
   }
   // Again, with the project as it stands after a run: the files come back, and the union with its grid is kept.
   const std::string index = prj.swaths[all].cache.file(EXT_GMTIDX);
