@@ -53,6 +53,51 @@ void write_project_texts() {
   for (const char* const list : lists) write("lists", std::string(1, list[0]), std::string(list));
 }
 
+// Twenty records of a flight in each format of trajectories; the first byte is the format, the second the options.
+void write_trajectories() {
+  std::vector<uint8_t> sbet = {0, 9}, trj = {1, 9}, sol = {2, 9}, bin = {3, 9}, pof = {4, 9}, geoid = {7, 0};
+  const size_t trj_head = trj.size(), pof_head = pof.size();
+  put(trj, trj_head + 1375, uint8_t(0));
+  std::memcpy(&trj[trj_head], "TSCANTRJ", 8);
+  put(trj, trj_head + 12, int32_t(1376)), put(trj, trj_head + 16, int32_t(20)),
+      put(trj, trj_head + 20, int32_t(64));
+  put(pof, pof_head + 290, uint8_t(0));
+  std::memcpy(&pof[pof_head], "RIEGL POSITION&ORIENTATION", 27);
+  put(pof, pof_head + 27, int16_t(1)), put(pof, pof_head + 29, int16_t(0));
+  put(pof, pof_head + 27 + 14, int64_t(20)), put(pof, pof_head + 27 + 94, int8_t(2));
+  std::string text = "\x05\x09Time Longitude Latitude Height Roll Pitch Heading\n",
+              plain = std::string("\x05\x08");
+  for (int i = 0; i < 20; i++) {
+    const double t = 305000 + i * 0.01, lon = 0.26 + 1e-8 * i, lat = 0.84, deg = 57.29577951308232;
+    const double s[17] = {t, lat, lon, 700, 0, 60, 0, 0.01, 0.02, 1.5};
+    for (const double v : s) put(sbet, sbet.size(), v);
+    const double projected[8] = {t, 500000.0 + i, 5e6, 700, 90, 1, 2, 0};
+    for (const double v : projected) put(trj, trj.size(), v);
+    const double sample[7] = {t, lon * deg, lat * deg, 700, 1, 2, 90};
+    for (const double v : sample) put(pof, pof.size(), v);
+    const size_t b = bin.size(), m = sol.size();
+    put(bin, b + 160, 0.0);
+    const double place[7] = {t, lat, lon, -700, 0.01, 0.02, 1.5};
+    for (size_t k = 0; k < 7; k++) put(bin, b + 8 * k, place[k]);
+    put(sol, m + 183, uint8_t(0));
+    put(sol, m, uint16_t(21947)), put(sol, m + 2, uint16_t(184)), put(sol, m + 12, uint16_t(2501));
+    put(sol, m + 14, uint8_t(1)), put(sol, m + 16, uint16_t(2300)), put(sol, m + 18, t);
+    put(sol, m + 37, uint16_t(2)), put(sol, m + 39, uint16_t(9)), put(sol, m + 41, uint8_t(7));
+    put(sol, m + 42, lat), put(sol, m + 50, lon), put(sol, m + 58, 700.0);
+    const std::string row = std::to_string(t) + ";" + std::to_string(14.9 + i * 1e-6) + ";48.1;700;1;2;90\n";
+    text += row;
+    plain += std::to_string(t) + " " + std::to_string(500000 + i) + " 5000000 700 1 2 90\n";
+  }
+  for (const double v : {48.0, 15.0, 0.05, 0.05}) put(geoid, geoid.size(), v);
+  for (const int32_t v : {5, 5, 0}) put(geoid, geoid.size(), v);
+  for (int k = 0; k < 25; k++) put(geoid, geoid.size(), 46.0F);
+  const std::pair<const char*, std::vector<uint8_t>*> files[] = {
+      {"sbet", &sbet}, {"trj", &trj}, {"sol", &sol}, {"bin", &bin}, {"pof", &pof}, {"geoid", &geoid}};
+  for (const auto& [name, bytes] : files) write("trajectories", name, *bytes);
+  write("trajectories", "text", text);
+  write("trajectories", "plain", plain);
+}
+
 // A whole file: header, the LAZ record if there is a scheme, points.
 std::vector<uint8_t> file_of(int format, const LASzip* scheme, const std::vector<uint8_t>& records,
                              uint64_t n) {
@@ -180,5 +225,6 @@ int main(int argc, char** argv) {
   write("index", "lax", index.to_bytes());
   write("index", "cut", std::vector<uint8_t>(full.begin(), full.begin() + 2000));
   write_project_texts();
+  write_trajectories();
   return 0;
 }

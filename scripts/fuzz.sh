@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-480}
 shift || true
-harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists caches}
+harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists caches trajectories}
 # shellcheck disable=SC2086
 each=$((seconds / $(wc -w <<<"$harnesses")))
 build=${FUZZ_BUILD:-build/fuzz}

@@ -18,10 +18,11 @@ struct POfile {
   int group = 1;  // 1-based trajectory group
 };
 
-struct POgroup {       // parameters that all trajectory files of one group share
-  int geo = 0;         // coordinates (-po_geo): 0 projected, 1 geographic, 2 earth-centred; see POio
-  int time = 0;        // time format code 0..10 (-po_time)
-  int rad = 0;         // 1: angles of text files are radians (-po_rad)
+struct POgroup {         // parameters that all trajectory files of one group share
+  int geo = 0;           // coordinates (-po_geo): 0 projected, 1 geographic, 2 earth-centred; see POio
+  int time = 0;          // time format code 0..10 (-po_time)
+  bool has_time = true;  // false: -po_time was not given, and the times of the swaths tell it
+  int rad = 0;           // 1: angles of text files are radians (-po_rad)
   int att = 0;         // attitude mode (-po_att); 1: recomputed from the track, 2: SBET heading as it stands
   std::string col;     // columns of text files (-po_parse)
   uint32_t gweek = 0;  // GPS week of the user's date, 0 when not given

@@ -118,6 +118,11 @@ TEST(GeoRef, PublishedExamplesForwardAndBack) {
     EXPECT_NEAR(lon, e.lon, 1e-9);  // 0.1 mm
     EXPECT_NEAR(lat, e.lat, 1e-9);
     EXPECT_NEAR(h, 123, 1e-9);
+    // From the printed coordinates back to the printed place.
+    ASSERT_TRUE(geo_inverse(g, {e.x, e.y, p.z}, lon, lat, h));
+    const double degree = 111400 / g.unit, cos_lat = std::cos(e.lat * M_PI / 180);
+    EXPECT_LT(std::fabs(lat - e.lat) * degree, 1.5 * e.tol);
+    EXPECT_LT(std::fabs(lon - e.lon) * cos_lat * degree, 1.5 * e.tol);
   }
 }
 

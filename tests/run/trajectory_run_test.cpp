@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <sstream>
 
 #include "las/las_access.h"
 #include "tests/run/scored_project.h"
@@ -102,6 +104,45 @@ TEST(TrajectoryRun, BinaryFormats) {
     SCOPED_TRACE(format);
     const ScoredProject project({"-po_format", format});
     expect_good(project.align({"-utm", "33", "-i", "L*.las", "-po", std::string("traj.") + format}), "");
+  }
+}
+
+// A time scale that no option tells is that in which the swaths lie in the trajectory.
+TEST(TrajectoryRun, TimeScalesByTheSwaths) {
+  const ScoredProject project({"-po_parse", "txyzwpk"});
+  std::vector<std::string> fields;  // of each row behind its time
+  std::vector<double> times;        // adjusted standard GPS time
+  std::istringstream rows(read_text(project.dir + "/traj.txt"));
+  for (std::string line; std::getline(rows, line);) {
+    times.push_back(std::stod(line));
+    fields.push_back(line.substr(line.find(' ')));
+  }
+  const double week = std::floor((times[0] + 1e9) / 604800) * 604800 - 1e9;
+  const struct {
+    const char* what;
+    double zero;  // of the scale, in adjusted time
+    bool hms;
+  } cases[] = {{"Unix seconds, UTC", 18 - 1e9 - 315964800, false},
+               {"seconds of the day, GPS", week + std::floor((times[0] - week) / 86400) * 86400, false},
+               {"hours, minutes and seconds of the day, GPS",
+                week + std::floor((times[0] - week) / 86400) * 86400, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::string text;
+    for (size_t i = 0; i < times.size(); i++) {
+      const double t = times[i] - c.zero;
+      char field[40];
+      if (c.hms)
+        std::snprintf(field, sizeof field, "%02d:%02d:%09.6f", static_cast<int>(t / 3600),
+                      static_cast<int>(t / 60) % 60, std::fmod(t, 60));
+      else
+        std::snprintf(field, sizeof field, "%.6f", t);
+      text += field + fields[i] + '\n';
+    }
+    write_text(project.dir + "/traj.txt", text);
+    const ScoredRun r = project.align({"-utm", "33", "-i", "L*.las", "-po", "traj.txt", "-po_geo", "1"});
+    expect_good(r, "");
+    EXPECT_TRUE(holds(r.run.out, std::string("are taken as ") + c.what)) << r.run.out;
   }
 }
 

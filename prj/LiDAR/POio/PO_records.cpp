@@ -170,6 +170,7 @@ bool scan_records(const PORecords& f, const POread& given, POscan& scan) {
   if (!file_time_scale(f.path, times.first, par, deltat, scan.tadj)) return false;
   scan.nrec = times.nrec;
   scan.coord = f.coord;
+  scan.own_time = f.time >= 0;
   scan.t0 = times.first + deltat + par.deltat;
   scan.t1 = times.last + deltat + par.deltat;
   return true;

@@ -37,17 +37,19 @@ const char* PO_coord_word(int proj);  // "PROJ", "GEO ", "ECEF"
 // (SBET, SOL, BIN, POF: geographic; TRJ: projected); text files have the kind given.
 int PO_file_coord(int fmt, int geo);
 
-struct POread {          // how a file is to be read; the same for all files of a group
-  int proj = PO_PROJ;    // coordinates of text files (-po_geo)
-  int time = 0;          // time format code 0..10 (-po_time), see POtime.h
-  uint32_t gweek = 0;    // GPS week of the user's date, 0: not given (-gps_date)
-  uint32_t gday = 0;     // day of the week of that date
-  bool rad = false;      // angles of text files are radians (-po_rad)
-  bool sbetw0 = false;   // SBET: heading is taken as it stands, without the wander angle (-po_att 2)
-  std::string col;       // columns of text files (-po_parse), empty: "txyzwpk"
-  bool unroll = true;    // make the angles continuous; else yaw is within half a turn
-  double deltat = 0;     // s, added to all times after conversion from the file's format
-  double tinf = -2e307;  // s, time window after that shift; one sample or more is kept beyond each end
+struct POread {           // how a file is to be read; the same for all files of a group
+  int proj = PO_PROJ;     // coordinates of text files (-po_geo)
+  int time = 0;           // time format code 0..10 (-po_time), see POtime.h
+  uint32_t gweek = 0;     // GPS week of the user's date, 0: not given (-gps_date)
+  uint32_t gday = 0;      // day of the week of that date
+  bool has_day = false;   // gday is that of the flight, whatever the week
+  bool raw_time = false;  // times as they are in the file, without judging them: for who finds their scale
+  bool rad = false;       // angles of text files are radians (-po_rad)
+  bool sbetw0 = false;    // SBET: heading is taken as it stands, without the wander angle (-po_att 2)
+  std::string col;        // columns of text files (-po_parse), empty: "txyzwpk"
+  bool unroll = true;     // make the angles continuous; else yaw is within half a turn
+  double deltat = 0;      // s, added to all times after conversion from the file's format
+  double tinf = -2e307;   // s, time window after that shift; one sample or more is kept beyond each end
   double tsup = 2e307;
 };
 
@@ -58,7 +60,9 @@ struct POscan {       // result of a scan
   double t0 = 0;      // s, first time after conversion
   double t1 = 0;      // s, last time, any rollover corrected
   uint64_t nrec = 0;  // records of a binary file; 0 for text
-  bool roll = true;   // the file has this angle
+  bool own_time = false;  // the file itself says which scale its times have
+  bool hms = false;       // times are written as hours, minutes and seconds
+  bool roll = true;       // the file has this angle
   bool pitch = true;
   bool yaw = true;
 };

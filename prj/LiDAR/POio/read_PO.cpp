@@ -83,12 +83,16 @@ int PO_file_coord(int fmt, int geo) {
 }
 
 bool file_time_scale(const std::string& path, double first, const POread& par, double& deltat, bool& adj) {
-  if (PO_time_needs_date(par.time) && par.gweek == 0) {
+  deltat = 0;
+  adj = false;
+  if (par.raw_time && par.time == WKS_GPS_DEC) return true;
+  if (PO_time_needs_date(par.time) && par.gweek == 0 && !par.has_day) {
     ERROR_MSG("day seconds timestamps require GPS date, PO file " << path
                                                                   << " (check options -A and -gps_date)");
     return false;
   }
-  if (!deltat_time_format(first, par.time, par.gweek, par.gday, deltat, adj)) {
+  if (!deltat_time_format(first, par.time, par.has_day ? std::max(par.gweek, 1u) : par.gweek, par.gday,
+                          deltat, adj)) {
     ERROR_MSG("time conversion error, PO file " << path << " (check option -A)");
     return false;
   }
@@ -110,7 +114,7 @@ void log_rollover(double period, uint64_t rec, double t, const char* what, const
 }
 
 void check_time_format(const std::string& path, const char* what, double first, const POread& par) {
-  if (AUTO_ADJ && par.time <= ADJ_GPS_DEC) return;  // the flag follows the times
+  if (par.raw_time || (AUTO_ADJ && par.time <= ADJ_GPS_DEC)) return;  // the flag follows the times
   const bool weekly = par.time == WKS_GPS_DEC || par.time == WKS_UTC_DEC;
   if ((weekly && (first < 0 || first > 2 * WEEK_S)) || (PO_time_is_day(par.time) && first > 2 * DAY_S))
     WARNING_MSG("timestamps are not week seconds, " << what << " file " << path << " (check option -A)");

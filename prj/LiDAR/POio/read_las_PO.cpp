@@ -130,6 +130,7 @@ bool scan_las_PO(const std::string& path, const POread& par, POscan& scan) {
   double deltat = 0;
   if (!start_las(path, par, track, deltat, scan.tadj)) return false;
   scan.coord = par.proj;
+  scan.own_time = track.time == ADJ_GPS_DEC;
   scan.nrec = track.rec.size();
   scan.t0 = track.rec.front().t + deltat;
   scan.t1 = track.rec.back().t + deltat;

@@ -133,6 +133,8 @@ bool scan_txt_PO(const std::string& path, const POread& par, POscan& scan) {
   }
   const POcolumns& col = start.layout.row.col;
   scan.coord = start.layout.coord;
+  scan.own_time = col.week >= 0;
+  scan.hms = start.layout.row.hms;
   scan.t0 = start.first + start.deltat + par.deltat;
   scan.t1 = last + start.deltat + par.deltat;
   scan.roll = col.w >= 0;

@@ -230,6 +230,14 @@ bool commas_are_ambiguous(const Head& head, const FieldStyle& style, int nfields
                      [](const std::string& row) { return row.find_first_of(".; \t") == std::string::npos; });
 }
 
+// Whether the times of the first row are written with colons.
+bool has_colons(const Head& head, const TxtLayout& layout) {
+  std::string_view field[MAX_PO_FIELDS];
+  if (head.rows.empty() || split_fields(head.rows[0], layout.row.field, field) <= layout.row.col.t)
+    return false;
+  return field[layout.row.col.t].find(':') != std::string_view::npos;
+}
+
 void report_layout(const std::string& path, const TxtLayout& layout) {
   if (layout.row.field.decimal_comma) LOG_MSG("commas are taken for points of numbers, PO file " << path);
   if (!layout.header) return;
@@ -247,7 +255,6 @@ bool find_layout(const std::string& path, const POread& par, bool report, TxtLay
   layout = TxtLayout();
   layout.coord = par.proj;
   layout.rad_place = layout.rad_angle = par.rad;
-  layout.row.hms = PO_time_is_hms(par.time);
   layout.letters = par.col.empty() ? "txyzwpk" : par.col;
   if (!parse_PO_columns(par.col, layout.row.col)) return false;
   Head head;
@@ -276,6 +283,7 @@ bool find_layout(const std::string& path, const POread& par, bool report, TxtLay
     return false;
   }
   layout.row.nfields = nfields;
+  layout.row.hms = PO_time_is_hms(par.time) || (par.raw_time && has_colons(head, layout));
   POrow row;
   for (const std::string& text : head.rows)
     if (parse_PO_row(text, layout.row, row)) {

@@ -103,7 +103,7 @@ bool load_file(SyncJob& job, int f, StoredTrack& track) {
   POfileState& file = job.file(f);
   const POgroupState& group = job.group(job.file_group(f));
   const double margin = END_TOL + job.par.buf + job.par.more;
-  POread par = PO_read_param(job.file_param(f));
+  POread par = file.read;
   par.deltat = file.TimeCorr;
   par.unroll = false;  // whole turns are a matter of each swath
   par.tinf = std::max(file.tmin, group.Tmin) - margin;

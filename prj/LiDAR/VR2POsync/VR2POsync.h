@@ -43,6 +43,7 @@ struct POfileState {    // one trajectory file
   bool ok = false;      // scanned and, if needed, read
   bool used = false;    // at least one swath lies in it
   bool AREC = false;    // its attitudes are recomputed from the track
+  POread read;          // how it is read: as its group says, with the time scale found
   POscan scan;          // times raw, adjusted flag as after synchronisation
   double TimeCorr = 0;  // s
   double tmin = 2e307;  // s, synchronised range

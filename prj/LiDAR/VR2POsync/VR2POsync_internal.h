@@ -42,6 +42,14 @@ struct SyncJob {
 // One time base per group: TimeCorr, synchronised times and flags of swaths and files.
 [[nodiscard]] bool grp_sync_time(SyncJob& job);
 
+struct TimeGuess {
+  int time = 0;        // POtimeFormat
+  uint32_t gweek = 0;  // week of the first swath that lies in the file, 0 when it is not known
+  uint32_t gday = 0;   // its day of the week
+};
+// Finds the scale in which most swaths of its group lie in a file, of which `raw` has the times as they are. Reports it
+// when it is not that of the default. False when none fits.
+bool guess_time(const SyncJob& job, int f, const POscan& raw, TimeGuess& guess);
 // Positions to metres in the project's projection, headings to grid north, in place; box of the positions.
 // False after an ERROR line.
 [[nodiscard]] bool proj_PO(Vector<PO>& po, int proj, const GeoRefParam& georef, const std::string& path,

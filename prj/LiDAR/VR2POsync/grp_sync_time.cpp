@@ -8,6 +8,7 @@
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
 #include "prj/LiDAR/swath/swath_clock.h"
+#include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
@@ -78,6 +79,28 @@ POread PO_read_param(const POgroup& group) {
   return par;
 }
 
+namespace {
+// Scans one file, with the time scale of the options, or of the swaths when there is no such option.
+bool scan_file(const SyncJob& job, int f) {
+  POfileState& file = job.file(f);
+  file.read = PO_read_param(job.file_param(f));
+  if (!job.file_param(f).has_time && !AUTO_ADJ && !job.par.DAY) {
+    TimeGuess guess;
+    POread raw = file.read;
+    raw.raw_time = true;
+    if (!scan_PO(job.file_path(f), raw, file.scan)) return false;
+    if (file.scan.own_time) return true;
+    if (guess_time(job, f, file.scan, guess)) {
+      if (guess.time == WKS_GPS_DEC) return true;
+      file.read.time = guess.time;
+      if (file.read.gweek == 0)
+        file.read.gweek = guess.gweek, file.read.gday = guess.gday, file.read.has_day = true;
+    }
+  }
+  return scan_PO(job.file_path(f), file.read, file.scan);
+}
+}  // namespace
+
 bool scan_PO_time(SyncJob& job) {
   LOG_ENTER("scan_PO_time npo=" << job.nfiles());
   ResultFile out;
@@ -88,17 +111,18 @@ bool scan_PO_time(SyncJob& job) {
     POfileState& file = job.file(f);
     const POgroup& par = job.file_param(f);
     if (file.dup >= 0) {
+      file.read = job.file(file.dup).read;
       file.scan = job.file(file.dup).scan;
       file.ok = job.file(file.dup).ok;
     } else {
-      file.ok = scan_PO(job.file_path(f), PO_read_param(par), file.scan);
+      file.ok = scan_file(job, f);
     }
     if (!file.ok) continue;
     any = true;
     std::string group = std::to_string(job.file_group(f) + 1);
     group.insert(0, group.size() < 3 ? 3 - group.size() : 0, ' ');
     out.fs << f << ' ' << group << ' ' << PO_format_word(file.scan.fmt) << ' '
-           << PO_coord_word(file.scan.coord) << ' ' << PO_time_word(par.time) << ' '
+           << PO_coord_word(file.scan.coord) << ' ' << PO_time_word(file.read.time) << ' '
            << (file.scan.yaw ? par.att : 1) << ' ' << file.scan.tadj << ' '
            << date_word(file.scan.t0, file.scan.tadj) << ' ';
     if (file.scan.fmt == PO_TXT)

@@ -70,7 +70,7 @@ void check_geoid_ends(const SyncJob& job) {
     if (!file.ok || file.dup >= 0 || file.scan.coord != PO_GEO) continue;
     LOG_LINE("Read PO file " << job.file_path(f) << " t:[" << file.scan.t0 << ' ' << file.scan.t1 << "] ");
     for (const bool last : {false, true}) {
-      POread par = PO_read_param(job.file_param(f));
+      POread par = file.read;
       Vector<PO> po;
       bool adj = false;
       double height = 0;

@@ -10,9 +10,8 @@ bool read_swath_track(const Project& prj, const POsync& sync, const POsyncParam&
   const int f = swath.track.file;
   const POfileState& file = sync.files[static_cast<size_t>(f)];
   const POfile& source = prj.pofiles[static_cast<size_t>(f)];
-  const POgroup& group = prj.pogroups[static_cast<size_t>(source.group - 1)];
   LOG_ENTER("read_swath_track sw=" << swath.id << " f=" << f << " margin=" << margin);
-  POread read = PO_read_param(group);
+  POread read = file.read;
   read.deltat = file.TimeCorr;
   read.tinf = swath.clock.begin - margin;
   read.tsup = swath.clock.end + margin;

@@ -77,7 +77,6 @@ bool corr_PO_sw(const Project& prj, const CorrParam& par, const POsync& sync, co
                 const std::vector<SwathId>& swaths, const SwathVector<SCorrTbl>& tables) {
   const POfile& source = prj.pofiles[static_cast<size_t>(file)];
   const POfileState& state = sync.files[static_cast<size_t>(file)];
-  const POgroup& group = prj.pogroups[static_cast<size_t>(source.group - 1)];
   TrackCorr corr;
   for (const SwathId sw : swaths) {
     corr.parts.emplace_back();
@@ -90,7 +89,7 @@ bool corr_PO_sw(const Project& prj, const CorrParam& par, const POsync& sync, co
   job.path = source.path;
   job.stem = prj.name + "_po_" + std::to_string(file);
   job.coord = state.scan.coord;
-  job.read = PO_read_param(group);
+  job.read = state.read;
   job.read.deltat = state.TimeCorr;
   job.read.unroll = false;
   job.georef = &prj.georef;

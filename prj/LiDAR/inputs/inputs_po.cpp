@@ -132,6 +132,7 @@ bool get_PO_param(const Options& o, Project& prj) {
   if (g.empty()) return true;
   bool ok = spread(o.po_geo, "po_geo flags", g, [](POgroup& p, int v) { p.geo = v; });
   ok = spread(o.po_time, "po_time flags", g, [](POgroup& p, int v) { p.time = v; }) && ok;
+  for (POgroup& group : g) group.has_time = !o.po_time.empty();
   ok = spread(o.po_rad, "po_rad flags", g, [](POgroup& p, int v) { p.rad = v; }) && ok;
   ok = spread(o.po_parse, "po_parse strings", g, [](POgroup& p, const std::string& v) { p.col = v; }) && ok;
   ok = spread(o.po_att, "po_att flags", g, [](POgroup& p, int v) { p.att = v; }) && ok;
