@@ -67,7 +67,8 @@ TEST(CheckRun, WrongTrajectoriesAreRefusedWithTheirCause) {
     SCOPED_TRACE(c.what);
     const ScoredProject project({"-motion", "3", "-length", "300", "-pulse_rate", "3000"});
     change_trajectory(project.dir + "/traj.out", c.spoil);
-    const RunOutput r = project.program.run(ALIGN);
+    // With the time scale given: without it seconds of UTC are taken as such.
+    const RunOutput r = project.program.run(with(ALIGN, {"-po_time", "0"}));
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(holds(r.err, "ERROR: geometry of L")) << r.err;
     EXPECT_TRUE(holds(r.err, "against trajectory traj.out: ")) << r.err;

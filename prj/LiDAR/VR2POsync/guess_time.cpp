@@ -57,7 +57,8 @@ int count_inside(const SyncJob& job, int g, const POscan& raw, int time, TimeGue
     double begin = raw.t0 + deltat + (adj ? ADJ_S : 0), end = raw.t1 + deltat + (adj ? ADJ_S : 0);
     const double period = adj && swath.absolute ? 0 : WEEK_S;
     if (period > 0) {
-      const double shift = std::round((0.5 * (swath.begin + swath.end) - 0.5 * (begin + end)) / period) * period;
+      const double shift =
+          std::round((0.5 * (swath.begin + swath.end) - 0.5 * (begin + end)) / period) * period;
       begin += shift, end += shift;
     }
     if (begin - job.par.tol >= swath.begin || end + job.par.tol <= swath.end) continue;
