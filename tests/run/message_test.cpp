@@ -303,8 +303,7 @@ TEST_F(Messages, FilesOfManualCorrections) {
   const auto with = [&corr](const Args& more) { return joined(corr, more); };
   expect({
       {with({"-shift_corr", "two.txt"}),
-       {"ERROR: option -shift_corr is not available yet: corrections by hand are not applied",
-        "WARNING: using shift file two.txt for all groups", "ERROR: no 3D shift vector found in file two.txt",
+       {"WARNING: using shift file two.txt for all groups", "ERROR: no 3D shift vector found in file two.txt",
         "ERROR: missing shift files, cannot proceed"}},
       {with({"-shift_corr", "three.txt", "three.txt", "three.txt"}),
        {"ERROR: group size mismatch, 3 shift files and 2 groups"}},

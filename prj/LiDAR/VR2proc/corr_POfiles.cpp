@@ -24,6 +24,14 @@ struct Sample {
   xyz T, A_deg;
 };
 
+// What a time delay makes of a sample: that of a later time.
+void add_delay(const SwathCorr& corr, Sample& s) {
+  PO later;
+  if (!InterpPO(*corr.po, s.rec.t + corr.tcorr, corr.po_dt, later)) return;
+  s.T += to_xyz(position(later) - position(s.rec));
+  s.A_deg += {later.roll - s.rec.roll, later.pitch - s.rec.pitch, later.yaw - s.rec.yaw};
+}
+
 std::string position_line(const Sample& s) {
   char text[200];
   std::snprintf(text, sizeof text, "%.3f  %7.3f %7.3f %7.3f  %7.4f %7.4f %7.4f\n", s.rec.t,
@@ -82,6 +90,7 @@ bool corr_PO_sw(const Project& prj, const CorrParam& par, const POsync& sync, co
     corr.parts.emplace_back();
     if (!make_part(prj, res, tables[sw].T0, sw, corr.parts.back())) return false;
   }
+  corr.tcorr = static_cast<double>(par.manual.tcorr);
   settle_parts(corr.parts, static_cast<double>(par.sync.tol));
   if (const Mount* const mount = mount_of_swath(prj, prj.swaths[swaths[0]]); mount && par.sync.AROT)
     corr.M = mount_rows(mount->IMU);
@@ -105,7 +114,7 @@ bool corr_PO_sw(const Project& prj, const CorrParam& par, const POsync& sync, co
 }  // namespace
 
 bool corr_traj_out(const Project& prj, const CorrParam& par, const SwathCorr& corr, SwathId sw) {
-  if (!par.oposeg && !par.ocorr) return true;
+  if ((!par.oposeg && !par.ocorr) || !corr.po) return true;
   LOG_ENTER("corr_traj_out sw=" << sw << " OTRAJC=" << par.ocorr << " OCTRAJ=" << par.oposeg
                                 << " CT=" << corr.CT << " CA=" << corr.CA << " FC=0 FT=1 sub=" << par.po_sub);
   ResultFile positions, corrections;
@@ -119,6 +128,7 @@ bool corr_traj_out(const Project& prj, const CorrParam& par, const SwathCorr& co
     Sample s{(*corr.po)[i], corr.S, {0, 0, 0}};
     if (corr.CT) s.T += InterpVt(s.rec.t, corr.t0, corr.Dt, *corr.Tt);
     if (corr.CA) s.A_deg = InterpVt(s.rec.t, corr.t0, corr.Dt, *corr.At) * RAD2DEG;
+    if (corr.CDT) add_delay(corr, s);
     if (par.oposeg) positions.fs << position_line(s);
     if (par.ocorr) corrections.fs << correction_line(s);
   }

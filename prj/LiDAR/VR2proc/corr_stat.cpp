@@ -8,6 +8,7 @@
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
+#include "prj/LiDAR/LmTidx_r/tile_geom.h"
 
 namespace veld {
 namespace {
@@ -129,6 +130,35 @@ bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
   LOG_MSG("Global correction mean: " << m.x << ' ' << m.y << ' ' << m.z);
   LOG_LINE("/// CIMG_STAT_SWATHS TIME=" << watch.text());
   return true;
+}
+
+bool Cimg_stat_corrtbl(const Project& prj, const std::vector<SwathId>& swc,
+                       const SwathVector<SampleIndex>& index, const SwathVector<SCorrTbl>& tables) {
+  const std::string name = prj.name + "_corr.txt";
+  LOG_MSG("Writing correction tables " << name);
+  ResultFile file;
+  if (!file.open(name)) return false;
+  file.fs << "X Y Corr{X Y Z} Swath#\n";
+  const TileGeom geom = make_tile_geom(prj.scale.level);
+  for (const SwathId sw : swc) {
+    const SCorrTbl& table = tables[sw];
+    LOG_LINE("Cimg_stat_corrtbl sw=" << sw << " nt=" << table.C.size());
+    for (uint64_t k = 0; k < table.C.size(); k++) {
+      const TIsxy& tile = index[sw].TI.val[k];
+      for (int m = 0; m < static_cast<int>(mTn); m++) {
+        const xyz& c = table.C.val[k].val[m];
+        if (c.z == NODATA) continue;
+        const dxyz v = to_dxyz(c + table.T0);
+        const double x = tile_origin(geom, tile.x) + (m % mTsub + 0.5) * geom.mTsize;
+        const double y = tile_origin(geom, tile.y) + (m / mTsub + 0.5) * geom.mTsize;
+        char line[120];
+        std::snprintf(line, sizeof line, "%d %d  %.3f %.3f %.3f  %d\n", static_cast<int>(x),
+                      static_cast<int>(y), v.x, v.y, v.z, sw.number);
+        file.fs << line;
+      }
+    }
+  }
+  return file.commit();
 }
 
 bool ICS_stat_swaths(const Project& prj, const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,

@@ -13,6 +13,12 @@ namespace veld {
 [[nodiscard]] bool Cimg_stat_swaths(const Project& prj, const std::vector<SwathId>& swc,
                                     const SwathVector<SCorrTbl>& tables);
 
+// Writes prj.name + "_corr.txt": the correction of each microtile of each swath, shift of the swath included. False
+// after an ERROR line.
+[[nodiscard]] bool Cimg_stat_corrtbl(const Project& prj, const std::vector<SwathId>& swc,
+                                     const SwathVector<SampleIndex>& index,
+                                     const SwathVector<SCorrTbl>& tables);
+
 struct ICSresult {
   double AGL = 0;    // m, mean height above ground of the swaths
   double width = 0;  // m, mean swath width

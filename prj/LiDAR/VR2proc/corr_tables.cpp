@@ -67,13 +67,18 @@ bool OAttP_tbl_swaths(const Project& prj, const std::vector<SwathId>& swc, Swath
   return true;
 }
 
-bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, SwathId sw, const xyz& S,
-                    const Vector<PO>& po, SwathCorr& corr) {
-  const InvCorr& found = res.swaths[sw];
+bool make_SwathCorr(const CorrSource& source, const Swath& swath, const xyz& S, const Vector<PO>* po,
+                    SwathCorr& corr) {
+  const InvResult& res = source.res;
+  const InvCorr& found = res.swaths[swath.id];
   corr = SwathCorr();
-  corr.po = &po;
-  corr.rot = rot;
-  corr.flags = {par.CALINTGEN, par.CALINTNOB, par.NOZ};
+  corr.po = po;
+  corr.rot = source.rot[swath.id];
+  corr.flags = {source.inv.CALINTGEN, source.inv.CALINTNOB, source.inv.NOZ};
+  corr.AREC = swath.track.AREC;  // positions as the inversion interpolated them
+  corr.CM = source.manual.on;
+  corr.CDT = source.manual.tcorr != 0;
+  corr.tcorr = static_cast<double>(source.manual.tcorr);
   corr.S = S;
   if (found.cal >= 0) {
     const Calib& cal = res.calib[static_cast<size_t>(found.cal)];
@@ -93,26 +98,27 @@ bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot,
     corr.Dt = found.Dt;
   }
   if (!init_SwathCorr(corr)) {
-    ERROR_MSG("no usable trajectory for swath " << sw);
+    ERROR_MSG("no usable trajectory for swath " << swath.id);
     return false;
   }
   return true;
 }
 
-bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
-                     const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,
+bool corr_tbl_swaths(const Project& prj, const CorrSource& source, const std::vector<SwathId>& swc,
                      const SwathVector<InvSamples>& samples, const SwathVector<SampleIndex>& index, bool fill,
                      int nthreads, SwathVector<SCorrTbl>& tables) {
+  const InvResult& res = source.res;
   LOG_ENTER("corr_tbl_swaths nsw=" << prj.swaths.size() << " nswc=" << swc.size() << " CL=" << res.CL
                                    << " CB=" << res.CB << " CI=" << res.CI << " CT=" << res.CT
-                                   << " CA=" << res.CA << " CM=0 CDT=0 FWD=0");
+                                   << " CA=" << res.CA << " CM=" << source.manual.on
+                                   << " CDT=" << (source.manual.tcorr != 0) << " FWD=0");
   tables = SwathVector<SCorrTbl>(prj.swaths);
   for (const SwathId sw : swc) {
     Vector<PO> po;
     double dt;
     SwathCorr corr;
     if (!load_POC_TMP(prj.swaths[sw].cache, sw, po, dt) ||
-        !make_SwathCorr(res, par, rot[sw], sw, {0, 0, 0}, po, corr)) {
+        !make_SwathCorr(source, prj.swaths[sw], {0, 0, 0}, &po, corr)) {
       ERROR_MSG("missing or bad trajectory cache, swath " << prj.swaths[sw].path());
       return false;
     }

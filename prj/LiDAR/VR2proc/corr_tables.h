@@ -11,6 +11,7 @@
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/VR2proc/corr_source.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {
@@ -27,16 +28,15 @@ struct SampleIndex {
 [[nodiscard]] bool OAttP_tbl_swaths(const Project& prj, const std::vector<SwathId>& swc,
                                     SwathVector<InvSamples>& samples, SwathVector<SampleIndex>& index);
 
-// What the inversion found, made ready for the points of swath sw. po must stay alive with the result; S is
-// the swath's shift. False after an ERROR line when there is no usable trajectory.
-[[nodiscard]] bool make_SwathCorr(const InvResult& res, const InvParam& par, const SwRot& rot, SwathId sw,
-                                  const xyz& S, const Vector<PO>& po, SwathCorr& corr);
+// What the inversion found, or the hand gave, made ready for the points of a swath. po must stay alive with the result,
+// none will do for shifts alone; S is the swath's shift. False after an ERROR line when there is no usable trajectory.
+[[nodiscard]] bool make_SwathCorr(const CorrSource& source, const Swath& swath, const xyz& S,
+                                  const Vector<PO>* po, SwathCorr& corr);
 
 // The correction at every sample (C of each table; T0 is left as it is and not contained in C). fill:
 // microtiles without a time get the correction of those around them (-fill).
-[[nodiscard]] bool corr_tbl_swaths(const Project& prj, const InvResult& res, const InvParam& par,
-                                   const SwathVector<SwRot>& rot, const std::vector<SwathId>& swc,
-                                   const SwathVector<InvSamples>& samples,
+[[nodiscard]] bool corr_tbl_swaths(const Project& prj, const CorrSource& source,
+                                   const std::vector<SwathId>& swc, const SwathVector<InvSamples>& samples,
                                    const SwathVector<SampleIndex>& index, bool fill, int nthreads,
                                    SwathVector<SCorrTbl>& tables);
 }  // namespace veld

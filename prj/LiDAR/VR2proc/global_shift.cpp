@@ -61,6 +61,16 @@ void init_T0_SCorr(const InvResult& res, const std::vector<SwathId>& swc, SwathV
   for (const SwathId sw : swc) T0_of(tables, sw) = res.has_shift ? to_xyz(res.shift) : xyz{0, 0, 0};
 }
 
+xyz manual_shift(const Project& prj, const ManualParam& manual, const Swath& swath) {
+  if (prj.shifts.empty()) return manual.shift;
+  return manual.shift + prj.shifts[static_cast<size_t>(swath.group - 1)].S;
+}
+
+void add_T0_manual(const Project& prj, const ManualParam& manual, const std::vector<SwathId>& swc,
+                   SwathVector<SCorrTbl>& tables) {
+  for (const SwathId sw : swc) tables[sw].T0 += manual_shift(prj, manual, prj.swaths[sw]);
+}
+
 void dzcorr_DR_T0_SCorr(const InvResult& res, const GlobalShiftParam& par, const std::vector<SwathId>& swc,
                         SwathVector<SCorrTbl>& tables) {
   LOG_ENTER("dzcorr_DR_T0_SCorr CD=" << par.CD << " CGM=" << par.CGM << " range_model=" << par.range_model

@@ -5,7 +5,8 @@
 #include <vector>
 
 #include "prj/LiDAR/LmTQC/LmTQC.h"
-#include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/VR2proc/corr_source.h"
+#include "prj/LiDAR/project.h"
 
 namespace veld {
 struct GlobalShiftParam {
@@ -21,6 +22,13 @@ double comp_mean_AGL(const SwathVector<InvSamples>& samples, const std::vector<S
 
 // Sets T0 of the tables of swc to the shift to the references; to zero without one.
 void init_T0_SCorr(const InvResult& res, const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables);
+
+// The shift given by hand for a swath, m.
+xyz manual_shift(const Project& prj, const ManualParam& manual, const Swath& swath);
+
+// Adds the shifts given by hand: of all swaths, and of the groups of the project.
+void add_T0_manual(const Project& prj, const ManualParam& manual, const std::vector<SwathId>& swc,
+                   SwathVector<SCorrTbl>& tables);
 
 // Adds to T0 of the tables of swc what cancels global means: the mean of C and T0, or the flat effect of the
 // range's internal values as a mean over swc. The mean contains that effect, so it is never cancelled twice.

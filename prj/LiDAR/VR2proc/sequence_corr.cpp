@@ -5,30 +5,15 @@
 
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
-#include "prj/LiDAR/LmTQC/LmTQC.h"
-#include "prj/LiDAR/LmTQCsep/separation.h"
+#include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2proc/control_shift.h"
-#include "prj/LiDAR/VR2proc/corr_POfiles.h"
-#include "prj/LiDAR/VR2proc/corr_stat.h"
-#include "prj/LiDAR/VR2proc/corr_swaths.h"
-#include "prj/LiDAR/VR2proc/corr_tables.h"
-#include "prj/LiDAR/VR2proc/global_shift.h"
+#include "prj/LiDAR/VR2proc/corr_run.h"
 #include "prj/LiDAR/VR2proc/inv_input.h"
 #include "prj/LiDAR/VR2proc/residual_maps.h"
-#include "prj/LiDAR/VR2proc/swath_geometry.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
-struct Run : SwathGeometry {  // what travels between the steps
-  POsync sync;
-  InvParam inv;  // after the options have been reconciled with the data
-  CorrParam par;
-  InvResult res;
-  std::vector<SwPair> qc_pairs;
-  SwathVector<SCorrTbl> tables;
-};
-
 void log_args(const CorrParam& p) {
   const InvParam& i = p.inv;
   LOG_LINE("CORR=" << !p.nil << " ICH=" << p.sync.ICH << " AROT=" << p.sync.AROT << " QC=" << p.QC
@@ -50,22 +35,22 @@ void log_args(const CorrParam& p) {
 }
 
 // Step 1: trajectories, mounts, order of swaths, samples, check of the geometry.
-bool prepare(Project& prj, Run& run) {
+bool prepare(Project& prj, CorrRun& run) {
   if (DUT_PO_sync(run.par.dut, prj, run.par.sync, run.sync) == 0) return false;
   return comp_swath_geometry(prj, run.par.geometry, run);
 }
 
 // Whether the inversion gets displacements between mobile swaths and references.
-bool has_reference_pairs(const Project& prj, const Run& run) {
+bool has_reference_pairs(const Project& prj, const CorrRun& run) {
   const auto fixed = [&](SwathId sw) { return prj.swaths[sw].fixed; };
-  return run.inv.REFC != 0 && std::any_of(run.sync.pairs.begin(), run.sync.pairs.end(),
-                                          [&](const DUTpair& p) { return fixed(p.sw1) != fixed(p.sw2); });
+  return run.par.inv.REFC != 0 && std::any_of(run.sync.pairs.begin(), run.sync.pairs.end(),
+                                              [&](const DUTpair& p) { return fixed(p.sw1) != fixed(p.sw2); });
 }
 
 // Step 2: what was asked for against what the data allow.
-void reconcile(const Project& prj, Run& run) {
+void reconcile(const Project& prj, CorrRun& run) {
   const bool ref = std::ranges::any_of(prj.swaths.present(), &Swath::fixed);
-  InvParam& inv = run.inv;
+  InvParam& inv = run.par.inv;
   if (ref && inv.REFC == 0) WARNING_MSG("registration data with reference swaths disabled (option -Y 0)");
   if (prj.nmgrp > 1 && inv.GRPC == 0) WARNING_MSG("registration data between groups disabled (option -X 0)");
   if (ref && inv.FS) {
@@ -104,8 +89,8 @@ bool any_internal(const InvParam& p) {
 }
 
 // Steps 3 and 4: the list of corrections.
-void show_requested(const Run& run) {
-  const InvParam& i = run.inv;
+void show_requested(const CorrRun& run) {
+  const InvParam& i = run.par.inv;
   const bool lever = i.Fx || i.Fy || i.Fz, bore = i.Fw || i.Fp || i.Fk, inte = any_internal(i);
   const bool pos = i.Ftx || i.Fty || i.Ftz, att = i.Faw || i.Fap || i.Fak;
   const auto word = [&](bool on) { return on ? (i.CALR ? "rel" : "yes") : "no"; };
@@ -145,33 +130,33 @@ void show_requested(const Run& run) {
 
 // Step 5: the interval of the drift. Two tiles' worth of ground along the track give a node enough vectors
 // (the time resolution is the time it takes to pass a microtile), but a slow carrier's drift changes meanwhile.
-void settle_dt(Run& run) {
+void settle_dt(CorrRun& run) {
   if (!run.par.auto_dt) return;
   constexpr double MICROTILES_PER_NODE = 64, DT_MIN = 1, DT_MAX = 3;
   const double tr = run.sync.idx.time_res;
   if (!(tr > 0)) {
     WARNING_MSG("HF corrections disabled, cannot estimate period (missing time resolution)");
-    run.inv.HF = false;
-    run.inv.dt = 0;
+    run.par.inv.HF = false;
+    run.par.inv.dt = 0;
     return;
   }
-  run.inv.dt = std::clamp(MICROTILES_PER_NODE * tr, DT_MIN, DT_MAX);
-  LOG_MSG("Drift interval dt=" << run.inv.dt << " s (time resolution " << tr << " s)");
+  run.par.inv.dt = std::clamp(MICROTILES_PER_NODE * tr, DT_MIN, DT_MAX);
+  LOG_MSG("Drift interval dt=" << run.par.inv.dt << " s (time resolution " << tr << " s)");
 }
 
 // files: the logs and results too.
-bool invert_pairs(const Project& prj, Run& run, const InvInput& in, bool files) {
-  if (inv_CalTAWarp(files ? prj.name : "", in, run.inv, run.res)) return true;
+bool invert_pairs(const Project& prj, CorrRun& run, const InvInput& in, bool files) {
+  if (inv_CalTAWarp(files ? prj.name : "", in, run.par.inv, run.res)) return true;
   ERROR_MSG("inversion failed");
   return false;
 }
 
 // Puts displacements that were measured about what was found in the place of those that it was found from.
-bool register_again(const Project& prj, Run& run) {
+bool register_again(const Project& prj, CorrRun& run) {
   SwathVector<SCorrTbl> model;
   constexpr bool FILL = true;  // whatever the check shows, points are the same
-  if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, FILL, NTHREADS,
-                       model))
+  const CorrSource source{run.res, run.par.inv, run.par.manual, run.rot};
+  if (!corr_tbl_swaths(prj, source, run.swc, run.samples, run.index, FILL, NTHREADS, model))
     return false;
   init_T0_SCorr(run.res, run.swc, model);
   const std::string dut = prj.name + "_2";
@@ -183,7 +168,7 @@ bool register_again(const Project& prj, Run& run) {
   return replace_sync_pairs(reg.nreg > 0 ? dut : run.par.dut, prj, run.sync);
 }
 
-bool invert(const Project& prj, Run& run) {
+bool invert(const Project& prj, CorrRun& run) {
   const Stopwatch watch;
   InvInput in = make_InvInput(prj, run.rot, run.samples, run.sync);
   if (run.par.REG2) {
@@ -199,103 +184,25 @@ bool invert(const Project& prj, Run& run) {
   return save_residual_maps(prj, run.sync.idx, run.par.map, in, run.res);
 }
 
-// Step 8: pairs of the post-correction QC.
-void choose_qc_pairs(const Project& prj, Run& run) {
-  if (!run.par.QC) return;
-  int n0 = 0;
-  run.qc_pairs = comp_int_sw_qc(prj, run.sync.idx, run.par.qc, n0);
-  // A pair takes part only when both its swaths have a correction or are fixed.
-  std::erase_if(run.qc_pairs, [&](const SwPair& p) {
-    const auto has = [&](SwathId sw) { return prj.swaths[sw].fixed || prj.swaths[sw].has_track(); };
-    return !has(p.sw1) || !has(p.sw2);
-  });
-  if (run.qc_pairs.empty())
-    WARNING_MSG("post-correction relative QC disabled, insufficient overlap"
-                << (run.par.qc.filter ? " or all pairs filtered, check options -qc_grp -qc_ref -qc_ch" : ""));
-}
-
-// The shifts of whole swaths, on top of the tables.
-void shift_swaths(Run& run) {
-  GlobalShiftParam par;
-  par.CGM = run.par.CGM;
-  par.CD = run.par.CD;
-  par.CR = run.par.CR;
-  par.range_model = !run.inv.CALINTGEN && !run.inv.CALINTNOB;
-  par.AGL = run.par.AGL > 0 ? static_cast<double>(run.par.AGL) : comp_mean_AGL(run.samples, run.swc);
-  init_T0_SCorr(run.res, run.swc, run.tables);
-  dzcorr_DR_T0_SCorr(run.res, par, run.swc, run.tables);
-}
-
-// And the shifts to the ground control.
-bool shift_to_control(const Project& prj, Run& run, CorrResult& result) {
-  const ControlShift shift{run.par.CZ, run.par.CXYZ, run.par.GCPG};
-  return corr_control_T0_SCorr(prj, run.par.control, run.par.points, shift, run.swc, run.tables,
-                               result.control);
-}
-
-// Tables, global shifts, QC and files: the tail that all corrections share.
-bool QC_OUT_CORR(Project& prj, Run& run, CorrResult& result) {
-  LOG_ENTER("QC_OUT_CORR QC=" << run.par.QC);
-  const Stopwatch watch;
-  if (!corr_tbl_swaths(prj, run.res, run.inv, run.rot, run.swc, run.samples, run.index, run.par.fill,
-                       NTHREADS, run.tables))
-    return false;
-  shift_swaths(run);
-  bool ok = shift_to_control(prj, run, result);
-  display_global_shift(run.swc, run.tables);
-  if (!Cimg_stat_swaths(prj, run.swc, run.tables)) {
-    ERROR_MSG("correction grid/stats failed, probably missing temp. files");
-    return false;
-  }
-  if (!run.qc_pairs.empty()) {
-    if (!QC_DZ_corr_LmT(prj, run.qc_pairs, run.tables, NTHREADS, run.par.map, frame_of(run.sync.idx.area),
-                        result.qc)) {
-      ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
-      ok = false;  // ends the QC only: the corrected files are still written
-    }
-  }
-  SeparationResult separation;
-  if (run.par.map.sep &&
-      !save_separation(prj, frame_of(run.sync.idx.area), run.par.map, NTHREADS, &run.tables, separation)) {
-    ERROR_MSG("swath separation after the correction failed");
-    ok = false;
-  }
-  LOG_MSG("OUTPUT");
-  LOG_LINE("LiDAR output: " << (run.par.nil ? "[skipped]" : "[swaths]"));
-  if (!corr_swaths(prj, run.par, run.res, run.rot, run.swc, run.tables, result)) {
-    ERROR_MSG("at least one swath correction failed");
-    ok = false;
-  }
-  LOG_LINE("/// QC_OUT_CORR TIME=" << watch.text());
-  return ok;
-}
 }  // namespace
 
 bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) {
   LOG_ENTER("DUT_PO_INV_QC_CORR name='" << prj.name << "' dut='" << par.dut << "'");
   log_args(par);
-  Run run;
+  CorrRun run;
   run.par = par;
-  run.inv = par.inv;
   if (!prepare(prj, run)) return false;
   reconcile(prj, run);
   show_requested(run);
   settle_dt(run);
   if (!invert(prj, run)) return false;
   choose_qc_pairs(prj, run);
-  run.par.inv = run.inv;
-  bool ok = QC_OUT_CORR(prj, run, result);
-  if (!result.reached) return false;
-  if (par.opo) ok = corr_POfiles(prj, run.par, run.sync, run.res, result.swc, run.tables) && ok;
+  const bool ok = QC_OUT_CORR(prj, run, result);
   result.found = run.res.summary;
   result.calib = run.res.calib;
   result.sw2cal = SwathVector<int>(prj.swaths, -1);
   for (const Swath& s : prj.swaths.present()) result.sw2cal[s.id] = run.res.swaths[s.id].cal;
   result.points = moved_control(prj, run.par.points, result.control);
-  const std::vector<SwathId> rejected = POget_rej(prj);
-  result.nswrej = static_cast<int>(rejected.size());
-  if (!rejected.empty())
-    WARNING_MSG(rejected.size() << " swaths excluded, incomplete correction, rasters and DZ map affected");
   return ok;
 }
 }  // namespace veld

@@ -1,74 +1,12 @@
 // prj/LiDAR/VR2proc/sequence_corr.h
 // The sequences after registration: synchronise, invert, tables, global shifts, post-correction QC, output.
-// Here:     the parameters of a correction run and its one call.
-// Not here: the steps (corr_tables.h, corr_swaths.h, VR2inv, VR2POsync, LmTQC).
+// Here:     the one call.
+// Not here: parameters and result (corr_param.h), the steps (VR2POsync, VR2inv, corr_run.h).
 #pragma once
-#include <string>
-#include <vector>
-
-#include "prj/LiDAR/LmTQC/LmTQC.h"
-#include "prj/LiDAR/LmTQCGCP/control.h"
-#include "prj/LiDAR/LmTQCimg/map_param.h"
-#include "prj/LiDAR/LmTinter/LmTinter.h"
-#include "prj/LiDAR/VR2POsync/VR2POsync.h"
-#include "prj/LiDAR/VR2inv/VR2inv.h"
-#include "prj/LiDAR/VR2proc/corr_points.h"
-#include "prj/LiDAR/VR2proc/out_name.h"
-#include "prj/LiDAR/VR2proc/swath_geometry.h"
+#include "prj/LiDAR/VR2proc/corr_param.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-struct CorrParam {
-  std::string dut;                    // base path of the DUT files: dut + ".dut", dut + "_idx.log"
-  InvParam inv = {.ShiftRef = true};  // calibration, drift, priors and filters of the inversion
-  bool auto_dt = true;  // the drift interval is worked out from the data (-drift auto); else inv.dt stands
-  bool REG2 = true;     // register again about what was found, and invert that (-reg2)
-  POsyncParam sync;     // matching of swaths and trajectories
-  // Quality control.
-  bool QC = true;          // relative QC after correction (-qc)
-  GeometryParam geometry;  // check of the geometry
-  MapParam map;            // maps and plots of the check and of residuals
-  PairFilter qc;           // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
-  // Global shifts.
-  bool CGM = false;  // cancel the mean correction (-mean)
-  bool CD = true;    // cancel the flat effect of range bias and scale (-d_dz)
-  bool CR = true;    // the same: both must be on (-r_dz)
-  float AGL = 0;     // m, height above ground for the effect of the range scale (-agl); 0: from the data
-  bool fill = true;  // microtiles without a time get the correction of those around them (-fill)
-  // Ground control.
-  ControlParam control;  // control points (-gcp, -xyz_gcp), and points: as they were read
-  ControlPoints points;
-  bool CZ = true;     // subtract the mean height difference (-gcp_dz)
-  bool CXYZ = true;   // subtract the mean difference to targets (-xyz_gcp_corr)
-  bool GCPG = false;  // both per group of swaths (-gcp_grp)
-  // Output.
-  bool nil = false;         // no corrected files, only logs (-nil, -calib)
-  OutputName out;           // name pattern (-out)
-  std::string odir;         // output directory with its "/"
-  bool lax = false;         // write a spatial index of each corrected file (-olax)
-  bool lax_append = false;  // at the end of the file itself if that is a LAZ (-lax_append)
-  bool undo = false;        // write undo data of each corrected file (-oundo)
-  PointRewrite rewrite;     // attributes of points (-ot, -oa, -oi, -op)
-  bool opo = false;         // write corrected trajectories (-opo)
-  bool oposeg = false;      // write the corrected trajectory of each swath (-oposeg)
-  bool ocorr = false;       // and its corrections (-ocorr)
-  int po_sub = 10;          // of these two every n-th record (-po_sub)
-};
-
-struct CorrResult {
-  std::vector<SwathId> swc;        // swaths corrected
-  int nswrej = 0;                  // mobile swaths left as they are
-  double Mp = 0;                   // points written, millions
-  double MB = 0;                   // bytes written, millions
-  bool reached = false;            // the corrections were known and the files were begun
-  QCcorrResult qc;                 // the check after the correction
-  ControlQC control;               // the control points behind the correction
-  ControlPoints points;            // targets where they lie in the corrected swaths
-  std::vector<std::string> found;  // lines: each calibration set with its uncertainties
-  std::vector<Calib> calib;        // the sets themselves
-  SwathVector<int> sw2cal;         // the set of each, -1 for none
-};
-
 // The automatic path, from the DUT files and the trajectories to corrected swaths. Logs and tables go beside
 // prj.name, and the second displacements as prj.name + "_2". False after an ERROR line; the caller adds "correction failed".
 [[nodiscard]] bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result);

@@ -69,6 +69,9 @@ bool date2gweekday(int year, int month, int day, uint32_t& week, uint32_t& weekd
 // or one per group. Without the options the lists stay empty.
 [[nodiscard]] bool get_shift_calib_files(const Options& o, const PathRules& rules, Project& prj);
 
+// Beams that share a file (-beam_param) and the calibration of each (-beam_calib_corr). No sets without the options.
+[[nodiscard]] bool read_beams(const Options& o, const PathRules& rules, BeamParam& beams);
+
 // Classes to drop, from -drop_class or -keep_class.
 [[nodiscard]] bool xclsf2xcls(const Options& o, std::vector<uint8_t>& xcls);
 // -ground_class: the classes of vegetation and noise, unless a list was given.

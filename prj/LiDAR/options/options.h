@@ -124,10 +124,6 @@ struct Options {
   int ogtile_corr = 0;
   int ogtile_tiff = 0;
   int ogtile_ref = 0;
-  std::vector<double> otile_origin;
-  float otile = 0.0f;
-  int otile_id = 0;
-  int otile_buf = 32768;
   int porec = 0;
   bool all = false;
   int v_color = 3;
@@ -135,8 +131,6 @@ struct Options {
   float dz16_range_1 = 4.0f;
   float v_range_1 = 0.5f;
   std::vector<double> shift = {0, 0, 0};
-  float t_corr = 0.0f;
-  int corr_all = 0;
   int merge = 1;
   std::string cal;
   std::string calib_param;

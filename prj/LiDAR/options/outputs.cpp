@@ -237,6 +237,13 @@ const std::vector<OutputTable>& output_tables() {
        "Lon, Lat, h: degrees and m, of a geographic file; X0, Y0, Z0: m, of an earth-centred one\n"
        "X, Y, Z: in the project's system, output units\n"
        "Roll, Pitch, Yaw: degrees, yaw from grid north"},
+      {"_corr.txt", "X Y Corr{X Y Z} Swath#", "corrections of the microtiles (-ascii)",
+       "X, Y: centre, m\n"
+       "Corr: m, to be added, shift of the swath included"},
+      {"_tiles.log", "Column Row Xmin Ymin Xmax Ymax NPts FileName", "output tiles (-otile)",
+       "Column, Row: of the tile; column i begins i tiles from the origin (-otile_origin)\n"
+       "Xmin to Ymax: its borders, in the unit of the swaths; a point on a border lies in the tile that "
+       "begins there"},
       {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
       {"_QC.log", "Quality control report", "points, areas and differences of the run, a row each", ""},
       {"_sw_bb.txt", "X Y Swath# Group#", "boxes of the swaths, five corners each, m (-bb; .obj with -obj)",

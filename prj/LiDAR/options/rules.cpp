@@ -18,8 +18,9 @@ int ncommands(const Options& o, const GivenSet& g) {
 }
 
 bool has_man(const Options& o, const GivenSet& g) {
-  return !o.shift_corr.empty() || !o.calib_corr.empty() || g.count("shift") || !o.beam_calib_corr.empty();
+  return !o.shift_corr.empty() || !o.calib_corr.empty() || g.count("shift") || o.correction.manual.tcorr != 0;
 }
+bool has_beams(const Options& o) { return !o.beam_calib_corr.empty(); }
 
 // Attributes of points are rewritten, which is a correction too.
 bool rewrites(const Options& o) {
@@ -35,12 +36,22 @@ const Rule EXCLUSIONS[] = {
     {[](const Options& o, const GivenSet&) { return o.opls && o.oplz; },
      "-opls and -oplz are mutually exclusive"},
     {[](const Options& o, const GivenSet& g) {
-       return g.count("corr") && o.corr.empty() && !g.count("calib") && !has_man(o, g) && o.t_corr == 0 &&
+       return g.count("corr") && o.corr.empty() && !g.count("calib") && !has_man(o, g) && !has_beams(o) &&
               !rewrites(o) && o.scanning.control.gcp.file.empty();
      },
      "option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) or "
      "time/angle update",
      true},
+    {[](const Options& o, const GivenSet& g) {
+       return has_man(o, g) && !(g.count("corr") && o.corr.empty());
+     },
+     "manual corrections (-shift_corr -calib_corr -shift -t_corr) need command -corr without a displacement "
+     "file",
+     true},
+    {[](const Options& o, const GivenSet&) { return o.beam_param.empty() != o.beam_calib_corr.empty(); },
+     "-beam_param and -beam_calib_corr need each other"},
+    {[](const Options& o, const GivenSet&) { return o.correction.undo && o.correction.tile.size > 0; },
+     "-oundo and -otile are mutually exclusive, undo data are those of swaths"},
     {[](const Options& o, const GivenSet& g) { return ncommands(o, g) > 1; },
      "commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"},
     {[](const Options& o, const GivenSet& g) { return o.undo && ncommands(o, g) > 0; },

@@ -18,6 +18,7 @@ Options align2_options(const Options& o, int step) {
       map->vectors.range = o.v_range_1;
     }
     s.correction.nil = false;
+    s.correction.tile.size = 0;
   } else {
     s.out = "*";
   }

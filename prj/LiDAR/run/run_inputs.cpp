@@ -65,9 +65,8 @@ void decide_commands(Run& run) {
   c.calib = given.count("calib") > 0;
   c.corr = given.count("corr") > 0;
   c.align = o.align || o.align2;
-  c.man =
-      !o.shift_corr.empty() || !o.calib_corr.empty() || given.count("shift") || !o.beam_calib_corr.empty();
-  c.inv_corr = c.corr || c.calib || c.align;
+  c.man = c.corr && !c.calib && o.corr.empty();
+  c.inv_corr = (c.corr && !c.man) || c.calib || c.align;
   c.reg = o.reg || c.align || (c.calib && o.calib.empty());
   c.reg_qc = true;  // a correction from a displacement file needs the tiles too
   LOG_LINE("reg_qc=" << c.reg_qc << " corr=" << c.corr << " align=" << c.align << " man=" << c.man
@@ -97,7 +96,7 @@ bool check_options(Run& run) {
   ok = check_split(run) && ok;
   ok = check_available(o, given) && ok;
   warn_no_effect(given);
-  if (!run.cmd.inv_corr) ok = check_steering(o) && ok;
+  if (!run.cmd.corrects()) ok = check_steering(o) && ok;
   if (ok) show_left_out(o, given);
   return ok;
 }
@@ -126,7 +125,11 @@ bool check_single_commands(const Run& run) {
 bool list_trajectories(Run& run) {
   const Options& o = run.cl.o;
   Project& prj = run.prj;
-  bool ok = get_PO_files(run.cl.in, run.cmd.inv_corr, prj);
+  const PointRewrite& rewrite = o.correction.rewrite;
+  const bool shift_alone = run.cmd.man && o.calib_corr.empty() && o.beam_calib_corr.empty() &&
+                           o.correction.manual.tcorr == 0 && !rewrite.time && !rewrite.las_angle &&
+                           !rewrite.int_angle && !rewrite.pitch;
+  bool ok = get_PO_files(run.cl.in, run.cmd.corrects() && !shift_alone, prj);
   ok = get_PO_param(o, prj) && ok;
   ok = GPSdate2gweekday(o, prj) && ok;
   if (ok) log_PO_param(prj);
@@ -176,7 +179,7 @@ bool list_swaths(Run& run) {
   if (!get_swath_files(run.cl.in, o, run.prj)) return false;
   if (!leave_out_undo_data(run.prj)) return false;
   if (o.undo) leave_out_uncorrected(run.prj);
-  if ((run.cmd.inv_corr || o.undo) && !run.cl.given.count("out")) keep_sources_apart(run.prj, o);
+  if ((run.cmd.corrects() || o.undo) && !run.cl.given.count("out")) keep_sources_apart(run.prj, o);
   OutputName out;
   if (!o.undo && parse_output_name(o.out, out)) leave_out_own_outputs(out, OUTDIR, run.prj);
   return chk_ch_grp(o, run.prj);
@@ -213,7 +216,7 @@ bool check_outputs(const Run& run) {
   const Project& prj = run.prj;
   OutputName out;
   const bool fits = check_name_lengths(run);
-  const bool writes = o.undo || (run.cmd.inv_corr && (!o.correction.nil || o.align2));
+  const bool writes = o.undo || (run.cmd.corrects() && (!o.correction.nil || o.align2));
   if (!writes || !parse_output_name(o.out, out)) return fits;
   std::vector<SwathId> mobile;
   for (const Swath& s : prj.swaths)

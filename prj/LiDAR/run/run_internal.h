@@ -22,8 +22,9 @@ struct Commands {  // what the run consists of
   bool align;      // -align, -align2
   bool calib;      // -calib
   bool reg;        // displacements are measured
-  bool man;        // corrections by hand
+  bool man;        // corrections by hand, or attributes alone
   bool inv_corr;   // displacements are inverted
+  bool corrects() const { return inv_corr || man; }
 };
 
 struct Run {

@@ -23,13 +23,13 @@ constexpr uint64_t TRACK_SHARE = 16;  // of -mem, for trajectories that the chec
 bool prepare_correction(const Run& run, std::string& dut) {
   const Options& o = run.cl.o;
   dut.clear();
-  if (!run.cmd.inv_corr) return true;
+  if (!run.cmd.corrects()) return true;
   CorrParam corr = o.correction;
-  const bool ok = steer_correction(o, corr);
+  const bool ok = steer_correction(o, corr) && read_beams(o, run.cl.in.rules, corr.beams);
   const InvParam& i = corr.inv;
   const bool calibrates = i.Fx || i.Fy || i.Fz || i.Fw || i.Fp || i.Fk ||
                           std::any_of(i.FE, i.FE + N_INTERNAL, [](bool f) { return f; });
-  if (ok && calibrates && o.calib_param.empty())
+  if (ok && run.cmd.inv_corr && calibrates && o.calib_param.empty())
     LOG_MSG(
         "no initial geometric calibration file specified, output will be calibration corrections, not "
         "update");
@@ -38,12 +38,20 @@ bool prepare_correction(const Run& run, std::string& dut) {
   return (run.cmd.reg || arg.empty() || find_DUT(arg[0], run.cl.in.rules, dut)) && ok;
 }
 
-// Trajectories that are given to a run without a correction are checked against the swaths.
-bool scan_trajectories(Project& prj, const Options& o, const DUTidx& idx) {
-  if (prj.pofiles.empty()) return true;
-  if (DUT_PO_QC_CORR(prj, idx, {o.correction.sync, o.correction.geometry})) return true;
+// The correction by hand; without one, trajectories that are given are checked against the swaths.
+bool correct_by_hand(Project& prj, const ScanResult& scanned, const CorrParam& corr, CorrResult& corrected) {
+  if (!corr.manual.on && prj.pofiles.empty()) return true;
+  if (DUT_PO_QC_CORR(prj, scanned.index, scanned.pairs, corr, corrected)) return true;
   ERROR_MSG("manual correction or scan failed");
   return false;
+}
+
+// What is given by hand is applied as it is: flat effects of the range stay unless their options say otherwise.
+void steer_by_hand(const Run& run, CorrParam& corr) {
+  const std::vector<double>& s = run.cl.o.shift;
+  corr.manual.on = true;
+  corr.manual.shift = {static_cast<float>(s[0]), static_cast<float>(s[1]), static_cast<float>(s[2])};
+  corr.CD = corr.CD && (run.cl.given.count("d_dz") || run.cl.given.count("r_dz"));
 }
 
 // What pictures need to know of the project.
@@ -95,7 +103,9 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   CorrParam corr = o.correction;
   corr.dut = dut.empty() ? prj.name : dut;
   corr.odir = o.odir;
-  if (run.cmd.inv_corr && !steer_correction(o, corr)) return Step::failed;
+  if (run.cmd.corrects() && !(steer_correction(o, corr) && read_beams(o, run.cl.in.rules, corr.beams)))
+    return Step::failed;
+  if (run.cmd.man) steer_by_hand(run, corr);
 
   place_maps(prj, corr.map);
   ScanParam scan = o.scanning;
@@ -105,10 +115,10 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   if (!scan.drop_map.empty()) scan.drop_map = complete_path(scan.drop_map, run.cl.in.rules);
   scan.SWMAPS = o.scan;
   scan.REG = run.cmd.reg;
-  scan.QCRUN = !run.cmd.reg && !run.cmd.inv_corr && !o.scan && !o.fastqc;
+  scan.QCRUN = run.cmd.man || (!run.cmd.reg && !run.cmd.inv_corr && !o.scan && !o.fastqc);
   scan.FASTQC = o.fastqc && (!o.scan || draws_maps(scan.map));  // of a scan the maps are wanted, if given
-  scan.CORR = run.cmd.inv_corr;
-  scan.REG2 = corr.REG2;
+  scan.CORR = run.cmd.corrects();
+  scan.REG2 = corr.REG2 && run.cmd.inv_corr;
   RunReport::Pass& pass = run.report.passes.emplace_back();
   ScanResult& scanned = pass.scan;
   pass.scanned = SCAN_REG_QC(prj, scan, scanned);
@@ -119,11 +129,12 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
     return Step::failed;
   }
   progress.nmemory += scanned.nmemory;
-  if (!run.cmd.inv_corr && !scan_trajectories(prj, o, scanned.index)) return Step::failed;
-  const bool corrects = run.cmd.inv_corr && !scanned.finished;
   corr.control = scan.control;
   corr.points = scanned.points;
-  const bool ok = !corrects || DUT_PO_INV_QC_CORR(prj, corr, pass.corr);
+  if (!run.cmd.corrects() && !correct_by_hand(prj, scanned, corr, pass.corr)) return Step::failed;
+  const bool corrects = run.cmd.corrects() && !scanned.finished;
+  const bool ok = !corrects || (run.cmd.man ? correct_by_hand(prj, scanned, corr, pass.corr)
+                                            : DUT_PO_INV_QC_CORR(prj, corr, pass.corr));
   pass.swaths = prj.swaths;
   pass.corrected = corrects && ok;
   if (!corrects || pass.corr.reached) show_verdict(prj, pass.corr, corrects, corr, verdict);
@@ -150,7 +161,7 @@ Step process(Run& run) {
   if (!prepare_correction(run, dut)) return Step::failed;
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
   if (!read_control(dut, o.scanning.control, progress.points)) return Step::failed;
-  if (!check_first(run.prj, o, run.xcls, run.cmd.inv_corr && !o.correction.nil)) return Step::failed;
+  if (!check_first(run.prj, o, run.xcls, run.cmd.corrects() && !o.correction.nil)) return Step::failed;
   if (o.check) return Step::done;
   const int nsteps = o.align2 ? 2 : 1;
   for (int step = 0; step < nsteps; step++) {

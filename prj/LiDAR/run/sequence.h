@@ -24,6 +24,7 @@ struct ScanResult {
   int nmemory = 0;       // swaths that -mem is too small for: the run is to fail once the others are finished
   int ncached = 0;       // swaths whose tiles were taken as they stood
   DUTidx index;          // the project as the displacement file describes it, without pairs
+  SwPairList pairs;      // pairs of swaths that have ground in common, where they were looked for
   ControlPoints points;  // those of the parameters, with the swaths of the targets
   ControlQC control;     // the swaths as they are against them
   InterResult inter;     // of the registration, or of the QC run

@@ -326,8 +326,7 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
     ERROR_MSG("registration cannot be done due to insufficient overlap");
     return false;
   }
-  SwPairList overlap;
-  if (!comp_sw_overlap(prj, near, NTHREADSIO, overlap)) return false;
+  if (!comp_sw_overlap(prj, near, NTHREADSIO, res.pairs)) return false;
   InterParam inter;
   inter.REG = work.DOREG;
   inter.QC = par.QC;
@@ -337,7 +336,7 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   inter.map = par.map;
   inter.frame = res.stat.frame;
   inter.nthreads = NTHREADS;
-  if (!reg_inter_LmT(prj, make_index(prj, par, res), overlap, inter, res.inter)) return false;
+  if (!reg_inter_LmT(prj, make_index(prj, par, res), res.pairs, inter, res.inter)) return false;
   if (!work.DOREG || res.inter.nreg > 0) return true;
   ERROR_MSG("no pair registered, " << res.inter.nint << " overlaps tried, see " << prj.name << "_idx.log");
   return false;
