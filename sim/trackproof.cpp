@@ -111,7 +111,8 @@ bool prove_track(const ProofFiles& files, const nlohmann::json& truth, ProofScor
                                          false);
     if (!observed || !corrected) return false;
     while (observed->read_point() && corrected->read_point()) {
-      const double time = observed->point.gps_time(), t = time > 604800 ? time + week0 : time;
+      const double time = observed->point.gps_time();
+      const double t = time > 604800 && before.t[0] < 604800 ? time + week0 : time;
       const Pose o = pose_at(before, t), c = pose_at(after, t);
       const dxyz r = dxyz{observed->point.x(), observed->point.y(), observed->point.z()} - o.p;
       const dxyz v = apply(to_mount, apply(transposed(body_to_world(o.roll, o.pitch, o.heading)), r));

@@ -104,6 +104,9 @@ struct InvParam {
   float SIGmin =
       2;  // least displacements that are corrected, in units of the vectors' common uncertainty (-sig_min)
 
+  bool has_initial = false;  // the calibration files are to be updates of this one (-calib_param)
+  Calib initial = {};
+
   bool residual_stat = true;  // write the residual statistics "_inv_stat.log"
 };
 

@@ -62,6 +62,15 @@ SwathId first_of_set(const InvResult& res, int set) {
   return SwathId();
 }
 
+// A set as the calibration files have it: what was found, on top of the calibration that the swaths were made with.
+Calib updated(const InvParam& par, Calib cal) {
+  if (!par.has_initial) return cal;
+  cal.L += par.initial.L;
+  cal.B += par.initial.B;
+  for (int k = 0; k < N_INTERNAL; k++) cal.I(k) += par.initial.I(k);
+  return cal;
+}
+
 // Swaths of each set, and the row of "_cal.log" for it.
 void put_cal_log(std::ostream& os, const InvCalDrift& inv, const InvResult& res) {
   os << "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch# "
@@ -197,7 +206,8 @@ bool write_files(const InvCalDrift& inv, const InvResult& res) {
         inv.name + (res.calib.size() > 1 ? "_cal_" + std::to_string(s) : "_cal") + ".txt";
     LOG_MSG("Writing Sarnel-compatible calibration file " << file);
     const auto put = [&](std::ostream& os) {
-      put_calib(os, res.calib[s]);
+      put_calib(os, updated(inv.par, res.calib[s]));
+      if (inv.par.has_initial) os << "\n# update of the initial calibration";
       os << "\n# lever X Y Z (m), boresight roll pitch yaw (degrees), internal I1 to I7 (m, rad, 1)\n";
     };
     if (!write_whole(file, put)) return false;

@@ -259,7 +259,8 @@ bool corr_swaths(Project& prj, const CorrRun& run, CorrResult& result) {
   if (ndup > 0)
     LOG_MSG("_g_group#_s_swath# appended to file names to avoid duplicates for " << ndup << " swaths");
   LOG_LINE("/// CORR_SWATHS_TIME=" << watch.text());
-  const bool ok = finish_files(run, tiling ? &tiles : nullptr, good, watch, result) && good.size() == swc.size();
+  const bool ok =
+      finish_files(run, tiling ? &tiles : nullptr, good, watch, result) && good.size() == swc.size();
   result.reached = true;
   show_outputs(par, good.size());
   if (par.manual.on) return ok;

@@ -26,7 +26,6 @@ inline constexpr Missing TRAJECTORY_FILES = {"trajectory files", "trajectories a
                          SPLITTING = {"splitting", "swaths are not split into channels or beams"},
                          PULSE_FILES = {"pulse files", "pulse files are not written"},
                          GRIDDED_TILES = {"gridded tiles", "gridded tiles are not exported"},
-                         INITIAL_CALIBRATION = {"initial calibration", "the inversion starts from zero"},
                          BLENDING = {"blending", "remaining residuals are not spread over the swaths"},
                          TILING_ORDER = {"order of tiling",
                                          "references are always tiled after the mobile swaths"},

@@ -163,7 +163,10 @@ const std::vector<OutputTable>& output_tables() {
        "Int: internal parameters (range bias m, range scale, scan angle coefficients rad, tilt)\n"
        "NSwaths{Ext Int}: swaths that share the set; Swath#, Group#, Ch#, FileName: of the first of them"},
       {"_cal.txt", "",
-       "the same in one line for -calib_corr: lever (m), boresight (degrees), internal parameters", ""},
+       "the same in one line for -calib_corr: lever (m), boresight (degrees), internal parameters; with "
+       "-calib_param on "
+       "top of the calibration given there",
+       ""},
       {"_cal_cov.txt", "Parameter Unit Uncertainty Correlations{upper triangle}",
        "uncertainties of the calibration: boresight in radians, unlike in NAME_cal.txt",
        "Parameter: x y z lever, w p k boresight roll pitch yaw, I1 to I7 internal, SX SY SZ shift to the "

@@ -118,7 +118,7 @@ void show_output_name(const OutputName& out, const Options& o) {
   LOG_MSG("LiDAR output: '" << out.prefix << "*" << out.suffix << out.ext << "'" << (o.opls ? " + PLS" : "")
                             << (o.oplz ? " + PLZ" : "") << (o.correction.lax ? " + LAX" : "")
                             << (o.correction.lax && o.correction.lax_append ? "(append)" : "")
-                            << (o.otile > 0 ? " [TILES] " : ""));
+                            << (o.correction.tile.size > 0 ? " [TILES] " : ""));
 }
 
 bool steer_correction(const Options& o, CorrParam& par) {

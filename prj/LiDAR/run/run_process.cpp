@@ -19,13 +19,21 @@ namespace veld {
 namespace {
 constexpr uint64_t TRACK_SHARE = 16;  // of -mem, for trajectories that the check has read
 
+// The calibration that the swaths were made with (-calib_param), if it is given.
+bool read_initial(const Options& o, const PathRules& rules, InvParam& inv) {
+  std::string file = o.calib_param;
+  inv.has_initial = !file.empty();
+  return file.empty() || (update_check_file(file, rules) && inv.initial.read_file(file));
+}
+
 // The options that the steps of a run work with, checked before the first of them starts.
 bool prepare_correction(const Run& run, std::string& dut) {
   const Options& o = run.cl.o;
   dut.clear();
   if (!run.cmd.corrects()) return true;
   CorrParam corr = o.correction;
-  const bool ok = steer_correction(o, corr) && read_beams(o, run.cl.in.rules, corr.beams);
+  const bool ok = steer_correction(o, corr) && read_beams(o, run.cl.in.rules, corr.beams) &&
+                  read_initial(o, run.cl.in.rules, corr.inv);
   const InvParam& i = corr.inv;
   const bool calibrates = i.Fx || i.Fy || i.Fz || i.Fw || i.Fp || i.Fk ||
                           std::any_of(i.FE, i.FE + N_INTERNAL, [](bool f) { return f; });
@@ -103,7 +111,8 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   CorrParam corr = o.correction;
   corr.dut = dut.empty() ? prj.name : dut;
   corr.odir = o.odir;
-  if (run.cmd.corrects() && !(steer_correction(o, corr) && read_beams(o, run.cl.in.rules, corr.beams)))
+  if (run.cmd.corrects() && !(steer_correction(o, corr) && read_beams(o, run.cl.in.rules, corr.beams) &&
+                              read_initial(o, run.cl.in.rules, corr.inv)))
     return Step::failed;
   if (run.cmd.man) steer_by_hand(run, corr);
 

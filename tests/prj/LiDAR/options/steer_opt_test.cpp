@@ -90,7 +90,7 @@ TEST(SteerOpt, OutputName) {
   Options o;
   o.correction.lax = o.correction.lax_append = true;
   o.oplz = 1;
-  o.otile = 100;
+  o.correction.tile.size = 100;
   show_output_name({"p_", "_c", ".las"}, o);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "LiDAR output: 'p_*_c.las' + PLZ + LAX(append) [TILES] \n");
