@@ -55,7 +55,8 @@ bool copy_swath_las(const Swath& swath, const std::string& out, const CorrParam&
 }
 }  // namespace
 
-bool copy_swaths(const Project& prj, const CorrParam& par, const std::vector<SwathId>& swaths) {
+bool copy_swaths(const Project& prj, const CorrParam& par, const std::vector<SwathId>& swaths,
+                 std::vector<SwathId>& copied) {
   const int nsw = static_cast<int>(swaths.size()), nthreads = std::min(NTHREADS, nsw);
   LOG_ENTER("copy_swaths nthreads=" << nthreads << " name='" << prj.name << "' nsw=" << prj.swaths.size()
                                     << " nswc=" << nsw);
@@ -65,17 +66,17 @@ bool copy_swaths(const Project& prj, const CorrParam& par, const std::vector<Swa
   const std::vector<std::string> names = comp_output_names(par.out, par.odir, prj, swaths, ndup);
   const std::vector<std::string> sources = source_files(prj);
   std::mutex mutex;
-  int done = 0, ngood = 0;
+  std::vector<uint8_t> oks(swaths.size(), 0);
+  int done = 0;
   double Mp = 0, MB = 0;
   const auto totals = [&] { return LOG_STR("COPIED " << Mp << " Mp, " << MB << " MB - #" << done); };
   progress_start(nsw);
   run_units(nsw, nthreads, [&](int64_t i, int) {
     const size_t k = static_cast<size_t>(i);
     CorrCount count;
-    const bool ok = copy_swath_las(prj.swaths[swaths[k]], names[k], par, sources, count);
+    oks[k] = copy_swath_las(prj.swaths[swaths[k]], names[k], par, sources, count);
     const std::lock_guard<std::mutex> lock(mutex);
     done++;
-    ngood += ok;
     Mp += static_cast<double>(count.nwritten) * 1e-6;
     MB += static_cast<double>(count.nbytes) * 1e-6;
     progress_step(done, totals());
@@ -83,6 +84,8 @@ bool copy_swaths(const Project& prj, const CorrParam& par, const std::vector<Swa
   });
   progress_end(totals());
   LOG_LINE("/// COPY_SWATHS_TIME=" << watch.text());
-  return ngood == nsw;
+  for (size_t k = 0; k < swaths.size(); k++)
+    if (oks[k]) copied.push_back(swaths[k]);
+  return copied.size() == swaths.size();
 }
 }  // namespace veld

@@ -65,6 +65,7 @@ struct CorrParam {
 
 struct CorrResult {
   std::vector<SwathId> swc;        // swaths corrected
+  std::vector<SwathId> copied;     // swaths without a correction that were copied
   int nswrej = 0;                  // mobile swaths left as they are
   double Mp = 0;                   // points written, millions
   double MB = 0;                   // bytes written, millions

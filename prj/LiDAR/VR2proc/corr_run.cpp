@@ -32,7 +32,8 @@ void shift_swaths(const Project& prj, CorrRun& run) {
 // And the shifts to the ground control.
 bool shift_to_control(const Project& prj, CorrRun& run, CorrResult& result) {
   const ControlShift shift{run.par.CZ, run.par.CXYZ, run.par.GCPG};
-  return corr_control_T0_SCorr(prj, run.par.control, run.par.points, shift, run.swc, run.tables, result.control);
+  return corr_control_T0_SCorr(prj, run.par.control, run.par.points, shift, run.swc, run.tables,
+                               result.control);
 }
 
 // The shifts that corrected trajectories contain beside the drift.
@@ -66,7 +67,7 @@ bool copy_rejected(const Project& prj, const CorrParam& par, CorrResult& result)
     ERROR_MSG("TILING UNCORRECTED SWATHS NOT IMPLEMENTED");
     return false;
   }
-  if (copy_swaths(prj, par, rejected)) return true;
+  if (copy_swaths(prj, par, rejected, result.copied)) return true;
   ERROR_MSG("at least one swath copy failed");
   return false;
 }
@@ -118,6 +119,10 @@ bool QC_OUT_CORR(Project& prj, CorrRun& run, CorrResult& result) {
   const Stopwatch watch;
   bool ok = true;
   if (!comp_corrections(prj, run, result, ok)) return false;
+  result.calib = run.res.calib;
+  result.sw2cal = SwathVector<int>(prj.swaths, -1);
+  for (const Swath& s : prj.swaths.present()) result.sw2cal[s.id] = run.res.swaths[s.id].cal;
+  result.points = moved_control(prj, run.par.points, result.control);
   log_output(run.par);
   note_shifts(run);
   if (!corr_swaths(prj, run, result)) {

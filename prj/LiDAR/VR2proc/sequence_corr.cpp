@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_run.h"
+#include "prj/LiDAR/VR2proc/global_shift.h"
 #include "prj/LiDAR/VR2proc/inv_input.h"
 #include "prj/LiDAR/VR2proc/residual_maps.h"
 #include "prj/LiDAR/tuning.h"
@@ -156,8 +157,7 @@ bool register_again(const Project& prj, CorrRun& run) {
   SwathVector<SCorrTbl> model;
   constexpr bool FILL = true;  // whatever the check shows, points are the same
   const CorrSource source{run.res, run.par.inv, run.par.manual, run.rot};
-  if (!corr_tbl_swaths(prj, source, run.swc, run.samples, run.index, FILL, NTHREADS, model))
-    return false;
+  if (!corr_tbl_swaths(prj, source, run.swc, run.samples, run.index, FILL, NTHREADS, model)) return false;
   init_T0_SCorr(run.res, run.swc, model);
   const std::string dut = prj.name + "_2";
   InterResult reg;
@@ -199,10 +199,6 @@ bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) 
   choose_qc_pairs(prj, run);
   const bool ok = QC_OUT_CORR(prj, run, result);
   result.found = run.res.summary;
-  result.calib = run.res.calib;
-  result.sw2cal = SwathVector<int>(prj.swaths, -1);
-  for (const Swath& s : prj.swaths.present()) result.sw2cal[s.id] = run.res.swaths[s.id].cal;
-  result.points = moved_control(prj, run.par.points, result.control);
   return ok;
 }
 }  // namespace veld

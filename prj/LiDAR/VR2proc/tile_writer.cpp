@@ -239,7 +239,8 @@ bool close_corr_tiles(const TileLayout& grid, const std::vector<const TilePieces
     const size_t k = static_cast<size_t>(i);
     written[k] = write_tile(grid, out, *plan_of[k], tiles[k]);
     if (!written[k]) ERROR_MSG("could not write file " << tiles[k].name);
-    progress_step(++done, LOG_STR("WRITTEN " << done << " tiles"));
+    const int64_t ndone = ++done;
+    progress_step(ndone, LOG_STR("WRITTEN " << ndone << " tiles"));
     return true;  // a failed tile does not stop the others
   });
   progress_end(LOG_STR("WRITTEN " << n << " tiles"));

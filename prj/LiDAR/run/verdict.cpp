@@ -86,9 +86,14 @@ void show_verdict(const Project& prj, const CorrResult& corrected, bool corrects
   LOG_MSG("Swaths: " << verdict.given.size() << " given, " << nused << (corrects ? " corrected" : " used")
                      << written << references);
   if (!missing.empty()) {
-    WARNING_MSG((files ? "written " : "used ")
-                << nused << " of " << verdict.given.size() << " swaths, missing "
+    const bool copies = corrected.copied.size() == missing.size();
+    WARNING_MSG((copies  ? "corrected "
+                 : files ? "written "
+                         : "used ")
+                << nused << " of " << verdict.given.size() << " swaths, "
+                << (copies ? "copied as they are " : "missing ")
                 << missing_text(prj.swaths, missing, corrects, files));
+    std::erase_if(missing, [&](SwathId id) { return std::ranges::count(corrected.copied, id) > 0; });
     if (files) warn_stale(prj, missing, par);
     verdict.complete = false;
   }
