@@ -49,9 +49,8 @@ void add_rows_out(Options& o, std::vector<OptRow>& rows) {
             "origin x y of the output tiles"),
       real("otile", "", 0, 10000, &o.correction.tile.size, available, Theme::output,
            "size of output tiles; 0: a file per swath"),
-      integer(
-          "otile_id", "", 0, 2, &o.correction.tile.id, available, Theme::output,
-          "point source ID of output tiles: 0 as it is, 1 number of the swath + 1, 2 number of the group"),
+      integer("otile_id", "", 0, 2, &o.correction.tile.id, available, Theme::output,
+              "point source ID of output tiles: 0 as it is, 1 swath number + 1, 2 group number"),
       integer("otile_buf", "", 1000, 1000000, &o.correction.tile.buffer, available, Theme::output,
               "points in the buffer of an output tile"),
       boolean("porec", "", &o.porec, product(TRAJECTORY_FILES), Theme::output,
