@@ -59,6 +59,13 @@ void channels(SimSpec& spec) {
   spec.pulse_rate = 6000;
 }
 
+void beams(SimSpec& spec) {  // eight lasers that look forward more and more, each with a boresight of its own
+  spec.seed = 17;
+  spec.nchannel = 8;
+  spec.tilt1_deg = 2;
+  spec.pulse_rate = 2500;
+}
+
 void text(SimSpec& spec) {  // projected trajectory in text
   spec.seed = 14;
   spec.east = 327000;
@@ -170,16 +177,27 @@ const struct {
   const char* name;
   void (*set)(SimSpec& spec);
 } presets[] = {
-    {"demo", [](SimSpec&) {}}, {"boresight", [](SimSpec&) {}},
-    {"drift", drift},          {"tiny", tiny},
-    {"large", large},          {"reference", reference},
-    {"internal", internal},    {"generic", internal_generic},
-    {"channels", channels},    {"text", text},
-    {"track", track},          {"south", south},
-    {"block", block},          {"block_drift", block_drift},
-    {"village", village},      {"forest", forest},
-    {"ponds", ponds},          {"sparse", sparse},
-    {"dense", dense},          {"uav", uav},
+    {"demo", [](SimSpec&) {}},
+    {"boresight", [](SimSpec&) {}},
+    {"drift", drift},
+    {"tiny", tiny},
+    {"large", large},
+    {"reference", reference},
+    {"internal", internal},
+    {"generic", internal_generic},
+    {"channels", channels},
+    {"text", text},
+    {"beams", beams},
+    {"track", track},
+    {"south", south},
+    {"block", block},
+    {"block_drift", block_drift},
+    {"village", village},
+    {"forest", forest},
+    {"ponds", ponds},
+    {"sparse", sparse},
+    {"dense", dense},
+    {"uav", uav},
 };
 }  // namespace
 

@@ -7,8 +7,6 @@
 #include "sim/simrand.h"
 
 namespace veld {
-namespace {}
-
 Terrain make_terrain(const SimSpec& spec) {
   Terrain t = spec.land;
   t.seed = spec.seed * 1000 + 17;
@@ -20,6 +18,15 @@ Terrain make_terrain(const SimSpec& spec) {
 DriftModel make_drift(const SimSpec& spec) {
   return {spec.seed * 1000 + 29, spec.drift_pos, spec.drift_att_deg * RAD_PER_DEG, spec.drift_tau};
 }
+
+dxyz boresight_of(const SimSpec& spec, int channel) {
+  const dxyz &a = spec.boresight_deg, &b = spec.boresight1_deg;
+  if (channel < 2) return channel == 0 ? a : b;
+  const double c = channel;
+  return {b.x * std::cos(c), b.y * std::cos(1.7 * c), b.z * std::sin(c)};
+}
+
+double tilt_of(const SimSpec& spec, int channel) { return channel * spec.tilt1_deg; }
 
 FlightPlan make_plan(const SimSpec& spec) {
   FlightPlan plan;
@@ -139,8 +146,8 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
   const Terrain terrain = make_terrain(spec);
   const DriftModel drift = make_drift(spec);
   const FlightLine& fl = plan.lines[line];
-  const dxyz error = channel == 0 ? spec.boresight_deg : spec.boresight1_deg;
-  const Mat3 mount = rotation_xyz(0, channel == 0 ? 0 : spec.tilt1_deg * RAD_PER_DEG, 0);
+  const dxyz error = boresight_of(spec, channel);
+  const Mat3 mount = rotation_xyz(0, tilt_of(spec, channel) * RAD_PER_DEG, 0);
   const Mat3 bore =
       product(rotation_xyz(error.x * RAD_PER_DEG, error.y * RAD_PER_DEG, error.z * RAD_PER_DEG), mount);
   SimRandom random(spec.seed * 1000 + 100 + line + 100000 * channel + 200000 * pass);
@@ -166,7 +173,7 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
       const double measured = measured_range(spec, hit.range) + spec.range_noise * random.normal();
       points.push_back({t, rec.p + rec_dir * measured, origin + dir * hit.range,
                         static_cast<float>(pulse.theta / RAD_PER_DEG), static_cast<uint8_t>(e + 1),
-                        static_cast<uint8_t>(echoes.n), class_of(hit.cover)});
+                        static_cast<uint8_t>(echoes.n), class_of(hit.cover), static_cast<uint8_t>(channel)});
     }
   }
   return points;

@@ -27,8 +27,8 @@ struct SimSpec {
   double fov_deg = 24;        // half the field of view
   double pulse_rate = 10000;  // pulses/s
   double scan_rate = 25;      // lines/s
-  int nchannel = 1;           // laser channels, 1 or 2; each makes a file per line
-  double tilt1_deg = 8;       // channel 1 looks forward by this mount angle
+  int nchannel = 1;           // laser channels, 1 to 8; each makes a file per line
+  double tilt1_deg = 8;       // channel 1 looks forward by this mount angle, channel c by c times as much
   bool uav = false;           // the options of the project say so
   // Landscape; place and seed are set by make_terrain
   Terrain land;
@@ -75,11 +75,16 @@ struct SimPoint {
   float angle_deg;  // scan angle, positive to the right
   uint8_t ret, nret;
   uint8_t cls;  // 2 ground, 3 shrub, 5 tree, 6 building
+  uint8_t channel;
 };
 
 // A named set of values. False for an unknown name.
 bool sim_preset(const std::string& name, SimSpec& spec);
 std::string sim_preset_names();  // joined by "|"
+
+// Boresight and mount angle of a channel, degrees. Those of channels from 2 on follow from that of channel 1.
+dxyz boresight_of(const SimSpec& spec, int channel);
+double tilt_of(const SimSpec& spec, int channel);
 
 FlightPlan make_plan(const SimSpec& spec);
 DriftModel make_drift(const SimSpec& spec);
@@ -91,7 +96,8 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
                                 int pass = 0);
 
 // Writes a project into dir (which must exist): L01.las ... (with two channels L01_c0.las, L01_c1.las ...),
-// REF01.las ..., truth/, the trajectory, mount.txt, command.txt, truth.json. False, after an ERROR line, when
+// REF01.las ..., truth/, the trajectory, mount.txt, command.txt, truth.json. With several channels beams/ holds the lines
+// once more, the channels of a line in one file, told apart by the user data. False, after an ERROR line, when
 // a file cannot be written.
 [[nodiscard]] bool write_project(const SimSpec& spec, const std::string& dir);
 

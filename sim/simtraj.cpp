@@ -96,6 +96,17 @@ std::string trajectory_name(const SimSpec& spec) {
                                       : "traj." + spec.traj_format;
 }
 
+std::string channel_options(const SimSpec& spec, const std::string& traj) {
+  std::string in, numbers, po, bore;
+  for (int c = 0; c < spec.nchannel; c++) {
+    in += LOG_STR(" -i L*_c" << c << ".las");
+    numbers += LOG_STR(' ' << c);
+    po += " -po " + traj;
+    bore += c == 0 ? " 0 0 0" : LOG_STR(" 0 " << tilt_of(spec, c) << " 0");
+  }
+  return in + " -chgrp" + numbers + po + " -imu 0 0 0 -bore" + bore;
+}
+
 bool has_letter(const SimSpec& spec, char letter) {
   return spec.traj_columns.find(letter) != std::string::npos;
 }
@@ -120,8 +131,7 @@ std::string project_options(const SimSpec& spec) {
   if (spec.nchannel == 1)
     o += " -i L*.las -po " + traj + " -imu 0 0 0 -bore 0 0 0";
   else  // a group, a trajectory and a mount per channel
-    o += " -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po " + traj + " -po " + traj + " -imu 0 0 0 -bore 0 0 0 " +
-         LOG_STR("0 " << spec.tilt1_deg << " 0");
+    o += channel_options(spec, traj);
   if (spec.uav) o += " -uav";
   if (spec.nref > 0) o += " -r REF*.las";
   if (!spec.traj_columns.empty()) {

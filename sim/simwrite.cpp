@@ -64,6 +64,7 @@ bool write_swath(const SimSpec& spec, const SimPlace& place, const std::string& 
     p.set_classification(s.cls);
     p.set_scan_angle(static_cast<int>(std::lround(s.angle_deg)));
     p.set_gps_time(t0 + s.t);
+    p.set_user_data(s.channel);
     ok = writer->write_point(p);
     if (!ok) break;
   }
@@ -145,9 +146,9 @@ bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::ve
   j["internal_generic"] = spec.internal_generic;
   for (int c = 0; c < spec.nchannel; c++)
     j["channels"].push_back({{"ch", c},
-                             {"boresight_deg", json_xyz(c == 0 ? spec.boresight_deg : spec.boresight1_deg)},
+                             {"boresight_deg", json_xyz(boresight_of(spec, c))},
                              {"lever_m", json_xyz(spec.lever)},
-                             {"mount_deg", {0, c == 0 ? 0 : spec.tilt1_deg, 0}}});
+                             {"mount_deg", {0, tilt_of(spec, c), 0}}});
   j["reference"]["shift_m"] = json_xyz(spec.ref_shift);
   j["drift_sd"] = {{"pos_m", json_xyz(spec.drift_pos)},
                    {"att_deg", json_xyz(spec.drift_att_deg)},
@@ -165,6 +166,31 @@ bool write_truth_json(const SimSpec& spec, const FlightPlan& plan, const std::ve
   return file.commit();
 }
 
+bool make_directory(const std::string& dir) {
+  if (mkdir(dir.c_str(), 0777) == 0 || errno == EEXIST) return true;
+  ERROR_MSG("could not create directory '" << dir << "': " << std::strerror(errno));
+  return false;
+}
+
+// The lines with all their channels in one file each.
+bool write_beams(const SimSpec& spec, const SimPlace& place, const FlightPlan& plan, const std::string& dir) {
+  if (!make_directory(dir) || !make_directory(dir + "/truth")) return false;
+  std::vector<SwathFile> files;
+  for (int line = 0; line < static_cast<int>(plan.lines.size()); line++) {
+    std::vector<SimPoint> points;
+    for (int channel = 0; channel < spec.nchannel; channel++)
+      for (const SimPoint& p : scan_line(spec, plan, line, channel, 0)) points.push_back(p);
+    for (SimPoint& p : points) p.truth += spec.ref_shift;
+    std::stable_sort(points.begin(), points.end(),
+                     [](const SimPoint& a, const SimPoint& b) { return a.t < b.t; });
+    files.push_back({numbered("L", line) + ".las", line, 0, 0, points.size()});
+    if (!write_swath(spec, place, dir + "/" + files.back().name, points, false) ||
+        !write_swath(spec, place, dir + "/truth/" + files.back().name, points, true))
+      return false;
+  }
+  return write_truth_json(spec, plan, files, dir + "/truth.json");
+}
+
 bool write_line(const std::string& path, const std::string& text) {
   ResultFile file;
   if (!file.open(path)) return false;
@@ -175,10 +201,7 @@ bool write_line(const std::string& path, const std::string& text) {
 
 bool write_project(const SimSpec& spec, const std::string& dir) {
   const FlightPlan plan = make_plan(spec);
-  if (mkdir((dir + "/truth").c_str(), 0777) != 0 && errno != EEXIST) {
-    ERROR_MSG("could not create directory '" << dir << "/truth': " << std::strerror(errno));
-    return false;
-  }
+  if (!make_directory(dir + "/truth")) return false;
   SimPlace place;
   if (!place.open(spec)) return false;
   std::vector<SwathFile> files = list_swaths(spec, plan);
@@ -193,6 +216,7 @@ bool write_project(const SimSpec& spec, const std::string& dir) {
       });
   if (failed >= 0) return false;
   progress_end(LOG_STR("SIMULATED " << nfiles << " lines"));
+  if (spec.nchannel > 1 && !write_beams(spec, place, plan, dir + "/beams")) return false;
   return write_trajectory(spec, plan, dir) && write_control(spec, dir) &&
          write_line(dir + "/mount.txt", "0 0 0 0 0 0") &&
          write_line(dir + "/command.txt", project_options(spec)) &&

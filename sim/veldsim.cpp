@@ -32,7 +32,7 @@ int usage(const Setting* settings, size_t n) {
 bool check_spec(const SimSpec& spec) {
   const bool ok =
       spec.nparallel >= 1 && spec.ncross >= 0 && spec.nref >= 0 && spec.nref <= spec.nparallel &&
-      (spec.nchannel == 1 || spec.nchannel == 2) &&
+      spec.nchannel >= 1 && spec.nchannel <= 8 &&
       std::string(" sbet trj sol bin pof las ").find(" " + spec.traj_format + " ") != std::string::npos &&
       spec.zone != 0 && std::abs(spec.zone) <= 60;
   if (!ok) std::fprintf(stderr, "ERROR: lines, cross, ref, channels or zone out of range\n");
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
       {"lines", &nparallel, "parallel lines"},
       {"cross", &ncross, "cross lines"},
       {"ref", &nref, "reference strips over the middle lines"},
-      {"channels", &nchannel, "laser channels, 1 or 2"},
+      {"channels", &nchannel, "laser channels, 1 to 8"},
       {"control", &ncontrol, "ground control points"},
       {"check", &ncheck, "ground check points"},
       {"zone", &zone, "UTM zone, negative south"},
