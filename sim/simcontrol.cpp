@@ -34,7 +34,7 @@ bool is_open(const Terrain& t, double x, double y) {
 }
 }  // namespace
 
-bool write_control(const SimSpec& spec, const std::string& dir) {
+bool write_control(const SimSpec& spec, double unit, const std::string& dir) {
   const Terrain terrain = make_terrain(spec);
   SimRandom random(spec.seed * 1000 + 77);
   const double azimuth = spec.azimuth_deg * RAD_PER_DEG;
@@ -55,8 +55,9 @@ bool write_control(const SimSpec& spec, const std::string& dir) {
       char line[120];
       std::snprintf(line, sizeof line, "%c%02d %.3f %.3f %.3f %.4f", is_control ? 'G' : 'C',
                     (is_control ? i : i - spec.ncontrol) + 1,
-                    (x + SIGMA_XY * random.normal() + spec.ref_shift.x),
-                    (y + SIGMA_XY * random.normal() + spec.ref_shift.y), z, SIGMA_Z);
+                    (x + SIGMA_XY * random.normal() + spec.ref_shift.x) / unit,
+                    (y + SIGMA_XY * random.normal() + spec.ref_shift.y) / unit, z / spec.unit_z,
+                    SIGMA_Z / spec.unit_z);
       all.fs << line << (is_control ? " 1\n" : " 0\n");
       (is_control ? control : check).fs << line << '\n';
       break;

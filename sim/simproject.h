@@ -105,8 +105,8 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
 // of the aligner have no name for it.
 [[nodiscard]] bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::string& dir);
 // Control points gcp.txt, check points gcp_check.txt (name x y z sigma), both gcp_all.txt (and 1 or 0). Fewer than
-// asked for where there is not enough open ground.
-[[nodiscard]] bool write_control(const SimSpec& spec, const std::string& dir);
+// asked for where there is not enough open ground. unit: m per unit of the plane.
+[[nodiscard]] bool write_control(const SimSpec& spec, double unit, const std::string& dir);
 // The options of the aligner that fit the project.
 std::string project_options(const SimSpec& spec);
 }  // namespace veld

@@ -217,7 +217,7 @@ bool write_project(const SimSpec& spec, const std::string& dir) {
   if (failed >= 0) return false;
   progress_end(LOG_STR("SIMULATED " << nfiles << " lines"));
   if (spec.nchannel > 1 && !write_beams(spec, place, plan, dir + "/beams")) return false;
-  return write_trajectory(spec, plan, dir) && write_control(spec, dir) &&
+  return write_trajectory(spec, plan, dir) && write_control(spec, place.unit(), dir) &&
          write_line(dir + "/mount.txt", "0 0 0 0 0 0") &&
          write_line(dir + "/command.txt", project_options(spec)) &&
          write_truth_json(spec, plan, files, dir + "/truth.json");

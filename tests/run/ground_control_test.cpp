@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "las/las_access.h"
 #include "tests/run/scored_project.h"
 
 namespace veld {
@@ -65,10 +66,75 @@ TEST_F(GroundControl, TheBiasGoesAndGrossErrorsAreNamed) {
   EXPECT_GT(std::fabs(before["check"]["mean_dz"].get<double>()), 0.05);
   EXPECT_LT(std::fabs(after["check"]["mean_dz"].get<double>()), 0.01);
   EXPECT_EQ(after["check"]["n_out_rej"].get<int>() > 0, true);
+  // The page says what the summary for programs says of each pair.
+  const std::string page = read_text(dir() + "/one/project_report.html");
+  for (const nlohmann::json& pair : report("one/project_run.json")["passes"][0]["pairs"]) {
+    char figures[80];
+    std::snprintf(figures, sizeof figures, "<td class=\"n\">%.3f</td><td class=\"n\">%lld</td>",
+                  pair["dz_corrected"]["rms_m"].get<double>(),
+                  pair["dz_corrected"]["pixels"].get<long long>());
+    EXPECT_TRUE(holds(page, figures)) << figures;
+  }
+  for (const char* const part : {"3 of 16 points were rejected as outliers", "outlier, height difference -0.",
+                                 "<path fill-rule", "<polyline", "RMS of the displacements between swaths"})
+    EXPECT_TRUE(holds(page, part)) << part;
   // The same with two threads, to the byte.
   ASSERT_EQ(align({"-gcp", "wrong.txt", "-json", "-nthreads", "2"}, "two").code, 0);
   for (const char* const file : {"project_GCP.json", "project_GCPcorr.json", "L01_c.las", "L03_c.las"})
     EXPECT_EQ(read_text(dir() + "/one/" + file), read_text(dir() + "/two/" + file)) << file;
+}
+
+// Targets are points of the swaths: where they are in the file, and where they are in truth.
+std::string targets(const std::string& dir, const std::vector<std::string>& stems) {
+  std::ostringstream out;
+  out.precision(12);
+  for (const std::string& stem : stems) {
+    Vector<dxyz> observed, truth;
+    EXPECT_TRUE(read_las_dxyz(dir + "/" + stem + ".las", observed, "xyz") &&
+                read_las_dxyz(dir + "/truth/" + stem + ".las", truth, "xyz"));
+    for (uint64_t i = 0; i < 8; i++) {  // in the middle of the swath, every other one to be checked only
+      const uint64_t k = observed.size() * (i + 4) / 16;
+      const dxyz &p = truth.val[k], &q = observed.val[k];
+      out << stem << '_' << i << ' ' << stem << ' ' << p.x << ' ' << p.y << ' ' << p.z << ' ' << q.x << ' '
+          << q.y << ' ' << q.z << " 0.02 0.02 " << (i % 2 == 0) << '\n';
+    }
+  }
+  return out.str();
+}
+
+// The swaths of two flights, the second of them 0.6 m to the west and 0.4 m too low, are brought to their control.
+TEST(GroundControlRun, GroupsKeepToTheirOwnControl) {
+  const ScoredProject project({"-lines", "3"});
+  const std::string& dir = project.dir;
+  for (const char* const name : {"L03.las", "L04.las"}) {
+    std::string bytes = read_text(dir + "/" + name);
+    for (const size_t at : {155, 179, 187}) poke(bytes, at, peek<double>(bytes, at) - 0.6);
+    for (const size_t at : {171, 211, 219}) poke(bytes, at, peek<double>(bytes, at) - 0.4);
+    write_text(dir + "/" + name, bytes);
+  }
+  write_text(dir + "/xyz.txt", targets(dir, {"L01", "L02", "L03", "L04"}));
+  const struct {
+    std::vector<std::string> control;
+    dxyz bound;  // m, mean error of each flight
+  } cases[] = {{{"-gcp", "gcp_all.txt"}, {1, 1, 0.03}}, {{"-xyz_gcp", "xyz.txt"}, {0.03, 0.03, 0.03}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.control[0]);
+    std::vector<std::string> args = {"-align",  "-utm",    "33",      "-i",       "L01.las",  "L02.las",
+                                     "-i",      "L03.las", "L04.las", "-po",      "traj.out", "-out",
+                                     "*_c.las", "-odir",   "out",     "-tmpdir",  "tmp",      "-C",
+                                     "B",       "-map",    "0",       "-gcp_grp", "1"};
+    args.insert(args.end(), c.control.begin(), c.control.end());
+    const RunOutput r = project.program.run(args);
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(holds(r.out, "INDEPENDENT GROUP GCP BIAS COMPUTATION, 2 GROUPS:")) << r.out;
+    for (const std::vector<std::string>& flight : {std::vector<std::string>{"L01", "L02"}, {"L03", "L04"}}) {
+      const dxyz m = score_files(dir + "/truth", dir + "/out", flight).all.mean;
+      EXPECT_LT(std::fabs(m.x), c.bound.x) << flight[0];
+      EXPECT_LT(std::fabs(m.y), c.bound.y) << flight[0];
+      EXPECT_LT(std::fabs(m.z), c.bound.z) << flight[0];
+    }
+    EXPECT_TRUE(holds(read_text(dir + "/out/project_report.html"), "Shift to the control points, group 2"));
+  }
 }
 
 TEST_F(GroundControl, TheDisplacementFileKeepsThePoints) {
@@ -94,7 +160,10 @@ TEST_F(GroundControl, WhatCannotBeUsedStopsTheRunBeforeTheWork) {
                {{"-gcp", "absent.txt"}, "ERROR: could not find file absent.txt"},
                {{"-gcp", "gcp.txt", "-gcp_parse", "q"}, "expecting {[i]xyz[s][c][f]}"},
                {{"-xyz_gcp", "gcp.txt"}, "ERROR: no valid XYZ GCP found in file gcp.txt"},
-               {{"-gcp", "far.txt"}, "ERROR: GCP tiling: no point left"}};
+               {{"-gcp", "far.txt"}, "ERROR: GCP tiling: no point left"},
+               {{"-gcp_sigma", "0.01"}, "ERROR: option -gcp_sigma needs control points: -gcp"},
+               {{"-gcp", "gcp.txt", "-xyz_gcp_equal", "1"},
+                "ERROR: option -xyz_gcp_equal needs control points: -xyz_gcp"}};
   for (const auto& c : cases) {
     const RunOutput r = align(c.args, "stopped");
     EXPECT_EQ(r.code, 1);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <regex>
 #include <sstream>
 
 #include "las/las_access.h"
@@ -168,11 +169,17 @@ TEST(TrajectoryRun, SystemsOfTheSwathsAlone) {
     SCOPED_TRACE(c.what);
     ScoredProject project(c.place);
     project.unit = {c.unit_xy, c.unit_xy, c.unit_z};
-    std::vector<std::string> args = {"-i", "L*.las", "-po", "traj.out"};
+    std::vector<std::string> args = {"-i", "L*.las", "-po", "traj.out", "-gcp", "gcp_all.txt"};
     if (c.place.back() == "1") args.insert(args.end(), {"-geoid", "geoid.gtx", "-gdir", "."});
     const ScoredRun r = project.align(args);
     expect_good(r, "");
-    EXPECT_FALSE(holds(r.run.err, "WARNING")) << r.run.err;
+    const std::string others =
+        std::regex_replace(r.run.err, std::regex("WARNING: [^\n]*(GCP|check points)[^\n]*"), "");
+    EXPECT_FALSE(holds(others, "WARNING")) << r.run.err;
+    // Control points in the units of the swaths agree with them.
+    const size_t control = r.run.out.find("Control points, RMS of height differences: ");
+    ASSERT_NE(control, std::string::npos) << r.run.out;
+    EXPECT_LT(number_after(r.run.out.substr(control), " m before, "), 0.03) << r.run.out;
   }
 }
 

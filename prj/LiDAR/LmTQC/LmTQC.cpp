@@ -163,7 +163,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
     ngrid += gridok;
     if (!used) continue;
     stats[i] = stat;
-    result.pairs.push_back({pairs[i].number, stat});
+    result.pairs.push_back({pairs[i].number, pairs[i].sw1, pairs[i].sw2, before, stat});
     result.nused++;
     add_DZ(sum, stat, static_cast<double>(stat.n) * GSD * GSD);
     add_DZ(sum0, before, static_cast<double>(before.n) * GSD * GSD);
@@ -187,6 +187,7 @@ bool QC_DZ_corr_LmT(const Project& prj, const std::vector<SwPair>& pairs, const 
   set_totals(sum0, result.stddev0, result.rms0, result.area0);
   if (!write_DZcorr_log(prj, pairs, stats, GSD * GSD, result)) return false;
   if (!picture.save(prj.name + "_DZcorr", "corrected Z-difference")) return false;
+  result.hist = picture.histogram();
   LOG_MSG("ORIGINAL DATA STATISTICS (SAME GROUND)");
   LOG_MSG("StdDev DZ=" << result.stddev0 << " RMS DZ=" << result.rms0 << " Area=" << result.area0 << " m2");
   LOG_MSG("CORRECTED DATA STATISTICS");

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "image/save_image.h"
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
@@ -21,7 +22,8 @@
 namespace veld {
 struct PairQC {  // of one pair
   int number = -1;
-  DZstat stat;  // of the height differences after the correction
+  SwathId sw1, sw2;
+  DZstat before, stat;  // of the height differences before and after the correction, on the same ground
 };
 
 struct QCcorrResult {
@@ -40,6 +42,7 @@ struct QCcorrResult {
   SwathId worst1, worst2;     // of the pair with the largest RMS after the correction
   double worst_rms = 0;       // m
   std::vector<PairQC> pairs;  // those measured
+  DZHistogram hist;  // of the differences after the correction; empty when no maps and plots are drawn
 };
 
 // Pairs of the post-correction QC, chosen from the pairs of the index by the filters of QC (RDIM is not

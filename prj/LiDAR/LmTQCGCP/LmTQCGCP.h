@@ -57,16 +57,29 @@ struct GCPoccur {  // one point in one swath; lengths in m
   TINresult tin;         // corners relative to the point
 };
 
-struct GCPcounts {         // of one search
-  int nscan = 0;           // swaths that were opened
-  int nGCP = 0;            // points within the frame
-  uint64_t nread = 0;      // laser points read
-  uint64_t nused = 0;      // of these in the fits
-  int ngerr = 0;           // occurrences refused: density, roughness, irregular sampling
-  int nlast = 0;           // occurrences left out: last returns wanted, the tiles hold others
-  double FWHM = 0;         // m, width of the kernel at half its maximum
-  bool corrected = false;  // with corrections
+enum class Refusal {
+  edge,
+  density,
+  roughness
+};                   // points on one side only, or too few; too sparse; too rough
+struct GCPrefused {  // a point whose height in a swath was not taken
+  int gcp = 0;
+  SwathId sw;
+  Refusal why = Refusal::edge;
 };
+
+struct GCPcounts {                  // of one search
+  int nscan = 0;                    // swaths that were opened
+  int nGCP = 0;                     // points within the frame
+  uint64_t nread = 0;               // laser points read
+  uint64_t nused = 0;               // of these in the fits
+  std::vector<GCPrefused> refused;  // occurrences refused: density, roughness, irregular sampling
+  int nlast = 0;                    // occurrences left out: last returns wanted, the tiles hold others
+  double FWHM = 0;                  // m, width of the kernel at half its maximum
+  bool corrected = false;           // with corrections
+};
+
+const char* refusal_text(Refusal why);
 
 struct GCPexport {  // a laser point around a control point
   dxyz pos;         // m
@@ -77,7 +90,8 @@ struct GCPexport {  // a laser point around a control point
 
 // The points of a file in metres; used: the columns taken. Messages as the sequences give them. False after an ERROR
 // line.
-[[nodiscard]] bool load_GCP(const GCPparam& par, std::vector<GCP>& gcp, std::string& used);
+[[nodiscard]] bool load_GCP(const GCPparam& par, const GeoRefParam& georef, std::vector<GCP>& gcp,
+                            std::string& used);
 
 // Heights of the swaths at the points. Mobile swaths only, when there are any. corr: tables of the swaths, or none
 // for the swaths as they are; then swaths without a table are passed over. Only tiles around points are read. The

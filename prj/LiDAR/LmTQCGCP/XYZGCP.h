@@ -52,7 +52,8 @@ struct XYZGCPresult {
 };
 
 // The targets of a file in metres. False after an ERROR line.
-[[nodiscard]] bool load_XYZGCP(const XYZGCPparam& par, std::vector<XYZGCP>& gcp, std::string& used);
+[[nodiscard]] bool load_XYZGCP(const XYZGCPparam& par, const GeoRefParam& georef, std::vector<XYZGCP>& gcp,
+                               std::string& used);
 
 // The swath of each target: the one whose name, with or without its extension, is the match text, else the only one
 // whose name contains it (with "*" or "?": fits it). None, after a WARNING, when none or several do.

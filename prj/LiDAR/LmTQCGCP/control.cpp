@@ -5,29 +5,33 @@
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
-void take_DUT_control(const DUTidx& idx, ControlParam& par) {
-  const auto wanted = [](const std::string& given, const std::string& file) {
-    if (!given.empty() || file.empty()) return false;
+void take_DUT_control(const DUTidx& idx, const std::function<bool(const char* option)>& given,
+                      ControlParam& par) {
+  const auto wanted = [](const std::string& own, const std::string& file) {
+    if (!own.empty() || file.empty()) return false;
     if (is_regular_file(file)) return true;
     WARNING_MSG("control points of the displacement file are gone, left out: " << file);
     return false;
   };
+  const auto take = [&](const char* option, auto& to, const auto& from) {
+    if (!given(option)) to = static_cast<std::decay_t<decltype(to)>>(from);
+  };
   if (wanted(par.gcp.file, idx.gcp.file)) {
     par.gcp.file = idx.gcp.file;
-    par.gcp.col = idx.gcp.col;
-    par.gcp.check = idx.gcp.C0 == 0;
-    par.gcp.S0 = static_cast<float>(idx.gcp.S0);
-    par.gcp.EQ = idx.gcp.EQ;
-    par.gcp.exp = idx.gcp.exp != 0;
+    take("gcp_parse", par.gcp.col, idx.gcp.col);
+    take("gcp_check", par.gcp.check, idx.gcp.C0 == 0);
+    take("gcp_sigma", par.gcp.S0, idx.gcp.S0);
+    take("gcp_equal", par.gcp.EQ, idx.gcp.EQ);
+    take("ogcp_pc", par.gcp.exp, idx.gcp.exp != 0);
     LOG_MSG("Control points are those of the displacement file: " << par.gcp.file);
   }
   if (wanted(par.xyz.file, idx.xyzgcp.file)) {
     par.xyz.file = idx.xyzgcp.file;
-    par.xyz.col = idx.xyzgcp.col;
-    par.xyz.check = idx.xyzgcp.C0 == 0;
-    par.xyz.SH0 = static_cast<float>(idx.xyzgcp.SH0);
-    par.xyz.SZ0 = static_cast<float>(idx.xyzgcp.SZ0);
-    par.xyz.EQ = idx.xyzgcp.EQ;
+    take("xyz_gcp_parse", par.xyz.col, idx.xyzgcp.col);
+    take("xyz_gcp_check", par.xyz.check, idx.xyzgcp.C0 == 0);
+    take("xyz_gcp_sxy", par.xyz.SH0, idx.xyzgcp.SH0);
+    take("xyz_gcp_sz", par.xyz.SZ0, idx.xyzgcp.SZ0);
+    take("xyz_gcp_equal", par.xyz.EQ, idx.xyzgcp.EQ != 0);
     LOG_MSG("XYZ control points are those of the displacement file: " << par.xyz.file);
   }
 }
@@ -44,9 +48,9 @@ void fill_DUT_control(const ControlParam& par, const ControlPoints& points, DUTi
                   h.EQ,  real_path(h.file)};
 }
 
-bool load_control(const ControlParam& par, ControlPoints& points) {
-  if (!par.gcp.file.empty() && !load_GCP(par.gcp, points.gcp, points.gcp_col)) return false;
-  return par.xyz.file.empty() || load_XYZGCP(par.xyz, points.xyz, points.xyz_col);
+bool load_control(const ControlParam& par, const GeoRefParam& georef, ControlPoints& points) {
+  if (!par.gcp.file.empty() && !load_GCP(par.gcp, georef, points.gcp, points.gcp_col)) return false;
+  return par.xyz.file.empty() || load_XYZGCP(par.xyz, georef, points.xyz, points.xyz_col);
 }
 
 void match_control(const Project& prj, ControlPoints& points) {

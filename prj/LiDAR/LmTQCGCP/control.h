@@ -3,6 +3,8 @@
 // Here:     their options together, loading, one check before or after the correction, the shifts that they ask for.
 // Not here: the measurements (LmTQCGCP.h, XYZGCP.h).
 #pragma once
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,18 +26,23 @@ struct ControlPoints {  // in metres
   std::string gcp_col, xyz_col;  // columns that were read
 };
 
+using GroupShifts = std::map<int, dxyz>;  // m, of the swaths of groups; under 0 of all swaths
+
 struct ControlQC {  // a check: empty lists without points
   GCPresult gcp;
   XYZGCPresult xyz;
+  GroupShifts shifts;  // to the control points, contained in the check
 };
 
-// Takes over the control points of a displacement file's index, for those that the options do not name.
-void take_DUT_control(const DUTidx& idx, ControlParam& par);
+// Takes over the control points of a displacement file's index, for those that the options do not name, with what was
+// said about them there. given: options of this run, which it keeps.
+void take_DUT_control(const DUTidx& idx, const std::function<bool(const char* option)>& given,
+                      ControlParam& par);
 // What the index is to say of the control points.
 void fill_DUT_control(const ControlParam& par, const ControlPoints& points, DUTidx& idx);
 
-// Reads the files. False after an ERROR line.
-[[nodiscard]] bool load_control(const ControlParam& par, ControlPoints& points);
+// Reads the files; georef: system of the project. False after an ERROR line.
+[[nodiscard]] bool load_control(const ControlParam& par, const GeoRefParam& georef, ControlPoints& points);
 // Finds the swaths of the targets; once the swaths of the project are known.
 void match_control(const Project& prj, ControlPoints& points);
 

@@ -27,30 +27,21 @@ int count_points(const GCPresult& r, bool control) {
   return static_cast<int>(points.size());
 }
 
-int count_swaths(const GCPresult& r) {
-  std::set<SwathId> swaths;
-  for (const GCPoccur& o : r.occ) swaths.insert(o.sw);
-  return static_cast<int>(swaths.size());
-}
-
 std::string label(const GCPresult& r, int i, const char* sw, const char* grp) {
   const GCPoccur& o = r.occ[static_cast<size_t>(i)];
-  return one_word(point_of(r, o).name) + sw + to_string(o.sw) + grp + std::to_string(o.group);
+  return occurrence_label(point_of(r, o).name, o.sw, o.group, sw, grp);
+}
+
+ReportHead head_of(const GCPparam& par, bool post) {
+  return {"absolute vertical", "Input GCP file     ",      par.file, post, DATAUNIT_Z,
+          weight_text(par),    "\"dz\": \"Z_LiDAR-Z_GCP\""};
 }
 
 void put_header(std::ostream& os, const Project& prj, const GCPparam& par, bool post, const GCPresult& r) {
-  os << SOFTINFO << " absolute vertical quality control report\n\n"
-     << "Version, build     " << SOFTINFO << '\n'
-     << "Run date, time     " << utc_now() << '\n'
-     << "Input GCP file     " << par.file << '\n'
-     << "Output directory   " << OUTDIR << '\n'
-     << "LiDAR output       " << prj.name << '\n'
-     << "Processing         " << (post ? "post-correction" : "initial") << '\n'
-     << "Unit               " << unit_name(DATAUNIT_Z) << '\n'
-     << "Weights            " << weight_text(par) << '\n'
-     << "Outlier rejection  " << (par.GCP_ROB ? "enabled (global and groups)" : "disabled") << '\n'
+  put_head(os, prj, head_of(par, post));
+  os << "Outlier rejection  " << (par.GCP_ROB ? "enabled (global and groups)" : "disabled") << '\n'
      << "Kernel FWHM        " << r.counts.FWHM / DATAUNIT << '\n'
-     << "Swaths used        " << count_swaths(r) << (mobile_only(prj) ? " (mobile only)" : "") << '\n'
+     << "Swaths used        " << count_swaths(r.occ) << (mobile_only(prj) ? " (mobile only)" : "") << '\n'
      << "GCP used           " << r.control.npoint + r.check.npoint << '\n'
      << "Check pts found    " << count_points(r, false) << '\n'
      << "Control pts found  " << count_points(r, true) << "\n\n";
@@ -111,10 +102,6 @@ void put_kind(std::ostream& os, const char* kind, bool control, const GCPparam& 
             "swaths", swaths);
   put_parts(os, std::string(kind) + "GROUP STATISTICS " + (par.GCP_ROB ? "(robust)" : ""),
             "Group# NGCP Mean_DZ StdDev_DZ CI95_DZ", "groups", groups);
-}
-
-void put_xyz_unit(std::ostream& os, const dxyz& p) {
-  os << p.x / DATAUNIT << ' ' << p.y / DATAUNIT << ' ' << p.z / DATAUNIT_Z;
 }
 
 void put_list(std::ostream& os, bool post, const GCPresult& r) {
@@ -201,41 +188,32 @@ void put_json_stat(std::ostream& os, const char* key, const GCPresult& r, const 
   os << "\t},\n";
 }
 
-void put_json_xyz(std::ostream& os, const char* key, const dxyz& p) {
-  os << "\"" << key << "\": [" << p.x / DATAUNIT << ", " << p.y / DATAUNIT << ", " << p.z / DATAUNIT_Z
-     << "], ";
-}
-
 bool write_json(const Project& prj, const GCPparam& par, bool post, const GCPresult& r,
                 const std::string& name) {
   const double u = 1 / DATAUNIT_Z, slope = DATAUNIT / DATAUNIT_Z;
   ResultFile out;
   if (!out.open(name)) return false;
   std::ostream& os = out.fs;
-  os << "{\n\t\"software\": " << json_text(SOFTINFO) << ",\n\t\"version, build\": " << json_text(SOFTINFO)
-     << ",\n\t\"processing\": \"" << (post ? "post-correction" : "initial") << "\",\n\t\"unit\": \""
-     << unit_name(DATAUNIT_Z) << "\",\n\t\"swaths\": \"" << (mobile_only(prj) ? "mobile only" : "all")
-     << "\",\n\t\"dz\": \"Z_LiDAR-Z_GCP\",\n\t\"weights\": \"" << weight_text(par)
-     << "\",\n\t\"outlier_rejection\": " << (par.GCP_ROB ? "\"enabled (global and groups)\"" : "false")
+  put_json_head(os, prj, head_of(par, post));
+  os << "\t\"outlier_rejection\": " << (par.GCP_ROB ? "\"enabled (global and groups)\"" : "false")
      << ",\n\t\"kernel_FWHM\": " << r.counts.FWHM / DATAUNIT << ",\n";
   put_json_stat(os, "check", r, r.check);
   put_json_stat(os, "control", r, r.control);
   os << "\t\"list\": [\n";
-  const auto flag = [](bool b) { return b ? "true" : "false"; };
   for (size_t i = 0; i < r.occ.size(); i++) {
     const GCPoccur& o = r.occ[i];
     const GCP& g = point_of(r, o);
     os << "\t\t{\"name\": " << json_text(g.name) << ", \"swath\": " << o.sw << ", \"group\": " << o.group
        << ", ";
     put_json_xyz(os, "gcp", g.pos);
-    os << "\"z_lidar\": " << o.z_lidar * u << ", \"dz\": " << o.dz * u << ", \"in_global\": " << flag(o.in)
-       << ", \"in_group\": " << flag(o.in_grp) << ", \"in_ci95\": " << flag(o.in95)
-       << ", \"in_ci99\": " << flag(o.in99) << ", ";
+    os << ", \"z_lidar\": " << o.z_lidar * u << ", \"dz\": " << o.dz * u
+       << ", \"in_global\": " << json_flag(o.in) << ", \"in_group\": " << json_flag(o.in_grp)
+       << ", \"in_ci95\": " << json_flag(o.in95) << ", \"in_ci99\": " << json_flag(o.in99) << ", ";
     put_json_xyz(os, "corr", o.corr);
-    os << "\"x_slope\": " << o.slope_x * slope << ", \"y_slope\": " << o.slope_y * slope
+    os << ", \"x_slope\": " << o.slope_x * slope << ", \"y_slope\": " << o.slope_y * slope
        << ", \"density\": " << o.density * DATAUNIT * DATAUNIT << ", \"roughness\": " << o.roughness * u
        << ", \"uncertainty\": " << o.unc * u << ", \"n_points\": " << o.npts << ", \"out_%\": " << o.out_pct
-       << ", \"GCP_sigma\": " << g.sigma * u << ", \"control\": " << flag(g.control) << "}"
+       << ", \"GCP_sigma\": " << g.sigma * u << ", \"control\": " << json_flag(g.control) << "}"
        << (i + 1 < r.occ.size() ? ",\n" : "\n");
   }
   os << "\t]\n}\n";
@@ -285,7 +263,7 @@ bool robust_GCP_stats(const Project& prj, const GCPparam& par, bool post, GCPres
   std::set<int> groups;
   for (const GCPoccur& o : r.occ) groups.insert(o.group);
   LOG_LINE("nGCPok=" << r.control.npoint << " ngrpok=" << groups.size() << " nok_c=" << r.check.n
-                     << " nGCPok_c=" << r.check.npoint << " nswok_c=" << count_swaths(r)
+                     << " nGCPok_c=" << r.check.npoint << " nswok_c=" << count_swaths(r.occ)
                      << " nout95=" << r.control.nout95 << " nout99=" << r.control.nout99
                      << " nout_c95=" << r.check.nout95 << " nout_c99=" << r.check.nout99);
   if (r.control.n + r.check.n == 0) {

@@ -25,13 +25,13 @@ struct Frame {  // tiles, both ends inside
   uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0;
 };
 
-// The swaths to be searched: mobile ones if there are any. False after an ERROR line.
+// The swaths to be searched: mobile ones if there are any; frame: of all these, also those that are not corrected.
+// False after an ERROR line.
 bool choose_swaths(const Project& prj, const SwathVector<SCorrTbl>* corr, std::vector<SwathId>& swaths,
                    std::vector<LTidxInfo>& info, Frame& frame) {
   const bool hasmob = mobile_only(prj);
   for (const Swath& s : prj.swaths.present()) {
     if (s.state == SwathState::no_grid || (hasmob && s.fixed)) continue;
-    if (corr && !s.fixed && (*corr)[s.id].C.empty()) continue;  // not corrected
     LTidxInfo t;
     if (!read_LTidxInfo(s.cache, t)) {
       ERROR_MSG("missing/incompatible temp. tile files, " << s.path());
@@ -39,14 +39,15 @@ bool choose_swaths(const Project& prj, const SwathVector<SCorrTbl>* corr, std::v
     }
     frame.x0 = std::min(frame.x0, uint32_t{t.XImin}), frame.x1 = std::max(frame.x1, uint32_t{t.XImax});
     frame.y0 = std::min(frame.y0, uint32_t{t.YImin}), frame.y1 = std::max(frame.y1, uint32_t{t.YImax});
+    if (corr && !s.fixed && (*corr)[s.id].C.empty()) continue;  // not corrected
     swaths.push_back(s.id);
     info.push_back(t);
   }
   return true;
 }
 
-// Tiles of the points within the frame. False after an ERROR line when none is left.
-bool comp_GCP_Tocc_Tlist(const std::vector<GCP>& gcp, const TileGeom& geom, const Frame& frame,
+// Tiles of the points within the frame; report: warns of the others. False after an ERROR line when none is left.
+bool comp_GCP_Tocc_Tlist(const std::vector<GCP>& gcp, const TileGeom& geom, const Frame& frame, bool report,
                          std::vector<Tiled>& tiled) {
   LOG_ENTER("comp_GCP_Tocc_Tlist nGCP=" << gcp.size());
   int nout = 0, ninvalid = 0;
@@ -64,8 +65,8 @@ bool comp_GCP_Tocc_Tlist(const std::vector<GCP>& gcp, const TileGeom& geom, cons
     else
       tiled.push_back(t);
   }
-  if (nout > 0) WARNING_MSG("GCP tiling: " << nout << " points outside bounding box");
-  if (ninvalid > 0) WARNING_MSG("GCP tiling: " << ninvalid << " invalid point coordinates");
+  if (report && nout > 0) WARNING_MSG("GCP tiling: " << nout << " points outside bounding box");
+  if (report && ninvalid > 0) WARNING_MSG("GCP tiling: " << ninvalid << " invalid point coordinates");
   if (tiled.empty()) ERROR_MSG("GCP tiling: no point left");
   return !tiled.empty();
 }
@@ -74,7 +75,8 @@ struct SwathSearch {  // result of one swath
   std::vector<GCPoccur> occ;
   std::vector<GCPexport> points;
   uint64_t nread = 0, nused = 0;
-  int ngerr = 0, nlast = 0;
+  std::vector<GCPrefused> refused;
+  int nlast = 0;
   bool scanned = false;
 };
 
@@ -169,9 +171,14 @@ class Searcher {
     LOG_LINE("GCP " << g.name << " sw=" << sw << " np=" << np << " npts=" << fit.npts << " ok=" << fit.ok
                     << " density=" << fit.density << " roughness=" << fit.roughness);
     if (fit.npts == 0) return;  // beyond the swath's edge
-    if (!fit.ok || fit.density < static_cast<double>(par_.GCP_MIND) ||
-        fit.roughness > static_cast<double>(par_.GCP_MAXS)) {
-      res.ngerr++;
+    const bool sparse =
+        fit.density<static_cast<double>(par_.GCP_MIND), rough = fit.roughness> static_cast<double>(
+            par_.GCP_MAXS);
+    if (!fit.ok || sparse || rough) {
+      res.refused.push_back({gcp, sw,
+                             sparse    ? Refusal::density
+                             : !fit.ok ? Refusal::edge
+                                       : Refusal::roughness});
       return;
     }
     const int group = prj_.swaths[sw].group;
@@ -222,24 +229,36 @@ std::vector<Tiled> points_near(const std::map<uint32_t, std::vector<Tiled>>& row
 }
 
 void warn_search(const GCPcounts& n, size_t nocc) {
-  if (n.ngerr > 0)
-    WARNING_MSG(
-        n.ngerr << " GCP occurrences rejected due to bad data (density, roughness, irregular sampling)");
+  if (!n.refused.empty())
+    WARNING_MSG(n.refused.size()
+                << " GCP occurrences rejected due to bad data (density, roughness, irregular sampling)");
   if (n.nlast > 0)
     WARNING_MSG(
         n.nlast << " GCP occurrences left out: last returns are wanted (-gcp_last), the tiles hold others "
                    "(-keep_all, -last)");
   if (nocc > 0) return;
-  if (n.ngerr > 0)
+  if (!n.refused.empty())
     WARNING_MSG("all GCP filtered out (insufficient density or high roughness)");
   else if (n.nlast == 0)
     WARNING_MSG("no overlap between LiDAR data and GCP");
 }
 }  // namespace
 
-bool load_GCP(const GCPparam& par, std::vector<GCP>& gcp, std::string& used) {
+const char* refusal_text(Refusal why) {
+  switch (why) {
+    case Refusal::edge:
+      return "edge of a swath, or a hole";
+    case Refusal::density:
+      return "too few laser points (-gcp_d_min)";
+    case Refusal::roughness:
+      return "too rough (-gcp_r_max)";
+  }
+  return "";
+}
+
+bool load_GCP(const GCPparam& par, const GeoRefParam& georef, std::vector<GCP>& gcp, std::string& used) {
   const GCPdefaults def{!par.check, par.F0, static_cast<double>(par.S0) / DATAUNIT_Z};
-  if (!read_txt_GCP(par.file, par.col, def, gcp, used)) {
+  if (!read_GCP(par.file, par.col, georef, def, gcp, used)) {
     ERROR_MSG("could not read GCP file " << par.file);
     return false;
   }
@@ -268,7 +287,7 @@ bool robust_QC_GCP(const Project& prj, const std::vector<GCP>& gcp, const GCPpar
   Frame frame;
   if (!choose_swaths(prj, corr, swaths, info, frame)) return false;
   std::vector<Tiled> tiled;
-  if (!comp_GCP_Tocc_Tlist(gcp, make_tile_geom(prj.scale.level), frame, tiled)) return false;
+  if (!comp_GCP_Tocc_Tlist(gcp, make_tile_geom(prj.scale.level), frame, corr == nullptr, tiled)) return false;
   counts.nGCP = static_cast<int>(tiled.size());
   std::map<uint32_t, std::vector<Tiled>> rows;
   for (const Tiled& t : tiled) rows[t.YI].push_back(t);
@@ -286,7 +305,7 @@ bool robust_QC_GCP(const Project& prj, const std::vector<GCP>& gcp, const GCPpar
     counts.nscan += f.scanned;
     counts.nread += f.nread;
     counts.nused += f.nused;
-    counts.ngerr += f.ngerr;
+    counts.refused.insert(counts.refused.end(), f.refused.begin(), f.refused.end());
     counts.nlast += f.nlast;
   }
   LOG_MSG(occ.size() << " occurrences, scanned " << counts.nscan << " swaths for " << counts.nGCP

@@ -17,32 +17,23 @@ const char* weight_text(const XYZGCPparam& par) { return par.EQ ? "equal" : "ada
 
 std::string label(const XYZGCPresult& r, int i, const char* sw, const char* grp) {
   const XYZoccur& o = r.occ[static_cast<size_t>(i)];
-  return one_word(point_of(r, o).name) + sw + to_string(o.sw) + grp + std::to_string(o.group);
+  return occurrence_label(point_of(r, o).name, o.sw, o.group, sw, grp);
 }
 
 double axis(const dxyz& v, int k) { return k == 0 ? v.x : k == 1 ? v.y : v.z; }
 double unit_of(int k) { return k < 2 ? DATAUNIT : DATAUNIT_Z; }
 
-int count_swaths(const XYZGCPresult& r) {
-  std::set<SwathId> swaths;
-  for (const XYZoccur& o : r.occ) swaths.insert(o.sw);
-  return static_cast<int>(swaths.size());
-}
-
 int count_kind(const XYZGCPresult& r, bool control) { return control ? r.control.n : r.check.n; }
+
+ReportHead head_of(const XYZGCPparam& par, bool post) {
+  return {"absolute XYZ",   "Input XYZ GCP file ",    par.file, post, DATAUNIT,
+          weight_text(par), "\"diff\": \"LiDAR-GCP\""};
+}
 
 void put_header(std::ostream& os, const Project& prj, const XYZGCPparam& par, bool post,
                 const XYZGCPresult& r) {
-  os << SOFTINFO << " absolute XYZ quality control report\n\n"
-     << "Version, build     " << SOFTINFO << '\n'
-     << "Run date, time     " << utc_now() << '\n'
-     << "Input XYZ GCP file " << par.file << '\n'
-     << "Output directory   " << OUTDIR << '\n'
-     << "LiDAR output       " << prj.name << '\n'
-     << "Processing         " << (post ? "post-correction" : "initial") << '\n'
-     << "Unit               " << unit_name(DATAUNIT) << '\n'
-     << "Weights            " << weight_text(par) << '\n'
-     << "Swaths used        " << count_swaths(r) << '\n'
+  put_head(os, prj, head_of(par, post));
+  os << "Swaths used        " << count_swaths(r.occ) << '\n'
      << "N GCP used         " << r.occ.size() << '\n'
      << "Check pts found    " << count_kind(r, false) << '\n'
      << "Control pts found  " << count_kind(r, true) << "\n\n";
@@ -113,8 +104,10 @@ void put_list(std::ostream& os, const XYZGCPresult& r) {
   for (const XYZoccur& o : r.occ) {
     const XYZGCP& g = point_of(r, o);
     os << one_word(g.name) << ' ' << o.sw << ' ' << o.group;
-    for (const dxyz* p : {&g.pos, &o.lidar, &o.d})
-      os << ' ' << p->x / DATAUNIT << ' ' << p->y / DATAUNIT << ' ' << p->z / DATAUNIT_Z;
+    for (const dxyz* p : {&g.pos, &o.lidar, &o.d}) {
+      os << ' ';
+      put_xyz_unit(os, *p);
+    }
     os << ' ' << o.in95 << ' ' << o.in99 << ' ' << g.sigma_xy / DATAUNIT << ' ' << g.sigma_z / DATAUNIT_Z
        << ' ' << g.control << '\n';
   }
@@ -130,10 +123,6 @@ bool write_text(const Project& prj, const XYZGCPparam& par, bool post, const XYZ
   put_kind(out.fs, "CONTROL: ", true, r);
   put_list(out.fs, r);
   return out.commit();
-}
-
-void put_json_xyz(std::ostream& os, const char* key, const dxyz& p) {
-  os << "\"" << key << "\": [" << p.x / DATAUNIT << ", " << p.y / DATAUNIT << ", " << p.z / DATAUNIT_Z << "]";
 }
 
 void put_json_stat(std::ostream& os, const char* key, const XYZGCPresult& r, const XYZGCPstat& s) {
@@ -175,14 +164,10 @@ bool write_json(const Project& prj, const XYZGCPparam& par, bool post, const XYZ
   ResultFile out;
   if (!out.open(name)) return false;
   std::ostream& os = out.fs;
-  os << "{\n\t\"software\": " << json_text(SOFTINFO) << ",\n\t\"version, build\": " << json_text(SOFTINFO)
-     << ",\n\t\"processing\": \"" << (post ? "post-correction" : "initial") << "\",\n\t\"unit\": \""
-     << unit_name(DATAUNIT) << "\",\n\t\"swaths\": \"" << (mobile_only(prj) ? "mobile only" : "all")
-     << "\",\n\t\"diff\": \"LiDAR-GCP\",\n\t\"weights\": \"" << weight_text(par) << "\",\n";
+  put_json_head(os, prj, head_of(par, post));
   put_json_stat(os, "check", r, r.check);
   put_json_stat(os, "control", r, r.control);
   os << "\t\"list\": [\n";
-  const auto flag = [](bool b) { return b ? "true" : "false"; };
   for (size_t i = 0; i < r.occ.size(); i++) {
     const XYZoccur& o = r.occ[i];
     const XYZGCP& g = point_of(r, o);
@@ -193,9 +178,9 @@ bool write_json(const Project& prj, const XYZGCPparam& par, bool post, const XYZ
     put_json_xyz(os, "lidar", o.lidar);
     os << ", ";
     put_json_xyz(os, "diff", o.d);
-    os << ", \"in_ci95\": " << flag(o.in95) << ", \"in_ci99\": " << flag(o.in99) << ", \"GCP_sigma\": ["
-       << g.sigma_xy / DATAUNIT << ", " << g.sigma_z / DATAUNIT_Z << "], \"control\": " << flag(g.control)
-       << "}" << (i + 1 < r.occ.size() ? ",\n" : "\n");
+    os << ", \"in_ci95\": " << json_flag(o.in95) << ", \"in_ci99\": " << json_flag(o.in99)
+       << ", \"GCP_sigma\": [" << g.sigma_xy / DATAUNIT << ", " << g.sigma_z / DATAUNIT_Z
+       << "], \"control\": " << json_flag(g.control) << "}" << (i + 1 < r.occ.size() ? ",\n" : "\n");
   }
   os << "\t]\n}\n";
   return out.commit();

@@ -93,10 +93,11 @@ dxyz bias(const XYZGCPparam& par, const XYZGCPresult& r, int group, bool whole) 
 }
 }  // namespace
 
-bool load_XYZGCP(const XYZGCPparam& par, std::vector<XYZGCP>& gcp, std::string& used) {
+bool load_XYZGCP(const XYZGCPparam& par, const GeoRefParam& georef, std::vector<XYZGCP>& gcp,
+                 std::string& used) {
   const XYZGCPdefaults def{!par.check, static_cast<double>(par.SH0) / DATAUNIT,
                            static_cast<double>(par.SZ0) / DATAUNIT_Z};
-  if (!read_txt_XYZGCP(par.file, par.col, def, gcp, used)) {
+  if (!read_XYZGCP(par.file, par.col, georef, def, gcp, used)) {
     ERROR_MSG("could not read XYZ GCP file " << par.file);
     return false;
   }

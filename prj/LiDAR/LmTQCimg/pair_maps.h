@@ -25,6 +25,7 @@ class DZpicture {
   [[nodiscard]] bool add(const Tocc& tiles, const Vector<Image<float>>& cells);
   // Writes name and, with plots, name + "_hist". title: "... Z-difference".
   [[nodiscard]] bool save(const std::string& name, const std::string& title) const;
+  const DZHistogram& histogram() const { return hist_; }
 
  private:
   MapParam par_;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "image/save_image.h"
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
@@ -80,6 +81,7 @@ struct InterResult {
   double Mpix = 0;                       // pixels compared, millions
   double rms_before = 0, rms_after = 0;  // m, height differences over all pairs
   std::vector<PairResult> pairs;         // in the order of the index
+  DZHistogram hist;                      // of the differences before; empty when no maps and plots are drawn
 };
 
 // Those of the pairs that have an occupied microtile in common. near: pairs whose boxes and rectangles meet (see

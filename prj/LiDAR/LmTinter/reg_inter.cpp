@@ -233,6 +233,7 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
   if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));
   if (!commit_logs_DUT(run)) return false;
   if (!save_pictures(run)) return false;
+  result.hist = run.dz_img.histogram();
   result.rms_before = run.before.rms();
   result.rms_after = run.after.rms();
   report(run, result, time.text());

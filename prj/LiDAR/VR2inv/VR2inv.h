@@ -119,6 +119,13 @@ struct InvCorr {          // what a swath gets
   double t0 = 0, Dt = 1;  // s, time of the first node, node interval
 };
 
+struct InvPairStat {  // residuals of a pair, of all vectors used
+  int pair = -1;      // its number in the logs
+  SwathId sw1, sw2;
+  uint64_t n = 0;       // vectors
+  xyz rms = {0, 0, 0};  // m
+};
+
 struct InvResult {
   std::vector<Calib> calib;  // distinct calibration sets (lever m, boresight rad, internals)
   SwathVector<InvCorr> swaths;
@@ -140,7 +147,8 @@ struct InvResult {
   xyz scale = {1, 1, 1};    // residuals in units of the uncertainties, robust; 1 without robust weights
   int npair_used = 0;
   uint64_t nvec_used = 0;
-  bool step2_ok = false;  // time-dependent drift found
+  std::vector<InvPairStat> pairs;  // those used
+  bool step2_ok = false;           // time-dependent drift found
   bool significant =
       true;  // false: the displacements are no larger than what vegetation makes, nothing is corrected
   std::vector<Vector<xyz>>

@@ -97,6 +97,7 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
   }
   ResStat total;
   int npair = 0;
+  res.pairs.clear();
   const std::vector<PairChi> chi = comp_chi(inv);
   for (int k = 0; k < inv.nint; k++) {
     if (!inv.pair[k].use) continue;
@@ -106,6 +107,8 @@ bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file
     total.chi2 += r.chi2;
     total.n += r.n;
     total.down += r.down;
+    const InvPair& p = inv.in.pairs[k];
+    res.pairs.push_back({p.pair < 0 ? k : p.pair, p.sw1, p.sw2, r.stat.n, to_xyz(r.stat.rms())});
     if (write_file) put_pair(out.fs, inv, k, r);
   }
   if (total.stat.n == 0) LOG_LINE("<!> sum");

@@ -13,8 +13,17 @@ struct ControlShift {   // what may be applied
   bool groups = false;  // per group of swaths (-gcp_grp)
 };
 
+// Of the swaths of a row's group; nothing for groups without one.
+dxyz shift_of(const GroupShifts& shifts, const Swath& s);
+
+// The shift that the control points of one group ask for, with the tables of its swaths; found: they have one.
+// False after an ERROR line.
+[[nodiscard]] bool comp_group_shift(const Project& prj, const ControlParam& par, const ControlPoints& points,
+                                    const ControlShift& shift, int group, const SwathVector<SCorrTbl>& tables,
+                                    dxyz& result, bool& found);
+
 // Measures with the tables of swc, adds the shifts to their T0, and writes the reports behind it. after: the
-// differences with these shifts. What control points leave undetermined stays as it is. False after an ERROR line; no
+// differences with these shifts, and the shifts added to those that it holds. What control points leave undetermined stays as it is. False after an ERROR line; no
 // shift is added then.
 [[nodiscard]] bool corr_control_T0_SCorr(const Project& prj, const ControlParam& par,
                                          const ControlPoints& points, const ControlShift& shift,

@@ -7,6 +7,7 @@
 #include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
@@ -64,17 +65,17 @@ struct CorrParam {
 };
 
 struct CorrResult {
-  std::vector<SwathId> swc;        // swaths corrected
-  std::vector<SwathId> copied;     // swaths without a correction that were copied
-  int nswrej = 0;                  // mobile swaths left as they are
-  double Mp = 0;                   // points written, millions
-  double MB = 0;                   // bytes written, millions
-  bool reached = false;            // the corrections were known and the files were begun
-  QCcorrResult qc;                 // the check after the correction
-  ControlQC control;               // the control points behind the correction
-  ControlPoints points;            // targets where they lie in the corrected swaths
-  std::vector<std::string> found;  // lines: each calibration set with its uncertainties
-  std::vector<Calib> calib;        // the sets themselves
-  SwathVector<int> sw2cal;         // the set of each, -1 for none
+  std::vector<SwathId> swc;     // swaths corrected
+  std::vector<SwathId> copied;  // swaths without a correction that were copied
+  int nswrej = 0;               // mobile swaths left as they are
+  double Mp = 0;                // points written, millions
+  double MB = 0;                // bytes written, millions
+  bool reached = false;         // the corrections were known and the files were begun
+  QCcorrResult qc;              // the check after the correction
+  ControlQC control;            // the control points behind the correction
+  ControlPoints points;         // targets where they lie in the corrected swaths
+  InvResult inv;                // what was found, without the residuals of single vectors
+  double AGL = 0;               // m, mean height above ground
+  SeparationResult separation;  // with the corrections (-sep)
 };
 }  // namespace veld

@@ -4,36 +4,31 @@
 
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
-#include "prj/LiDAR/LmTQCsep/separation.h"
-#include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/copy_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
-#include "prj/LiDAR/VR2proc/global_shift.h"
+#include "prj/LiDAR/VR2proc/independent_groups.h"
 #include "prj/LiDAR/VR2proc/residual_maps.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
 // The shifts of whole swaths, on top of the tables.
-void shift_swaths(const Project& prj, CorrRun& run) {
-  GlobalShiftParam par;
-  par.CGM = run.par.CGM;
-  par.CD = run.par.CD;
-  par.CR = run.par.CR;
-  par.range_model = !run.par.inv.CALINTGEN && !run.par.inv.CALINTNOB;
-  par.AGL = run.par.AGL > 0 ? static_cast<double>(run.par.AGL) : comp_mean_AGL(run.samples, run.swc);
+void shift_swaths(const Project& prj, CorrRun& run, double& AGL) {
+  const GlobalShiftParam par = global_shift(run);
+  AGL = par.AGL;
   init_T0_SCorr(run.res, run.swc, run.tables);
+  add_group_shifts(prj, run.groups, run.swc, run.tables);
   if (run.par.manual.on) add_T0_manual(prj, run.par.manual, run.swc, run.tables);
   dzcorr_DR_T0_SCorr(run.res, par, run.swc, run.tables);
 }
 
-// And the shifts to the ground control.
+// And the shifts to the ground control, beside those of groups that are known already.
 bool shift_to_control(const Project& prj, CorrRun& run, CorrResult& result) {
-  const ControlShift shift{run.par.CZ, run.par.CXYZ, run.par.GCPG};
-  return corr_control_T0_SCorr(prj, run.par.control, run.par.points, shift, run.swc, run.tables,
-                               result.control);
+  result.control.shifts = run.groups;
+  return corr_control_T0_SCorr(prj, run.par.control, run.par.points, control_shift(run.par), run.swc,
+                               run.tables, result.control);
 }
 
 // The shifts that corrected trajectories contain beside the drift.
@@ -78,7 +73,7 @@ bool comp_corrections(Project& prj, CorrRun& run, CorrResult& result, bool& chec
   const CorrSource source{run.res, run.par.inv, run.par.manual, run.rot};
   if (!corr_tbl_swaths(prj, source, run.swc, run.samples, run.index, run.par.fill, NTHREADS, run.tables))
     return false;
-  shift_swaths(prj, run);
+  shift_swaths(prj, run, result.AGL);
   checked = shift_to_control(prj, run, result);
   display_global_shift(run.swc, run.tables);
   if (!Cimg_stat_swaths(prj, run.swc, run.tables) ||
@@ -92,14 +87,28 @@ bool comp_corrections(Project& prj, CorrRun& run, CorrResult& result, bool& chec
     ERROR_MSG("post-correction relative QC failed, missing/incompatible temp. grid files");
     checked = false;  // ends the QC only: the corrected files are still written
   }
-  SeparationResult separation;
-  if (run.par.map.sep && !save_separation(prj, frame, run.par.map, NTHREADS, &run.tables, separation)) {
+  if (run.par.map.sep &&
+      !save_separation(prj, frame, run.par.map, NTHREADS, &run.tables, result.separation)) {
     ERROR_MSG("swath separation after the correction failed");
     checked = false;
   }
   return true;
 }
 }  // namespace
+
+GlobalShiftParam global_shift(const CorrRun& run) {
+  GlobalShiftParam par;
+  par.CGM = run.par.CGM;
+  par.CD = run.par.CD;
+  par.CR = run.par.CR;
+  par.range_model = !run.par.inv.CALINTGEN && !run.par.inv.CALINTNOB;
+  par.AGL = run.par.AGL > 0 ? static_cast<double>(run.par.AGL) : comp_mean_AGL(run.samples, run.swc);
+  return par;
+}
+
+ControlShift control_shift(const CorrParam& par) {
+  return {par.CZ && !par.points.gcp.empty(), par.CXYZ && !par.points.xyz.empty(), par.GCPG};
+}
 
 void choose_qc_pairs(const Project& prj, CorrRun& run) {
   if (!run.par.QC) return;
@@ -119,9 +128,6 @@ bool QC_OUT_CORR(Project& prj, CorrRun& run, CorrResult& result) {
   const Stopwatch watch;
   bool ok = true;
   if (!comp_corrections(prj, run, result, ok)) return false;
-  result.calib = run.res.calib;
-  result.sw2cal = SwathVector<int>(prj.swaths, -1);
-  for (const Swath& s : prj.swaths.present()) result.sw2cal[s.id] = run.res.swaths[s.id].cal;
   result.points = moved_control(prj, run.par.points, result.control);
   log_output(run.par);
   note_shifts(run);
@@ -129,9 +135,12 @@ bool QC_OUT_CORR(Project& prj, CorrRun& run, CorrResult& result) {
     ERROR_MSG("at least one swath correction failed");
     ok = false;
   }
-  if (!result.reached) return false;
-  ok = copy_rejected(prj, run.par, result) && ok;
-  if (run.par.opo) ok = corr_POfiles(prj, run.par, run.sync, run.res, result.swc, run.tables) && ok;
+  ok = result.reached && ok;
+  if (result.reached) ok = copy_rejected(prj, run.par, result) && ok;
+  if (result.reached && run.par.opo)
+    ok = corr_POfiles(prj, run.par, run.sync, run.res, result.swc, run.tables) && ok;
+  run.res.residuals.clear();
+  result.inv = std::move(run.res);
   LOG_LINE("/// QC_OUT_CORR TIME=" << watch.text());
   return ok;
 }

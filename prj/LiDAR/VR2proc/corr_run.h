@@ -5,16 +5,24 @@
 #pragma once
 #include <vector>
 
+#include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_param.h"
+#include "prj/LiDAR/VR2proc/global_shift.h"
 
 namespace veld {
 struct CorrRun : SwathGeometry {
   POsync sync;
-  CorrParam par;  // inv: after the options have been reconciled with the data
+  CorrParam par;       // inv: after the options have been reconciled with the data
+  GroupShifts groups;  // to control points, known before the inversion of all pairs (-gcp_grp)
   InvResult res;
   std::vector<SwPair> qc_pairs;
   SwathVector<SCorrTbl> tables;
 };
+
+// What cancels global means, as the options say.
+GlobalShiftParam global_shift(const CorrRun& run);
+// Shifts to control points, as far as there are any.
+ControlShift control_shift(const CorrParam& par);
 
 // Pairs of the check after the correction: of the index, both swaths with a correction or fixed.
 void choose_qc_pairs(const Project& prj, CorrRun& run);

@@ -9,6 +9,7 @@
 #include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_run.h"
 #include "prj/LiDAR/VR2proc/global_shift.h"
+#include "prj/LiDAR/VR2proc/independent_groups.h"
 #include "prj/LiDAR/VR2proc/inv_input.h"
 #include "prj/LiDAR/VR2proc/residual_maps.h"
 #include "prj/LiDAR/tuning.h"
@@ -75,6 +76,10 @@ void reconcile(const Project& prj, CorrRun& run) {
   }
   const bool channels =
       std::ranges::any_of(prj.swaths, [](const Swath& s) { return s.mobile() && s.channel != 0; });
+  if (run.par.GCPG && prj.nmgrp <= 1) {
+    WARNING_MSG("independent group GCP bias correction disabled, needs multiple groups");
+    run.par.GCPG = false;
+  }
   if (inv.CALR && !channels) {
     WARNING_MSG("relative calibration disabled, needs several channels (options -cal_rel -chgrp)");
     inv.CALR = false;
@@ -159,6 +164,7 @@ bool register_again(const Project& prj, CorrRun& run) {
   const CorrSource source{run.res, run.par.inv, run.par.manual, run.rot};
   if (!corr_tbl_swaths(prj, source, run.swc, run.samples, run.index, FILL, NTHREADS, model)) return false;
   init_T0_SCorr(run.res, run.swc, model);
+  add_group_shifts(prj, run.groups, run.swc, model);
   const std::string dut = prj.name + "_2";
   InterResult reg;
   if (!rereg_inter_LmT(prj, run.sync.idx, model, dut, NTHREADS, reg)) {
@@ -168,22 +174,39 @@ bool register_again(const Project& prj, CorrRun& run) {
   return replace_sync_pairs(reg.nreg > 0 ? dut : run.par.dut, prj, run.sync);
 }
 
+// The vectors, less what the known shifts of groups make of them.
+InvInput take_vectors(const Project& prj, CorrRun& run) {
+  InvInput in = make_InvInput(prj, run.rot, run.samples, run.sync);
+  in.shift0 = pair_shifts(prj, in.pairs, run.groups);
+  return in;
+}
+
+// Each group to its control points first, without what ties it to the others.
+bool shift_groups(const Project& prj, CorrRun& run, InvInput& in) {
+  const ControlShift shift = control_shift(run.par);
+  if (!shift.groups || (!shift.CZ && !shift.CXYZ)) return true;
+  if (!comp_independent_shifts(prj, run, in, run.groups)) return false;
+  in.shift0 = pair_shifts(prj, in.pairs, run.groups);
+  return true;
+}
+
 bool invert(const Project& prj, CorrRun& run) {
   const Stopwatch watch;
-  InvInput in = make_InvInput(prj, run.rot, run.samples, run.sync);
+  InvInput in = take_vectors(prj, run);
+  if (!shift_groups(prj, run, in)) return false;
   if (run.par.REG2) {
     if (!invert_pairs(prj, run, in, false)) return false;
     const InvResult& r = run.res;
     if (r.significant && (r.CL || r.CB || r.CI || r.CT || r.CA)) {
       if (!register_again(prj, run)) return false;
-      in = make_InvInput(prj, run.rot, run.samples, run.sync);
+      in = take_vectors(prj, run);
     }
   }
   if (!invert_pairs(prj, run, in, true)) return false;
+  if (!run.groups.empty()) LOG_LINE("TOTAL IG+DG INV_TIME=" << watch.text());
   LOG_MSG("All inversion steps completed | " << watch.text());
   return save_residual_maps(prj, run.sync.idx, run.par.map, in, run.res);
 }
-
 }  // namespace
 
 bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) {
@@ -197,8 +220,6 @@ bool DUT_PO_INV_QC_CORR(Project& prj, const CorrParam& par, CorrResult& result) 
   settle_dt(run);
   if (!invert(prj, run)) return false;
   choose_qc_pairs(prj, run);
-  const bool ok = QC_OUT_CORR(prj, run, result);
-  result.found = run.res.summary;
-  return ok;
+  return QC_OUT_CORR(prj, run, result);
 }
 }  // namespace veld

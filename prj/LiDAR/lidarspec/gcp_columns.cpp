@@ -63,7 +63,14 @@ constexpr ColumnName XYZGCP_NAMES[] = {
     {'c', " c control ctrl use type "},
 };
 
-char letter_of(const std::string& field, bool target) {
+bool is_xyz_alphabet(const std::string& ref) { return ref.find('X') != std::string::npos; }
+
+bool is_integer(const std::string& s) {
+  return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+}  // namespace
+
+char column_letter(const std::string& field, bool target) {
   std::string word = lower(field);
   word = word.substr(0, word.find_first_of(" [("));
   for (const char* unit : {"_m", "_ft", "_usft"}) {
@@ -84,13 +91,6 @@ char letter_of(const std::string& field, bool target) {
     if (std::string(n.words).find(key) != std::string::npos) return n.letter;
   return ' ';
 }
-
-bool is_xyz_alphabet(const std::string& ref) { return ref.find('X') != std::string::npos; }
-
-bool is_integer(const std::string& s) {
-  return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-}  // namespace
 
 bool parse_colfmt(const std::string& fmt, const std::string& ref, std::vector<int>& columns) {
   LOG_ENTER("parse_colfmt fmt='" << fmt << "' ref='" << ref << "'");
@@ -159,7 +159,7 @@ bool header_colfmt(const std::vector<std::string>& fields, const std::string& re
   for (const std::string& f : fields) {
     double number;
     if (parse_coordinate(f, number)) return false;
-    const char c = letter_of(f, is_xyz_alphabet(ref));
+    const char c = column_letter(f, is_xyz_alphabet(ref));
     letters += letters.find(c) == std::string::npos ? c : ' ';
   }
   const Alphabet a = read_alphabet(ref);

@@ -12,6 +12,8 @@ bool header_colfmt(const std::vector<std::string>& fields, const std::string& re
 std::string plain_colfmt(const std::vector<std::string>& fields, const std::string& ref);
 // Columns of letters as header_colfmt gives them.
 std::vector<int> letter_columns(const std::string& letters, const std::string& ref);
+// The letter of the column that a name stands for, ' ' for none; target: of the alphabet of targets.
+char column_letter(const std::string& name, bool target);
 // A finite number, the whole of the text; a decimal comma is taken for a point.
 bool parse_coordinate(const std::string& text, double& value);
 }  // namespace veld

@@ -1,16 +1,18 @@
 // prj/LiDAR/lidarspec/lidarspec.h
-// Ground control points from text files: heights (GCP), and targets in three dimensions (XYZ GCP).
+// Ground control points from text files and GeoJSON: heights (GCP), and targets in three dimensions (XYZ GCP).
 // Here:     the points, the format strings of their columns, the readers.
 // Not here: what is measured at them (LmTQCGCP).
 //
 // A line is cut at semicolons if it has one outside quotes, else at tabs, else at commas, else at blanks. Quotes
 // (") keep separators in a name. With semicolons a number may have a decimal comma. What follows '#' at the
-// beginning of a line is a comment.
+// beginning of a line is a comment. Of GeoJSON (by the name's end) point features are read, with their coordinate
+// system; properties are named as columns are.
 #pragma once
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "geo/georef.h"
 #include "lib/Geometry/xyz.h"
 
 namespace veld {
@@ -62,4 +64,11 @@ struct XYZGCPdefaults {
                                 std::vector<GCP>& result, std::string& used);
 [[nodiscard]] bool read_txt_XYZGCP(const std::string& file, const std::string& fmt, const XYZGCPdefaults& def,
                                    std::vector<XYZGCP>& result, std::string& used);
+
+// The same of a text or of GeoJSON, whose positions are brought into the coordinates and units of georef; it takes no
+// fmt.
+[[nodiscard]] bool read_GCP(const std::string& file, const std::string& fmt, const GeoRefParam& georef,
+                            const GCPdefaults& def, std::vector<GCP>& result, std::string& used);
+[[nodiscard]] bool read_XYZGCP(const std::string& file, const std::string& fmt, const GeoRefParam& georef,
+                               const XYZGCPdefaults& def, std::vector<XYZGCP>& result, std::string& used);
 }  // namespace veld

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "prj/LiDAR/POio/txt_rows.h"
 #include "prj/LiDAR/lidarspec/gcp_columns.h"
+#include "prj/LiDAR/lidarspec/gcp_geojson.h"
 #include "prj/LiDAR/lidarspec/lidarspec.h"
 
 namespace veld {
@@ -74,7 +75,7 @@ bool is_title(const std::vector<std::string>& fields) {
 // The lines of a file as rows. point: takes a row, false when it is no point. Returns false after an ERROR line.
 template <typename Point>
 bool read_rows(const std::string& file, const std::string& fmt, const std::string& ref, const char* kind,
-               size_t& npoint, std::string& used, Point point) {
+               std::string& used, Point point) {
   std::vector<int> columns;
   used = fmt;
   if (!fmt.empty() && !parse_colfmt(fmt, ref, columns)) return false;
@@ -83,7 +84,7 @@ bool read_rows(const std::string& file, const std::string& fmt, const std::strin
   if (!in.open(file)) return false;
   std::string_view line;
   std::vector<std::string> fields;
-  uint64_t nline = 0, nskip = 0, nbad = 0, first_bad = 0;
+  uint64_t npoint = 0, nline = 0, nskip = 0, nbad = 0, first_bad = 0;
   while (in.next(line)) {
     if (nline++ == 0 && line.substr(0, 3) == "\xEF\xBB\xBF") line.remove_prefix(3);
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
@@ -108,7 +109,10 @@ bool read_rows(const std::string& file, const std::string& fmt, const std::strin
     const auto [cmin, cmax] = std::minmax_element(columns.begin(), columns.end());
     const int c_min = std::max(*cmin, 0), c_max = *cmax;
     ASSERT(c_min >= 0 && c_max < 100);
-    if (fields.size() > static_cast<size_t>(c_max) && point(Row(fields, columns, letters))) continue;
+    if (fields.size() > static_cast<size_t>(c_max) && point(Row(fields, columns, letters))) {
+      npoint++;
+      continue;
+    }
     nskip++;
     // A line without any number where the position should stand is a header or a title.
     if (!is_number(fields, columns[letters.find('x')]) && !is_number(fields, columns[letters.find('y')]))
@@ -129,6 +133,60 @@ bool read_rows(const std::string& file, const std::string& fmt, const std::strin
                      << ", the first is line " << first_bad);
   return true;
 }
+// The features of a GeoJSON file as rows. Returns false after an ERROR line.
+template <typename Point>
+bool read_features(const std::string& file, const std::string& fmt, const std::string& ref, const char* kind,
+                   const GeoRefParam& georef, std::string& used, Point point) {
+  if (!fmt.empty()) {
+    ERROR_MSG("a column format is for text files, GeoJSON names its properties, file " << file);
+    return false;
+  }
+  used = "GeoJSON";
+  std::vector<int> columns;
+  const std::string letters = letters_of(ref);
+  for (size_t i = 0; i < letters.size(); i++) columns.push_back(static_cast<int>(i));
+  uint64_t nfeature = 0, nskip = 0;
+  if (!read_geojson_rows(
+          file, ref, georef,
+          [&](const std::vector<std::string>& fields) { return point(Row(fields, columns, letters)); },
+          nfeature, nskip))
+    return false;
+  if (nskip == nfeature) {
+    ERROR_MSG("no valid " << kind << " found in file " << file);
+    return false;
+  }
+  LOG_LINE("points read: " << nfeature - nskip << ", features skipped: " << nskip);
+  if (nskip > 0) WARNING_MSG(nskip << " features of " << file << " are no " << kind);
+  return true;
+}
+
+// Adds the point of a row; false when it is none.
+bool add_GCP(const Row& row, const GCPdefaults& def, std::vector<GCP>& result) {
+  GCP p;
+  p.control = def.C0;
+  p.last = def.F0;
+  p.sigma = def.S0;
+  if (!row.position("xyz", p.pos) || !row.sigma('s', p.sigma) || !row.flag('c', p.control) ||
+      !row.flag('f', p.last))
+    return false;
+  p.name = row.text('i').empty() ? "GCP_" + std::to_string(result.size() + 1) : row.text('i');
+  result.push_back(p);
+  return true;
+}
+
+bool add_XYZGCP(const Row& row, const XYZGCPdefaults& def, std::vector<XYZGCP>& result) {
+  XYZGCP p;
+  p.control = def.C0;
+  p.sigma_xy = def.SH0;
+  p.sigma_z = def.SV0;
+  p.match = row.text('f');
+  if (p.match.empty() || !row.position("xyz", p.pos) || !row.position("XYZ", p.lidar) ||
+      !row.sigma('h', p.sigma_xy) || !row.sigma('v', p.sigma_z) || !row.flag('c', p.control))
+    return false;
+  p.name = row.text('i').empty() ? "XYZ_GCP_" + std::to_string(result.size() + 1) : row.text('i');
+  result.push_back(p);
+  return true;
+}
 }  // namespace
 
 bool read_txt_GCP(const std::string& file, const std::string& fmt, const GCPdefaults& def,
@@ -138,20 +196,8 @@ bool read_txt_GCP(const std::string& file, const std::string& fmt, const GCPdefa
                                             << " FC=" << has('c') << " FF=" << has('f') << " C0=" << def.C0
                                             << " F0=" << def.F0 << " S0=" << def.S0);
   result.clear();
-  size_t n = 0;
-  return read_rows(file, fmt, GCP_ALPHABET, "GCP", n, used, [&](const Row& row) {
-    GCP p;
-    p.control = def.C0;
-    p.last = def.F0;
-    p.sigma = def.S0;
-    if (!row.position("xyz", p.pos) || !row.sigma('s', p.sigma) || !row.flag('c', p.control) ||
-        !row.flag('f', p.last))
-      return false;
-    p.name = row.text('i').empty() ? "GCP_" + std::to_string(result.size() + 1) : row.text('i');
-    result.push_back(p);
-    n++;
-    return true;
-  });
+  return read_rows(file, fmt, GCP_ALPHABET, "GCP", used,
+                   [&](const Row& row) { return add_GCP(row, def, result); });
 }
 
 bool read_txt_XYZGCP(const std::string& file, const std::string& fmt, const XYZGCPdefaults& def,
@@ -161,20 +207,23 @@ bool read_txt_XYZGCP(const std::string& file, const std::string& fmt, const XYZG
                                                << " FV=" << has('v') << " FC=" << has('c') << " C0=" << def.C0
                                                << " SH0=" << def.SH0 << " SV0=" << def.SV0);
   result.clear();
-  size_t n = 0;
-  return read_rows(file, fmt, XYZGCP_ALPHABET, "XYZ GCP", n, used, [&](const Row& row) {
-    XYZGCP p;
-    p.control = def.C0;
-    p.sigma_xy = def.SH0;
-    p.sigma_z = def.SV0;
-    p.match = row.text('f');
-    if (p.match.empty() || !row.position("xyz", p.pos) || !row.position("XYZ", p.lidar) ||
-        !row.sigma('h', p.sigma_xy) || !row.sigma('v', p.sigma_z) || !row.flag('c', p.control))
-      return false;
-    p.name = row.text('i').empty() ? "XYZ_GCP_" + std::to_string(result.size() + 1) : row.text('i');
-    result.push_back(p);
-    n++;
-    return true;
-  });
+  return read_rows(file, fmt, XYZGCP_ALPHABET, "XYZ GCP", used,
+                   [&](const Row& row) { return add_XYZGCP(row, def, result); });
+}
+
+bool read_GCP(const std::string& file, const std::string& fmt, const GeoRefParam& georef,
+              const GCPdefaults& def, std::vector<GCP>& result, std::string& used) {
+  if (!is_geojson(file)) return read_txt_GCP(file, fmt, def, result, used);
+  result.clear();
+  return read_features(file, fmt, GCP_ALPHABET, "GCP", georef, used,
+                       [&](const Row& row) { return add_GCP(row, def, result); });
+}
+
+bool read_XYZGCP(const std::string& file, const std::string& fmt, const GeoRefParam& georef,
+                 const XYZGCPdefaults& def, std::vector<XYZGCP>& result, std::string& used) {
+  if (!is_geojson(file)) return read_txt_XYZGCP(file, fmt, def, result, used);
+  result.clear();
+  return read_features(file, fmt, XYZGCP_ALPHABET, "XYZ GCP", georef, used,
+                       [&](const Row& row) { return add_XYZGCP(row, def, result); });
 }
 }  // namespace veld

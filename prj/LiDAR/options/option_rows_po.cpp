@@ -48,7 +48,7 @@ void add_rows_po(Options& o, std::vector<OptRow>& rows) {
       reals("test_proj3", "", -ANY, ANY, 3, 3, &o.test_proj3, available, Theme::command,
             "project three values and exit"),
       text("gcp", "", &o.scanning.control.gcp.file, available, Theme::gcp,
-           "ground control points (heights), a text file", "*"),
+           "ground control points (heights), a text or GeoJSON file", "*"),
       filename("gcp_parse", "", &o.scanning.control.gcp.col, available, Theme::gcp,
                "columns of -gcp: [i]xyz[s][c][f]: name, position, deviation, control flag, last-return flag; "
                "else by a header or their number"),
@@ -67,7 +67,7 @@ void add_rows_po(Options& o, std::vector<OptRow>& rows) {
       boolean("gcp_out", "", &o.scanning.control.gcp.GCP_ROB, available, Theme::gcp,
               "reject outliers of -gcp, over all and in each group"),
       text("xyz_gcp", "", &o.scanning.control.xyz.file, available, Theme::gcp,
-           "ground control points in X Y Z, a text file", "*"),
+           "ground control points in X Y Z, a text or GeoJSON file", "*"),
       filename("xyz_gcp_parse", "", &o.scanning.control.xyz.col, available, Theme::gcp,
                "columns of -xyz_gcp: [i]fxyzXYZ[hvc]: name, swath, surveyed xyz, XYZ in the swath, "
                "deviations, control flag"),

@@ -308,7 +308,9 @@ const std::vector<OutputTable>& output_tables() {
   return tables;
 }
 
-const OutputTable* output_of(const std::string& ending) {
+const OutputTable* output_of(const std::string& whole) {
+  static const std::regex group("_ig[0-9]+_.*");  // of the inversion of one group alone
+  const std::string ending = std::regex_match(whole, group) ? whole.substr(whole.find('_', 1)) : whole;
   for (const OutputTable& t : output_tables()) {
     if (!ending.starts_with(t.suffix)) continue;
     const std::string rest = ending.substr(std::strlen(t.suffix));
@@ -326,7 +328,9 @@ std::string outputs_text() {
       "seconds are those of the\nswaths after synchronisation. A blank line ends a table.\nPictures are "
       "`.jpg` and "
       "`.tif` files, world files `.jgw` and `.tfw`; `_cmap_BOTTOM_TOP` is the colour bar of a\nmap, "
-      "`_r<row>_c<column>` a part of one beyond `-map_size`.\n";
+      "`_r<row>_c<column>` a part of one beyond `-map_size`.\nNAME_ig<group>_... are those of one group "
+      "alone "
+      "(`-gcp_grp`).\n";
   for (const OutputTable& t : output_tables()) {
     text +=
         std::string("\n## NAME") + t.suffix + (t.picture ? " (pictures)" : "") + "\n\n" + t.meaning + "\n";

@@ -1,16 +1,22 @@
 #include "prj/LiDAR/report/accuracy.h"
 
 #include <cmath>
+#include <cstdio>
 #include <map>
 
 #include "lib/general/log.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 
 namespace veld {
 namespace {
 constexpr int NPOINT_MIN = 30;                    // check points that a statement needs
 constexpr double WITHIN = 0.8, WITHIN_MAX = 1.6;  // overlap differences in units of the class: RMS, largest
 
-std::string cm(double m) { return LOG_STR(100 * m << " cm"); }
+std::string cm(double m) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.1f cm", 100 * m);
+  return text;
+}
 
 Kept test(double value, double limit) {
   return value < 0 ? Kept::open : value <= limit ? Kept::yes : Kept::no;
@@ -76,21 +82,36 @@ std::vector<Statement> asprs_statements(const AccuracyFigures& f) {
 std::vector<QualityLevel> usgs_levels(const AccuracyFigures& f) {
   const struct {
     const char* name;
-    double rmse, overlap, density;  // m, m, points/m2
-  } rows[] = {
-      {"QL0", 0.05, 0.04, 8}, {"QL1", 0.10, 0.08, 8}, {"QL2", 0.10, 0.08, 2}, {"QL3", 0.20, 0.16, 0.5}};
+    double rmse, density;  // m, points/m2
+  } rows[] = {{"QL0", 0.05, 8}, {"QL1", 0.10, 8}, {"QL2", 0.10, 2}, {"QL3", 0.20, 0.5}};
+  const auto with_largest = [](double typical, double largest) {
+    return typical < 0 ? std::string("not measured")
+                       : LOG_STR("95 % within " << cm(typical) << ", largest " << cm(largest));
+  };
+  const auto test_largest = [](double typical, double largest, double limit) {
+    return typical < 0 ? Kept::open : largest <= limit ? Kept::yes : typical > limit ? Kept::no : Kept::open;
+  };
   std::vector<QualityLevel> levels;
   for (const auto& row : rows) {
+    const SeparationLimits& sep = QUALITY_LEVELS[levels.size()];
+    const double overlap = static_cast<double>(sep.rms), largest = static_cast<double>(sep.largest),
+                 range = static_cast<double>(sep.precision);
+    const double between = f.rms_open >= 0 ? f.rms_open : f.rms_overlap;
     QualityLevel q{row.name, {}, Kept::yes};
-    q.statements = {{LOG_STR("RMSE on open ground at most " << cm(row.rmse)), known(f.rmse_NVA),
-                     test(f.rmse_NVA, row.rmse)},
-                    {LOG_STR("swath overlap difference RMS at most " << cm(row.overlap)),
-                     known(f.rms_overlap), test(f.rms_overlap, row.overlap)},
-                    {LOG_STR("density at least " << row.density << " points/m2"),
-                     f.density < 0 ? std::string("not known") : LOG_STR(f.density << " points/m2"),
-                     f.density < 0              ? Kept::open
-                     : f.density >= row.density ? Kept::yes
-                                                : Kept::no}};
+    q.statements = {
+        {"check points on open ground, RMSE", known(f.rmse_NVA), test(f.rmse_NVA, row.rmse), cm(row.rmse)},
+        {f.rms_open >= 0 ? "between swaths on open ground, RMS" : "between swaths, RMS", known(between),
+         test(between, overlap), cm(overlap)},
+        {"between swaths on open ground, largest", with_largest(f.p95_open, f.max_open),
+         test_largest(f.p95_open, f.max_open, largest), cm(largest)},
+        {"within a swath on hard ground, largest", with_largest(f.precision, f.max_precision),
+         test_largest(f.precision, f.max_precision, range), cm(range)},
+        {"density of a swath, at least",
+         f.density < 0 ? std::string("not known") : LOG_STR(f.density << " points/m2"),
+         f.density < 0              ? Kept::open
+         : f.density >= row.density ? Kept::yes
+                                    : Kept::no,
+         LOG_STR(row.density << " points/m2")}};
     for (const Statement& s : q.statements)
       if (s.kept == Kept::no || (s.kept == Kept::open && q.kept == Kept::yes)) q.kept = s.kept;
     levels.push_back(q);

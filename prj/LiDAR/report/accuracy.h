@@ -16,7 +16,10 @@ struct AccuracyFigures {   // m; below 0: not known
   double sigma_survey = 0;  // RMS of the standard deviations of the check points on open ground
   double rms_overlap = -1;  // height differences between overlapping swaths
   double max_pair = -1;     // the same of the worst pair
-  double density = -1;      // points/m2 of a swath
+  double rms_open = -1, p95_open = -1, max_open = -1;  // differences of cells on open, even ground
+  double precision = -1,
+         max_precision = -1;  // heights within a cell of a swath on hard ground: 95 %, largest
+  double density = -1;        // points/m2 of a swath
   // The vertical error with that of the survey.
   double rmse_V() const;
 };
@@ -30,13 +33,16 @@ struct Statement {
   std::string rule;    // what is asked for
   std::string figure;  // what was found, with its unit
   Kept kept;
+  std::string limit = {};  // of a rule that levels share
 };
 
 // ASPRS Positional Accuracy Standards for Digital Geospatial Data, Edition 2 (2023): vertical accuracy class of the
 // swaths by check points on open ground, with the survey's error; the number of points; relative accuracy.
 std::vector<Statement> asprs_statements(const AccuracyFigures& f);
 
-// USGS Lidar Base Specification: the quality levels, best first, each with what it asks for.
+// USGS Lidar Base Specification: the quality levels, best first, each with what it asks for; the rules are the same
+// for all. A largest value beyond its limit fails when one of twenty cells is beyond it too; else a car may be the
+// cause, and the rule is open.
 struct QualityLevel {
   std::string name;
   std::vector<Statement> statements;

@@ -6,5 +6,5 @@
 
 namespace veld {
 ReportInput make_ReportInput(const Project& prj, const ScanResult& scanned, const ControlParam& control,
-                             bool complete);
+                             const MapParam& map, bool complete);
 }  // namespace veld

@@ -85,19 +85,49 @@ struct Progress {
   bool complete = true;  // nothing was left out or is uncertain
 };
 
+// Options of control points that a run has none of have no effect, which is a mistake.
+bool check_control_options(const GivenSet& given, const ControlParam& par) {
+  const bool heights = !par.gcp.file.empty(), targets = !par.xyz.file.empty();
+  const struct {
+    bool missing;
+    const char* file;
+    std::vector<const char*> names;
+  } kinds[] = {
+      {!heights,
+       "-gcp",
+       {"gcp_parse", "gcp_check", "gcp_last", "gcp_sigma", "gcp_equal", "gcp_r_max", "gcp_d_min", "gcp_out",
+        "gcp_dz", "ogcp_pc", "ogcp_tin"}},
+      {!targets,
+       "-xyz_gcp",
+       {"xyz_gcp_parse", "xyz_gcp_check", "xyz_gcp_sxy", "xyz_gcp_sz", "xyz_gcp_equal", "xyz_gcp_corr"}},
+      {!heights && !targets, "-gcp or -xyz_gcp", {"gcp_grp", "json"}}};
+  bool ok = true;
+  for (const auto& kind : kinds)
+    for (const char* const name : kind.names)
+      if (kind.missing && given.count(name)) {
+        ERROR_MSG("option -" << name << " needs control points: " << kind.file);
+        ok = false;
+      }
+  return ok;
+}
+
 // Control points of the options, else those that the displacement file names. Read before the work, so that a wrong
 // file does not end it.
-bool read_control(const std::string& dut, ControlParam& par, ControlPoints& points) {
+bool read_control(const std::string& dut, const GivenSet& given, const GeoRefParam& georef, ControlParam& par,
+                  ControlPoints& points) {
   DUTidx idx;
   if (!dut.empty() && !read_DUT_IDX(dut, idx)) return false;
-  if (!dut.empty()) take_DUT_control(idx, par);
-  return load_control(par, points);
+  if (!dut.empty())
+    take_DUT_control(
+        idx, [&](const char* option) { return given.count(option) > 0; }, par);
+  return check_control_options(given, par) && load_control(par, georef, points);
 }
 
 // The page of a correction, and the closing lines.
 bool report_correction(const Project& prj, const Options& o, const ScanResult& scanned, const CorrParam& par,
                        const CorrResult& corrected, bool complete) {
-  if (o.report && !write_report(prj, corrected, make_ReportInput(prj, scanned, par.control, complete)))
+  if (o.report &&
+      !write_report(prj, corrected, make_ReportInput(prj, scanned, par.control, par.map, complete)))
     return false;
   show_absolute(prj, scanned.control, corrected.control,
                 o.report ? prj.name + "_report.html" : std::string());
@@ -169,7 +199,8 @@ Step process(Run& run) {
   Progress progress;
   if (!prepare_correction(run, dut)) return Step::failed;
   if (!dut.empty() && !complete_DUT_swaths(dut, run.prj)) return Step::failed;
-  if (!read_control(dut, o.scanning.control, progress.points)) return Step::failed;
+  if (!read_control(dut, run.cl.given, run.prj.georef, o.scanning.control, progress.points))
+    return Step::failed;
   if (!check_first(run.prj, o, run.xcls, run.cmd.corrects() && !o.correction.nil)) return Step::failed;
   if (o.check) return Step::done;
   const int nsteps = o.align2 ? 2 : 1;

@@ -105,16 +105,13 @@ Json pairs_json(const RunReport::Pass& pass) {
 Json calibration_json(const CorrResult& corr) {
   constexpr double DEGREES = 180 / 3.14159265358979323846;
   Json sets = Json::array();
-  for (size_t k = 0; k < corr.calib.size(); k++) {
-    const Calib& c = corr.calib[k];
+  for (size_t k = 0; k < corr.inv.calib.size(); k++) {
+    const Calib& c = corr.inv.calib[k];
     const dxyz B = to_dxyz(c.B) * DEGREES;
     Json j;
     j["swaths"] = Json::array();
-    int number = 0;
-    for (const int set : corr.sw2cal) {
-      if (set == static_cast<int>(k)) j["swaths"].push_back(number);
-      number++;
-    }
+    for (const SwathId sw : corr.inv.swaths.ids())
+      if (corr.inv.swaths[sw].cal == static_cast<int>(k)) j["swaths"].push_back(sw.number);
     j["lever_m"] = vector_json(to_dxyz(c.L));
     j["boresight_deg"] = {{"roll", B.x}, {"pitch", B.y}, {"yaw", B.z}};
     j["internal"] = Json::array();
@@ -135,7 +132,7 @@ Json correction_json(const RunReport::Pass& pass) {
   j["dz_rms_after_m"] = corr.qc.rms;
   j["area_m2"] = corr.qc.area;
   j["calibration"] = calibration_json(corr);
-  j["calibration_text"] = corr.found;
+  j["calibration_text"] = corr.inv.summary;
   return j;
 }
 

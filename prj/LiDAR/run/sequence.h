@@ -7,6 +7,7 @@
 
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCimg/fast_QC.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/LmTplot/LmTplot.h"
@@ -29,7 +30,8 @@ struct ScanResult {
   ControlQC control;     // the swaths as they are against them
   InterResult inter;     // of the registration, or of the QC run
   FastQCresult fast;     // of the fast QC
-  bool finished = false;  // true when the sequence ended early with nothing to do (a single swath)
+  SeparationResult separation;  // of the swaths as they are (-sep)
+  bool finished = false;        // true when the sequence ended early with nothing to do (a single swath)
 };
 
 // Tiles all swaths, rejects those that cannot be used (they leave prj), makes the statistics and the grid

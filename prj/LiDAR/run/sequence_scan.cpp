@@ -11,7 +11,6 @@
 #include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTQCimg/swath_maps.h"
-#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTidx_w/dropmap.h"
@@ -362,9 +361,8 @@ bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, S
   return false;
 }
 
-bool separate_swaths(const Project& prj, const ScanParam& par, const ScanResult& res) {
-  SeparationResult result;
-  if (save_separation(prj, res.stat.frame, par.map, NTHREADS, nullptr, result)) return true;
+bool separate_swaths(const Project& prj, const ScanParam& par, ScanResult& res) {
+  if (save_separation(prj, res.stat.frame, par.map, NTHREADS, nullptr, res.separation)) return true;
   ERROR_MSG("swath separation failed");
   return false;
 }

@@ -99,7 +99,7 @@ void show_verdict(const Project& prj, const CorrResult& corrected, bool corrects
   }
   if (!corrects) return;
   show_difference(prj, corrected.qc, verdict);
-  for (const std::string& line : corrected.found) LOG_MSG(line);
+  for (const std::string& line : corrected.inv.summary) LOG_MSG(line);
 }
 
 void show_absolute(const Project& prj, const ControlQC& before, const ControlQC& after,
@@ -117,8 +117,7 @@ void show_absolute(const Project& prj, const ControlQC& before, const ControlQC&
   std::set<int> points;
   for (const GCPoccur& o : after.gcp.occ)
     if (!o.in) points.insert(o.gcp);
-  if (nswath + static_cast<int64_t>(points.size()) > 0)
-    LOG_MSG("Rejected: " << nswath << " swaths, " << points.size() << " control or check points");
+  LOG_MSG("Rejected: " << nswath << " swaths, " << points.size() << " control or check points");
   if (!report.empty()) LOG_MSG("Report: " << report);
 }
 }  // namespace veld

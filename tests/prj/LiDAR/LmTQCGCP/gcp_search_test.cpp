@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "prj/LiDAR/LmTQCGCP/LmTQCGCP.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
@@ -63,7 +64,9 @@ TEST_F(GcpSearch, HeightsAreThoseOfTheGroundWhereItIsSampled) {
   ASSERT_TRUE(robust_QC_GCP(prj, r.gcp, param, nullptr, 1, r.occ, r.counts));
   EXPECT_EQ(r.counts.nGCP, 7);
   EXPECT_EQ(r.counts.nscan, 3);
-  EXPECT_GT(r.counts.ngerr, 0);  // the pond's rim, and beyond the edge
+  std::set<std::string> refused;  // in the pond there are no points at all
+  for (const GCPrefused& f : r.counts.refused) refused.insert(r.gcp[static_cast<size_t>(f.gcp)].name);
+  EXPECT_TRUE(refused.count("beyond") && !refused.count("open"));
   std::map<std::string, int> seen;
   for (const GCPoccur& o : r.occ) {
     const std::string& name = r.gcp[static_cast<size_t>(o.gcp)].name;
@@ -180,7 +183,8 @@ TEST_F(GcpSearch, WhatCannotBeMeasuredIsSaid) {
   param.GCP_MIND = 9;
   ASSERT_TRUE(robust_QC_GCP(prj, points(), param, nullptr, 1, occ, counts));
   EXPECT_TRUE(occ.empty());
-  EXPECT_GT(counts.ngerr, 5);
+  EXPECT_GT(counts.refused.size(), 5u);
+  EXPECT_EQ(counts.refused[0].why, Refusal::density);
   prj.swaths[SwathId(0)].cache = CacheName(file("absent.las"));
   EXPECT_FALSE(robust_QC_GCP(prj, points(), param, nullptr, 1, occ, counts));
 }

@@ -77,6 +77,74 @@ TEST(Lidarspec, WhatIsMissingTakesTheDefaults) {
   EXPECT_FALSE(gcp[0].last);
 }
 
+TEST(Lidarspec, GeoJsonComesIntoTheSystemOfTheProject) {
+  TempDir dir;
+  const std::string file = dir.path + "/g.GeoJSON";
+  GeoRefParam utm, other;
+  ASSERT_TRUE(utm.init(33, "", 40, "", false) && other.init(32, "", 0, "", false));
+  dxyz at, beside;
+  ASSERT_TRUE(geo_forward(utm, 15, 48, 340, at) && geo_forward(other, 15, 48, 0, beside));
+  EXPECT_NEAR(at.z, 300, 1e-9);
+  const auto feature = [](const dxyz& p, const char* properties) {
+    char text[300];
+    std::snprintf(text, sizeof text,
+                  "{\"type\":\"Feature\",\"properties\":{%s},\"geometry\":{\"type\":\"Point\","
+                  "\"coordinates\":[%.9f,%.9f,%.6f]}}",
+                  properties, p.x, p.y, p.z);
+    return std::string(text);
+  };
+  const std::string line =
+      "{\"type\":\"Feature\",\"properties\":{},\"geometry\":{\"type\":\"LineString\",\"coordinates\":[]}}";
+  const struct {
+    const char *what, *crs;
+    dxyz p;
+    const char* properties;
+    bool ok;
+  } cases[] = {
+      {"longitude, latitude, ellipsoid",
+       "",
+       {15, 48, 340},
+       "\"name\":\"A\",\"sigma\":0.01,\"control\":false",
+       true},
+      {"height as a property",
+       "",
+       {15, 48, 0},
+       "\"id\":\"A\",\"Height\":\"300\",\"s\":0.01,\"use\":\"check\"",
+       true},
+      {"the project's own",
+       "urn:ogc:def:crs:EPSG::32633",
+       {at.x, at.y, 300},
+       "\"name\":\"A\",\"s\":0.01,\"c\":0",
+       true},
+      {"another zone", "EPSG:32632", {beside.x, beside.y, 300}, "\"name\":\"A\",\"s\":0.01,\"c\":0", true},
+      {"no such system", "EPSG:1", {at.x, at.y, 300}, "", false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string crs =
+        *c.crs ? std::string("\"crs\":{\"properties\":{\"name\":\"") + c.crs + "\"}}," : "";
+    write_text(file, "{\"type\":\"FeatureCollection\"," + crs + "\"features\":[" + line + "," +
+                         feature(c.p, c.properties) + "]}");
+    std::vector<GCP> gcp;
+    std::string used;
+    ASSERT_EQ(read_GCP(file, "", utm, {}, gcp, used), c.ok);
+    if (!c.ok) continue;
+    ASSERT_EQ(gcp.size(), 1u);
+    EXPECT_EQ(gcp[0].name, "A");
+    EXPECT_NEAR(gcp[0].pos.x, at.x, 1e-3);
+    EXPECT_NEAR(gcp[0].pos.y, at.y, 1e-3);
+    EXPECT_NEAR(gcp[0].pos.z, 300, 1e-3);
+    EXPECT_EQ(gcp[0].sigma, 0.01);
+    EXPECT_FALSE(gcp[0].control);
+    EXPECT_FALSE(read_GCP(file, "xyz", utm, {}, gcp, used));
+  }
+  for (const char* const bad : {"", "{", "[]", "{\"type\":\"FeatureCollection\",\"features\":[{},3,null]}"}) {
+    std::vector<GCP> gcp;
+    std::string used;
+    write_text(file, bad);
+    EXPECT_FALSE(read_GCP(file, "", utm, {}, gcp, used)) << bad;
+  }
+}
+
 TEST(Lidarspec, TargetsHaveTwoPositions) {
   TempDir dir;
   const std::string file = dir.path + "/t.txt";

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 
@@ -55,6 +56,7 @@ TEST(Accuracy, ClassHoldsTheErrorOfTheSurvey) {
 TEST(Accuracy, QualityLevelsByTheirWorstRule) {
   AccuracyFigures f;
   f.rmse_NVA = 0.06, f.rms_overlap = 0.03, f.density = 9;
+  f.rms_open = 0.02, f.p95_open = 0.05, f.max_open = 0.12, f.precision = 0.02, f.max_precision = 0.05;
   std::vector<QualityLevel> q = usgs_levels(f);
   EXPECT_EQ(q[0].kept, Kept::no);
   EXPECT_EQ(q[1].kept, Kept::yes);
@@ -62,7 +64,11 @@ TEST(Accuracy, QualityLevelsByTheirWorstRule) {
   q = usgs_levels(f);
   EXPECT_EQ(q[1].kept, Kept::no);
   EXPECT_EQ(q[2].kept, Kept::yes);
-  f.rmse_NVA = -1;
+  f.max_open = 0.5;  // a car, as long as nearly all is within the limit
+  EXPECT_EQ(usgs_levels(f)[2].kept, Kept::open);
+  f.p95_open = 0.3;
+  EXPECT_EQ(usgs_levels(f)[2].kept, Kept::no);
+  f.max_open = 0.1, f.rmse_NVA = -1;
   EXPECT_EQ(usgs_levels(f)[2].kept, Kept::open);
 }
 
@@ -78,34 +84,43 @@ TEST(Report, PageIsWholeAndNeedsNothingBesideIt) {
   s.corrected.clear();
   const SwathId lost = prj.swaths.add(s);
   prj.swaths.reject(lost, SwathState::untiled, "no points");
-  write_text(prj.name + "_DZ_stat.log",
-             "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2 FileName1 FileName2 [Mean "
-             "StdDev RMS m]\n"
-             "0 0 1 0.1 0.2 0.227 1 0 100 a.las b.las\n\n");
-  write_text(prj.name + "_DZcorr_stat.log",
-             "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:m2 FileName1 FileName2 [Mean "
-             "StdDev RMS m]\n"
-             "0 0 1 0 0 0.008 1 0 100 a.las b.las\n\n");
-  write_text(prj.name + "_TA.log",
-             "Time TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw} CtrlPt# Swath# [Time s adjusted standard GPS]\n"
-             "10 0.1 0 0 0 0 0 0 0\n20 -0.1 0 0 0 0 0 1 0\nshort line\n");
   write_text(prj.name + "_DZ.jpg", std::string("\xFF\xD8\x00\xFF", 4));
   CorrResult corr;
   corr.qc.nused = 1, corr.qc.rms0 = 0.227, corr.qc.rms = 0.008, corr.qc.worst_rms = 0.008;
   corr.qc.worst1 = SwathId(0), corr.qc.worst2 = SwathId(1);
-  corr.found = {"Found boresight roll 0.1 +- 0.002 degrees"};
+  PairQC pair{7, SwathId(0), SwathId(1), {}, {}};
+  pair.before.rms = 0.227f, pair.stat.rms = 0.008f, pair.stat.n = 100;
+  corr.qc.pairs = {pair};
+  corr.qc.hist.count.assign(40, 5);
+  corr.swc = {SwathId(0)};
+  corr.inv.summary = {"Found boresight roll 0.1 +- 0.002 degrees"};
+  corr.inv.cal_names = {"w", "k"};
+  corr.inv.cal_sigma.resize(2, 1e-4);
+  corr.inv.cal_corr.resize(2, 2, 0.25);
+  corr.inv.pairs = {{7, SwathId(0), SwathId(1), 1779, {0.015f, 0.016f, 0.017f}}};
+  corr.inv.swaths = SwathVector<InvCorr>(prj.swaths);
+  InvCorr& drift = corr.inv.swaths[SwathId(0)];
+  drift.Tt.resize(2, xyz{0.1f, 0, 0});
+  drift.Tt.val[1].x = -0.123f;
+  drift.At.resize(2, xyz{0, 0, 0});
+  corr.AGL = 500;
+  corr.control.shifts[0] = {0, 0, -0.146};
+  corr.separation.all.add(0.02f);
   ReportInput in;
-  in.swaths = {{"0", {{0, 0}, {100, 0}, {100, 50}, {0, 50}}, false}};
+  in.swaths = {{"0", {{{0, 0}, {100, 0}, {100, 50}, {0, 50}}}, false}};
+  in.pairs = {{8, SwathId(0), SwathId(1), 0, {}, {}, {}, "no vertex left"}};
   in.before.gcp = corr.control.gcp = check_points(3, 0.02, 0.01, "C<");
   comp_GCP_stats({}, corr.control.gcp);
   in.complete = false;
   ASSERT_TRUE(write_report(prj, corr, in));
   const std::string page = read_text(prj.name + "_report.html");
-  for (const char* const part : {"1 of 2 swaths were aligned; the height differences between them went from "
-                                 "0.227 to 0.008 m RMS in 1 pairs",
-                                 "3 check points differ by", "&lt;b&gt;&amp;&quot;1&quot;.las / lost.las",
-                                 "swath lost.las", "no points", "data:image/jpeg;base64,/9gA/w==",
-                                 "<polyline", "Found boresight roll 0.1", "FAIL", "C&lt;0"})
+  for (const char* const part :
+       {"1 of 2 swaths were aligned; the height differences between them went from "
+        "0.227 to 0.008 m RMS in 1 pairs",
+        "3 check points differ by", "&lt;b&gt;&amp;&quot;1&quot;.las / lost.las", "swath lost.las",
+        "no points", "data:image/jpeg;base64,/9gA/w==", "<polyline",
+        "boresight roll 0.1 \u00b1 0.002 degrees", "FAIL", "C&lt;0", "-0.123", "0.050", "0.017", "-0.146",
+        "1779", "no vertex left", "M34.0 414.0L794.0 414.0"})
     EXPECT_NE(page.find(part), std::string::npos) << part;
   EXPECT_EQ(page.find("<script"), std::string::npos);
   EXPECT_EQ(page.find("<b>"), std::string::npos);
@@ -134,6 +149,16 @@ TEST(Report, PageIsWholeAndNeedsNothingBesideIt) {
     }
   }
   EXPECT_TRUE(open.empty());
+}
+
+TEST(Report, OutlinesKeepTheirShapeWithFewerCorners) {
+  MapRing stairs;  // along a line of 100 m, and back 50 m above it
+  for (int i = 0; i < 100; i++) stairs.push_back({i * 1.0, i % 2 * 0.5});
+  for (int i = 100; i > 0; i--) stairs.push_back({i * 1.0, 50 + i % 2 * 0.5});
+  const MapRing ring = simplify_ring(stairs, 1);
+  EXPECT_LE(ring.size(), 6u);
+  const auto [low, high] = std::ranges::minmax(ring, {}, &dxy::x);
+  EXPECT_NEAR(high.x - low.x, 100, 1);
 }
 
 TEST(Report, BytesAsText) {
