@@ -9,7 +9,7 @@
 namespace veld {
 Terrain make_terrain(const SimSpec& spec) {
   Terrain t = spec.land;
-  t.seed = spec.seed * 1000 + 17;
+  t.seed = (spec.land_seed > 0 ? spec.land_seed : spec.seed) * 1000 + 17;
   t.x0 = spec.east;
   t.y0 = spec.north;
   return t;

@@ -12,6 +12,7 @@ namespace veld {
 struct SimSpec {
   std::string name = "demo";
   uint64_t seed = 1;
+  uint64_t land_seed = 0;  // of the landscape; 0: seed
   // Flight
   int nparallel = 3;       // lines in alternate directions
   int ncross = 1;          // lines across them

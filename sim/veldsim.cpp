@@ -47,11 +47,13 @@ int main(int argc, char** argv) {
   SimSpec spec;
   std::string dir;
   const double UNSET = -1e9;  // the preset's value holds
-  double seed = UNSET, nparallel = UNSET, ncross = UNSET, nref = UNSET, nchannel = UNSET, zone = UNSET;
+  double seed = UNSET, land_seed = UNSET, nparallel = UNSET, ncross = UNSET, nref = UNSET, nchannel = UNSET,
+         zone = UNSET;
   double ncontrol = UNSET, ncheck = UNSET;
   double geographic = UNSET, generic = UNSET, geoid = UNSET;
   const Setting settings[] = {
       {"seed", &seed, "seed of landscape, motion and noise"},
+      {"land_seed", &land_seed, "seed of the landscape, when another flight over it has another seed"},
       {"lines", &nparallel, "parallel lines"},
       {"cross", &ncross, "cross lines"},
       {"ref", &nref, "reference strips over the middle lines"},
@@ -129,6 +131,7 @@ int main(int argc, char** argv) {
     *found->value = number;
   }
   if (dir.empty()) return usage(settings, nset);
+  if (land_seed != UNSET) spec.land_seed = static_cast<uint64_t>(land_seed);
   if (seed != UNSET) spec.seed = static_cast<uint64_t>(seed);
   const struct {
     double value;

@@ -49,6 +49,23 @@ TEST_F(ByHand, AKnownCalibrationGivesTheTruth) {
   EXPECT_LT(std::max({score.all.largest.x, score.all.largest.y, score.all.largest.z}), 0.005);
 }
 
+TEST_F(ByHand, EachBeamOfAFileHasItsCalibration) {
+  ASSERT_TRUE(simulate(path("multi"), "-preset tiny -range_noise 0 -angle_noise 0 -channels 2 -tilt1 4"));
+  std::string log =
+      "Lever{X Y Z} Bore{Roll Pitch Yaw} Int{I1 I2 I3 I4 I5 I6 I7} NSwaths{Ext Int} Swath# Group# Ch#\n";
+  const char* const bore[] = {"-0.13 0.085 0.165", "0.07 -0.05 0.11"};
+  for (const int c : {0, 1})
+    log += std::string("0.03 -0.04 0 ") + bore[c] + " 0 0 0 0 0 0 0 3 3 " + std::to_string(3 * c) + ' ' +
+           std::to_string(c + 1) + ' ' + std::to_string(c) + '\n';
+  write_text(path("beams.log"), log);
+  const RunOutput r = run({"-corr", "-utm", "33", "-po", "multi/traj.out", "-bore", "0", "0", "0", "-qc", "0",
+                           "-beam_param", "ud", "2", "-beam_calib_corr", "beams.log"},
+                          "beams", "multi/beams/L*.las");
+  ASSERT_EQ(r.code, 0) << r.err;
+  const ProjectScore score = score_files(path("multi/beams/truth"), path("beams"), LINES);
+  EXPECT_LT(score.all.rms3d, 0.0015);
+}
+
 TEST_F(ByHand, ATimeDelayIsPutInAndTakenOut) {
   ASSERT_EQ(run(tracked({"-t_corr", "0.005", "-ot", "-oundo"}), "late").code, 0);
   const ProjectScore moved = moved_by("late");

@@ -1,5 +1,6 @@
 // Choice of the swath pairs.
 #include <algorithm>
+#include <set>
 
 #include "lib/general/log.h"
 #include "lib/threads/pool.h"
@@ -140,6 +141,14 @@ std::vector<SwPair> comp_int_sw(const SwathTable& swaths, const SwPairList& over
                    << " Ch=" << filter_word(filter.CH, "same", "all", "diff") << " Reduce=" << filter.RDIM);
   n0 = n1 = 0;
   std::vector<SwPair> pairs;
+  std::set<int> channels;
+  for (const Swath& s : swaths.present())
+    if (s.mobile()) channels.insert(s.channel);
+  if (REG && filter.RDIM == 2 && channels.size() > 2)
+    LOG_MSG(
+        "of " << channels.size()
+              << " channels those of main channels alone are registered between lines; where these have few "
+                 "points all do better (option -reg_reduce 1)");
   for (const auto& [i, j] : overlap) {
     const Swath &a = swaths[i], &b = swaths[j];
     if (a.fixed && b.fixed) continue;
