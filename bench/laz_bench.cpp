@@ -9,7 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "las/laspoint.h"
+#include "las/las_access.h"
+#include "las/laz_codec.h"
 #include "tests/las/laz_file.h"
 
 namespace veld {
@@ -116,19 +117,29 @@ std::vector<uint8_t> recoded(const std::vector<uint8_t>& records, LASlayout from
   return out;
 }
 
+bool read_records(const std::string& name, LASheader& header, std::vector<uint8_t>& records) {
+  const auto reader = las_read_open(name, "", false);
+  if (!reader) return false;
+  header = reader->header;
+  uint64_t n = 0;
+  while (const uint8_t* block = reader->read_block(n))
+    records.insert(records.end(), block, block + n * header.point_reclen);
+  return !reader->failed();
+}
+
 Input sample_input(const std::string& name, int format) {
-  LazTestFile file;
+  LASheader header;
   Input in;
-  if (!open_laz(read_bytes(name), file, in.error) || !decode_file(file, in.records, in.error)) return in;
-  in.error.clear();
-  in.n = file.npoints;
-  in.length = file.record_length;
-  if (format >= 0 && format != file.format) {
+  in.error = "cannot be read";
+  if (!read_records(name, header, in.records)) return in;
+  in.length = header.point_reclen;
+  in.n = in.records.size() / in.length;
+  if (format >= 0 && format != header.point_format) {
     const LASlayout to = las_layout(format, las_base_length(format));
-    in.records = recoded(in.records, las_layout(file.format, int(in.length)), to);
+    in.records = recoded(in.records, las_layout(header.point_format, int(in.length)), to);
     in.length = uint64_t(to.reclen);
   } else {
-    format = file.format;
+    format = header.point_format;
   }
   if (in.scheme.setup(format, uint32_t(in.length), in.error)) in.error.clear();
   return in;
@@ -154,15 +165,15 @@ void add_samples() {
   std::sort(files.begin(), files.end());
   bool any = false;
   for (const auto& path : files) {
-    LazTestFile file;
-    std::string ignored;
-    if (!open_laz(read_bytes(path), file, ignored) || file.npoints < LEAST_SAMPLE_POINTS) continue;
+    const auto reader = las_read_open(path, "", false);
+    if (!reader || reader->header.npoints < LEAST_SAMPLE_POINTS) continue;
+    const LASheader& file = reader->header;
     any = true;
     const std::string name = path.filename();
     add_sample(path, name, -1);
-    if (file.format >= 6) continue;
+    if (file.point_format >= 6) continue;
     add_sample(path, name + "/as_6", 6);
-    if (las_layout(file.format, int(file.record_length)).rgb >= 0) add_sample(path, name + "/as_7", 7);
+    if (las_layout(file.point_format, int(file.point_reclen)).rgb >= 0) add_sample(path, name + "/as_7", 7);
   }
   if (!any)
     add("samples", [](benchmark::State& state) {

@@ -7,6 +7,8 @@
 
 #include "las/lasheader_io.h"
 #include "las/lasindex.h"
+#include "las/laz_chunks.h"
+#include "las/laz_codec.h"
 #include "tests/las/laz_file.h"
 
 namespace veld {

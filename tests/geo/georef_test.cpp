@@ -17,11 +17,10 @@ std::string param(const char* name, double value) {
   return text;
 }
 
-std::string wkt(const std::string& spheroid, const std::string& projection, const std::string& parameters,
-                const std::string& unit = "metres\",1") {
+std::string wkt(const std::string& spheroid, const std::string& projection, const std::string& parameters) {
   return "PROJCS[\"Example\",GEOGCS[\"G\",DATUM[\"D\",SPHEROID[\"S\"," + spheroid +
          "]],UNIT[\"degree\",0.0174532925199433]],PROJECTION[\"" + projection + "\"]" + parameters +
-         ",UNIT[\"" + unit + "]]";
+         ",UNIT[\"metres\",1]]";
 }
 
 struct Example {
@@ -33,7 +32,7 @@ struct Example {
       tol;  // half a unit of the last published digit and 1 mm; the first source rounds intermediate values
 };
 
-// Worked examples of EPSG Guidance Note 7-2, and of USGS Professional Paper 1395 for the second Albers one.
+// Worked examples of EPSG Guidance Note 7-2; more systems are compared with the library in crs_test.cpp.
 std::vector<Example> examples() {
   std::vector<Example> rows;
   rows.push_back({"TM British National Grid",
@@ -47,20 +46,6 @@ std::vector<Example> examples() {
                       param("latitude_of_origin", 0) + param("central_meridian", 29) +
                           param("scale_factor", 1) + param("false_easting", 0) + param("false_northing", 0)),
                   dms(28, 16, 57.479), dms(-25, 43, 55.302), 71984.48, 2847342.74, 0.006});
-  rows.push_back(
-      {"LCC 2SP Texas South Central, US feet",
-       wkt("6378206.4,294.9786982", "Lambert_Conformal_Conic_2SP",
-           param("central_meridian", -99) + param("latitude_of_origin", dms(27, 50, 0)) +
-               param("standard_parallel_1", dms(28, 23, 0)) + param("standard_parallel_2", dms(30, 17, 0)) +
-               param("false_easting", 2000000) + param("false_northing", 0),
-           "US survey foot\",0.3048006096012192"),
-       -96, 28.5, 2963503.91, 254759.80, 0.006});
-  rows.push_back(
-      {"LCC 1SP Jamaica",
-       wkt("6378206.4,294.9786982", "Lambert_Conformal_Conic_1SP",
-           param("central_meridian", -77) + param("latitude_of_origin", 18) + param("scale_factor", 1) +
-               param("false_easting", 250000) + param("false_northing", 150000)),
-       dms(-76, 56, 37.26), dms(17, 55, 55.80), 255966.58, 142493.51, 0.006});
   rows.push_back({"AEAC Great Lakes",
                   wkt("6378137,298.257222101", "Albers_Conic_Equal_Area",
                       param("longitude_of_center", dms(-84, 27, 21.4380)) +
@@ -69,12 +54,6 @@ std::vector<Example> examples() {
                           param("standard_parallel_2", dms(49, 0, 54.6480)) +
                           param("false_easting", 1000000) + param("false_northing", 1000000)),
                   -78.75, 42.75, 1466493.492, 702903.006, 0.002});
-  rows.push_back({"AEAC Clarke 1866, other parameter names",
-                  wkt("6378206.4,294.9786982", "Albers_Conic_Equal_Area",
-                      param("central_meridian", -96) + param("latitude_of_origin", 23) +
-                          param("standard_parallel_1", 29.5) + param("standard_parallel_2", 45.5) +
-                          param("false_easting", 0) + param("false_northing", 0)),
-                  -75, 35, 1885472.7, 1535925.0, 0.06});
   const std::string timbalai = param("longitude_of_center", 115) + param("latitude_of_center", 4) +
                                param("azimuth", dms(53, 18, 56.9537)) +
                                param("rectified_grid_angle", dms(53, 7, 48.3685)) +
@@ -87,12 +66,6 @@ std::vector<Example> examples() {
                   wkt("6377298.556,300.8017", "Hotine_Oblique_Mercator_Azimuth_Center",
                       timbalai + param("false_easting", 590476.87) + param("false_northing", 442857.65)),
                   dms(115, 48, 19.8196), dms(5, 23, 14.1129), 679245.73, 596562.78, 0.006});
-  rows.push_back({"OS Amersfoort RD New",
-                  wkt("6377397.155,299.1528128", "Oblique_Stereographic",
-                      param("latitude_of_origin", dms(52, 9, 22.178)) +
-                          param("central_meridian", dms(5, 23, 15.5)) + param("scale_factor", 0.9999079) +
-                          param("false_easting", 155000) + param("false_northing", 463000)),
-                  6, 53, 196105.283, 557057.739, 0.002});
   return rows;
 }
 

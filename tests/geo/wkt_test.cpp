@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/temp_dir.h"
+
 namespace veld {
 namespace {
 const char* const TM_TEXT =
@@ -99,7 +101,7 @@ TEST(Wkt, UnitsOfCompoundSystems) {
     ASSERT_TRUE(init_of(row.text, g, said)) << row.text << said;
     EXPECT_EQ(g.unit, row.plane) << row.text;
     EXPECT_EQ(g.unit_z, row.height) << row.text;
-    EXPECT_NE(said.find(row.message), std::string::npos) << said;
+    EXPECT_TRUE(holds(said, row.message)) << said;
     dxyz p = {0, 0, 0};
     double lon = 0, lat = 0, h = 0;
     ASSERT_TRUE(geo_forward(g, 9.5, 48, 300, p));
@@ -132,12 +134,12 @@ TEST(Wkt, Refusals) {
     GeoRefParam g;
     std::string said;
     EXPECT_FALSE(init_of(changed(TM_TEXT, row.from, row.to), g, said)) << row.from << " -> " << row.to;
-    EXPECT_NE(said.find(row.message), std::string::npos) << row.message << " in " << said;
+    EXPECT_TRUE(holds(said, row.message)) << row.message << " in " << said;
   }
   GeoRefParam g;
   std::string said;
   EXPECT_FALSE(init_of(TM_TEXT, g, said, false, "egm2008"));
-  EXPECT_NE(said.find("missing bin file for geoid egm2008"), std::string::npos) << said;
+  EXPECT_TRUE(holds(said, "missing bin file for geoid egm2008")) << said;
   EXPECT_FALSE(g.init(61, "", 0, "", false));
   for (size_t n = 0; n < 420; n += 7) {  // a text that stops anywhere is refused or read, never worse
     const std::string text = std::string(TM_TEXT).substr(0, n);
@@ -175,8 +177,7 @@ TEST(Wkt, SpheroidFallsBack) {
     double a = 0, e2 = 0;
     testing::internal::CaptureStderr();
     get_WKT_spheroid(wkt_normalise(entry), a, e2);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("could not parse spheroid, using WGS84"),
-              std::string::npos);
+    EXPECT_TRUE(holds(testing::internal::GetCapturedStderr(), "could not parse spheroid, using WGS84"));
     EXPECT_EQ(a, WGS84_A);
     EXPECT_EQ(e2, WGS84_E2);
   }

@@ -161,12 +161,12 @@ TEST(TiffOut, GdalAgreesOnPlaceSystemAndValues) {
     spec.unit = "m";
     ASSERT_TRUE(write_tiff(dir.path + "/a.tif", spec, make_pixels(Pixel::u8, 600, 300)));
     const std::string info = output_of("gdalinfo " + dir.path + "/a.tif");
-    for (const char* word : c.words) EXPECT_NE(info.find(word), std::string::npos) << word << "\n" << info;
+    for (const char* word : c.words) EXPECT_TRUE(holds(info, word)) << word << "\n" << info;
     for (const char* word :
          {"Size is 600, 300", "NoData Value=0", "Block=256x256", "Overviews: 300x150, 150x75", "Scale:0.002",
           "Offset: -0.5", "Unit Type: m", "COMPRESSION=DEFLATE"})
-      EXPECT_NE(info.find(word), std::string::npos) << word << "\n" << info;
-    EXPECT_EQ(info.find("Warning"), std::string::npos) << info;
+      EXPECT_TRUE(holds(info, word)) << word << "\n" << info;
+    EXPECT_FALSE(holds(info, "Warning")) << info;
   }
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/las_bytes.h"
+
 namespace veld {
 struct BuiltRecord {  // a VLR, or an EVLR when it stands in evlrs
   std::string user_id;
@@ -35,12 +37,6 @@ struct BuiltLas {
 
 // The file with all counts and the bounding box right. Records are smooth and deterministic.
 BuiltLas build_las(const LasBuild& how);
-
-// Overwrites a field.
-template <typename T>
-void poke(std::string& bytes, size_t at, T value) {
-  bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
-}
 
 // Descriptor of one extra-byte attribute.
 std::string extra_bytes_descriptor(uint8_t type, uint8_t options, const std::string& name);

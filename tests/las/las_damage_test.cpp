@@ -71,14 +71,14 @@ TEST(LasDamage, CutFilesGiveWhatIsThere) {
       EXPECT_EQ(r.npoints, std::min<size_t>(20, (n - built.points_at) / 40)) << n;
     }
     if (r.npoints < 20) {
-      EXPECT_NE(r.text.find(name), std::string::npos) << n;
+      EXPECT_TRUE(holds(r.text, name)) << n;
     }
   }
   for (size_t n = 0; n + 1 < laz.size(); n += 7) {
     write_text(name, laz.substr(0, n));
     const Read r = read_all(name);
     if (r.npoints < 20) {
-      EXPECT_NE(r.text.find("ERROR: "), std::string::npos) << n;
+      EXPECT_TRUE(holds(r.text, "ERROR: ")) << n;
     }
   }
 }
@@ -115,7 +115,7 @@ TEST(LasDamage, LyingFieldsAreSeenThrough) {
     const Read r = read_all(name);
     EXPECT_TRUE(r.opened);
     EXPECT_EQ(r.npoints, c.npoints);
-    EXPECT_NE(r.text.find(c.text), std::string::npos) << r.text;
+    EXPECT_TRUE(holds(r.text, c.text)) << r.text;
     EXPECT_FALSE(r.failed);
   }
 }
@@ -136,7 +136,7 @@ TEST(LasDamage, DamagedChunkEndsReadingWithFileChunkAndPoint) {
   const Read first = read_all(name);
   EXPECT_TRUE(first.failed);
   EXPECT_EQ(first.npoints, 0U);
-  EXPECT_NE(first.text.find("chunk 0, point 0, file '" + name + "'"), std::string::npos) << first.text;
+  EXPECT_TRUE(holds(first.text, "chunk 0, point 0, file '" + name + "'")) << first.text;
   {
     auto reader = las_read_open(name, "", false);  // chunks behind the damage can be had
     ASSERT_TRUE(reader && reader->seek(150000) && reader->read_point());
@@ -147,7 +147,7 @@ TEST(LasDamage, DamagedChunkEndsReadingWithFileChunkAndPoint) {
     write_text(name, bad);
     const Read r = read_all(name);
     EXPECT_TRUE(r.records == built.records) << r.text;
-    EXPECT_NE(r.text.find("WARNING: "), std::string::npos);
+    EXPECT_TRUE(holds(r.text, "WARNING: "));
   }
   for (const uint64_t announced : {155000, 149999, 170000}) {
     poke(bad = laz, 247, announced);
@@ -229,7 +229,7 @@ TEST(LasWriter, FullDiskLeavesNothing) {
       EXPECT_FALSE(las_write_close(writer));
       setrlimit(RLIMIT_FSIZE, &old);
       const std::string text = testing::internal::GetCapturedStderr();
-      EXPECT_NE(text.find(dir.path + out), std::string::npos) << text;
+      EXPECT_TRUE(holds(text, dir.path + out)) << text;
       EXPECT_EQ(text.find("ERROR: "), text.rfind("ERROR: ")) << text;  // one line
       EXPECT_FALSE(exists(dir.path + out));
       EXPECT_FALSE(exists(dir.path + out + ".part"));

@@ -119,27 +119,6 @@ TEST(LasFormat, SeekFindsThePoint) {
   }
 }
 
-TEST(LasFormat, FieldsThatAreNotWantedKeepTheFirstPointsValue) {
-  const TempDir dir;
-  LasBuild kind;
-  kind.minor = 4;
-  kind.format = 7;
-  kind.npoints = 2000;
-  const BuiltLas built = build_las(kind);
-  write_text(dir.path + "/a.las", built.bytes);
-  ASSERT_TRUE(copy_file(dir.path + "/a.las", dir.path + "/a.laz", true));
-  auto reader = las_read_open(dir.path + "/a.laz", "", false, LAZ_ALL & ~(LAZ_RGB | LAZ_INTENSITY));
-  ASSERT_TRUE(reader);
-  std::string expected = built.records;
-  for (size_t at = 0; at < expected.size(); at += 36) {
-    expected.replace(at + 12, 2, built.records, 12, 2);
-    expected.replace(at + 30, 6, built.records, 30, 6);
-  }
-  uint64_t n = 0;
-  const uint8_t* block = reader->read_block(n);
-  EXPECT_TRUE(std::string(reinterpret_cast<const char*>(block), n * 36) == expected);
-}
-
 TEST(LasPoint, FieldsLieWhereTheFormatsSay) {
   uint8_t rec[67] = {};
   LASpoint p;

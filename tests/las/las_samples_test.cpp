@@ -1,16 +1,15 @@
 // Point files of any makers in a folder: VELD_LAS_SAMPLES of the environment, or ../shared/data/las beside
-// the project; skipped where there is none. Prints what became of each, and writes each as LAZ and back. A
-// MANIFEST.tsv in the folder tells count and digest of the records, or that the file must be refused.
+// the project; skipped where there is none. Writes each as LAZ and back. A MANIFEST.tsv in the folder tells count and
+// digest of the records, or that the file must be refused.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 
 #include "las/las_access.h"
-#include "tests/las/laz_file.h"
 #include "tests/support/temp_dir.h"
 
 namespace veld {
@@ -115,14 +114,12 @@ bool survives_writing(const Contents& c) {
   return read_text(dir.path + "/1.las") == read_text(dir.path + "/3.las");
 }
 
-std::string first_line(const std::string& text) {
-  for (const char* kind : {"ERROR: ", "WARNING: "}) {
-    const size_t at = text.find(kind);
-    if (at == std::string::npos) continue;
-    const std::string line = text.substr(at, text.find('\n', at) - at);
-    return line.substr(0, line.find(", file "));
-  }
-  return "";
+// SHA-256 of the records, by the system's own program.
+std::string digest_of(const std::vector<uint8_t>& records) {
+  const TempDir dir;
+  write_text(dir.path + "/r", {records.begin(), records.end()});
+  const std::string command = "sha256sum < " + dir.path + "/r > " + dir.path + "/sum";
+  return std::system(command.c_str()) == 0 ? read_text(dir.path + "/sum").substr(0, 64) : "";
 }
 }  // namespace
 
@@ -130,8 +127,6 @@ TEST(LasSamples, EachGivesItsDigestOrIsRefused) {
   const std::map<std::string, Expected> manifest = read_manifest();
   const std::vector<std::string> files = list_files();
   if (files.empty()) GTEST_SKIP() << "no point files under " << folder();
-  std::printf("%-36s %-4s %6s %6s %8s %-9s %-10s %s\n", "file", "LAS", "format", "length", "points", "digest",
-              "LAZ & back", "message");
   for (const std::string& file : files) {
     SCOPED_TRACE(file);
     const Contents c = read_all(folder() + file);
@@ -139,43 +134,27 @@ TEST(LasSamples, EachGivesItsDigestOrIsRefused) {
     const Contents threaded = read_all(folder() + file);
     las_set_threads(1);
     EXPECT_TRUE(threaded.records == c.records && threaded.text == c.text);
-    const std::string digest = sha256_hex(c.records);
+    const std::string digest = digest_of(c.records);
     const auto known = manifest.find(file);
     const bool must_fail = known != manifest.end() && known->second.digest.starts_with("must fail");
-    const bool same = known != manifest.end() && known->second.digest == digest;
-    const bool survives = c.whole && survives_writing(c);
-    const LASheader& h = c.header;
-    const uint64_t nread = c.opened ? c.records.size() / h.point_reclen : 0;
-    std::printf("%-36s %d.%d %6d %6d %8llu %-9s %-10s %s\n", file.c_str(), h.version_major, h.version_minor,
-                c.opened ? h.point_format : -1, c.opened ? h.point_reclen : -1,
-                static_cast<unsigned long long>(nread),
-                !c.opened                 ? "refused"
-                : !c.whole                ? "truncated"
-                : known == manifest.end() ? "-"
-                : same                    ? "equal"
-                                          : "DIFFERS",
-                !c.whole   ? "-"
-                : survives ? "same"
-                           : "DIFFERS",
-                first_line(c.text).c_str());
     if (must_fail) {
       EXPECT_FALSE(c.whole);
-      const std::string& digest_of = known->second.digest;
-      const std::string cause = digest_of.substr(digest_of.find(": ") + 2);
+      const std::string& refusal = known->second.digest;
+      const std::string cause = refusal.substr(refusal.find(": ") + 2);
       if (cause.ends_with("is unknown")) {
-        EXPECT_NE(c.text.find("ERROR: " + cause), std::string::npos) << c.text;
+        EXPECT_TRUE(holds(c.text, "ERROR: " + cause)) << c.text;
       }
-      EXPECT_NE(c.text.find(file), std::string::npos) << c.text;
+      EXPECT_TRUE(holds(c.text, file)) << c.text;
       if (known->second.note.starts_with("sha256 of the ")) {
         EXPECT_TRUE(known->second.note.ends_with(digest));
       }
       continue;
     }
-    EXPECT_TRUE(survives || !c.whole);
+    EXPECT_TRUE(!c.whole || survives_writing(c));
     if (known == manifest.end()) continue;
     EXPECT_TRUE(c.whole) << c.text;
-    EXPECT_EQ(nread, known->second.npoints);
-    EXPECT_TRUE(same) << digest;
+    EXPECT_EQ(c.records.size() / c.header.point_reclen, known->second.npoints);
+    EXPECT_EQ(known->second.digest, digest);
   }
 }
 
@@ -189,7 +168,8 @@ TEST(LasSamples, IndexIsThatOfTheFile) {
                {"made/autzen_trim_25.lax", 25, 50, 2000, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
-    const std::vector<uint8_t> bytes = read_bytes(folder() + c.file);
+    const std::string text = read_text(folder() + c.file);
+    const std::vector<uint8_t> bytes(text.begin(), text.end());
     if (bytes.empty()) GTEST_SKIP() << "no sample " << folder() + c.file;
     auto reader = las_read_open(folder() + "v12_autzen_trim.laz", "", false);
     ASSERT_TRUE(reader);

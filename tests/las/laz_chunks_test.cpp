@@ -1,12 +1,12 @@
 // tests/las/laz_chunks_test.cpp
 // The chunk table: known encodings, round trips, missing and damaged tables.
+#include "las/laz_chunks.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <random>
-
-#include "tests/las/laz_file.h"
 
 namespace veld {
 namespace {

@@ -1,5 +1,7 @@
 // tests/las/laz_codec_test.cpp
 // The codec on its own: round trips of every format, coders in parts, and damage.
+#include "las/laz_codec.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -99,20 +101,6 @@ TEST(LazCodec, CodersAreReusableAndIndependentOfTheirPast) {
   }
 }
 
-TEST(LazCodec, GpsTimesAreBitPatterns) {
-  const double special[] = {0.0,    -0.0,  std::numeric_limits<double>::quiet_NaN(), 1e300, -1e300,
-                            5e-324, 123.25};
-  for (const int format : {1, 6}) {
-    std::vector<uint8_t> records = made_records(format, 0, 400, Flight::smooth, 3);
-    const size_t length = records.size() / 400, time_at = format == 1 ? 20 : 22;
-    for (size_t i = 0; i < 400; i += 3)  // four and more interleaved sequences, and times that fit none
-      std::copy_n(reinterpret_cast<const uint8_t*>(&special[i / 3 % 7]), 8, &records[i * length + time_at]);
-    const LASzip scheme = scheme_of(format, records, 400);
-    std::string error;
-    EXPECT_EQ(decode(scheme, encode(scheme, records, 400), 400, error), records) << error;
-  }
-}
-
 TEST(LazCodec, FieldsLeftOutKeepTheFirstValueAndTheOthersTheirs) {
   const std::vector<uint8_t> records = made_records(7, 1, 500, Flight::smooth, 4);
   const LASzip scheme = scheme_of(7, records, 500);
@@ -181,23 +169,6 @@ TEST(LazCodec, TruncatedChunkEndsInAnError) {
     std::string error;
     EXPECT_TRUE(decode(scheme, longer, 300, error).empty()) << "a byte behind the last point";
     EXPECT_TRUE(decode(scheme, chunk, 301, error).empty()) << "a point more than there is";
-  }
-}
-
-TEST(LazCodec, DamagedChunkNeverCrashesAndIsMostlyNoticed) {
-  std::mt19937 rng(8);
-  for (const int format : {1, 4, 5, 6, 10}) {
-    const std::vector<uint8_t> records = made_records(format, 2, 400, Flight::smooth, 9);
-    const LASzip scheme = scheme_of(format, records, 400);
-    const std::vector<uint8_t> chunk = encode(scheme, records, 400);
-    int nnoticed = 0;
-    for (int i = 0; i < 150; i++) {
-      std::vector<uint8_t> damaged = chunk;
-      damaged[rng() % damaged.size()] ^= uint8_t(1u << rng() % 8);
-      std::string error;
-      nnoticed += decode(scheme, damaged, 400, error).empty();
-    }
-    EXPECT_GT(nnoticed, 90) << "format " << format;
   }
 }
 

@@ -2,159 +2,18 @@
 #include "tests/las/laz_file.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
 
 namespace veld {
 namespace {
 template <typename T>
-T get(const std::vector<uint8_t>& bytes, uint64_t at) {
-  T value{};
-  if (at + sizeof value <= bytes.size()) std::memcpy(&value, bytes.data() + at, sizeof value);
-  return value;
-}
-
-template <typename T>
 void put(uint8_t* at, T value) {
   std::memcpy(at, &value, sizeof value);
 }
 
-uint32_t is_prime(uint32_t n) {
-  for (uint32_t d = 2; d * d <= n; d++)
-    if (n % d == 0) return 0;
-  return 1;
-}
-
-bool decode_table(const LazTestFile& file, const LazChunkTable& table, std::vector<uint8_t>& records,
-                  std::string& error) {
-  LazDecoder decoder;
-  if (!decoder.open(file.scheme, error)) return false;
-  uint64_t done = 0;
-  for (const LazChunk& chunk : table.chunks) {
-    uint8_t* to = records.data() + chunk.first_point * file.record_length;
-    const bool ok = decoder.decode_chunk(file.bytes.data() + chunk.offset, chunk.nbytes, chunk.npoints, to,
-                                         chunk.npoints * file.record_length, nullptr, error);
-    done += decoder.ndecoded();
-    records.resize(ok ? records.size() : done * file.record_length);
-    if (!ok) return false;
-  }
-  return done == file.npoints;
-}
-
-bool decode_stream(const LazTestFile& file, std::vector<uint8_t>& records, std::string& error) {
-  uint64_t at = file.point_offset + (file.scheme.chunked() ? 8 : 0), done = 0, now = 0;
-  const LazPull pull = [&](uint8_t* to, uint64_t n) {
-    n = std::min(n, file.bytes.size() - at);
-    std::copy_n(file.bytes.data() + at, n, to);
-    at += n;
-    return n;
-  };
-  LazStreamDecoder decoder;
-  if (!decoder.open(file.scheme, pull, file.npoints, error)) return false;
-  bool ok = true;
-  while (ok && done < file.npoints) {  // an odd number at a time, across the chunks
-    ok = decoder.decode(std::min<uint64_t>(777, file.npoints - done),
-                        records.data() + done * file.record_length, now, error);
-    done += now;
-  }
-  records.resize(done * file.record_length);
-  return ok;
-}
 }  // namespace
-
-std::string sha256_hex(const std::vector<uint8_t>& bytes) {
-  uint32_t k[64], h[8];
-  int nprimes = 0;
-  for (uint32_t n = 2; nprimes < 64; n++) {  // fractional parts of roots of the first primes
-    if (!is_prime(n)) continue;
-    if (nprimes < 8) h[nprimes] = uint32_t(uint64_t(std::sqrt((long double)n) * 4294967296.0L));
-    k[nprimes++] = uint32_t(uint64_t(std::cbrt((long double)n) * 4294967296.0L));
-  }
-  std::vector<uint8_t> text = bytes;
-  text.push_back(0x80);
-  while (text.size() % 64 != 56) text.push_back(0);
-  for (int shift = 56; shift >= 0; shift -= 8) text.push_back(uint8_t(uint64_t(bytes.size()) * 8 >> shift));
-  for (size_t block = 0; block < text.size(); block += 64) {
-    uint32_t w[64], v[8];
-    for (size_t i = 0; i < 16; i++)
-      w[i] = uint32_t(text[block + 4 * i]) << 24 | uint32_t(text[block + 4 * i + 1]) << 16 |
-             uint32_t(text[block + 4 * i + 2]) << 8 | text[block + 4 * i + 3];
-    for (int i = 16; i < 64; i++)
-      w[i] = w[i - 16] + (std::rotr(w[i - 15], 7) ^ std::rotr(w[i - 15], 18) ^ w[i - 15] >> 3) + w[i - 7] +
-             (std::rotr(w[i - 2], 17) ^ std::rotr(w[i - 2], 19) ^ w[i - 2] >> 10);
-    std::copy_n(h, 8, v);
-    for (int i = 0; i < 64; i++) {
-      const uint32_t s1 = std::rotr(v[4], 6) ^ std::rotr(v[4], 11) ^ std::rotr(v[4], 25);
-      const uint32_t t1 = v[7] + s1 + ((v[4] & v[5]) ^ (~v[4] & v[6])) + k[i] + w[i];
-      const uint32_t s0 = std::rotr(v[0], 2) ^ std::rotr(v[0], 13) ^ std::rotr(v[0], 22);
-      const uint32_t t2 = s0 + ((v[0] & v[1]) ^ (v[0] & v[2]) ^ (v[1] & v[2]));
-      std::copy_backward(v, v + 7, v + 8);
-      v[4] += t1;
-      v[0] = t1 + t2;
-    }
-    for (int i = 0; i < 8; i++) h[i] += v[i];
-  }
-  std::string hex;
-  for (const uint32_t word : h)
-    for (int shift = 28; shift >= 0; shift -= 4) hex += "0123456789abcdef"[word >> shift & 15];
-  return hex;
-}
-
-std::vector<uint8_t> read_bytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-bool open_laz(std::vector<uint8_t> bytes, LazTestFile& file, std::string& error) {
-  file = LazTestFile();
-  file.bytes = std::move(bytes);
-  const std::vector<uint8_t>& b = file.bytes;
-  error = "no header";
-  if (b.size() < 227) return false;
-  file.point_offset = get<uint32_t>(b, 96);
-  file.format = b[104] & 0x3F;
-  file.record_length = get<uint16_t>(b, 105);
-  file.npoints = get<uint32_t>(b, 107);
-  if (b[25] >= 4 && get<uint64_t>(b, 247) != 0) file.npoints = get<uint64_t>(b, 247);
-  uint64_t at = get<uint16_t>(b, 94);
-  for (uint32_t i = 0; i < get<uint32_t>(b, 100) && at + 54 <= file.point_offset; i++) {
-    const uint64_t nbytes = get<uint16_t>(b, at + 20);
-    if (at + 54 + nbytes > b.size()) break;
-    if (std::memcmp(&b[at + 2], LAZ_USER_ID, sizeof LAZ_USER_ID) == 0) {
-      file.compressed = true;
-      if (!parse_laz_vlr(&b[at + 54], nbytes, file.scheme, error) ||
-          !check_laz_scheme(file.scheme, file.format, file.record_length, error))
-        return false;
-    }
-    at += 54 + nbytes;
-  }
-  return true;
-}
-
-bool decode_file(const LazTestFile& file, std::vector<uint8_t>& records, std::string& error) {
-  records.assign(file.npoints * file.record_length, 0);
-  if (!file.compressed) {
-    const uint64_t have = (file.bytes.size() - file.point_offset) / file.record_length;
-    records.resize(std::min(have, file.npoints) * file.record_length);
-    std::copy_n(file.bytes.data() + file.point_offset, records.size(), records.data());
-    error = "the file is too short";
-    return have >= file.npoints;
-  }
-  const LazReadAt read_at = [&](uint64_t offset, uint8_t* to, uint64_t n) {
-    if (offset > file.bytes.size() || n > file.bytes.size() - offset) return false;
-    std::copy_n(file.bytes.data() + offset, n, to);
-    return true;
-  };
-  LazChunkTable table;
-  if (file.scheme.chunked() && read_laz_chunk_table(file.scheme, read_at, file.bytes.size(),
-                                                    file.point_offset, file.npoints, table, error))
-    return decode_table(file, table, records, error);
-  return decode_stream(file, records, error);
-}
 
 std::vector<uint8_t> made_records(int format, uint32_t nextra, uint64_t n, Flight flight, uint32_t seed) {
   static const uint32_t base[11] = {20, 28, 26, 34, 57, 63, 30, 36, 38, 59, 67};

@@ -22,24 +22,21 @@ struct Correction : testing::Test {
     program = new Program;
     ready =
         simulate(program->work.path, "-preset tiny -i1 0.15 -ref 1 -ref_dx 0.5 -ref_dy -0.3 -ref_dz 0.4") &&
-        run({"-reg", "-name", "r"}, "r").code == 0;
+        run("-reg -name r", "r").code == 0;
   }
   static void TearDownTestSuite() { delete program; }
   static std::string path(const std::string& name) { return program->work.path + "/" + name; }
   // out, tmp: directories of the output and of the caches.
-  static RunOutput run(std::vector<std::string> args, const std::string& out,
-                       const std::string& swaths = "L*.las", const std::string& tmp = "tmp") {
+  static RunOutput run(const Args& args, const std::string& out, const std::string& swaths = "L*.las",
+                       const std::string& tmp = "tmp") {
     for (const std::string& dir : {out, tmp}) std::filesystem::create_directory(path(dir));
-    args.insert(args.begin(),
-                {"-i", swaths, "-odir", out, "-tmpdir", tmp, "-out", "*_c.las", "-nthreads", "2"});
-    return program->run(args);
+    const Args base = {"-i", swaths, "-odir", out, "-tmpdir", tmp, "-out", "*_c.las", "-nthreads", "2"};
+    return program->run(base + args);
   }
   // A correction from the registration of the suite.
-  static RunOutput correct(std::vector<std::string> args, const std::string& out,
-                           const std::string& swaths = "L*.las", const std::string& tmp = "tmp") {
-    for (const char* const arg : {"-corr", "r/r", "-utm", "33", "-po", "traj.out", "-bore", "0", "0", "0"})
-      args.push_back(arg);
-    return run(args, out, swaths, tmp);
+  static RunOutput correct(const Args& args, const std::string& out, const std::string& swaths = "L*.las",
+                           const std::string& tmp = "tmp") {
+    return run(args + "-corr r/r -utm 33 -po traj.out -bore 0 0 0", out, swaths, tmp);
   }
   static ProjectScore truth_score(const std::string& out) {
     return score_files(path("truth"), path(out), LINES);
@@ -96,29 +93,27 @@ TEST_F(Correction, ReferencesTakeThePointsToTheirPlace) {
 
 TEST_F(Correction, FlatEffectOfTheRangeLeavesOnceAndOnlyWhereItIs) {
   ASSERT_TRUE(ready);
-  const auto height = [&](std::vector<std::string> args, const std::string& out) {
-    args.insert(args.end(), {"-C", "B12", "-int_sw", "0", "-name", "c"});
-    const RunOutput r = correct(args, out);
+  const auto height = [&](const Args& args, const std::string& out) {
+    const RunOutput r = correct(args + "-C B12 -int_sw 0 -name c", out);
     EXPECT_EQ(r.code, 0) << r.err;
     return moved_by(out).shift;
   };
-  const dxyz kept = height({"-d_dz", "0"}, "kept");
+  const dxyz kept = height("-d_dz 0", "kept");
   double bias = 0, scale = 0, skipped;
   std::istringstream cal(read_text(path("kept/c_cal.txt")));
   for (int i = 0; i < 6; i++) cal >> skipped;
   ASSERT_TRUE(cal >> bias >> scale);
 
   // A longer range lowers the ground; the height above ground is told or taken from the data.
-  EXPECT_NEAR(height({"-agl", "1000"}, "agl").z - kept.z, bias + 1000 * scale, 0.004);
+  EXPECT_NEAR(height("-agl 1000", "agl").z - kept.z, bias + 1000 * scale, 0.004);
   EXPECT_NEAR(height({}, "cancel").z - kept.z, bias + 160 * scale, 0.004);
-  height({"-ics_err", "0"}, "unchecked");
+  height("-ics_err 0", "unchecked");
   SameFiles("unchecked", "cancel");
-  height({"-r_dz", "0"}, "kept2");
+  height("-r_dz 0", "kept2");
   SameFiles("kept2", "kept");
 
-  const dxyz mean =
-      height({"-mean", "1"}, "mean");  // what is left of the mean has no second part taken from it
-  EXPECT_NEAR(mean.x, 0, 0.03);        // of ground there, of points here
+  const dxyz mean = height("-mean 1", "mean");  // what is left of the mean has no second part taken from it
+  EXPECT_NEAR(mean.x, 0, 0.03);                 // of ground there, of points here
   EXPECT_NEAR(mean.y, 0, 0.03);
   EXPECT_NEAR(mean.z, 0, 0.003);
 
@@ -134,7 +129,7 @@ TEST_F(Correction, FlatEffectOfTheRangeLeavesOnceAndOnlyWhereItIs) {
 
 TEST_F(Correction, BeforeAndAfterAreMeasuredOnTheSameGround) {
   ASSERT_TRUE(ready);
-  const RunOutput filled = correct({}, "filled"), timed = correct({"-fill", "0"}, "timed");
+  const RunOutput filled = correct({}, "filled"), timed = correct("-fill 0", "timed");
   ASSERT_EQ(filled.code, 0) << filled.err;
   ASSERT_EQ(timed.code, 0) << timed.err;
   const Check a = read_check(filled.out), b = read_check(timed.out);
@@ -148,9 +143,9 @@ TEST_F(Correction, BeforeAndAfterAreMeasuredOnTheSameGround) {
 
 TEST_F(Correction, GridsAreMadeForTheCheckAndASwathAlone) {
   ASSERT_TRUE(ready);
-  ASSERT_EQ(correct({"-name", "all"}, "all").code, 0);
+  ASSERT_EQ(correct("-name all", "all").code, 0);
   // A registration that cleaned up behind itself left the displacement file alone.
-  const RunOutput fresh = correct({"-name", "fresh"}, "fresh", "L*.las", "tmp2");
+  const RunOutput fresh = correct("-name fresh", "fresh", "L*.las", "tmp2");
   EXPECT_EQ(fresh.code, 0) << fresh.err;
   EXPECT_LT(read_check(fresh.out).rms, 0.02) << fresh.out;
   SameFiles("all", "fresh");
@@ -158,7 +153,7 @@ TEST_F(Correction, GridsAreMadeForTheCheckAndASwathAlone) {
   for (const std::string swath : {"L02.las", "L*1.las"}) {
     SCOPED_TRACE(swath);
     std::filesystem::remove_all(path("some"));
-    const RunOutput some = correct({"-name", "some"}, "some", swath);
+    const RunOutput some = correct("-name some", "some", swath);
     EXPECT_EQ(some.code, 0) << some.err;
     for (const std::string& line : LINES) {
       const bool asked = line == (swath == "L02.las" ? "L02" : "L01");
@@ -177,12 +172,9 @@ TEST_F(Correction, GridsAreMadeForTheCheckAndASwathAlone) {
 TEST_F(Correction, ChannelsAreTiedToChannelZeroOfTheirLine) {
   ASSERT_TRUE(ready);
   ASSERT_TRUE(simulate(path("two"), "-preset tiny -channels 2 -roll 0 -pitch 0 -yaw 0"));
-  const std::vector<std::string> options = {"-i",  "two/L*_c1.las", "-chgrp", "0", "1", "-po", "two/traj.out",
-                                            "-po", "two/traj.out",  "-utm",   "33"};
-  std::vector<std::string> args = {"-align", "-name", "r", "-cal_rel", "1", "-C", "B",
-                                   "-bore",  "0",     "0", "0",        "0", "8",  "0"};
-  args.insert(args.begin(), options.begin(), options.end());
-  const RunOutput r = run(args, "rel", "two/L*_c0.las", "tmp3");
+  const Args options = "-i two/L*_c1.las -chgrp 0 1 -po two/traj.out -po two/traj.out -utm 33";
+  const RunOutput r =
+      run(options + "-align -name r -cal_rel 1 -C B -bore 0 0 0 0 8 0", "rel", "two/L*_c0.las", "tmp3");
   ASSERT_EQ(r.code, 0) << r.err;
   std::istringstream cal(read_text(path("rel/r_cal.log")));
   std::string rest;
@@ -204,7 +196,7 @@ TEST_F(Correction, ChannelsAreTiedToChannelZeroOfTheirLine) {
 
 TEST_F(Correction, RelativeCalibrationNeedsChannels) {
   ASSERT_TRUE(ready);
-  const RunOutput rel = correct({"-C", "B", "-cal_rel", "1"}, "rel1"), plain = correct({"-C", "B"}, "rel0");
+  const RunOutput rel = correct("-C B -cal_rel 1", "rel1"), plain = correct("-C B", "rel0");
   EXPECT_EQ(rel.code, 0) << rel.err;
   EXPECT_TRUE(holds(rel.err + rel.out, "relative calibration disabled")) << rel.out;
   SameFiles("rel1", "rel0");

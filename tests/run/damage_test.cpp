@@ -8,11 +8,6 @@
 
 namespace veld {
 namespace {
-HostileProject& project() {
-  static HostileProject one;
-  return one;
-}
-
 enum Damage { FLIPPED, CUT, EMPTIED, REMOVED, SWAPPED };
 
 void damage(const std::string& path, const std::string& other, Damage how) {
@@ -27,38 +22,38 @@ void damage(const std::string& path, const std::string& other, Damage how) {
   if (how == REMOVED) std::filesystem::remove(path);
 }
 
-std::string cache_of(const std::string& suffix, bool last = false) {
+std::string cache_of(const HostileProject& p, const std::string& suffix, bool last = false) {
   std::string found;
-  for (const std::string& path : project().caches())
+  for (const std::string& path : p.caches())
     if (path.ends_with(suffix) && (found.empty() || last)) found = path;
   return found;
 }
 }  // namespace
 
 TEST(Damage, CachesAreNamedAndMadeAnewInTheSameRun) {
-  const HostileProject& p = project();
+  const HostileProject& p = hostile_project();
   ASSERT_FALSE(p.good.empty());
   const struct {
     const char* suffix;
     std::vector<Damage> how;
     const char* kind;
   } cases[] = {
-      {".0T.idx", {FLIPPED, CUT, SWAPPED}, "tile"},     {".mT.idx", {FLIPPED, REMOVED}, "tile"},
-      {".mT.tbl.Zm", {FLIPPED, EMPTIED}, "tile"},       {".mT.tbl.dT", {FLIPPED, SWAPPED}, "tile"},
-      {".mT.XYZ", {FLIPPED, CUT, EMPTIED}, "tile"},     {".mT.sum", {FLIPPED, REMOVED, SWAPPED}, "tile"},
-      {".gmT.idx", {FLIPPED, EMPTIED}, "grid"},         {".gmT.ZDS", {FLIPPED, CUT, REMOVED}, "grid"},
-      {".gmT.sum", {FLIPPED, SWAPPED}, "grid"},         {".rpc.idx", {FLIPPED, CUT}, "pair"},
-      {".rpc.d0", {FLIPPED, EMPTIED, REMOVED}, "pair"}, {".rpc.sum", {FLIPPED}, "pair"},
+      {".0T.idx", {CUT, SWAPPED}, "tile"},     {".mT.idx", {FLIPPED}, "tile"},
+      {".mT.tbl.Zm", {EMPTIED}, "tile"},       {".mT.tbl.dT", {SWAPPED}, "tile"},
+      {".mT.XYZ", {FLIPPED, CUT}, "tile"},     {".mT.sum", {FLIPPED, REMOVED}, "tile"},
+      {".gmT.idx", {EMPTIED}, "grid"},         {".gmT.ZDS", {FLIPPED, REMOVED}, "grid"},
+      {".gmT.sum", {SWAPPED}, "grid"},         {".rpc.idx", {CUT}, "pair"},
+      {".rpc.d0", {FLIPPED, REMOVED}, "pair"}, {".rpc.sum", {FLIPPED}, "pair"},
   };
   p.clear();
   ASSERT_EQ(p.align().code, 0);
   for (const auto& c : cases)
     for (const Damage how : c.how) {
       SCOPED_TRACE(std::string(c.suffix) + " " + std::to_string(how));
-      const std::string path = cache_of(c.suffix);
-      damage(path, cache_of(c.suffix, true), how);
+      const std::string path = cache_of(p, c.suffix);
+      damage(path, cache_of(p, c.suffix, true), how);
       // Points are needed for new grids alone.
-      if (std::string(c.suffix) == ".mT.XYZ") std::filesystem::remove(cache_of(".gmT.idx"));
+      if (std::string(c.suffix) == ".mT.XYZ") std::filesystem::remove(cache_of(p, ".gmT.idx"));
       p.clear_results(1);
       const RunOutput r = p.align();
       EXPECT_EQ(r.code, 0) << r.err;
@@ -76,7 +71,7 @@ TEST(Damage, CachesAreNamedAndMadeAnewInTheSameRun) {
 }
 
 TEST(Damage, ADisplacementFileWithABadBlockIsRefused) {
-  const HostileProject& p = project();
+  const HostileProject& p = hostile_project();
   p.clear();
   ASSERT_EQ(p.align().code, 0);
   const std::string dut = p.dir + "/o1/project.dut", whole = read_text(dut);
@@ -84,9 +79,8 @@ TEST(Damage, ADisplacementFileWithABadBlockIsRefused) {
     std::string bytes = whole;
     bytes[at] ^= 1;
     write_text(dut, bytes);
-    const RunOutput r =
-        p.program.run({"-mul", "-corr", "o1/project", "-utm", "33", "-po", "traj.out", "-i", "L0?.las",
-                       "-out", "*_d.las", "-tmpdir", "t", "-odir", "o1", "-name", "again"});
+    const RunOutput r = p.program.run(
+        "-mul -corr o1/project -utm 33 -po traj.out -i L0?.las -out *_d.las -tmpdir t -odir o1 -name again");
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(holds(r.err, "ERROR: damaged DUT file, register again: block ")) << r.err;
     EXPECT_FALSE(exists(p.dir + "/o1/L01_d.las"));

@@ -14,17 +14,15 @@ namespace {
 // A project whose ranges are short by 0.15 m, which overlaps do not show: all is 0.15 m too high.
 struct GroundControl : testing::Test {
   static ScoredProject* project;
-  static void SetUpTestSuite() { project = new ScoredProject({"-i1", "0.15"}); }
+  static void SetUpTestSuite() { project = new ScoredProject("-i1 0.15"); }
   static void TearDownTestSuite() { delete project; }
   static const std::string& dir() { return project->dir; }
-  static RunOutput align(std::vector<std::string> args, const std::string& out) {
+  static RunOutput align(const Args& args, const std::string& out) {
     std::filesystem::create_directory(dir() + "/" + out);
     std::filesystem::create_directory(dir() + "/tmp");
-    const std::vector<std::string> base = {"-align", "-utm",    "33",    "-i", "L*.las",  "-po", "traj.out",
-                                           "-out",   "*_c.las", "-odir", out,  "-tmpdir", "tmp", "-map",
-                                           "0",      "-plot",   "0",     "-C", "B"};
-    args.insert(args.begin(), base.begin(), base.end());
-    return project->program.run(args);
+    return project->program.run(args +
+                                "-align -utm 33 -i L*.las -po traj.out -out *_c.las -map 0 -plot 0 -C B" +
+                                Args{"-odir", out, "-tmpdir", "tmp"});
   }
   static double mean_z(const std::string& out) {
     const ProjectScore s = score_files(dir() + "/truth", dir() + "/" + out, {"L01", "L02", "L03"});
@@ -55,7 +53,7 @@ TEST_F(GroundControl, TheBiasGoesAndGrossErrorsAreNamed) {
   ASSERT_EQ(plain.code, 0) << plain.err;
   EXPECT_GT(std::fabs(mean_z("plain")), 0.1);
   write_text(dir() + "/wrong.txt", spoiled(read_text(dir() + "/gcp_all.txt")));
-  const RunOutput r = align({"-gcp", "wrong.txt", "-json", "-nthreads", "1"}, "one");
+  const RunOutput r = align("-gcp wrong.txt -json -nthreads 1", "one");
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_LT(std::fabs(mean_z("one")), 0.01);
   for (const char* const text : {"control points rejected as outliers: G02 (-0.", ", G05 (-0.",
@@ -79,7 +77,7 @@ TEST_F(GroundControl, TheBiasGoesAndGrossErrorsAreNamed) {
                                  "<path fill-rule", "<polyline", "RMS of the displacements between swaths"})
     EXPECT_TRUE(holds(page, part)) << part;
   // The same with two threads, to the byte.
-  ASSERT_EQ(align({"-gcp", "wrong.txt", "-json", "-nthreads", "2"}, "two").code, 0);
+  ASSERT_EQ(align("-gcp wrong.txt -json -nthreads 2", "two").code, 0);
   for (const char* const file : {"project_GCP.json", "project_GCPcorr.json", "L01_c.las", "L03_c.las"})
     EXPECT_EQ(read_text(dir() + "/one/" + file), read_text(dir() + "/two/" + file)) << file;
 }
@@ -104,27 +102,24 @@ std::string targets(const std::string& dir, const std::vector<std::string>& stem
 
 // The swaths of two flights, the second of them 0.6 m to the west and 0.4 m too low, are brought to their control.
 TEST(GroundControlRun, GroupsKeepToTheirOwnControl) {
-  const ScoredProject project({"-lines", "3"});
+  const ScoredProject project("-lines 3");
   const std::string& dir = project.dir;
-  for (const char* const name : {"L03.las", "L04.las"}) {
-    std::string bytes = read_text(dir + "/" + name);
-    for (const size_t at : {155, 179, 187}) poke(bytes, at, peek<double>(bytes, at) - 0.6);
-    for (const size_t at : {171, 211, 219}) poke(bytes, at, peek<double>(bytes, at) - 0.4);
-    write_text(dir + "/" + name, bytes);
-  }
+  for (const char* const name : {"/L03.las", "/L04.las"})
+    change_file(dir + name, [](std::string& las) {
+      move_las(las, 0, -0.6);
+      move_las(las, 2, -0.4);
+    });
   write_text(dir + "/xyz.txt", targets(dir, {"L01", "L02", "L03", "L04"}));
   const struct {
-    std::vector<std::string> control;
+    Args control;
     dxyz bound;  // m, mean error of each flight
-  } cases[] = {{{"-gcp", "gcp_all.txt"}, {1, 1, 0.03}}, {{"-xyz_gcp", "xyz.txt"}, {0.03, 0.03, 0.03}}};
+  } cases[] = {{"-gcp gcp_all.txt", {1, 1, 0.03}}, {"-xyz_gcp xyz.txt", {0.03, 0.03, 0.03}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.control[0]);
-    std::vector<std::string> args = {"-align",  "-utm",    "33",      "-i",       "L01.las",  "L02.las",
-                                     "-i",      "L03.las", "L04.las", "-po",      "traj.out", "-out",
-                                     "*_c.las", "-odir",   "out",     "-tmpdir",  "tmp",      "-C",
-                                     "B",       "-map",    "0",       "-gcp_grp", "1"};
-    args.insert(args.end(), c.control.begin(), c.control.end());
-    const RunOutput r = project.program.run(args);
+    const Args args =
+        "-align -utm 33 -i L01.las L02.las -i L03.las L04.las -po traj.out -out *_c.las -odir out "
+        "-tmpdir tmp -C B -map 0 -gcp_grp 1";
+    const RunOutput r = project.program.run(args + c.control);
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_TRUE(holds(r.out, "INDEPENDENT GROUP GCP BIAS COMPUTATION, 2 GROUPS:")) << r.out;
     for (const std::vector<std::string>& flight : {std::vector<std::string>{"L01", "L02"}, {"L03", "L04"}}) {
@@ -138,12 +133,12 @@ TEST(GroundControlRun, GroupsKeepToTheirOwnControl) {
 }
 
 TEST_F(GroundControl, TheDisplacementFileKeepsThePoints) {
-  ASSERT_EQ(align({"-gcp", "gcp.txt", "-gcp_sigma", "0.02"}, "kept").code, 0);
+  ASSERT_EQ(align("-gcp gcp.txt -gcp_sigma 0.02", "kept").code, 0);
   EXPECT_TRUE(holds(read_text(dir() + "/kept/project_idx.log"), "/gcp.txt"));
   std::filesystem::create_directory(dir() + "/again");
-  const std::vector<std::string> args = {
-      "-corr", "kept/project", "-utm",    "33",  "-i", "L*.las", "-po",  "traj.out", "-out",  "*_c.las",
-      "-odir", "again",        "-tmpdir", "tmp", "-C", "B",      "-map", "0",        "-plot", "0"};
+  const Args args =
+      "-corr kept/project -utm 33 -i L*.las -po traj.out -out *_c.las -odir again -tmpdir tmp -C B -map 0 "
+      "-plot 0";
   const RunOutput r = project->program.run(args);
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_TRUE(holds(r.out, "Control points are those of the displacement file: ")) << r.out;
@@ -154,16 +149,16 @@ TEST_F(GroundControl, WhatCannotBeUsedStopsTheRunBeforeTheWork) {
   write_text(dir() + "/far.txt", "A 400000 5321000 500\n");
   write_text(dir() + "/bad.txt", "no points\n");
   const struct {
-    std::vector<std::string> args;
+    Args args;
     const char* text;
-  } cases[] = {{{"-gcp", "bad.txt"}, "ERROR: no valid GCP found in file bad.txt"},
-               {{"-gcp", "absent.txt"}, "ERROR: could not find file absent.txt"},
-               {{"-gcp", "gcp.txt", "-gcp_parse", "q"}, "expecting {[i]xyz[s][c][f]}"},
-               {{"-xyz_gcp", "gcp.txt"}, "ERROR: no valid XYZ GCP found in file gcp.txt"},
-               {{"-gcp", "far.txt"}, "ERROR: GCP tiling: no point left"},
-               {{"-gcp_sigma", "0.01"}, "ERROR: option -gcp_sigma needs control points: -gcp"},
-               {{"-gcp", "gcp.txt", "-xyz_gcp_equal", "1"},
-                "ERROR: option -xyz_gcp_equal needs control points: -xyz_gcp"}};
+  } cases[] = {
+      {"-gcp bad.txt", "ERROR: no valid GCP found in file bad.txt"},
+      {"-gcp absent.txt", "ERROR: could not find file absent.txt"},
+      {"-gcp gcp.txt -gcp_parse q", "expecting {[i]xyz[s][c][f]}"},
+      {"-xyz_gcp gcp.txt", "ERROR: no valid XYZ GCP found in file gcp.txt"},
+      {"-gcp far.txt", "ERROR: GCP tiling: no point left"},
+      {"-gcp_sigma 0.01", "ERROR: option -gcp_sigma needs control points: -gcp"},
+      {"-gcp gcp.txt -xyz_gcp_equal 1", "ERROR: option -xyz_gcp_equal needs control points: -xyz_gcp"}};
   for (const auto& c : cases) {
     const RunOutput r = align(c.args, "stopped");
     EXPECT_EQ(r.code, 1);

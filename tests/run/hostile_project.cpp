@@ -26,16 +26,16 @@ HostileProject::HostileProject() {
   clear();
 }
 
-std::vector<std::string> HostileProject::args(int n, int nthreads) const {
+const HostileProject& hostile_project() {
+  static const HostileProject one;
+  one.clear();
+  return one;
+}
+
+Args HostileProject::args(int n, int nthreads) const {
   for (const std::string& name : {dir + "/t", folder(*this, n)}) std::filesystem::create_directory(name);
-  return {"-mul",      "-align",
-          "-utm",      "33",
-          "-po",       "traj.out",
-          "-i",        "L0?.las",
-          "-out",      "*_c.laz",
-          "-tmpdir",   "t",
-          "-odir",     "o" + std::to_string(n),
-          "-nthreads", std::to_string(nthreads)};
+  return Args("-mul -align -utm 33 -po traj.out -i L0?.las -out *_c.laz -tmpdir t") +
+         Args{"-odir", "o" + std::to_string(n), "-nthreads", std::to_string(nthreads)};
 }
 
 RunOutput HostileProject::align(int n, const std::function<void()>& before) const {

@@ -15,7 +15,7 @@ struct HostileProject {
 
   HostileProject();
   // Caches go to the folder t, results to o<n>; both are made when they are not there.
-  std::vector<std::string> args(int n, int nthreads = 1) const;
+  Args args(int n, int nthreads = 1) const;
   RunOutput align(int n = 1, const std::function<void()>& before = {}) const;
   // Removes caches, results of all runs, and logs.
   void clear() const;
@@ -26,4 +26,6 @@ struct HostileProject {
   std::string partial_results(int n = 1) const;
   std::vector<std::string> caches() const;  // paths, in order
 };
+// One for all tests of the process, cleared.
+const HostileProject& hostile_project();
 }  // namespace veld

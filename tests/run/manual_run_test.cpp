@@ -24,25 +24,19 @@ struct ByHand : testing::Test {
   }
   static void TearDownTestSuite() { delete program; }
   static std::string path(const std::string& name) { return program->work.path + "/" + name; }
-  static RunOutput run(const std::vector<std::string>& args, const std::string& out,
-                       const std::string& swaths = "L*.las") {
+  static RunOutput run(const Args& args, const std::string& out, const std::string& swaths = "L*.las") {
     for (const std::string& dir : {out, std::string("tmp")}) std::filesystem::create_directory(path(dir));
-    std::vector<std::string> all = {"-i",  swaths, "-odir",   out,         "-tmpdir",
-                                    "tmp", "-out", "*_c.las", "-nthreads", "2"};
-    all.insert(all.end(), args.begin(), args.end());
-    return program->run(all);
+    const Args base = {"-i", swaths, "-odir", out, "-tmpdir", "tmp", "-out", "*_c.las", "-nthreads", "2"};
+    return program->run(base + args);
   }
-  static std::vector<std::string> tracked(std::vector<std::string> args) {
-    args.insert(args.end(), {"-corr", "-utm", "33", "-po", "traj.out", "-bore", "0", "0", "0", "-qc", "0"});
-    return args;
-  }
+  static Args tracked(const Args& args) { return args + "-corr -utm 33 -po traj.out -bore 0 0 0 -qc 0"; }
   static ProjectScore moved_by(const std::string& out) { return score_files(path(""), path(out), LINES); }
 };
 Program* ByHand::program = nullptr;
 }  // namespace
 
 TEST_F(ByHand, AKnownCalibrationGivesTheTruth) {
-  const RunOutput r = run(tracked({"-calib_corr", "cal.txt"}), "cal");
+  const RunOutput r = run(tracked("-calib_corr cal.txt"), "cal");
   ASSERT_EQ(r.code, 0) << r.err;
   const ProjectScore score = score_files(path("truth"), path("cal"), LINES);
   EXPECT_LT(score.all.rms3d, 0.0015);
@@ -67,26 +61,26 @@ TEST_F(ByHand, EachBeamOfAFileHasItsCalibration) {
 }
 
 TEST_F(ByHand, ATimeDelayIsPutInAndTakenOut) {
-  ASSERT_EQ(run(tracked({"-t_corr", "0.005", "-ot", "-oundo"}), "late").code, 0);
+  ASSERT_EQ(run(tracked("-t_corr 0.005 -ot -oundo"), "late").code, 0);
   const ProjectScore moved = moved_by("late");
   EXPECT_NEAR(moved.all.rms.y, 22 * 0.005, 0.02);  // 22 m/s, most of it north and south
-  ASSERT_EQ(run(tracked({"-t_corr", "-0.005", "-ot"}), "back", "late/L*_c.las").code, 0);
+  ASSERT_EQ(run(tracked("-t_corr -0.005 -ot"), "back", "late/L*_c.las").code, 0);
   const ProjectScore back = score_files(path(""), path("back"), LINES, "_c_c");
   EXPECT_LT(back.all.rms3d, 0.0015);
-  ASSERT_EQ(run({"-undo"}, "undone", "late/*.las").code, 0);
+  ASSERT_EQ(run("-undo", "undone", "late/*.las").code, 0);
   EXPECT_LT(score_files(path(""), path("undone"), LINES, "_c_c").all.rms3d, 0.003);
 }
 
 TEST_F(ByHand, ShiftsNeedNoTrajectoryAndTilesHoldAllPoints) {
   write_text(path("s.txt"), "0.25 0 1\n");
-  const RunOutput r = run({"-corr", "-shift", "0.5", "-0.25", "0", "-shift_corr", "s.txt"}, "shift");
+  const RunOutput r = run("-corr -shift 0.5 -0.25 0 -shift_corr s.txt", "shift");
   ASSERT_EQ(r.code, 0) << r.err;
   const ProjectScore score = moved_by("shift");
   EXPECT_NEAR(score.shift.x, 0.75, 1e-6);
   EXPECT_NEAR(score.shift.y, -0.25, 1e-6);
   EXPECT_NEAR(score.shift.z, 1, 1e-6);
   EXPECT_LT(score.all_rel.rms3d, 1e-6);
-  ASSERT_EQ(run({"-corr", "-shift", "0.5", "0", "0", "-otile", "60"}, "tiles").code, 0);
+  ASSERT_EQ(run("-corr -shift 0.5 0 0 -otile 60", "tiles").code, 0);
   uint64_t npoints = 0, nsource = 0;
   for (const auto& entry : std::filesystem::directory_iterator(path("tiles")))
     if (entry.path().extension() == ".las") npoints += las_read_open(entry.path(), "", false)->header.npoints;
@@ -97,30 +91,28 @@ TEST_F(ByHand, ShiftsNeedNoTrajectoryAndTilesHoldAllPoints) {
 
 TEST_F(ByHand, OneSwathThatCannotBeWrittenIsNamedAndTheOthersAre) {
   std::filesystem::create_directories(path("one/L02_c.las"));  // a directory stands in its place
-  const RunOutput r = run({"-corr", "-shift", "0.5", "0", "0"}, "one");
+  const RunOutput r = run("-corr -shift 0.5 0 0", "one");
   EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("L02"), std::string::npos) << r.err;
+  EXPECT_TRUE(holds(r.err, "L02")) << r.err;
   EXPECT_TRUE(exists(path("one/L01_c.las")) && exists(path("one/L03_c.las")));
 }
 
 TEST_F(ByHand, WhatMakesNoSenseIsRefused) {
   const struct {
-    std::vector<std::string> args;
+    Args args;
     const char* message;
   } cases[] = {
-      {{"-corr", "-shift", "0", "0", "0"}, "all corrections disabled, nothing to do"},
-      {{"-align", "-utm", "33", "-po", "traj.out", "-t_corr", "0.1"},
-       "need command -corr without a displacement file"},
-      {{"-corr", "-shift", "1", "0", "0", "-opo"}, "corrected trajectories are wanted, but there is none"},
-      {tracked({"-beam_param", "ud", "3"}), "-beam_param and -beam_calib_corr need each other"},
-      {{"-corr", "-shift", "1", "0", "0", "-otile", "50", "-oundo"},
-       "-oundo and -otile are mutually exclusive"},
+      {"-corr -shift 0 0 0", "all corrections disabled, nothing to do"},
+      {"-align -utm 33 -po traj.out -t_corr 0.1", "need command -corr without a displacement file"},
+      {"-corr -shift 1 0 0 -opo", "corrected trajectories are wanted, but there is none"},
+      {tracked("-beam_param ud 3"), "-beam_param and -beam_calib_corr need each other"},
+      {"-corr -shift 1 0 0 -otile 50 -oundo", "-oundo and -otile are mutually exclusive"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
     const RunOutput r = run(c.args, "none");
     EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_TRUE(holds(r.err, c.message)) << r.err;
   }
 }
 }  // namespace veld

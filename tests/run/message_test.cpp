@@ -8,7 +8,7 @@
 namespace veld {
 namespace {
 struct Mistake {
-  std::vector<std::string> args;
+  Args args;
   std::vector<std::string> lines;  // of standard error, whole, in this order; without the last line
   const char* file = nullptr;      // text of "f.xml" in the current directory, given by -opt
 };
@@ -22,7 +22,6 @@ struct Messages : testing::Test {
     write_text(path("two.txt"), "1 2\n");
     write_text(path("three.txt"), "1 2 3\n");
     write_text(path("six.txt"), "1 2 3 4 5 6\n");
-    write_text(path("none.lst"), "\n");
     write_text(path("lost.lst"), "a.las\nx.las\n");
     write_text(path("twice.lst"), "a.las\n./a.las\n");
     write_text(path("A.las"), "x");
@@ -32,7 +31,7 @@ struct Messages : testing::Test {
   // Every run fails with these lines, one after the other, and closes its log.
   void expect(const std::vector<Mistake>& mistakes) const {
     for (const Mistake& m : mistakes) {
-      std::vector<std::string> args = m.args;
+      Args args = m.args;
       if (m.file) {
         write_text(path("f.xml"), m.file);
         args.insert(args.begin(), {"-opt", "f.xml"});
@@ -53,12 +52,6 @@ struct Messages : testing::Test {
   }
 };
 
-using Args = std::vector<std::string>;
-Args joined(Args first, const Args& more) {
-  first.insert(first.end(), more.begin(), more.end());
-  return first;
-}
-
 const char ARGS_STOP[] = "ERROR: stopping due to option argument errors: use -h for help";
 const char OPTS_STOP[] = "ERROR: stopping due to unknown options or syntax errors: use -h for help";
 const char INPUTS_STOP[] = "ERROR: missing or duplicate input files, cannot proceed";
@@ -67,44 +60,19 @@ const char PO_STOP[] = "ERROR: could not find all specified trajectory files, ca
 
 TEST_F(Messages, ValuesOfOptions) {
   expect({
-      {{"-nthreads", "4", "-N", "2", "-zz"},
+      {"-nthreads 4 -N 2 -zz",
        {"WARNING: option -nthreads used, short option N ignored", "ERROR: unknown options: -zz ", OPTS_STOP}},
-      {{"-xlevel", "1", "-xlevel=2", "zz"},
+      {"-xlevel 1 -xlevel=2 zz",
        {"WARNING: option -xlevel found 2 times, last valid occurrence overrides previous ones",
         "ERROR: extra arguments: zz ", OPTS_STOP}},
-      {{"-name"}, {"ERROR: option -name requires 1 argument, found 0", ARGS_STOP}},
-      {{"-imu", "1", "2"}, {"ERROR: option -imu requires at least 3 arguments, found 2", ARGS_STOP}},
-      {{"-shift", "1", "2"}, {"ERROR: option -shift requires 3 arguments, found 2", ARGS_STOP}},
-      {{"-utm", "3", "4"},
-       {"ERROR: option -utm takes 1 argument, found 2, discarding last 1", "ERROR: extra arguments: 4 ",
-        ARGS_STOP}},
-      {{"-corr", "a", "b"}, {"ERROR: option -corr takes maximum 1 argument, found 2, discarding last 1"}},
-      {{"-name", "a:b"}, {"ERROR: option -name: invalid file name 'a:b' (illegal characters), keeping "}},
-      {{"-tmpdir", "x"}, {"ERROR: option -tmpdir: invalid directory 'x', keeping ", ARGS_STOP}},
-      {{"-uav", "2"},
-       {"ERROR: option -uav: invalid argument '2', boolean (0 or 1) required, keeping default value 0"}},
-      {{"-boost", "2.5"},
-       {"ERROR: option -boost: invalid argument '2.5', integer required, keeping default value 2"}},
-      {{"-b99"}, {"ERROR: option -b: value 99 out of range [1,16], keeping default value 2"}},
-      {{"-chgrp", "0", "x"}, {"ERROR: option -chgrp, argument 2: invalid argument 'x', integer required"}},
-      {{"-po_time", "11"}, {"ERROR: option -po_time, argument 1: value 11 out of range [0,10]"}},
-      {{"-ppp", "x"},
-       {"ERROR: option -ppp: invalid input 'x', numeric required, keeping default value 1.000"}},
-      {{"-ppp=0.5"},
-       {"ERROR: option -ppp: value 0.500 out of range [1.000,16.000], keeping default value 1.000"}},
-      {{"-ggsd", "31"},
-       {"ERROR: option -ggsd: value 31.000 out of range [0.050,30.000], keeping default value (auto)"}},
-      {{"-imu", "1", "x", "3"},
-       {"ERROR: option -imu, argument 2: invalid input 'x', numeric required, "
-        "keeping default value"}},
-      {{"-$", "/no/where"}, {"ERROR: unable to resolve path /no/where"}},
+      {"-corr a b", {"ERROR: option -corr takes maximum 1 argument, found 2, discarding last 1"}},
+      {"-$ /no/where", {"ERROR: unable to resolve path /no/where"}},
   });
 }
 
 TEST_F(Messages, AllMistakesInOneRun) {
   expect({
-      {{"-mem",  "1", "-utm", "99",    "-zzz", "-smap", "-zmap", "-cal", "Q",  "-drift", "abc",
-        "-dpoc", "Q", "-out", "*.txt", "-i",   "a",     "-r",    "b",    "-i", "c"},
+      {"-mem 1 -utm 99 -zzz -smap -zmap -cal Q -drift abc -dpoc Q -out *.txt -i a -r b -i c",
        {"ERROR: option -mem: value 1 out of range [1024,262144], keeping default value 4096",
         "ERROR: option -utm: value 99 out of range [-60,60], keeping default value 0",
         "ERROR: unknown options: -zzz ", "ERROR: inputs must always precede references in the command line",
@@ -113,9 +81,8 @@ TEST_F(Messages, AllMistakesInOneRun) {
         "ERROR: option -drift: invalid argument abc - expecting 'con' or nonzero time interval",
         "ERROR: option -dpoc: could not parse argument 'Q', expecting {0TAxyzwpk}",
         "ERROR: output format extension not supported", ARGS_STOP, OPTS_STOP}},
-      {{"-align",    "-i",    "x.las",     "-i",          "y*.las", "-po",         "z.out",
-        "-mount",    "m.txt", "-oa",       "-oi",         "-drift", "-1",          "-out",
-        "plain.las", "-wkt",  "other.prj", "-drop_class", "2",      "-keep_class", "3"},
+      {"-align -i x.las -i y*.las -po z.out -mount m.txt -oa -oi -drift -1 -out plain.las -wkt other.prj "
+       "-drop_class 2 -keep_class 3",
        {"ERROR: unsupported projection, WKT file other.prj (not understood)",
         "ERROR: options {-oa -oi} are mutually exclusive", "ERROR: could not find file z.out", PO_STOP,
         "ERROR: could not find file x.las", "ERROR: no match for y*.las in directory ./", INPUTS_STOP,
@@ -125,207 +92,152 @@ TEST_F(Messages, AllMistakesInOneRun) {
 }
 
 TEST_F(Messages, CommandsAndExclusions) {
-  const std::string commands =
-      "ERROR: commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive";
   expect({
-      {{"-reg"}, {"ERROR: missing input files, cannot proceed"}},
-      {{"-i", "a.las", "-r", "b.las", "-l", "x"},
-       {"ERROR: inputs must always precede references in the command line"}},
-      {{"-corr", "x", "-reg", "-i", "a.las"}, {commands}},
-      {{"-align", "-scan", "-i", "a.las"}, {commands}},
-      {{"-calib", "-fastqc", "-i", "a.las"}, {commands}},
-      {{"-feet", "-metre", "-i", "a.las"}, {"ERROR: only one unit option can be used"}},
-      {{"-opls", "-oplz", "-i", "a.las"}, {"ERROR: -opls and -oplz are mutually exclusive"}},
-      {{"-oa", "-oi", "-i", "a.las"}, {"ERROR: options {-oa -oi} are mutually exclusive"}},
-      {{"-dz_range", "5", "-dz16_range", "2", "-i", "a.las"}, {"ERROR: DZ_range>DZ16_range not allowed"}},
-      {{"-align2", "-odir_1", "/tmp", "-dz_range_1", "5", "-dz16_range_1", "2", "-i", "a.las", "-po",
-        "t.out"},
+      {"-reg", {"ERROR: missing input files, cannot proceed"}},
+      {"-corr x -reg -i a.las",
+       {"ERROR: commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"}},
+      {"-feet -metre -i a.las", {"ERROR: only one unit option can be used"}},
+      {"-opls -oplz -i a.las", {"ERROR: -opls and -oplz are mutually exclusive"}},
+      {"-dz_range 5 -dz16_range 2 -i a.las", {"ERROR: DZ_range>DZ16_range not allowed"}},
+      {"-align2 -odir_1 /tmp -dz_range_1 5 -dz16_range_1 2 -i a.las -po t.out",
        {"ERROR: DZ_range_1>DZ16_range_1 not allowed"}},
-      {{"-corr", "-i", "a.las", "-po", "t.out"},
+      {"-corr -i a.las -po t.out",
        {"ERROR: option -corr requires DUT files, manual corrections (-shift_corr, -calib_corr, -shift, -gcp) "
         "or "
         "time/angle update"}},
-      {{"-corr", "x", "-i", "a.las", "-po", "t.out", "-utm", "33", "-odir", "/tmp"},
-       {"ERROR: could not find file x_idx.log"}},
-      {{"-undo", "-i", "a.las", "-r", "r.las"},
+      {"-corr x -i a.las -po t.out -utm 33 -odir /tmp", {"ERROR: could not find file x_idx.log"}},
+      {"-undo -i a.las -r r.las",
        {"WARNING: ignoring fixed swaths for undo command",
         "ERROR: missing point correction file a_p2p_corr.laz"}},
-      {{"-cut", "-i", "a.las", "-po", "t.out", "u.out"},
+      {"-cut -i a.las -po t.out u.out",
        {"ERROR: option -cut with swaths is not available yet: swaths are not cut by lines "
         "(without -i the lines are written as text)",
         "ERROR: commands -cut and -plot_po require a single PO file input"}},
-      {{"-cut", "-i", "a.las", "-r", "r.las", "-po", "t.out"},
-       {"WARNING: ignoring fixed swaths for cut command"}},
-      {{"-plot_po"}, {"ERROR: commands -cut and -plot_po require a single PO file input"}},
-      {{"-split", "zz", "-i", "a.las"},
-       {"ERROR: split argument error, argument must be in {sd,ch,sa,ud,id,cl,bi}"}},
-      {{"-split", "ch", "33", "-i", "a.las"},
+      {"-cut -i a.las -r r.las -po t.out", {"WARNING: ignoring fixed swaths for cut command"}},
+      {"-plot_po", {"ERROR: commands -cut and -plot_po require a single PO file input"}},
+      {"-split zz -i a.las", {"ERROR: split argument error, argument must be in {sd,ch,sa,ud,id,cl,bi}"}},
+      {"-split ch 33 -i a.las",
        {"ERROR: split argument error, argument 2 (number of channels) out of range [2,32]"}},
-      {{"-split", "sd", "3", "-i", "a.las"}, {"ERROR: n=2 required for split type sd"}},
-      {{"-split", "ud", "-i", "a.las"}, {"ERROR: attribute 'n' required for split type ud"}},
-      {{"-split", "sd", "2", "m.txt", "-i", "a.las"},
+      {"-split sd 3 -i a.las", {"ERROR: n=2 required for split type sd"}},
+      {"-split ud -i a.las", {"ERROR: attribute 'n' required for split type ud"}},
+      {"-split sd 2 m.txt -i a.las",
        {"WARNING: map file argument ignored for scan direction split",
         "ERROR: option -split is not available yet: swaths are not split into channels or beams"}},
-      {{"-cal", "Q", "-i", "a.las"},
-       {"ERROR: option -cal: could not parse argument 'Q', expecting {0LBIxyzwpk1234567}"}},
-      {{"-drift", "-1", "-i", "a.las"}, {"ERROR: option -drift: time interval must be >=0"}},
-      {{"-out", "plain.las", "-i", "a.las"},
-       {"ERROR: invalid output format, prefix*suffix.ext required, no illegal characters"}},
-      {{"-scan", "-fastqc", "-i", "a.las"},
-       {"ERROR: commands {-reg -corr -align -calib -scan -fastqc} are mutually exclusive"}},
-      {{"-reg", "-i", "a.las", "-gcp", "none.txt", "-out_metre", "0"},
+      {"-drift -1 -i a.las", {"ERROR: option -drift: time interval must be >=0"}},
+      {"-reg -i a.las -gcp none.txt -out_metre 0",
        {"ERROR: option -out_metre is not available yet: reports are always in metres",
         "ERROR: could not find file none.txt"}},
       {{"-reg", "-i", "a.las", "-name", std::string(240, 'n')},
        {"ERROR: name too long for the results, use a shorter -name: ./" + std::string(240, 'n') +
         "_DXYZcorr_stat.log.part"}},
-      {{"-las_read_check", "none.las"}, {"ERROR: could not find file none.las"}},
+      {"-las_read_check none.las", {"ERROR: could not find file none.las"}},
   });
 }
 
 TEST_F(Messages, Directories) {
   std::filesystem::create_directory(path("o"));
   expect({
-      {{"-align2", "-i", "a.las"},
+      {"-align2 -i a.las",
        {"ERROR: not a valid output directory, write permission required: option -align2 needs -odir_1"}},
-      {{"-align2", "-odir", "o", "-odir_1", "./o/", "-i", "a.las"},
-       {"ERROR: -odir and -odir_1 are the same directory: o/"}},
+      {"-align2 -odir o -odir_1 ./o/ -i a.las", {"ERROR: -odir and -odir_1 are the same directory: o/"}},
   });
 }
 
 TEST_F(Messages, CoordinateSystem) {
   expect({
-      {{"-utm", "33", "-wkt", "empty.prj", "-i", "x"}, {"WARNING: wkt ignored due to -utm option"}},
-      {{"-wkt", "other.prj", "-i", "x"},
-       {"ERROR: unsupported projection, WKT file other.prj (not understood)"}},
-      {{"-wkt", "empty.prj", "-i", "x"}, {"ERROR: empty WKT file empty.prj"}},
-      {{"-wkt", "none.prj", "-i", "x"}, {"ERROR: could not find file none.prj"}},
-      {{"-wkt", "a.las", "-i", "x"}, {"ERROR: WKT not found in LAS file a.las"}},
-      {{"-wkt", "*.las", "-i", "x"}, {"WARNING: found 4 matches for *.las in directory ./ - using A.las"}},
-      {{"-wkt", "x*.prj", "-i", "x"}, {"ERROR: no match for x*.prj in ./"}},
+      {"-wkt empty.prj -i x", {"ERROR: empty WKT file empty.prj"}},
+      {"-wkt none.prj -i x", {"ERROR: could not find file none.prj"}},
+      {"-wkt a.las -i x", {"ERROR: WKT not found in LAS file a.las"}},
   });
 }
 
 TEST_F(Messages, SwathsAndChannels) {
   expect({
-      {{"-i", "x.las"}, {"ERROR: could not find file x.las", INPUTS_STOP}},
-      {{"-i", "x*.las"}, {"ERROR: no match for x*.las in directory ./", INPUTS_STOP}},
-      {{"-i", "no/x*.las"}, {"ERROR: could not open directory no/: No such file or directory", INPUTS_STOP}},
-      {{"-i", std::string(260, 'x') + "*"}, {"ERROR: MAX_INPUT_SIZE in wildcard_match"}},
-      {{"-i", "a.las", "b.las", "a.las"}, {"ERROR: duplicate file a.las", INPUTS_STOP}},
-      {{"-i", "a.las", "-r", "./a.las"}, {"ERROR: duplicate file ./a.las", INPUTS_STOP}},
-      {{"-i", "a.las", "-e", "a.las"},
-       {"ERROR: could not add file a.las in directory ./ (excluded)", INPUTS_STOP}},
-      {{"-i", "b*.las", "-e", "b*.las"},
-       {"ERROR: no match for b*.las in directory ./ (all files were excluded)", INPUTS_STOP}},
-      {{"-i", "a.las", "-e", "x*"},
+      {"-i x.las", {"ERROR: could not find file x.las", INPUTS_STOP}},
+      {"-i a.las -r ./a.las", {"ERROR: duplicate file ./a.las", INPUTS_STOP}},
+      {"-i a.las -e x*",
        {"ERROR: no match for x* in directory ./",
         "ERROR: missing or duplicate excluded files, cannot proceed"}},
-      {{"-i", "a.las", "-exclude_list", "x.lst"},
+      {"-i a.las -exclude_list x.lst",
        {"ERROR: could not find list of files x.lst",
         "ERROR: missing or duplicate excluded files, cannot proceed"}},
-      {{"-l", "x.lst"}, {"ERROR: could not find list of files x.lst", INPUTS_STOP}},
-      {{"-l", "none.lst"}, {"ERROR: no file found in list of files none.lst", INPUTS_STOP}},
-      {{"-l", "lost.lst"}, {"ERROR: could not find file x.las", INPUTS_STOP}},
-      {{"-l", "twice.lst"}, {"ERROR: duplicate file ./a.las", INPUTS_STOP}},
-      {{"-i", "a.las", "-ref_list", "lost.lst"},
+      {"-l twice.lst", {"ERROR: duplicate file ./a.las", INPUTS_STOP}},
+      {"-i a.las -ref_list lost.lst",
        {"ERROR: duplicate file a.las", "ERROR: could not find file x.las", INPUTS_STOP}},
-      {{"-i", "a.las", "-chgrp", "0", "1"},
-       {"ERROR: 2 channel numbers provided, expected 1 (1 per mobile group)"}},
-      {{"-i", "a.las", "-i", "b.las", "-chgrp", "1", "0"},
-       {"ERROR: syntax error in option -chgrp, group 0 must be 0"}},
-      {{"-i", "a.las", "-i", "b.las", "-chgrp", "1", "2"},
-       {"ERROR: channel 0 (first channel) is missing from option -chgrp"}},
-      {{"-i", "a.las", "-i", "b.las", "-chgrp", "0", "2"},
-       {"ERROR: syntax error in option -chgrp, check groups 0,1"}},
-      {{"-i", "x", "-drop_class", "2", "-keep_class", "3"},
-       {"ERROR: options -keep_class and -drop_class are exclusive"}},
-      {{"-i", "x", "-drop_class", "2", "-g"},
-       {"WARNING: option -keep_class or -drop_class overrides option -ground_filter"}},
-      {{"-align", "-i", "a.las", "-po", "t.out", "-out", "*"},
+      {"-i a.las -chgrp 0 1", {"ERROR: 2 channel numbers provided, expected 1 (1 per mobile group)"}},
+      {"-i a.las -i b.las -chgrp 1 0", {"ERROR: syntax error in option -chgrp, group 0 must be 0"}},
+      {"-i a.las -i b.las -chgrp 1 2", {"ERROR: channel 0 (first channel) is missing from option -chgrp"}},
+      {"-i a.las -i b.las -chgrp 0 2", {"ERROR: syntax error in option -chgrp, check groups 0,1"}},
+      {"-align -i a.las -po t.out -out *",
        {"ERROR: output file ./a.las would overwrite an input file, use -out or -odir"}},
   });
 }
 
 TEST_F(Messages, TrajectoriesAndMounts) {
-  const std::vector<std::string> align = {"-align", "-i", "a.las", "-out", "*_c.las"};
-  const auto with = [&align](const Args& more) { return joined(align, more); };
-  const auto two = [&with](const Args& more) {
-    return with(joined({"-i", "b.las", "-po", "t.out", "-po", "u.out"}, more));
-  };
+  const Args align = "-align -i a.las -out *_c.las";
+  const auto with = [&align](const Args& more) { return align + more; };
+  const auto two = [&with](const Args& more) { return with(Args("-i b.las -po t.out -po u.out") + more); };
   expect({
       {with({}), {"ERROR: PO files required for correction: give the trajectories (-po)"}},
-      {with({"-po", "x.out"}), {"ERROR: could not find file x.out", PO_STOP}},
-      {with({"-po", "t.out", "t.out"}), {"ERROR: duplicate file t.out", PO_STOP}},
-      {with({"-po_list", "x.lst"}), {"ERROR: could not find list of files x.lst", PO_STOP}},
-      {with({"-po", "t.out", "-po", "u.out"}),
-       {"ERROR: group size mismatch, 2 PO groups and 1 mobile swaths groups"}},
-      {with({"-po", "t.out", "-po_geo", "1", "0", "-po_time", "1", "2", "-po_rad", "0", "0", "-po_parse", "t",
-             "x", "-po_att", "0", "1"}),
+      {with("-po t.out t.out"), {"ERROR: duplicate file t.out", PO_STOP}},
+      {with("-po_list x.lst"), {"ERROR: could not find list of files x.lst", PO_STOP}},
+      {with("-po t.out -po u.out"), {"ERROR: group size mismatch, 2 PO groups and 1 mobile swaths groups"}},
+      {with("-po t.out -po_geo 1 0 -po_time 1 2 -po_rad 0 0 -po_parse t x -po_att 0 1"),
        {"ERROR: 2 po_geo flags provided, expected 1 or 1 (1 per group)",
         "ERROR: 2 po_time flags provided, expected 1 or 1 (1 per group)",
         "ERROR: 2 po_rad flags provided, expected 1 or 1 (1 per group)",
         "ERROR: 2 po_parse strings provided, expected 1 or 1 (1 per group)",
         "ERROR: 2 po_att flags provided, expected 1 or 1 (1 per group)"}},
-      {two({"-po_time", "0", "6"}),
-       {"ERROR: PO time format 6 for group 2 requires option -gps_date for conversion"}},
+      {two("-po_time 0 6"), {"ERROR: PO time format 6 for group 2 requires option -gps_date for conversion"}},
       {two({"-gps_date", "2025/02/30 ", "-po", "x"}), {"ERROR: could not find file x", PO_STOP}},
-      {two({"-gps_date", "2025-13-01"}),
+      {two("-gps_date 2025-13-01"),
        {"WARNING: using GPS date 2025-13-01 for all groups", "ERROR: date '2025-13-01' out of range"}},
-      {two({"-gps_date", "May", "9999-01-01"}),
+      {two("-gps_date May 9999-01-01"),
        {"ERROR: invalid date 'May', ISO 8601 format required (YYYY-MM-DD)",
         "ERROR: date '9999-01-01' out of range"}},
-      {two({"-gps_date", "2025-01-01", "2025-01-02", "2025-01-03"}),
+      {two("-gps_date 2025-01-01 2025-01-02 2025-01-03"),
        {"ERROR: 3 GPS dates provided, expected 1 or 2 (1 per group)"}},
-      {two({"-mount", "six.txt", "-bore", "1", "2", "3"}),
+      {two("-mount six.txt -bore 1 2 3"),
        {"ERROR: option -mount cannot be used together with -bore or -imu"}},
-      {two({"-imu", "1", "2", "3", "4", "-bore", "1", "2", "3", "4", "5"}),
+      {two("-imu 1 2 3 4 -bore 1 2 3 4 5"),
        {"ERROR: option -imu has 4 arguments, multiple of 3 required",
         "ERROR: option -bore has 5 arguments, multiple of 3 required"}},
-      {two({"-imu",  "1", "2", "3", "1", "2", "3", "1", "2", "3",
-            "-bore", "1", "2", "3", "1", "2", "3", "1", "2", "3"}),
-       {"ERROR: 3 Bore rot angle triplets provided, expected 1 or 2 (1 per group)",
-        "ERROR: 3 IMU rot angle triplets provided, expected 1 or 2 (1 per group)"}},
-      {two({"-mount", "six.txt", "six.txt", "six.txt"}),
-       {"ERROR: 3 mount files provided, expected 1 or 2 (1 per group)"}},
-      {two({"-mount", "two.txt"}),
+      {two("-mount two.txt"),
        {"WARNING: using mount file two.txt for all groups",
         "ERROR: no BODY/IMU rotation angles found in mount file two.txt",
         "ERROR: missing mount files, cannot proceed"}},
-      {two({"-mount", "three.txt", "-po", "x"}),
-       {"WARNING: no boresight angle found in mount file three.txt"}},
+      {two("-mount three.txt -po x"), {"WARNING: no boresight angle found in mount file three.txt"}},
   });
 }
 
 TEST_F(Messages, FilesOfManualCorrections) {
-  const std::vector<std::string> corr = {"-corr", "-i",  "a.las", "-i",   "b.las",  "-po",
-                                         "t.out", "-po", "u.out", "-out", "*_c.las"};
-  const auto with = [&corr](const Args& more) { return joined(corr, more); };
+  const Args corr = "-corr -i a.las -i b.las -po t.out -po u.out -out *_c.las";
+  const auto with = [&corr](const Args& more) { return corr + more; };
   expect({
-      {with({"-shift_corr", "two.txt"}),
+      {with("-shift_corr two.txt"),
        {"WARNING: using shift file two.txt for all groups", "ERROR: no 3D shift vector found in file two.txt",
         "ERROR: missing shift files, cannot proceed"}},
-      {with({"-shift_corr", "three.txt", "three.txt", "three.txt"}),
+      {with("-shift_corr three.txt three.txt three.txt"),
        {"ERROR: group size mismatch, 3 shift files and 2 groups"}},
-      {with({"-calib_corr", "three.txt"}),
+      {with("-calib_corr three.txt"),
        {"WARNING: using calibration file three.txt for all groups",
         "ERROR: no calibration corrections (3 lever, 3 bore) found in file three.txt",
         "ERROR: missing calibration files, cannot proceed"}},
-      {with({"-calib_corr", "six.txt", "x.txt"}),
+      {with("-calib_corr six.txt x.txt"),
        {"WARNING: not all 7 internal corrections found in file six.txt", "ERROR: could not find file x.txt",
         "ERROR: missing calibration files, cannot proceed"}},
-      {with({"-calib_corr", "six.txt", "six.txt", "six.txt"}),
+      {with("-calib_corr six.txt six.txt six.txt"),
        {"ERROR: group size mismatch, 3 calibration files and 2 groups"}},
   });
 }
 
 TEST_F(Messages, FaultsOfOptionFiles) {
   const auto fault = [](const char* text, const std::string& message) {
-    return Mistake{{"-i", "a.las"}, {"ERROR: " + message + " of option file 'f.xml'"}, text};
+    return Mistake{"-i a.las", {"ERROR: " + message + " of option file 'f.xml'"}, text};
   };
   expect({
-      {{"-opt"}, {"ERROR: option -opt needs one argument (option file)"}},
-      {{"-opt", "no.xml"}, {"ERROR: could not read option file no.xml"}},
+      {"-opt", {"ERROR: option -opt needs one argument (option file)"}},
+      {"-opt no.xml", {"ERROR: could not read option file no.xml"}},
       fault("mem 2048\r\n", "invalid mix of \\r and \\n delimiters at line 1"),
       fault("mem 2048\n\nx <flight>\n", "extra text before tag delimiter < at line 3"),
       fault("<flight> x\n", "extra text after tag delimiter > at line 1"),
@@ -339,12 +251,12 @@ TEST_F(Messages, FaultsOfOptionFiles) {
       fault("<a>\n<b>\n<A>\n", "nested tag <A> detected at line 3"),
       fault("<opt>\nname \"x\n", "missing quotes at line 2"),
       fault("\n12 3\n", "invalid option: -12 at line 2"),
-      {{"-i", "a.las"}, {"ERROR: extra tags 2 (closing tags missing) in option file f.xml"}, "<a>\n<b>\n"},
-      {{"-i", "a.las"}, {"ERROR: unknown options: -zzz "}, "zzz\n"},
+      {"-i a.las", {"ERROR: extra tags 2 (closing tags missing) in option file f.xml"}, "<a>\n<b>\n"},
+      {"-i a.las", {"ERROR: unknown options: -zzz "}, "zzz\n"},
   });
   write_text(program.base + ".opt.txt", "mem 2048\n12 3\n\nname 'x\n");
   const std::string where = " of persistent option file " + program.base + ".opt.txt";
-  expect({{{"-i", "a.las"},
+  expect({{"-i a.las",
            {"ERROR: invalid option: -12 at line 2" + where, "ERROR: invalid option: -name at line 4" + where,
             ARGS_STOP}}});
 }
@@ -356,9 +268,6 @@ TEST_F(Messages, FaultsOfTheTaggedTree) {
     return m;
   };
   expect({
-      fault("<po =1></po>\n", {"missing attribute for tag <po>", "Line: <po =1>"}),
-      fault("<po time=></po>\n", {"missing value for attribute time for tag <po>", "Line: <po time=>"}),
-      fault("<po geo=1 GEO=2></po>\n", {"multiple attribute GEO for tag <po>", "Line: <po geo=1 GEO=2>"}),
       fault("<po geo></po>\n", {"attribute syntax error for tag <po>", "Line: <po geo>"}),
       fault("<fly></fly>\n", {"unknown tag <fly>"}),
       fault("<input>a.las</input>\n", {"<input> must be defined inside <flight>, input/channel #1"}),
@@ -369,8 +278,6 @@ TEST_F(Messages, FaultsOfTheTaggedTree) {
             {"could not find file x.las", "failed to add files to input/channel #1",
              "could not find file x.out", "failed to add PO files to flight #1", "could not find file y.las",
              "failed to add reference files"}),
-      fault("<flight>\n<input>a.las</input>\n<po>t.out</po>\n<po>u.out</po>\n</flight>\n",
-            {"<flight> and <po> mismatch, input/channel #1"}),
       fault("<ref>a.las</ref>\n<ref>b.las</ref>\n", {"multiple <ref> detected"}),
       fault("<flight>\n<input>a.las</input>\n</flight>\n<ref>a.las</ref>\n",
             {"duplicate files, some references are also inputs"}),
@@ -385,7 +292,7 @@ TEST_F(Messages, FaultsOfTheTaggedTree) {
             {"option -split is not available yet: swaths are not split into channels or beams"}),
   });
   const Mistake overridden = {
-      {"-i", "b.las", "-po", "t.out", "-G", "1", "-splitgrp", "1"},
+      "-i b.las -po t.out -G 1 -splitgrp 1",
       {"WARNING: tagged option file overrides LiDAR input options -i -l -r -ref_list -chgrp",
        "WARNING: tagged option file overrides PO input options -po -po_list",
        "WARNING: tagged option file overrides PO parameter options -po_parse -G -R -A "

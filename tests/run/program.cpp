@@ -10,7 +10,7 @@
 namespace veld {
 Program::Program() { std::filesystem::copy_file(VELDRUNNER_PATH, base); }
 
-pid_t Program::start(const std::vector<std::string>& args, const std::function<void()>& before) const {
+pid_t Program::start(const Args& args, const std::function<void()>& before) const {
   std::vector<char*> argv{const_cast<char*>(base.c_str())};
   for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
   argv.push_back(nullptr);
@@ -35,7 +35,7 @@ RunOutput Program::finish(pid_t pid) const {
   return result;
 }
 
-RunOutput Program::run(const std::vector<std::string>& args, const std::function<void()>& before) const {
+RunOutput Program::run(const Args& args, const std::function<void()>& before) const {
   return finish(start(args, before));
 }
 
@@ -53,8 +53,6 @@ bool simulate(const std::string& dir) {
   std::filesystem::copy(once.path, dir, std::filesystem::copy_options::recursive, failed);
   return good && !failed;
 }
-
-bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 bool wait_for(const std::string& path) {
   for (int i = 0; i < 1000 && !exists(path); i++) usleep(10000);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/args.h"
 #include "tests/support/temp_dir.h"
 
 namespace veld {
@@ -21,9 +22,9 @@ struct Program {
   std::string base = home.path + "/veldrunner";
   Program();
   // before: what the process does first, such as limits on itself.
-  RunOutput run(const std::vector<std::string>& args, const std::function<void()>& before = {}) const;
+  RunOutput run(const Args& args, const std::function<void()>& before = {}) const;
   // Starts it and returns at once; finish() waits for the end.
-  pid_t start(const std::vector<std::string>& args, const std::function<void()>& before = {}) const;
+  pid_t start(const Args& args, const std::function<void()>& before = {}) const;
   RunOutput finish(pid_t pid) const;
   std::string log() const { return read_text(base + ".log"); }
 };
@@ -33,7 +34,6 @@ bool simulate(const std::string& dir);
 // Writes the one that veldsim makes of the options; the directory is made if absent.
 bool simulate(const std::string& dir, const std::string& options);
 
-bool holds(const std::string& text, const std::string& part);
 // Waits up to ten seconds for a file.
 bool wait_for(const std::string& path);
 }  // namespace veld

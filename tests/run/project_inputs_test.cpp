@@ -8,6 +8,7 @@
 
 #include "las/las_access.h"
 #include "tests/run/program.h"
+#include "tests/support/las_bytes.h"
 
 namespace veld {
 namespace {
@@ -39,17 +40,6 @@ dxyz mean_difference(const std::string& a, const std::string& b) {
   if (A.size() != B.size() || A.size() == 0) return {9, 9, 9};
   for (uint64_t i = 0; i < A.size(); i++) mean += A[i] - B[i];
   return mean / static_cast<double>(A.size());
-}
-
-// The bytes of a LAS file, moved along an axis (0 x, 1 y, 2 z) by its header: offset and box.
-std::string moved_las(std::string bytes, size_t axis, double by) {
-  for (const size_t at : {155 + 8 * axis, 179 + 16 * axis, 187 + 16 * axis}) {
-    double v = 0;
-    bytes.copy(reinterpret_cast<char*>(&v), sizeof v, at);
-    v += by;
-    bytes.replace(at, sizeof v, reinterpret_cast<const char*>(&v), sizeof v);
-  }
-  return bytes;
 }
 
 // The first and the second half of a file's points, as files of their own.
@@ -86,7 +76,7 @@ TEST(ProjectInputs, TaggedTreeAndCommandLineGiveTheSameLists) {
     write_text(program.work.path + "/" + name + ".las", "x");
   for (const char* const name : {"f1.out", "f2.out"}) write_text(program.work.path + "/" + name, "x");
   write_text(program.work.path + "/p.xml", TREE);
-  program.run({"-opt", "p.xml"});
+  program.run("-opt p.xml");
   const std::string log = program.log(), tagged = lists_of(log);
   EXPECT_TRUE(holds(log, "nmgrp=4 ngrpf=1 ngrpPO=4 nfl=2 npot=2 nmob=6 nref=2 nsw=8 ntraj=2\n")) << log;
   EXPECT_EQ(count_lines(tagged, ">> S "), 8) << tagged;
@@ -97,27 +87,21 @@ TEST(ProjectInputs, TaggedTreeAndCommandLineGiveTheSameLists) {
   EXPECT_TRUE(holds(tagged, "| MNT g 2 IMU: 180.000 0.000 90.000 Bore: 0.400 0.500 0.600\n"));
 
   program.run(
-      {"-align",     "-out",        "*_c.las", "-i",          "f1_c0_*.las", "-i",         "f1_c1_*.las",
-       "-i",         "f2_c0_*.las", "-i",      "f2_c1_*.las", "-r",          "r*.las",     "-chgrp",
-       "0",          "1",           "0",       "1",           "-po",         "f1.out",     "-po",
-       "f1.out",     "-po",         "f2.out",  "-po",         "f2.out",      "-po_time",   "6",
-       "6",          "0",           "0",       "-G",          "1",           "1",          "0",
-       "0",          "-R",          "0",       "0",           "1",           "1",          "-po_att",
-       "1",          "1",           "0",       "0",           "-gps_date",   "2025-03-23", "2025 03 23",
-       "2025/03/24", "2025-03-24",  "-imu",    "180",         "0",           "90",         "180",
-       "0",          "90",          "0",       "0",           "1",           "0",          "0",
-       "1",          "-bore",       "0.1",     "0.2",         "0.3",         "0.4",        "0.5",
-       "0.6",        "0",           "0",       "0",           "0",           "0",          "0"});
+      Args("-align -out *_c.las -i f1_c0_*.las -i f1_c1_*.las -i f2_c0_*.las -i f2_c1_*.las -r r*.las "
+           "-chgrp 0 1 0 1 -po f1.out -po f1.out -po f2.out -po f2.out -po_time 6 6 0 0 -G 1 1 0 0 "
+           "-R 0 0 1 1 -po_att 1 1 0 0 -imu 180 0 90 180 0 90 0 0 1 0 0 1 -bore 0.1 0.2 0.3 0.4 0.5 0.6 0 0 "
+           "0 0 0 0 ") +
+      Args{"-gps_date", "2025-03-23", "2025 03 23", "2025/03/24", "2025-03-24"});
   EXPECT_EQ(lists_of(program.log()), tagged);
 
   // By lists of files, with what is too much left out.
   write_text(program.work.path + "/c1.lst", "f1_c1_1.las\n\nf1_c1_2.las\n");
   write_text(program.work.path + "/f1.lst", "f1.out\n");
   write_text(program.work.path + "/e.lst", "f2_c1*\nr1.las\n");
-  program.run({"-reg", "-i", "f1_c0_*.las", "-l", "c1.lst", "-i", "f2_*.las", "-ref_list", "c1.lst",
-               "-po_list", "f1.lst", "-exclude_list", "e.lst"});
+  program.run(
+      "-reg -i f1_c0_*.las -l c1.lst -i f2_*.las -ref_list c1.lst -po_list f1.lst -exclude_list e.lst");
   EXPECT_TRUE(holds(lists_of(program.log()), "| EXCL f2_c1_1.las\n| EXCL r1.las\n"));
-  program.run({"-reg", "-i", "f1_c0_*.las", "-l", "c1.lst", "-i", "f2_*.las", "-ref_list", "c1.lst"});
+  program.run("-reg -i f1_c0_*.las -l c1.lst -i f2_*.las -ref_list c1.lst");
   EXPECT_TRUE(holds(program.log(), "ERROR: duplicate file f1_c1_1.las\n"));
 }
 
@@ -129,9 +113,9 @@ TEST(ProjectInputs, ASavedOptionFileGivesTheSameRun) {
     write_text(work + "/" + name, "x");
   write_text(program.base + ".opt.txt", "# all runs\nmem = 2048\npo t.out\nN 1\n");
   write_text(work + "/o.xml", "<opt>\nlarge\nname \"n 1\"\ndz_range 0.25\n</opt>\n");
-  const std::vector<std::string> args = {"-opt",   "o.xml", "-$",    "ref",  "-idir=in", "-O",   "out",
-                                         "-align", "-i",    "*.las", "-ref", "$/r.las",  "-out", "p_*_c.laz",
-                                         "-shift", "-1",    "0",     "2.5",  "-mem",     "4000"};
+  const Args args =
+      "-opt o.xml -$ ref -idir=in -O out -align -i *.las -ref $/r.las -out p_*_c.laz -shift -1 0 2.5 -mem "
+      "4000";
   program.run(args);
   const auto values = [&program] {
     const std::string log = program.log();
@@ -162,80 +146,16 @@ TEST(ProjectInputs, ASavedOptionFileGivesTheSameRun) {
   EXPECT_TRUE(holds(again, "large\nname \"n 1\"\ndz_range 0.25\n$ ref\n")) << again;
 }
 
-// What is said without being a mistake.
-TEST(ProjectInputs, NotesOnTheConsole) {
-  const Program program;
-  for (const char* const name : {"a.las", "b.las", "t.out", "u.out"})
-    write_text(program.work.path + "/" + name, "x");
-  const RunOutput r = program.run({"-align", "-i",   "a.las",     "-i",    "b.las", "-po", "t.out",  "-po",
-                                   "u.out",  "-out", "p_*_c.LAZ", "-olax", "-imu",  "1",   "2",      "3",
-                                   "-bore",  "0",    "0",         "0",     "-utm",  "33",  "-DEBUG", "7"});
-  for (const char* const line : {"Debug 7\n", "\nLiDAR output: 'p_*_c.laz' + LAX\n",
-                                 "calibration parameter string: using default B23456\n",
-                                 "using the 3 specified Bore rot angles for all groups\n",
-                                 "using the 3 specified IMU rot angles for all groups\n"})
-    EXPECT_TRUE(holds(r.out, line)) << r.out;
-  EXPECT_TRUE(
-      holds(r.out,
-            "no initial geometric calibration file specified, output will be calibration corrections, "
-            "not update\n"));
-  write_text(program.work.path + "/m.txt", "1\n2\n");
-  write_text(program.work.path + "/f.xml",
-             "<flight>\n<input split=ch n=2>\na.las\n<map file=m.txt></map>\n<bore>\n1 2 3\n4 5 "
-             "6\n</bore>\n</input>\n"
-             "</flight>\n");
-  const RunOutput tree = program.run({"-opt", "f.xml"});
-  for (const char* const line : {"Parsing tagged input parameter file, 12 option lines\n",
-                                 "reading <map> file for split input/channel #1\n",
-                                 "parsing <bore> list for split input/channel #1\n"})
-    EXPECT_TRUE(holds(tree.out, line)) << tree.out;
-  EXPECT_TRUE(holds(program.log(), "| SPLIT GRP 1 type ch n 2\n"));
-  EXPECT_TRUE(holds(program.log(), "|   bore 4.000 5.000 6.000\n"));
-  EXPECT_TRUE(holds(program.log(), "|    map 1 -> 2\n"));
-}
-
-TEST(ProjectInputs, ProgressInAFileOrNotAtAll) {
-  const Program file, none;
-  const pid_t first = file.start({"-testgui", "-progress", "2"}),
-              second = none.start({"-testgui", "-progress", "0"});
-  const std::string path = file.base + "_gui.prog";
-  ASSERT_TRUE(wait_for(path));
-  EXPECT_EQ(file.finish(first).code, 0);
-  EXPECT_EQ(read_text(path).substr(0, 11), "dthird step");
-  const RunOutput quiet = none.finish(second);
-  EXPECT_FALSE(holds(quiet.out, "step")) << quiet.out;
-  EXPECT_FALSE(exists(none.base + "_gui.prog"));
-}
-
-TEST(ProjectInputs, OldLogsGoOnRequest) {
-  const Program program;
-  const auto nlogs = [&program] {
-    int n = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(program.home.path))
-      n += entry.path().extension() == ".log";
-    return n;
-  };
-  program.run({"-version"});
-  EXPECT_EQ(nlogs(), 2);
-  program.run({"-version"});
-  EXPECT_EQ(nlogs(), 4);
-  program.run({"-version", "-clear_log"});
-  EXPECT_EQ(nlogs(), 2);
-  EXPECT_TRUE(holds(program.log(), "Deleted " + program.base + ".*.log ")) << program.log();
-}
-
 // A reference of true coordinates takes the whole block to its place.
 TEST(ProjectInputs, OneStripAsReference) {
   const Program program;
   const std::string& work = program.work.path;
   ASSERT_TRUE(simulate(work));
   for (const char* const dir : {"/t", "/o"}) std::filesystem::create_directory(work + dir);
-  write_text(work + "/far.las", moved_las(read_text(work + "/truth/L01.las"), 0, 30000));
-  const std::vector<std::string> plain = {"-align", "-utm", "33",      "-po",     "traj.out", "-C",
-                                          "B",      "-out", "*_c.las", "-tmpdir", "t",        "-odir",
-                                          "o",      "-i",   "L01.las", "L02.las"};
-  auto with = plain;
-  with.insert(with.end(), {"-r", "truth/L03.las", "far.las"});
+  std::filesystem::copy_file(work + "/truth/L01.las", work + "/far.las");
+  change_file(work + "/far.las", [](std::string& las) { move_las(las, 0, 30000); });
+  const Args plain = "-align -utm 33 -po traj.out -C B -out *_c.las -tmpdir t -odir o -i L01.las L02.las";
+  const Args with = plain + "-r truth/L03.las far.las";
   const RunOutput r = program.run(with);
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_TRUE(holds(r.out, "1 reference files dropped based on mobile data overlap map\n")) << r.out;
@@ -254,25 +174,20 @@ TEST(ProjectInputs, OneStripAsReference) {
 
   // Another file under its name takes the block elsewhere: no cache outlives it.
   const std::string reference = work + "/truth/L03.las";
-  write_text(reference, moved_las(read_text(reference), 2, 1));
+  change_file(reference, [](std::string& las) { move_las(las, 2, 1); });
   std::filesystem::last_write_time(reference,
                                    std::filesystem::last_write_time(reference) + std::chrono::seconds(2));
-  auto again_args = with;
-  again_args.insert(again_args.end(), {"-shift_ref", "0"});
-  const RunOutput again = program.run(again_args);
+  const RunOutput again = program.run(with + "-shift_ref 0");
   ASSERT_EQ(again.code, 0) << again.err;
   EXPECT_NEAR(mean_difference(work + "/o/L01_c.las", work + "/truth/L01.las").z, 1, 0.02);
 
   // A reference that cannot be read stops the run.
   write_text(work + "/broken.las", std::string(5000, 'x'));
-  with.push_back("broken.las");
-  const RunOutput lost = program.run(with);
+  const RunOutput lost = program.run(with + "broken.las");
   EXPECT_EQ(lost.code, 1);
   EXPECT_TRUE(holds(lost.err, "ERROR: 1 reference files cannot be used, cannot proceed\n")) << lost.err;
 
-  with = plain;
-  with.insert(with.end(), {"-r", "far.las"});
-  const RunOutput none = program.run(with);
+  const RunOutput none = program.run(plain + "-r far.las");
   EXPECT_EQ(none.code, 1);
   EXPECT_TRUE(holds(none.err,
                     "ERROR: all reference data rejected, no overlap with mobile swaths\n"
@@ -280,47 +195,34 @@ TEST(ProjectInputs, OneStripAsReference) {
       << none.err;
 }
 
-// Two references are one, in both steps of an alignment, and hold the datum as the whole would.
-TEST(ProjectInputs, SeveralReferencesAreOne) {
+// Two references are one, in both steps of an alignment, and hold the datum as the whole would; the second step
+// refines the first.
+TEST(ProjectInputs, TwoStepsWithSeveralReferences) {
   const Program program;
   const std::string& work = program.work.path;
   ASSERT_TRUE(simulate(work));
   for (const char* const dir : {"/t", "/o", "/o1"}) std::filesystem::create_directory(work + dir);
   halve_las(work + "/truth/L03.las", work + "/r1.las", work + "/r2.las");
-  const RunOutput r =
-      program.run({"-align2", "-utm",    "33",    "-po",   "traj.out", "-C",      "B",     "-out",
-                   "*_c.las", "-tmpdir", "t",     "-odir", "o",        "-odir_1", "o1",    "-i",
-                   "L01.las", "L02.las", "-name", "n",     "-r",       "r1.las",  "r2.las"});
+  const RunOutput r = program.run(
+      "-align2 -utm 33 -po traj.out -C B -out *_c.las -tmpdir t -odir o -odir_1 o1 -i L01.las L02.las -name "
+      "n -r r1.las r2.las");
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_lines(r.out, "Using 2 mobile swaths and 1 reference swath\n"), 2) << r.out;
+  EXPECT_TRUE(holds(r.out, "ALIGNMENT STEP 1\n") && holds(r.out, "ALIGNMENT STEP 2\n"));
+  EXPECT_TRUE(holds(program.log(), "| >> S 1 o1/L02_c.las\n"));
+  for (const char* const name : {"/o1/L01_c.las", "/o1/n_cal.txt", "/o/n_opt.xml"})
+    EXPECT_TRUE(exists(work + name)) << name;
+  // The second step finds next to nothing: the boresight of the first was a tenth of a degree.
+  std::istringstream found(read_text(work + "/o/n_cal.txt"));
+  double lever[3], bore[3] = {9, 9, 9};
+  for (double* const angles : {lever, bore})
+    for (int k = 0; k < 3; k++) found >> angles[k];
+  for (const double v : bore) EXPECT_LT(std::fabs(v), 0.02);
   EXPECT_TRUE(holds(read_text(work + "/o/n_idx.log"), " r1.las (union of 2 input reference swaths)\n"));
   for (const char* const name : {"L01", "L02"}) {
     const dxyz after = mean_difference(work + "/o/" + name + "_c.las", work + "/truth/" + name + ".las");
     EXPECT_LT(std::hypot(after.x, after.y), 0.1) << name;
     EXPECT_LT(std::fabs(after.z), 0.02) << name;
   }
-}
-
-TEST(ProjectInputs, TwoStepsRefineTheFirst) {
-  const Program program;
-  const std::string& work = program.work.path;
-  ASSERT_TRUE(simulate(work));
-  for (const char* const dir : {"/t", "/o", "/o1"}) std::filesystem::create_directory(work + dir);
-  const RunOutput r =
-      program.run({"-align2", "-utm", "33", "-po", "traj.out", "-C", "B", "-out", "*_c.las", "-tmpdir", "t",
-                   "-odir", "o", "-odir_1", "o1", "-i", "L*.las", "-name", "n"});
-  ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_TRUE(holds(r.out, "OUTDIR1 o1/\n") && holds(r.out, "ALIGNMENT STEP 1\n") &&
-              holds(r.out, "ALIGNMENT STEP 2\n"));
-  EXPECT_TRUE(holds(program.log(), "| >> S 2 o1/L03_c.las\n"));
-  for (const char* const name :
-       {"/o1/L01_c.las", "/o/L03_c.las", "/o1/n_cal.txt", "/o/n_cal.txt", "/o/n_opt.xml"})
-    EXPECT_TRUE(exists(work + name)) << name;
-  // The second step finds next to nothing: the boresight of the first was a tenth of a degree.
-  std::istringstream found(read_text(work + "/o/n_cal.txt"));
-  double lever[3], bore[3];
-  for (double& v : lever) found >> v;
-  for (double& v : bore) found >> v;
-  for (const double v : bore) EXPECT_LT(std::fabs(v), 0.01);
 }
 }  // namespace veld

@@ -50,8 +50,7 @@ void expect_valid(const Json& value, const Json& schema, const std::string& wher
 
 // The run of an alignment in the simulated project.
 RunOutput align(const ScoredProject& project) {
-  return project.program.run({"-align", "-utm", "33", "-i", "L*.las", "-po", "traj.out", "-odir", "out",
-                              "-tmpdir", "tmp", "-C", "B", "-out", "*_c.las"});
+  return project.program.run("-align -utm 33 -i L*.las -po traj.out -odir out -tmpdir tmp -C B -out *_c.las");
 }
 
 Json parse(const std::string& path) { return Json::parse(read_text(path), nullptr, false); }
@@ -105,8 +104,8 @@ TEST(RunReport, AFailedRunHasOneToo) {
 TEST(RunReport, AScanShowsWhereSwathsLie) {
   const ScoredProject project;
   const std::string& dir = project.dir;
-  const RunOutput r = project.program.run({"-scan", "-utm", "33", "-i", "L*.las", "-name", "s", "-tiff",
-                                           "-obj", "-map", "-sep", "-xzview", "-tmpdir", "tmp"});
+  const RunOutput r =
+      project.program.run("-scan -utm 33 -i L*.las -name s -tiff -obj -map -sep -xzview -tmpdir tmp");
   ASSERT_EQ(r.code, 0) << r.err;
   for (const char* name : {"s_sw_fp.geojson", "s_sw_mbr_prj.geojson"}) {
     const Json shapes = parse(dir + "/" + name);
@@ -118,7 +117,7 @@ TEST(RunReport, AScanShowsWhereSwathsLie) {
   EXPECT_NEAR(parse(dir + "/s_sw_fp.geojson")["features"][0]["geometry"]["coordinates"][0][0][0][0], 15, 3);
   const std::string log = read_text(dir + "/s_QC.log");
   for (const char* row : {"Quality control report\n", "Swaths used 3\n", "Area total ", "Area overlap "})
-    EXPECT_NE(log.find(row), std::string::npos) << row << log;
+    EXPECT_TRUE(holds(log, row)) << row << log;
   for (const char* name :
        {"s_mN.jpg", "s_mD.jpg", "s_mZ.tif", "s_dt.jpg", "s_dev.jpg", "s_ovr.jpg", "s_sep.tif",
         "s_sep_stat.log", "s_xzview.jpg", "s_trans.txt", "s_DZ.tif", "s_sw_fp.obj"})
@@ -129,7 +128,7 @@ TEST(RunReport, AScanShowsWhereSwathsLie) {
     ASSERT_EQ(std::system(("cd " + dir + " && gdalinfo -json " + name + ".tif > info.json").c_str()), 0);
     const Json info = parse(dir + "/info.json");
     const double x0 = info["geoTransform"][0], y0 = info["geoTransform"][3], pixel = info["geoTransform"][1];
-    EXPECT_NE(info["coordinateSystem"]["wkt"].get<std::string>().find("UTM zone 33N"), std::string::npos);
+    EXPECT_TRUE(holds(info["coordinateSystem"]["wkt"].get<std::string>(), "UTM zone 33N"));
     EXPECT_EQ(std::fmod(x0, 128.0), 0) << name;  // corners are those of tiles
     EXPECT_EQ(std::fmod(y0, 128.0), 0) << name;
     for (const Json& feature : shape["features"]) {
@@ -145,10 +144,9 @@ TEST(RunReport, AScanShowsWhereSwathsLie) {
 
 TEST(RunReport, SwathsBesideTheBoxStayOut) {
   const ScoredProject project;
-  const RunOutput r = project.program.run({"-scan", "-i", "L*.las", "-bbox_x", "0", "1"});
+  const RunOutput r = project.program.run("-scan -i L*.las -bbox_x 0 1");
   EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("WARNING: 3 mobile swaths dropped based on bounding box check"), std::string::npos)
-      << r.err;
-  EXPECT_NE(r.err.find("ERROR: failed to select swaths based on bounding boxes"), std::string::npos) << r.err;
+  EXPECT_TRUE(holds(r.err, "WARNING: 3 mobile swaths dropped based on bounding box check")) << r.err;
+  EXPECT_TRUE(holds(r.err, "ERROR: failed to select swaths based on bounding boxes")) << r.err;
 }
 }  // namespace veld

@@ -2,19 +2,18 @@
 // file, and none with a crash.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
 #include <filesystem>
 
 #include "las/las_access.h"
 #include "tests/run/program.h"
+#include "tests/support/las_bytes.h"
 #include "tests/support/swath_writer.h"
 
 namespace veld {
 namespace {
 template <typename T>
 std::string poked(std::string bytes, size_t at, T value) {
-  bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
+  poke(bytes, at, value);
   return bytes;
 }
 
@@ -28,11 +27,6 @@ std::string as_laz(const std::string& las) {
   return read_text(laz);
 }
 
-size_t points_at(const std::string& bytes) {
-  uint32_t offset;
-  std::memcpy(&offset, bytes.data() + 96, sizeof offset);
-  return offset;
-}
 }  // namespace
 
 TEST(RunHostile, PointFilesThatLie) {
@@ -40,7 +34,7 @@ TEST(RunHostile, PointFilesThatLie) {
   const std::string good = program.work.path + "/good.las";
   write_test_las(good, fly_line({}));
   const std::string las = read_text(good), laz = as_laz(good);
-  const size_t data = points_at(laz) + 8;
+  const size_t data = peek<uint32_t>(laz, 96) + 8;
   std::string damaged = laz;
   for (size_t i = 0; i < 64; i++) damaged[laz.size() / 2 + i] = '\xFF';
   std::filesystem::create_directory(program.work.path + "/directory.las");
@@ -54,24 +48,17 @@ TEST(RunHostile, PointFilesThatLie) {
       {"cut_in_points.las", las.substr(0, las.size() * 2 / 3), 0, cut},
       {"cut_in_points.laz", laz.substr(0, laz.size() * 2 / 3), 0, cut},
       {"damaged_chunk.laz", damaged, 0, ", chunk 1, point "},
-      {"announces_more.las", poked(las, 107, uint32_t{4000000000}), 0, cut},
       {"announces_more.laz", poked(laz, 107, uint32_t{4000000000}), 0, cut},
       {"empty.las", "", 1, "ERROR: file is too short for a header, file '"},
-      {"empty.laz", "", 1, "ERROR: file is too short for a header, file '"},
       {"cut_in_header.las", las.substr(0, 100), 1, "ERROR: file is too short for a header, file '"},
       {"no_points.las", las.substr(0, 227), 1, "ERROR: could not tile LiDAR data, "},
       {"no_chunk.laz", laz.substr(0, data + 1), 1,
        "ERROR: damaged LAZ data: chunk of 1 bytes ends inside its"},
-      {"record_length.las", poked(las, 105, uint16_t{27}), 1, "ERROR: point record length 27 is too short"},
       {"record_length.laz", poked(laz, 105, uint16_t{30}), 1,
        "ERROR: items of 28 bytes in points of 30, file"},
-      {"format.las", poked(las, 104, uint8_t{11}), 1, "ERROR: unknown point format 11, file '"},
       {"no_times.las", poked(las, 104, uint8_t{0}), 1, "ERROR: timestamp processing: insufficient data, "},
       {"signature.las", poked(las, 0, uint32_t{0}), 1, "ERROR: bad LAS header, file "},
-      {"header_size.las", poked(las, 94, uint16_t{226}), 1, "ERROR: bad LAS header, file "},
-      {"offset.las", poked(las, 96, uint32_t{0xFFFFFFF0}), 1, "is beyond the end of the file"},
       {"scale.las", poked(las, 131, 0.0), 1, "ERROR: could not tile LiDAR data, "},
-      {"infinite_scale.las", poked(las, 131, HUGE_VAL), 1, "ERROR: scale factor or offset is not a finite"},
       {"directory.las", "", 1, "ERROR: could not find file "},
   };
   for (const auto& c : cases) {
@@ -94,7 +81,7 @@ TEST(RunHostile, NamesTooLongForTheirOutputsAreFoundFirst) {
   const Program program;
   const std::string stem(215, 's');
   write_test_las(program.work.path + "/" + stem + ".las", fly_line({}));
-  const RunOutput cache = program.run({"-scan", "-i", "*.las"});
+  const RunOutput cache = program.run("-scan -i *.las");
   EXPECT_EQ(cache.code, 1);
   EXPECT_TRUE(holds(cache.err,
                     "ERROR: name too long for the cache of a swath, use a shorter name of the swath or "

@@ -42,19 +42,27 @@ double number_after(const std::string& text, const std::string& label) {
   return at == std::string::npos ? std::nan("") : std::atof(text.c_str() + at + label.size());
 }
 
-ScoredProject::ScoredProject(const std::vector<std::string>& simulator) {
+ScoredProject::ScoredProject(const Args& simulator) {
   std::string options = "-preset tiny";
   for (const std::string& option : simulator) options += " " + option;
-  if (!simulate(dir, options)) std::filesystem::remove_all(dir + "/truth");
+  if (!(simulator.empty() ? simulate(dir) : simulate(dir, options)))
+    std::filesystem::remove_all(dir + "/truth");
   for (const char* const name : {"/out", "/tmp"}) std::filesystem::create_directory(dir + name);
 }
 
-ScoredRun ScoredProject::align(const std::vector<std::string>& options) const {
+void ScoredProject::add_trajectory(const std::string& simulator) const {
+  const TempDir other;  // with few points, which are not wanted
+  EXPECT_TRUE(simulate(other.path, "-preset tiny -pulse_rate 100 " + simulator));
+  for (const auto& entry : std::filesystem::directory_iterator(other.path))
+    if (const std::string name = entry.path().filename(); name.starts_with("traj."))
+      std::filesystem::copy(entry.path(), dir + "/" + name,
+                            std::filesystem::copy_options::overwrite_existing);
+}
+
+ScoredRun ScoredProject::align(const Args& options) const {
   ScoredRun result;
-  std::vector<std::string> args = {"-align", "-out", "*.las", "-odir", "out", "-tmpdir", "tmp"};
-  args.insert(args.end(), options.begin(), options.end());
   for (const std::string& name : las_files(dir + "/out")) std::filesystem::remove(dir + "/out/" + name);
-  result.run = program.run(args);
+  result.run = program.run(Args("-align -out *.las -odir out -tmpdir tmp") + options);
   std::vector<std::string> stems;
   if (std::filesystem::exists(dir + "/truth")) stems = las_files(dir + "/truth");
   result.scored = !stems.empty();
@@ -71,11 +79,7 @@ ScoredRun ScoredProject::align(const std::vector<std::string>& options) const {
 
 void ScoredProject::change_swaths(const std::function<void(std::string& bytes)>& change) const {
   for (const std::string& folder : {dir, dir + "/truth"})
-    for (const std::string& name : las_files(folder)) {
-      std::string bytes = read_text(folder + "/" + name);
-      change(bytes);
-      write_text(folder + "/" + name, bytes);
-    }
+    for (const std::string& name : las_files(folder)) change_file(folder + "/" + name, change);
 }
 
 void ScoredProject::change_units(double plane, double height) {

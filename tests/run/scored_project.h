@@ -9,6 +9,7 @@
 #include "lib/Geometry/xyz.h"
 #include "sim/score.h"
 #include "tests/run/program.h"
+#include "tests/support/las_bytes.h"
 
 namespace veld {
 // Scores the files of `out`, named by their stems and a suffix, against the files of truth of the same stems; unit:
@@ -33,24 +34,15 @@ struct ScoredProject {
   const std::string& dir = program.work.path;
 
   // Simulates the smallest project with more options of the simulator.
-  explicit ScoredProject(const std::vector<std::string>& simulator = {});
+  explicit ScoredProject(const Args& simulator = {});
+  // Adds the trajectory that these options of the simulator make.
+  void add_trajectory(const std::string& simulator) const;
   // Aligns with these options (input and trajectory among them) and scores.
-  ScoredRun align(const std::vector<std::string>& options) const;
+  ScoredRun align(const Args& options) const;
   // Brings the bytes of every swath and its truth through change.
   void change_swaths(const std::function<void(std::string& bytes)>& change) const;
   // Swaths and truth in other units (metres per unit, horizontal and vertical).
   void change_units(double plane, double height);
 };
 
-// A field of a file's bytes.
-template <typename T>
-T peek(const std::string& bytes, size_t at) {
-  T value{};
-  bytes.copy(reinterpret_cast<char*>(&value), sizeof value, at);
-  return value;
-}
-template <typename T>
-void poke(std::string& bytes, size_t at, T value) {
-  bytes.replace(at, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
-}
 }  // namespace veld

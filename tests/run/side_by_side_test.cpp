@@ -9,7 +9,7 @@
 
 namespace veld {
 TEST(SideBySide, EachRunGivesTheUndisturbedBytes) {
-  const HostileProject first;
+  const HostileProject& first = hostile_project();
   ASSERT_FALSE(first.good.empty());
   std::vector<std::unique_ptr<Program>> programs;  // for an output of their own
   for (int n = 2; n <= 4; n++) programs.push_back(std::make_unique<Program>());
@@ -32,7 +32,7 @@ TEST(SideBySide, EachRunGivesTheUndisturbedBytes) {
 }
 
 TEST(SideBySide, ARunGoesOnWhenAnotherIsKilled) {
-  const HostileProject first;
+  const HostileProject& first = hostile_project();
   ASSERT_FALSE(first.good.empty());
   const Program second;
   for (const int ms : {20, 60, 120}) {

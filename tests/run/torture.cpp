@@ -72,7 +72,7 @@ void signals(Series& s, Tally& tally) {
     s.project.clear();
     for (int i = 0; i < 50 && s.goes_on(); i++) {
       const int number = numbers[s.below(5)];
-      std::vector<std::string> args = s.project.args(1);
+      Args args = s.project.args(1);
       args.erase(args.begin());  // -mul: the lock of the instance takes part
       const pid_t pid = s.project.program.start(args);
       pause_seconds(static_cast<double>(s.below(1000)) / 10000);
@@ -167,7 +167,7 @@ void pairs(Series& s, Tally& tally) {
 void disks(Series& s, Tally& tally) {
   while (s.goes_on()) {
     s.project.clear();
-    const std::vector<std::string> args = s.project.args(1);
+    const Args args = s.project.args(1);
     const std::string dir = s.project.dir + "/t", size = "size=" + std::to_string(200 + s.below(4000)) + "k";
     if (mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
       std::printf("disks: skipped, no tmpfs can be mounted here\n");

@@ -41,21 +41,18 @@ std::string system_text(const char* projection, double unit, const char* unit_na
 TEST(TrajectoryRun, AnglesThatTheTextHasNot) {
   const struct {
     const char* columns;
-    std::vector<std::string> more;
+    Args more;
     const char* said;
   } cases[] = {
-      {"txyz",
-       {"-po_att", "0"},
-       "WARNING: no attitude in PO file traj.txt, using the direction of the track"},
+      {"txyz", "-po_att 0", "WARNING: no attitude in PO file traj.txt, using the direction of the track"},
       {"txyzk", {}, "WARNING: no roll and pitch in PO file traj.txt, using 0"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.columns);
-    const ScoredProject project({"-po_parse", c.columns});
-    std::vector<std::string> args = {"-utm",      "33",      "-i",      "L*.las", "-po",      "traj.txt",
-                                     "-po_parse", c.columns, "-po_geo", "1",      "-po_time", "1"};
-    args.insert(args.end(), c.more.begin(), c.more.end());
-    expect_good(project.align(args), c.said);
+    const ScoredProject project;
+    project.add_trajectory(std::string("-po_parse ") + c.columns);
+    const Args args = Args("-utm 33 -i L*.las -po traj.txt -po_geo 1 -po_time 1 -po_parse") + c.columns;
+    expect_good(project.align(args + c.more), c.said);
   }
 }
 
@@ -76,7 +73,7 @@ TEST(TrajectoryRun, UnitsAreThoseOfTheNumbers) {
     std::string text = system_text(mercator, c.plane, c.name, 500000);
     if (*c.vertical) text = "COMPD_CS[\"c\"," + text + "," + c.vertical + "]";
     write_text(project.dir + "/c.wkt", text);
-    expect_good(project.align({"-wkt", "c.wkt", "-i", "L*.las", "-po", "traj.out"}), "");
+    expect_good(project.align("-wkt c.wkt -i L*.las -po traj.out"), "");
   }
 }
 
@@ -84,9 +81,9 @@ TEST(TrajectoryRun, UnitsAreThoseOfTheNumbers) {
 TEST(TrajectoryRun, SouthOrientatedGrid) {
   const ScoredProject project;
   project.change_swaths([](std::string& bytes) {
-    const size_t reclen = peek<uint16_t>(bytes, 105);
-    for (size_t at = peek<uint32_t>(bytes, 96); at + reclen <= bytes.size(); at += reclen)
-      for (const size_t k : {0, 4}) poke(bytes, at + k, -peek<int32_t>(bytes, at + k));
+    change_points(bytes, [](std::string& p, size_t at) {
+      for (const size_t k : {0, 4}) poke(p, at + k, -peek<int32_t>(p, at + k));
+    });
     poke(bytes, 155, 500000 - peek<double>(bytes, 155));
     poke(bytes, 163, -peek<double>(bytes, 163));
     for (const size_t k : {179, 195}) {  // max and min change places
@@ -97,20 +94,22 @@ TEST(TrajectoryRun, SouthOrientatedGrid) {
     }
   });
   write_text(project.dir + "/c.wkt", system_text("Transverse_Mercator_South_Orientated", 1, "metre", 0));
-  expect_good(project.align({"-wkt", "c.wkt", "-i", "L*.las", "-po", "traj.out"}), "");
+  expect_good(project.align("-wkt c.wkt -i L*.las -po traj.out"), "");
 }
 
 TEST(TrajectoryRun, BinaryFormats) {
-  for (const char* const format : {"trj", "sol", "bin", "pof", "las"}) {
+  const ScoredProject project;
+  for (const std::string format : {"trj", "sol", "bin", "pof", "las"}) {
     SCOPED_TRACE(format);
-    const ScoredProject project({"-po_format", format});
-    expect_good(project.align({"-utm", "33", "-i", "L*.las", "-po", std::string("traj.") + format}), "");
+    project.add_trajectory("-po_format " + format);
+    expect_good(project.align({"-utm", "33", "-i", "L*.las", "-po", "traj." + format}), "");
   }
 }
 
 // A time scale that no option tells is that in which the swaths lie in the trajectory.
 TEST(TrajectoryRun, TimeScalesByTheSwaths) {
-  const ScoredProject project({"-po_parse", "txyzwpk"});
+  const ScoredProject project;
+  project.add_trajectory("-po_parse txyzwpk");
   std::vector<std::string> fields;  // of each row behind its time
   std::vector<double> times;        // adjusted standard GPS time
   std::istringstream rows(read_text(project.dir + "/traj.txt"));
@@ -141,7 +140,7 @@ TEST(TrajectoryRun, TimeScalesByTheSwaths) {
       text += field + fields[i] + '\n';
     }
     write_text(project.dir + "/traj.txt", text);
-    const ScoredRun r = project.align({"-utm", "33", "-i", "L*.las", "-po", "traj.txt", "-po_geo", "1"});
+    const ScoredRun r = project.align("-utm 33 -i L*.las -po traj.txt -po_geo 1");
     expect_good(r, "");
     EXPECT_TRUE(holds(r.run.out, std::string("are taken as ") + c.what)) << r.run.out;
   }
@@ -152,25 +151,20 @@ TEST(TrajectoryRun, SystemsOfTheSwathsAlone) {
   constexpr double US = 1200.0 / 3937.0;
   const struct {
     const char* what;
-    std::vector<std::string> place;
+    const char* place;
     double unit_xy, unit_z;
   } cases[] = {
-      {"US feet, heights in US feet",
-       {"-crs", "EPSG:2229", "-east", "1981200", "-north", "563900", "-unit_z", "0.3048006096"},
-       US,
+      {"US feet, heights in US feet", "-crs EPSG:2229 -east 1981200 -north 563900 -unit_z 0.3048006096", US,
        US},
-      {"feet, heights in metres", {"-crs", "EPSG:2994", "-east", "500000", "-north", "300000"}, 0.3048, 1},
-      {"south zone", {"-crs", "EPSG:32733", "-east", "560000", "-north", "7500000"}, 1, 1},
-      {"Lambert with two parallels, geoid",
-       {"-crs", "EPSG:2154", "-east", "652000", "-north", "6862000", "-geoid", "1"},
-       1,
-       1}};
+      {"feet, heights in metres", "-crs EPSG:2994 -east 500000 -north 300000", 0.3048, 1},
+      {"south zone", "-crs EPSG:32733 -east 560000 -north 7500000", 1, 1},
+      {"Lambert with two parallels, geoid", "-crs EPSG:2154 -east 652000 -north 6862000 -geoid 1", 1, 1}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     ScoredProject project(c.place);
     project.unit = {c.unit_xy, c.unit_xy, c.unit_z};
-    std::vector<std::string> args = {"-i", "L*.las", "-po", "traj.out", "-gcp", "gcp_all.txt"};
-    if (c.place.back() == "1") args.insert(args.end(), {"-geoid", "geoid.gtx", "-gdir", "."});
+    Args args = "-i L*.las -po traj.out -gcp gcp_all.txt";
+    if (holds(c.place, "-geoid")) args = args + "-geoid geoid.gtx -gdir .";
     const ScoredRun r = project.align(args);
     expect_good(r, "");
     const std::string others =
@@ -185,8 +179,9 @@ TEST(TrajectoryRun, SystemsOfTheSwathsAlone) {
 
 // A text with names above its columns needs no option about columns and coordinates, whatever its separators.
 TEST(TrajectoryRun, TextWithHeaderLine) {
-  const ScoredProject project({"-po_parse", "txyzwpk"});
-  const std::vector<std::string> args = {"-utm", "33", "-i", "L*.las", "-po", "traj.txt", "-po_time", "1"};
+  const ScoredProject project;
+  project.add_trajectory("-po_parse txyzwpk");
+  const Args args = "-utm 33 -i L*.las -po traj.txt -po_time 1";
   const std::string rows = read_text(project.dir + "/traj.txt");
   write_text(project.dir + "/traj.txt", "Time (s) Longitude Latitude H-Ell Roll Pitch Heading\n" + rows);
   expect_good(project.align(args), "");
@@ -197,8 +192,7 @@ TEST(TrajectoryRun, TextWithHeaderLine) {
   expect_good(r, "");
   EXPECT_TRUE(holds(r.run.out, "commas are taken for points of numbers")) << r.run.out;
   // The trajectory alone, without a coordinate system: its export lies over the swaths, and its lines are theirs.
-  const RunOutput plot =
-      project.program.run({"-plot_po", "-po", "traj.txt", "-po_time", "1", "-po_sub", "1", "-name", "p"});
+  const RunOutput plot = project.program.run("-plot_po -po traj.txt -po_time 1 -po_sub 1 -name p");
   EXPECT_EQ(plot.code, 0) << plot.err;
   const std::string text = read_text(project.dir + "/p.txt");
   EXPECT_EQ(text.substr(0, text.find('\n')), "Time Lon Lat h X Y Z Roll Pitch Yaw");
@@ -208,50 +202,17 @@ TEST(TrajectoryRun, TextWithHeaderLine) {
       std::sscanf(text.c_str() + text.find('\n'), "%lf %lf %lf %lf %lf %lf", &t, &lon, &lat, &h, &x, &y), 6);
   EXPECT_NEAR(x, 500000, 1000);
   EXPECT_NEAR(y, 5321000, 2000);
-  const RunOutput cut = project.program.run({"-cut", "-po", "traj.txt", "-po_time", "1", "-cut_dist", "150"});
+  const RunOutput cut = project.program.run("-cut -po traj.txt -po_time 1 -cut_dist 150");
   EXPECT_EQ(cut.code, 0) << cut.err;
   EXPECT_TRUE(holds(cut.out, "segments, written pos_cut.txt")) << cut.out;
-  const RunOutput none =
-      project.program.run({"-cut", "-po", "traj.txt", "-po_time", "1", "-cut_dist", "2000"});
+  const RunOutput none = project.program.run("-cut -po traj.txt -po_time 1 -cut_dist 2000");
   EXPECT_EQ(none.code, 1);
   EXPECT_TRUE(holds(none.err, "no smooth segment found, PO file ")) << none.err;
 }
 
 TEST(TrajectoryRun, OneTrajectoryServesAllChannels) {
-  const ScoredProject project({"-channels", "2"});
-  expect_good(project.align({"-utm", "33", "-i", "L*_c0.las", "-i", "L*_c1.las", "-chgrp", "0", "1", "-po",
-                             "traj.out", "-bore", "0", "0", "0", "0", "8", "0"}),
+  const ScoredProject project("-channels 2");
+  expect_good(project.align("-utm 33 -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po traj.out -bore 0 0 0 0 8 0"),
               "");
-}
-
-// A wrong record costs a WARNING, not a point: the corrected files are those of the whole trajectory.
-TEST(TrajectoryRun, SingleWrongRecords) {
-  const ScoredProject project;
-  const std::vector<std::string> args = {"-utm", "33", "-i", "L*.las", "-po", "traj.out"};
-  const std::string good = read_text(project.dir + "/traj.out");
-  constexpr size_t RECORD = 136;
-  const size_t n = good.size() / RECORD;
-  expect_good(project.align(args), "");
-  const std::string first = read_text(project.dir + "/out/L01.las");
-  const struct {
-    const char* what;
-    size_t record, field;
-    double value;
-  } cases[] = {{"latitude", 1400, 1, 0}, {"height", 1400, 3, 1e5}, {"time", n / 2, 0, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    std::string bytes = good;
-    poke(bytes, c.record * RECORD + 8 * c.field, c.value);
-    write_text(project.dir + "/traj.out", bytes);
-    const ScoredRun r = project.align(args);
-    expect_good(r, "WARNING: 1 invalid records skipped, SBET file traj.out");
-    Vector<dxyz> now, before;
-    write_text(project.dir + "/first.las", first);
-    ASSERT_TRUE(read_las_dxyz(project.dir + "/out/L01.las", now, "xyz") &&
-                read_las_dxyz(project.dir + "/first.las", before, "xyz"));
-    double most = 0;
-    for (uint64_t i = 0; i < now.size(); i++) most = std::max(most, norm(now(i) - before(i)));
-    EXPECT_LT(most, 0.002);
-  }
 }
 }  // namespace veld

@@ -111,38 +111,6 @@ TEST(Project, CorrectionsAddedToPointsGiveTheTruth) {
   }
 }
 
-TEST(Project, AnotherPassIsAnotherMeasurement) {
-  const SimSpec spec = small_spec();
-  const FlightPlan plan = make_plan(spec);
-  const std::vector<SimPoint> a = scan_line(spec, plan, 0), b = scan_line(spec, plan, 0, 0, 1);
-  double nearest = 1e9;  // of the other pass to one point
-  for (const SimPoint& p : b) nearest = std::min(nearest, norm(p.truth - a[3000].truth));
-  EXPECT_GT(nearest, 0.001);
-  EXPECT_LT(nearest, 1.5);
-}
-
-// The options must name what was written.
-TEST(Project, OptionsFitTheFiles) {
-  const struct {
-    const char *preset, *options;
-  } cases[] = {
-      {"demo", "-utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0"},
-      {"reference", "-utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0 -r REF*.las"},
-      {"channels",
-       "-utm 33 -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po traj.out -po traj.out -imu 0 0 0 -bore 0 0 0 0 "
-       "8.000 0"},
-      {"track",
-       "-utm 33 -i L*.las -po traj.txt -imu 0 0 0 -bore 0 0 0 -po_parse txyz -po_geo 1 -po_time 1 -po_att 1"},
-      {"south", "-wkt crs.wkt -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0"},
-      {"generic", "-utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0 -C B13 -int_gen 1"},
-  };
-  for (const auto& c : cases) {
-    SimSpec spec;
-    ASSERT_TRUE(sim_preset(c.preset, spec)) << c.preset;
-    EXPECT_EQ(project_options(spec), c.options) << c.preset;
-  }
-}
-
 TEST(Project, SameSeedSamePoints) {
   const SimSpec spec = small_spec();
   const std::vector<SimPoint> a = scan_line(spec, make_plan(spec), 0),

@@ -17,22 +17,7 @@ struct Bytes {
   }
 };
 
-int record_length(int format) {
-  switch (format) {
-    case 0:
-      return 20;
-    case 1:
-      return 28;
-    case 2:
-      return 26;
-    case 3:
-      return 34;
-    case 6:
-      return 30;
-    default:
-      return 36;
-  }
-}
+constexpr size_t RECORD_LENGTH[] = {20, 28, 26, 34, 57, 63, 30, 36};  // of the point formats
 
 void put_point(Bytes& out, size_t at, const TestPoint& p, const TestLas& how) {
   out.put(at, static_cast<int32_t>(std::lround((p.x - how.xoff) / how.scale)));
@@ -56,7 +41,7 @@ void put_point(Bytes& out, size_t at, const TestPoint& p, const TestLas& how) {
 void write_test_las(const std::string& path, const std::vector<TestPoint>& points, const TestLas& how) {
   const bool ext = how.format >= 6;
   const uint16_t header = ext ? 375 : 227;
-  const size_t reclen = static_cast<size_t>(record_length(how.format));
+  const size_t reclen = RECORD_LENGTH[how.format];
   Bytes out;
   out.data.resize(header + points.size() * reclen);
   std::memcpy(out.data.data(), "LASF", 4);

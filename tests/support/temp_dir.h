@@ -15,4 +15,7 @@ struct TempDir {
 std::string read_text(const std::string& path);  // empty when the file is absent
 void write_text(const std::string& path, const std::string& text);
 bool exists(const std::string& path);
+inline bool holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
 }  // namespace veld

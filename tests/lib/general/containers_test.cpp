@@ -3,7 +3,6 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xy.h"
-#include "lib/Geometry/xyz.h"
 
 namespace veld {
 TEST(Vector, ResizeKeepsTheBlockOnlyAtTheSameSize) {
@@ -19,42 +18,6 @@ TEST(Vector, ResizeKeepsTheBlockOnlyAtTheSameSize) {
   EXPECT_EQ(v(4), 9);
 }
 
-TEST(Vector, ElementWiseOperatorsAndCopies) {
-  Vector<double> a{2, 4}, b{1, 2};
-  a += b;
-  a *= b;
-  a -= b;
-  a /= b;
-  EXPECT_EQ(a(0), 2);
-  EXPECT_EQ(a(1), 5);
-  Vector<double> c = a;
-  c(0) = 7;
-  EXPECT_EQ(a(0), 2);
-  copy(a, c);
-  EXPECT_EQ(a(0), 7);
-}
-
-TEST(Image, RowsAndColumns) {
-  Image<int> im(3, 2, 0);
-  Vector<int> row{1, 2, 3}, col{7, 8};
-  im.setrow(1, row);
-  im.setcol(0, col);
-  EXPECT_EQ(im(0, 0), 7);
-  EXPECT_EQ(im(0, 1), 8);
-  EXPECT_EQ(im(2, 1), 3);
-  im.getrow(1, row);
-  EXPECT_EQ(row(0), 8);
-  im.getcol(2, col);
-  EXPECT_EQ(col(1), 3);
-}
-
-TEST(Geometry, CrossProductIsNormalToBoth) {
-  const dxyz a = {1, 2, 3}, b = {-2, 0.5, 4}, c = cross(a, b);
-  EXPECT_DOUBLE_EQ(dot(a, c), 0);
-  EXPECT_DOUBLE_EQ(dot(b, c), 0);
-  EXPECT_DOUBLE_EQ(norm(dxyz{3, 0, 4}), 5);
-}
-
 // Faults of the program end it with one line that says where.
 TEST(ContainersDeathTest, FaultsAreNamed) {
   Vector<int> v(3, 0), w(2, 0);
@@ -66,12 +29,5 @@ TEST(ContainersDeathTest, FaultsAreNamed) {
   EXPECT_DEATH(im(0, 2) = 0, R"(of image.h \[)");
   EXPECT_DEATH(v += w, R"(ASSERT \(V.size\(\)==v.size\(\)\) in operator\+=)");
   EXPECT_DEATH((dxy{1, 1} / 0.0), R"(ASSERT \(k!=0.\))");
-#ifndef VELD_SANITIZED  // a sanitizer ends the process before the allocation can fail
-  EXPECT_DEATH(Vector<double>(uint64_t(1) << 50),
-               "ERROR: Vector/V0 allocation failed, size 1125899906842624 x 8");
-  EXPECT_DEATH(v.resize(uint64_t(1) << 60), "ERROR: Vector/R0 allocation failed");
-  EXPECT_DEATH(im.resize(1 << 30, 1 << 30, 1.f),
-               "ERROR: Image/R1 allocation failed, size 1073741824 x 1073741824 x 4");
-#endif
 }
 }  // namespace veld

@@ -28,7 +28,4 @@ struct LogCapture {
   bool open = true;
 };
 
-inline bool holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 }  // namespace veld

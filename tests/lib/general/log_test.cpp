@@ -132,16 +132,6 @@ TEST(Log, FilesOfEarlierRunsAreKeptUnderTheirTime) {
   EXPECT_TRUE(holds(read_text(base + "_b.log"), "EXIT_CODE=1\n"));
 }
 
-TEST(Log, RenameByTimePutsItAtTheEndWithoutExtension) {
-  TempDir dir;
-  const std::string path = dir.path + "/a.b/name";
-  ASSERT_EQ(std::system(("mkdir " + dir.path + "/a.b && touch -d '2001-02-03 04:05:06' " + path).c_str()), 0);
-  std::string renamed;
-  EXPECT_TRUE(rename_by_time(path, renamed));
-  EXPECT_EQ(renamed, path + ".010203-040506");
-  EXPECT_FALSE(rename_by_time(path, renamed));
-}
-
 TEST(Log, RunsOfOneSecondKeepAllTheirLogs) {
   TempDir dir, out;
   const std::string base = dir.path + "/prog";
@@ -188,24 +178,6 @@ TEST(Log, OwnLogsAreApartAndGoOnceTheirProcessHasEnded) {
   const std::vector<std::string> left = logs("prog_mul_*.log");
   ASSERT_EQ(left.size(), 2u);
   EXPECT_TRUE(holds(read_text(left[0]), "Default parent\n"));
-}
-
-TEST(Log, CopiesGoToTheOutputDirectoryAndTheLockGoes) {
-  TempDir dir, out;
-  const std::string base = dir.path + "/prog";
-  ASSERT_TRUE(take_lock(base, "prog"));
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(take_lock(base, "prog"));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "ERROR: one instance of prog is already running!\nfile \"" + base +
-                ".lock\" found.\nheld by process " + std::to_string(getpid()) + " on " + host_name() + "\n");
-  open_logs(base, "prog", base, "none");
-  testing::internal::CaptureStdout();
-  end_logs(out.path, true, false, 0);
-  testing::internal::GetCapturedStdout();
-  EXPECT_FALSE(exists(base + ".lock"));
-  EXPECT_TRUE(holds(read_text(out.path + "/prog.log"), "EXIT=OK\n"));
-  EXPECT_TRUE(holds(read_text(out.path + "/prog_b.log"), "EXIT_CODE=0\n"));
 }
 
 TEST(Timing, HoursAreNotWrapped) {

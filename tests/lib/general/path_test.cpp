@@ -71,17 +71,4 @@ TEST(Path, DeletionIsGuardedAndCounts) {
   EXPECT_EQ(nbytes, 10u);
   EXPECT_TRUE(exists(dir.path + "/c.dat"));
 }
-
-TEST(Path, FactsAboutFiles) {
-  TempDir dir;
-  write_text(dir.path + "/f", "123");
-  ASSERT_EQ(std::system(("ln -s f " + dir.path + "/link").c_str()), 0);
-  EXPECT_TRUE(same_file(dir.path + "/f", dir.path + "/link"));
-  EXPECT_TRUE(is_regular_file(dir.path + "/link"));
-  EXPECT_FALSE(is_regular_file(dir.path));
-  EXPECT_EQ(file_size(dir.path + "/f"), 3);
-  EXPECT_EQ(file_mode(dir.path + "/g"), -1);
-  EXPECT_EQ(file_mode(dir.path + "/"), file_mode(dir.path));
-  EXPECT_EQ(real_path(dir.path + "/absent/x"), dir.path + "/absent/x");
-}
 }  // namespace veld

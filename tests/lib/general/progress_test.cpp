@@ -68,20 +68,6 @@ TEST(Progress, TenthsWithoutATerminal) {
   const std::string text = testing::internal::GetCapturedStdout();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 11) << text;
   EXPECT_EQ(text.find('\r'), std::string::npos);
-  EXPECT_NE(text.find("\n[**-----------------------]  10% at 100\n"), std::string::npos) << text;
-}
-
-TEST(Progress, NoneShowsNothing) {
-  testing::internal::CaptureStdout();
-  set_progress_mode(ProgressMode::none);
-  progress_start(1);
-  progress_step(1, "x");
-  progress_end("y");
-  set_progress_mode(ProgressMode::console);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-}
-
-TEST(ProgressDeathTest, AStageNeedsUnits) {
-  EXPECT_DEATH(progress_start(0), R"(ASSERT \(ntotal>0\) in progress_start)");
+  EXPECT_TRUE(holds(text, "\n[**-----------------------]  10% at 100\n")) << text;
 }
 }  // namespace veld

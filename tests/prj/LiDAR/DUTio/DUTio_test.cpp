@@ -100,7 +100,7 @@ TEST(DUTio, RoundTrip) {
   ASSERT_TRUE(export_DUT(name));
   const std::string text = read_text(name + "_dut.txt");
   EXPECT_EQ(text.find("X Y Z Disp{X Y Z} Unc{X Y Z} Time1 Time2 Pair#\n-1640.420 "), 0u);
-  EXPECT_NE(text.find(" -1E10 -1E10 0\n"), std::string::npos);
+  EXPECT_TRUE(holds(text, " -1E10 -1E10 0\n"));
 }
 
 TEST(DUTio, IndexThatLiesIsRefused) {
@@ -145,8 +145,8 @@ TEST(DUTio, IndexThatLiesIsRefused) {
     testing::internal::CaptureStderr();
     EXPECT_FALSE(read_DUT_IDX(name, idx));
     const std::string error = testing::internal::GetCapturedStderr();
-    EXPECT_NE(error.find(std::string("ERROR: ") + c.error), std::string::npos) << error;
-    EXPECT_NE(error.find(name + "_idx.log"), std::string::npos);
+    EXPECT_TRUE(holds(error, std::string("ERROR: ") + c.error)) << error;
+    EXPECT_TRUE(holds(error, name + "_idx.log"));
   }
   for (size_t n = 0; n + 4 < good.size(); n += 7) {  // cut anywhere: never a crash
     write_text(name + "_idx.log", good.substr(0, n));
@@ -188,7 +188,7 @@ TEST(DUTio, RecordsThatDoNotFitAreRefused) {
     std::vector<DUTpair> pairs;
     testing::internal::CaptureStderr();
     EXPECT_FALSE(read_DUT(name, idx, pairs));
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(c.error), std::string::npos);
+    EXPECT_TRUE(holds(testing::internal::GetCapturedStderr(), c.error));
   }
 }
 

@@ -93,11 +93,4 @@ TEST(VecPicture, VerticesAreCentresOfPixels) {
     EXPECT_EQ(img(2, 15), code8(scale, c.value)) << c.suffix;
   }
 }
-
-TEST(MapParam, SubsamplingDividesTheTile) {
-  EXPECT_EQ(map_sub(4, 192), 4);
-  EXPECT_EQ(map_sub(5, 192), 4);
-  EXPECT_EQ(map_sub(7, 160), 5);
-  EXPECT_EQ(map_sub(32, 32), 32);
-}
 }  // namespace veld

@@ -123,10 +123,10 @@ TEST_F(TilingTest, TheProjectGetsItsScaleAndItsLog) {
   EXPECT_EQ(
       log.rfind("Swath# Group# Ch# MainCh MPts NTiles NmTiles Length:m Width:m Area:m2 Heading Density", 0),
       0u);
-  EXPECT_NE(log.find("\n1 1 0 1 "), std::string::npos);
-  EXPECT_NE(log.find("\nNSwaths NGrp MPts NTiles NmTiles BBox_DX:m"), std::string::npos);
+  EXPECT_TRUE(holds(log, "\n1 1 0 1 "));
+  EXPECT_TRUE(holds(log, "\nNSwaths NGrp MPts NTiles NmTiles BBox_DX:m"));
   // GPS time 1.3e9 s after 1980-01-06, 18 leap seconds less.
-  EXPECT_NE(log.find(" 2021-03-17T07:06:22 "), std::string::npos);
+  EXPECT_TRUE(holds(log, " 2021-03-17T07:06:22 "));
   prj.swaths[SwathId(1)].cache = CacheName(make("far.las", fly_line({.x0 = 900000})));
   ASSERT_TRUE(tile(prj.swaths[SwathId(1)].path()));
   EXPECT_FALSE(InfoTI_swstat(prj, {}, stat)) << "400 km apart";

@@ -114,13 +114,9 @@ TEST_F(TilingTest, FiltersTakeExactlyTheirPoints) {
        [](const TestPoint& p) { return !p.withheld && !p.synthetic && p.rn <= 1; }},
       {"all", false, true, true, {}, [](const TestPoint& p) { return !p.withheld && !p.synthetic; }},
       {"all and synthetic", true, true, false, {}, [](const TestPoint& p) { return !p.withheld; }},
-      {"classes",
-       true,
-       true,
-       true,
-       {7, 2, 3},
-       [](const TestPoint& p) { return !p.withheld && p.cls != 7 && p.cls != 2 && p.cls != 3; }},
-  };
+      {"classes", true, true, true, {7, 2, 3}, [](const TestPoint& p) {
+         return !p.withheld && p.cls != 7 && p.cls != 2 && p.cls != 3;
+       }}};
   for (const int format : {1, 3, 6, 7}) {
     TestLas how = exact_las;
     how.format = format;

@@ -208,14 +208,4 @@ TEST(reg_inter_LmT, UnreadableGridsAndUnwritableResultsFail) {
   p.prj.name = p.dir.path + "/absent/out";
   EXPECT_FALSE(reg_inter_LmT(p.prj, p.head, p.overlap, p.param, res));
 }
-
-TEST(reg_inter_LmT, AccurateQCWritesItsStatisticsOnly) {
-  RegProject p(shifted);
-  p.param.REG = false;
-  const InterResult res = p.run();
-  EXPECT_EQ(res.nqc, 1);
-  EXPECT_TRUE(exists(p.prj.name + "_DZ_stat.log"));
-  EXPECT_FALSE(exists(p.prj.name + ".dut"));
-  EXPECT_FALSE(exists(p.prj.name + "_DZreg_stat.log"));
-}
 }  // namespace veld

@@ -27,7 +27,7 @@ TEST(TextPlots, BoxesAndRectanglesAreClosedPolygons) {
             "3.000 0.000 1 2\n13.000 0.000 1 2\n13.000 5.000 1 2\n3.000 5.000 1 2\n3.000 0.000 1 2\n");
   const std::string obj = read_text(name + "_bb.obj");
   EXPECT_EQ(obj.rfind("v 1.000 0.000 0\nv 11.000 0.000 0\n", 0), 0u);
-  EXPECT_NE(obj.find("v 1.000 0.000 0\nl -1 -2 -3 -4 -5\nv 3.000"), std::string::npos);
+  EXPECT_TRUE(holds(obj, "v 1.000 0.000 0\nl -1 -2 -3 -4 -5\nv 3.000"));
   ASSERT_TRUE(write_MBR(name, {plot(0, 1)}, false));
   EXPECT_EQ(read_text(name + "_mbr.txt").substr(0, 34), "X Y Swath# Group#\n1.000 0.000 0 2\n");
   EXPECT_FALSE(exists(name + "_mbr.obj"));

@@ -138,14 +138,8 @@ TEST(ReadSbet, WrongFiles) {
     bool ok;
     const char* message;
   };
-  std::vector<SbetRow> metres = good, nan = good, back = good, fall = good, notime = good, allnan = good,
-                       notimes = good;
+  std::vector<SbetRow> metres = good, allnan = good, notimes = good;
   for (SbetRow& r : metres) r[1] = 5.3e6, r[2] = 5e5;
-  nan[3][7] = std::nan("");
-  nan[4][2] = 1e300;
-  back[7][0] = back[6][0];
-  fall[19][0] = 500;
-  notime[0][0] = std::nan("");
   for (SbetRow& r : notimes) r[0] = std::nan("");
   for (size_t i = 1; i < 19; i++) allnan[i][8] = std::nan("");
   const Row rows[] = {
@@ -154,10 +148,6 @@ TEST(ReadSbet, WrongFiles) {
       {"a few bytes", {}, "abc", false, "not enough data points, SBET file "},
       {"truncated", good, std::string(77, 'x'), true, ""},
       {"projected", metres, "", false, "coordinates look projected (geodetic expected), SBET file="},
-      {"two bad records", nan, "", true, "2 invalid records skipped"},
-      {"time stands still", back, "", true, "1 invalid records skipped"},
-      {"last time falls", fall, "", true, "WARNING: 1 invalid records skipped, SBET file "},
-      {"no first time", notime, "", true, "WARNING: 1 invalid records skipped, SBET file "},
       {"no times at all", notimes, "", false, "incompatible GPS timestamps, SBET file "},
       {"mostly bad", allnan, "", false, "not enough data points, SBET file "}};
   for (const Row& r : rows) {
@@ -165,7 +155,7 @@ TEST(ReadSbet, WrongFiles) {
     Vector<PO> po;
     std::string said;
     EXPECT_EQ(read_of(path, POread(), po, said), r.ok) << r.name << said;
-    EXPECT_NE(said.find(r.message), std::string::npos) << r.name << ": " << said;
+    EXPECT_TRUE(holds(said, r.message)) << r.name << ": " << said;
     EXPECT_EQ(said.find("ERROR: failed to read PO file " + path) != std::string::npos, !r.ok) << r.name;
     testing::internal::CaptureStderr();
     POscan scan;
@@ -183,7 +173,7 @@ TEST(ReadSbet, WrongFiles) {
   Vector<PO> po;
   std::string said;
   EXPECT_FALSE(read_of(path, POread(), po, said));
-  EXPECT_NE(said.find("of 1 MB (-mem)"), std::string::npos) << said;
+  EXPECT_TRUE(holds(said, "of 1 MB (-mem)")) << said;
   MEM_MB = mem;
 }
 
@@ -201,6 +191,8 @@ TEST(ReadSbet, SingleWrongRecords) {
       {"latitude 0", [](SbetRow& r) { r[1] = 0; }},
       {"height", [](SbetRow& r) { r[3] = 1e5; }},
       {"roll", [](SbetRow& r) { r[7] = 3; }},
+      {"no pitch", [](SbetRow& r) { r[8] = std::nan(""); }},
+      {"longitude beyond all", [](SbetRow& r) { r[2] = 1e300; }},
       {"heading", [](SbetRow& r) { r[9] += 0.5; }},
       {"time 0", [](SbetRow& r) { r[0] = 0; }},
       {"time late", [](SbetRow& r) { r[0] += 1000; }},
@@ -284,7 +276,7 @@ TEST(ReadSbet, ManyWrongRecords) {
     EXPECT_EQ(read_of(path, POread(), po, said), c.ok) << c.name << said;
     PO_CLIMB_MAX = 100;
     EXPECT_EQ(po.size(), c.n) << c.name;
-    EXPECT_NE(said.find(c.message), std::string::npos) << c.name << ": " << said;
+    EXPECT_TRUE(holds(said, c.message)) << c.name << ": " << said;
     EXPECT_EQ(said.empty(), *c.message == '\0') << c.name << ": " << said;
   }
 }
@@ -319,12 +311,12 @@ TEST(ReadPO, WrongFilesOfEachFormat) {
     Vector<PO> po;
     std::string said;
     EXPECT_FALSE(read_of(dir.path + c.name, POread(), po, said));
-    EXPECT_NE(said.find(c.said), std::string::npos) << c.said << " in " << said;
+    EXPECT_TRUE(holds(said, c.said)) << c.said << " in " << said;
   }
   POscan scan;
   testing::internal::CaptureStderr();
   EXPECT_FALSE(scan_PO(dir.path + "/absent.out", POread(), scan));
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("ERROR: failed to open PO file "), std::string::npos);
+  EXPECT_TRUE(holds(testing::internal::GetCapturedStderr(), "ERROR: failed to open PO file "));
 }
 
 TEST(ReadText, ColumnsAndUnits) {
@@ -338,7 +330,6 @@ TEST(ReadText, ColumnsAndUnits) {
     double t, x, y, z, roll, pitch, yaw;  // of the second row
   };
   const Row rows[] = {
-      {"txyzk", PO_PROJ, 0, false, "1 500000 5e6 7 90\n2 500001 5e6 7 91\n", 2, 500001, 5e6, 7, 0, 0, 91},
       {"txyzkp", PO_PROJ, 0, false, "1 500000 5e6 7 90 1\n2 500001 5e6 7 91 2\n", 2, 500001, 5e6, 7, 0, 2,
        91},
       {"txyz", PO_PROJ, 0, false, "10.5 885358.31 629103.85 1068.37\n11 885357.13 629128.97 1069.06\n", 11,
@@ -377,35 +368,6 @@ TEST(ReadText, ColumnsAndUnits) {
     EXPECT_EQ(scan.pitch, letters.find('p') != std::string::npos) << letters;
     EXPECT_EQ(scan.yaw, letters.find('k') != std::string::npos) << letters;
   }
-}
-
-TEST(ReadText, SingleWrongTimes) {
-  TempDir dir;
-  const std::string path = dir.path + "/t.txt";
-  for (const double fault : {-1000.0, 0.25, 1000.0, 604800.0})
-    for (const int at : {0, 300, 998, 999}) {
-      std::string text;
-      for (int i = 0; i < 1000; i++) {
-        char line[100];
-        std::snprintf(line, sizeof(line), "%.3f %.3f 5000000 700\n", 305000 + i * 0.1 + (i == at ? fault : 0),
-                      500000 + i * 6.0);
-        text += line;
-      }
-      write_text(path, text);
-      SCOPED_TRACE(std::to_string(fault) + " at " + std::to_string(at));
-      POread par;
-      par.col = "txyz";
-      par.tinf = 305020, par.tsup = 305080;
-      POscan scan;
-      ASSERT_TRUE(scan_PO(path, par, scan));
-      EXPECT_NEAR(scan.t1, 305099.9, 0.26);
-      Vector<PO> po;
-      std::string said;
-      ASSERT_TRUE(read_of(path, par, po, said)) << said;
-      EXPECT_LE(po(0).t, 305020);
-      EXPECT_GE(po(static_cast<int64_t>(po.size()) - 1).t, 305080);
-      for (const PO& rec : po) ASSERT_NEAR(rec.x, 500000 + (rec.t - 305000) * 60, 1e-3);
-    }
 }
 
 TEST(ReadText, LongFileWindowAndRollover) {
@@ -449,12 +411,9 @@ TEST(ReadText, ComplaintsNameTheOption) {
   };
   const Row rows[] = {
       {"empty", "", 0, 0, false, false, "", "not enough data points, PO file "},
-      {"words", "", 0, 0, false, false, "no numbers\nat all\n", "check option -po_parse"},
       {"few columns", "", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "check option -po_parse"},
       {"no x", "tyz", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns 'tyz'"},
-      {"capitals", "TXYZ", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns"},
       {"no heading", "txyzwp", 0, 0, false, false, "1 2 3 4 5 6\n", "w and p only with k"},
-      {"roll alone", "txyzw", 0, 0, false, false, "1 2 3 4 5\n", "invalid PO columns"},
       {"beyond all dates", "txyz", 0, 2, false, false, "1e15 5e5 5e6 4\n2e15 5e5 5e6 4\n",
        "time conversion error, PO file "},
       {"one row", "txyz", 0, 0, false, false, "1 500000 5e6 4\n", "not enough data points, PO file "},
@@ -474,7 +433,7 @@ TEST(ReadText, ComplaintsNameTheOption) {
     Vector<PO> po;
     std::string said;
     EXPECT_EQ(read_of(path, par, po, said), r.ok) << r.name << said;
-    EXPECT_NE(said.find(r.message), std::string::npos) << r.name << ": " << said;
+    EXPECT_TRUE(holds(said, r.message)) << r.name << ": " << said;
   }
   struct Scan {
     int time;
@@ -493,7 +452,7 @@ TEST(ReadText, ComplaintsNameTheOption) {
     POscan scan;
     testing::internal::CaptureStderr();
     EXPECT_TRUE(scan_PO(path, par, scan));
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(s.message), std::string::npos) << s.message;
+    EXPECT_TRUE(holds(testing::internal::GetCapturedStderr(), s.message)) << s.message;
   }
 }
 

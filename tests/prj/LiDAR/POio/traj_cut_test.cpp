@@ -7,8 +7,6 @@
 #include <cmath>
 #include <vector>
 
-#include "tests/support/temp_dir.h"
-
 namespace veld {
 namespace {
 constexpr double DT = 0.01;  // s, of the samples
@@ -84,18 +82,5 @@ TEST(TrajCut, LengthsAndGaps) {
   // A multirotor that stands and turns has no line.
   EXPECT_TRUE(cut_traj_yawdist(fly({{60, 20, 0}}), DT, TrajCutParam()).segments.empty());
   EXPECT_DEATH(cut_traj_yawdist(line, 0, TrajCutParam()), "dt!=0.0|dt != 0.0");
-}
-
-TEST(TrajCut, TableOfSamples) {
-  TempDir dir;
-  const TrajCut cut = cut_traj_yawdist(fly({{10, 0, 50}, {20, 9, 50}, {10, 0, 50}}), DT, {.Dmin = 200});
-  ASSERT_EQ(cut.segments.size(), 2u);
-  ASSERT_TRUE(save_pos_cut(cut, TrajCutParam(), dir.path + "/"));
-  const std::string text = read_text(dir.path + "/pos_cut.txt");
-  const std::string head = "Position{X Y Z} Time Distance Heading Speed Segment# Color\n";
-  EXPECT_EQ(text.substr(0, head.size()), head);
-  EXPECT_EQ(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), cut.samples.size() + 1);
-  EXPECT_NE(text.find(" 0 0\n"), std::string::npos);
-  EXPECT_NE(text.find(" 50.00 2 2\n"), std::string::npos);
 }
 }  // namespace veld

@@ -76,7 +76,7 @@ TEST(TxtLayout, ColumnsByNamesAndSeparators) {
     ASSERT_TRUE(r.ok) << r.said;
     ASSERT_EQ(r.po.size(), 2u) << r.said;
     EXPECT_EQ(r.scan.coord, c.coord);
-    EXPECT_EQ(r.said.find("ERROR"), std::string::npos) << r.said;
+    EXPECT_FALSE(holds(r.said, "ERROR")) << r.said;
     const PO& p = r.po(1);
     EXPECT_NEAR(p.t, c.t, 1e-6);
     EXPECT_NEAR(p.x, c.x, 1e-6);
@@ -109,7 +109,7 @@ TEST(TxtLayout, MissingValuesAreRefused) {
       const Read r = read_text_PO(text, POread());
       ASSERT_TRUE(r.ok) << r.said;
       EXPECT_EQ(r.po.size(), 96u) << separator << missing;
-      EXPECT_NE(r.said.find("4 rows with missing or unreadable values skipped"), std::string::npos) << r.said;
+      EXPECT_TRUE(holds(r.said, "4 rows with missing or unreadable values skipped")) << r.said;
       for (const PO& p : r.po) {
         ASSERT_EQ(p.x - 500000, p.t - 1000);
         ASSERT_EQ(p.yaw, 3);
@@ -130,7 +130,7 @@ TEST(TxtLayout, RepeatedAndSwappedRows) {
   EXPECT_EQ(a.po.size(), 2000u) << a.said;
   EXPECT_TRUE(a.said.empty()) << a.said;
   EXPECT_EQ(b.po.size(), 1996u) << b.said;
-  EXPECT_NE(b.said.find("4 invalid records skipped"), std::string::npos) << b.said;
+  EXPECT_TRUE(holds(b.said, "4 invalid records skipped")) << b.said;
 }
 
 TEST(TxtLayout, WhatCannotBeReadIsReported) {
@@ -148,7 +148,7 @@ TEST(TxtLayout, WhatCannotBeReadIsReported) {
   for (const auto& c : cases) {
     const Read r = read_text_PO(c.text, POread());
     EXPECT_EQ(r.ok, c.ok) << c.text << r.said;
-    EXPECT_NE(r.said.find(c.said), std::string::npos) << c.text << r.said;
+    EXPECT_TRUE(holds(r.said, c.said)) << c.text << r.said;
     EXPECT_TRUE(*c.said || r.said.empty()) << r.said;
   }
 }

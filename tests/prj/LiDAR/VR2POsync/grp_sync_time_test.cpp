@@ -106,7 +106,7 @@ TEST(GrpSyncTime, ChannelsOfALineShareInterval) {
   EXPECT_EQ(p.swath(0).clock.end, 1041);
   EXPECT_EQ(p.swath(1).clock.begin, 1060);
   EXPECT_EQ(p.file_of(2), 0);  // the file of the main channel
-  EXPECT_NE(p.log("_ch_stat.log").find("0,2  1,2  2  00:00:23"), std::string::npos) << p.log("_ch_stat.log");
+  EXPECT_TRUE(holds(p.log("_ch_stat.log"), "0,2  1,2  2  00:00:23")) << p.log("_ch_stat.log");
 
   p.par.ICH = true;  // independent channels keep their own
   EXPECT_EQ(p.run(), 3) << p.said;

@@ -2,17 +2,14 @@
 
 #include <cmath>
 
+#include "sim/flight.h"
+
 namespace veld {
 namespace {
 constexpr double RAD = 0.017453292519943295;
 
-dxyz turn(int axis, double rad, const dxyz& v) {  // right-handed, about x, y or z
-  const double c = std::cos(rad), s = std::sin(rad);
-  if (axis == 0) return {v.x, c * v.y - s * v.z, s * v.y + c * v.z};
-  if (axis == 1) return {c * v.x + s * v.z, v.y, -s * v.x + c * v.z};
-  return {c * v.x - s * v.y, s * v.x + c * v.y, v.z};
-}
-dxyz turn_rpy(const dxyz& rad, const dxyz& v) { return turn(2, rad.z, turn(1, rad.y, turn(0, rad.x, v))); }
+// Turns by roll, pitch, yaw: about the forward, right and down axis in this order.
+dxyz turn_rpy(const dxyz& rad, const dxyz& v) { return apply(rotation_xyz(rad.x, rad.y, rad.z), v); }
 }  // namespace
 
 dxyz exact_point(const ExactView& view, const ExactParam& par, bool generic) {
@@ -22,14 +19,15 @@ dxyz exact_point(const ExactView& view, const ExactParam& par, bool generic) {
   if (generic) {
     s += {I[5] * th * th, th * (I[2] + th * (I[3] + th * I[4])), th * th * (I[0] + th * (I[1] + th * I[6]))};
   } else {
-    s = s * ((R + I[0]) / R * (1 + I[1]));                             // range
-    s = turn(0, I[2] * th + I[3] * th * th + I[4] * th * th * th, s);  // scan angle, in the scan plane
+    s = s * ((R + I[0]) / R * (1 + I[1]));  // range
+    s = turn_rpy({I[2] * th + I[3] * th * th + I[4] * th * th * th, 0, 0},
+                 s);  // scan angle, in the scan plane
     s.x += I[5] * (R - view.s.z);
   }
   dxyz body = turn_rpy(view.bore * RAD, s);  // scanner to mount
   body = turn_rpy(par.bore, body) + par.lever;
   body = turn_rpy(view.imu * RAD, body);  // mount to body
-  const dxyz ned = turn_rpy(view.Att * RAD + par.A, body);
-  return view.O + par.T + dxyz{ned.y, ned.x, -ned.z};  // north-east-down to east-north-up
+  const dxyz att = view.Att * RAD + par.A;
+  return view.O + par.T + apply(body_to_world(att.x, att.y, att.z), body);
 }
 }  // namespace veld

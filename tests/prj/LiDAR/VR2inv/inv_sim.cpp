@@ -3,40 +3,18 @@
 #include <cmath>
 #include <random>
 
+#include "sim/flight.h"
+
 namespace veld {
 namespace {
 constexpr double RAD = 0.017453292519943295;
 
-struct Mat {
-  double m[3][3];
-  dxyz operator*(const dxyz& v) const {
-    return {m[0][0] * v.x + m[0][1] * v.y + m[0][2] * v.z, m[1][0] * v.x + m[1][1] * v.y + m[1][2] * v.z,
-            m[2][0] * v.x + m[2][1] * v.y + m[2][2] * v.z};
-  }
-  Mat operator*(const Mat& o) const {
-    Mat r{};
-    for (int i = 0; i < 3; i++)
-      for (int j = 0; j < 3; j++)
-        for (int k = 0; k < 3; k++) r.m[i][j] += m[i][k] * o.m[k][j];
-    return r;
-  }
-  Mat t() const {
-    Mat r{};
-    for (int i = 0; i < 3; i++)
-      for (int j = 0; j < 3; j++) r.m[i][j] = m[j][i];
-    return r;
-  }
-};
-Mat about(int axis, double rad) {  // right-handed turn about x, y or z
-  const double c = std::cos(rad), s = std::sin(rad);
-  if (axis == 0) return {{{1, 0, 0}, {0, c, -s}, {0, s, c}}};
-  if (axis == 1) return {{{c, 0, s}, {0, 1, 0}, {-s, 0, c}}};
-  return {{{c, -s, 0}, {s, c, 0}, {0, 0, 1}}};
-}
-// Body (forward, right, down) to east, north, up: north-east-down axes turned by heading, pitch, roll.
-Mat attitude(const dxyz& deg) {
-  const Mat ned2enu = {{{0, 1, 0}, {1, 0, 0}, {0, 0, -1}}};
-  return ned2enu * about(2, deg.z * RAD) * about(1, deg.y * RAD) * about(0, deg.x * RAD);
+// Rotations of the simulator of whole projects, of angles in degrees; the way back is the product with the rows.
+Mat3 mount(const dxyz& deg) { return rotation_xyz(deg.x * RAD, deg.y * RAD, deg.z * RAD); }
+Mat3 attitude(const dxyz& deg) { return body_to_world(deg.x * RAD, deg.y * RAD, deg.z * RAD); }
+Mat3 back(const Mat3& m) {
+  const dxyz *a = m.r, *b = m.r + 1, *c = m.r + 2;
+  return {{{a->x, b->x, c->x}, {a->y, b->y, c->y}, {a->z, b->z, c->z}}};
 }
 
 double ground(double x, double y) {
@@ -44,9 +22,9 @@ double ground(double x, double y) {
          3 * std::cos((x - 2 * y) / 37);
 }
 
-class Drift {  // a sum of sines with random phases: standard deviation 1, correlation time about tau
+class Wander {  // a sum of sines with random phases: standard deviation 1, correlation time about tau
  public:
-  Drift(std::mt19937& gen, double tau) {
+  Wander(std::mt19937& gen, double tau) {
     std::uniform_real_distribution<double> uni(0, 1);
     for (int k = 0; k < N; k++) {
       period_[k] = tau * (2 + 8 * (k + uni(gen)) / N);
@@ -67,7 +45,7 @@ class Drift {  // a sum of sines with random phases: standard deviation 1, corre
 struct Flight {
   SimStrip s;
   double speed, t0;
-  std::vector<Drift> drift;  // position x y z, attitude roll pitch yaw
+  std::vector<Wander> drift;  // position x y z, attitude roll pitch yaw
   const SimParam& par;
   dxyz const_pos;
 
@@ -101,10 +79,9 @@ struct Flight {
   dxyz observed(const dxyz& X) const {
     if (s.fixed) return X - dxyz{0, 0, par.fixed_shift_z};
     const double t = time_of(X.x, X.y);
-    const Mat bore = about(2, par.bore.z * RAD) * about(1, par.bore.y * RAD) * about(0, par.bore.x * RAD);
-    dxyz v = bore.t() * (attitude(Att(t)).t() * (X - O(t)) - par.lever);
+    dxyz v = apply(back(mount(par.bore)), apply(back(attitude(Att(t))), X - O(t)) - par.lever);
     v -= internal(v);
-    return O_rec(t) + attitude(Att_rec(t)) * v;
+    return O_rec(t) + apply(attitude(Att_rec(t)), v);
   }
   dxyz internal(const dxyz& v) const {
     const double* I = par.internal;
@@ -134,7 +111,7 @@ SimProject simulate(const SimParam& par) {
   std::vector<Flight> flights;
   double t0 = 1000;
   for (const SimStrip& s : par.strips) {
-    std::vector<Drift> drift;
+    std::vector<Wander> drift;
     for (int k = 0; k < 6; k++) drift.emplace_back(gen, par.drift_time);
     const dxyz c = {par.const_pos.x * normal(gen), par.const_pos.y * normal(gen),
                     par.const_pos.z * normal(gen)};

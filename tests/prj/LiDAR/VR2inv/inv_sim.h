@@ -1,7 +1,7 @@
 // tests/prj/LiDAR/VR2inv/inv_sim.h
 // A flight with planted errors, seen by the inversion: displacements with noise, samples, recorded
-// trajectories. It has its own rotations, exact and in double precision, and shares nothing with the sensor
-// model.
+// trajectories. Its rotations are those of the simulator, exact and in double precision; it shares nothing with the
+// sensor model.
 #pragma once
 #include <cstdint>
 #include <vector>

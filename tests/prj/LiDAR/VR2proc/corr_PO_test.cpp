@@ -158,12 +158,9 @@ TEST_F(CorrPO, TextHasAllRowsAndWhatCannotBeReadLeavesNoFile) {
   const std::string out = read_text(result.out);
   EXPECT_EQ(out.substr(0, out.find('\n')), "Time X Y Z Roll Pitch Yaw");
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 301);
-  EXPECT_NE(out.find("\n1000.000  600000.000 5300000.000 500.000  1.0000 2.0000 359.5000\n"),
-            std::string::npos);
-  EXPECT_NE(out.find("\n1005.000  600001.500 5300002.000 503.000  1.0000 2.0000 359.5000\n"),
-            std::string::npos);
-  EXPECT_NE(out.find("\n1010.000  600001.500 5300002.000 505.000  1.0573 1.8854 359.6719\n"),
-            std::string::npos);
+  EXPECT_TRUE(holds(out, "\n1000.000  600000.000 5300000.000 500.000  1.0000 2.0000 359.5000\n"));
+  EXPECT_TRUE(holds(out, "\n1005.000  600001.500 5300002.000 503.000  1.0000 2.0000 359.5000\n"));
+  EXPECT_TRUE(holds(out, "\n1010.000  600001.500 5300002.000 505.000  1.0573 1.8854 359.6719\n"));
   job.path = dir.path + "/cut.out";
   job.coord = PO_GEO;
   job.stem = dir.path + "/cut_po_0";

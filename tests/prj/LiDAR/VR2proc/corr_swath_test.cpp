@@ -1,30 +1,11 @@
 // One swath corrected: what changes, what must not, and what happens when something is wrong.
-#include "prj/LiDAR/VR2proc/corr_swath.h"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-
-#include "las/las_access.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/VR2proc/corr_log.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
-#include "prj/LiDAR/tuning.h"
-#include "tests/support/swath_writer.h"
-#include "tests/support/temp_dir.h"
+#include "tests/prj/LiDAR/VR2proc/corr_fixture.h"
 
 namespace veld {
 namespace {
-constexpr double T0 = 1000;
-
-// A level flight north at 300 m, 20 samples a second.
-Vector<PO> straight_track(double t0, double seconds) {
-  const int n = static_cast<int>(seconds * 20) + 1;
-  Vector<PO> po(static_cast<uint64_t>(n));
-  for (int i = 0; i < n; i++) po(i) = {t0 + i * 0.05, 500000, 5000000 + 40 * i * 0.05, 300, 0, 0, 0};
-  return po;
-}
-
 struct Rec {
   double x, y, z, t;
   int cls, rn;
@@ -39,40 +20,12 @@ std::vector<Rec> read_all(const std::string& path) {
   return out;
 }
 
-class CorrSwath : public testing::Test {
+class CorrSwath : public CorrFixture {
  protected:
-  TempDir dir;
-  std::vector<TestPoint> points;
-  Vector<PO> po = straight_track(T0 - 2, 14);
-  SwathCorr corr;
-  std::vector<std::string> sources;
-  CorrJob job;
-  CorrCount count;
-
+  const std::vector<TestPoint> points = flat_points(0.001);
   void SetUp() override {
-    TMPDIR = dir.path + "/";
-    for (int i = 0; i < 1000; i++) {
-      TestPoint p;
-      p.t = T0 + i * 0.01;
-      p.x = 500000 + 50 * std::sin(0.1 * i);
-      p.y = 5000000 + 0.4 * i;
-      p.z = 100 + i % 7;
-      p.cls = i % 5;
-      p.rn = 1 + i % 2;
-      p.nr = 2;
-      points.push_back(p);
-    }
-    job.path = dir.path + "/a.las";
-    job.out = dir.path + "/a_c.las";
-    job.sid = "Auto Geom Corr: LB";
-    sources = {job.path};
-    job.sources = &sources;
+    CorrFixture::SetUp();
     write_test_las(job.path, points);
-  }
-  bool run() {
-    corr.po = &po;
-    job.points.corr = &corr;
-    return init_SwathCorr(corr) && corr_swath_las(job, count);
   }
   bool nothing_left() const { return !exists(job.out) && !exists(job.out + ".part"); }
 };
@@ -137,7 +90,7 @@ TEST_F(CorrSwath, LeverForwardMovesAlongTheHeading) {
 }
 
 TEST_F(CorrSwath, DropsPointsWithoutTrajectory) {
-  po = straight_track(T0 + 1, 4);  // points from 1 s to 5 s remain, and 0.1 s on each side
+  po = level_track(T0 + 1, 4);  // points from 1 s to 5 s remain, and 0.1 s on each side
   ASSERT_TRUE(run());
   EXPECT_EQ(count.nread, 1000u);
   EXPECT_NEAR(static_cast<double>(count.nwritten), 420, 2);
@@ -161,7 +114,7 @@ TEST_F(CorrSwath, TimesOfTheFileAreBroughtToThoseOfTheTrajectory) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    po = straight_track(c.track_at - 2, 14);
+    po = level_track(c.track_at - 2, 14);
     job.points.clock.shift = c.shift;
     job.points.clock.rover = c.rover;
     job.points.clock.tmin = c.tmin;
@@ -172,7 +125,7 @@ TEST_F(CorrSwath, TimesOfTheFileAreBroughtToThoseOfTheTrajectory) {
 }
 
 TEST_F(CorrSwath, NoTrajectoryAtAllLeavesNoFile) {
-  po = straight_track(T0 + 1000, 4);
+  po = level_track(T0 + 1000, 4);
   EXPECT_FALSE(run());
   EXPECT_TRUE(nothing_left());
 }
@@ -257,7 +210,7 @@ TEST(CorrLog, NodesAndStatistics) {
     corr.Dt = 10;
     res.swaths.push_back(corr);
   }
-  const Vector<PO> po = straight_track(T0 - 2, 14);
+  const Vector<PO> po = level_track(T0 - 2, 14);
   ASSERT_TRUE(log_corr(res, SwathId(0), {0, 0, 1}, po));
   ASSERT_TRUE(log_corr(res, SwathId(1), {0, 0, 0}, po));
   ASSERT_TRUE(merge_log_corr(prj, prj.swaths.ids()));
@@ -282,8 +235,8 @@ TEST(CorrLog, NodesAndStatistics) {
 
   ASSERT_TRUE(drift_stat_output(prj, res, prj.swaths.ids()));
   const std::string stat = read_text(prj.name + "_TA_stat.log");
-  EXPECT_NE(stat.find("T_Drift{X Y Z}"), std::string::npos);
-  EXPECT_NE(stat.find("3.600"), std::string::npos);  // m per hour
+  EXPECT_TRUE(holds(stat, "T_Drift{X Y Z}"));
+  EXPECT_TRUE(holds(stat, "3.600"));  // m per hour
 }
 }  // namespace
 }  // namespace veld

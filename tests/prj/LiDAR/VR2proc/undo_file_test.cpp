@@ -1,67 +1,21 @@
 // A correction and the way back; attributes that are rewritten; beams.
 #include "prj/LiDAR/VR2proc/undo_file.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
-#include "las/las_access.h"
 #include "lib/general/path.h"
-#include "prj/LiDAR/VR2proc/corr_swath.h"
-#include "prj/LiDAR/tuning.h"
-#include "tests/support/swath_writer.h"
-#include "tests/support/temp_dir.h"
+#include "tests/prj/LiDAR/VR2proc/corr_fixture.h"
 
 namespace veld {
 namespace {
-constexpr double T0 = 1000;
-
-// A level flight north at 300 m above the ground, over (500000, y).
-Vector<PO> level_track() {
-  Vector<PO> po(281);
-  for (int i = 0; i < 281; i++)
-    po(i) = {T0 - 2 + i * 0.05, 500000, 5000000 + 40 * (i * 0.05 - 2), 400, 0, 0, 0};
-  return po;
-}
-
-std::vector<TestPoint> flat_points(double step) {
-  std::vector<TestPoint> points;
-  for (int i = 0; i < 1000; i++) {
-    TestPoint p;
-    p.t = T0 + i * 0.01;
-    p.x = 500000 + std::round(50 * std::sin(0.1 * i) / step) * step;
-    p.y = 5000000 + std::round(0.4 * i / step) * step;
-    p.z = 100 + i % 7;
-    p.cls = i % 5;
-    points.push_back(p);
-  }
-  return points;
-}
-
-class Undo : public testing::Test {
+class Undo : public CorrFixture {
  protected:
-  TempDir dir;
-  Vector<PO> po = level_track();
-  SwathCorr corr;
-  std::vector<std::string> sources;
-  CorrJob job;
-  CorrCount count;
-
   void SetUp() override {
-    TMPDIR = dir.path + "/";
+    CorrFixture::SetUp();
     SOFTINFO = "VELDRUNNER";
-    corr.po = &po;
-    job.path = dir.path + "/a.las";
-    job.out = dir.path + "/a_c.las";
-    job.sid = "Auto Geom Corr: LB";
     job.undo = true;
-    sources = {job.path};
-    job.sources = &sources;
-    job.points.corr = &corr;
   }
-  bool correct() { return init_SwathCorr(corr) && corr_swath_las(job, count); }
   bool undo(const std::string& path, const std::string& out) {
     CorrCount n;
     UndoJob back;
@@ -81,7 +35,7 @@ TEST_F(Undo, GivesTheSourceBackByteForByteOnTheStepsOfTheUndoData) {
   job.path = dir.path + "/t.las";
   job.out = dir.path + "/a.las";
   job.undo = false;
-  ASSERT_TRUE(correct());
+  ASSERT_TRUE(run());
   for (const bool stamped : {true, false}) {  // the source is a corrected file itself, or never was one
     SCOPED_TRACE(stamped);
     job.path = dir.path + (stamped ? "/a.las" : "/b.las");
@@ -98,7 +52,7 @@ TEST_F(Undo, GivesTheSourceBackByteForByteOnTheStepsOfTheUndoData) {
     corr.S = {1.37f, -2.51f, 0.33f};
     corr.CB = true;
     corr.B = {0.003f, -0.002f, 0.004f};
-    ASSERT_TRUE(correct());
+    ASSERT_TRUE(run());
     EXPECT_NE(read_text(job.out), read_text(job.path));
     ASSERT_TRUE(undo(job.out, dir.path + "/u.las"));
     EXPECT_EQ(read_text(dir.path + "/u.las"), read_text(job.path));
@@ -108,7 +62,7 @@ TEST_F(Undo, GivesTheSourceBackByteForByteOnTheStepsOfTheUndoData) {
 TEST_F(Undo, FinerFilesComeBackWithinHalfAStep) {
   write_test_las(job.path, flat_points(0.001));
   corr.S = {1.2347f, -2.5111f, 0.3333f};
-  ASSERT_TRUE(correct());
+  ASSERT_TRUE(run());
   ASSERT_TRUE(undo(job.out, dir.path + "/u.las"));
   std::unique_ptr<LASreader> a = las_read_open(job.path, "", false),
                              b = las_read_open(dir.path + "/u.las", "", false);
@@ -125,7 +79,7 @@ TEST_F(Undo, FinerFilesComeBackWithinHalfAStep) {
 TEST_F(Undo, WhatCannotBeUndoneIsRefusedAndLeavesNoFile) {
   write_test_las(job.path, flat_points(0.001));
   const std::string out = dir.path + "/u.las", data = undo_name(job.out);
-  ASSERT_TRUE(correct());
+  ASSERT_TRUE(run());
   EXPECT_FALSE(undo(job.path, out));  // no undo data
   const std::string whole = read_text(data);
   const struct {
@@ -144,13 +98,13 @@ TEST_F(Undo, WhatCannotBeUndoneIsRefusedAndLeavesNoFile) {
   std::copy(po.val, po.val + 100, part.val);
   po = part;
   count = CorrCount();
-  ASSERT_TRUE(correct());
+  ASSERT_TRUE(run());
   EXPECT_GT(count.ndropped, 0u);
   EXPECT_GT(count.nwritten, 0u);
   EXPECT_FALSE(undo(job.out, out));
   // Corrected anew without undo data: those of the earlier file must not be applied to it.
   job.undo = false;
-  ASSERT_TRUE(correct());
+  ASSERT_TRUE(run());
   EXPECT_FALSE(exists(data));
 }
 
@@ -164,7 +118,7 @@ TEST_F(Undo, AttributesAreRewrittenByTheGeometry) {
     job.points.rewrite = {true, format == 1, format == 6, true};
     job.points.t_out = 0.25;
     job.adj = true;
-    ASSERT_TRUE(correct());
+    ASSERT_TRUE(run());
     std::unique_ptr<LASreader> a = las_read_open(job.path, "", false), b = las_read_open(job.out, "", false);
     EXPECT_TRUE(b->header.adjusted_gps());
     while (a->read_point()) {
@@ -193,7 +147,7 @@ TEST_F(Undo, EachBeamHasItsCalibration) {
     job.points.beams.back().L = {0, 1.0f + static_cast<float>(k), 0};  // to the right is east
     ASSERT_TRUE(init_SwathCorr(job.points.beams.back()));
   }
-  ASSERT_TRUE(correct());
+  ASSERT_TRUE(run());
   EXPECT_EQ(count.nunsplit, 400u);
   std::unique_ptr<LASreader> b = las_read_open(job.out, "", false);
   for (const TestPoint& p : points) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/temp_dir.h"
+
 namespace veld {
 namespace {
 SwathProbe swath_at(double x, double y, double t0) {
@@ -69,7 +71,7 @@ TEST(ProjectCheck, WhatDoesNotBelongIsNamed) {
     const std::vector<Problem> found = s.problems();
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0].error, c.error);
-    EXPECT_NE(found[0].text.find(c.text), std::string::npos) << found[0].text;
+    EXPECT_TRUE(holds(found[0].text, c.text)) << found[0].text;
   }
 }
 }  // namespace veld

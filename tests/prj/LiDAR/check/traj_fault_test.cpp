@@ -6,6 +6,8 @@
 
 #include <cmath>
 
+#include "sim/flight.h"
+
 namespace veld {
 namespace {
 constexpr int NBEAMS = 800;
@@ -24,10 +26,7 @@ dxyz true_position(double t) {
 
 // Body (forward, right, down) to world (east, north, up).
 dxyz to_world(const xyz& att, const dxyz& b) {
-  const double r = att.x * RAD, p = att.y * RAD, y = att.z * RAD;
-  const dxyz a = {b.x, b.y * std::cos(r) - b.z * std::sin(r), b.y * std::sin(r) + b.z * std::cos(r)};
-  const dxyz c = {a.x * std::cos(p) + a.z * std::sin(p), a.y, -a.x * std::sin(p) + a.z * std::cos(p)};
-  return {c.x * std::sin(y) + c.y * std::cos(y), c.x * std::cos(y) - c.y * std::sin(y), -c.z};
+  return apply(body_to_world(att.x * RAD, att.y * RAD, att.z * RAD), b);
 }
 
 struct Scanner {

@@ -19,18 +19,18 @@ TEST(GeorefSetup, UnitsOfOptionsAndOfTheWkt) {
   TempDir dir;
   write_text(dir.path + "/tm.prj", TM);
   const struct {
-    std::vector<std::string> args;
+    Args args;
     bool ok;
     double unit, out;
     std::string words;
   } cases[] = {
-      {{"-utm", "33"}, true, 1, 1, ""},
-      {{"-utm", "-60"}, true, 1, 1, ""},
-      {{"-feet"}, true, 0.3048, 1, ""},
-      {{"-feet_us", "-out_metre", "0"}, true, 1200.0 / 3937.0, 1200.0 / 3937.0, ""},
-      {{"-wkt", "tm.prj"}, true, 1200.0 / 3937.0, 1, ""},
-      {{"-wkt", "tm.prj", "-metre"}, true, 1, 1, ""},
-      {{"-wkt", "tm.prj", "-utm", "33"}, true, 1, 1, "WARNING: wkt ignored due to -utm option\n"},
+      {"-utm 33", true, 1, 1, ""},
+      {"-utm -60", true, 1, 1, ""},
+      {"-feet", true, 0.3048, 1, ""},
+      {"-feet_us -out_metre 0", true, 1200.0 / 3937.0, 1200.0 / 3937.0, ""},
+      {"-wkt tm.prj", true, 1200.0 / 3937.0, 1, ""},
+      {"-wkt tm.prj -metre", true, 1, 1, ""},
+      {"-wkt tm.prj -utm 33", true, 1, 1, "WARNING: wkt ignored due to -utm option\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
@@ -42,7 +42,7 @@ TEST(GeorefSetup, UnitsOfOptionsAndOfTheWkt) {
       EXPECT_EQ(setup_georef(r.cl.o, {"", dir.path}, georef), c.ok);
     });
     testing::internal::GetCapturedStdout();
-    EXPECT_NE(errors.find(c.words), std::string::npos) << errors;
+    EXPECT_TRUE(holds(errors, c.words)) << errors;
     if (!c.ok) continue;
     EXPECT_NEAR(DATAUNIT, c.unit, 1e-9);
     EXPECT_NEAR(DATAUNIT_Z, c.unit, 1e-9);

@@ -10,30 +10,19 @@ struct InputsTest : testing::Test {
   TempDir dir;
   Project prj;
   InputsTest() {
-    for (const char* const name :
-         {"/a_A.laz", "/b_A.laz", "/a_B.laz", "/r.las", "/t.out", "/m1.txt", "/m2.txt"})
+    for (const char* const name : {"/t.out", "/m1.txt", "/m2.txt"})
       write_text(dir.path + name, "1 2 3\n4 5 6\n");
   }
   // Reads the options, then the lists; gives what went to standard error.
   template <typename F>
-  std::string run(const std::vector<std::string>& args, F&& step) {
+  std::string run(const Args& args, F&& step) {
     ReadResult r;
     read_into(r, args);
     EXPECT_TRUE(r.ok) << r.errors;
     r.cl.in.rules.idir = dir.path;
     return errors_of([&] { ok = step(r); });
   }
-  std::string swaths(const std::vector<std::string>& args) {
-    return run(args, [this](ReadResult& r) {
-      return get_swath_files(r.cl.in, r.cl.o, prj) && chk_ch_grp(r.cl.o, prj);
-    });
-  }
-  std::string trajectories(const std::vector<std::string>& args) {
-    return run(args, [this](ReadResult& r) {
-      return get_PO_files(r.cl.in, true, prj) && get_PO_param(r.cl.o, prj) && GPSdate2gweekday(r.cl.o, prj);
-    });
-  }
-  std::string mounts(const std::vector<std::string>& args) {
+  std::string mounts(const Args& args) {
     return run(args, [this](ReadResult& r) {
       return get_PO_files(r.cl.in, true, prj) && get_mount_files(r.cl.o, r.cl.in.rules, prj);
     });
@@ -41,36 +30,6 @@ struct InputsTest : testing::Test {
   bool ok = false;
 };
 }  // namespace
-
-TEST_F(InputsTest, GroupsAndChannels) {
-  EXPECT_EQ(swaths({"-i", "*_A.laz", "-i", "*_B.laz", "-r", "r.las", "-chgrp", "0", "1"}), "");
-  ASSERT_TRUE(ok);
-  ASSERT_EQ(prj.swaths.size(), 4);
-  EXPECT_EQ(prj.nmgrp, 2);
-  EXPECT_EQ(prj.ngrp, 3);
-  const int expected[4][3] = {{1, 0, 0}, {1, 0, 0}, {2, 1, 0}, {0, 0, 1}};
-  for (size_t i = 0; i < 4; i++) {
-    EXPECT_EQ(prj.swaths[SwathId(static_cast<int>(i))].group, expected[i][0]);
-    EXPECT_EQ(prj.swaths[SwathId(static_cast<int>(i))].channel, expected[i][1]);
-    EXPECT_EQ(prj.swaths[SwathId(static_cast<int>(i))].fixed, expected[i][2] == 1);
-  }
-}
-
-TEST_F(InputsTest, TrajectoriesAndTheirParameters) {
-  write_text(dir.path + "/u.out", "x");
-  EXPECT_EQ(trajectories({"-po", "t.out", "-po", "u.out", "-po_time", "7", "-po_geo", "1", "0", "-gps_date",
-                          "2025/03/23"}),
-            "WARNING: using GPS date 2025/03/23 for all groups\n");
-  ASSERT_TRUE(ok);
-  ASSERT_EQ(prj.pofiles.size(), 2u);
-  EXPECT_EQ(prj.pofiles[1].group, 2);
-  ASSERT_EQ(prj.pogroups.size(), 2u);
-  EXPECT_EQ(prj.pogroups[0].geo, 1);
-  EXPECT_EQ(prj.pogroups[1].geo, 0);
-  EXPECT_EQ(prj.pogroups[1].time, 7);
-  EXPECT_EQ(prj.pogroups[1].gweek, 2359u);
-  EXPECT_EQ(prj.pogroups[1].gday, 0u);
-}
 
 // 6 January 1980 is day 0 of week 0; each day is the next one, through leap years.
 TEST(InputsDate, DaysCountOnFromTheEpoch) {
@@ -90,14 +49,14 @@ TEST(InputsDate, DaysCountOnFromTheEpoch) {
 }
 
 TEST_F(InputsTest, MountsByFilesOrAngles) {
-  EXPECT_EQ(mounts({"-po", "t.out"}), "");
+  EXPECT_EQ(mounts("-po t.out"), "");
   EXPECT_TRUE(ok);
-  EXPECT_EQ(mounts({"-po", "t.out", "-mount", "m1.txt"}), "");
+  EXPECT_EQ(mounts("-po t.out -mount m1.txt"), "");
   ASSERT_TRUE(ok);
   ASSERT_GE(prj.mounts.size(), 1u);
   EXPECT_EQ(prj.mounts[0].IMU.y, 2);
   EXPECT_EQ(prj.mounts[0].Bore.z, 6);
-  EXPECT_EQ(mounts({"-po", "t.out", "-imu", "1", "2", "3", "-bore", "-0.5", "0", "7"}), "");
+  EXPECT_EQ(mounts("-po t.out -imu 1 2 3 -bore -0.5 0 7"), "");
   ASSERT_TRUE(ok);
   EXPECT_EQ(prj.mounts[0].IMU.z, 3);
   EXPECT_EQ(prj.mounts[0].Bore.x, -0.5f);
@@ -108,28 +67,26 @@ TEST_F(InputsTest, MountsOfGroupsAndChannels) {
   prj.nmgrp = 4;
   prj.chgrp = {0, 1, 0, 1};
   const struct {
-    std::vector<std::string> args;
+    Args args;
     std::vector<float> pitch;  // of the boresight, by group; empty: refused
     std::string said;
   } cases[] = {
-      {{"-bore", "0", "7", "0", "0", "-7", "0"}, {7, -7, 7, -7}, ""},
-      {{"-bore", "0", "1", "0", "0", "2", "0", "0", "3", "0", "0", "4", "0"}, {1, 2, 3, 4}, ""},
-      {{"-bore", "0", "5", "0"}, {5, 5, 5, 5}, ""},
-      {{"-mount", "m1.txt", "m2.txt"}, {5, -5, 5, -5}, ""},
-      {{"-bore", "0", "1", "0", "0", "2", "0", "0", "3", "0"},
+      {"-bore 0 7 0 0 -7 0", {7, -7, 7, -7}, ""},
+      {"-bore 0 1 0 0 2 0 0 3 0 0 4 0", {1, 2, 3, 4}, ""},
+      {"-bore 0 5 0", {5, 5, 5, 5}, ""},
+      {"-mount m1.txt m2.txt", {5, -5, 5, -5}, ""},
+      {"-bore 0 1 0 0 2 0 0 3 0",
        {},
        "ERROR: 3 Bore rot angle triplets provided, expected 1 or 4 (1 per group) or 2 (1 per channel)\n"},
-      {{"-mount", "m1.txt", "m2.txt", "m1.txt"},
+      {"-mount m1.txt m2.txt m1.txt",
        {},
        "ERROR: 3 mount files provided, expected 1 or 4 (1 per group) or 2 (1 per channel)\n"},
   };
   write_text(dir.path + "/m2.txt", "1 2 3\n4 -5 6\n");
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.args));
-    std::vector<std::string> args = {"-po", "t.out"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
     testing::internal::CaptureStdout();
-    EXPECT_EQ(mounts(args), c.said);
+    EXPECT_EQ(mounts(Args("-po t.out") + c.args), c.said);
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(ok, !c.pitch.empty());
     for (size_t g = 0; g < c.pitch.size(); g++) EXPECT_EQ(prj.mounts.at(g).Bore.y, c.pitch[g]) << g;
@@ -139,13 +96,13 @@ TEST_F(InputsTest, MountsOfGroupsAndChannels) {
 TEST_F(InputsTest, ManualCorrectionsOfEachGroup) {
   write_text(dir.path + "/s1.txt", "0.1 0.2 0.3");
   write_text(dir.path + "/c.txt", "1 2 3\n0.5 1 -1\n1 2 3 4 5 6 7\n");
-  const auto manual = [this](const std::vector<std::string>& args) {
+  const auto manual = [this](const Args& args) {
     return run(args, [this](ReadResult& r) {
       prj.nmgrp = 2;
       return get_shift_calib_files(r.cl.o, r.cl.in.rules, prj);
     });
   };
-  EXPECT_EQ(manual({"-shift_corr", "s1.txt", "-calib_corr", "c.txt", "c.txt"}),
+  EXPECT_EQ(manual("-shift_corr s1.txt -calib_corr c.txt c.txt"),
             "WARNING: using shift file s1.txt for all groups\n");
   ASSERT_TRUE(ok);
   ASSERT_EQ(prj.shifts.size(), 2u);
@@ -154,7 +111,7 @@ TEST_F(InputsTest, ManualCorrectionsOfEachGroup) {
   EXPECT_EQ(prj.calibs[1].L.y, 2);
   EXPECT_FLOAT_EQ(prj.calibs[1].B.z, -0.01745329f);
   EXPECT_EQ(prj.calibs[1].I(6), 7);
-  EXPECT_EQ(manual({"-utm", "3"}), "");
+  EXPECT_EQ(manual("-utm 3"), "");
   EXPECT_TRUE(ok && prj.shifts.empty() && prj.calibs.empty());
 }
 
@@ -176,17 +133,5 @@ TEST(InputsClasses, DropKeepAndGround) {
   o.keep_class.clear();
   set_xcls_gnd(o, xcls);
   EXPECT_EQ(xcls, (std::vector<uint8_t>{3, 4, 5, 7, 18}));
-}
-
-TEST(InputsDirectories, MustExistAndBeWritable) {
-  TempDir dir;
-  INDIR = TMPDIR = GEODIR = dir.path;
-  OUTDIR = dir.path + "/absent";
-  std::string odir_1;
-  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(dir_check(odir_1, false)); }),
-            "ERROR: not a valid output directory, write permission required: " + dir.path + "/absent/\n");
-  OUTDIR = dir.path;
-  EXPECT_TRUE(dir_check(odir_1, false));
-  EXPECT_EQ(OUTDIR, dir.path + "/");
 }
 }  // namespace veld

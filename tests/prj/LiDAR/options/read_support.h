@@ -8,6 +8,7 @@
 
 #include "lib/general/logfiles.h"
 #include "prj/LiDAR/inputs/read_options.h"
+#include "tests/support/args.h"
 
 namespace veld {
 struct ReadResult {
@@ -16,7 +17,7 @@ struct ReadResult {
   std::string errors;
 };
 
-inline void read_into(ReadResult& r, const std::vector<std::string>& args) {
+inline void read_into(ReadResult& r, const Args& args) {
   for (const std::string& arg : args) r.cl.parser.args.push_back({arg, false});
   testing::internal::CaptureStderr();
   r.ok = read_options(r.cl);

@@ -9,30 +9,9 @@ TEST(SteerOpt, CalibrationString) {
     bool uav;
     const char* flags;  // x y z w p k 1..7
   } cases[] = {
-      {"", false,
-       "000111"
-       "0111110"},
-      {"", true,
-       "000111"
-       "0010000"},
-      {"L", false,
-       "111000"
-       "0000000"},
-      {"B", false,
-       "000111"
-       "0000000"},
-      {"I", false,
-       "000000"
-       "1111111"},
-      {"yB", false,
-       "010111"
-       "0000000"},
-      {"0B", false,
-       "000000"
-       "0000000"},
-      {"xk7", false,
-       "100001"
-       "0000001"},
+      {"", false, "0001110111110"},   {"", true, "0001110010000"},     {"L", false, "1110000000000"},
+      {"B", false, "0001110000000"},  {"I", false, "0000001111111"},   {"yB", false, "0101110000000"},
+      {"0B", false, "0000000000000"}, {"xk7", false, "1000010000001"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arg);
@@ -43,9 +22,6 @@ TEST(SteerOpt, CalibrationString) {
     for (int k = 0; k < 7; k++) flags += inv.FE[k] ? '1' : '0';
     EXPECT_EQ(flags, c.flags);
   }
-  InvParam inv;
-  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_calib_opt("Q", false, inv)); }),
-            "ERROR: option -cal: could not parse argument 'Q', expecting {0LBIxyzwpk1234567}\n");
 }
 
 TEST(SteerOpt, DriftString) {
@@ -58,10 +34,6 @@ TEST(SteerOpt, DriftString) {
   EXPECT_TRUE(d.none);
   EXPECT_TRUE(parse_drift_opt("2.5", d));
   EXPECT_EQ(d.dt, 2.5);
-  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_opt("abc", d)); }),
-            "ERROR: option -drift: invalid argument abc - expecting 'con' or nonzero time interval\n");
-  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_opt("-1", d)); }),
-            "ERROR: option -drift: time interval must be >=0\n");
 }
 
 TEST(SteerOpt, DriftComponents) {
@@ -70,8 +42,6 @@ TEST(SteerOpt, DriftComponents) {
   EXPECT_TRUE(!inv.Ftx && !inv.Fty && inv.Ftz && inv.Faw && inv.Fap && inv.Fak);
   EXPECT_TRUE(parse_drift_comp_opt("0", inv));
   EXPECT_FALSE(inv.Ftz || inv.Faw);
-  EXPECT_EQ(errors_of([&] { EXPECT_FALSE(parse_drift_comp_opt("q", inv)); }),
-            "ERROR: option -dpoc: could not parse argument 'q', expecting {0TAxyzwpk}\n");
 }
 
 TEST(SteerOpt, OutputName) {

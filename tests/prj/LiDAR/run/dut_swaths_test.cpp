@@ -74,16 +74,15 @@ TEST_F(DutSwaths, MissingSwathsComeInForTheirDisplacements) {
   EXPECT_EQ(prj.chgrp, std::vector<int>{0});
   const auto refused = [&] { return errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }); };
   give("b");
-  EXPECT_NE(refused().find("has united references: give them, too"), std::string::npos);
+  EXPECT_TRUE(holds(refused(), "has united references: give them, too"));
   give("brs");
   remove_file(dir.path + "/c.las");
-  EXPECT_NE(refused().find("missing swath "), std::string::npos);
+  EXPECT_TRUE(holds(refused(), "missing swath "));
 }
 
 TEST_F(DutSwaths, ASwathThatTheFileLacksIsAnError) {
   give("abd");
-  EXPECT_NE(
-      errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }).find("d.las is not in displacement"),
-      std::string::npos);
+  EXPECT_TRUE(
+      holds(errors_of([&] { EXPECT_FALSE(complete_DUT_swaths(dut, prj)); }), "d.las is not in displacement"));
 }
 }  // namespace veld

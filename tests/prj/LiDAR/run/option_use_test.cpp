@@ -4,37 +4,19 @@
 
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 
 #include "prj/LiDAR/options/availability.h"
 #include "tests/prj/LiDAR/options/read_support.h"
+#include "tests/support/temp_dir.h"
 
 namespace veld {
 namespace {
-struct Source {
-  std::string name, text;  // without comments, string literals and texts for log and console
-  std::set<std::string> option_variables;
-};
-
-// The end of a bracket that opens at `at`.
-size_t closing(const std::string& text, size_t at) {
-  int depth = 0;
-  for (; at < text.size(); at++) {
-    if (text[at] == '(') depth++;
-    if (text[at] == ')' && --depth == 0) break;
-  }
-  return at;
-}
-
-std::string code_of(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  std::ostringstream all;
-  all << file.rdbuf();
-  const std::string text = all.str();
+// A source without comments, string literals and texts for log and console.
+std::string code_of(const std::string& path) {
+  const std::string text = read_text(path);
   std::string code;
   for (size_t i = 0; i < text.size(); i++) {
     if (text.compare(i, 2, "//") == 0) {
@@ -47,32 +29,11 @@ std::string code_of(const std::filesystem::path& path) {
       code += text[i];
     }
   }
-  for (const std::string macro :
+  for (const char* const macro :
        {"LOG_LINE(", "LOG_MSG(", "LOG_MSG1(", "LOG_ENTER(", "WARNING_MSG(", "ERROR_MSG("})
     for (size_t at = 0; (at = code.find(macro, at)) != std::string::npos;)
-      code.erase(at, closing(code, at + macro.size() - 1) + 1 - at);
+      code.erase(at, code.find(';', at) - at);
   return code;
-}
-
-// Names of the variables of type Options in a source.
-std::set<std::string> option_variables(const std::string& code) {
-  std::set<std::string> names = {"cl.o"};
-  static const std::regex declared("\\bOptions\\s*&?\\s*(\\w+)");
-  for (std::sregex_iterator m(code.begin(), code.end(), declared), end; m != end; ++m) names.insert((*m)[1]);
-  return names;
-}
-
-const std::vector<Source>& sources() {
-  static const std::vector<Source> list = [] {
-    std::vector<Source> found;
-    for (const char* const folder : {SOURCE_PATH "/prj", SOURCE_PATH "/image"})
-      for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
-        if (entry.path().extension() == ".cpp" || entry.path().extension() == ".h")
-          found.push_back({entry.path().filename(), code_of(entry.path()), {}});
-    for (Source& s : found) s.option_variables = option_variables(s.text);
-    return found;
-  }();
-  return list;
 }
 
 // The table and what only moves values from one option to another.
@@ -86,38 +47,30 @@ const std::set<std::string> PASSED_ON = {"dz_range_1", "dz16_range_1", "v_range_
 
 bool is_word(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
-// Calls visit(position behind it) for each place where `variable.field` stands.
-template <typename F>
-void for_each_access(const std::string& code, const std::string& variable, const std::string& field,
-                     F&& visit) {
-  const std::string access = variable + "." + field;
-  for (size_t at = 0; (at = code.find(access, at)) != std::string::npos; at += access.size()) {
-    const size_t behind = at + access.size();
-    if (at > 0 && is_word(code[at - 1])) continue;
-    if (behind < code.size() && is_word(code[behind])) continue;
-    visit(at, behind);
-  }
-}
-
 bool is_written(const std::string& code, size_t behind) {
   while (behind < code.size() && code[behind] == ' ') behind++;
   return code.compare(behind, 1, "=") == 0 && code.compare(behind, 2, "==") != 0;
 }
 
-// Words of the sources that are read, each with the sources that read it. Declarations stand in headers.
-const std::map<std::string, std::set<std::string>>& read_words() {
-  static const std::map<std::string, std::set<std::string>> words = [] {
-    std::map<std::string, std::set<std::string>> found;
-    for (const Source& s : sources()) {
-      if (s.name.back() == 'h' || is_table(s.name)) continue;
-      for (size_t at = 0; at < s.text.size(); at++) {
-        if (!is_word(s.text[at])) continue;
-        size_t end = at;
-        while (end < s.text.size() && is_word(s.text[end])) end++;
-        if (!is_written(s.text, end)) found[s.text.substr(at, end - at)].insert(s.name);
-        at = end;
+// Words of the sources that are read, other than by copying from option to option; those that stand as members, "a.x"
+// or "a->x", also as ".x". Declarations stand in headers.
+const std::set<std::string>& read_words() {
+  static const std::set<std::string> words = [] {
+    std::set<std::string> found;
+    for (const char* const folder : {SOURCE_PATH "/prj", SOURCE_PATH "/image"})
+      for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (entry.path().extension() != ".cpp" || is_table(entry.path().filename())) continue;
+        const std::string code = code_of(entry.path());
+        for (size_t at = 2; at < code.size(); at++) {
+          if (!is_word(code[at])) continue;
+          size_t end = at;
+          while (end < code.size() && is_word(code[end])) end++;
+          const std::string word = code.substr(at, end - at);
+          const bool member = code[at - 1] == '.' || code.compare(at - 2, 2, "->") == 0;
+          if (!is_written(code, end)) found.insert(word), found.insert((member ? "." : "") + word);
+          at = end;
+        }
       }
-    }
     return found;
   }();
   return words;
@@ -131,10 +84,7 @@ const std::map<std::string, std::string>& targets() {
     static const std::regex row("\\w+\\(\"(\\w+)\", \"\\w?\",[^&]*&o\\.([\\w.]+)");
     for (const auto& entry : std::filesystem::directory_iterator(SOURCE_PATH "/prj/LiDAR/options")) {
       if (entry.path().filename().string().rfind("option_rows_", 0) != 0) continue;
-      std::ifstream file(entry.path());
-      std::ostringstream all;
-      all << file.rdbuf();
-      const std::string text = all.str();
+      const std::string text = read_text(entry.path());
       for (std::sregex_iterator m(text.begin(), text.end(), row), end; m != end; ++m)
         found[(*m)[1]] = (*m)[2];
     }
@@ -143,22 +93,11 @@ const std::map<std::string, std::string>& targets() {
   return fields;
 }
 
-// Whether a stage reads a field of its parameters.
-bool is_parameter_read(const std::string& name) { return read_words().count(name) > 0; }
-
+// A parameter of a stage is read by any name that ends with it, a field of the options as a member.
 bool is_used(const std::string& option) {
-  const std::string field = targets().at(option);
-  if (const size_t dot = field.rfind('.'); dot != std::string::npos)
-    return is_parameter_read(field.substr(dot + 1));
-  for (const Source& s : sources()) {
-    if (is_table(s.name)) continue;
-    bool used = false;
-    for (const std::string& variable : s.option_variables)
-      for_each_access(s.text, variable, field,
-                      [&](size_t, size_t behind) { used = used || !is_written(s.text, behind); });
-    if (used) return true;
-  }
-  return false;
+  const std::string& field = targets().at(option);
+  const size_t dot = field.rfind('.');
+  return read_words().count(dot == std::string::npos ? "." + field : field.substr(dot + 1)) > 0;
 }
 
 // Options that work through others alone.
@@ -167,8 +106,8 @@ const std::set<std::string> BY_OTHERS = {"all"};
 const std::set<std::string> GROUPS_OF_FILES = {"input", "input_list", "ref", "ref_list", "po", "po_list"};
 
 // The option with values that ask for something.
-std::vector<std::string> asking(const OptRow& row, const std::string& boolean) {
-  std::vector<std::string> args{std::string("-") + row.name};
+Args asking(const OptRow& row, const std::string& boolean) {
+  Args args{std::string("-") + row.name};
   const std::string value = row.kind == OptKind::boolean ? boolean
                             : row.kind == OptKind::integer || row.kind == OptKind::intlist
                                 ? std::to_string(static_cast<int64_t>(row.hi))
@@ -195,7 +134,7 @@ bool is_refused(const OptRow& row, const std::string& boolean) {
 }  // namespace
 
 TEST(OptionUse, EveryOptionIsReadOrStopsTheRun) {
-  ASSERT_GT(sources().size(), 100u);
+  ASSERT_GT(read_words().size(), 1000u);
   Options defaults;
   for (const OptRow& row : option_rows(defaults)) {
     SCOPED_TRACE(row.name);
@@ -217,28 +156,5 @@ TEST(OptionUse, UnreadFieldsAreFound) {
   for (const char* const read :
        {"mem", "utm", "nil", "dpoc", "bb", "cal_1", "qc_grp", "exclude", "clear_xyz"})
     EXPECT_TRUE(is_used(read)) << read;
-  EXPECT_FALSE(is_parameter_read("no_such_parameter"));
-}
-
-TEST(OptionUse, DefaultsThatCannotBeDoneAreLeftOutAndSaid) {
-  const auto text = [](const std::vector<std::string>& args) {
-    ReadResult r;
-    read_into(r, args);
-    derive_defaults(r.cl.o, r.cl.given);
-    std::string all;
-    for (const std::string& subject : left_out(r.cl.o, r.cl.given)) all += subject + ";";
-    return all;
-  };
-  EXPECT_EQ(text({"-reg"}), "");
-  EXPECT_EQ(text({"-align", "-all", "-map", "0"}), "");
-}
-
-TEST(OptionUse, VoxelOptionsAreTakenAndSaid) {
-  ReadResult r;
-  read_into(r, {"-exp", "-X0", "5", "-vreg_dim", "16"});
-  ASSERT_TRUE(r.ok) << r.errors;
-  EXPECT_EQ(errors_of([&] { warn_no_effect(r.cl.given); }),
-            "WARNING: no effect, voxel experiments are not part of this version: -exp -vreg_dim -X0\n");
-  EXPECT_EQ(errors_of([] { warn_no_effect({"align"}); }), "");
 }
 }  // namespace veld
