@@ -18,6 +18,12 @@ std::string cm(double m) {
   return text;
 }
 
+std::string per_m2(double density) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.3g points/m2", density);
+  return text;
+}
+
 Kept test(double value, double limit) {
   return value < 0 ? Kept::open : value <= limit ? Kept::yes : Kept::no;
 }
@@ -62,7 +68,8 @@ std::vector<Statement> asprs_statements(const AccuracyFigures& f) {
   s.push_back({LOG_STR("at least " << NPOINT_MIN << " check points on open ground (NVA)"),
                LOG_STR(f.nNVA << " points"), f.nNVA >= NPOINT_MIN ? Kept::yes : Kept::no});
   const double v = f.rmse_V();
-  s.push_back({"vertical RMSE of the check points, the survey's error included", known(v), Kept::open});
+  s.push_back({"vertical RMSE of the check points, the survey's error included", known(v),
+               v < 0 ? Kept::open : Kept::figure});
   if (v < 0) return s;
   const int cls = std::max(1, static_cast<int>(std::ceil(100 * v - 1e-9)));  // whole centimetres
   const double x = cls / 100.0;
@@ -75,7 +82,7 @@ std::vector<Statement> asprs_statements(const AccuracyFigures& f) {
   s.push_back({"vegetated ground (VVA), reported as found",
                f.nVVA > 0 ? LOG_STR(cm(f.rmse_VVA) << " RMSE, " << f.nVVA << " points")
                           : std::string("no check points named VVA..."),
-               Kept::open});
+               f.nVVA > 0 ? Kept::figure : Kept::open});
   return s;
 }
 
@@ -106,12 +113,11 @@ std::vector<QualityLevel> usgs_levels(const AccuracyFigures& f) {
          test_largest(f.p95_open, f.max_open, largest), cm(largest)},
         {"within a swath on hard ground, largest", with_largest(f.precision, f.max_precision),
          test_largest(f.precision, f.max_precision, range), cm(range)},
-        {"density of a swath, at least",
-         f.density < 0 ? std::string("not known") : LOG_STR(f.density << " points/m2"),
+        {"density of a swath, at least", f.density < 0 ? std::string("not known") : per_m2(f.density),
          f.density < 0              ? Kept::open
          : f.density >= row.density ? Kept::yes
                                     : Kept::no,
-         LOG_STR(row.density << " points/m2")}};
+         per_m2(row.density)}};
     for (const Statement& s : q.statements)
       if (s.kept == Kept::no || (s.kept == Kept::open && q.kept == Kept::yes)) q.kept = s.kept;
     levels.push_back(q);

@@ -28,7 +28,12 @@ struct AccuracyFigures {   // m; below 0: not known
 // outliers are left out.
 void add_check_points(const GCPresult& r, AccuracyFigures& f);
 
-enum class Kept { yes, no, open };  // open: the rule cannot be tested
+enum class Kept {
+  yes,
+  no,
+  open,
+  figure
+};  // open: the rule cannot be tested; figure: it asks for the figure alone
 struct Statement {
   std::string rule;    // what is asked for
   std::string figure;  // what was found, with its unit

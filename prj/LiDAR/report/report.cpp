@@ -90,7 +90,8 @@ void put_before_after(std::ostream& os, const Project& prj, const CorrResult& co
 // Answers in a line each; the sections have the rest.
 void put_answers(std::ostream& os, const CorrResult& corr, const ReportInput& in) {
   Rows rows;
-  for (const std::string& line : calibration_lines(corr))
+  if (!corr.inv.significant) rows.push_back({"Calibration found", "none that is significant, see below"});
+  for (const std::string& line : corr.inv.significant ? calibration_lines(corr) : std::vector<std::string>())
     rows.push_back({rows.empty() ? "Calibration found" : "", line});
   for (const auto& [group, s] : corr.control.shifts)
     rows.push_back({group == 0 ? "Shift to the control points"
@@ -118,7 +119,13 @@ std::string report_sentence(const Project& prj, const CorrResult& corr, const Re
   std::string s = LOG_STR(count_corrected(prj) << " of " << count_mobile(prj) << " swaths were aligned");
   if (count_corrected(prj) == 0)
     s = LOG_STR("The corrections of " << corr.swc.size() << " swaths were found");
-  if (corr.qc.nused > 0)
+  if (!corr.inv.significant)
+    s = LOG_STR("No point was moved: the displacements of the "
+                << count_mobile(prj) << " swaths are no larger than what vegetation makes");
+  if (corr.qc.nused > 0 && !corr.inv.significant)
+    s += LOG_STR("; the height differences between them are " << corr.qc.rms << " m RMS in " << corr.qc.nused
+                                                              << " pairs");
+  else if (corr.qc.nused > 0)
     s += LOG_STR("; the height differences between them went from "
                  << corr.qc.rms0 << " to " << corr.qc.rms << " m RMS in " << corr.qc.nused << " pairs");
   const GCPstat& check = corr.control.gcp.check;

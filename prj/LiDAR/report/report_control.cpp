@@ -71,7 +71,9 @@ void put_points(std::ostream& os, const CorrResult& corr, const ReportInput& in)
               {"Name", "Kind", "Swath", "DX", "DY", "DZ"}, rows, 2);
 }
 
-const char* word(Kept k) { return k == Kept::yes ? "pass" : k == Kept::no ? "FAIL" : "not tested"; }
+const char* word(Kept k) {
+  return k == Kept::yes ? "pass" : k == Kept::no ? "FAIL" : k == Kept::open ? "not tested" : "reported";
+}
 }  // namespace
 
 std::vector<PointRow> point_rows(const ControlQC& before, const ControlQC& after) {

@@ -54,8 +54,6 @@ void put_mark(std::ostream& os, double x, double y, MapPoint kind) {
        << "\" stroke=\"#000\" stroke-width=\"2\"/>\n";
 }
 
-const char* const DASHES[] = {"", "6 3", "2 2", "8 3 2 3", "1 3", "12 4"};
-
 double area_of(const MapRing& ring) {
   double a = 0;
   for (size_t i = 0; i < ring.size(); i++) {
@@ -72,23 +70,35 @@ double distance(const dxy& p, const dxy& a, const dxy& b) {
   return std::hypot(v.x - f * u.x, v.y - f * u.y);
 }
 
-// Where the name of a swath stands: in from an end of its longest extent, every second one at the other end, so that the
-// names of lines that cross keep apart.
+// Where the name of a swath stands: on the axis along which it is longest, in from an end; every second one at the other
+// end, so that the names of lines that cross keep apart. From the moments of its area (Green's theorem).
 dxy label_place(const MapSwath& s, size_t number) {
-  dxy sum{0, 0}, far{0, 0};
-  double n = 0;
+  double A = 0, Sx = 0, Sy = 0, Sxx = 0, Syy = 0, Sxy = 0;
+  if (s.rings.empty() || s.rings[0].empty()) return {0, 0};
+  const dxy o = s.rings[0][0];  // sums are taken from a corner, for the sake of digits
   for (const MapRing& r : s.rings)
-    for (const dxy& p : r) sum += p, n++;
-  if (n == 0) return sum;
-  const dxy middle = sum / n;
-  double most = -1;
+    for (size_t i = 0; i < r.size(); i++) {
+      const dxy p = r[i] - o, q = r[(i + 1) % r.size()] - o;
+      const double c = p.x * q.y - q.x * p.y;
+      A += c / 2;
+      Sx += c * (p.x + q.x) / 6, Sy += c * (p.y + q.y) / 6;
+      Sxx += c * (p.x * p.x + p.x * q.x + q.x * q.x) / 12;
+      Syy += c * (p.y * p.y + p.y * q.y + q.y * q.y) / 12;
+      Sxy += c * (p.x * q.y + 2 * p.x * p.y + 2 * q.x * q.y + q.x * p.y) / 24;
+    }
+  if (A == 0) return o;
+  const dxy m{Sx / A, Sy / A};
+  const double vx = Sxx / A - m.x * m.x, vy = Syy / A - m.y * m.y, vxy = Sxy / A - m.x * m.y;
+  const double theta = 0.5 * std::atan2(2 * vxy, vx - vy);
+  const dxy axis{std::cos(theta), std::sin(theta)};
+  double low = 0, high = 0;
   for (const MapRing& r : s.rings)
     for (const dxy& p : r) {
-      const dxy d = p - middle;
-      const double l = std::hypot(d.x, d.y) + 1e-3 * (d.x + d.y);
-      if (l > most) most = l, far = d;
+      const dxy d = p - o - m;
+      const double u = d.x * axis.x + d.y * axis.y;
+      low = std::min(low, u), high = std::max(high, u);
     }
-  return middle + far * (number % 2 == 0 ? 0.75 : -0.75);
+  return o + m + axis * (0.8 * (number % 2 == 0 ? low : high));
 }
 }  // namespace
 
@@ -235,7 +245,7 @@ void put_histograms(std::ostream& os, const std::string& label, const DZHistogra
   if (!(reach > 0)) return;
   constexpr double LEFT = 60, W = 600, H = 110, GAP = 16;
   const bool both = reach_of(before) > 0 && reach_of(after) > 0;
-  put_svg_begin(os, LEFT + W + 30, (both ? 2 : 1) * (H + GAP) + 34, label);
+  put_svg_begin(os, LEFT + W + 30, (both ? 2 : 1) * (H + GAP) + 44, label);
   double y = GAP;
   const auto panel = [&](const DZHistogram& h, const char* name, const char* fill) {
     if (!(reach_of(h) > 0)) return;
@@ -264,7 +274,7 @@ void put_drift(std::ostream& os, const std::string& label, const std::vector<Dri
     for (size_t i = 0; i < l.t.size(); i++)
       t0 = std::min(t0, l.t[i]), t1 = std::max(t1, l.t[i]), vmax = std::max(vmax, std::fabs(l.v[i]));
   if (!(t1 > t0 && vmax > 0)) return;
-  constexpr double LEFT = 70, W = 640, H = 110, TOP = 14;
+  constexpr double LEFT = 70, W = 640, H = 110, TOP = 18;
   put_svg_begin(os, LEFT + W + 20, H + TOP + 26, label);
   const auto X = [&](double t) { return LEFT + (t - t0) / (t1 - t0) * W; };
   const auto Y = [&](double v) { return TOP + H / 2 - v / vmax * H / 2; };
@@ -272,19 +282,16 @@ void put_drift(std::ostream& os, const std::string& label, const std::vector<Dri
     os << "<path d=\"M" << num(LEFT) << ' ' << num(Y(v)) << " h" << num(W) << "\" stroke=\"#999\"/>\n";
     put_text(os, LEFT - 4, Y(v) + 4, (v < 0 ? "\u2212" : "") + num(std::fabs(v), vmax < 0.1 ? 4 : 3), "end");
   }
-  size_t k = 0;
   double last = -1e300;  // names stand apart
   for (const DriftLine& l : lines) {
     if (l.t.empty()) continue;
-    os << "<polyline fill=\"none\" stroke=\"#000\" stroke-width=\"1.5\" stroke-dasharray=\""
-       << DASHES[k++ % std::size(DASHES)] << "\" points=\"";
+    os << "<polyline fill=\"none\" stroke=\"#000\" stroke-width=\"1.5\" points=\"";
     for (size_t i = 0; i < l.t.size(); i++) os << num(X(l.t[i])) << ',' << num(Y(l.v[i])) << ' ';
     os << "\"><title>" << html_text(l.name) << "</title></polyline>\n";
     const double x = (X(l.t.front()) + X(l.t.back())) / 2;
-    if (x - last < 14) continue;
+    if (x - last < 18) continue;
     last = x;
-    const double v = l.v[l.v.size() / 2];
-    put_label(os, x, Y(v) + (v > 0 ? 13 : -5), l.name, "middle");
+    put_text(os, x, TOP - 4, l.name, "middle");
   }
   put_text(os, LEFT, TOP + H + 18, "0 s");
   put_text(os, LEFT + W, TOP + H + 18, num(t1 - t0, 0) + " s", "end");

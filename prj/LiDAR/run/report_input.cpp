@@ -14,7 +14,7 @@ namespace {
 std::vector<MapSwath> outlines_of(const Project& prj, const TileInfo& frame) {
   constexpr double PIXELS = 1500;  // that the map may have along its longer side
   const double mTsize = static_cast<double>(prj.scale.mTsize),
-               tolerance = std::max(mTsize, std::max(frame.nx, frame.ny) * mTsize * mTsub / PIXELS);
+               tolerance = std::max(0.75 * mTsize, std::max(frame.nx, frame.ny) * mTsize * mTsub / PIXELS);
   const std::vector<SwathId> ids = prj.swaths.ids();
   std::vector<MapSwath> list(ids.size());
   run_units(static_cast<int64_t>(ids.size()), NTHREADSIO, [&](int64_t i, int) {
