@@ -1,6 +1,6 @@
 // fuzz/fuzz_trajectories.cpp
-// Trajectories of all formats and geoid grids. The first byte says which, the second how text is to be read; samples
-// that a reader gives must be finite and in order of time.
+// Trajectories of all formats and geoid grids. The first byte says which (or FUZZ_KIND, for one of them alone), the second
+// how text is to be read; samples that a reader gives must be finite and in order of time.
 #include <unistd.h>
 
 #include <cmath>
@@ -50,13 +50,16 @@ void try_geoid(const std::string& name) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   if (nbytes < 2) return 0;
   set_console(false);
-  const char* const suffixes[] = {".out", ".trj", ".sol", ".bin", ".pof", ".txt", ".las", "_geoid.bin"};
-  const size_t kind = bytes[0] % std::size(suffixes);
+  const char* const suffixes[] = {".out", ".trj", ".sol", ".bin",       ".pof",
+                                  ".txt", ".las", ".laz", "_geoid.bin", "_geoid.gtx"};
+  constexpr size_t NTRAJECTORIES = 8;
+  static const char* const only = std::getenv("FUZZ_KIND");
+  const size_t kind = (only ? static_cast<size_t>(std::atoi(only)) : bytes[0]) % std::size(suffixes);
   const std::string name = fuzz_file(bytes + 2, nbytes - 2, suffixes[kind]);
-  if (kind + 1 == std::size(suffixes))
-    try_geoid(name.substr(0, name.size() - 4));
-  else
+  if (kind < NTRAJECTORIES)
     try_trajectory(name, bytes[1]);
+  else
+    try_geoid(name.substr(0, name.size() - 4));
   unlink(name.c_str());
   return 0;
 }

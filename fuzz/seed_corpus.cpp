@@ -57,7 +57,8 @@ void write_project_texts() {
 
 // Twenty records of a flight in each format of trajectories; the first byte is the format, the second the options.
 void write_trajectories() {
-  std::vector<uint8_t> sbet = {0, 9}, trj = {1, 9}, sol = {2, 9}, bin = {3, 9}, pof = {4, 9}, geoid = {7, 0};
+  std::vector<uint8_t> sbet = {0, 9}, trj = {1, 9}, sol = {2, 9}, bin = {3, 9}, pof = {4, 9}, geoid = {8, 0},
+                       gtx = {9, 0};
   const size_t trj_head = trj.size(), pof_head = pof.size();
   put(trj, trj_head + 1375, uint8_t(0));
   std::memcpy(&trj[trj_head], "TSCANTRJ", 8);
@@ -93,11 +94,62 @@ void write_trajectories() {
   for (const double v : {48.0, 15.0, 0.05, 0.05}) put(geoid, geoid.size(), v);
   for (const int32_t v : {5, 5, 0}) put(geoid, geoid.size(), v);
   for (int k = 0; k < 25; k++) put(geoid, geoid.size(), 46.0F);
+  const auto put_swapped = [&gtx](const auto& value) {  // GTX is big-endian
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&value);
+    for (size_t k = sizeof value; k-- > 0;) gtx.push_back(bytes[k]);
+  };
+  for (const double v : {48.0, 15.0, 0.05, 0.05}) put_swapped(v);
+  for (const int32_t v : {5, 5}) put_swapped(v);
+  for (int k = 0; k < 25; k++) put_swapped(46.0F);
   const std::pair<const char*, std::vector<uint8_t>*> files[] = {
-      {"sbet", &sbet}, {"trj", &trj}, {"sol", &sol}, {"bin", &bin}, {"pof", &pof}, {"geoid", &geoid}};
+      {"sbet", &sbet}, {"trj", &trj},     {"sol", &sol}, {"bin", &bin},
+      {"pof", &pof},   {"geoid", &geoid}, {"gtx", &gtx}};
   for (const auto& [name, bytes] : files) write("trajectories", name, *bytes);
   write("trajectories", "text", text);
   write("trajectories", "plain", plain);
+}
+
+// Texts of systems behind a 0; key directories, doubles and text behind a 1 and the lengths of the first two in units of 8.
+void write_systems() {
+  const char* const texts[] = {
+      "EPSG:25833",
+      "EPSG:2154+5720",
+      "+proj=utm +zone=33 +datum=WGS84 +units=m",
+      "+proj=somerc +lat_0=46.95 +lon_0=7.44 +k_0=1 +x_0=2600000 +y_0=1200000 +ellps=bessel "
+      "+towgs84=674,15,405,0,0,0,0",
+      "PROJCS[\"p\",GEOGCS[\"g\",DATUM[\"d\",SPHEROID[\"WGS "
+      "84\",6378137,298.257223563],TOWGS84[1,2,3,0,0,0,0]],"
+      "PRIMEM[\"Greenwich\",0],UNIT[\"degree\",0.0174532925199433]],PROJECTION[\"Transverse_Mercator\"],"
+      "PARAMETER[\"latitude_of_origin\",0],PARAMETER[\"central_meridian\",15],PARAMETER[\"scale_factor\",0."
+      "9996],"
+      "PARAMETER[\"false_easting\",500000],PARAMETER[\"false_northing\",0],UNIT[\"metre\",1]]",
+      "PROJCS[\"p\",GEOGCS[\"g\",DATUM[\"D_d\",SPHEROID[\"s\",6378137.0,298.257222101]],PRIMEM[\"Greenwich\","
+      "0.0],"
+      "UNIT[\"Degree\",0.0174532925199433]],PROJECTION[\"Lambert_Conformal_Conic\"],"
+      "PARAMETER[\"False_Easting\",700000.0],PARAMETER[\"False_Northing\",6600000.0],"
+      "PARAMETER[\"Central_Meridian\",3.0],PARAMETER[\"Standard_Parallel_1\",49.0],"
+      "PARAMETER[\"Standard_Parallel_2\",44.0],PARAMETER[\"Latitude_Of_Origin\",46.5],UNIT[\"Foot_US\",0."
+      "3048006096]]",
+      "PROJCRS[\"p\",BASEGEOGCRS[\"g\",DATUM[\"d\",ELLIPSOID[\"e\",6378137,298.257222101]]],CONVERSION[\"c\","
+      "METHOD[\"Albers Equal Area\",ID[\"EPSG\",9822]],PARAMETER[\"Latitude of false origin\",23,"
+      "ANGLEUNIT[\"degree\",0.0174532925199433]]],CS[Cartesian,2],AXIS[\"x\",east],AXIS[\"y\",north],"
+      "LENGTHUNIT[\"metre\",1]]"};
+  int n = 0;
+  for (const std::string text : texts)
+    write("crs", "text" + std::to_string(n++), std::string(1, '\0') + text);
+  const std::vector<std::vector<uint16_t>> directories = {
+      {1, 1, 0, 4, 1024, 0, 1, 1, 3072, 0, 1, 25833, 3076, 0, 1, 9001, 4099, 0, 1, 9003},
+      {1,    1, 0, 7, 1024, 0,     1, 1, 3072, 0,     1, 32767, 3074, 0,     1, 32767,
+       3075, 0, 1, 1, 3080, 34736, 1, 0, 3082, 34736, 1, 1,     3092, 34736, 1, 2}};
+  for (const std::vector<uint16_t>& shorts : directories) {
+    const bool numbers = shorts.size() > 20;
+    std::vector<uint8_t> bytes = {1, static_cast<uint8_t>(shorts.size() / 4),
+                                  static_cast<uint8_t>(numbers ? 3 : 0)};
+    for (const uint16_t v : shorts) put(bytes, bytes.size(), v);
+    if (numbers)
+      for (const double v : {15.0, 500000.0, 0.9996}) put(bytes, bytes.size(), v);
+    write("crs", "keys" + std::to_string(n++), bytes);
+  }
 }
 
 // A whole file: header, the LAZ record if there is a scheme, points.
@@ -174,7 +226,15 @@ int main(int argc, char** argv) {
       const std::vector<uint8_t> file = file_of(format, &scheme, records, n);
       write("reader", name + ".laz", file);
       write("header", name + ".laz", file);
-      write("reader", name + ".las", file_of(format, nullptr, records, n));
+      const std::vector<uint8_t> plain = file_of(format, nullptr, records, n);
+      write("reader", name + ".las", plain);
+      if (format == 1 || format == 6)  // trajectories as points, with attributes or without
+        for (const bool coded : {false, true}) {
+          std::vector<uint8_t> track = {uint8_t(coded ? 7 : 6), 9};
+          const std::vector<uint8_t>& points = coded ? file : plain;
+          track.insert(track.end(), points.begin(), points.end());
+          write("trajectories", name + (coded ? ".laz" : ".las"), track);
+        }
       std::vector<uint8_t> table = {0, 0, 0, 60, 0, 0, 0, 0};
       table.resize(16 + 1500);
       put(table, 8, uint64_t(1508));
@@ -228,5 +288,6 @@ int main(int argc, char** argv) {
   write("index", "cut", std::vector<uint8_t>(full.begin(), full.begin() + 2000));
   write_project_texts();
   write_trajectories();
+  write_systems();
   return 0;
 }

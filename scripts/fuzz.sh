@@ -2,12 +2,12 @@
 # Builds the fuzz harnesses and runs one after the other for SECONDS in all (first argument, default 480), from
 # made inputs and what earlier runs found. Further arguments: the harnesses to run, default all.
 # Ends with 1 if one found a fault; the input is then kept as crash_* in the build directory.
-# FUZZ_BUILD: the build directory, default build/fuzz.
+# FUZZ_BUILD: the build directory, default build/fuzz. FUZZ_KIND: of a harness for several formats that one alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-480}
 shift || true
-harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists caches trajectories}
+harnesses=${*:-header vlrs reader text index chunk_table pointwise layered options tags lists caches trajectories crs}
 # shellcheck disable=SC2086
 each=$((seconds / $(wc -w <<<"$harnesses")))
 build=${FUZZ_BUILD:-build/fuzz}
