@@ -81,6 +81,13 @@ Pose true_pose(const FlightPlan& plan, double t) {
   return line_pose(plan, plan.lines.back(), t);
 }
 
+double drift_factor(const DriftModel& model, double t) {
+  const double step = 0.5 * model.tau;
+  const double inside = std::min(t - model.t_bad0, model.t_bad1 - t) / step + 1;
+  const double f = std::clamp(inside, 0.0, 1.0);
+  return 1 + (model.worse - 1) * f * f * (3 - 2 * f);
+}
+
 Drift drift_at(const DriftModel& model, double t) {
   constexpr int N = 12;  // sinusoids: enough for a process that is near to normal
   double v[6];
@@ -92,7 +99,7 @@ Drift drift_at(const DriftModel& model, double t) {
       const double f = 1.6 * std::tan(0.45 * M_PI * u) / (2 * M_PI * model.tau);
       sum += std::sin(2 * M_PI * (std::min(f, 1 / model.tau) * t + sim_cell(model.seed, k, c, 201)));
     }
-    v[c] = sum * std::sqrt(2.0 / N);
+    v[c] = sum * std::sqrt(2.0 / N) * drift_factor(model, t);
   }
   return {{model.pos_sd.x * v[0], model.pos_sd.y * v[1], model.pos_sd.z * v[2]},
           {model.att_sd.x * v[3], model.att_sd.y * v[4], model.att_sd.z * v[5]}};

@@ -47,7 +47,11 @@ struct DriftModel {
   dxyz pos_sd{0, 0, 0};  // m, standard deviation east, north, up
   dxyz att_sd{0, 0, 0};  // radians, roll, pitch, heading
   double tau = 45;       // s, correlation time
+  // From t_bad0 to t_bad1 it is `worse` times as large, with a smooth step of tau / 2 on both sides.
+  double worse = 1;
+  double t_bad0 = 0, t_bad1 = 0;  // s
 };
+double drift_factor(const DriftModel& model, double t);
 struct Drift {
   dxyz pos, att;  // recorded less true
 };

@@ -16,7 +16,12 @@ Terrain make_terrain(const SimSpec& spec) {
 }
 
 DriftModel make_drift(const SimSpec& spec) {
-  return {spec.seed * 1000 + 29, spec.drift_pos, spec.drift_att_deg * RAD_PER_DEG, spec.drift_tau};
+  DriftModel model = {spec.seed * 1000 + 29, spec.drift_pos, spec.drift_att_deg * RAD_PER_DEG,
+                      spec.drift_tau};
+  const FlightPlan plan = make_plan(spec);
+  const FlightLine& bad = plan.lines[std::min<size_t>(1, plan.lines.size() - 1)];
+  model.worse = spec.drift_worse, model.t_bad0 = bad.t0, model.t_bad1 = bad.t1;
+  return model;
 }
 
 dxyz boresight_of(const SimSpec& spec, int channel) {

@@ -62,6 +62,8 @@ struct SimSpec {
   dxyz drift_pos{0, 0, 0};      // m, east, north, up
   dxyz drift_att_deg{0, 0, 0};  // roll, pitch, yaw
   double drift_tau = 45;        // s
+  double drift_worse = 1;       // times as much drift over the second parallel line
+  bool accuracy = false;        // an accuracy file beside the SBET says how large drift is at each time
   // Ground control on open ground
   int ncontrol = 10;
   int ncheck = 6;

@@ -44,6 +44,21 @@ bool write_sbet(const SimSpec& spec, const std::vector<TrajSample>& samples, con
   return file.commit();
 }
 
+// A record a second: standard deviations of the drift at that time, as post-processing gives them.
+bool write_accuracy(const SimSpec& spec, const std::vector<TrajSample>& samples, const std::string& path) {
+  BinResultFile file;
+  if (!file.open(path)) return false;
+  const DriftModel drift = make_drift(spec);
+  const dxyz &pos = spec.drift_pos, &att = spec.drift_att_deg;
+  for (double t = 0; t < samples.back().t + 1; t++) {
+    const double f = drift_factor(drift, t), minutes = 60 * f;
+    const double record[10] = {spec.sow0 + t, f * pos.y, f * pos.x,       f * pos.z,       0.001,
+                               0.001,         0.001,     minutes * att.x, minutes * att.y, minutes * att.z};
+    if (!file.write(record, sizeof record)) return false;
+  }
+  return file.commit();
+}
+
 // A column per letter; letters that mean nothing are filled with zeros. Heading from true north in geographic
 // coordinates, else from grid north.
 bool write_text(const SimSpec& spec, const std::vector<TrajSample>& samples, double unit,
@@ -119,6 +134,7 @@ bool write_trajectory(const SimSpec& spec, const FlightPlan& plan, const std::st
   const std::vector<TrajSample> samples = recorded_samples(spec, place, plan);
   if (spec.crs.empty() && spec.zone < 0 && !write_wkt(spec.zone, dir + "/crs.wkt")) return false;
   const std::string path = dir + "/" + trajectory_name(spec);
+  if (spec.accuracy && !write_accuracy(spec, samples, dir + "/smrmsg_" + trajectory_name(spec))) return false;
   if (!spec.traj_columns.empty()) return write_text(spec, samples, place.unit(), path);
   return spec.traj_format == "sbet" ? write_sbet(spec, samples, path)
                                     : write_records(spec, samples, place.unit(), path);

@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
   double seed = UNSET, land_seed = UNSET, nparallel = UNSET, ncross = UNSET, nref = UNSET, nchannel = UNSET,
          zone = UNSET;
   double ncontrol = UNSET, ncheck = UNSET;
-  double geographic = UNSET, generic = UNSET, geoid = UNSET;
+  double geographic = UNSET, generic = UNSET, geoid = UNSET, accuracy = UNSET;
   const Setting settings[] = {
       {"seed", &seed, "seed of landscape, motion and noise"},
       {"land_seed", &land_seed, "seed of the landscape, when another flight over it has another seed"},
@@ -65,6 +65,7 @@ int main(int argc, char** argv) {
       {"int_gen", &generic, "1: i1 to i7 are those of the generic model"},
       {"unit_z", &spec.unit_z, "m per unit of the heights in swaths"},
       {"geoid", &geoid, "1: heights of points count from a geoid"},
+      {"accuracy", &accuracy, "1: an accuracy file (smrmsg) beside the SBET"},
       {"east", &spec.east, "m, centre"},
       {"north", &spec.north, "m, centre"},
       {"ref_dx", &spec.ref_shift.x, "m, shift of the reference and the truth"},
@@ -98,6 +99,7 @@ int main(int argc, char** argv) {
       {"drift_roll", &spec.drift_att_deg.x, "degrees, drift of roll"},
       {"drift_pitch", &spec.drift_att_deg.y, "degrees, drift of pitch"},
       {"drift_yaw", &spec.drift_att_deg.z, "degrees, drift of heading"},
+      {"drift_worse", &spec.drift_worse, "times as much drift over the second line"},
       {"range_noise", &spec.range_noise, "m, range noise"},
       {"angle_noise", &spec.angle_noise_deg, "degrees, beam direction noise"},
   };
@@ -143,6 +145,7 @@ int main(int argc, char** argv) {
     if (c.value != UNSET) *c.target = static_cast<int>(c.value);
   if (geographic != UNSET) spec.traj_geographic = geographic != 0;
   if (geoid != UNSET) spec.geoid = geoid != 0;
+  if (accuracy != UNSET) spec.accuracy = accuracy != 0;
   if (generic != UNSET) spec.internal_generic = generic != 0;
   return check_spec(spec) && write_project(spec, dir) ? 0 : 1;
 }

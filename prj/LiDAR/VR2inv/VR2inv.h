@@ -38,6 +38,12 @@ struct InvSamples {  // where a swath has points: one sample per microtile. All 
   Vector<xyz> Att;   // degrees
 };
 
+struct DriftAccuracy {  // standard deviations of a trajectory at a time, as its processing has them
+  double t;             // s, synchronised
+  xyz T;                // m
+  xyz A;                // rad, roll, pitch, yaw
+};
+
 struct InvSwath {
   int group = 1;       // 1-based group; 0 for fixed swaths
   int channel = 0;     // laser channel
@@ -47,7 +53,8 @@ struct InvSwath {
   std::string name;    // for the tables
   double tmin = 0, tmax = 0;  // s, synchronised
   SwRot rot;
-  InvSamples samples;  // may be empty for fixed swaths
+  InvSamples samples;                   // may be empty for fixed swaths
+  std::vector<DriftAccuracy> accuracy;  // in order of time; empty: that of a good INS
 };
 
 struct InvInput {

@@ -177,6 +177,11 @@ struct NodePrior {
 };
 // c: component, position x y z, roll pitch yaw; Dt: s between nodes.
 NodePrior comp_NodePrior(const InvCalDrift& inv, int c, double Dt);
+// Standard deviation of a component of a swath's drift at a time, in units of that of the prior: 1 without accuracies. The
+// prior is that of x_k / ratio then.
+double drift_ratio(const InvCalDrift& inv, SwathId sw, int c, double t);
+// The same for the constant drift of its line: root of the mean square over the line's time.
+double line_ratio(const InvCalDrift& inv, SwathId sw, int c);
 
 // Rows of step 1 (VR2inv_rows.cpp): the parameters that the vectors of a pair touch, and their columns.
 struct PairSlots {

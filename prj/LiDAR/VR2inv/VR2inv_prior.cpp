@@ -45,13 +45,14 @@ bool fit_prior(InvCalDrift& inv) {
     const dxyz known = kind == 0 ? dxyz{INS_POS, INS_POS, INS_POS} : INS_ATT / DEG_PER_RAD;
     double sum = OWN, n = OWN;
     std::vector<uint8_t> done(inv.nTAnd, 0);
-    for (const SwState& w : inv.sw) {
+    for (const SwathId id : inv.sw.ids()) {
+      const SwState& w = inv.sw[id];
       if (!w.mobile || w.node0 < 0 || done[w.node0]) continue;
       done[w.node0] = 1;
       for (int c = 0; c < 3; c++) {
         if (!inv.FD[3 * kind + c]) continue;
         const int entry = inv.node_entry(w.node0) + 3 * kind + c;
-        const double s = axis(known, c) / boost, v = inv.x(entry);
+        const double s = line_ratio(inv, id, 3 * kind + c) * axis(known, c) / boost, v = inv.x(entry);
         const double var = inv.post.empty() ? 0 : inv.post(entry);
         sum += (v * v + var) / (s * s * mean_var(w.Dt));
         n++;
@@ -84,6 +85,38 @@ void set_smoothness(InvCalDrift& inv) {
   if (inv.prior.rate < SPRI_MAX && inv.prior.rate > 0) return;
   WARNING_MSG("IMU smoothness prior disabled");
   inv.prior.rate = 0;
+}
+
+double drift_ratio(const InvCalDrift& inv, SwathId sw, int c, double t) {
+  constexpr double LEAST = 0.1, MOST = 1000;  // formal standard deviations may be far too small
+  const std::vector<DriftAccuracy>& list = inv.in.swaths[sw].accuracy;
+  if (list.empty() || inv.par.Cpri0 > 0) return 1;
+  const auto value = [&](const DriftAccuracy& a) {
+    return c < 3 ? axis(a.T, c) / INS_POS : axis(a.A, c - 3) * DEG_PER_RAD / axis(INS_ATT, c - 3);
+  };
+  const auto next = std::upper_bound(list.begin(), list.end(), t,
+                                     [](double at, const DriftAccuracy& a) { return at < a.t; });
+  double ratio = 0;
+  if (next == list.begin() || next == list.end()) {
+    ratio = value(next == list.end() ? list.back() : *next);
+  } else {
+    const DriftAccuracy& before = *(next - 1);
+    const double f = (t - before.t) / (next->t - before.t);
+    ratio = (1 - f) * value(before) + f * value(*next);
+  }
+  return std::clamp(ratio, LEAST, MOST);
+}
+
+double line_ratio(const InvCalDrift& inv, SwathId sw, int c) {
+  constexpr int N = 8;
+  const InvSwath& s = inv.in.swaths[sw];
+  if (s.accuracy.empty()) return 1;
+  double sum = 0;
+  for (int i = 0; i < N; i++) {
+    const double ratio = drift_ratio(inv, sw, c, s.tmin + (i + 0.5) / N * (s.tmax - s.tmin));
+    sum += ratio * ratio;
+  }
+  return std::sqrt(sum / N);
 }
 
 double line_var(const InvCalDrift& inv, double T) { return inv.par.Cpri0 > 0 ? 1 : mean_var(T); }

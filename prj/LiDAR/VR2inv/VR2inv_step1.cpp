@@ -60,13 +60,16 @@ void add_P_drift_pri_con(const InvCalDrift& inv, System& sys) {
   LOG_LINE("add_P_drift_pri_con FTT=" << (inv.par.FA == 2) << " FAA=" << (inv.par.FA == 1));
   const dxyz T = prior_prec_T(inv), A = prior_prec_A(inv);
   std::vector<uint8_t> done(inv.nTAnd, 0);
-  for (const SwState& w : inv.sw) {
+  for (const SwathId id : inv.sw.ids()) {
+    const SwState& w = inv.sw[id];
     if (!w.mobile || w.node0 < 0 || done[w.node0]) continue;
     done[w.node0] = 1;
     const int entry = inv.node_entry(w.node0);
-    const double var = line_var(inv, w.Dt);
-    for (int c = 0; c < 3; c++) sys.add(entry + c, entry + c, axis(T, c) / var);
-    for (int c = 0; c < 3 && inv.drift_att; c++) sys.add(entry + 3 + c, entry + 3 + c, axis(A, c) / var);
+    for (int c = 0; c < (inv.drift_att ? 6 : 3); c++) {
+      const double ratio = line_ratio(inv, id, c);
+      sys.add(entry + c, entry + c,
+              (c < 3 ? axis(T, c) : axis(A, c - 3)) / (line_var(inv, w.Dt) * ratio * ratio));
+    }
   }
   LOG_LINE("Cal_TA STEP 1 TIME=" << watch.text());
 }

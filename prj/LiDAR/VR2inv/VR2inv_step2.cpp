@@ -147,19 +147,23 @@ bool is_sample(const InvSamples& m, uint64_t i) { return m.P[i].z != NODATA && m
 // The prior along each line: a process with the drift's standard deviation and correlation time.
 void add_line_prior(const InvCalDrift& inv, DriftEq& sys) {
   std::vector<uint8_t> done(inv.nTAnd, 0);
-  for (const SwState& w : inv.sw) {
+  for (const SwathId id : inv.sw.ids()) {
+    const SwState& w = inv.sw[id];
     if (!w.mobile || w.node0 < 0 || done[w.node0]) continue;
     done[w.node0] = 1;
     for (int c = 0; c < inv.TAstride; c++) {
       const NodePrior prior = comp_NodePrior(inv, c, w.Dt);
+      double r = drift_ratio(inv, id, c, w.t0);
       for (int i = 0; i < w.nt; i++) {
         const int node = w.node0 + i;
         const bool end = i == 0 || i + 1 == w.nt;
-        sys.add_diag(node, c, end ? prior.outer : prior.inner);
+        sys.add_diag(node, c, (end ? prior.outer : prior.inner) / (r * r));
         if (i + 1 == w.nt) continue;
-        sys.add_diag(node, c, prior.step);
-        sys.add_diag(node + 1, c, prior.step);
-        sys.nodes.block(node, node + 1)[c * sys.stride + c] -= prior.step;
+        const double next = drift_ratio(inv, id, c, w.t0 + (i + 1) * w.Dt);
+        sys.add_diag(node, c, prior.step / (r * r));
+        sys.add_diag(node + 1, c, prior.step / (next * next));
+        sys.nodes.block(node, node + 1)[c * sys.stride + c] -= prior.step / (r * next);
+        r = next;
       }
     }
   }
@@ -176,6 +180,7 @@ void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
     if (!inv.sw[s].mobile || inv.sw[s].node0 < 0) continue;
     nesw++;
     const InvSamples& m = inv.in.swaths[s].samples;
+    const bool accurate = !inv.in.swaths[s].accuracy.empty();
     uint64_t nsample = 0;
     for (uint64_t i = 0; i < m.P.size(); i++) nsample += is_sample(m, i);
     const double share =
@@ -183,13 +188,17 @@ void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
     for (uint64_t i = 0; i < m.P.size(); i++) {
       if (!is_sample(m, i)) continue;
       nep++;
-      dxyz var = {T.x * T.x + VAR_FLOOR.x, T.y * T.y + VAR_FLOOR.y, T.z * T.z + VAR_FLOOR.z};
+      double r[6];
+      for (int c = 0; c < 6; c++) r[c] = accurate ? drift_ratio(inv, s, c, m.t[i]) : 1;
+      const auto square = [](double v) { return v * v; };
+      dxyz var = {square(T.x * r[0]) + VAR_FLOOR.x, square(T.y * r[1]) + VAR_FLOOR.y,
+                  square(T.z * r[2]) + VAR_FLOOR.z};
       if (inv.drift_att) {
         const AttCols& J = inv.sw[s].A;
-        const auto add = [&](const xyz& j, float a) {
-          var += dxyz{j.x * a * j.x * a, j.y * a * j.y * a, j.z * a * j.z * a};
+        const auto add = [&](const xyz& j, double a) {
+          var += dxyz{square(j.x * a), square(j.y * a), square(j.z * a)};
         };
-        add(J.r[i], A.x), add(J.p[i], A.y), add(J.y[i], A.z);
+        add(J.r[i], A.x * r[3]), add(J.p[i], A.y * r[4]), add(J.y[i], A.z * r[5]);
       }
       const int n = add_nodes(inv, s, m.t[i], 1, inv.sw[s].A, i, entries, 0);
       add_square(sys, entries, n, {share / var.x, share / var.y, share / var.z});

@@ -14,6 +14,7 @@ struct CorrRun : SwathGeometry {
   POsync sync;
   CorrParam par;       // inv: after the options have been reconciled with the data
   GroupShifts groups;  // to control points, known before the inversion of all pairs (-gcp_grp)
+  SwathVector<std::vector<DriftAccuracy>> accuracy;  // of the trajectories, with par.accuracy
   InvResult res;
   std::vector<SwPair> qc_pairs;
   SwathVector<SCorrTbl> tables;

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_run.h"
+#include "prj/LiDAR/VR2proc/drift_accuracy.h"
 #include "prj/LiDAR/VR2proc/global_shift.h"
 #include "prj/LiDAR/VR2proc/independent_groups.h"
 #include "prj/LiDAR/VR2proc/inv_input.h"
@@ -174,9 +175,11 @@ bool register_again(const Project& prj, CorrRun& run) {
   return replace_sync_pairs(reg.nreg > 0 ? dut : run.par.dut, prj, run.sync);
 }
 
-// The vectors, less what the known shifts of groups make of them.
+// The vectors, less what the known shifts of groups make of them, and the accuracy of the trajectories.
 InvInput take_vectors(const Project& prj, CorrRun& run) {
   InvInput in = make_InvInput(prj, run.rot, run.samples, run.sync);
+  for (const SwathId s : prj.swaths.ids())
+    if (run.par.accuracy) in.swaths[s].accuracy = run.accuracy[s];
   in.shift0 = pair_shifts(prj, in.pairs, run.groups);
   return in;
 }
@@ -192,6 +195,7 @@ bool shift_groups(const Project& prj, CorrRun& run, InvInput& in) {
 
 bool invert(const Project& prj, CorrRun& run) {
   const Stopwatch watch;
+  if (run.par.accuracy) run.accuracy = read_drift_accuracy(prj, run.sync);
   InvInput in = take_vectors(prj, run);
   if (!shift_groups(prj, run, in)) return false;
   if (run.par.REG2) {

@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/POio/PO_accuracy.h"
 #include "prj/LiDAR/POio/POtime.h"
 #include "prj/LiDAR/inputs/inputs.h"
 
@@ -112,7 +113,11 @@ bool get_PO_files(const InputArgs& in, bool required, Project& prj) {
       ok = (g.list ? add_swathgrouplist_lof(files, {}, arg, group, in.rules)
                    : add_swathgrouplist(files, {}, arg, group, in.rules)) &&
            ok;
-    for (const std::string& file : files.name) prj.pofiles.push_back({file, group});
+    for (const std::string& file : files.name)
+      if (is_accuracy_file(file))
+        LOG_MSG("accuracy file " << file << " is no trajectory, left out of these");
+      else
+        prj.pofiles.push_back({file, group});
   }
   if (!ok) {
     ERROR_MSG("could not find all specified trajectory files, cannot proceed");

@@ -124,6 +124,10 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
            "allowed)"),
       real("po_tol", "", 0, 60, &o.correction.sync.tol, available, Theme::trajectory,
            "how far a swath may reach beyond its trajectory, s"),
+      boolean("po_acc", "", &o.correction.accuracy, available, Theme::trajectory,
+              "accuracy files beside SBETs (smrmsg) say how much drift is expected at each time, up to a "
+              "common factor "
+              "that the data give; not with -imu_err"),
   };
   rows.insert(rows.end(), std::begin(list), std::end(list));
 }
