@@ -325,7 +325,7 @@ bool resolve_crs(const std::string& text, GeoRefParam& g, std::string& cause) {
 
 bool resolve_geotiff(const GeoKeys& keys, GeoRefParam& g, std::string& cause) {
   LOG_ENTER("resolve_geotiff ncode=" << keys.code.size() << " nnumber=" << keys.numbers.size());
-  for (const auto& [key, value] : keys.code) LOG_LINE("key " << key << " = " << value);
+  for (const auto& entry : keys.code) LOG_LINE("key " << entry.first << " = " << entry.second);
   const Resolver r;
   const int model = keys.get(KEY_MODEL_TYPE), code = keys.get(KEY_PROJECTED);
   if (code == 0 && (model == 2 || model == 3)) {
