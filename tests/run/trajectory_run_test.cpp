@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 
@@ -214,5 +215,46 @@ TEST(TrajectoryRun, OneTrajectoryServesAllChannels) {
   const ScoredProject project("-channels 2");
   expect_good(project.align("-utm 33 -i L*_c0.las -i L*_c1.las -chgrp 0 1 -po traj.out -bore 0 0 0 0 8 0"),
               "");
+}
+
+// Two lines in one file, the second with a hole in it, come apart again: whole records, in their order.
+TEST(TrajectoryRun, SwathsCutByLinesAndGaps) {
+  const ScoredProject project;
+  const auto records = [&](const std::string& name) {
+    const std::string bytes = read_text(project.dir + "/" + name);
+    return bytes.substr(std::min<size_t>(peek<uint32_t>(bytes, 96), bytes.size()));
+  };
+  std::string all = read_text(project.dir + "/L01.las");
+  const size_t length = peek<uint16_t>(all, 105);
+  const std::string first = records("L01.las"), second = records("L02.las");
+  const size_t n = second.size() / length, hole0 = n / 3 * length, hole1 = n * 2 / 3 * length;
+  all += second.substr(0, hole0) + second.substr(hole1);
+  const uint64_t npoints = (all.size() - peek<uint32_t>(all, 96)) / length;
+  poke(all, 107, static_cast<uint32_t>(npoints));
+  if (all[25] == 4) poke(all, 247, npoints);
+  write_text(project.dir + "/all.las", all);
+  std::filesystem::create_directory(project.dir + "/cut");
+  const auto cut = [&](const char* gap) {
+    return project.program.run(Args("-cut -utm 33 -i all.las -po traj.out -cut_dist 100 -odir cut -cut_gap") +
+                               gap);
+  };
+  const RunOutput r = cut("1");
+  EXPECT_EQ(r.code, 0) << r.err;
+  EXPECT_TRUE(holds(r.out, "Recut 1 swaths due to time gaps, created 1 extra swaths")) << r.out;
+  const struct {
+    const char* name;
+    std::string from;
+  } files[] = {{"cut/all_c_1.las", first},
+               {"cut/all_c_2_x_1.las", second.substr(0, hole0)},
+               {"cut/all_c_2_x_2.las", second.substr(hole1)}};
+  for (const auto& f : files) {
+    const std::string part = records(f.name);
+    EXPECT_GT(part.size(), f.from.size() * 8 / 10) << f.name;  // the ends of a line may belong to its turns
+    EXPECT_NE(f.from.find(part), std::string::npos) << f.name;
+  }
+  EXPECT_FALSE(exists(project.dir + "/cut/all_c_2.las"));
+  const RunOutput whole = cut("0");
+  EXPECT_TRUE(holds(whole.err, "WARNING: 1 swaths have time gaps but extra cutting disabled")) << whole.err;
+  EXPECT_TRUE(exists(project.dir + "/cut/all_c_2.las"));
 }
 }  // namespace veld

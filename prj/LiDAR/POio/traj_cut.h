@@ -37,6 +37,7 @@ struct CutSegment {
 struct TrajCut {
   std::vector<CutSample> samples;
   std::vector<CutSegment> segments;  // in order of time
+  bool adj = false;                  // their times are adjusted standard GPS time
 };
 
 constexpr size_t MAX_TRAJ_SEGMENTS = 10000;

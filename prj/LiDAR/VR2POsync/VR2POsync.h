@@ -34,6 +34,8 @@ struct POsyncParam {
   bool ALL = false;     // also swaths without registration data
   bool ICH = false;     // channels are independent: no common time interval (-ich)
   float more = 0;       // s, read on each side beyond what is needed, for those who take it from the store
+  bool FP = false;      // the tracks of the swaths beside their footprints (-fp)
+  bool OUTOBJ = false;  // these as .obj too (-obj)
   bool reports = true;  // files of the synchronisation beside the project's name
   TrackStore* tracks = nullptr;  // of the run; none: every file is read
 };

@@ -169,6 +169,7 @@ bool cut_PO_smooth(const Project& prj, const POsyncParam& par, const TrajCutPara
   bool adj = false;
   if (!read_track(track, -2e307, 2e307, po, adj, nullptr)) return false;
   lines = cut_traj_yawdist(po, comp_PO_dt_stat(po, PO_PROJ, adj).dt, cut);
+  lines.adj = adj;
   if (lines.segments.empty()) {
     ERROR_MSG("no smooth segment found, PO file " << track.path);
     return false;

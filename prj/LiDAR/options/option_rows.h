@@ -22,7 +22,6 @@ constexpr Availability always(const Missing& m) { return {Availability::Kind::al
 
 // What is missing: subject, reason. One without a row left goes.
 inline constexpr Missing TRAJECTORY_FILES = {"trajectory files", "trajectories are not exported as they are"},
-                         CUTTING = {"cutting", "swaths are not cut by lines"},
                          SPLITTING = {"splitting", "swaths are not split into channels or beams"},
                          PULSE_FILES = {"pulse files", "pulse files are not written"},
                          GRIDDED_TILES = {"gridded tiles", "gridded tiles are not exported"},

@@ -98,8 +98,11 @@ void add_rows_inv(Options& o, std::vector<OptRow>& rows) {
            "export a displacement file as text, and stop", "*.dut"),
       flag("plot_po", "", &o.plot_po, available, Theme::command, "export the trajectory as text, and stop"),
       flag("cut", "", &o.cut, available, Theme::command,
-           "find the flight lines of the trajectory, write them as text, and stop"),
-      boolean("cut_gap", "", &o.cut_gap, setting(CUTTING), Theme::cut, "cut at time gaps within a line too"),
+           "find the flight lines of the trajectory, write them as text, cut the swaths (if there are any) "
+           "into a file "
+           "per line, and stop"),
+      boolean("cut_gap", "", &o.cut_gap, available, Theme::cut,
+              "cut swaths at gaps in time of more than a second within a line too"),
       boolean("keep_turns", "", &o.lines.keep, available, Theme::cut, "keep the turns between lines"),
       real("cut_yaw", "", 1, 180, &o.lines.dymax, available, Theme::cut,
            "largest change of heading along a line, degrees"),

@@ -75,7 +75,7 @@ void add_rows_out(Options& o, std::vector<OptRow>& rows) {
       boolean("report", "", &o.report, available, Theme::qc,
               "report of a correction on one page (_report.html)"),
       boolean("bb", "", &o.scanning.BB, available, Theme::qc, "bounding boxes and rectangles of swaths"),
-      boolean("fp", "", &o.scanning.FP, available, Theme::qc, "footprints of swaths"),
+      boolean("fp", "", &o.scanning.FP, available, Theme::qc, "footprints of swaths, and their tracks"),
       boolean("obj", "", &o.scanning.OUTOBJ, available, Theme::qc, "outlines as .obj too"),
       boolean("qc", "", &o.scanning.QC, available, Theme::qc, "relative QC of the overlaps"),
       flag("ics", "", &o.correction.geometry.ICS_r, available, Theme::qc,

@@ -257,6 +257,11 @@ const std::vector<OutputTable>& output_tables() {
        "footprints of the swaths: border edges of their microtiles, two corners each, m (-fp; .obj with "
        "-obj)",
        ""},
+      {"_sw_traj.txt", "X Y Z Time Swath# Group#",
+       "tracks of the swaths with -fp: where the platform was while they were scanned, a place a second "
+       "(.obj with -obj)",
+       "X, Y, Z: m, in the project's system\n"
+       "Time: s, synchronised"},
       {"_sw_mbr.geojson", "",
        "the rectangles with what is known of each swath, in longitude and latitude (WGS 84)", ""},
       {"_sw_mbr_prj.geojson", "", "the same in the project's coordinates", ""},

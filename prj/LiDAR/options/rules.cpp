@@ -80,6 +80,8 @@ void share_values(Options& o) {
   correction.geometry.AROT = correction.sync.AROT;
   ControlParam& control = scanning.control;
   control.gcp.obj = scanning.OUTOBJ;
+  correction.sync.FP = scanning.FP;
+  correction.sync.OUTOBJ = scanning.OUTOBJ;
   control.xyz.json = control.gcp.json;
   correction.inv.CALINTGEN = o.tuning.CALINTGEN;
   correction.inv.CALINTNOB = o.tuning.CALINTNOB;

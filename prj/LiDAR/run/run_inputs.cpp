@@ -1,5 +1,6 @@
 // From options to the project: coordinate system, tagged tree, commands, lists of files.
 #include <algorithm>
+#include <functional>
 
 #include "las/las_access.h"
 #include "lib/general/log.h"
@@ -9,6 +10,7 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
 #include "prj/LiDAR/VR2POsync/traj_commands.h"
+#include "prj/LiDAR/VR2proc/cut_swaths.h"
 #include "prj/LiDAR/inputs/georef_setup.h"
 #include "prj/LiDAR/inputs/own_outputs.h"
 #include "prj/LiDAR/inputs/tag_tree.h"
@@ -108,18 +110,9 @@ bool check_single_commands(const Run& run) {
   if (o.undo && references) WARNING_MSG("ignoring fixed swaths for undo command");
   if (o.cut && references) WARNING_MSG("ignoring fixed swaths for cut command");
   if (!o.cut && !o.plot_po) return true;
-  bool ok = true;
-  if (o.cut && !run.cl.in.mobile.empty()) {
-    ERROR_MSG(
-        "option -cut with swaths is not available yet: swaths are not cut by lines (without -i the lines "
-        "are written as text)");
-    ok = false;
-  }
-  if (run.prj.pofiles.size() != 1) {
-    ERROR_MSG("commands -cut and -plot_po require a single PO file input");
-    ok = false;
-  }
-  return ok;
+  if (run.prj.pofiles.size() == 1) return true;
+  ERROR_MSG("commands -cut and -plot_po require a single PO file input");
+  return false;
 }
 
 bool list_trajectories(Run& run) {
@@ -254,9 +247,13 @@ Step trajectory_commands(Run& run) {
   TrajCut lines;
   if (o.plot_po)
     return plot_PO(run.prj, o.correction.sync, o.correction.po_sub, run.prj.name) ? Step::done : Step::failed;
-  if (o.cut)
-    return cut_PO_smooth(run.prj, o.correction.sync, o.lines, OUTDIR, lines) ? Step::done : Step::failed;
-  return Step::on;
+  if (!o.cut) return Step::on;
+  CutParam par{{}, OUTDIR, "CUT", static_cast<double>(o.cut_gap)};
+  if (!parse_output_name(o.out, par.out) ||
+      !cut_PO_smooth(run.prj, o.correction.sync, o.lines, OUTDIR, lines))
+    return Step::failed;
+  const bool swaths = std::any_of(run.prj.swaths.begin(), run.prj.swaths.end(), std::mem_fn(&Swath::mobile));
+  return !swaths || cut_swaths_las(run.prj, lines, par) ? Step::done : Step::failed;
 }
 
 Step list_inputs(Run& run) {
