@@ -11,10 +11,10 @@
 
 namespace veld {
 namespace {
-constexpr uint64_t RECORD = 80;    // bytes
-constexpr double SPACING = 1;      // s, between records that are kept: they change slowly
-constexpr float MAX_POS = 1000;    // m, beyond which a record says nothing
-constexpr float MAX_ATT = 90;      // degrees
+constexpr uint64_t RECORD = 80;  // bytes
+constexpr double SPACING = 1;    // s, between records that are kept: they change slowly
+constexpr float MAX_POS = 1000;  // m, beyond which a record says nothing
+constexpr float MAX_ATT = 90;    // degrees
 constexpr float ARC_MINUTE = 1 / 60.0f;
 
 std::string lower_case(std::string text) {
@@ -29,7 +29,9 @@ bool within(const xyz& v, float most) {
 
 // False for a record that can't be.
 bool accuracy_of(const char* record, POaccuracy& a) {
-  const auto value = [&](int k) { return static_cast<float>(PO_field<double>(record, 8 * static_cast<size_t>(k))); };
+  const auto value = [&](int k) {
+    return static_cast<float>(PO_field<double>(record, 8 * static_cast<size_t>(k)));
+  };
   a.pos = {value(2), value(1), value(3)};
   a.att = {value(7) * ARC_MINUTE, value(8) * ARC_MINUTE, value(9) * ARC_MINUTE};
   return std::isfinite(a.t) && within(a.pos, MAX_POS) && within(a.att, MAX_ATT);

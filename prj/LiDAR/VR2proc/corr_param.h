@@ -26,10 +26,10 @@ struct BeamParam {  // calibration of the beams that share a file (-beam_param, 
 struct CorrParam {
   std::string dut;                    // base path of the DUT files: dut + ".dut", dut + "_idx.log"
   InvParam inv = {.ShiftRef = true};  // calibration, drift, priors and filters of the inversion
-  bool auto_dt = true;  // the drift interval is worked out from the data (-drift auto); else inv.dt stands
+  bool auto_dt = true;   // the drift interval is worked out from the data (-drift auto); else inv.dt stands
   bool accuracy = true;  // drift is expected as the accuracy files beside the trajectories say (-po_acc)
-  bool REG2 = true;     // register again about what was found, and invert that (-reg2)
-  POsyncParam sync;     // matching of swaths and trajectories
+  bool REG2 = true;      // register again about what was found, and invert that (-reg2)
+  POsyncParam sync;      // matching of swaths and trajectories
   ManualParam manual;
   BeamParam beams;
   // Quality control.

@@ -44,9 +44,9 @@ SwathVector<std::vector<DriftAccuracy>> read_drift_accuracy(const Project& prj, 
       least = {std::min(least.x, a.pos.x), std::min(least.y, a.pos.y), std::min(least.z, a.pos.z)};
       most = {std::max(most.x, a.pos.x), std::max(most.y, a.pos.y), std::max(most.z, a.pos.z)};
     }
-    LOG_MSG("expected drift from accuracy file " << path << ": east " << least.x << " to " << most.x << ", north "
-                                                 << least.y << " to " << most.y << ", height " << least.z << " to "
-                                                 << most.z << " m (option -po_acc)");
+    LOG_MSG("expected drift from accuracy file " << path << ": east " << least.x << " to " << most.x
+                                                 << ", north " << least.y << " to " << most.y << ", height "
+                                                 << least.z << " to " << most.z << " m (option -po_acc)");
     for (const SwathId s : swaths)
       std::transform(records.begin(), records.end(), std::back_inserter(of_swath[s]), to_drift);
   }

@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "prj/LiDAR/POio/PO_accuracy.h"
 #include "prj/LiDAR/POio/POio.h"
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/POio/sbet_file.h"
@@ -476,6 +477,41 @@ TEST(ScanPO, AdjustedFlagFollowsTheTimes) {
     ASSERT_TRUE(scan_PO(path, par, scan));
     AUTO_ADJ = false;
     EXPECT_EQ(scan.tadj, r.adj) << r.t;
+  }
+}
+
+// Ten doubles a record, minutes of arc, a week that ends within, one record that says nothing, five a second.
+TEST(ReadAccuracy, RecordsOnTheClockOfTheTrajectory) {
+  TempDir dir;
+  std::string bytes;
+  for (int i = 0; i < 500; i++) {
+    const double t = std::fmod(604750 + 0.2 * i, 604800), up = i == 20 ? 0 : 0.04 + 0.0001 * i;
+    const double record[10] = {t, 0.02, 0.03, up, 0, 0, 0, 0.3, 0.36, 1.2};
+    bytes.append(reinterpret_cast<const char*>(record), sizeof record);
+  }
+  write_text(dir.path + "/SMRMSG_7.out", bytes);
+  EXPECT_EQ(accuracy_file_of(dir.path + "/sbet_7.out"), dir.path + "/SMRMSG_7.out");
+  EXPECT_EQ(accuracy_file_of(dir.path + "/sbet_8.out"), "");
+  EXPECT_TRUE(is_accuracy_file("a/smrmsg_x.out"));
+  POread par;
+  par.deltat = 1000, par.tinf = 605780, par.tsup = 605820;
+  std::vector<POaccuracy> list;
+  ASSERT_TRUE(read_accuracy(dir.path + "/SMRMSG_7.out", par, list));
+  EXPECT_LE(list.front().t, 605780);
+  EXPECT_GT(list.front().t, 605778);
+  EXPECT_GE(list.back().t, 605820);
+  EXPECT_LE(list.size(), 43u);
+  for (const POaccuracy& a : list) {
+    EXPECT_NEAR(a.pos.x, 0.03, 1e-7);
+    EXPECT_NEAR(a.pos.z, 0.04 + 0.0001 * (a.t - 605750) / 0.2, 1e-6);
+    EXPECT_NEAR(a.att.x, 0.005, 1e-7);
+    EXPECT_NEAR(a.att.z, 0.02, 1e-7);
+  }
+  for (const std::string& wrong : {bytes + "x", std::string(80, '\0'), std::string(800, '\0')}) {
+    write_text(dir.path + "/wrong_smrmsg.out", wrong);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(read_accuracy(dir.path + "/wrong_smrmsg.out", POread(), list));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("is not used"), std::string::npos);
   }
 }
 }  // namespace veld

@@ -202,6 +202,29 @@ TEST(Inversion, DriftBetweenStrips) {
     }
 }
 
+// A line that is announced to drift more than the others takes what is between them.
+TEST(Inversion, AnnouncedDriftIsLookedForWhereItIs) {
+  double known = 0, unknown = 0;
+  for (const unsigned seed : {1, 2, 3, 4}) {
+    SimParam s = flight(37);
+    s.drift_pos = {0.01, 0.01, 0.01};
+    s.strips[1].worse = 12;
+    s.seed = seed;
+    SimProject sim = simulate(s);
+    InvResult plain, told;
+    InvInput copy = sim.in;
+    ASSERT_TRUE(inv_CalTAWarp("", copy, with_drift(4), plain));
+    for (const SwathId id : sim.in.swaths.ids()) {
+      const float f = id.number == 1 ? 0.12f : 0.01f;
+      for (const double t : {-1e6, 1e6})
+        sim.in.swaths[id].accuracy.push_back({t, {f, f, f}, {1e-4f, 1e-4f, 1e-4f}});
+    }
+    ASSERT_TRUE(inv_CalTAWarp("", sim.in, with_drift(4), told));
+    unknown += norm(corrected_error(sim, plain).rms), known += norm(corrected_error(sim, told).rms);
+  }
+  EXPECT_LT(known, 0.8 * unknown);
+}
+
 TEST(Inversion, DriftAgainstReferencesIsAbsolute) {
   for (bool att : {false, true}) {
     SCOPED_TRACE(att);

@@ -68,11 +68,11 @@ struct Flight {
     return {2.5 * std::sin(t / 2.7), 2 + 1.5 * std::sin(t / 4.1), s.heading + 2 * std::sin(t / 6.3)};
   }
   dxyz O_rec(double t) const {
-    const dxyz& a = par.drift_pos;
+    const dxyz a = par.drift_pos * s.worse;
     return O(t) + const_pos + dxyz{a.x * drift[0].at(t), a.y * drift[1].at(t), a.z * drift[2].at(t)};
   }
   dxyz Att_rec(double t) const {
-    const dxyz& a = par.drift_att;
+    const dxyz a = par.drift_att * s.worse;
     return Att(t) + dxyz{a.x * drift[3].at(t), a.y * drift[4].at(t), a.z * drift[5].at(t)};
   }
   // Where the point appears in the data of this strip.

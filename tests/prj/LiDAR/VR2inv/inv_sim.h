@@ -17,6 +17,7 @@ struct SimStrip {
   double height = 220;   // m above the datum
   int group = 1;
   bool fixed = false;
+  double worse = 1;  // times as much drift
 };
 
 struct SimParam {
