@@ -109,10 +109,7 @@ TEST_F(Messages, CommandsAndExclusions) {
       {"-undo -i a.las -r r.las",
        {"WARNING: ignoring fixed swaths for undo command",
         "ERROR: missing point correction file a_p2p_corr.laz"}},
-      {"-cut -i a.las -po t.out u.out",
-       {"ERROR: option -cut with swaths is not available yet: swaths are not cut by lines "
-        "(without -i the lines are written as text)",
-        "ERROR: commands -cut and -plot_po require a single PO file input"}},
+      {"-cut -i a.las -po t.out u.out", {"ERROR: commands -cut and -plot_po require a single PO file input"}},
       {"-cut -i a.las -r r.las -po t.out", {"WARNING: ignoring fixed swaths for cut command"}},
       {"-plot_po", {"ERROR: commands -cut and -plot_po require a single PO file input"}},
       {"-split zz -i a.las", {"ERROR: split argument error, argument must be in {sd,ch,sa,ud,id,cl,bi}"}},
