@@ -132,6 +132,18 @@ TEST(GroundControlRun, GroupsKeepToTheirOwnControl) {
   }
 }
 
+// Without displacements and trajectories the swaths are only shifted.
+TEST_F(GroundControl, ControlPointsAloneShiftTheSwaths) {
+  std::filesystem::create_directory(dir() + "/alone");
+  std::filesystem::create_directory(dir() + "/tmp");
+  const RunOutput r = project->program.run({"-corr", "-utm", "33", "-i", "L*.las", "-gcp", "gcp_all.txt",
+                                            "-out", "*_c.las", "-odir", "alone", "-tmpdir", "tmp"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_TRUE(holds(r.out, "GCP correction: 0.000 0.000 -0.0")) << r.out;
+  EXPECT_LT(std::fabs(mean_z("alone")), 0.08);  // from 0.14: the boresight is left
+  EXPECT_TRUE(holds(read_text(dir() + "/alone/project_report.html"), "Shift to the control points"));
+}
+
 TEST_F(GroundControl, TheDisplacementFileKeepsThePoints) {
   ASSERT_EQ(align("-gcp gcp.txt -gcp_sigma 0.02", "kept").code, 0);
   EXPECT_TRUE(holds(read_text(dir() + "/kept/project_idx.log"), "/gcp.txt"));

@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/VR2proc/corr_run.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 #include "prj/LiDAR/VR2proc/global_shift.h"
@@ -12,7 +13,8 @@ namespace veld {
 namespace {
 struct Requested {  // what the user gave
   bool S = false, CL = false, CB = false, CI = false, CDT = false, beams = false, attributes = false;
-  bool moves() const { return S || CL || CB || CI || CDT || beams; }
+  ControlShift control;  // to control points
+  bool moves() const { return S || CL || CB || CI || CDT || beams || control.CZ || control.CXYZ; }
   bool needs_track() const { return CL || CB || CI || CDT || beams || attributes; }
 };
 
@@ -27,6 +29,7 @@ Requested find_requested(const Project& prj, const CorrParam& par) {
     r.CI = r.CI || std::any_of(c.I.begin(), c.I.end(), [](float v) { return v != 0; });
   }
   r.CDT = par.manual.tcorr != 0;
+  r.control = control_shift(par);
   r.beams = !par.beams.sets.empty();
   r.attributes = par.rewrite.las_angle || par.rewrite.int_angle || par.rewrite.pitch || par.rewrite.time;
   return r;
@@ -49,6 +52,11 @@ void show_requested(const CorrParam& par, const Requested& r) {
         std::string("Calib(") + (r.CL ? "Lever " : "") + (r.CB ? "Bore " : "") + (r.CI ? "Int " : "") + ") ";
   if (r.beams) row += LOG_STR("BeamCalib(" << par.beams.sets.size() << " ch) ");
   if (r.S) row += "Shift ";
+  const char* const how = r.control.groups ? "group) " : "global) ";
+  if (r.control.CXYZ)
+    row += std::string("GCP_DXYZ(") + how;
+  else if (r.control.CZ)
+    row += std::string("GCP_DZ(") + how;
   if (r.CDT) row += "Delay ";
   LOG_LINE("Corrections: " << row);
   if (!r.moves()) LOG_MSG("geometric corrections disabled");
@@ -73,7 +81,20 @@ void take_pairs(const SwPairList& overlap, DUTidx& idx) {
   for (const auto& [a, b] : overlap) idx.pairs.push_back({a, b, 0});
 }
 
-// Shifts of whole swaths, without trajectories: no tables, no check.
+// Tables that move nothing by themselves, for swaths at whose control points only the shift counts.
+bool make_zero_tables(const Project& prj, const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables) {
+  for (const SwathId sw : swc) {
+    Vector<TIsxy> TI;
+    if (!read_LTidx_TI(prj.swaths[sw].cache, TI)) {
+      ERROR_MSG("missing/incompatible temp. tile files, swath " << prj.swaths[sw].path());
+      return false;
+    }
+    tables[sw].C.resize(TI.size(), Image<xyz>(mTsub, mTsub, xyz{0, 0, 0}));
+  }
+  return true;
+}
+
+// Shifts of whole swaths, without trajectories: no check of pairs.
 bool shift_alone(Project& prj, CorrRun& run, CorrResult& result) {
   for (const Swath& s : prj.swaths)
     if (s.mobile()) run.swc.push_back(s.id);
@@ -81,6 +102,13 @@ bool shift_alone(Project& prj, CorrRun& run, CorrResult& result) {
   run.tables = SwathVector<SCorrTbl>(prj.swaths);
   for (const SwathId sw : run.swc) run.tables[sw].T0 = {0, 0, 0};
   add_T0_manual(prj, run.par.manual, run.swc, run.tables);
+  if (!run.par.points.gcp.empty() || !run.par.points.xyz.empty()) {
+    if (!make_zero_tables(prj, run.swc, run.tables) ||
+        !corr_control_T0_SCorr(prj, run.par.control, run.par.points, control_shift(run.par), run.swc,
+                               run.tables, result.control))
+      return false;
+    result.points = moved_control(prj, run.par.points, result.control);
+  }
   display_global_shift(run.swc, run.tables);
   if (run.par.opo || run.par.oposeg || run.par.ocorr) {
     ERROR_MSG("corrected trajectories are wanted, but there is none (option -po)");
