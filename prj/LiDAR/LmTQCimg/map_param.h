@@ -36,6 +36,13 @@ struct MapParam {
   int p_size = 100, h_size = 100;  // pixels
 };
 
+struct GtileParam {   // gridded tiles as files
+  bool raw = false;   // of the swaths as they are (-ogtile)
+  bool corr = false;  // with their corrections (-ogtile_corr)
+  bool tiff = false;  // as TIFF with a world file too (-ogtile_tiff)
+  bool ref = false;   // of the references too (-ogtile_ref)
+};
+
 // What is drawn at all: nothing without a format.
 inline bool draws_maps(const MapParam& par) { return par.maps && par.img.any(); }
 inline bool draws_plots(const MapParam& par) { return par.plots && par.img.any(); }

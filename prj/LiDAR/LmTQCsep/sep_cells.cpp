@@ -8,45 +8,6 @@
 
 namespace veld {
 namespace {
-// The corrections of the microtiles of a tile and of one around it, interpolated between their centres.
-class CorrField {
- public:
-  CorrField(const SwGrid& grid, uint32_t XI, uint32_t YI, const SCorrTbl& corr)
-      : C_(SIDE, SIDE, xyz{0, 0, NODATA}) {
-    for (int y = 0; y < SIDE; y++)
-      for (int x = 0; x < SIDE; x++) {
-        int64_t X = int64_t{XI} * mTsub + x - 1, Y = int64_t{YI} * mTsub + y - 1;
-        const int k = corr.C.empty() ? -1 : grid.tile_at(X >> mT_SUB_LEVEL, Y >> mT_SUB_LEVEL);
-        if (corr.C.empty()) C_(x, y) = corr.T0;
-        if (k < 0 || corr.C(k).empty()) continue;
-        const xyz& c = corr.C(k)(static_cast<int>(X & (mTsub - 1)), static_cast<int>(Y & (mTsub - 1)));
-        if (c.z != NODATA) C_(x, y) = c + corr.T0;
-      }
-  }
-  // At (x, y) microtiles from the tile's lower left corner. False without a correction there.
-  bool at(float x, float y, xyz& c) const {
-    const float u = std::clamp(x + 0.5f, 0.0f, SIDE - 1.001f), v = std::clamp(y + 0.5f, 0.0f, SIDE - 1.001f);
-    const int i = static_cast<int>(u), j = static_cast<int>(v);
-    const float fx = u - static_cast<float>(i), fy = v - static_cast<float>(j);
-    const float w[4] = {(1 - fx) * (1 - fy), fx * (1 - fy), (1 - fx) * fy, fx * fy};
-    float sum = 0;
-    c = {0, 0, 0};
-    for (int k = 0; k < 4; k++) {
-      const xyz& from = C_(i + (k & 1), j + (k >> 1));
-      if (from.z == NODATA) continue;
-      c += from * w[k];
-      sum += w[k];
-    }
-    if (sum < 0.25f) return false;
-    c /= sum;
-    return true;
-  }
-
- private:
-  static constexpr int SIDE = mTsub + 2;
-  Image<xyz> C_;
-};
-
 // The grid of a tile with a margin, at places between its pixels.
 struct Heights {
   Image<float> Z;
@@ -66,7 +27,7 @@ struct Heights {
 };
 
 // Height of a pixel with the correction; NODATA without.
-float corrected(const Heights& h, const CorrField& field, int x, int y, int dim, float GSD) {
+float corrected(const Heights& h, const TileCorr& field, int x, int y, int dim, float GSD) {
   xyz c;
   const float px = static_cast<float>(x), py = static_cast<float>(y), mt = 1 / static_cast<float>(dim);
   if (!field.at(px * mt, py * mt, c)) return NODATA;
@@ -87,14 +48,6 @@ bool SepCells::open(int x, int y, float cell) const {
          std::fabs(north - z) < most && std::hypot(east - west, north - south) < 2 * most;
 }
 
-float max_shift(const SCorrTbl& corr) {
-  float most = 0;
-  for (const Image<xyz>& tile : corr.C)
-    for (uint64_t i = 0; i < tile.size(); i++)
-      if (tile[i].z != NODATA) most = std::max({most, std::fabs(tile[i].x), std::fabs(tile[i].y)});
-  return most + std::max(std::fabs(corr.T0.x), std::fabs(corr.T0.y));
-}
-
 int sep_margin(int sub, float shift, float GSD) {
   return sub + 2 + static_cast<int>(std::min(shift / GSD, 1e6f));
 }
@@ -108,8 +61,8 @@ GridRead comp_cells(const SwGrid& grid, uint32_t XI, uint32_t YI, int sub, int m
   cells.Z.resize(side + 2, side + 2, NODATA);
   cells.S.resize(side + 2, side + 2, -1.0f);
   if (state != GridRead::heights) return state;
-  std::unique_ptr<CorrField> field;
-  if (corr) field = std::make_unique<CorrField>(grid, XI, YI, *corr);
+  std::unique_ptr<TileCorr> field;
+  if (corr) field = std::make_unique<TileCorr>(grid, XI, YI, *corr);
   // One code is smooth, however coarse it is.
   const float unit = GSD / 16, finest = std::min(1.0f, 0.999f * OPEN_ROUGHNESS / unit);
   for (int cy = 0; cy < side + 2; cy++)

@@ -19,7 +19,6 @@ constexpr float OPEN_ROUGHNESS = 0.1f;    // m, at most on open ground, unless a
 
 // Pixels around the tile that comp_cells needs: for shifts up to `shift` metres.
 int sep_margin(int sub, float shift, float GSD);
-float max_shift(const SCorrTbl& corr);  // m, along an axis in the plane
 
 // Cells of sub x sub pixels of the tile at (XI, YI). corr: of the swath, on its tiles; null: as it is. A point moves by
 // the correction c, so the height at p is that of the grid at p - c, plus c.z. Z keeps NODATA, and S -1, where

@@ -11,6 +11,7 @@
 #include "prj/LiDAR/LmTQCimg/tile_map.h"
 #include "prj/LiDAR/LmTQCsep/intensity_map.h"
 #include "prj/LiDAR/LmTQCsep/sep_cells.h"
+#include "prj/LiDAR/LmTgrid_w/grid_rows.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -21,12 +22,9 @@ constexpr float DARKEST = 0.55f;         // brightness of a colour over black gr
 constexpr float HARD_ROUGHNESS = 0.05f;  // m, at most on hard ground
 constexpr uint32_t MIN_CELL_POINTS = 3;  // that a range of heights needs
 
-struct SwathAt {  // a swath while rows of tiles cross it
-  SwathId sw;
-  int64_t YI0 = INT64_MAX, YI1 = -1;  // tiles, both ends inside
+struct SwathAt : GridRow {
   int margin = 0;
-  std::unique_ptr<SwGrid> grid;
-  std::unique_ptr<SwTiles> points;  // for the precision
+  std::unique_ptr<SwTiles> points;  // for the precision, while the grid is open
 };
 
 struct Separation {
@@ -53,39 +51,23 @@ int choose_sub(const Project& prj, const MapParam& map) {
 }
 
 bool list_swaths(Separation& s) {
-  for (const Swath& from : s.prj.swaths.present()) {
-    SwGrid grid;
-    if (from.state == SwathState::no_grid) continue;
-    if (!read_gZDSidx_tiles_idx(from.cache, grid) || static_cast<int>(grid.hdr.dim) != s.prj.scale.dim) {
-      LOG_LINE("<!> gridok sw=" << from.id);
-      continue;
-    }
-    SwathAt at;
-    at.sw = from.id;
-    for (const TIsxy& t : grid.TI)
-      at.YI0 = std::min<int64_t>(at.YI0, t.y), at.YI1 = std::max<int64_t>(at.YI1, t.y);
-    at.margin = sep_margin(s.sub, s.corr ? max_shift((*s.corr)[from.id]) : 0.0f, s.GSD);
+  for (GridRow& row : list_grid_rows(s.prj)) {
+    SwathAt at{std::move(row), 0, nullptr};
+    at.margin = sep_margin(s.sub, s.corr ? max_corr((*s.corr)[at.sw]) : 0.0f, s.GSD);
     s.swaths.push_back(std::move(at));
   }
-  if (s.swaths.empty()) ERROR_MSG("no gridded data available");
   return !s.swaths.empty();
 }
 
 // Opens what the row of tiles crosses and closes what lies behind it. False after an ERROR line.
 bool turn_swaths(Separation& s, int64_t YI) {
   for (SwathAt& at : s.swaths) {
-    const Swath& from = s.prj.swaths[at.sw];
-    if (YI < at.YI0 || YI > at.YI1) {
-      at.grid.reset();
-      at.points.reset();
-      continue;
-    }
-    if (at.grid) continue;
-    at.grid = std::make_unique<SwGrid>();
-    if (!s.corr) at.points = std::make_unique<SwTiles>();
-    if (read_gZDSidx_tiles_idx(from.cache, *at.grid) && (s.corr || read_SwTiles(from.cache, *at.points)))
-      continue;
-    ERROR_MSG("missing/incompatible temp. tile or grid files, swath " << from.path());
+    if (!turn_grid_row(s.prj, YI, at)) return false;
+    if (!at.grid) at.points.reset();
+    if (!at.grid || at.points || s.corr) continue;
+    at.points = std::make_unique<SwTiles>();
+    if (read_SwTiles(s.prj.swaths[at.sw].cache, *at.points)) continue;
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << s.prj.swaths[at.sw].path());
     return false;
   }
   return true;

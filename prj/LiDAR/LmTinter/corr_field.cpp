@@ -58,6 +58,37 @@ Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl&
   return Def;
 }
 
+TileCorr::TileCorr(const SwGrid& grid, uint32_t XI, uint32_t YI, const SCorrTbl& corr)
+    : C_(SIDE, SIDE, xyz{0, 0, NODATA}) {
+  for (int y = 0; y < SIDE; y++)
+    for (int x = 0; x < SIDE; x++) {
+      const int64_t X = int64_t{XI} * mTsub + x - 1, Y = int64_t{YI} * mTsub + y - 1;
+      const int k = corr.C.empty() ? -1 : grid.tile_at(X >> mT_SUB_LEVEL, Y >> mT_SUB_LEVEL);
+      if (corr.C.empty()) C_(x, y) = corr.T0;
+      if (k < 0 || corr.C(k).empty()) continue;
+      const xyz& c = corr.C(k)(static_cast<int>(X & (mTsub - 1)), static_cast<int>(Y & (mTsub - 1)));
+      if (c.z != NODATA) C_(x, y) = c + corr.T0;
+    }
+}
+
+bool TileCorr::at(float x, float y, xyz& c) const {
+  const float u = std::clamp(x + 0.5f, 0.0f, SIDE - 1.001f), v = std::clamp(y + 0.5f, 0.0f, SIDE - 1.001f);
+  const int i = static_cast<int>(u), j = static_cast<int>(v);
+  const float fx = u - static_cast<float>(i), fy = v - static_cast<float>(j);
+  const float w[4] = {(1 - fx) * (1 - fy), fx * (1 - fy), (1 - fx) * fy, fx * fy};
+  float sum = 0;
+  c = {0, 0, 0};
+  for (int k = 0; k < 4; k++) {
+    const xyz& from = C_(i + (k & 1), j + (k >> 1));
+    if (from.z == NODATA) continue;
+    c += from * w[k];
+    sum += w[k];
+  }
+  if (sum < 0.25f) return false;
+  c /= sum;
+  return true;
+}
+
 float max_corr(const SCorrTbl& corr) {
   float most = 0;
   for (const Image<xyz>& tile : corr.C)

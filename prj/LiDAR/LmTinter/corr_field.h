@@ -28,6 +28,18 @@ inline bool fits(const SCorrTbl& corr, const InterSwath& s) {
 Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl& c1, const SCorrTbl& c2,
                      const ToccTile& tile, float GSD, int J);
 
+// The correction within a tile at any place, between the centres of the microtiles of it and of those around it.
+class TileCorr {
+ public:
+  TileCorr(const SwGrid& grid, uint32_t XI, uint32_t YI, const SCorrTbl& corr);
+  // x, y: microtiles from the tile's lower left corner. False where the table has none.
+  bool at(float x, float y, xyz& c) const;
+
+ private:
+  static constexpr int SIDE = mTsub + 2;
+  Image<xyz> C_;
+};
+
 // Largest correction along an axis in the plane, m.
 float max_corr(const SCorrTbl& corr);
 // Level J alone, with a margin for displacements of as many metres and the spline, within one tile.

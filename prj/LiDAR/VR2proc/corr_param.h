@@ -36,6 +36,7 @@ struct CorrParam {
   bool QC = true;          // relative QC after correction (-qc)
   GeometryParam geometry;  // check of the geometry
   MapParam map;            // maps and plots of the check and of residuals
+  GtileParam gtile;        // gridded tiles as files
   PairFilter qc;           // pairs of the QC (-qc_grp, -qc_ref, -qc_ch, -dz_all); RDIM is not used
   // Global shifts.
   bool CGM = false;  // cancel the mean correction (-mean)

@@ -4,6 +4,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
+#include "prj/LiDAR/LmTQCsep/gtile_export.h"
 #include "prj/LiDAR/VR2proc/copy_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
@@ -131,6 +132,11 @@ bool QC_OUT_CORR(Project& prj, CorrRun& run, CorrResult& result) {
   result.points = moved_control(prj, run.par.points, result.control);
   log_output(run.par);
   note_shifts(run);
+  if (run.par.gtile.corr && !export_tiles_corr(prj, frame_of(run.sync.idx.area), run.par.gtile, run.par.map,
+                                               NTHREADS, &run.tables)) {
+    ERROR_MSG("failed to export corrected gridded tiles");
+    ok = false;
+  }
   if (!corr_swaths(prj, run, result)) {
     ERROR_MSG("at least one swath correction failed");
     ok = false;

@@ -24,7 +24,6 @@ constexpr Availability always(const Missing& m) { return {Availability::Kind::al
 inline constexpr Missing TRAJECTORY_FILES = {"trajectory files", "trajectories are not exported as they are"},
                          SPLITTING = {"splitting", "swaths are not split into channels or beams"},
                          PULSE_FILES = {"pulse files", "pulse files are not written"},
-                         GRIDDED_TILES = {"gridded tiles", "gridded tiles are not exported"},
                          BLENDING = {"blending", "remaining residuals are not spread over the swaths"},
                          TILING_ORDER = {"order of tiling",
                                          "references are always tiled after the mobile swaths"},

@@ -120,10 +120,6 @@ struct Options {
   int opls = 0;
   int oplz = 0;
   int report = 1;
-  int ogtile = 0;
-  int ogtile_corr = 0;
-  int ogtile_tiff = 0;
-  int ogtile_ref = 0;
   int porec = 0;
   bool all = false;
   int v_color = 3;

@@ -307,6 +307,17 @@ const std::vector<OutputTable>& output_tables() {
       {"_R", "", "map of the roughness, m (-fastqc -rmap)", "", true},
       {"_Z", "", "map of the elevation, m (-fastqc -zmap)", "", true},
       {"_S", "", "shaded relief (-fastqc -smap)", "", true},
+      {"_vr_gtile_X_Y.laz", "",
+       "gridded heights of a tile (-ogtile), X Y its lower left corner in whole units of the swaths: a point "
+       "per pixel and "
+       "swath, point source ID the swath's number + 1, user data the roughness in 16ths of the grid spacing, "
+       "intensity "
+       "the density code; only overlaps without -full",
+       ""},
+      {"_vr_gtile_X_Y.tif", "",
+       "the same as a raster (-ogtile_tiff): mean of the swaths at a pixel, m; with a world file", ""},
+      {"_corr_vr_gtile_X_Y.laz", "", "the same with the corrections applied (-ogtile_corr); .tif as well",
+       ""},
       {"_run.json", "", "summary of the run for programs; its fields stand in docs/run.schema.json", ""},
       {"_opt.xml", "", "the options of the run, an input for -opt from any directory", ""},
   };

@@ -62,6 +62,15 @@ const Rule EXCLUSIONS[] = {
        return o.correction.rewrite.las_angle && o.correction.rewrite.int_angle;
      },
      "options {-oa -oi} are mutually exclusive"},
+    {[](const Options& o, const GivenSet& g) {
+       return o.scanning.gtile.corr && !o.align && !o.align2 && !g.count("corr") && !g.count("calib");
+     },
+     "-ogtile_corr needs a correction (-align, -calib, -corr)"},
+    {[](const Options& o, const GivenSet&) {
+       const GtileParam& t = o.scanning.gtile;
+       return (t.tiff || t.ref) && !t.raw && !t.corr;
+     },
+     "-ogtile_tiff and -ogtile_ref need -ogtile or -ogtile_corr"},
     {[](const Options& o, const GivenSet&) { return o.scanning.map.dz_range > o.scanning.map.dz16_range; },
      "DZ_range>DZ16_range not allowed"},
     {[](const Options& o, const GivenSet&) { return o.align2 && o.dz_range_1 > o.dz16_range_1; },
@@ -75,6 +84,7 @@ void share_values(Options& o) {
   scanning.qcpairs.ALLDZ = scanning.regpairs.ALLDZ;
   scanning.map.vectors.color = COLOR_VECTOR + o.v_color;
   correction.map = scanning.map;
+  correction.gtile = scanning.gtile;
   correction.QC = scanning.QC;
   correction.qc = scanning.qcpairs;
   correction.geometry.AROT = correction.sync.AROT;

@@ -36,6 +36,7 @@ struct ScanParam {
   int Jend = 1;                       // final level, vertices every mTsize << Jend metres (-coarse)
   bool FASTQC = false;                // maps straight from the grids (-fastqc)
   MapParam map;                       // maps and plots of all stages
+  GtileParam gtile;                   // gridded tiles as files
   TransectParam transect;             // points in a box as text and from the side
   // Plots.
   bool BB = false;      // boxes and rectangles of the swaths (-bb)

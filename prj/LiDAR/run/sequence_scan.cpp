@@ -11,6 +11,7 @@
 #include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTQCimg/swath_maps.h"
+#include "prj/LiDAR/LmTQCsep/gtile_export.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTidx_w/dropmap.h"
@@ -288,7 +289,8 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
   w.DOFQC = par.FASTQC && (ovr || par.FULL);
   w.DOSEP = par.map.sep && ovr;
-  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || w.DOSEP || (par.CORR && (par.QC || par.REG2) && ovr);
+  w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || w.DOSEP || par.gtile.raw || par.gtile.corr ||
+             (par.CORR && (par.QC || par.REG2) && ovr);
   LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " OUTZ=" << par.map.OUTZ << " OUTD=" << par.map.OUTD
                   << " OUTS=" << par.map.OUTS << " OUTR=" << par.map.OUTR << " QC=" << par.QC
                   << " -> DOFQC=" << w.DOFQC << " DOREG=" << w.DOREG << " DOGRID=" << w.DOGRID);
@@ -361,6 +363,12 @@ bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, S
   return false;
 }
 
+bool export_tiles(const Project& prj, const ScanParam& par, const ScanResult& res) {
+  if (export_tiles_corr(prj, res.stat.frame, par.gtile, par.map, NTHREADS, nullptr)) return true;
+  ERROR_MSG("failed to export gridded tiles from original swaths");
+  return false;
+}
+
 bool separate_swaths(const Project& prj, const ScanParam& par, ScanResult& res) {
   if (save_separation(prj, res.stat.frame, par.map, NTHREADS, nullptr, res.separation)) return true;
   ERROR_MSG("swath separation failed");
@@ -422,6 +430,7 @@ bool grid_and_register(Project& prj, const ScanParam& par, const Tovr& ovr, cons
     prj.swaths.reject(id, SwathState::no_grid, "more memory needed than -mem");
   res.nmemory += static_cast<int>(grids.beyond.size());
   if (work.DOFQC && !fast_QC(prj, par, near, res)) return false;
+  if (par.gtile.raw && !export_tiles(prj, par, res)) return false;
   if (work.DOSEP && !separate_swaths(prj, par, res)) return false;
   if ((work.DOREG || work.DOQC) && !register_pairs(prj, par, work, near, res)) return false;
   return work.DOREG || QC_DUT_IDX(prj, par, res);
