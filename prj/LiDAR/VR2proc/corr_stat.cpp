@@ -144,9 +144,9 @@ bool Cimg_stat_corrtbl(const Project& prj, const std::vector<SwathId>& swc,
     const SCorrTbl& table = tables[sw];
     LOG_LINE("Cimg_stat_corrtbl sw=" << sw << " nt=" << table.C.size());
     for (uint64_t k = 0; k < table.C.size(); k++) {
-      const TIsxy& tile = index[sw].TI.val[k];
+      const TIsxy& tile = index[sw].TI[k];
       for (int m = 0; m < static_cast<int>(mTn); m++) {
-        const xyz& c = table.C.val[k].val[m];
+        const xyz& c = table.C[k][m];
         if (c.z == NODATA) continue;
         const dxyz v = to_dxyz(c + table.T0);
         const double x = tile_origin(geom, tile.x) + (m % mTsub + 0.5) * geom.mTsize;
