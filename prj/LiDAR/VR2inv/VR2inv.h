@@ -92,11 +92,12 @@ struct InvParam {
   int FA = 0;             // attitude mode (-fav_att): 0 symmetric, 1 favour attitude, 2 position
 
   // Priors.
-  float Cpri0 = 0;     // m, IMU error prior (-imu_err); 0: a good INS, or more when the data show it
-  float Spri = 0;      // smoothness prior (-imu_smooth), m/sqrt(h); 0: a correlation time of 120 s
-  float PriBoost = 1;  // divides the priors that are not given (-abs2rel)
-  bool Epri = true;    // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
-  bool RMSALL = true;  // RMS for priors of all displacements; else of the central 95 % alone (-rms_all)
+  float Cpri0 = 0;      // m, IMU error prior (-imu_err); 0: a good INS, or more when the data show it
+  float Spri = 0;       // smoothness prior (-imu_smooth), m/sqrt(h); 0: a correlation time of 120 s
+  double lever_sd = 0;  // m, error of a lever arm that is not calibrated: part of the boresight's uncertainty
+  float PriBoost = 1;   // divides the priors that are not given (-abs2rel)
+  bool Epri = true;     // the prior acts over the whole swath in step 2, not only at the nodes (-refine)
+  bool RMSALL = true;   // RMS for priors of all displacements; else of the central 95 % alone (-rms_all)
 
   // Filters.
   float Umax = 1;    // largest uncertainty of all pairs, multiple of GSD (-unc_max)

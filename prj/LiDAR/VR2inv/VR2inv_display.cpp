@@ -140,7 +140,7 @@ void comp_correlations(const InvCalDrift& inv, InvResult& res) {
 }
 
 // One parameter of two sets is not counted: channels that fly together have their difference far better determined than
-// what they share, and need no fewer parameters for that.
+// what they share, and need no fewer parameters for that; internals of swaths are tied to each other.
 void warn_correlations(const InvResult& res) {
   const auto parameter = [&](int i) {
     const std::string& name = res.cal_names[static_cast<size_t>(i)];
@@ -155,7 +155,7 @@ void warn_correlations(const InvResult& res) {
       ntoohigh += c > TOO_HIGH_CORR;
     }
   if (nhigh > 0) LOG_MSG(nhigh << " calibration correlation coefficients > 0.5");
-  if (ntoohigh > 0) ERROR_MSG(ntoohigh << " calibration correlation coefficients > 0.95");
+  if (ntoohigh > 0) WARNING_MSG(ntoohigh << " calibration correlation coefficients > 0.95");
 }
 
 // Uncertainty of row c of the table for the calibration set of a swath.

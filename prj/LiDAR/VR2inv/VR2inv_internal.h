@@ -166,10 +166,20 @@ bool fit_prior(InvCalDrift& inv);  // to the constants that step 1 found; false 
 // Variance of a line's mean drift in units of the drift's, by the line's time (s).
 double line_var(const InvCalDrift& inv, double T);
 void set_smoothness(InvCalDrift& inv);
-dxyz prior_prec_T(const InvCalDrift& inv);           // 1/m2
-dxyz prior_prec_A(const InvCalDrift& inv);           // 1/rad2
-void init_calib_prior(InvCalDrift& inv);             // col2 of all swaths
-Vector<double> calib_prior(const InvCalDrift& inv);  // diagonal of the first dimcal parameters
+dxyz prior_prec_T(const InvCalDrift& inv);  // 1/m2
+dxyz prior_prec_A(const InvCalDrift& inv);  // 1/rad2
+void init_calib_prior(InvCalDrift& inv);    // col2 of all swaths
+// Solves for the covariance of the calibration, under a drift of a good INS at least, then under the prior itself.
+bool solve_with_cov(InvCalDrift& inv, bool (*solve)(InvCalDrift&));
+struct CalibPrior {
+  Vector<double> own;  // by parameter, of the first dimcal: precision about 0
+  struct Tie {
+    int a, b;
+    double prec;  // of the difference of two parameters
+  };
+  std::vector<Tie> ties;
+};
+CalibPrior calib_prior(const InvCalDrift& inv);
 // A component of drift along a line is a process with exponential correlation. Its prior is the sum of
 // inner x_k^2 (outer at both ends) and step (x_k+1 - x_k)^2.
 struct NodePrior {

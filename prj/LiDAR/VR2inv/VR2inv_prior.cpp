@@ -1,6 +1,8 @@
 // Priors of drift: what a good INS is expected to do, and more where the data show more.
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <utility>
 
 #include "lib/general/log.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
@@ -67,6 +69,47 @@ bool fit_prior(InvCalDrift& inv) {
   }
   LOG_LINE("fit_prior T=" << inv.prior.T.x << " A=" << inv.prior.A.x * DEG_PER_RAD << " change=" << change);
   return change > SETTLED;
+}
+
+// At one height the boresight takes what is wrong with a lever arm that is not calibrated for its own.
+void add_lever_effect(InvCalDrift& inv) {
+  if (inv.cov.empty()) return;
+  const int angle_of[2] = {4, 3};  // X turns into pitch, Y into roll
+  for (int lever = 0; lever < 2; lever++) {
+    const int angle = angle_of[lever];
+    if (inv.FE[lever] || !inv.FE[angle]) continue;
+    for (int set = 0; set < inv.ncalext; set++) {
+      double square = 0, n = 0;  // of the height above ground, m2
+      for (const SwState& w : inv.sw) {
+        if (!w.mobile || !w.ext_on || w.ext_set != set) continue;
+        square += w.ext_col2[4].x + w.ext_col2[4].y;
+        n++;
+      }
+      const int entry = inv.ext0[angle] + set;
+      if (square > 0) inv.cov(entry, entry) += inv.par.lever_sd * inv.par.lever_sd * n / square;
+    }
+  }
+}
+
+// A few lines may fit a prior that is small by chance. What it shrinks is not better known for that.
+bool solve_with_cov(InvCalDrift& inv, bool (*solve)(InvCalDrift&)) {
+  const DriftPrior fitted = inv.prior;
+  if (inv.par.Cpri0 <= 0) {
+    const double boost = inv.par.PriBoost,
+                 s = std::max(1.0, INS_POS / boost / static_cast<double>(fitted.T.x));
+    const double a = std::max(1.0, INS_ATT.x / DEG_PER_RAD / boost / static_cast<double>(fitted.A.x));
+    inv.prior.T = to_xyz(to_dxyz(fitted.T) * s);
+    inv.prior.A = to_xyz(to_dxyz(fitted.A) * a);
+  }
+  inv.want_cov = true;
+  bool ok = solve(inv);
+  inv.want_cov = false;
+  inv.prior = fitted;
+  const Image<double> cov = inv.cov;
+  ok = ok && solve(inv);
+  inv.cov = cov;
+  if (ok) add_lever_effect(inv);
+  return ok;
 }
 
 void set_smoothness(InvCalDrift& inv) {
@@ -174,9 +217,13 @@ void init_calib_prior(InvCalDrift& inv) {
 }
 
 // Each calibration parameter moves the surface by some size or other, in the mean over the samples: externals by
-// as much as twice the displacements, internals by as much as drift may, the sixth by a third of that.
-Vector<double> calib_prior(const InvCalDrift& inv) {
-  Vector<double> prior(inv.dimcal, 0.0);
+// as much as twice the displacements, internals by as much as drift may, the sixth by a third of that. With internals
+// by swath those of a sensor are tied from swath to swath: it does not become another one in between. Free of each
+// other, they take the place of drift, and the block turns and bends.
+CalibPrior calib_prior(const InvCalDrift& inv) {
+  CalibPrior result;
+  Vector<double>& prior = result.own;
+  prior.resize(inv.dimcal, 0.0);
   for (int c = 0; c < 3 && inv.shift0 >= 0; c++) prior(inv.shift0 + c) = 1;
   const auto prec = [](const xyz& s) {
     return dxyz{1 / (s.x * s.x + VAR_FLOOR.x), 1 / (s.y * s.y + VAR_FLOOR.y), 1 / (s.z * s.z + VAR_FLOOR.z)};
@@ -190,6 +237,19 @@ Vector<double> calib_prior(const InvCalDrift& inv) {
     for (int c = 0; c < N_INTERNAL; c++)
       if (inv.FI[c]) prior(inv.int0[c] + w.int_set) += product(Wint, w.int_col2[c]) * (c == 5 ? 10 : 1);
   }
-  return prior;
+  constexpr double CHANGE = 0.01;  // of an internal from swath to swath, of what it may be
+  std::map<std::pair<int, int>, const SwState*> last;  // by group and channel
+  for (const SwathId s : inv.sw.ids()) {
+    const SwState& w = inv.sw[s];
+    if (!w.mobile) continue;
+    const SwState*& before = last[{inv.in.swaths[s].group, inv.in.swaths[s].channel}];
+    for (int c = 0; c < N_INTERNAL && before && before->int_set != w.int_set; c++) {
+      if (!inv.FI[c]) continue;
+      const int a = inv.int0[c] + before->int_set, b = inv.int0[c] + w.int_set;
+      result.ties.push_back({a, b, std::sqrt(prior(a) * prior(b)) / (2 * CHANGE * CHANGE)});
+    }
+    before = &w;
+  }
+  return result;
 }
 }  // namespace veld

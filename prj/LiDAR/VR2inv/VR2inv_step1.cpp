@@ -185,8 +185,13 @@ bool invert_Cal_TA(InvCalDrift& inv) {
   System sys{Image<double>(inv.dim, inv.dim, 0.0), Vector<double>(inv.dim, 0.0)};
   P_Y_calib_drift_con(inv, sys);
   if (inv.drift) add_P_drift_pri_con(inv, sys);
-  const Vector<double> prior = calib_prior(inv);
-  for (int i = 0; i < inv.dimcal; i++) sys.add(i, i, prior[i]);
+  const CalibPrior prior = calib_prior(inv);
+  for (int i = 0; i < inv.dimcal; i++) sys.add(i, i, prior.own[i]);
+  for (const CalibPrior::Tie& t : prior.ties) {
+    sys.add(t.a, t.a, t.prec);
+    sys.add(t.b, t.b, t.prec);
+    sys.add(t.a, t.b, -t.prec);
+  }
   int nz_diag = 0;
   for (int i = 0; i < inv.dim; i++)
     if (sys.P(i, i) == 0) {
@@ -238,9 +243,7 @@ bool invert_RA_Cal_TA(InvCalDrift& inv) {
   } while (inv.drift && fit_prior(inv) && ++nfit < MAX_FITS);
   if (inv.par.UADJ != 0 && adj_prec(inv, comp_chi(inv)) && !solve()) return false;
   comp_corr_len(inv);
-  inv.want_cov = true;
-  if (!invert_Cal_TA(inv)) return false;
-  inv.want_cov = false;
+  if (!solve_with_cov(inv, invert_Cal_TA)) return false;
   comp_res(inv);
   vec2par(inv);
   if (!inv.drift && !inv.cov.empty()) add_line_effects(inv);

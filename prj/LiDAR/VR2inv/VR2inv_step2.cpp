@@ -210,10 +210,16 @@ void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
 void add_sparse_P_pri(const InvCalDrift& inv, DriftEq& sys) {
   LOG_LINE("add_sparse_P_pri FTT=" << (inv.par.FA == 2) << " FAA=" << (inv.par.FA == 1)
                                    << " Epri=" << inv.par.Epri);
-  const Vector<double> cal = calib_prior(inv);
-  for (int i = 0; i < inv.dimcal; i++) *sys.cal.block(i, i) += cal[i];
+  const CalibPrior cal = calib_prior(inv);
+  for (int i = 0; i < inv.dimcal; i++) *sys.cal.block(i, i) += cal.own[i];
+  for (const CalibPrior::Tie& t : cal.ties) {
+    *sys.cal.block(t.a, t.a) += t.prec;
+    *sys.cal.block(t.b, t.b) += t.prec;
+    *sys.cal.block(std::min(t.a, t.b), std::max(t.a, t.b)) -= t.prec;
+  }
   add_line_prior(inv, sys);
-  if (inv.par.Epri) add_sample_prior(inv, sys);
+  if (inv.par.Epri && !inv.want_cov)
+    add_sample_prior(inv, sys);  // it holds the drift; it is no knowledge of it
 }
 
 // Columns of the inverse of P for the calibration parameters, one solve each.
@@ -323,9 +329,7 @@ bool invert_RA_HFTA(InvCalDrift& inv) {
   for (int round = 0; round < nrounds && adj_prec(inv, comp_chi(inv)); round++)
     if (!solve()) return false;
   comp_corr_len(inv);
-  inv.want_cov = true;
-  if (!invert_HFTA(inv)) return false;
-  inv.want_cov = false;
+  if (!solve_with_cov(inv, invert_HFTA)) return false;
   comp_res_TA(inv);
   vec2par(inv);
   return true;

@@ -24,8 +24,9 @@ struct BeamParam {  // calibration of the beams that share a file (-beam_param, 
 };
 
 struct CorrParam {
-  std::string dut;                    // base path of the DUT files: dut + ".dut", dut + "_idx.log"
-  InvParam inv = {.ShiftRef = true};  // calibration, drift, priors and filters of the inversion
+  std::string dut;  // base path of the DUT files: dut + ".dut", dut + "_idx.log"
+  // Calibration, drift, priors and filters of the inversion.
+  InvParam inv = {.ShiftRef = true, .lever_sd = 0.02};
   bool auto_dt = true;   // the drift interval is worked out from the data (-drift auto); else inv.dt stands
   bool accuracy = true;  // drift is expected as the accuracy files beside the trajectories say (-po_acc)
   bool REG2 = true;      // register again about what was found, and invert that (-reg2)

@@ -168,7 +168,8 @@ const std::vector<OutputTable>& output_tables() {
        "top of the calibration given there",
        ""},
       {"_cal_cov.txt", "Parameter Unit Uncertainty Correlations{upper triangle}",
-       "uncertainties of the calibration: boresight in radians, unlike in NAME_cal.txt",
+       "uncertainties of the calibration, with 2 cm for a lever arm that was not calibrated: boresight in "
+       "radians, unlike in NAME_cal.txt",
        "Parameter: x y z lever, w p k boresight roll pitch yaw, I1 to I7 internal, SX SY SZ shift to the "
        "references\n"
        "Unit: of the uncertainty\n"
