@@ -13,28 +13,13 @@
 
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/LmTQCGCP/control_param.h"
 #include "prj/LiDAR/LmTQCGCP/gcp_tin.h"
 #include "prj/LiDAR/lidarspec/lidarspec.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {
 constexpr double NO_BIAS = -9999.0;
-
-struct GCPparam {
-  std::string file;       // of the points (-gcp), empty without
-  std::string col;        // its columns (-gcp_parse), empty: as the file says
-  bool check = false;     // points without a flag are check points (-gcp_check)
-  bool F0 = true;         // points without a flag want last returns (-gcp_last)
-  float S0 = 0.005f;      // m, standard deviation of points that have none (-gcp_sigma)
-  int EQ = 0;             // weights (-gcp_equal): 0 by both uncertainties, 1 equal, 2 by that of the survey
-  float GCP_MIND = 0.1f;  // points/m2, least density (-gcp_d_min)
-  float GCP_MAXS = 2;     // m, largest roughness (-gcp_r_max)
-  bool GCP_ROB = true;    // outliers are rejected (-gcp_out)
-  bool exp = false;       // export of the points around (-ogcp_pc)
-  bool tin = false;       // heights by triangles too (-ogcp_tin)
-  bool obj = false;       // the triangles as .obj too
-  bool json = false;      // reports in JSON too (-json)
-};
 
 struct GCPoccur {  // one point in one swath; lengths in m
   int gcp = 0;     // index of the point

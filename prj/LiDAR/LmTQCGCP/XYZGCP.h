@@ -10,20 +10,11 @@
 
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/LmTQC/LmTQC.h"
+#include "prj/LiDAR/LmTQCGCP/control_param.h"
 #include "prj/LiDAR/lidarspec/lidarspec.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {
-struct XYZGCPparam {
-  std::string file;    // of the targets (-xyz_gcp), empty without
-  std::string col;     // its columns (-xyz_gcp_parse), empty: as the file says
-  bool check = false;  // targets without a flag are check points (-xyz_gcp_check)
-  float SH0 = 0.02f;   // m, standard deviations of targets that have none (-xyz_gcp_sxy, -xyz_gcp_sz)
-  float SZ0 = 0.02f;
-  bool EQ = false;    // equal weights (-xyz_gcp_equal)
-  bool json = false;  // reports in JSON too (-json)
-};
-
 struct XYZoccur {  // a target in its swath
   int gcp = 0;     // index of the target
   SwathId sw;

@@ -11,21 +11,9 @@
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCGCP/LmTQCGCP.h"
 #include "prj/LiDAR/LmTQCGCP/XYZGCP.h"
+#include "prj/LiDAR/LmTQCGCP/control_param.h"
 
 namespace veld {
-struct ControlParam {
-  GCPparam gcp;
-  XYZGCPparam xyz;
-  bool any() const { return !gcp.file.empty() || !xyz.file.empty(); }
-};
-
-struct ControlPoints {  // in metres
-  std::vector<GCP> gcp;
-  std::vector<XYZGCP> xyz;
-  std::vector<SwathId> swath;    // of each target
-  std::string gcp_col, xyz_col;  // columns that were read
-};
-
 using GroupShifts = std::map<int, dxyz>;  // m, of the swaths of groups; under 0 of all swaths
 
 struct ControlQC {  // a check: empty lists without points

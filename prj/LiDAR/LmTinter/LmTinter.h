@@ -15,6 +15,7 @@
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/LmTinter/pair_filter.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 #include "prj/LiDAR/project.h"
@@ -22,19 +23,6 @@
 
 namespace veld {
 struct SCorrTbl;  // corr_field.h
-
-constexpr int KEEP_SAME = 0;  // values of the pair filters
-constexpr int KEEP_ALL = 1;
-constexpr int KEEP_DIFF = 2;
-
-struct PairFilter {
-  int RDIM = 0;        // reduction: 0 none, 1 same channel or line, 2 main channels (-reg_reduce)
-  int GRP = 1;         // 0 same group or line, 1 all, 2 different (-reg_grp, -qc_grp)
-  int REF = 1;         // 0 without reference swaths, 1 on, 2 only with one (-reg_ref, -qc_ref)
-  int CH = 1;          // 0 same channel, 1 all, 2 different (-reg_ch, -qc_ch)
-  bool filter = true;  // GRP, REF and CH apply
-  bool ALLDZ = true;   // pairs that are not kept stay in the list for their height differences (-dz_all)
-};
 
 struct SwPair {  // a pair of the list
   SwathId sw1;   // the lower swath number: the moved image

@@ -8,6 +8,7 @@
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
+#include "prj/LiDAR/VR2proc/corr_count.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 #include "prj/LiDAR/tuning.h"
 

@@ -6,6 +6,7 @@
 #include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
+#include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/VR2proc/corr_param.h"
 #include "prj/LiDAR/VR2proc/track_corr.h"
 

@@ -1,23 +1,33 @@
 // prj/LiDAR/VR2proc/corr_param.h
-// The parameters and the result of a correction run, by inversion or by hand.
+// The parameters of a correction run, by inversion or by hand.
 #pragma once
 #include <string>
 #include <vector>
 
-#include "prj/LiDAR/LmTQC/LmTQC.h"
-#include "prj/LiDAR/LmTQCGCP/control.h"
+#include "lib/Geometry/xyz.h"
+#include "prj/LiDAR/LmTQCGCP/control_param.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTQCsep/separation.h"
-#include "prj/LiDAR/LmTinter/LmTinter.h"
-#include "prj/LiDAR/VR2POsync/VR2POsync.h"
-#include "prj/LiDAR/VR2inv/VR2inv.h"
-#include "prj/LiDAR/VR2proc/corr_points.h"
-#include "prj/LiDAR/VR2proc/corr_source.h"
+#include "prj/LiDAR/LmTinter/pair_filter.h"
+#include "prj/LiDAR/VR2POsync/PO_sync_param.h"
+#include "prj/LiDAR/VR2geom/calib.h"
+#include "prj/LiDAR/VR2inv/inv_param.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
-#include "prj/LiDAR/VR2proc/swath_geometry.h"
-#include "prj/LiDAR/VR2proc/tile_writer.h"
+#include "prj/LiDAR/VR2proc/output_param.h"
 
 namespace veld {
+struct GeometryParam {
+  bool AROT = false;   // attitudes are rotated by the IMU angles of the mount (-att_imu)
+  bool ICS = true;     // swaths that do not fit their trajectory are an ERROR, else a WARNING (-ics_err)
+  bool ICS_r = false;  // the table of the statistics too (-ics)
+};
+
+struct ManualParam {  // what is corrected by hand; shifts and calibrations of groups stand in the project
+  bool on = false;
+  xyz shift = {0, 0, 0};  // m, of all swaths (-shift)
+  float tcorr = 0;        // s, time delay: points were seen so much later than their times say (-t_corr)
+};
+
 struct BeamParam {  // calibration of the beams that share a file (-beam_param, -beam_calib_corr)
   BeamSplit split;
   std::vector<Calib> sets;  // by beam; empty: none
@@ -65,20 +75,5 @@ struct CorrParam {
   bool oposeg = false;      // write the corrected trajectory of each swath (-oposeg)
   bool ocorr = false;       // and its corrections (-ocorr)
   int po_sub = 10;          // of these two every n-th record (-po_sub)
-};
-
-struct CorrResult {
-  std::vector<SwathId> swc;     // swaths corrected
-  std::vector<SwathId> copied;  // swaths without a correction that were copied
-  int nswrej = 0;               // mobile swaths left as they are
-  double Mp = 0;                // points written, millions
-  double MB = 0;                // bytes written, millions
-  bool reached = false;         // the corrections were known and the files were begun
-  QCcorrResult qc;              // the check after the correction
-  ControlQC control;            // the control points behind the correction
-  ControlPoints points;         // targets where they lie in the corrected swaths
-  InvResult inv;                // what was found, without the residuals of single vectors
-  double AGL = 0;               // m, mean height above ground
-  SeparationResult separation;  // with the corrections (-sep)
 };
 }  // namespace veld

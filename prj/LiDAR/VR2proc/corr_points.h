@@ -10,24 +10,12 @@
 #include "las/lasdefs.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "prj/LiDAR/VR2proc/corr_count.h"
+#include "prj/LiDAR/VR2proc/output_param.h"
 #include "prj/LiDAR/VR2proc/undo_file.h"
 #include "prj/LiDAR/swath/split_type.h"
 #include "prj/LiDAR/swath/swath_clock.h"
 
 namespace veld {
-struct PointRewrite {      // attributes that are rewritten; angles need a trajectory
-  bool time = false;       // GPS time: synchronised, with the time delay (-ot)
-  bool las_angle = false;  // scan angle: across the heading, from the vertical (-oa)
-  bool int_angle = false;  // scan angle: in the scanner (-oi)
-  bool pitch = false;      // user data: pitch in the scanner + 90 degrees (-op)
-};
-
-constexpr uint8_t NO_BEAM = 255;
-struct BeamSplit {  // which beam a point is of, by the value of an attribute
-  SplitType type = SplitType::direction;
-  std::array<uint8_t, 256> beam{};  // by value: from 0; NO_BEAM or one beyond the sets: none
-};
-
 struct PointJob {  // of one swath
   const SwathCorr* corr = nullptr;
   SwathClock clock;  // synchronised

@@ -5,9 +5,14 @@
 #pragma once
 #include <vector>
 
+#include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/VR2POsync/VR2POsync.h"
+#include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/VR2proc/control_shift.h"
 #include "prj/LiDAR/VR2proc/corr_param.h"
+#include "prj/LiDAR/VR2proc/corr_result.h"
 #include "prj/LiDAR/VR2proc/global_shift.h"
+#include "prj/LiDAR/VR2proc/swath_geometry.h"
 
 namespace veld {
 struct CorrRun : SwathGeometry {

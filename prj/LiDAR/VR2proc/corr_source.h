@@ -4,15 +4,10 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/VR2geom/VR2geom.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/VR2proc/corr_param.h"
 #include "prj/LiDAR/swath/swath_table.h"
 
 namespace veld {
-struct ManualParam {  // what is corrected by hand; shifts and calibrations of groups stand in the project
-  bool on = false;
-  xyz shift = {0, 0, 0};  // m, of all swaths (-shift)
-  float tcorr = 0;        // s, time delay: points were seen so much later than their times say (-t_corr)
-};
-
 struct CorrSource {
   const InvResult& res;  // by hand: the calibration sets, no drift
   const InvParam& inv;

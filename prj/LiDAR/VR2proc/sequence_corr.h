@@ -4,6 +4,7 @@
 // Not here: parameters and result (corr_param.h), the steps (VR2POsync, VR2inv, corr_run.h).
 #pragma once
 #include "prj/LiDAR/VR2proc/corr_param.h"
+#include "prj/LiDAR/VR2proc/corr_result.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {

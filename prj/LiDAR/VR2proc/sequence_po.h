@@ -5,6 +5,7 @@
 #pragma once
 #include "prj/LiDAR/LmTplot/swath_inter.h"
 #include "prj/LiDAR/VR2proc/corr_param.h"
+#include "prj/LiDAR/VR2proc/corr_result.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "prj/LiDAR/VR2POsync/VR2POsync.h"
+#include "prj/LiDAR/VR2proc/corr_param.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_tables.h"
 #include "prj/LiDAR/project.h"
@@ -18,12 +19,6 @@ struct SwathGeometry {
   SwathVector<InvSamples> samples;
   SwathVector<SampleIndex> index;
   ICSresult ics;  // of the check
-};
-
-struct GeometryParam {
-  bool AROT = false;   // attitudes are rotated by the IMU angles of the mount (-att_imu)
-  bool ICS = true;     // swaths that do not fit their trajectory are an ERROR, else a WARNING (-ics_err)
-  bool ICS_r = false;  // the table of the statistics too (-ics)
 };
 
 // Fills g for the swaths that have a trajectory. Logs go beside prj.name. False after an ERROR line.

@@ -14,6 +14,7 @@
 
 #include "las/lasdefs.h"
 #include "lib/general/binfile.h"
+#include "prj/LiDAR/VR2proc/output_param.h"
 
 namespace veld {
 struct TileLayout {  // tile (i, j) reaches from x0 + i size to x0 + (i + 1) size, both in units of the swaths
@@ -22,17 +23,6 @@ struct TileLayout {  // tile (i, j) reaches from x0 + i size to x0 + (i + 1) siz
   int64_t XI0 = 0, YI0 = 0;  // first column and row
   int64_t ntx = 0, nty = 0;  // tiles
 };
-
-struct TileParam {                  // of a run
-  double size = 0;                  // units of the swaths; 0: no tiles (-otile)
-  std::vector<double> origin = {};  // x, y (-otile_origin); empty: 0, 0
-  int id = 0;                       // point source ID (-otile_id): TILE_ID_SWATH ...
-  double x0() const { return origin.empty() ? 0 : origin[0]; }
-  double y0() const { return origin.empty() ? 0 : origin[1]; }
-  int buffer = 32768;  // points that a swath keeps of a tile before they go into its file (-otile_buf)
-};
-constexpr int TILE_ID_SWATH = 1,
-              TILE_ID_GROUP = 2;  // number of the swath + 1; of the group; 0: as in the swath
 
 // The grid that covers the boxes of the headers and `margin` around. False after an ERROR line: too many tiles.
 [[nodiscard]] bool init_corr_tiles(const TileParam& par, const std::vector<LASheader>& headers, double margin,

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "prj/LiDAR/POio/traj_cut.h"
-#include "prj/LiDAR/VR2proc/sequence_corr.h"
+#include "prj/LiDAR/VR2proc/corr_param.h"
 #include "prj/LiDAR/options/scan_param.h"
 #include "prj/LiDAR/tuning.h"
 

@@ -3,11 +3,11 @@
 // Here:     what options set, and what the command adds.
 // Not here: the sequence and its result (run/sequence.h).
 #pragma once
-#include "prj/LiDAR/LmTQCGCP/control.h"
+#include "prj/LiDAR/LmTQCGCP/control_param.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTQCimg/transect.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_files.h"
-#include "prj/LiDAR/LmTinter/LmTinter.h"
+#include "prj/LiDAR/LmTinter/pair_filter.h"
 
 namespace veld {
 struct ScanParam {

@@ -3,7 +3,7 @@
 #pragma once
 #include <string>
 
-#include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/VR2inv/inv_param.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
 #include "prj/LiDAR/options/options.h"
 

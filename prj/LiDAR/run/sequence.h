@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "prj/LiDAR/DUTio/DUTio.h"
+#include "prj/LiDAR/LmTQCGCP/control.h"
 #include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/LmTidx_w/swath_stat.h"
