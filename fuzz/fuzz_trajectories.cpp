@@ -31,9 +31,9 @@ void try_trajectory(const std::string& name, uint8_t how) {
   if (!read_PO(name, par, po, adj)) return;
   if (po.size() < 2) std::abort();
   for (uint64_t i = 0; i < po.size(); i++) {
-    const PO& p = po.val[i];
+    const PO& p = po[i];
     const double sum = p.t + p.x + p.y + p.z + p.roll + p.pitch + p.yaw;
-    if (!std::isfinite(sum) || (i > 0 && !(p.t > po.val[i - 1].t))) std::abort();
+    if (!std::isfinite(sum) || (i > 0 && !(p.t > po[i - 1].t))) std::abort();
   }
 }
 

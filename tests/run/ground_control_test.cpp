@@ -92,7 +92,7 @@ std::string targets(const std::string& dir, const std::vector<std::string>& stem
                 read_las_dxyz(dir + "/truth/" + stem + ".las", truth, "xyz"));
     for (uint64_t i = 0; i < 8; i++) {  // in the middle of the swath, every other one to be checked only
       const uint64_t k = observed.size() * (i + 4) / 16;
-      const dxyz &p = truth.val[k], &q = observed.val[k];
+      const dxyz &p = truth[k], &q = observed[k];
       out << stem << '_' << i << ' ' << stem << ' ' << p.x << ' ' << p.y << ' ' << p.z << ' ' << q.x << ' '
           << q.y << ' ' << q.z << " 0.02 0.02 " << (i % 2 == 0) << '\n';
     }

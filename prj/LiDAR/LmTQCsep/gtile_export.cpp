@@ -46,6 +46,7 @@ bool make_header(Gtiles& g) {
   g.header.point_format = g.header.extended() ? 6 : 0;
   g.header.point_reclen = static_cast<uint16_t>(las_base_length(g.header.point_format));
   g.header.start_of_waveform = 0;
+  g.header.global_encoding &= 0x11;  // kind of times, WKT: no waveforms
   g.header.clear_inventory();
   g.header.x_scale_factor = g.header.y_scale_factor = g.header.z_scale_factor = SCALE;
   set_las_text(g.header.generating_software, SOFTINFO);

@@ -14,7 +14,7 @@
 
 namespace veld {
 constexpr uint32_t RegCacheMagic = 0xAC810769;
-constexpr uint32_t RegCacheVersion = 0x3378B;  // 0x3378A: the gradient method, without roughness
+constexpr uint32_t RegCacheVersion = 0x3378C;  // 0x3378B: moved images held all of the grid
 
 struct [[gnu::packed]] RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
   uint32_t magic = RegCacheMagic;

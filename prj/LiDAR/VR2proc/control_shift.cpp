@@ -10,6 +10,11 @@ dxyz shift_of(const GroupShifts& shifts, const Swath& s) {
   return at == shifts.end() ? dxyz{0, 0, 0} : at->second;
 }
 
+void add_group_shifts(const Project& prj, const GroupShifts& shifts, const std::vector<SwathId>& swc,
+                      SwathVector<SCorrTbl>& tables) {
+  for (const SwathId sw : swc) tables[sw].T0 += to_xyz(shift_of(shifts, prj.swaths[sw]));
+}
+
 namespace {
 void add_shifts(const Project& prj, const GroupShifts& shifts, const char* row,
                 const std::vector<SwathId>& swc, SwathVector<SCorrTbl>& tables) {
@@ -17,7 +22,7 @@ void add_shifts(const Project& prj, const GroupShifts& shifts, const char* row,
   for (const auto& [group, s] : shifts)
     LOG_MSG(row << (groups ? " per group " + std::to_string(group) : std::string()) << ": " << s.x << ' '
                 << s.y << ' ' << s.z);
-  for (const SwathId sw : swc) tables[sw].T0 += to_xyz(shift_of(shifts, prj.swaths[sw]));
+  add_group_shifts(prj, shifts, swc, tables);
 }
 
 // Groups that have a shift by targets get none: two heights would contradict each other.

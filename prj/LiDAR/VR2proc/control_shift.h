@@ -15,6 +15,9 @@ struct ControlShift {   // what may be applied
 
 // Of the swaths of a row's group; nothing for groups without one.
 dxyz shift_of(const GroupShifts& shifts, const Swath& s);
+// Adds the shifts of the groups to T0 of the tables of swc.
+void add_group_shifts(const Project& prj, const GroupShifts& shifts, const std::vector<SwathId>& swc,
+                      SwathVector<SCorrTbl>& tables);
 
 // The shift that the control points of one group ask for, with the tables of its swaths; found: they have one.
 // False after an ERROR line.

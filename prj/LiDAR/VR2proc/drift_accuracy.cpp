@@ -9,10 +9,22 @@
 
 namespace veld {
 namespace {
+constexpr double NODE_MARGIN = 60;  // s, that nodes of the drift may lie beside their swath
+
 // North and east count alike, as the grid may be turned against them.
 DriftAccuracy to_drift(const POaccuracy& a) {
   const float plane = std::sqrt(0.5f * (a.pos.x * a.pos.x + a.pos.y * a.pos.y));
   return {a.t, {plane, plane, a.pos.z}, a.att * static_cast<float>(1 / DEG_PER_RAD)};
+}
+
+// Those of a swath's time and one on each side, which is all that its drift is asked for.
+void take_records(const std::vector<POaccuracy>& records, const SwathClock& clock,
+                  std::vector<DriftAccuracy>& of_swath) {
+  auto from = std::ranges::lower_bound(records, clock.begin - NODE_MARGIN, {}, &POaccuracy::t);
+  auto to = std::ranges::upper_bound(records, clock.end + NODE_MARGIN, {}, &POaccuracy::t);
+  if (from != records.begin()) --from;
+  if (to != records.end()) ++to;
+  std::transform(from, to, std::back_inserter(of_swath), to_drift);
 }
 }  // namespace
 
@@ -47,8 +59,7 @@ SwathVector<std::vector<DriftAccuracy>> read_drift_accuracy(const Project& prj, 
     LOG_MSG("expected drift from accuracy file " << path << ": east " << least.x << " to " << most.x
                                                  << ", north " << least.y << " to " << most.y << ", height "
                                                  << least.z << " to " << most.z << " m (option -po_acc)");
-    for (const SwathId s : swaths)
-      std::transform(records.begin(), records.end(), std::back_inserter(of_swath[s]), to_drift);
+    for (const SwathId s : swaths) take_records(records, prj.swaths[s].clock, of_swath[s]);
   }
   return of_swath;
 }

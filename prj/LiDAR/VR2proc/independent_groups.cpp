@@ -101,13 +101,7 @@ bool comp_independent_shifts(const Project& prj, const CorrRun& run, InvInput& i
 Vector<xyz> pair_shifts(const Project& prj, const std::vector<InvPair>& pairs, const GroupShifts& shifts) {
   Vector<xyz> list(pairs.size());
   for (size_t k = 0; k < pairs.size(); k++)
-    list.val[k] =
-        to_xyz(shift_of(shifts, prj.swaths[pairs[k].sw2]) - shift_of(shifts, prj.swaths[pairs[k].sw1]));
+    list[k] = to_xyz(shift_of(shifts, prj.swaths[pairs[k].sw2]) - shift_of(shifts, prj.swaths[pairs[k].sw1]));
   return list;
-}
-
-void add_group_shifts(const Project& prj, const GroupShifts& shifts, const std::vector<SwathId>& swc,
-                      SwathVector<SCorrTbl>& tables) {
-  for (const SwathId sw : swc) tables[sw].T0 += to_xyz(shift_of(shifts, prj.swaths[sw]));
 }
 }  // namespace veld

@@ -16,7 +16,4 @@ namespace veld {
 
 // What known shifts make of the displacement of each pair, to be taken off it: of its second swath less of its first.
 Vector<xyz> pair_shifts(const Project& prj, const std::vector<InvPair>& pairs, const GroupShifts& shifts);
-// Adds the shifts of the groups to T0 of the tables of swc.
-void add_group_shifts(const Project& prj, const GroupShifts& shifts, const std::vector<SwathId>& swc,
-                      SwathVector<SCorrTbl>& tables);
 }  // namespace veld

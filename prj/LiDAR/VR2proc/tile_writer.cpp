@@ -89,7 +89,10 @@ bool copy_pieces(const TilePlan& plan, LASwriter& writer, LASindex& index, bool&
     open = swath;
     records.resize(piece->n * reclen);
     if (!in.read(piece->first * reclen, records.data(), records.size())) return false;
-    if (!restep(records, piece->n, swath->point(), writer.header.point())) return false;
+    if (!restep(records, piece->n, swath->point(), writer.header.point())) {
+      ERROR_MSG("coordinates beyond what the tile can hold at its scale");
+      return false;
+    }
     index_ok = index_ok && index.add_records(writer.header.point(), records.data(), piece->n, writer.p_count);
     if (!writer.write_raw_records(records.data(), piece->n)) return false;
   }

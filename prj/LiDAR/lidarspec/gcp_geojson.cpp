@@ -20,6 +20,12 @@ struct System {            // of the coordinates of a file
   GeoRefParam projected;   // else
 };
 
+// Whether a member "type" is this word. Files may hold anything in its place.
+bool is_type(const Json& object, const char* word) {
+  const auto type = object.find("type");
+  return type != object.end() && type->is_string() && type->get<std::string>() == word;
+}
+
 // "urn:ogc:def:crs:EPSG::32633" and its kin as "EPSG:32633"; other texts as they are.
 std::string crs_text(const std::string& name) {
   const size_t epsg = name.find("EPSG:"), last = name.rfind(':');
@@ -86,8 +92,7 @@ bool fields_of(const Json& feature, const System& s, const GeoRefParam& georef, 
   fields.assign(letters.size(), "");
   if (!feature.is_object()) return false;
   const auto geometry = feature.find("geometry");
-  if (geometry == feature.end() || !geometry->is_object() || geometry->value("type", "") != "Point")
-    return false;
+  if (geometry == feature.end() || !geometry->is_object() || !is_type(*geometry, "Point")) return false;
   const auto at = geometry->find("coordinates");
   if (at == geometry->end() || !at->is_array() || at->size() < 2) return false;
   for (const Json& c : *at)
@@ -135,7 +140,7 @@ bool read_geojson_rows(const std::string& file, const std::string& ref, const Ge
   }
   std::ifstream in(file, std::ios::binary);
   const Json root = Json::parse(in, nullptr, false);
-  const bool whole = root.is_object() && root.value("type", "") == "FeatureCollection";
+  const bool whole = root.is_object() && is_type(root, "FeatureCollection");
   const auto features = whole ? root.find("features") : root.end();
   if (!whole || features == root.end() || !features->is_array()) {
     ERROR_MSG("no GeoJSON feature collection, file " << file);

@@ -86,7 +86,7 @@ void put_correlations(std::ostream& os, const InvResult& inv, double AGL) {
 
 // One axis of a drift: 0 to 2 position in metres, 3 to 5 attitude in degrees.
 double drift_value(const InvCorr& c, uint64_t node, int axis) {
-  const xyz& v = axis < 3 ? c.Tt.val[node] : c.At.val[node];
+  const xyz& v = axis < 3 ? c.Tt[node] : c.At[node];
   const int k = axis % 3;
   const double value = static_cast<double>(k == 0 ? v.x : k == 1 ? v.y : v.z);
   return axis < 3 ? value : value * DEG_PER_RAD;

@@ -306,7 +306,7 @@ void put_scale(std::ostream& os, const std::string& label, const ImgScale& scale
   put_svg_begin(os, LEFT + W + 80, H + 12, label);
   for (int k = 0; k < STEPS; k++) {
     const float v = low + (high - low) * (static_cast<float>(k) + 0.5f) / STEPS;
-    const RGBchar c = map.val[code8(scale, v)];
+    const RGBchar c = map[code8(scale, v)];
     char fill[8];
     std::snprintf(fill, sizeof fill, "#%02x%02x%02x", c.r, c.g, c.b);
     os << "<rect x=\"" << num(LEFT + k * W / STEPS) << "\" y=\"4\" width=\"" << num(W / STEPS + 0.3)

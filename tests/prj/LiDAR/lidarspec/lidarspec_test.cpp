@@ -137,7 +137,10 @@ TEST(Lidarspec, GeoJsonComesIntoTheSystemOfTheProject) {
     EXPECT_FALSE(gcp[0].control);
     EXPECT_FALSE(read_GCP(file, "xyz", utm, {}, gcp, used));
   }
-  for (const char* const bad : {"", "{", "[]", "{\"type\":\"FeatureCollection\",\"features\":[{},3,null]}"}) {
+  for (const char* const bad :
+       {"", "{", "[]", "{\"type\":5}", "{\"type\":\"FeatureCollection\",\"features\":[{},3,null]}",
+        "{\"type\":\"FeatureCollection\",\"features\":[{\"geometry\":{\"type\":[],\"coordinates\":[1,2,3]}}]"
+        "}"}) {
     std::vector<GCP> gcp;
     std::string used;
     write_text(file, bad);

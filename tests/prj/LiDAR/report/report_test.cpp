@@ -101,7 +101,7 @@ TEST(Report, PageIsWholeAndNeedsNothingBesideIt) {
   corr.inv.swaths = SwathVector<InvCorr>(prj.swaths);
   InvCorr& drift = corr.inv.swaths[SwathId(0)];
   drift.Tt.resize(2, xyz{0.1f, 0, 0});
-  drift.Tt.val[1].x = -0.123f;
+  drift.Tt[1].x = -0.123f;
   drift.At.resize(2, xyz{0, 0, 0});
   corr.AGL = 500;
   corr.control.shifts[0] = {0, 0, -0.146};
