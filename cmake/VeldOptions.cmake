@@ -11,9 +11,14 @@ endif()
 option(VELD_BENCH "build the benchmarks" OFF)
 set(VELD_SANITIZE "" CACHE STRING "sanitizers, as for -fsanitize: address,undefined or thread")
 
+# The standard headers, compiled once for all sources: a quarter of the compiler's work. Sources still include what they
+# use; the presets with sanitizers build without it and so find an #include that is missing.
+option(VELD_PCH "precompiled standard headers" ON)
+
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  # Without this sloppiness the cache takes no source that uses a precompiled header.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
 endif()
 
 # No fused multiply-add by the compiler's choice: results are then the same on every x86-64 machine.
@@ -29,6 +34,21 @@ endif()
 # Names in the backtrace of a crash report.
 add_link_options(-rdynamic)
 
+if(VELD_PCH)
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/pch/standard.cpp CONTENT "")
+  add_library(standard_headers OBJECT ${CMAKE_BINARY_DIR}/pch/standard.cpp)
+  target_link_libraries(standard_headers PRIVATE Threads::Threads)
+  target_precompile_headers(standard_headers PRIVATE <algorithm> <cmath> <cstdio> <cstring> <fstream> <functional>
+                            <iomanip> <iostream> <map> <memory> <mutex> <set> <sstream> <string> <thread> <vector>)
+endif()
+function(veld_standard_headers name)
+  if(VELD_PCH)
+    # Alarms inside std::string that the compiler keeps quiet when it reads the header itself.
+    target_compile_options(${name} PRIVATE -Wno-stringop-overflow -Wno-array-bounds)
+    target_precompile_headers(${name} REUSE_FROM standard_headers)
+  endif()
+endfunction()
+
 # target_link_libraries takes the bare word "general" for a keyword, so that library goes by an alias there.
 macro(veld_spell_general)
   list(TRANSFORM A_LIBS REPLACE "^general$" "veld::general")
@@ -42,6 +62,7 @@ function(veld_library name)
   add_library(veld::${name} ALIAS ${name})
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${A_LIBS} Threads::Threads)
+  veld_standard_headers(${name})
 endfunction()
 
 # veld_test(name SOURCES a_test.cpp ... [LIBS x y]): one GoogleTest executable, registered with CTest.

@@ -12,14 +12,18 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
-#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
-#include "prj/LiDAR/LmTinter/LmTinter.h"
-#include "prj/LiDAR/LmTinter/corr_field.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
+#include "prj/LiDAR/LmTinter/pair_filter.h"
+#include "prj/LiDAR/LmTinter/scorr_tbl.h"
+#include "prj/LiDAR/LmTinter/sw_pair.h"
+#include "prj/LiDAR/TNRreg/dz_stat.h"
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/stat_xyz.h"
 
 namespace veld {
+struct DUTidx;  // DUTio.h
+
 struct PairQC {  // of one pair
   int number = -1;
   SwathId sw1, sw2;

@@ -2,6 +2,7 @@
 
 #include "lib/general/log.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {

@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCGCP/LmTQCGCP.h"
 #include "prj/LiDAR/LmTQCGCP/XYZGCP.h"
 #include "prj/LiDAR/LmTQCGCP/control_param.h"
 
 namespace veld {
+struct DUTidx;  // DUTio.h
+
 using GroupShifts = std::map<int, dxyz>;  // m, of the swaths of groups; under 0 of all swaths
 
 struct ControlQC {  // a check: empty lists without points

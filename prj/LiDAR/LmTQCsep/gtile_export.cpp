@@ -13,6 +13,7 @@
 #include "prj/LiDAR/LmTgrid_w/LKRgrid.h"
 #include "prj/LiDAR/LmTgrid_w/grid_rows.h"
 #include "prj/LiDAR/LmTidx_r/tile_geom.h"
+#include "prj/LiDAR/LmTinter/corr_field.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {

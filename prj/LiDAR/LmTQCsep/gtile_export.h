@@ -4,7 +4,8 @@
 // Not here: grids (LmTgrid_w), maps (LmTQCimg), tiles of corrected points (VR2proc/tile_writer.h).
 #pragma once
 #include "prj/LiDAR/LmTQCimg/map_param.h"
-#include "prj/LiDAR/LmTinter/corr_field.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
+#include "prj/LiDAR/LmTinter/scorr_tbl.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {

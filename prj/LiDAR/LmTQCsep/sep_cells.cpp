@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "lib/DataStructure/nodata.h"
+#include "prj/LiDAR/LmTinter/corr_field.h"
 
 namespace veld {
 namespace {

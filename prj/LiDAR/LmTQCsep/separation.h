@@ -12,6 +12,7 @@
 
 #include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
+#include "prj/LiDAR/LmTidx_r/LmTidx_rec.h"
 #include "prj/LiDAR/project.h"
 
 namespace veld {

@@ -11,25 +11,18 @@
 #include "image/save_image.h"
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
-#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
-#include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 #include "prj/LiDAR/LmTinter/pair_filter.h"
+#include "prj/LiDAR/LmTinter/sw_pair.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
-#include "prj/LiDAR/TNRreg/TNRreg.h"
+#include "prj/LiDAR/TNRreg/dz_stat.h"
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/stat_xyz.h"
 
 namespace veld {
-struct SCorrTbl;  // corr_field.h
-
-struct SwPair {  // a pair of the list
-  SwathId sw1;   // the lower swath number: the moved image
-  SwathId sw2;
-  bool reg = true;  // false: only its height differences are wanted
-  int number = -1;  // Pair# of all files and logs: the place in the index
-};
+struct DUTidx;    // DUTio.h
+struct SCorrTbl;  // scorr_tbl.h
 
 // Of the logs of height differences, up to the unit of area.
 constexpr char DZ_STAT_HEADER[] = "Pair# Swath#1 Swath#2 Mean StdDev RMS Outlier% Filtered% Area:";

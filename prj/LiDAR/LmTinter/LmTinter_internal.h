@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lib/threads/memory_budget.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/LmTinter/corr_field.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"

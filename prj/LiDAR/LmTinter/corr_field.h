@@ -1,22 +1,15 @@
 // prj/LiDAR/LmTinter/corr_field.h
 // Corrections of swaths on the microtile grid, and the displacement of a pair that they amount to.
-// Here:     the tables, the field of a tile, the margin that moved images need for it.
+// Here:     the field of a tile, the margin that moved images need for it.
 // Not here: what makes the tables (VR2proc), registration and measurement under the field (LmTinter, LmTQC).
 #pragma once
 #include "lib/DataStructure/image.h"
-#include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"
+#include "prj/LiDAR/LmTinter/scorr_tbl.h"
 #include "prj/LiDAR/TNRreg/TNRreg.h"
 
 namespace veld {
-// The correction of a swath on the microtile grid: what is added to a point there. One image a tile of the
-// swath's tile table (".0T.idx", same order), 32 x 32 microtile centres, z = -9999 where there is none.
-struct SCorrTbl {
-  Vector<Image<xyz>> C;  // m; empty: the swath is not corrected (fixed, or without a trajectory)
-  xyz T0 = {0, 0, 0};    // m, added to the whole swath on top of C (global shifts)
-};
-
 // Whether a table belongs to the tiles of a swath.
 inline bool fits(const SCorrTbl& corr, const InterSwath& s) {
   return corr.C.empty() || corr.C.size() == s.grid.TI.size();

@@ -10,6 +10,7 @@
 #include "lib/DataStructure/nodata.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/xyz.h"
+#include "prj/LiDAR/TNRreg/dz_stat.h"
 
 namespace veld {
 constexpr float NR_NODATA = NODATA;   // a height without data; a vertex (its z) without estimate
@@ -78,16 +79,6 @@ struct NRparam {
   // The start's deformation is a model of the displacement, good to a pixel: the final level starts from it, and the
   // prior holds what departs from it.
   bool about_start = false;
-};
-
-// Statistics of the height differences reference - moved, in height units.
-struct DZstat {
-  float m = 0;     // median
-  float s = 0;     // robust scale about the median
-  float rms = 0;   // hypot(m, s)
-  float out = 1;   // fraction of outliers
-  float ff = -1;   // fraction filtered as spikes; negative: no data
-  uint64_t n = 0;  // pixels compared
 };
 
 // Optional maps of the differences of a pair, one image a tile in the order of the pair's tiles: a cell holds the

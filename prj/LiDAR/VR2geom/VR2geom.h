@@ -22,7 +22,6 @@
 namespace veld {
 constexpr xyz NO_CORR = {1000.0f, 1000.0f, NODATA};  // no trajectory at that time
 constexpr float NO_ANGLE = 1000.0f;                  // undefined angle
-constexpr int N_INTERNAL = 7;                        // internal parameters
 
 // ---- rotations
 

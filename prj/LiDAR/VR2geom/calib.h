@@ -7,6 +7,8 @@
 #include "lib/Geometry/xyz.h"
 
 namespace veld {
+constexpr int N_INTERNAL = 7;  // internal parameters
+
 constexpr int DIMCALINT = 7;  // internal parameters
 
 struct Calib {                           // one set of calibration corrections, added to points

@@ -1,7 +1,7 @@
 // prj/LiDAR/VR2inv/inv_param.h
 // The parameters of the inversion: which unknowns exist, their priors, which vectors take part.
 #pragma once
-#include "prj/LiDAR/VR2geom/VR2geom.h"
+#include "prj/LiDAR/VR2geom/calib.h"
 
 namespace veld {
 struct InvParam {

@@ -7,7 +7,6 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/LmTQCGCP/control_param.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
-#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/LmTinter/pair_filter.h"
 #include "prj/LiDAR/VR2POsync/PO_sync_param.h"
 #include "prj/LiDAR/VR2geom/calib.h"

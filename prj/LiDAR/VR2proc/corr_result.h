@@ -6,6 +6,7 @@
 
 #include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/LmTQCGCP/control.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
 #include "prj/LiDAR/swath/swath_table.h"
 

@@ -5,6 +5,7 @@
 #include "lib/general/log.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTQCsep/gtile_export.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/VR2proc/copy_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_POfiles.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"

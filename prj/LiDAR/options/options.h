@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "prj/LiDAR/POio/traj_cut.h"
+#include "prj/LiDAR/POio/traj_cut_param.h"
 #include "prj/LiDAR/VR2proc/corr_param.h"
 #include "prj/LiDAR/options/scan_param.h"
 #include "prj/LiDAR/tuning.h"

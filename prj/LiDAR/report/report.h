@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "prj/LiDAR/LmTQCGCP/control.h"
+#include "prj/LiDAR/LmTQCsep/separation.h"
+#include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2proc/sequence_corr.h"
 #include "prj/LiDAR/project.h"
 #include "prj/LiDAR/report/accuracy.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "lib/general/path.h"
+#include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/LmTgrid_w/synth_swaths.h"
 

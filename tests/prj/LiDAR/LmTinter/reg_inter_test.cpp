@@ -6,6 +6,7 @@
 #include <set>
 
 #include "lib/general/path.h"
+#include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/LmTinter/inter_tiles.h"
 #include "prj/LiDAR/tuning.h"
