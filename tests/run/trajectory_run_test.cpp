@@ -98,12 +98,24 @@ TEST(TrajectoryRun, SouthOrientatedGrid) {
   expect_good(project.align("-wkt c.wkt -i L*.las -po traj.out"), "");
 }
 
+// All formats give the points that an SBET gives, to a step of the files.
 TEST(TrajectoryRun, BinaryFormats) {
   const ScoredProject project;
-  for (const std::string format : {"trj", "sol", "bin", "pof", "las"}) {
+  Vector<dxyz> sbet, points;
+  for (const std::string format : {"sbet", "trj", "sol", "bin", "pof", "las"}) {
     SCOPED_TRACE(format);
-    project.add_trajectory("-po_format " + format);
-    expect_good(project.align({"-utm", "33", "-i", "L*.las", "-po", "traj." + format}), "");
+    const bool first = format == "sbet";
+    if (!first) project.add_trajectory("-po_format " + format);
+    expect_good(
+        project.align({"-utm", "33", "-i", "L*.las", "-po", "traj." + (first ? std::string("out") : format)}),
+        "");
+    ASSERT_TRUE(read_las_dxyz(project.dir + "/out/L01.las", first ? sbet : points, "xyz"));
+    double largest = 0;
+    for (uint64_t i = 0; i < points.size(); i++) {
+      const dxyz d = points(i) - sbet(i);
+      largest = std::max({largest, std::fabs(d.x), std::fabs(d.y), std::fabs(d.z)});
+    }
+    EXPECT_LT(largest, 0.00101);
   }
 }
 

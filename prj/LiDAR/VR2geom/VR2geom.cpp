@@ -76,6 +76,7 @@ void rotate_IMU(Vector<PO>& po, const xyz& imu_deg) {
 void comp_TrajFrame(const dxyz& O, const xyz& Att, const SwRot& rot, TrajFrame& frame) {
   frame.O = O;
   frame.Att = Att;
+  frame.grid = rot.grid;
   const float sr = std::sin(Att.x * DEG2RAD), cr = std::cos(Att.x * DEG2RAD);
   const float sp = std::sin(Att.y * DEG2RAD), cp = std::cos(Att.y * DEG2RAD);
   const float sy = std::sin(Att.z * DEG2RAD), cy = std::cos(Att.z * DEG2RAD);
@@ -93,7 +94,8 @@ void comp_TrajFrame(const dxyz& O, const xyz& Att, const SwRot& rot, TrajFrame& 
   frame.e_p = {cy, -sy, 0};
 }
 
-void comp_internal_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, xyz cols[N_INTERNAL]) {
+void ground_internal_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags,
+                          xyz cols[N_INTERNAL]) {
   const xyz s = {dot(frame.u, r), dot(frame.v, r), dot(frame.w, r)};
   const float Rs = norm(r);
   std::fill_n(cols, N_INTERNAL, xyz{0, 0, 0});
@@ -124,17 +126,35 @@ void comp_internal_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& f
   }
 }
 
+namespace {
+void columns_to_grid(const TrajFrame& frame, const xyz& g, xyz* cols, int n) {
+  if (frame.grid.flat) return;
+  for (int k = 0; k < n; k++) cols[k] = frame.grid.to_grid(cols[k], g, frame.z0());
+}
+}  // namespace
+
 void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, GeomCols& cols) {
   if (r == xyz{0, 0, 0}) {
     cols = GeomCols{};
     return;
   }
+  const xyz g = frame.grid.flat ? r : frame.grid.to_ground(r, frame.z0());
   cols.lever[0] = frame.a;
   cols.lever[1] = frame.b;
   cols.lever[2] = frame.c;
-  for (int k = 0; k < 3; k++) cols.bore[k] = cross(cols.lever[k], r);
-  comp_internal_cols(frame, r, flags, cols.internal);
-  comp_att_cols(frame, r, flags.NOZ, cols.att);
+  for (int k = 0; k < 3; k++) cols.bore[k] = cross(cols.lever[k], g);
+  ground_internal_cols(frame, g, flags, cols.internal);
+  ground_att_cols(frame, g, flags.NOZ, cols.att);
+  columns_to_grid(frame, g, cols.lever, 3);
+  columns_to_grid(frame, g, cols.bore, 3);
+  columns_to_grid(frame, g, cols.internal, N_INTERNAL);
+  columns_to_grid(frame, g, cols.att, 3);
+}
+
+void comp_att_cols(const TrajFrame& frame, const xyz& r, bool NOZ, xyz cols[3]) {
+  const xyz g = frame.grid.flat ? r : frame.grid.to_ground(r, frame.z0());
+  ground_att_cols(frame, g, NOZ, cols);
+  columns_to_grid(frame, g, cols, 3);
 }
 
 BodyICS comp_BodyICS(const TrajFrame& frame, const dxyz& P) {

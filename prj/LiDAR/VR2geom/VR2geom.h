@@ -18,6 +18,7 @@
 #include "lib/Geometry/xyz.h"
 #include "prj/LiDAR/POio/POio.h"
 #include "prj/LiDAR/VR2geom/calib.h"
+#include "prj/LiDAR/VR2geom/grid_shape.h"
 
 namespace veld {
 constexpr xyz NO_CORR = {1000.0f, 1000.0f, NODATA};  // no trajectory at that time
@@ -43,9 +44,10 @@ Rot3 comp_R(const xyz& Att);  // body to world from roll, pitch, yaw in degrees,
 Rot3 comp_T(const xyz& angles_rad);      // Rz(yaw) Ry(pitch) Rx(roll), right-handed, radians
 Rot3 mount_rows(const xyz& angles_deg);  // comp_T transposed; the exact identity for zero angles
 
-struct SwRot {  // rotations of one swath
-  Rot3 M;       // from the IMU angles; identity when the attitudes are rotated already
-  Rot3 Q;       // from the initial boresight angles
+struct SwRot {     // rotations of one swath
+  Rot3 M;          // from the IMU angles; identity when the attitudes are rotated already
+  Rot3 Q;          // from the initial boresight angles
+  GridShape grid;  // where the swath lies
 };
 // Rotations of a swath of that group (from 1) from the group's mount. mounts: by group - 1, or one for all. AROT: the
 // IMU rotation has been applied to the attitudes.
@@ -62,6 +64,8 @@ struct TrajFrame {  // all that depends on time only
   xyz a, b, c;      // body-mount axes in the world: columns of G = R M^t
   xyz u, v, w;      // axes of the internal coordinate system in the world
   xyz e_r, e_p;     // axes of drift roll and pitch; that of yaw is (0, 0, -1)
+  GridShape grid;
+  float z0() const { return static_cast<float>(O.z); }
 };
 void comp_TrajFrame(const dxyz& O, const xyz& Att, const SwRot& rot, TrajFrame& frame);
 
@@ -77,14 +81,17 @@ struct GeomCols {  // displacement of the point per unit of each parameter (metr
   xyz internal[N_INTERNAL];
   xyz att[3];  // drift roll pitch yaw, per radian
 };
-// Columns at r = P - O. P exactly at O gives zeros; the internal columns are zero too when s_w is 0.
+// Columns at r = P - O in the grid, displacements in the grid. P exactly at O gives zeros; the internal columns are zero too
+// when s_w is 0.
 void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, GeomCols& cols);
-void comp_internal_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, xyz cols[N_INTERNAL]);
-inline void comp_att_cols(const TrajFrame& f, const xyz& r, bool NOZ, xyz cols[3]) {
-  cols[0] = cross(f.e_r, r);
-  cols[1] = cross(f.e_p, r);
+void comp_att_cols(const TrajFrame& frame, const xyz& r, bool NOZ, xyz cols[3]);  // those of drift alone
+// Parts of both on the ground: g = to_ground of r, displacements in the axes of O.
+void ground_internal_cols(const TrajFrame& frame, const xyz& g, const GeomFlags& flags, xyz cols[N_INTERNAL]);
+inline void ground_att_cols(const TrajFrame& f, const xyz& g, bool NOZ, xyz cols[3]) {
+  cols[0] = cross(f.e_r, g);
+  cols[1] = cross(f.e_p, g);
   if (NOZ) cols[1].z = 0;
-  cols[2] = {r.y, -r.x, 0};  // (0, 0, -1) x r
+  cols[2] = {g.y, -g.x, 0};  // (0, 0, -1) x g
 }
 
 struct BodyICS {  // one row of the geometry check

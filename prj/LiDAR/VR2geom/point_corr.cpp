@@ -42,14 +42,14 @@ xyz warp_at(const CorrWarp& warp, const dxyz& P) {
 
 xyz internal_corr(const SwathCorr& corr, const TrajFrame& frame, const xyz& r) {
   xyz cols[N_INTERNAL], C = {0, 0, 0};
-  comp_internal_cols(frame, r, corr.flags, cols);
+  ground_internal_cols(frame, r, corr.flags, cols);
   for (int k = 0; k < N_INTERNAL; k++) C += cols[k] * corr.I[k];
   return C;
 }
 
 xyz att_corr(const SwathCorr& corr, const TrajFrame& frame, const xyz& r, const xyz& A) {
   xyz cols[3];
-  comp_att_cols(frame, r, corr.flags.NOZ, cols);
+  ground_att_cols(frame, r, corr.flags.NOZ, cols);
   return cols[0] * A.x + cols[1] * A.y + cols[2] * A.z;
 }
 
@@ -93,17 +93,19 @@ xyz comp_point_corr(const SwathCorr& corr, CorrCursor& cursor, const dxyz& P, do
   }
   if (!corr.po) return C;
   const TrajFrame& f = cursor.frame;
-  const xyz r = to_xyz(P - f.O);
+  xyz r = to_xyz(P - f.O);
   if (r == xyz{0, 0, 0}) return C;
-  if (corr.CI && corr.imask) C += internal_corr(corr, f, r);
-  if (corr.CL) C += f.a * corr.L.x + f.b * corr.L.y + f.c * corr.L.z;
+  if (!f.grid.flat) r = f.grid.to_ground(r, f.z0());
+  xyz G = {0, 0, 0};  // what turns and moves the beam, on the ground
+  if (corr.CI && corr.imask) G += internal_corr(corr, f, r);
+  if (corr.CL) G += f.a * corr.L.x + f.b * corr.L.y + f.c * corr.L.z;
   if (!corr.CM) {
-    if (corr.CB) C += bore_corr(corr, f, r);
-    if (corr.CA) C += att_corr(corr, f, r, cursor.drift_A);
+    if (corr.CB) G += bore_corr(corr, f, r);
+    if (corr.CA) G += att_corr(corr, f, r, cursor.drift_A);
   } else {
-    if (corr.CB) C += bore_corr_exact(corr, f, r);
-    if (corr.CDT) C += cursor.delay_T + att_corr(corr, f, r, cursor.delay_A);
+    if (corr.CB) G += bore_corr_exact(corr, f, r);
+    if (corr.CDT) C += cursor.delay_T, G += att_corr(corr, f, r, cursor.delay_A);
   }
-  return C;
+  return C + (f.grid.flat ? G : f.grid.to_grid(G, r, f.z0()));
 }
 }  // namespace veld

@@ -197,13 +197,15 @@ bool check_mem_init(const InvCalDrift& inv) {
 }
 
 namespace {
-void comp_A(const Vector<dxyz>& P, const Vector<dxyz>& O, const Vector<xyz>& Att, bool NOZ, AttCols& A) {
+void comp_A(const Vector<dxyz>& P, const Vector<dxyz>& O, const Vector<xyz>& Att, const GridShape& grid,
+            bool NOZ, AttCols& A) {
   const uint64_t n = P.size();
   A.r.resize(n);
   A.p.resize(n);
   A.y.resize(n);
   TrajFrame frame;
-  const SwRot none;  // the drift axes don't depend on the mount
+  SwRot none;  // the drift axes don't depend on the mount
+  none.grid = grid;
   for (uint64_t i = 0; i < n; i++) {
     xyz cols[3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
     if (P[i].z != NODATA && O[i].z != NODATA) {
@@ -223,8 +225,9 @@ void init_A_int(InvCalDrift& inv) {
   for (int k = 0; k < inv.nint; k++) {
     const InvPair& p = inv.in.pairs[k];
     if (!inv.pair[k].use) continue;
-    if (inv.sw[p.sw1].mobile) comp_A(p.P, p.O1, p.Att1, inv.par.NOZ, inv.pair[k].A[0]);
-    if (inv.sw[p.sw2].mobile) comp_A(p.P, p.O2, p.Att2, inv.par.NOZ, inv.pair[k].A[1]);
+    const auto grid = [&](SwathId s) -> const GridShape& { return inv.in.swaths[s].rot.grid; };
+    if (inv.sw[p.sw1].mobile) comp_A(p.P, p.O1, p.Att1, grid(p.sw1), inv.par.NOZ, inv.pair[k].A[0]);
+    if (inv.sw[p.sw2].mobile) comp_A(p.P, p.O2, p.Att2, grid(p.sw2), inv.par.NOZ, inv.pair[k].A[1]);
   }
 }
 
@@ -233,7 +236,7 @@ void init_A_sw(InvCalDrift& inv) {
   if (!inv.drift_att) return;
   for (const SwathId s : inv.sw.ids()) {
     const InvSamples& m = inv.in.swaths[s].samples;
-    if (inv.sw[s].mobile) comp_A(m.P, m.O, m.Att, inv.par.NOZ, inv.sw[s].A);
+    if (inv.sw[s].mobile) comp_A(m.P, m.O, m.Att, inv.in.swaths[s].rot.grid, inv.par.NOZ, inv.sw[s].A);
   }
 }
 }  // namespace veld

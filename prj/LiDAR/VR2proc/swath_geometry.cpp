@@ -39,8 +39,11 @@ bool save_ICS_table(const Project& prj, const SwathGeometry& g) {
 
 bool comp_swath_geometry(const Project& prj, const GeometryParam& par, SwathGeometry& g) {
   g.rot = SwathVector<SwRot>(prj.swaths);
-  for (const Swath& s : prj.swaths)
-    if (s.mobile()) g.rot[s.id] = chMount2R(s.group, prj.mounts, par.AROT);
+  for (const Swath& s : prj.swaths) {
+    if (!s.mobile()) continue;
+    g.rot[s.id] = chMount2R(s.group, prj.mounts, par.AROT);
+    if (s.has_track()) g.rot[s.id].grid = comp_GridShape(prj.georef, 0.5 * (s.track.min + s.track.max));
+  }
   g.swc = POsort_swc(prj);
   if (g.swc.empty()) {
     ERROR_MSG("no mobile swath found");

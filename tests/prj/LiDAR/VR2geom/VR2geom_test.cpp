@@ -120,13 +120,13 @@ TEST(VR2geom, BodyAndInternalCoordinates) {
 TEST(VR2geom, InternalColumnsAtSpecialPlaces) {
   const TrajFrame f = level_north();
   xyz c[N_INTERNAL];
-  comp_internal_cols(f, {0, 0, -100}, {}, c);  // straight down
+  ground_internal_cols(f, {0, 0, -100}, {}, c);  // straight down
   expect_near(c[0], {0, 0, -1}, 1e-6, "range bias");
   expect_near(c[1], {0, 0, -100}, 1e-4, "range scale");
   for (int k = 2; k < N_INTERNAL; k++) expect_near(c[k], {0, 0, 0}, 0, "no effect at nadir");
   GeomFlags nob;
   nob.nob = true;
-  comp_internal_cols(f, {0, 0, -100}, nob, c);
+  ground_internal_cols(f, {0, 0, -100}, nob, c);
   expect_near(c[0], {0, 0, 0}, 1e-6, "flat shift taken out");
   expect_near(c[1], {0, 0, 0}, 1e-6, "scale without Z");
   const xyz none[] = {{0, 0, 0}, {30, 0, 0}, {0, 40, 0}};  // at the sensor; s_w = 0
@@ -134,7 +134,7 @@ TEST(VR2geom, InternalColumnsAtSpecialPlaces) {
     for (bool gen : {false, true}) {
       GeomFlags flags;
       flags.gen = gen;
-      comp_internal_cols(f, r, flags, c);
+      ground_internal_cols(f, r, flags, c);
       for (const xyz& col : c) EXPECT_EQ(col, (xyz{0, 0, 0}));
     }
   GeomCols all;
