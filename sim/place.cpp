@@ -34,23 +34,27 @@ struct SimPlace::System {
   PJ* to_geodetic = nullptr;  // longitude and latitude of the system's own datum, degrees
   int code = 0;
   geod_geodesic earth;
-  System() { geod_init(&earth, 6378137.0, 1 / 298.257223563); }
   ~System() {
     proj_destroy(to_geodetic);
     proj_context_destroy(context);
   }
-  bool open(const std::string& name, double& unit);
+  bool open(const std::string& name, double& unit, double& a, double& f);
 };
 
-bool SimPlace::System::open(const std::string& name, double& unit) {
+bool SimPlace::System::open(const std::string& name, double& unit, double& a, double& f) {
   PJ* const crs = proj_create(context, name.c_str());
   PJ* const base = crs ? proj_crs_get_geodetic_crs(context, crs) : nullptr;
   PJ* const axes = crs ? proj_crs_get_coordinate_system(context, crs) : nullptr;
+  PJ* const ellipsoid = crs ? proj_get_ellipsoid(context, crs) : nullptr;
   PJ* const raw = base ? proj_create_crs_to_crs_from_pj(context, crs, base, nullptr, nullptr) : nullptr;
   if (raw) to_geodetic = proj_normalize_for_visualization(context, raw);
-  const bool found = axes && proj_cs_get_axis_info(context, axes, 0, nullptr, nullptr, nullptr, &unit,
-                                                   nullptr, nullptr, nullptr);
-  for (PJ* const p : {crs, base, axes, raw}) proj_destroy(p);
+  const bool found =
+      axes &&
+      proj_cs_get_axis_info(context, axes, 0, nullptr, nullptr, nullptr, &unit, nullptr, nullptr, nullptr) &&
+      ellipsoid && proj_ellipsoid_get_parameters(context, ellipsoid, &a, nullptr, nullptr, &f);
+  f = f == 0 ? 0 : 1 / f;
+  geod_init(&earth, a, f);
+  for (PJ* const p : {crs, base, axes, ellipsoid, raw}) proj_destroy(p);
   code = std::atoi(name.c_str() + std::min(name.find(':') + 1, name.size()));
   return found && to_geodetic;
 }
@@ -63,7 +67,7 @@ bool SimPlace::open(const SimSpec& spec) {
   geoid_ = spec.geoid;
   if (!spec.crs.empty()) {
     system_ = std::make_unique<System>();
-    if (!system_->open(spec.crs, unit_)) {
+    if (!system_->open(spec.crs, unit_, a_, f_)) {
       ERROR_MSG("unknown coordinate system '" << spec.crs << "'");
       return false;
     }
@@ -91,6 +95,12 @@ void SimPlace::inverse(double east, double north, double& lat, double& lon, doub
   lat = here.phi * RAD_PER_DEG;
   lon = here.lam * RAD_PER_DEG;
   convergence = (azimuth1 + 0.5 * std::remainder(azimuth2 - azimuth1, 360)) * RAD_PER_DEG;
+}
+
+dxyz SimPlace::earth_centred(double lat, double lon, double h) const {
+  const double e2 = f_ * (2 - f_), N = a_ / std::sqrt(1 - e2 * std::sin(lat) * std::sin(lat));
+  return {(N + h) * std::cos(lat) * std::cos(lon), (N + h) * std::cos(lat) * std::sin(lon),
+          (N * (1 - e2) + h) * std::sin(lat)};
 }
 
 double SimPlace::geoid(double lat, double lon) const {

@@ -21,6 +21,8 @@ class SimPlace {
   double unit() const { return unit_; }  // m per unit of the system's plane
   // Geodetic coordinates (radians) of a position in metres of the grid, and the true azimuth of grid north there.
   void inverse(double east, double north, double& lat, double& lon, double& convergence) const;
+  // The same with a height above the ellipsoid in earth-centred coordinates, m.
+  dxyz earth_centred(double lat, double lon, double h) const;
   // Height of the geoid above the ellipsoid, m; 0 without one. It falls and rises linearly with latitude and longitude, so
   // that any interpolation of its grid gives it back.
   double geoid(double lat, double lon) const;
@@ -34,6 +36,7 @@ class SimPlace {
   std::unique_ptr<System> system_;
   int zone_ = 33;
   double unit_ = 1;
+  double a_ = 6378137.0, f_ = 1 / 298.257223563;  // of the ellipsoid, m
   bool geoid_ = false;
   double lat0_ = 0, lon0_ = 0;  // degrees, middle of the geoid's grid
 };

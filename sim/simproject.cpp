@@ -5,6 +5,7 @@
 
 #include "lib/Geometry/angle.h"
 #include "sim/simrand.h"
+#include "sim/space.h"
 
 namespace veld {
 Terrain make_terrain(const SimSpec& spec) {
@@ -108,34 +109,33 @@ struct Echoes {
 };
 
 // What comes back from below the crowns: nothing from water, in woods now and then a shrub.
-bool cast_to_ground(const Terrain& terrain, const dxyz& origin, const dxyz& dir, double max_range,
-                    SimRandom& random, BeamHit& hit) {
-  if (!cast_beam(terrain, origin, dir, max_range, true, hit)) return false;
+bool cast_to_ground(const Terrain& terrain, const GridBeam& beam, double max_range, SimRandom& random,
+                    BeamHit& hit) {
+  if (!cast_beam(terrain, beam, max_range, true, hit)) return false;
   if (hit.cover != Cover::ground) return true;
-  const double x = origin.x + hit.range * dir.x, y = origin.y + hit.range * dir.y;
-  if (is_pond(terrain, x, y)) return false;
-  if (terrain.undergrowth > 0 && is_wood(terrain, x, y) && random.uniform() < 0.4) {
-    hit.range += terrain.undergrowth * random.uniform() / dir.z;  // upwards: dir.z is negative
+  const dxyz p = beam.at(hit.range);
+  if (is_pond(terrain, p.x, p.y)) return false;
+  if (terrain.undergrowth > 0 && is_wood(terrain, p.x, p.y) && random.uniform() < 0.4) {
+    hit.range += terrain.undergrowth * random.uniform() / beam.dir.z;  // upwards: dir.z is negative
     hit.cover = Cover::shrub;
   }
   return true;
 }
 
 // What comes back of one beam: in crowns an echo from inside, often one more from below.
-Echoes find_echoes(const Terrain& terrain, const dxyz& origin, const dxyz& dir, double max_range,
-                   SimRandom& random) {
+Echoes find_echoes(const Terrain& terrain, const GridBeam& beam, double max_range, SimRandom& random) {
   Echoes echoes;
   BeamHit first, last;
-  if (!cast_beam(terrain, origin, dir, max_range, false, first)) return echoes;
+  if (!cast_beam(terrain, beam, max_range, false, first)) return echoes;
   if (first.cover != Cover::tree) {
-    echoes.n = cast_to_ground(terrain, origin, dir, max_range, random, echoes.hit[0]) ? 1 : 0;
+    echoes.n = cast_to_ground(terrain, beam, max_range, random, echoes.hit[0]) ? 1 : 0;
     return echoes;
   }
   echoes.n = 1;
   const double luck = random.uniform();
   first.range += 1.2 * random.uniform();
   echoes.hit[0] = first;
-  if (luck >= 0.75 || !cast_to_ground(terrain, origin, dir, max_range, random, last)) return echoes;
+  if (luck >= 0.75 || !cast_to_ground(terrain, beam, max_range, random, last)) return echoes;
   if (luck < 0.25 || first.range >= last.range - 1) {
     echoes.hit[0] = last;
   } else {
@@ -144,10 +144,20 @@ Echoes find_echoes(const Terrain& terrain, const dxyz& origin, const dxyz& dir, 
   }
   return echoes;
 }
+
+// A straight beam of space in the grid: a parabola through three of its places, less than 1 mm off over 3000 m.
+GridBeam beam_in_grid(const SimSpace& space, const Horizon& h, const dxyz& start, const dxyz& dir,
+                      double range) {
+  const dxyz p0 = space.end_of(h, start), p1 = space.end_of(h, start + (0.5 * range) * dir),
+             p2 = space.end_of(h, start + range * dir);
+  return {p0, (4.0 * p1 - 3.0 * p0 - p2) / range, 2.0 * (p2 - 2.0 * p1 + p0) / (range * range)};
+}
 }  // namespace
 
 std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int line, int channel,
                                 int pass) {
+  SimSpace space;
+  if (!space.open(spec)) return {};
   const Terrain terrain = make_terrain(spec);
   const DriftModel drift = make_drift(spec);
   const FlightLine& fl = plan.lines[line];
@@ -165,18 +175,22 @@ std::vector<SimPoint> scan_line(const SimSpec& spec, const FlightPlan& plan, int
 
     const Pose pose = true_pose(plan, t);
     const Mat3 attitude = body_to_world(pose.roll, pose.pitch, pose.heading);
-    const dxyz origin = pose.p + apply(attitude, spec.lever + apply(bore, pulse.start));
+    const Horizon horizon = space.horizon(pose.p);
+    const dxyz start = apply(attitude, spec.lever + apply(bore, pulse.start));
     const dxyz dir = apply(attitude, apply(bore, pulse.direction));
 
     const Pose rec = recorded_pose(plan, drift, t);
     const Mat3 rec_attitude = body_to_world(rec.roll, rec.pitch, rec.heading);
+    const Horizon rec_horizon = space.horizon(rec.p);
     const dxyz rec_dir = apply(rec_attitude, apply(mount, pulse.reported));
 
-    const Echoes echoes = find_echoes(terrain, origin, dir, 20 * spec.agl, random);
+    const GridBeam beam = beam_in_grid(space, horizon, start, dir, 1.2 * spec.agl);
+    const Echoes echoes = find_echoes(terrain, beam, 20 * spec.agl, random);
     for (int e = 0; e < echoes.n; e++) {
       const BeamHit& hit = echoes.hit[e];
       const double measured = measured_range(spec, hit.range) + spec.range_noise * random.normal();
-      points.push_back({t, rec.p + rec_dir * measured, origin + dir * hit.range,
+      points.push_back({t, space.end_of(rec_horizon, rec_dir * measured),
+                        space.end_of(horizon, start + dir * hit.range),
                         static_cast<float>(pulse.theta / RAD_PER_DEG), static_cast<uint8_t>(e + 1),
                         static_cast<uint8_t>(echoes.n), class_of(hit.cover), static_cast<uint8_t>(channel)});
     }

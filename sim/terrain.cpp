@@ -121,23 +121,22 @@ bool is_pond(const Terrain& t, double x, double y) {
   return du * du + 1.7 * dv * dv < radius * radius * shore * shore;
 }
 
-bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max_range, bool through,
-               BeamHit& hit) {
-  if (dir.z >= 0) return false;
+bool cast_beam(const Terrain& t, const GridBeam& beam, double max_range, bool through, BeamHit& hit) {
+  if (beam.dir.z >= 0) return false;
   const double ztop = t.z0 + 1.5 * t.relief + 20;  // nothing stands higher
-  double r = std::max(0.0, (origin.z - ztop) / -dir.z);
+  double r = std::max(0.0, (beam.origin.z - ztop) / -beam.dir.z);
   constexpr double STEP = 0.8;                          // m
   const auto above = [&](double range, Cover& cover) {  // height of the beam above what stands there
-    const double x = origin.x + range * dir.x, y = origin.y + range * dir.y, z = origin.z + range * dir.z;
-    double top = solid_height(t, x, y, cover);
+    const dxyz p = beam.at(range);
+    double top = solid_height(t, p.x, p.y, cover);
     if (!through) {
-      const double crown = crown_height(t, x, y);
+      const double crown = crown_height(t, p.x, p.y);
       if (crown > top) {
         top = crown;
         cover = Cover::tree;
       }
     }
-    return z - top;
+    return p.z - top;
   };
   Cover cover;
   double gap = above(r, cover);

@@ -29,6 +29,12 @@ double solid_height(const Terrain& t, double x, double y, Cover& cover);
 // Top of the crown that stands over (x, y); below the ground where there is none.
 double crown_height(const Terrain& t, double x, double y);
 
+struct GridBeam {    // in the grid, where the earth's curvature bends it
+  dxyz origin, dir;  // m; m of the grid per m, dir.z < 0 for one that hits
+  dxyz bend;         // 1/m
+  dxyz at(double range) const { return origin + range * (dir + range * bend); }
+};
+
 struct BeamHit {
   double range;  // m along the beam
   Cover cover;
@@ -36,8 +42,6 @@ struct BeamHit {
 bool is_wood(const Terrain& t, double x, double y);
 bool is_pond(const Terrain& t, double x, double y);
 
-// First solid surface along the unit vector dir from origin (dir.z < 0). through: the beam passes crowns.
-// False when nothing is hit within max_range metres.
-bool cast_beam(const Terrain& t, const dxyz& origin, const dxyz& dir, double max_range, bool through,
-               BeamHit& hit);
+// First solid surface along a beam. through: it passes crowns. False when nothing is hit within max_range metres.
+bool cast_beam(const Terrain& t, const GridBeam& beam, double max_range, bool through, BeamHit& hit);
 }  // namespace veld

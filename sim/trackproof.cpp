@@ -12,6 +12,7 @@
 #include "lib/general/log.h"
 #include "sim/flight.h"
 #include "sim/scoreread.h"
+#include "sim/space.h"
 
 namespace veld {
 namespace {
@@ -99,6 +100,10 @@ bool prove_track(const ProofFiles& files, const nlohmann::json& truth, ProofScor
   if (!read_track(files.project + "/traj.out", zone, origin, before) ||
       !read_track(files.track, zone, origin, after))
     return false;
+  SimSpec where;
+  where.zone = zone, where.east = origin.x, where.north = origin.y;
+  SimSpace space;
+  if (!space.open(where)) return false;
   const Mat3 mount = rotation_deg(imu), to_mount = transposed(mount), bore = rotation_deg(cal + 3);
   const dxyz lever{cal[0], cal[1], cal[2]};
   const double week0 = 1e9 - truth["week"].get<double>() * 604800;
@@ -114,10 +119,11 @@ bool prove_track(const ProofFiles& files, const nlohmann::json& truth, ProofScor
       const double time = observed->point.gps_time();
       const double t = time > 604800 && before.t[0] < 604800 ? time + week0 : time;
       const Pose o = pose_at(before, t), c = pose_at(after, t);
-      const dxyz r = dxyz{observed->point.x(), observed->point.y(), observed->point.z()} - o.p;
+      const dxyz r = space.vector_to(space.horizon(o.p),
+                                     {observed->point.x(), observed->point.y(), observed->point.z()});
       const dxyz v = apply(to_mount, apply(transposed(body_to_world(o.roll, o.pitch, o.heading)), r));
-      const dxyz p =
-          c.p + apply(body_to_world(c.roll, c.pitch, c.heading), apply(mount, apply(bore, v) + lever));
+      const dxyz p = space.end_of(space.horizon(c.p), apply(body_to_world(c.roll, c.pitch, c.heading),
+                                                            apply(mount, apply(bore, v) + lever)));
       const dxyz d = p - dxyz{corrected->point.x(), corrected->point.y(), corrected->point.z()};
       sum2 += {d.x * d.x, d.y * d.y, d.z * d.z};
       score.largest = {std::max(score.largest.x, std::fabs(d.x)), std::max(score.largest.y, std::fabs(d.y)),
