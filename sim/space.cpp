@@ -48,7 +48,8 @@ bool SimSpace::open(const SimSpec& spec) {
           up_[i][j] += w * node.up;
         }
     }
-  const double off = norm(in_space({east_ + 0.3 * REACH, north_ - 0.4 * REACH, 0}) - (ground(0.3, -0.4).at - middle));
+  const double off =
+      norm(in_space({east_ + 0.3 * REACH, north_ - 0.4 * REACH, 0}) - (ground(0.3, -0.4).at - middle));
   if (off < 1e-6) return true;  // also when it is no number
   ERROR_MSG("the projection has no smooth grid around " << east_ << ' ' << north_);
   return false;

@@ -27,8 +27,8 @@ class SimSpace {
   dxyz vector_to(const Horizon& from, const dxyz& grid) const;
 
  private:
-  static constexpr int N = 6;                 // coefficients each way
-  static constexpr double REACH = 20000;      // m, to each side of the middle
+  static constexpr int N = 6;             // coefficients each way
+  static constexpr double REACH = 20000;  // m, to each side of the middle
   dxyz in_space(const dxyz& grid) const;
   double east_ = 0, north_ = 0;
   // Chebyshev coefficients of the place with height 0 and of the direction of its vertical. Across REACH they are as

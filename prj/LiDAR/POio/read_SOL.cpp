@@ -32,7 +32,7 @@ double time_of(const char* m) {
                                                    : std::nan("");
   const uint16_t week = PO_field<uint16_t>(m, 16);
   if (!is_header(m) || !(t >= 0)) return std::nan("");
-  return week > 0 ? t + week * WEEK_S - ADJ_S : t;
+  return week > 0 ? t + (week * WEEK_S - ADJ_S) : t;  // in this order to 0.06, not 0.24 microseconds
 }
 
 PO sample(const char* m, const POread& par) {

@@ -19,7 +19,7 @@ constexpr uint64_t TAIL = 65536;  // bytes in which the last row is looked for
 // A time as the file's scale has it: with a column of weeks, adjusted.
 double row_time(const POrow& row, const TxtLayout& layout) {
   const double t = row.t * layout.time_unit;
-  return layout.row.col.week < 0 ? t : t + row.week * WEEK_S - ADJ_S;
+  return layout.row.col.week < 0 ? t : t + (row.week * WEEK_S - ADJ_S);
 }
 
 // Times of the first rows of a file that have all columns, in reverse order.
