@@ -278,6 +278,13 @@ bool find_layout(const std::string& path, const POread& par, bool report, TxtLay
     ERROR_MSG("roll or pitch without heading, PO file " << path << " (check option -po_parse)");
     return false;
   }
+  if (nfields > 0 && nfields <= col.cmax) {
+    ERROR_MSG("rows have " << nfields << " values, columns \"" << layout.letters << "\" need " << col.cmax + 1
+                           << ": say what they hold by -po_parse"
+                           << (nfields == 4 ? " (time and position alone: -po_parse txyz)" : "")
+                           << ", PO file " << path);
+    return false;
+  }
   if (commas_are_ambiguous(head, style, nfields, col)) {
     ERROR_MSG("commas separate numbers and stand in them, use points or semicolons, PO file " << path);
     return false;

@@ -412,7 +412,9 @@ TEST(ReadText, ComplaintsNameTheOption) {
   };
   const Row rows[] = {
       {"empty", "", 0, 0, false, false, "", "not enough data points, PO file "},
-      {"few columns", "", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "check option -po_parse"},
+      {"few columns", "", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n",
+       "rows have 4 values, columns \"txyzwpk\" need 7: say what they hold by -po_parse (time and position "
+       "alone: -po_parse txyz)"},
       {"no x", "tyz", 0, 0, false, false, "1 2 3 4\n2 3 4 5\n", "invalid PO columns 'tyz'"},
       {"no heading", "txyzwp", 0, 0, false, false, "1 2 3 4 5 6\n", "w and p only with k"},
       {"beyond all dates", "txyz", 0, 2, false, false, "1e15 5e5 5e6 4\n2e15 5e5 5e6 4\n",
