@@ -70,27 +70,25 @@ void try_tiles(const CacheName& swath, Bytes in) {
 }
 
 void try_grid(const CacheName& swath, Bytes in) {
-  put(swath.file(EXT_GMTIDX), take(in));
+  const char* const suffixes[] = {EXT_TIDX, EXT_GMTIDX};
+  for (const char* const suffix : suffixes) put(swath.file(suffix), take(in));
   put(swath.file(EXT_GMTZDS), in);
   SwGrid grid;
-  grid.TI.resize(2);
-  grid.TI[0] = {80000, 81000, 100};
-  grid.TI[1] = {80001, 81000, 100};
   Image<float> Z;
   Image<uint8_t> S;
-  if (read_gZDSidx_tiles(swath, grid) && grid.hdr.dim <= 16) {
-    (void)read_gZ_tile(grid, 1, nullptr, {}, Z, &S);
-    (void)read_gZ_tile_8nn(grid, 80000, 81000, 8, {}, Z, &S);
+  if (read_gZDSidx_tiles_idx(swath, grid) && grid.TI.size() > 0 && grid.hdr.dim <= 16) {
+    const int last = static_cast<int>(grid.TI.size()) - 1;
+    (void)read_gZ_tile(grid, last, nullptr, {}, Z, &S);
+    (void)read_gZ_tile_8nn(grid, grid.TI[0].x, grid.TI[0].y, 8, nullptr, {}, Z, &S);
   }
-  unlink(swath.file(EXT_GMTIDX).c_str());
-  unlink(swath.file(EXT_GMTZDS).c_str());
+  for (const char* const suffix : {EXT_TIDX, EXT_GMTIDX, EXT_GMTZDS}) unlink(swath.file(suffix).c_str());
 }
 
 void try_pair(const std::string& name, Bytes in) {
   put(name + EXT_RPCD0, take(in));
   put(name + EXT_RPCSUM, in);
-  Vector<Image<xyz>> Def(2);
-  for (Image<xyz>& D : Def) D.resize(3, 3);
+  Vector<Image<xyz>> Def(1);
+  Def[0].resize(17, 17);  // of one tile, as the seed has it
   (void)read_reg_cache(name + EXT_RPCD0, Def);
   unlink((name + EXT_RPCD0).c_str());
   unlink((name + EXT_RPCSUM).c_str());

@@ -1,5 +1,6 @@
 // fuzz/seed_corpus.cpp
 // Writes small sound inputs of every harness below a directory: where the fuzzers begin.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -109,6 +110,51 @@ void write_trajectories() {
   write("trajectories", "plain", plain);
 }
 
+// The first file of a directory whose name ends so, with its length in front where others follow; nothing without it.
+std::vector<uint8_t> file_bytes(const std::string& dir, const std::string& end, bool with_length) {
+  std::vector<std::filesystem::path> paths;
+  for (const auto& entry : std::filesystem::directory_iterator(dir))
+    if (entry.path().string().ends_with(end)) paths.push_back(entry.path());
+  std::sort(paths.begin(), paths.end());
+  if (paths.empty()) return with_length ? std::vector<uint8_t>(2) : std::vector<uint8_t>();
+  std::ifstream in(paths[0], std::ios::binary);
+  std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  bytes.resize(std::min<size_t>(bytes.size(), UINT16_MAX));
+  if (!with_length) return bytes;
+  std::vector<uint8_t> part(2);
+  put(part, 0, static_cast<uint16_t>(bytes.size()));
+  part.insert(part.end(), bytes.begin(), bytes.end());
+  return part;
+}
+
+// Families of caches and displacements as the program itself has left them in a directory.
+void write_caches(const std::string& dir) {
+  const struct {
+    const char* name;
+    uint8_t kind;  // what fuzz_caches takes it for
+    std::vector<const char*> suffixes;
+  } families[] = {
+      {"tiles", 0, {".0T.idx", ".mT.idx", ".mT.tbl.Zm", ".mT.tbl.dT", ".UL.idx", ".mT.XYZ"}},
+      {"tiles_sums", 0, {".0T.idx", ".mT.idx", ".mT.tbl.Zm", ".mT.tbl.dT", ".UL.idx", ".mT.XYZ", ".mT.sum"}},
+      {"grid", 1, {".0T.idx", ".gmT.idx", ".gmT.ZDS"}},
+      {"pair", 2, {".rpc.d0"}},
+      {"pair_sums", 2, {".rpc.d0", ".rpc.sum"}},
+      {"sums", 3, {".gmT.sum"}},
+      {"displacements", 4, {"_idx.log", ".dut"}}};
+  for (const auto& family : families) {
+    std::vector<uint8_t> bytes = {family.kind};
+    const bool open_end = family.kind != 0 && family.kind != 2;  // the last file has no length
+    for (const char* const suffix : family.suffixes) {
+      const bool last = suffix == family.suffixes.back();
+      const std::string text = suffix;
+      const bool length = !(last && (open_end || text.ends_with(".sum")));
+      const std::vector<uint8_t> part = file_bytes(dir, text, length);
+      bytes.insert(bytes.end(), part.begin(), part.end());
+    }
+    write("caches", family.name, bytes);
+  }
+}
+
 // Texts of systems behind a 0; key directories, doubles and text behind a 1 and the lengths of the first two in units of 8.
 void write_systems() {
   const char* const texts[] = {
@@ -204,7 +250,7 @@ std::vector<uint8_t> file_of(int format, const LASzip* scheme, const std::vector
 using namespace veld;
 
 int main(int argc, char** argv) {
-  if (argc != 2) return 1;
+  if (argc != 2 && argc != 3) return 1;  // the second: caches that a run has left
   root = argv[1];
   for (int format = 0; format <= 10; format++)
     for (const uint32_t nextra : {0u, 3u}) {
@@ -289,5 +335,6 @@ int main(int argc, char** argv) {
   write_project_texts();
   write_trajectories();
   write_systems();
+  if (argc == 3) write_caches(argv[2]);
   return 0;
 }

@@ -7,7 +7,9 @@
 // Here:     the row, its states, the table.
 // Not here: the points (tile caches, LmTidx_r), statistics (LmTidx_w), vectors of pairs (DUTio).
 #pragma once
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <ostream>
 #include <ranges>
 #include <string>
@@ -74,6 +76,48 @@ struct Swath {
   bool has_track() const { return mobile() && state != SwathState::no_track && track.file >= 0; }
 };
 
+// The rows of a table that stages work on, in order. Written out, as clang 14, which builds the fuzz harnesses, cannot
+// compile the filters of the library.
+template <typename Row>  // iterator of rows
+class PresentRows : public std::ranges::view_base {
+ public:
+  class Walk {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = Swath;
+    using difference_type = std::ptrdiff_t;
+    using pointer = typename Row::pointer;
+    using reference = typename Row::reference;
+    Walk() = default;
+    Walk(Row at, Row end) : at_(at), end_(end) { skip(); }
+    reference operator*() const { return *at_; }
+    pointer operator->() const { return &*at_; }
+    Walk& operator++() {
+      ++at_;
+      skip();
+      return *this;
+    }
+    Walk operator++(int) {
+      const Walk before = *this;
+      ++*this;
+      return before;
+    }
+    bool operator==(const Walk& other) const { return at_ == other.at_; }
+
+   private:
+    void skip() {
+      while (at_ != end_ && !at_->present()) ++at_;
+    }
+    Row at_ = {}, end_ = {};
+  };
+  PresentRows(Row begin, Row end) : begin_(begin), end_(end) {}
+  Walk begin() const { return {begin_, end_}; }
+  Walk end() const { return {end_, end_}; }
+
+ private:
+  Row begin_, end_;
+};
+
 class SwathTable {
  public:
   // Appends a row and numbers it; without a main channel it is its own.
@@ -91,8 +135,8 @@ class SwathTable {
   auto begin() const { return rows_.begin(); }
   auto end() const { return rows_.end(); }
   // The rows that stages work on, in order.
-  auto present() { return rows_ | std::views::filter(&Swath::present); }
-  auto present() const { return rows_ | std::views::filter(&Swath::present); }
+  PresentRows<std::vector<Swath>::iterator> present() { return {begin(), end()}; }
+  PresentRows<std::vector<Swath>::const_iterator> present() const { return {begin(), end()}; }
   std::vector<SwathId> ids() const;  // of these
 
   // The swath as logs and the index of pairs name it.
@@ -121,9 +165,10 @@ class SwathVector {
   auto end() { return v_.end(); }
   auto begin() const { return v_.begin(); }
   auto end() const { return v_.end(); }
-  auto ids() const {
-    return std::views::iota(0, static_cast<int>(v_.size())) |
-           std::views::transform([](int n) { return SwathId(n); });
+  std::vector<SwathId> ids() const {
+    std::vector<SwathId> list(v_.size());
+    for (size_t k = 0; k < list.size(); k++) list[k] = SwathId(static_cast<int>(k));
+    return list;
   }
 
  private:
