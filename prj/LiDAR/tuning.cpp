@@ -11,6 +11,7 @@ std::string SOFTINFO = "VELDRUNNER 2.26";
 double DATAUNIT = 1.0;
 double DATAUNIT_Z = 1.0;
 double OUTDATAUNIT = 1.0;
+double OUTDATAUNIT_Z = 1.0;
 
 float KEEPZmin = -10000.0f;
 float KEEPZmax = 10000.0f;

@@ -94,7 +94,8 @@ extern std::string GEODIR;    // geoid directory (-gdir)
 extern std::string SOFTINFO;  // the soft-info string that headers and saved options carry
 extern double DATAUNIT;       // metres per unit of the input files
 extern double DATAUNIT_Z;     // the same for their heights
-extern double OUTDATAUNIT;    // metres per unit of the outputs
+extern double OUTDATAUNIT;    // metres per unit of exported places: world files, boxes, tracks, transects
+extern double OUTDATAUNIT_Z;  // the same for their heights
 
 // Limits that no option changes.
 extern float KEEPZmin;  // height range compared, m

@@ -121,8 +121,8 @@ TEST_F(Messages, CommandsAndExclusions) {
        {"WARNING: map file argument ignored for scan direction split",
         "ERROR: option -split is not available yet: swaths are not split into channels or beams"}},
       {"-drift -1 -i a.las", {"ERROR: option -drift: time interval must be >=0"}},
-      {"-reg -i a.las -gcp none.txt -out_metre 0",
-       {"ERROR: option -out_metre is not available yet: reports are always in metres",
+      {"-reg -i a.las -gcp none.txt -tile2",
+       {"ERROR: option -tile2 is not available yet: references are always tiled after the mobile swaths",
         "ERROR: could not find file none.txt"}},
       {{"-reg", "-i", "a.las", "-name", std::string(240, 'n')},
        {"ERROR: name too long for the results, use a shorter -name: ./" + std::string(240, 'n') +

@@ -99,16 +99,15 @@ TEST(TrajectoryRun, SouthOrientatedGrid) {
 }
 
 // All formats give the points that an SBET gives, to a step of the files.
-TEST(TrajectoryRun, BinaryFormats) {
+TEST(TrajectoryRun, EachFormatGivesThePointsOfTheSbet) {
   const ScoredProject project;
   Vector<dxyz> sbet, points;
-  for (const std::string format : {"sbet", "trj", "sol", "bin", "pof", "las"}) {
+  for (const std::string format : {"sbet", "trj", "sol", "bin", "pof", "las", "txt"}) {
     SCOPED_TRACE(format);
-    const bool first = format == "sbet";
-    if (!first) project.add_trajectory("-po_format " + format);
-    expect_good(
-        project.align({"-utm", "33", "-i", "L*.las", "-po", "traj." + (first ? std::string("out") : format)}),
-        "");
+    const bool first = format == "sbet", text = format == "txt";
+    if (!first) project.add_trajectory(text ? "-po_parse txyzwpk" : "-po_format " + format);
+    const Args args = {"-utm", "33", "-i", "L*.las", "-po", "traj." + (first ? std::string("out") : format)};
+    expect_good(project.align(text ? args + "-po_geo 1 -po_time 1" : args), "");
     ASSERT_TRUE(read_las_dxyz(project.dir + "/out/L01.las", first ? sbet : points, "xyz"));
     double largest = 0;
     for (uint64_t i = 0; i < points.size(); i++) {
@@ -187,6 +186,40 @@ TEST(TrajectoryRun, SystemsOfTheSwathsAlone) {
     const size_t control = r.run.out.find("Control points, RMS of height differences: ");
     ASSERT_NE(control, std::string::npos) << r.run.out;
     EXPECT_LT(number_after(r.run.out.substr(control), " m before, "), 0.03) << r.run.out;
+  }
+}
+
+// Boxes, footprints, tracks and world files are in metres, or in the unit of the swaths with -out_metre 0.
+TEST(TrajectoryRun, ExportedPlacesAreInTheUnitThatIsAskedFor) {
+  constexpr double US = 1200.0 / 3937.0;
+  const ScoredProject project(
+      "-crs EPSG:2229 -east 1981200 -north 563900 -unit_z 0.3048006096 -pulse_rate 1500");
+  const std::unique_ptr<LASreader> swath = las_read_open(project.dir + "/L01.las", "xyz", false);
+  ASSERT_TRUE(swath);
+  for (const int metres : {1, 0}) {
+    SCOPED_TRACE(metres);
+    const RunOutput r = project.program.run(
+        Args("-scan -i L*.las -po traj.out -bb -fp -wf -odir out -tmpdir tmp -out_metre") +
+        (metres ? "1" : "0"));
+    ASSERT_EQ(r.code, 0) << r.err;
+    const double unit = metres ? US : 1, x = swath->header.min_x * unit, y = swath->header.min_y * unit,
+                 far = 600 / US * unit, platform = (500 + 160) / US * unit;
+    for (const char* const name :
+         {"_sw_bb.txt", "_sw_mbr.txt", "_sw_fp.txt", "_ovr_bb.txt", "_sw_traj.txt"}) {
+      const std::string text = read_text(project.dir + "/out/project" + name);
+      double v[3] = {0, 0, 0};
+      ASSERT_GE(std::sscanf(text.c_str() + text.find('\n'), "%lf %lf %lf", v, v + 1, v + 2), 2) << name;
+      EXPECT_NEAR(v[0], x, far) << name;
+      EXPECT_NEAR(v[1], y, far) << name;
+      if (std::string(name) == "_sw_traj.txt") {
+        EXPECT_NEAR(v[2], platform, 40 / US * unit);
+      }
+    }
+    const std::string world = read_text(project.dir + "/out/project_ovr.jgw");
+    double w[6] = {};
+    ASSERT_EQ(std::sscanf(world.c_str(), "%lf %lf %lf %lf %lf %lf", w, w + 1, w + 2, w + 3, w + 4, w + 5), 6)
+        << world;
+    EXPECT_NEAR(w[4], x, far);
   }
 }
 

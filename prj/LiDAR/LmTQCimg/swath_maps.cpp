@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
 
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
@@ -31,6 +32,8 @@ bool write_footprints(const Project& prj, const ProjectStat& stat, bool outobj) 
   ResultFile txt, obj;
   if (!txt.open(name + ".txt") || (outobj && !obj.open(name + ".obj"))) return false;
   txt.fs << "X Y Swath# Group#\n";
+  if (OUTDATAUNIT == 1.0)  // borders of microtiles are whole metres
+    for (ResultFile* const file : {&txt, &obj}) file->fs << std::setprecision(0);
   std::vector<SwathShape> shapes;
   for (const Swath& s : prj.swaths.present()) {
     Tocc occ;
@@ -39,7 +42,7 @@ bool write_footprints(const Project& prj, const ProjectStat& stat, bool outobj) 
       return false;
     }
     const auto ground = [&](int64_t v) {
-      return std::lround(static_cast<double>(v) * mTsize + GROUND_ORIGIN);
+      return (static_cast<double>(v) * mTsize + GROUND_ORIGIN) / OUTDATAUNIT;
     };
     const std::vector<BorderEdge> edges = border_edges(occ);
     for (const BorderEdge& e : edges) {

@@ -114,7 +114,7 @@ bool export_points_bbox(const Project& prj, const TransectParam& par, const MapP
   Limits z = NOTHING;
   uint64_t n = 0;
   if (!for_each_point(prj, box, [&](const Swath& s, double X, double Y, double Z) {
-        out.fs << X / OUTDATAUNIT << ' ' << Y / OUTDATAUNIT << ' ' << Z / OUTDATAUNIT << ' ' << s.id << ' '
+        out.fs << X / OUTDATAUNIT << ' ' << Y / OUTDATAUNIT << ' ' << Z / OUTDATAUNIT_Z << ' ' << s.id << ' '
                << s.group << '\n';
         extend(views[0].along, X), extend(views[1].along, Y), extend(z, Z);
         n++;

@@ -1,6 +1,7 @@
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
 
 #include "lib/general/result_file.h"
+#include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
@@ -16,7 +17,7 @@ bool write_polygons(const std::string& name, const char* suffix, const std::vect
     double c[4][2];
     corners(s.info, c);
     for (int i = 0; i <= 4; i++) {
-      const double x = c[i % 4][0], y = c[i % 4][1];
+      const double x = c[i % 4][0] / OUTDATAUNIT, y = c[i % 4][1] / OUTDATAUNIT;
       txt.fs << x << ' ' << y << ' ' << s.sw << ' ' << s.group << '\n';
       if (outobj) obj.fs << "v " << x << ' ' << y << " 0\n";
     }
@@ -54,7 +55,8 @@ bool write_BBOX(const std::string& file, double xmin, double ymin, double xmax, 
   ResultFile txt;
   if (!txt.open(file)) return false;
   txt.fs << "X Y \n";
-  for (int i = 0; i <= 4; i++) txt.fs << c[i % 4][0] << ' ' << c[i % 4][1] << '\n';
+  for (int i = 0; i <= 4; i++)
+    txt.fs << c[i % 4][0] / OUTDATAUNIT << ' ' << c[i % 4][1] / OUTDATAUNIT << '\n';
   return txt.commit();
 }
 }  // namespace veld

@@ -101,7 +101,7 @@ void write_part(const Track& track, const Vector<PO>& raw, const Vector<PO>& po,
     range.t1 = p.t;
     if (range.nin++ % static_cast<uint64_t>(sub) != 0) continue;
     range.nout++;
-    const dxyz at = {p.x / OUTDATAUNIT, p.y / OUTDATAUNIT, p.z / OUTDATAUNIT};
+    const dxyz at = {p.x / OUTDATAUNIT, p.y / OUTDATAUNIT, p.z / OUTDATAUNIT_Z};
     range.min = {std::min(range.min.x, at.x), std::min(range.min.y, at.y), std::min(range.min.z, at.z)};
     range.max = {std::max(range.max.x, at.x), std::max(range.max.y, at.y), std::max(range.max.z, at.z)};
     fs << p.t << ' ';

@@ -4,6 +4,7 @@
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/VR2POsync/VR2POsync_internal.h"
+#include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
@@ -29,9 +30,10 @@ bool traj_swaths_fp(const SyncJob& job) {
       if (!inside || (!end && rec.t < last + STEP)) continue;
       last = rec.t;
       char line[160];
-      std::snprintf(line, sizeof line, "%.2f %.2f %.2f %.3f ", rec.x, rec.y, rec.z, rec.t);
+      const dxyz at = {rec.x / OUTDATAUNIT, rec.y / OUTDATAUNIT, rec.z / OUTDATAUNIT_Z};
+      std::snprintf(line, sizeof line, "%.2f %.2f %.2f %.3f ", at.x, at.y, at.z, rec.t);
       txt.fs << line << s.id << ' ' << s.group << '\n';
-      std::snprintf(line, sizeof line, "v %.2f %.2f %.2f\n", rec.x, rec.y, rec.z);
+      std::snprintf(line, sizeof line, "v %.2f %.2f %.2f\n", at.x, at.y, at.z);
       if (job.par.OUTOBJ) obj.fs << line;
       n++;
     }

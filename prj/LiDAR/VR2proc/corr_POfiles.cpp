@@ -9,6 +9,7 @@
 #include "lib/general/result_file.h"
 #include "lib/general/timing.h"
 #include "prj/LiDAR/VR2proc/corr_PO.h"
+#include "prj/LiDAR/tuning.h"
 
 namespace veld {
 namespace {
@@ -35,8 +36,9 @@ void add_delay(const SwathCorr& corr, Sample& s) {
 std::string position_line(const Sample& s) {
   char text[200];
   std::snprintf(text, sizeof text, "%.3f  %7.3f %7.3f %7.3f  %7.4f %7.4f %7.4f\n", s.rec.t,
-                s.rec.x + wide(s.T.x), s.rec.y + wide(s.T.y), s.rec.z + wide(s.T.z),
-                wide(s.rec.roll + s.A_deg.x), wide(s.rec.pitch + s.A_deg.y), wide(s.rec.yaw + s.A_deg.z));
+                (s.rec.x + wide(s.T.x)) / OUTDATAUNIT, (s.rec.y + wide(s.T.y)) / OUTDATAUNIT,
+                (s.rec.z + wide(s.T.z)) / OUTDATAUNIT_Z, wide(s.rec.roll + s.A_deg.x),
+                wide(s.rec.pitch + s.A_deg.y), wide(s.rec.yaw + s.A_deg.z));
   return text;
 }
 

@@ -110,6 +110,7 @@ void set_units(const Options& o, bool has_system, GeoRefParam& georef) {
   DATAUNIT = georef.unit;
   DATAUNIT_Z = georef.unit_z;
   OUTDATAUNIT = o.out_metre ? 1.0 : DATAUNIT;
+  OUTDATAUNIT_Z = o.out_metre ? 1.0 : DATAUNIT_Z;
   LOG_LINE("DATAUNIT=" << DATAUNIT << " DATAUNIT_Z=" << DATAUNIT_Z << " OUTDATAUNIT=" << OUTDATAUNIT);
   if (DATAUNIT_Z != DATAUNIT)
     LOG_MSG("Units: " << DATAUNIT << " m horizontal, " << DATAUNIT_Z << " m vertical");

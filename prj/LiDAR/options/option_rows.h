@@ -27,7 +27,6 @@ inline constexpr Missing TRAJECTORY_FILES = {"trajectory files", "trajectories a
                          BLENDING = {"blending", "remaining residuals are not spread over the swaths"},
                          TILING_ORDER = {"order of tiling",
                                          "references are always tiled after the mobile swaths"},
-                         REPORT_UNITS = {"units of reports", "reports are always in metres"},
                          GEOMETRY_RMS = {"RMS of the geometry",
                                          "the check of the geometry always reports its RMS"};
 

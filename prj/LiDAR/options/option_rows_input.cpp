@@ -49,8 +49,9 @@ void add_rows_input(Options& o, std::vector<OptRow>& rows) {
       flag("metre", "", &o.metre, available, Theme::input, "inputs are in metres"),
       flag("feet_us", "", &o.feet_us, available, Theme::input, "inputs are in US survey feet"),
       flag("feet", "", &o.feet, available, Theme::input, "inputs are in international feet"),
-      boolean("out_metre", "", &o.out_metre, always(REPORT_UNITS), Theme::output,
-              "1: maps, trajectories and reports in metres; 0: in the unit of the inputs"),
+      boolean("out_metre", "", &o.out_metre, available, Theme::output,
+              "unit of world files (-drop_map too), boxes, footprints, tracks, -plot_po, -oposeg, "
+              "transects: 1 metres, 0 that of the inputs; statistics are in metres"),
       boolean("uav", "", &o.uav, available, Theme::input,
               "defaults for UAV projects: -dt_range 10 -dev_range 0.5 -dev_max 0.5 -coarse 0 -cal B3"),
       integer("xlevel", "x", 0, 2, &o.scanning.tiling.xlevel, available, Theme::tiles,

@@ -196,7 +196,7 @@ const std::vector<OutputTable>& output_tables() {
        "degrees"},
       {"_PO_sw_N.txt", "Time X Y Z Roll Pitch Yaw", "corrected trajectory of swath number N (-oposeg)",
        "Time: s, as in NAME_TA.log\n"
-       "X, Y, Z: m, in the project's system\n"
+       "X, Y, Z: in the project's system, output units (-out_metre)\n"
        "Roll, Pitch, Yaw: degrees, yaw from grid north"},
       {"_P_TA_sw_N.txt", "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw}",
        "trajectory of swath number N and its corrections, to be added (-ocorr)",
@@ -239,7 +239,7 @@ const std::vector<OutputTable>& output_tables() {
        "the trajectory of -plot_po, every n-th record (-po_sub)",
        "Time: s, as after -po_time\n"
        "Lon, Lat, h: degrees and m, of a geographic file; X0, Y0, Z0: m, of an earth-centred one\n"
-       "X, Y, Z: in the project's system, output units\n"
+       "X, Y, Z: in the project's system, output units (-out_metre)\n"
        "Roll, Pitch, Yaw: degrees, yaw from grid north"},
       {"_corr.txt", "X Y Corr{X Y Z} Swath#", "corrections of the microtiles (-ascii)",
        "X, Y: centre, m\n"
@@ -248,20 +248,22 @@ const std::vector<OutputTable>& output_tables() {
        "Column, Row: of the tile; column i begins i tiles from the origin (-otile_origin)\n"
        "Xmin to Ymax: its borders, in the unit of the swaths; a point on a border lies in the tile that "
        "begins there"},
-      {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have, m", "X, Y: corners, m"},
+      {"_ovr_bb.txt", "X Y", "box of the ground that at least two swaths have",
+       "X, Y: corners, in output units (-out_metre)"},
       {"_QC.log", "Quality control report", "points, areas and differences of the run, a row each", ""},
-      {"_sw_bb.txt", "X Y Swath# Group#", "boxes of the swaths, five corners each, m (-bb; .obj with -obj)",
-       ""},
+      {"_sw_bb.txt", "X Y Swath# Group#",
+       "boxes of the swaths, five corners each, in output units (-bb; .obj with -obj)", ""},
       {"_sw_mbr.txt", "X Y Swath# Group#",
-       "rectangles along the swaths, five corners each, m (-bb; .obj with -obj)", ""},
+       "rectangles along the swaths, five corners each, in output units (-bb; .obj with -obj)", ""},
       {"_sw_fp.txt", "X Y Swath# Group#",
-       "footprints of the swaths: border edges of their microtiles, two corners each, m (-fp; .obj with "
+       "footprints of the swaths: border edges of their microtiles, two corners each, in output units (-fp; "
+       ".obj with "
        "-obj)",
        ""},
       {"_sw_traj.txt", "X Y Z Time Swath# Group#",
        "tracks of the swaths with -fp: where the platform was while they were scanned, a place a second "
        "(.obj with -obj)",
-       "X, Y, Z: m, in the project's system\n"
+       "X, Y, Z: in the project's system, output units (-out_metre)\n"
        "Time: s, synchronised"},
       {"_sw_mbr.geojson", "",
        "the rectangles with what is known of each swath, in longitude and latitude (WGS 84)", ""},
