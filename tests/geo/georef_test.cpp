@@ -66,6 +66,26 @@ std::vector<Example> examples() {
                   wkt("6377298.556,300.8017", "Hotine_Oblique_Mercator_Azimuth_Center",
                       timbalai + param("false_easting", 590476.87) + param("false_northing", 442857.65)),
                   dms(115, 48, 19.8196), dms(5, 23, 14.1129), 679245.73, 596562.78, 0.006});
+  constexpr double US = 1200.0 / 3937.0;
+  rows.push_back(
+      {"LCC Jamaica, one parallel",
+       wkt("6378206.4,294.97870", "Lambert_Conformal_Conic_1SP",
+           param("latitude_of_origin", 18) + param("central_meridian", -77) + param("scale_factor", 1) +
+               param("false_easting", 250000) + param("false_northing", 150000)),
+       -dms(76, 56, 37.26), dms(17, 55, 55.80), 255966.58, 142493.51, 0.006});
+  rows.push_back(
+      {"LCC Texas South Central, two parallels",
+       wkt("6378206.4,294.97870", "Lambert_Conformal_Conic_2SP",
+           param("standard_parallel_1", dms(28, 23, 0)) + param("standard_parallel_2", dms(30, 17, 0)) +
+               param("latitude_of_origin", dms(27, 50, 0)) + param("central_meridian", -99) +
+               param("false_easting", 2000000 * US) + param("false_northing", 0)),
+       -96, 28.5, 2963503.91 * US, 254759.80 * US, 0.0025});
+  rows.push_back({"OS Amersfoort",
+                  wkt("6377397.155,299.15281", "Oblique_Stereographic",
+                      param("latitude_of_origin", dms(52, 9, 22.178)) +
+                          param("central_meridian", dms(5, 23, 15.5)) + param("scale_factor", 0.9999079) +
+                          param("false_easting", 155000) + param("false_northing", 463000)),
+                  6, 53, 196105.283, 557057.739, 0.0015});
   return rows;
 }
 
