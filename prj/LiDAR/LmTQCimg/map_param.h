@@ -3,7 +3,9 @@
 // Here:     MapParam, the scales of the kinds of maps, ImgCRS of a project.
 // Not here: drawing (fast_QC.h, tile_map.h, vec_map.h), files (image/).
 #pragma once
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "geo/georef.h"
 #include "image/raster_out.h"
@@ -30,6 +32,7 @@ struct MapParam {
   VectorStyle vectors;             // -vmap_rgb, -vmap_sep, -vmap_max, -v_range, -v_color
   float u_range = 0.2f;            // m, full scale of uncertainties (-u_range)
   bool sep = false;                // swath separation images and tables (-sep)
+  std::vector<uint8_t> xcls;       // classes that the run leaves out (-drop_class and its kin)
   int sep_ql = 2;                  // quality level whose limits they show, 0 to 3 (-sep_ql)
   bool h_log = false;              // -h_log
   float p_range = 0, h_range = 0;  // m, of scatter plots and histograms; 0: -v_range and -dz_range

@@ -67,17 +67,26 @@ class SwathSums {
   int64_t tile_ = -1;
 };
 
-bool add_file(const std::string& path, SwathSums& sums) {
+// nnoise: the noise of the file is added to it.
+bool add_file(const std::string& path, const TilingParam& points, SwathSums& sums, uint64_t& nnoise) {
   std::unique_ptr<LASreader> reader = las_read_open(path, INPARSE, false);
   if (!reader) return false;
   const LASheader& h = reader->header;
   const bool extended = reader->point.lay.extended;
-  const PointFilter filter = make_PointFilter(TilingParam(), extended);
+  const PointFilter filter = make_PointFilter(points, extended);
+  const auto is_noise = [extended](const uint8_t* rec) {
+    const int cls = extended ? rec[16] : rec[15] & 31;
+    return cls == 7 || cls == 18;
+  };
   const size_t length = static_cast<size_t>(reader->point.lay.reclen);
   uint64_t n = 0;
   for (const uint8_t* rec = reader->read_block(n); rec && n > 0; rec = reader->read_block(n))
     for (const uint8_t* const end = rec + n * length; rec < end; rec += length) {
       if (drop_of(filter, rec, extended)) continue;
+      if (is_noise(rec)) {
+        nnoise++;
+        continue;
+      }
       int32_t raw[2];
       uint16_t intensity;
       std::memcpy(raw, rec, sizeof raw);
@@ -92,16 +101,19 @@ bool add_file(const std::string& path, SwathSums& sums) {
 }
 }  // namespace
 
-bool IntensityMap::make(const Project& prj, const TileInfo& frame, int side) {
+bool IntensityMap::make(const Project& prj, const TileInfo& frame, int side,
+                        const std::vector<uint8_t>& xcls) {
   LOG_ENTER("intensity map nsw=" << prj.swaths.size() << " side=" << side);
   if (!sums_.open(frame, side, xyz{0, 0, 0})) return false;
+  TilingParam points;
+  points.xcls = xcls;
   for (const Swath& s : prj.swaths.present()) {
     std::vector<std::string> files;
     for (const SwathId member : s.members) files.push_back(prj.swaths[member].path());
     if (files.empty()) files.push_back(s.path());
     SwathSums sums(sums_, static_cast<double>(prj.scale.Tsize));
     for (const std::string& file : files)
-      if (!add_file(file, sums)) return false;
+      if (!add_file(file, points, sums, nnoise_)) return false;
     if (!sums.flush()) return false;
   }
   return set_limits();

@@ -9,6 +9,7 @@
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/LmTQCimg/tile_map.h"
+#include "prj/LiDAR/LmTQCsep/ground_cells.h"
 #include "prj/LiDAR/LmTQCsep/intensity_map.h"
 #include "prj/LiDAR/LmTQCsep/sep_cells.h"
 #include "prj/LiDAR/LmTgrid_w/grid_rows.h"
@@ -25,7 +26,7 @@ constexpr uint32_t MIN_CELL_POINTS = 3;  // that a range of heights needs
 
 struct SwathAt : GridRow {
   int margin = 0;
-  std::unique_ptr<SwTiles> points;  // for the precision, while the grid is open
+  std::unique_ptr<SwTiles> points;  // while the grid is open
 };
 
 struct Separation {
@@ -54,7 +55,7 @@ int choose_sub(const Project& prj, const MapParam& map) {
 bool list_swaths(Separation& s) {
   for (GridRow& row : list_grid_rows(s.prj)) {
     SwathAt at{std::move(row), 0, nullptr};
-    at.margin = sep_margin(s.sub, s.corr ? max_corr((*s.corr)[at.sw]) : 0.0f, s.GSD);
+    at.margin = sep_margin(s.corr ? max_corr((*s.corr)[at.sw]) : 0.0f, s.GSD);
     s.swaths.push_back(std::move(at));
   }
   return !s.swaths.empty();
@@ -65,7 +66,7 @@ bool turn_swaths(Separation& s, int64_t YI) {
   for (SwathAt& at : s.swaths) {
     if (!turn_grid_row(s.prj, YI, at)) return false;
     if (!at.grid) at.points.reset();
-    if (!at.grid || at.points || s.corr) continue;
+    if (!at.grid || at.points) continue;
     at.points = std::make_unique<SwTiles>();
     if (read_SwTiles(s.prj.swaths[at.sw].cache, *at.points)) continue;
     ERROR_MSG("missing/incompatible temp. tile files, swath " << s.prj.swaths[at.sw].path());
@@ -74,8 +75,31 @@ bool turn_swaths(Separation& s, int64_t YI) {
   return true;
 }
 
+// The points of a swath around a tile, m from its lower left corner, with the correction; np: of P. False after an
+// ERROR line.
+bool read_points(const Separation& s, const SwathAt& at, uint32_t XI, uint32_t YI, const TileCorr* field,
+                 Vector<xyz>& P, uint64_t& np) {
+  np = 0;
+  const int tile = at.points->find(XI, YI);
+  if (tile < 0) return true;
+  Image<uint8_t> all(mTsub, mTsub, uint8_t{1});
+  uint64_t n = 0, inside = 0;
+  if (!read_LmT_tile_nn(*at.points, static_cast<uint32_t>(tile), all, mTsub, P, n, inside)) {
+    ERROR_MSG("missing/incompatible temp. tile files, swath " << s.prj.swaths[at.sw].path());
+    return false;
+  }
+  const float mt = 1 / s.prj.scale.mTsize;
+  for (uint64_t i = 0; i < n; i++) {
+    xyz c = {0, 0, 0};
+    if (field && !field->at(P[i].x * mt, P[i].y * mt, c)) continue;
+    P[np++] = P[i] + c;
+  }
+  return true;
+}
+
 // Range of heights in cells of twice the point spacing, less what the slope explains. False after an ERROR line.
-bool add_precision(const Separation& s, const SwathAt& at, int k, uint32_t XI, uint32_t YI, SepSum& sum) {
+bool add_precision(const Separation& s, const SwathAt& at, uint32_t XI, uint32_t YI, const Vector<xyz>& P,
+                   uint64_t np, SepSum& sum) {
   const int n = mTsub * s.prj.scale.dim,
             step = std::max(1, static_cast<int>(std::lround(2 / std::sqrt(TARGET_DF))));
   const int side = n / step;
@@ -83,15 +107,6 @@ bool add_precision(const Separation& s, const SwathAt& at, int k, uint32_t XI, u
   Image<uint8_t> S;
   const GridRead state = read_gZ_tile_8nn(*at.grid, XI, YI, step, nullptr, GridLimits(), Z, &S);
   if (state != GridRead::heights) return state != GridRead::failed;
-  Image<uint8_t> all(mTsub, mTsub, uint8_t{1});
-  Vector<xyz> P;
-  uint64_t np = 0, np0 = 0;
-  const int tile = at.points->find(XI, YI);
-  if (tile < 0 || k < 0) return true;
-  if (!read_LmT_tile_nn(*at.points, static_cast<uint32_t>(tile), all, mTsub, P, np, np0)) {
-    ERROR_MSG("missing/incompatible temp. tile files, swath " << s.prj.swaths[at.sw].path());
-    return false;
-  }
   Image<float> low(side, side, 2e37f), high(side, side, -2e37f);
   Image<uint32_t> count(side, side, 0u);
   const float cell = static_cast<float>(step) * s.GSD;
@@ -123,26 +138,45 @@ bool add_precision(const Separation& s, const SwathAt& at, int k, uint32_t XI, u
   return true;
 }
 
+// A swath on a tile.
+struct SwathCells {
+  SwathId sw;
+  Image<float> Z;       // of all surfaces, for the picture
+  Image<float> ground;  // of open ground, for the tables
+};
+
+// here stays as it is when the swath has nothing on the tile. False after an ERROR line.
+bool add_swath_cells(const Separation& s, const SwathAt& at, uint32_t XI, uint32_t YI, TileResult& r,
+                     std::vector<SwathCells>& here) {
+  const int k = at.grid ? at.grid->tile_at(XI, YI) : -1;
+  if (k < 0 || at.grid->gT(k) == 0) return true;
+  std::unique_ptr<TileCorr> field;
+  if (s.corr) field = std::make_unique<TileCorr>(*at.grid, XI, YI, (*s.corr)[at.sw]);
+  SwathCells cells{at.sw, {}, {}};
+  const GridRead state = comp_cells(*at.grid, XI, YI, s.sub, at.margin, s.GSD, field.get(), cells.Z);
+  if (state == GridRead::failed) return false;
+  Vector<xyz> P;
+  uint64_t np = 0;
+  if (!read_points(s, at, XI, YI, field.get(), P, np)) return false;
+  if (!s.corr && !add_precision(s, at, XI, YI, P, np, r.precision[at.sw])) return false;
+  if (state != GridRead::heights) return true;
+  ground_cells(P, np, s.side, s.cell, cells.ground);
+  here.push_back(std::move(cells));
+  return true;
+}
+
 // One tile into the row. False after an ERROR line.
 bool comp_tile(Separation& s, int tx, int ty, TileResult& r) {
   const uint32_t XI = s.frame.XI + static_cast<uint32_t>(tx), YI = s.frame.YI + static_cast<uint32_t>(ty);
-  std::vector<std::pair<SwathId, SepCells>> here;
-  for (const SwathAt& at : s.swaths) {
-    const int k = at.grid ? at.grid->tile_at(XI, YI) : -1;
-    if (k < 0 || at.grid->gT(k) == 0) continue;
-    SepCells cells;
-    const SCorrTbl* const corr = s.corr ? &(*s.corr)[at.sw] : nullptr;
-    const GridRead state = comp_cells(*at.grid, XI, YI, s.sub, at.margin, s.GSD, corr, cells);
-    if (state == GridRead::failed || (at.points && !add_precision(s, at, k, XI, YI, r.precision[at.sw])))
-      return false;
-    if (state == GridRead::heights) here.emplace_back(at.sw, std::move(cells));
-  }
+  std::vector<SwathCells> here;
+  for (const SwathAt& at : s.swaths)
+    if (!add_swath_cells(s, at, XI, YI, r, here)) return false;
   for (int y = 0; y < s.side; y++)
     for (int x = 0; x < s.side; x++) {
       float low = 2e37f, high = -2e37f;
       int n = 0;
-      for (const auto& [sw, cells] : here) {
-        const float z = cells.Z(x + 1, y + 1);
+      for (const SwathCells& cells : here) {
+        const float z = cells.Z(x, y);
         if (z == NODATA) continue;
         low = std::min(low, z), high = std::max(high, z), n++;
       }
@@ -151,11 +185,10 @@ bool comp_tile(Separation& s, int tx, int ty, TileResult& r) {
     }
   for (size_t a = 0; a < here.size(); a++)
     for (size_t b = a + 1; b < here.size(); b++) {
-      SepSum& sum = r.pairs[{here[a].first, here[b].first}];
-      for (int y = 0; y < s.side; y++)
-        for (int x = 0; x < s.side; x++)
-          if (here[a].second.open(x, y, s.cell) && here[b].second.open(x, y, s.cell))
-            sum.add(std::fabs(here[a].second.Z(x + 1, y + 1) - here[b].second.Z(x + 1, y + 1)));
+      const Image<float>&za = here[a].ground, &zb = here[b].ground;
+      SepSum& sum = r.pairs[{here[a].sw, here[b].sw}];
+      for (uint64_t i = 0; i < za.size(); i++)
+        if (za[i] != NODATA && zb[i] != NODATA) sum.add(std::fabs(za[i] - zb[i]));
     }
   return true;
 }
@@ -214,7 +247,11 @@ bool save_separation(const Project& prj, const TileInfo& frame, const MapParam& 
                             frame_place(frame, static_cast<double>(prj.scale.Tsize), result.cell), width,
                             frame.ny * s.side))
     return false;
-  if (draw && !ground.make(prj, frame, s.side)) return false;
+  if (draw && !ground.make(prj, frame, s.side, map.xcls)) return false;
+  if (ground.nnoise() > 0)
+    WARNING_MSG(
+        "swath separation: " << ground.nnoise()
+                             << " points of the noise classes 7 and 18 take part (use -drop_class 7 18)");
   Image<float> brightness(width, s.side, NODATA);
   progress_start(frame.ny);
   for (int ty = frame.ny - 1; ty >= 0; ty--) {

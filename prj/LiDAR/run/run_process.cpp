@@ -150,7 +150,7 @@ Step process_step(Run& run, const Options& o, const std::string& dut, Progress& 
   ScanParam scan = o.scanning;
   place_maps(prj, scan.map);
   scan.points = progress.points;
-  scan.tiling.xcls = run.xcls;
+  scan.tiling.xcls = scan.map.xcls = corr.map.xcls = run.xcls;
   if (!scan.drop_map.empty()) scan.drop_map = complete_path(scan.drop_map, run.cl.in.rules);
   scan.SWMAPS = o.scan;
   scan.REG = run.cmd.reg;

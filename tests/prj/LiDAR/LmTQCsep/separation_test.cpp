@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include "lib/DataStructure/nodata.h"
 #include "lib/general/path.h"
+#include "prj/LiDAR/LmTQCsep/ground_cells.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/tuning.h"
 #include "tests/prj/LiDAR/LmTgrid_w/synth_swaths.h"
@@ -59,6 +61,43 @@ TEST(Separation, PlantedOffsetsComeBackAndGo) {
   const SeparationResult after = p.run(&corr);
   for (const auto& [pair, sum] : after.pairs) EXPECT_LT(sum.rms(), 0.025) << pair.first << " " << pair.second;
   EXPECT_TRUE(exists(p.prj.name + "_sepcorr.tif"));
+}
+
+// A cell of 20 points on a plane with noise, and what else stands there.
+TEST(GroundCells, OpenGroundCountsAndNothingElse) {
+  const struct {
+    const char* what;
+    float slope;
+    int ntrees, first;  // points that stand 1.5 m high, first point
+    float low;          // m, of one point below
+    bool open;
+  } cases[] = {
+      {"bare", 0.1f, 0, 0, 0, true},         {"a twig", 0.1f, 2, 0, 0, true},
+      {"a bush", 0.1f, 5, 0, 0, false},      {"steep", 0.2f, 0, 0, 0, false},
+      {"noise below", 0.1f, 0, 0, 2, false}, {"a quarter without points", 0.1f, 0, 5, 0, false},
+      {"a roof", 0.05f, 20, 0, 0, true},
+  };
+  constexpr float CELL = 2;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Vector<xyz> P;
+    P.resize(20);
+    uint64_t np = 0;
+    for (int i = c.first; i < 20;
+         i++) {  // five in each quarter of the cell (3, 1), the first ones in the lower left
+      const float u = 0.15f * static_cast<float>(i % 5 + 1), v = 0.8f - u;
+      xyz p = {u + static_cast<float>(i / 5 % 2), v + static_cast<float>(i / 10), 0};
+      p.z = 100 + c.slope * (p.x - CELL / 2) + 0.02f * static_cast<float>(i % 3 - 1);
+      if (i - c.first < c.ntrees) p.z += 1.5f;
+      if (i == 19) p.z -= c.low;
+      P[np++] = p + xyz{3 * CELL, CELL, 0};
+    }
+    Image<float> Z;
+    ground_cells(P, np, 4, CELL, Z);
+    ASSERT_EQ(Z(3, 1) != NODATA, c.open);
+    if (c.open) { EXPECT_NEAR(Z(3, 1), c.ntrees == 20 ? 101.5 : 100, 0.02); }
+    EXPECT_EQ(Z(2, 1), NODATA);
+  }
 }
 
 TEST(SepSum, CountsAgainstSortedValues) {
