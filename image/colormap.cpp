@@ -123,7 +123,17 @@ Vector<RGBchar> make_colormap(int number, bool inv) {
   return table;
 }
 
-int background_code(int number, bool mix) {
-  return mix && number != COLOR_GREY && number <= COLOR_LAST ? 128 : 0;
+RGBchar no_data_color(int number, bool inv) {
+  switch (number) {
+    case COLOR_GREY:
+    case 4:
+    case 9:
+    case COLOR_VECTOR:
+      return inv ? rgb(255, 255, 255) : rgb(0, 0, 0);
+    case COLOR_SEQUENTIAL:  // its middle is grey
+      return rgb(255, 255, 255);
+    default:
+      return rgb(90, 90, 90);
+  }
 }
 }  // namespace veld

@@ -25,7 +25,7 @@ constexpr int COLOR_VECTOR = 20;      // 20 to 24: the tables of -v_color 0 to 4
 // vision: 0 grey, 1 blue to red, 2 purple to green, 3 blue to orange, 4 blue over black to yellow.
 Vector<RGBchar> make_colormap(int number, bool inv);
 
-// Entry that stands for "no value" where values may have both signs (mix): the middle of the tables up to 9,
-// whose zero is their background, else entry 0.
-int background_code(int number, bool mix);
+// The colour of pixels without a value: one that the table does not have near its zero, so that holes are not taken
+// for agreement. The background for tables 0, 4, 9 and 20.
+RGBchar no_data_color(int number, bool inv);
 }  // namespace veld

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "image/jpeg_out.h"
+#include "image/label.h"
 #include "image/tiff_out.h"
 #include "lib/general/assert_fail.h"
 #include "lib/general/log.h"
@@ -69,7 +70,7 @@ struct RasterOut::State {
   std::vector<Part> parts;  // of the present row of parts
   int nwritten = 0, nempty = 0;
   Vector<RGBchar> table;
-  int background = 0;
+  RGBchar none;                 // colour of pixels without a value
   std::vector<uint8_t> level;   // codes of a row, 8 bits
   std::vector<uint8_t> sample;  // samples of a row for the TIFF
   std::vector<RGBchar> colour;  // of a row for the JPEG
@@ -182,7 +183,7 @@ bool RasterOut::State::put_row(const float* values, const RGBchar* colours) {
     if (par.OUTJPEG && scale.color > 0)
       for (int x = 0; x < xsize; x++) {
         const int i = level[static_cast<size_t>(x)];
-        colour[static_cast<size_t>(x)] = table[i == 0 ? background : i];
+        colour[static_cast<size_t>(x)] = i == 0 ? none : table[i];
       }
     if (pixel == Pixel::f32) {
       std::memcpy(sample.data(), values, static_cast<size_t>(xsize) * 4);
@@ -218,7 +219,7 @@ bool RasterOut::open(const std::string& name, const std::string& title, const Im
   s.ny = (ysize + par.maxsize - 1) / par.maxsize;
   s.pixel = par.tiff_float ? Pixel::f32 : scale.b16 ? Pixel::u16 : Pixel::u8;
   s.table = make_colormap(scale.color, par.inv);
-  s.background = background_code(scale.color, scale.mix);
+  s.none = no_data_color(scale.color, par.inv);
   s.level.resize(static_cast<size_t>(xsize));
   s.colour.resize(static_cast<size_t>(xsize));
   s.sample.resize(static_cast<size_t>(xsize) * 4);
@@ -285,18 +286,34 @@ uint64_t RasterOut::memory(const ImgParam& par, const ImgScale& scale, int xsize
 }
 
 bool save_cmap(const std::string& name, const ImgParam& par, const ImgScale& scale) {
-  constexpr int WIDTH = 32, HEIGHT = 255;
-  const double bottom = bottom_of(scale, scale.range);
-  const double top = bottom + width_of(scale, scale.range);
-  const std::string file = name + "_cmap_" + bound_text(bottom) + "_" + bound_text(top) + ".jpg";
-  LOG_MSG("Writing color map (bottom=" << bottom << " top=" << top << "): " << file);
+  constexpr int BAR = 32, HEIGHT = 255, EDGE = 8, TEXT = 2, LINE = TEXT * (LETTER_HEIGHT + 3), NTICKS = 5;
+  constexpr int LETTERS = 10;  // the longest words
+  const double bottom = bottom_of(scale, scale.range), width = width_of(scale, scale.range);
+  const std::string file = name + "_cmap_" + bound_text(bottom) + "_" + bound_text(bottom + width) + ".jpg";
+  LOG_MSG("Writing color map (bottom=" << bottom << " top=" << bottom + width << "): " << file);
   const Vector<RGBchar> table = make_colormap(scale.color, par.inv);
-  JpegOut out;
-  if (!out.open(file, WIDTH, HEIGHT, 3, 95)) return false;
-  for (int y = 0; y < HEIGHT; y++) {
-    const std::vector<RGBchar> row(WIDTH, table[255 - y]);
-    if (!out.put_rows(&row[0].r, 1)) return false;
+  const RGBchar ground = par.inv ? RGBchar{255, 255, 255} : RGBchar{0, 0, 0};
+  const RGBchar ink = par.inv ? RGBchar{0, 0, 0} : RGBchar{255, 255, 255};
+  const int top = EDGE + LINE, below = top + HEIGHT + LINE, text_x = EDGE + BAR + 3 * EDGE;
+  Image<RGBchar> img(text_x + LETTERS * LETTER_WIDTH * TEXT + EDGE, below + LINE + EDGE, ground);
+  const auto box = [&](int y0, int y1, const auto& colour_at) {  // with a rim
+    for (int y = y0 - 1; y <= y1; y++)
+      for (int x = EDGE - 1; x <= EDGE + BAR; x++)
+        img(x, y) = y < y0 || y == y1 || x < EDGE || x == EDGE + BAR ? ink : colour_at(y);
+  };
+  box(top, top + HEIGHT, [&](int y) { return table[255 - (y - top)]; });
+  for (int k = 0; k < NTICKS; k++) {
+    const int y = top + (NTICKS - 1 - k) * (HEIGHT - 1) / (NTICKS - 1);
+    for (int x = EDGE + BAR; x < EDGE + BAR + EDGE; x++) img(x, y) = ink;
+    draw_label(img, text_x - EDGE, y - LETTER_HEIGHT * TEXT / 2,
+               bound_text(bottom + k * width / (NTICKS - 1)), TEXT, ink);
   }
-  return out.close();
+  draw_label(img, EDGE, EDGE / 2, scale.unit, TEXT, ink);
+  const RGBchar none = no_data_color(scale.color, par.inv);
+  box(below, below + LETTER_HEIGHT * TEXT, [&](int) { return none; });
+  draw_label(img, text_x - EDGE, below, "no data", TEXT, ink);
+  JpegOut out;
+  return out.open(file, img.xsize(), img.ysize(), 3, 95) && out.put_rows(&img.row(0)->r, img.ysize()) &&
+         out.close();
 }
 }  // namespace veld

@@ -75,6 +75,7 @@ class RasterOut {
   std::unique_ptr<State> s_;
 };
 
-// name + "_cmap_" + bottom + "_" + top + ".jpg": the colours from bottom to top. False after an ERROR line.
+// name + "_cmap_" + bottom + "_" + top + ".jpg": the colours from bottom to top with their values and unit, and the colour of
+// pixels without a value. False after an ERROR line.
 [[nodiscard]] bool save_cmap(const std::string& name, const ImgParam& par, const ImgScale& scale);
 }  // namespace veld

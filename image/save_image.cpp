@@ -163,7 +163,11 @@ void update_XY_YZ_XZ_img(ScatterPlanes& p, const xyz& v) {
   const auto at = [&](float c) {
     return static_cast<int>(std::floor((c / p.range * 0.5f + 0.5f) * static_cast<float>(side)));
   };
-  if (!(std::fabs(v.x) < p.range && std::fabs(v.y) < p.range && std::fabs(v.z) < p.range)) return;
+  p.n++;
+  if (!(std::fabs(v.x) < p.range && std::fabs(v.y) < p.range && std::fabs(v.z) < p.range)) {
+    p.nout++;
+    return;
+  }
   const int x = at(v.x), y = at(v.y), z = at(v.z);
   p.XY(x, y)++;
   p.YZ(y, z)++;
@@ -171,7 +175,10 @@ void update_XY_YZ_XZ_img(ScatterPlanes& p, const xyz& v) {
 }
 
 bool save_XY_YZ_XZ_img(const std::string& name, const ImgParam& par, const ScatterPlanes& planes) {
-  LOG_MSG("Writing 3 scatterplot images (XY,YZ,XZ) " << name << "_*, range=" << planes.range);
+  const double beyond =
+      100 * static_cast<double>(planes.nout) / static_cast<double>(std::max<uint64_t>(planes.n, 1));
+  LOG_MSG("Writing 3 scatterplot images (XY,YZ,XZ) " << name << "_*, range=" << planes.range << ", " << beyond
+                                                     << "% of the vectors beyond");
   LOG_LINE("save_XY_YZ_XZ_img name=" << name << " range=" << planes.range << " inv=" << par.inv);
   return save_plane(name + "_XY", par, planes.XY) && save_plane(name + "_YZ", par, planes.YZ) &&
          save_plane(name + "_XZ", par, planes.XZ);

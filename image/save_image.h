@@ -6,6 +6,7 @@
 // In all images of maps row 0 is the southern one; place is that of the upper left corner. All calls: false after
 // an ERROR line.
 #pragma once
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -41,6 +42,7 @@ struct VectorStyle {
 struct ScatterPlanes {
   float range = 0.5f;  // m
   Image<uint32_t> XY, YZ, XZ;
+  uint64_t n = 0, nout = 0;  // vectors, and those beyond the range, which are on no plane
 };
 ScatterPlanes make_scatter(int side,
                            float range);  // side: pixels (-p_size), made odd, so that 0 is a pixel's centre

@@ -59,6 +59,20 @@ TEST(ColorMap, OpenTablesWorkByLightness) {
   }
 }
 
+// Ground that was not compared is not taken for ground that agrees.
+TEST(ColorMap, HolesHaveAColourOfTheirOwn) {
+  for (const int number : {1, 2, 3, 5, 6, 7, 8, COLOR_SEQUENTIAL, COLOR_VECTOR + 1, COLOR_VECTOR + 2,
+                           COLOR_VECTOR + 3, COLOR_VECTOR + 4}) {
+    const Vector<RGBchar> table = make_colormap(number, false);
+    const RGBchar none = no_data_color(number, false);
+    int nearest = 765;
+    for (int i = 1; i < 256; i++)
+      nearest = std::min(nearest, std::abs(table[i].r - none.r) + std::abs(table[i].g - none.g) +
+                                      std::abs(table[i].b - none.b));
+    EXPECT_GT(nearest, 50) << number;
+  }
+}
+
 TEST(RasterOut, CodesOfValues) {
   ImgScale plain, mix, cyclic;
   plain.z0 = 10, plain.range = 2, plain.range16 = 4;

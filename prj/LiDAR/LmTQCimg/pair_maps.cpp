@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <map>
 
 #include "lib/general/log.h"
@@ -23,6 +24,35 @@ bool write_hist(const std::string& name, const DZHistogram& h) {
     if (h.count[i] > 0)
       out.fs << (static_cast<double>(static_cast<int64_t>(i) - middle) + 0.5) * static_cast<double>(h.step)
              << ' ' << h.count[i] << '\n';
+  return out.commit();
+}
+
+// A line a vertex of the tiles that have any. x0, y0: m, of the lower left vertex; gs: m.
+bool mtiles_plot_vecimg(const std::string& name, const TileMap<xyz>& map, double x0, double y0, double gs) {
+  LOG_MSG("Writing vector image '" << name << ".img.txt'");
+  ResultFile out;
+  if (!out.open(name + ".img.txt")) return false;
+  out.fs << "X Y Vector{X Y Z} (no data -9999)\n";
+  const TileInfo& f = map.frame();
+  const int side = map.side();
+  Image<xyz> tile;
+  char line[120];
+  for (int ty = 0; ty < f.ny; ty++)
+    for (int tx = 0; tx < f.nx; tx++) {
+      const auto XI = f.XI + static_cast<uint32_t>(tx), YI = f.YI + static_cast<uint32_t>(ty);
+      if (!map.written(XI, YI)) continue;
+      if (!map.read(XI, YI, tile)) return false;
+      for (int y = 0; y < side; y++)
+        for (int x = 0; x < side; x++) {
+          const dxyz v = to_dxyz(tile(x, y));
+          const long X = std::lround(x0 + (tx * side + x) * gs), Y = std::lround(y0 + (ty * side + y) * gs);
+          if (tile(x, y).z == IMG_NODATA)
+            std::snprintf(line, sizeof line, "%ld %ld  -9999 -9999 -9999\n", X, Y);
+          else
+            std::snprintf(line, sizeof line, "%ld %ld  %.3f %.3f %.3f\n", X, Y, v.x, v.y, v.z);
+          out.fs << line;
+        }
+    }
   return out.commit();
 }
 
@@ -134,6 +164,11 @@ bool VecPicture::save_map(const std::string& name, const std::string& title, con
 }
 
 bool VecPicture::save(const std::string& name, const std::string& title, const VectorStyle& style) const {
+  if (par_.ascii && draws_maps(par_) && !map_.empty()) {
+    const TileInfo& f = map_.frame();
+    if (!mtiles_plot_vecimg(name, map_, f.XI * Tsize_ + GROUND_ORIGIN, f.YI * Tsize_ + GROUND_ORIGIN, gsize_))
+      return false;
+  }
   return save_map(name, title, style, false);
 }
 bool VecPicture::save_max_abs(const std::string& name, const std::string& title,

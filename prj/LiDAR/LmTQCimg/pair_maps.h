@@ -51,7 +51,7 @@ class VecPicture {
     xyz v = {0, 0, 0};    // m
   };
   [[nodiscard]] bool add(const std::vector<Sample>& samples);
-  // The signed map: name + "_x", "_y", "_z" or as -vmap_* say. style: range and colours.
+  // The signed map: name + "_x", "_y", "_z" or as -vmap_* say, and with -ascii name + ".img.txt". style: range and colours.
   [[nodiscard]] bool save(const std::string& name, const std::string& title, const VectorStyle& style) const;
   // The same of magnitudes.
   [[nodiscard]] bool save_max_abs(const std::string& name, const std::string& title,

@@ -37,7 +37,7 @@ Json properties(const Project& prj, const ProjectStat& stat, SwathId sw) {
 }
 
 // The coordinates of a shape; geographic ones in degrees. False where the projection is not defined.
-bool coordinates(const Project& prj, const SwathShape& shape, bool geographic, Json& out) {
+bool coordinates(const Project& prj, const MapShape& shape, bool geographic, Json& out) {
   const double unit = prj.georef.unit;
   out = Json::array();
   for (const auto& polygon : shape.polygons) {
@@ -62,8 +62,8 @@ bool coordinates(const Project& prj, const SwathShape& shape, bool geographic, J
   return true;
 }
 
-bool write_features(const std::string& file, const Project& prj, const ProjectStat& stat,
-                    const std::vector<SwathShape>& shapes, bool geographic) {
+bool write_features(const std::string& file, const Project& prj, const std::vector<MapShape>& shapes,
+                    bool geographic) {
   ResultFile out;
   if (!out.open(file)) return false;
   out.fs << "{\"type\": \"FeatureCollection\",\n";
@@ -76,11 +76,10 @@ bool write_features(const std::string& file, const Project& prj, const ProjectSt
   for (size_t i = 0; i < shapes.size(); i++) {
     Json feature;
     feature["type"] = "Feature";
-    feature["properties"] = properties(prj, stat, shapes[i].sw);
+    feature["properties"] = Json::parse(shapes[i].properties);
     feature["geometry"]["type"] = "MultiPolygon";
     if (!coordinates(prj, shapes[i], geographic, feature["geometry"]["coordinates"])) {
-      WARNING_MSG("swath " << shapes[i].sw << " lies outside the projection or the geoid grid, no file "
-                           << file);
+      WARNING_MSG(shapes[i].what << " lies outside the projection or the geoid grid, no file " << file);
       return true;
     }
     out.fs << feature.dump() << (i + 1 < shapes.size() ? ",\n" : "\n");
@@ -90,7 +89,8 @@ bool write_features(const std::string& file, const Project& prj, const ProjectSt
 }
 }  // namespace
 
-SwathShape make_shape(SwathId sw, const std::vector<Outline>& outlines, double mTsize) {
+std::vector<std::vector<std::vector<dxyz>>> make_polygons(const std::vector<Outline>& outlines,
+                                                          double mTsize) {
   const auto ground = [&](const Ring& ring) {
     std::vector<dxyz> points;
     for (const EdgePoint& p : ring)
@@ -98,30 +98,22 @@ SwathShape make_shape(SwathId sw, const std::vector<Outline>& outlines, double m
                         static_cast<double>(p.y) * mTsize + GROUND_ORIGIN, 0});
     return points;
   };
-  SwathShape shape;
-  shape.sw = sw;
+  std::vector<std::vector<std::vector<dxyz>>> polygons;
   for (const Outline& o : outlines) {
     std::vector<std::vector<dxyz>> rings = {ground(o.outer)};
     for (const Ring& hole : o.holes) rings.push_back(ground(hole));
-    shape.polygons.push_back(std::move(rings));
+    polygons.push_back(std::move(rings));
   }
-  return shape;
+  return polygons;
 }
 
-SwathShape make_shape(SwathId sw, const LTidxInfo& info) {
-  SwathShape shape;
-  shape.sw = sw;
-  std::vector<dxyz> ring;
-  for (int i = 0; i < 4; i++) ring.push_back({info.mbr[i][0], info.mbr[i][1], 0});
-  shape.polygons = {{ring}};
-  return shape;
+MapShape make_shape(const Project& prj, const ProjectStat& stat, SwathId sw) {
+  return {LOG_STR("swath " << sw), properties(prj, stat, sw).dump(), {}};
 }
 
-bool write_geojson(const std::string& name, const Project& prj, const ProjectStat& stat,
-                   const std::vector<SwathShape>& shapes) {
-  LOG_MSG("Writing swath outlines " << name << "*.geojson");
-  if (prj.georef.kind != ProjKind::GEO && !write_features(name + ".geojson", prj, stat, shapes, true))
-    return false;
-  return write_features(name + "_prj.geojson", prj, stat, shapes, false);
+bool write_geojson(const std::string& name, const Project& prj, const std::vector<MapShape>& shapes) {
+  LOG_MSG("Writing outlines " << name << "*.geojson");
+  if (prj.georef.kind != ProjKind::GEO && !write_features(name + ".geojson", prj, shapes, true)) return false;
+  return write_features(name + "_prj.geojson", prj, shapes, false);
 }
 }  // namespace veld

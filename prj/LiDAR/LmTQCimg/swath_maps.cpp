@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
 
 #include "lib/general/log.h"
 #include "lib/general/result_file.h"
 #include "prj/LiDAR/LmTQCimg/swath_geojson.h"
+#include "prj/LiDAR/LmTQCimg/swath_text.h"
 #include "prj/LiDAR/LmTQCimg/tile_map.h"
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
 #include "prj/LiDAR/LmTplot/footprint.h"
@@ -16,13 +16,17 @@ namespace veld {
 namespace {
 bool write_boxes(const Project& prj, const ProjectStat& stat, bool outobj) {
   std::vector<SwathPlot> plots;
-  std::vector<SwathShape> shapes;
+  std::vector<MapShape> shapes;
   for (const Swath& s : prj.swaths.present()) {
-    plots.push_back({s.path(), s.id, s.group, stat.swaths[s.id].info});
-    shapes.push_back(make_shape(s.id, stat.swaths[s.id].info));
+    const LTidxInfo& info = stat.swaths[s.id].info;
+    plots.push_back({s.path(), s.id, s.group, info});
+    std::vector<dxyz> ring;
+    for (int i = 0; i < 4; i++) ring.push_back({info.mbr[i][0], info.mbr[i][1], 0});
+    shapes.push_back(make_shape(prj, stat, s.id));
+    shapes.back().polygons = {{ring}};
   }
   return write_MBR(prj.name + "_sw", plots, outobj) && write_BBOX(prj.name + "_sw", plots, outobj) &&
-         write_geojson(prj.name + "_sw_mbr", prj, stat, shapes);
+         write_geojson(prj.name + "_sw_mbr", prj, shapes);
 }
 
 // Border edges of all swaths, one swath at a time.
@@ -32,29 +36,19 @@ bool write_footprints(const Project& prj, const ProjectStat& stat, bool outobj) 
   ResultFile txt, obj;
   if (!txt.open(name + ".txt") || (outobj && !obj.open(name + ".obj"))) return false;
   txt.fs << "X Y Swath# Group#\n";
-  if (OUTDATAUNIT == 1.0)  // borders of microtiles are whole metres
-    for (ResultFile* const file : {&txt, &obj}) file->fs << std::setprecision(0);
-  std::vector<SwathShape> shapes;
+  std::vector<MapShape> shapes;
   for (const Swath& s : prj.swaths.present()) {
     Tocc occ;
     if (!read_Tocc(s.cache, occ)) {
       ERROR_MSG("missing/incompatible temp. tile files, " << s.path());
       return false;
     }
-    const auto ground = [&](int64_t v) {
-      return (static_cast<double>(v) * mTsize + GROUND_ORIGIN) / OUTDATAUNIT;
-    };
     const std::vector<BorderEdge> edges = border_edges(occ);
-    for (const BorderEdge& e : edges) {
-      for (const EdgePoint& p : {e.a, e.b}) {
-        txt.fs << ground(p.x) << ' ' << ground(p.y) << ' ' << s.id << ' ' << s.group << '\n';
-        if (outobj) obj.fs << "v " << ground(p.x) << ' ' << ground(p.y) << " 0\n";
-      }
-      if (outobj) obj.fs << "l -1 -2\n";
-    }
-    shapes.push_back(make_shape(s.id, trace_outlines(edges), mTsize));
+    put_edges(txt, obj, edges, mTsize, LOG_STR(s.id << ' ' << s.group));
+    shapes.push_back(make_shape(prj, stat, s.id));
+    shapes.back().polygons = make_polygons(trace_outlines(edges), mTsize);
   }
-  return txt.commit() && (!outobj || obj.commit()) && write_geojson(name, prj, stat, shapes);
+  return txt.commit() && (!outobj || obj.commit()) && write_geojson(name, prj, shapes);
 }
 
 // What microtiles hold, over all swaths.
@@ -197,6 +191,7 @@ bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const SwathMapPar
                                 << " img=" << par.images);
   if (par.BB && !write_boxes(prj, stat, par.OUTOBJ)) return false;
   if (par.FP && !write_footprints(prj, stat, par.OUTOBJ)) return false;
+  if (par.images && par.map.ascii && !mtiles_zbounds_plot_tdnsg(prj, stat)) return false;
   return !par.images || !par.map.img.any() || save_microtile_maps(prj, stat, par.map);
 }
 

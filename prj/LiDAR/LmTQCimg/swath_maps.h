@@ -19,7 +19,7 @@ struct SwathMapParam {
 
 // With BB: "_sw_bb.txt", "_sw_mbr.txt", "_sw_mbr.geojson"; with FP: "_sw_fp.txt", "_sw_fp.geojson"; the texts as .obj
 // too. With images, of all swaths together, a pixel a microtile: "_mN" points, "_mD" density, "_mZ" mean height, "_dt"
-// longest time interval, "_dev" largest time deviation; with -ascii "_mN.img.txt" and "_tnsg.txt".
+// longest time interval, "_dev" largest time deviation; with -ascii "_mN.img.txt", and without images too "_tnsg.txt" and "_t.txt".
 // False after an ERROR line.
 [[nodiscard]] bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const SwathMapParam& par);
 

@@ -32,12 +32,14 @@ struct InterParam {
   bool REG = true;  // register; false: accurate QC only, no DUT files
   bool QC = true;   // measure the height differences before and after
   PairFilter filter;
-  int Jinit = 1;     // -init 0..4; the start level follows from it, see comp_reg_levels
-  int Jend = 0;      // final level: vertices every mTsize << Jend metres
-  int nmTmin = 4;    // smallest overlap of a tile, microtiles
-  MapParam map;      // pictures of the height differences, of the vectors and their uncertainties
-  TileInfo frame;    // tiles of the project, for the pictures; none are drawn without
-  bool nop = false;  // no output files
+  int Jinit = 1;        // -init 0..4; the start level follows from it, see comp_reg_levels
+  int Jend = 0;         // final level: vertices every mTsize << Jend metres
+  int nmTmin = 4;       // smallest overlap of a tile, microtiles
+  MapParam map;         // pictures of the height differences, of the vectors and their uncertainties
+  TileInfo frame;       // tiles of the project, for the pictures; none are drawn without
+  bool FP = false;      // footprints of the overlaps (-fp)
+  bool OUTOBJ = false;  // these as .obj too (-obj)
+  bool nop = false;     // no output files
   int nthreads = 1;
 };
 
@@ -80,7 +82,7 @@ std::vector<SwPair> comp_int_sw(const SwathTable& swaths, const SwPairList& over
 // Registers (or, without REG, measures) all chosen pairs. head: the index as far as it is known before the
 // pairs (scale, swaths, boxes, control parameters). Writes prj.name + ".dut", "_idx.log", "_DZ_stat.log",
 // "_DZreg_stat.log", "_DXYZreg_stat.log"; the pictures "_DZ" and "_DZreg" of the differences before and after, "_DXYZ" of
-// the vectors, "_UNC" of their uncertainties. A pair that is too large for -mem or does not converge gets no
+// the vectors, "_UNC" of their uncertainties; with FP the footprints "_op_fp" of the overlaps that are compared. A pair that is too large for -mem or does not converge gets no
 // vectors and does not stop the loop. False after an ERROR line when a cache cannot be read or a file not be
 // written.
 [[nodiscard]] bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& overlap,

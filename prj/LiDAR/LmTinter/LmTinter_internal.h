@@ -61,7 +61,7 @@ struct PairOutcome {                    // what a pair gives to the logs and the
   double Mpix = 0;
   DZstat before, after;
   StatXYZ disp;
-  Tocc tiles;                    // of the pair, for the maps of the differences
+  Tocc tiles;                    // of the pair, for the maps of the differences and footprints
   Vector<Image<float>> dz0, dz;  // these by tile, before and after; empty when they are not wanted
 };
 // False, after an ERROR line, when one of the program's own files cannot be read or written: a pair that is left out

@@ -9,6 +9,7 @@
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTQCimg/pair_maps.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
+#include "prj/LiDAR/LmTinter/pair_footprints.h"
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -48,6 +49,7 @@ struct RegRun {  // what the loop carries
   StatXYZ disp;
   DZpicture dz_img, dzreg_img;
   VecPicture disp_img, unc_img;
+  PairFootprints footprints;
 };
 
 bool open_pictures(RegRun& run, double gsize) {
@@ -157,6 +159,7 @@ bool write_pair(RegRun& run, const SwPair& p, PairOutcome& out, InterResult& res
   }
   result.nvec += out.rec.size();
   result.pairs.push_back({p.number, p.sw1, p.sw2, out.rec.size(), out.before, out.after, out.disp, out.lost});
+  run.footprints.add(run.prj, result.pairs.back(), out.tiles);
   for (const DUTstr& r : out.rec) result.nnotime += r.Time1 == DUT_NOTIME;
   return write_DUT_pair(run.dut, p.sw1, p.sw2, out.rec, out.lost);
 }
@@ -226,12 +229,13 @@ bool reg_inter_LmT(const Project& prj, const DUTidx& head, const SwPairList& ove
   if (pairs.empty())
     WARNING_MSG("insufficient overlap or all pairs filtered"
                 << (param.REG ? ", check options -reg_grp -reg_ref -reg_ch" : ""));
-  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
+  RegRun run{prj, param, levels, area_unit(prj, head), {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
   if (!open_logs_DUT(run, head) || !open_pictures(run, head.gsize)) return false;
+  if (param.FP && !param.nop && !run.footprints.open(prj, param.OUTOBJ)) return false;
   if (!pairs.empty()) progress_start(result.nint);
   if (!process_pairs(run, pairs, result)) return false;
   if (!pairs.empty()) progress_end(progress_text(param, result.nint, result));
-  if (!commit_logs_DUT(run)) return false;
+  if (!commit_logs_DUT(run) || !run.footprints.commit(prj)) return false;
   if (!save_pictures(run)) return false;
   result.hist = run.dz_img.histogram();
   result.rms_before = run.before.rms();

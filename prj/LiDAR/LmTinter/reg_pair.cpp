@@ -151,7 +151,7 @@ bool process_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, PairOut
     prepare_pair(pair, 0, work.nthreads);
     measure_before(work, pair, out);
   }
-  if (!out.dz0.empty() || !out.dz.empty()) out.tiles.swap(inter.tiles);
+  if (!out.dz0.empty() || !out.dz.empty() || work.param.FP) out.tiles.swap(inter.tiles);
   return ok;
 }
 }  // namespace veld

@@ -1,6 +1,7 @@
 #include "prj/LiDAR/LmTplot/LmTplot_txt.h"
 
-#include "lib/general/result_file.h"
+#include <iomanip>
+
 #include "prj/LiDAR/tuning.h"
 
 namespace veld {
@@ -47,6 +48,20 @@ bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, b
   return write_polygons(name, "_bb", swaths, outobj, [](const LTidxInfo& info, double(*c)[2]) {
     box_corners(info.bbmin[0], info.bbmin[1], info.bbmax[0], info.bbmax[1], c);
   });
+}
+
+void put_edges(ResultFile& txt, ResultFile& obj, const std::vector<BorderEdge>& edges, double mTsize,
+               const std::string& columns) {
+  const auto ground = [&](int64_t v) { return (static_cast<double>(v) * mTsize + GROUND_ORIGIN) / OUTDATAUNIT; };
+  if (OUTDATAUNIT == 1.0)  // borders of microtiles are whole metres
+    for (ResultFile* const file : {&txt, &obj}) file->fs << std::setprecision(0);
+  for (const BorderEdge& e : edges) {
+    for (const EdgePoint& p : {e.a, e.b}) {
+      txt.fs << ground(p.x) << ' ' << ground(p.y) << ' ' << columns << '\n';
+      if (obj.is_open()) obj.fs << "v " << ground(p.x) << ' ' << ground(p.y) << " 0\n";
+    }
+    if (obj.is_open()) obj.fs << "l -1 -2\n";
+  }
 }
 
 bool write_BBOX(const std::string& file, double xmin, double ymin, double xmax, double ymax) {

@@ -41,7 +41,8 @@ constexpr char DZ_FILES[] =
 constexpr char VECTOR_FILES[] =
     "_x, _y, _z: an axis each, m; with -vmap_rgb _rgb, all axes as colours; with -vmap_max _max, the "
     "largest\n"
-    "_XY, _YZ, _XZ: scatter plots of two axes";
+    "_XY, _YZ, _XZ: scatter plots of two axes\n"
+    ".img.txt with -ascii: X Y (m) and the vector (m), a line a vertex";
 
 constexpr char SEP_COLUMNS[] =
     "RMSDz, Max, P95: root mean square, largest and 95th percentile of the height differences of cells, m\n"
@@ -260,6 +261,17 @@ const std::vector<OutputTable>& output_tables() {
        ".obj with "
        "-obj)",
        ""},
+      {"_op_fp.txt", "X Y Pair#",
+       "footprints of the overlaps in which pairs are compared (-fp; .obj with -obj)",
+       "Pair#: as in NAME_idx.log"},
+      {"_op_fp.geojson", "", "the same with what is known of each pair, in longitude and latitude (WGS 84)",
+       ""},
+      {"_op_fp_prj.geojson", "", "the same in the project's coordinates", ""},
+      {"_tnsg.txt", "X Y Z Time DT Dev N Swath# Group#", "microtiles of the swaths (-scan -ascii)",
+       "X, Y: centre, whole m; Z: mean height, m\n"
+       "Time: s, of the swath's file behind rollovers; -1E10 without one\n"
+       "DT: range of times, s, up to -dt_range; Dev: their deviation, ratio, up to -dev_range; N: points"},
+      {"_t.txt", "X Y Time Swath# Group#", "times of the microtiles (-scan -ascii)", "as in NAME_tnsg.txt"},
       {"_sw_traj.txt", "X Y Z Time Swath# Group#",
        "tracks of the swaths with -fp: where the platform was while they were scanned, a place a second "
        "(.obj with -obj)",

@@ -27,7 +27,7 @@ std::vector<MapSwath> outlines_of(const Project& prj, const TileInfo& frame) {
       LOG_LINE("<!> no outline sw=" << s.id);
       return true;
     }
-    for (const auto& polygon : make_shape(s.id, trace_outlines(border_edges(occ)), mTsize).polygons)
+    for (const auto& polygon : make_polygons(trace_outlines(border_edges(occ)), mTsize))
       for (const std::vector<dxyz>& ring : polygon) {
         MapRing corners;
         for (const dxyz& p : ring) corners.push_back({p.x, p.y});

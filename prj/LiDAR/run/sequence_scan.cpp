@@ -335,6 +335,8 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   inter.Jinit = par.Jinit;
   inter.Jend = comp_Jend(par.Jend, prj.scale.dim);
   inter.map = par.map;
+  inter.FP = par.FP;
+  inter.OUTOBJ = par.OUTOBJ;
   inter.frame = res.stat.frame;
   inter.nthreads = NTHREADS;
   if (!reg_inter_LmT(prj, make_index(prj, par, res), res.pairs, inter, res.inter)) return false;

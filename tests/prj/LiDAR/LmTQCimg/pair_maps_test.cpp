@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "image/load_tiff.h"
 #include "prj/LiDAR/tuning.h"
 #include "tests/support/temp_dir.h"
@@ -80,6 +82,10 @@ TEST(VecPicture, VerticesAreCentresOfPixels) {
   ASSERT_TRUE(
       picture.add({{X, Y, {0.1f, -0.2f, 0.3f}}, {X, Y, {-0.2f, 0.1f, 0.1f}}, {X - 1e6, Y, {1, 1, 1}}}));
   ASSERT_TRUE(picture.save(m.prj.name + "_V", "vector", m.par.vectors));
+  const std::string text = read_text(m.prj.name + "_V.img.txt");
+  const std::string y = std::to_string(std::lround(Y));
+  EXPECT_NE(text.find(std::to_string(std::lround(X)) + ' ' + y + "  -0.200 -0.200 0.300\n"), text.npos);
+  EXPECT_NE(text.find(std::to_string(std::lround(X + 8)) + ' ' + y + "  -9999 -9999 -9999\n"), text.npos);
   Image<uint8_t> img;
   ImgScale scale;
   scale.range = scale.range16 = 0.5f, scale.mix = true;

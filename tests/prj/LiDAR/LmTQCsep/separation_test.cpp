@@ -95,7 +95,9 @@ TEST(GroundCells, OpenGroundCountsAndNothingElse) {
     Image<float> Z;
     ground_cells(P, np, 4, CELL, Z);
     ASSERT_EQ(Z(3, 1) != NODATA, c.open);
-    if (c.open) { EXPECT_NEAR(Z(3, 1), c.ntrees == 20 ? 101.5 : 100, 0.02); }
+    if (c.open) {
+      EXPECT_NEAR(Z(3, 1), c.ntrees == 20 ? 101.5 : 100, 0.02);
+    }
     EXPECT_EQ(Z(2, 1), NODATA);
   }
 }

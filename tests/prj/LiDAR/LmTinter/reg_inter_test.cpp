@@ -53,7 +53,10 @@ const std::vector<SynthStrip> shifted = {{0, {0.6f, -0.45f, 0.21f}, 1000000}, {6
 
 TEST(reg_inter_LmT, PlantedShiftComesBackAsFirstLessSecond) {
   RegProject p(shifted);
+  p.param.FP = true;
   const InterResult res = p.run();
+  EXPECT_TRUE(p.file("_op_fp.txt").starts_with("X Y Pair#\n"));
+  EXPECT_NE(p.file("_op_fp_prj.geojson").find("\"vectors\":" + std::to_string(res.nvec)), std::string::npos);
   EXPECT_EQ(res.nint, 1);
   ASSERT_EQ(res.nreg, 1);
   EXPECT_GT(res.nvec, 200u);
