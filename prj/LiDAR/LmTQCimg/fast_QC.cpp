@@ -10,6 +10,7 @@
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
+#include "prj/LiDAR/LmTQCimg/intensity_map.h"
 #include "prj/LiDAR/LmTQCimg/shade_dz.h"
 #include "prj/LiDAR/LmTQCimg/tile_map.h"
 #include "prj/LiDAR/LmTgrid_w/LKRgrid.h"
@@ -18,7 +19,7 @@
 
 namespace veld {
 namespace {
-enum MapKind { DZ, DENSITY, ROUGHNESS, ELEVATION, RELIEF, NKINDS };
+enum MapKind { DZ, DENSITY, ROUGHNESS, ELEVATION, RELIEF, INTENSITY, NKINDS };
 
 struct Extent {  // tiles of a swath's grid, both ends inside
   SwathId sw;
@@ -29,9 +30,11 @@ struct Extent {  // tiles of a swath's grid, both ends inside
 struct DZsums {  // of the pixels with at least two swaths
   double n = 0, sum = 0, sum2 = 0;
   uint64_t nblocks = 0, nwords = 0, ntiles = 0;
+  GroupSums groups;
   void add(const DZsums& o) {
     n += o.n, sum += o.sum, sum2 += o.sum2;
     nblocks += o.nblocks, nwords += o.nwords, ntiles += o.ntiles;
+    groups.add(o.groups);
   }
 };
 
@@ -53,6 +56,8 @@ struct FastQC {
   std::vector<Extent> extents;
   std::array<Map, NKINDS> maps;
   std::unique_ptr<ShadeRows> shade;
+  bool by_group = false;
+  IntensityMap intensity;
 
   int width() const { return frame.nx * side; }
 };
@@ -65,6 +70,7 @@ struct TileSums {
   Image<uint16_t> imin, imax;        // swaths of zmin and zmax
   std::vector<Image<float>> layers;  // heights by swath, where not all pairs count
   std::vector<SwathId> sw;
+  TileGroups groups;
 };
 
 void reset(TileSums& t, int side) {
@@ -75,12 +81,13 @@ void reset(TileSums& t, int side) {
   for (Image<uint16_t>* img : {&t.imin, &t.imax}) img->resize(side, side, uint16_t{0});
   t.layers.clear();
   t.sw.clear();
+  t.groups.clear();
 }
 
 void add_swath(const FastQC& qc, SwathId sw, TileSums& t) {
   const bool layers = !qc.par.pair_ok.empty();
-  const bool details =
-      qc.maps[DENSITY].on || qc.maps[ROUGHNESS].on || qc.maps[ELEVATION].on || qc.maps[RELIEF].on;
+  const bool details = qc.maps[DENSITY].on || qc.maps[ROUGHNESS].on || qc.maps[ELEVATION].on ||
+                       qc.maps[RELIEF].on || qc.maps[INTENSITY].on;
   if (layers) {
     t.layers.emplace_back(qc.side, qc.side, NODATA);
     t.sw.push_back(sw);
@@ -135,12 +142,14 @@ bool comp_tile(FastQC& qc, int tx, int ty, TileSums& t, DZsums& sums) {
     if (k < 0 || grid.gT(k) == 0) continue;
     if (read_gZ_tile_sub(grid, k, qc.sub, t.words) == GridRead::failed) return false;
     add_swath(qc, e.sw, t);
+    if (qc.by_group) t.groups.add(qc.prj.swaths[e.sw].group, t.words, qc.smax);
     any = true;
     sums.nblocks++;
     sums.nwords += static_cast<uint64_t>(grid.gT(k)) * grid.hdr.dim * grid.hdr.dim;
   }
   if (!any) return true;
   sums.ntiles++;
+  t.groups.put(sums.groups);
   for (int y = 0; y < qc.side; y++)
     for (int x = 0; x < qc.side; x++) {
       const auto i = static_cast<uint64_t>(y) * static_cast<uint64_t>(qc.side) + static_cast<uint64_t>(x);
@@ -157,6 +166,7 @@ bool comp_tile(FastQC& qc, int tx, int ty, TileSums& t, DZsums& sums) {
       const float z = t.zsum[i] / static_cast<float>(t.nall[i]);
       if (qc.maps[ELEVATION].on) qc.maps[ELEVATION].band.row(y)[X] = z;
       if (qc.maps[RELIEF].on) qc.maps[RELIEF].band.row(y)[X] = z;
+      if (qc.maps[INTENSITY].on) qc.maps[INTENSITY].band.row(y)[X] = 0;  // the points are laid in later
     }
   return true;
 }
@@ -195,7 +205,7 @@ void list_grids(FastQC& qc) {
   uint32_t X0 = UINT32_MAX, Y0 = UINT32_MAX, X1 = 0, Y1 = 0;
   for (const Swath& s : qc.prj.swaths.present()) {
     SwGrid grid;
-    if (s.state == SwathState::no_grid) continue;
+    if (s.state == SwathState::no_grid || (s.fixed && !qc.par.REFQC)) continue;
     if (!check_gZDSidx(s.cache, s.id, 0, false, false) || !read_gZDSidx_tiles_idx(s.cache, grid) ||
         static_cast<int>(grid.hdr.dim) != qc.prj.scale.dim) {
       LOG_LINE("<!> gridok sw=" << s.id);
@@ -240,6 +250,11 @@ ImgScale scale_of(const FastQC& qc, int kind) {
       s.cyclic = m.z_cyc;
       s.color = m.z_color;
       break;
+    case INTENSITY:
+      s.z0 = qc.intensity.low();
+      s.range = std::max(1.0f, qc.intensity.high() - s.z0);
+      s.unit = "";
+      break;
     default:
       s.unit = "";
       break;
@@ -255,12 +270,14 @@ bool open_maps(FastQC& qc) {
                      {"_D", "area density"},
                      {"_R", "area roughness"},
                      {"_Z", "elevation"},
-                     {"_S", "shaded relief"}};
+                     {"_S", "shaded relief"},
+                     {"_I", "area intensity"}};
   const MapParam& m = qc.par.map;
-  const bool on[NKINDS] = {true, m.OUTD, m.OUTR, m.OUTZ, m.OUTS};
+  const bool on[NKINDS] = {true, m.OUTD, m.OUTR, m.OUTZ, m.OUTS, m.OUTI};
   const int height = qc.frame.ny * qc.side;
   const ImgPlace place = frame_place(qc.frame, static_cast<double>(qc.prj.scale.Tsize), qc.dxs);
   uint64_t bytes = 0;
+  if (m.OUTI && draws_maps(m) && !qc.intensity.make(qc.prj, qc.frame, qc.side, m.xcls)) return false;
   for (int k = 0; k < NKINDS; k++) {
     if (!on[k]) continue;
     qc.maps[static_cast<size_t>(k)].on = true;
@@ -283,6 +300,17 @@ bool open_maps(FastQC& qc) {
   return true;
 }
 
+// Where the map of intensities has a pixel, the mean of the points. False after an ERROR line.
+bool lay_intensities(FastQC& qc, int ty) {
+  Map& m = qc.maps[INTENSITY];
+  if (!m.on || !qc.intensity.is_open()) return true;
+  Image<float> row;
+  if (!qc.intensity.read_row(ty, row)) return false;
+  for (uint64_t i = 0; i < row.size(); i++)
+    if (m.band[i] != NODATA) m.band[i] = row[i];
+  return true;
+}
+
 // A row of tiles on threads, then its pictures, a map a thread.
 bool comp_row(FastQC& qc, int ty, std::vector<TileSums>& work, DZsums& total) {
   for (Map& m : qc.maps)
@@ -295,6 +323,7 @@ bool comp_row(FastQC& qc, int ty, std::vector<TileSums>& work, DZsums& total) {
       }) >= 0)
     return false;
   for (const DZsums& s : sums) total.add(s);
+  if (!lay_intensities(qc, ty)) return false;
   return run_units(NKINDS, qc.par.nthreads, [&](int64_t k, int) {
            return !qc.maps[static_cast<size_t>(k)].on || put_band(qc, static_cast<int>(k));
          }) < 0;
@@ -310,6 +339,7 @@ void report(const FastQC& qc, const DZsums& total, const std::string& time, Fast
     r.mean = total.sum / total.n;
     r.rms = std::sqrt(total.sum2 / total.n);
   }
+  r.groups = total.groups.result();
   LOG_MSG("Processed " << r.nblocks << " blocks, computed " << r.nmaps << " maps | " << time);
   LOG_LINE("nti=" << r.ntiles << " np=" << r.npix << " nP=" << total.nwords);
   LOG_LINE("/// FAST_QC_TIME=" << time);
@@ -317,6 +347,8 @@ void report(const FastQC& qc, const DZsums& total, const std::string& time, Fast
   LOG_MSG("INPUT DATA STATISTICS (FAST QC)");
   LOG_MSG("Zmax-Zmin mean=" << r.mean << " Zmax-Zmin RMS=" << r.rms << " Area=" << r.area
                             << " m2 N tiles=" << r.ntiles << " N blocks=" << r.nblocks);
+  for (const GroupDZ& g : r.groups)
+    LOG_MSG(group_text(g) << " Area=" << static_cast<double>(g.n) * qc.dxs * qc.dxs << " m2");
 }
 }  // namespace
 
@@ -326,11 +358,13 @@ bool fast_QC_ZDS(const Project& prj, const TileInfo& frame, const FastQCparam& p
   LOG_ENTER("fast_QC_ZDS nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp << " Tsize=" << scale.Tsize
                                << " mTsize=" << scale.mTsize << " dx=" << scale.GSD() << " dim=" << scale.dim
                                << " level=" << scale.level << " DZ_sub=" << m.DZ_sub << " DZ_16=" << m.DZ_16
-                               << " OUTZ=" << m.OUTZ << " OUTD=" << m.OUTD << " OUTS=" << m.OUTS
-                               << " OUTR=" << m.OUTR << " full=" << par.full);
+                               << " REFQC=" << par.REFQC << " OUTZ=" << m.OUTZ << " OUTD=" << m.OUTD
+                               << " OUTS=" << m.OUTS << " OUTR=" << m.OUTR << " OUTI=" << m.OUTI
+                               << " full=" << par.full);
   const Stopwatch watch;
   result = FastQCresult();
-  FastQC qc{prj, par, frame, 1, 0, 1, 0, 1, 1, {}, {}, {}};
+  FastQC qc{prj, par, frame, 1, 0, 1, 0, 1, 1, {}, {}, {}, false, {}};
+  qc.by_group = prj.ngrp > 1 && par.pair_ok.empty();
   qc.sub = map_sub(m.DZ_sub, mTsub * scale.dim);
   qc.side = mTsub * scale.dim / qc.sub;
   qc.dxs = static_cast<double>(scale.Tsize) / qc.side;

@@ -6,8 +6,10 @@
 #pragma once
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "lib/DataStructure/image.h"
+#include "prj/LiDAR/LmTQCimg/fast_QC_groups.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTplot/LmTplot.h"
 #include "prj/LiDAR/project.h"
@@ -18,6 +20,7 @@ struct FastQCparam {
   bool full = false;  // the whole area, not only overlaps (-full)
   // Pairs of swaths whose differences count, nsw x nsw, symmetric; empty: all (-dz_all).
   Image<uint8_t> pair_ok;
+  bool REFQC = true;          // grids of reference swaths take part
   float Zlow = 0, Zhigh = 0;  // m, heights of the project: the scale of elevations without -z_range
   int nthreads = 1;
 };
@@ -30,14 +33,16 @@ struct FastQCresult {
   uint64_t npix = 0;         // map pixels with at least two swaths
   double Mpix = 0;           // grid pixels read, millions
   int nmaps = 0;
-  int ngrids = 0;  // swaths with a grid
+  int ngrids = 0;               // swaths with a grid
+  std::vector<GroupDZ> groups;  // of projects with several groups, where all pairs count
 };
 
 // Works from north to south, a row of tiles at a time, on threads; memory is that of such a row of each map and of
 // the grid tables of the swaths that it crosses. Each map pixel is one grid pixel of each swath. A pixel's height
 // difference is Zmax - Zmin over the swaths (with -dz_mix: height in the swath of lower number less that in the
 // other), where at least two have a roughness within Z_SMAXF; the other maps take heights of any roughness, the mean
-// of the swaths. Swaths without a grid are left out; files: prj.name + "_DZ", "_D", "_R", "_Z", "_S".
+// of the swaths; that of intensities is made of the points. Swaths without a grid are left out; files: prj.name + "_DZ", "_D",
+// "_R", "_Z", "_S", "_I".
 // False after an ERROR line: no grid at all, or a file that could not be read or written.
 [[nodiscard]] bool fast_QC_ZDS(const Project& prj, const TileInfo& frame, const FastQCparam& par,
                                FastQCresult& result);

@@ -20,6 +20,7 @@ struct MapParam {
   int DZ_sub = 4;      // grid pixels along a pixel of a map (-sub)
   // Maps of the fast QC beside the height differences.
   bool OUTD = false, OUTR = false, OUTZ = false, OUTS = false;  // -dmap, -rmap, -zmap, -smap
+  bool OUTI = false;                                            // -imap
   float dz_range = 0.5f;                                        // m, full scale (-dz_range)
   float dz16_range = 4;                                         // m, of 16-bit files (-dz16_range)
   bool DZ_16 = false;                                           // -dz16

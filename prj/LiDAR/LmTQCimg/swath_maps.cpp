@@ -195,9 +195,10 @@ bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const SwathMapPar
   return !par.images || !par.map.img.any() || save_microtile_maps(prj, stat, par.map);
 }
 
-bool save_Tovrimg(const std::string& name, const Project& prj, const MapParam& map, const Tovr& ovr) {
+bool save_Tovrimg(const std::string& name, const std::string& title, const Project& prj, const MapParam& map,
+                  const Tovr& ovr) {
   constexpr float MOST = 8;  // swaths, full scale
-  if (!map.img.any()) return true;
+  if (!map.img.any() || ovr.n.empty()) return true;
   TileMap<float> out;
   if (!out.open(ovr.frame, mTsub, IMG_NODATA)) return false;
   Image<float> tile(mTsub, mTsub);
@@ -210,7 +211,7 @@ bool save_Tovrimg(const std::string& name, const Project& prj, const MapParam& m
         return false;
     }
   const double Tsize = static_cast<double>(prj.scale.Tsize);
-  return save_TileMap(name, "swath count", map.img, scale_of(0, MOST, COLOR_SEQUENTIAL, "swaths"),
+  return save_TileMap(name, title, map.img, scale_of(0, MOST, COLOR_SEQUENTIAL, "number"),
                       frame_place(ovr.frame, Tsize, Tsize / mTsub), out);
 }
 }  // namespace veld

@@ -23,7 +23,7 @@ struct SwathMapParam {
 // False after an ERROR line.
 [[nodiscard]] bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const SwathMapParam& par);
 
-// The number of swaths on each microtile, as a picture: name.
-[[nodiscard]] bool save_Tovrimg(const std::string& name, const Project& prj, const MapParam& map,
-                                const Tovr& ovr);
+// The number of swaths (or references, or groups) on each microtile, as a picture: name. An empty map draws nothing.
+[[nodiscard]] bool save_Tovrimg(const std::string& name, const std::string& title, const Project& prj,
+                                const MapParam& map, const Tovr& ovr);
 }  // namespace veld

@@ -8,9 +8,9 @@
 #include "lib/general/progress.h"
 #include "lib/general/timing.h"
 #include "lib/threads/pool.h"
+#include "prj/LiDAR/LmTQCimg/intensity_map.h"
 #include "prj/LiDAR/LmTQCimg/tile_map.h"
 #include "prj/LiDAR/LmTQCsep/ground_cells.h"
-#include "prj/LiDAR/LmTQCsep/intensity_map.h"
 #include "prj/LiDAR/LmTQCsep/sep_cells.h"
 #include "prj/LiDAR/LmTgrid_w/grid_rows.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
@@ -195,9 +195,9 @@ bool comp_tile(Separation& s, int tx, int ty, TileResult& r) {
 
 uint8_t shade(uint8_t c, float v) { return static_cast<uint8_t>(std::lround(static_cast<float>(c) * v)); }
 
-RGBchar pixel_colour(float dz, bool any, float brightness, float largest, bool inv) {
+// v: brightness of the ground.
+RGBchar pixel_colour(float dz, bool any, float v, float largest, bool inv) {
   if (!any) return inv ? RGBchar{255, 255, 255} : RGBchar{0, 0, 0};
-  const float v = brightness == NODATA ? 0.5f : brightness;
   if (dz == NODATA) {
     const uint8_t g = shade(255, DARKEST / 2 + (1 - DARKEST / 2) * v);
     return {g, g, g};
@@ -207,13 +207,16 @@ RGBchar pixel_colour(float dz, bool any, float brightness, float largest, bool i
   return {shade(c.r, f), shade(c.g, f), shade(c.b, f)};
 }
 
-bool put_row(const Separation& s, const Image<float>& ground, RasterOut& out) {
+bool put_row(const Separation& s, const IntensityMap& ground, const Image<float>& intensity, RasterOut& out) {
   const float largest = QUALITY_LEVELS[static_cast<size_t>(s.map.sep_ql)].largest;
   std::vector<RGBchar> row(static_cast<size_t>(s.dz.xsize()));
   for (int y = s.side - 1; y >= 0; y--) {
-    for (int x = 0; x < s.dz.xsize(); x++)
+    for (int x = 0; x < s.dz.xsize(); x++) {
+      const float i = intensity.row(y)[x];
       row[static_cast<size_t>(x)] =
-          pixel_colour(s.dz.row(y)[x], s.any.row(y)[x] != 0, ground.row(y)[x], largest, s.map.img.inv);
+          pixel_colour(s.dz.row(y)[x], s.any.row(y)[x] != 0, i == NODATA ? 0.5f : ground.brightness(i),
+                       largest, s.map.img.inv);
+    }
     if (!out.put_rows(row.data(), 1)) return false;
   }
   return true;
@@ -252,7 +255,7 @@ bool save_separation(const Project& prj, const TileInfo& frame, const MapParam& 
     WARNING_MSG(
         "swath separation: " << ground.nnoise()
                              << " points of the noise classes 7 and 18 take part (use -drop_class 7 18)");
-  Image<float> brightness(width, s.side, NODATA);
+  Image<float> intensity(width, s.side, NODATA);
   progress_start(frame.ny);
   for (int ty = frame.ny - 1; ty >= 0; ty--) {
     s.dz.resize(width, s.side, NODATA);
@@ -266,7 +269,7 @@ bool save_separation(const Project& prj, const TileInfo& frame, const MapParam& 
         }) >= 0)
       return false;
     for (TileResult& tile : tiles) join(tile, result);
-    if (draw && (!ground.read_row(ty, brightness) || !put_row(s, brightness, out))) return false;
+    if (draw && (!ground.read_row(ty, intensity) || !put_row(s, ground, intensity, out))) return false;
     progress_step(frame.ny - ty, "SWATH SEPARATION " + std::to_string(frame.ny - ty) + " rows of tiles");
   }
   progress_end("SWATH SEPARATION");

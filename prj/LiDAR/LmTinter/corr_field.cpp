@@ -39,22 +39,35 @@ bool corr_at_corner(const InterSwath& s, const SCorrTbl& corr, const ToccTile& t
   if (n > 0) mean /= static_cast<float>(n);
   return n > 0;
 }
+// The corrections of a swath at the vertices of level J of a tile, m; z NR_NODATA where it has none.
+Image<xyz> vertex_corr(const InterSwath& s, const SCorrTbl& corr, const ToccTile& tile, int J) {
+  const int dxp = comp_dxp(J);
+  Image<xyz> field(dxp, dxp, xyz{0, 0, NR_NODATA});
+  for (int j = 0; j < dxp; j++)
+    for (int i = 0; i < dxp; i++) {
+      xyz c;
+      if (corr_at_corner(s, corr, tile, i << J, j << J, c)) field(i, j) = c;
+    }
+  return field;
+}
 }  // namespace
+
+void add_K_Def(float K, const Image<xyz>& Def, Image<xyz>& sum) {
+  ASSERT(Def.xsize() == sum.xsize() && Def.ysize() == sum.ysize());
+  for (uint64_t i = 0; i < sum.size(); i++)
+    if (Def[i].z == NR_NODATA || sum[i].z == NR_NODATA)
+      sum[i] = {0, 0, NR_NODATA};
+    else
+      sum[i] += K * Def[i];
+}
 
 Image<xyz> SCorr2Def(const InterSwath& s1, const InterSwath& s2, const SCorrTbl& c1, const SCorrTbl& c2,
                      const ToccTile& tile, float GSD, int J) {
-  const int dxp = comp_dxp(J);
   const float pixel = GSD * static_cast<float>(1 << std::max(J - MG_SKIP, 0));
-  Image<xyz> Def(dxp, dxp, xyz{0, 0, NR_NODATA});
-  for (int j = 0; j < dxp; j++)
-    for (int i = 0; i < dxp; i++) {
-      xyz a, b;
-      if (!corr_at_corner(s1, c1, tile, i << J, j << J, a) ||
-          !corr_at_corner(s2, c2, tile, i << J, j << J, b))
-        continue;
-      const xyz d = b - a;
-      Def(i, j) = {d.x / pixel, d.y / pixel, d.z};
-    }
+  Image<xyz> Def = vertex_corr(s2, c2, tile, J);
+  add_K_Def(-1, vertex_corr(s1, c1, tile, J), Def);
+  for (uint64_t i = 0; i < Def.size(); i++)
+    if (Def[i].z != NR_NODATA) Def[i].x /= pixel, Def[i].y /= pixel;
   return Def;
 }
 

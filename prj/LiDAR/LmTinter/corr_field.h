@@ -15,6 +15,9 @@ inline bool fits(const SCorrTbl& corr, const InterSwath& s) {
   return corr.C.empty() || corr.C.size() == s.grid.TI.size();
 }
 
+// Adds K times a field of displacements to another of the same size; no value (z NR_NODATA) in one is none in the sum.
+void add_K_Def(float K, const Image<xyz>& Def, Image<xyz>& sum);
+
 // The displacement field of a tile at the vertices of level J, in the units of NRresult::Def: a point of the first swath
 // moves by c1, one of the second by c2, so the grids meet at p + (c2 - c1) and p. z is NR_NODATA where a swath has no
 // correction.

@@ -125,6 +125,18 @@ uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ) {
   return nmt;
 }
 
+Tovr count_Tovr(const std::vector<Tovr>& maps) {
+  Tovr sum = make_Tovr(maps.at(0).frame);
+  for (const Tovr& map : maps)
+    for (uint64_t k = 0; k < map.n.size(); k++) {
+      if (map.n[k].empty()) continue;
+      Image<uint8_t>& to = sum.n[k];
+      if (to.empty()) to.resize(mTsub, mTsub, 0);
+      for (int i = 0; i < mTn; i++) to[i] = static_cast<uint8_t>(to[i] + (map.n[k][i] > 0 && to[i] < 255));
+    }
+  return sum;
+}
+
 Tovr comp_Tovr2(const Tovr& ovr) {
   Tovr two = make_Tovr(ovr.frame);
   for (uint64_t k = 0; k < ovr.n.size(); k++) {

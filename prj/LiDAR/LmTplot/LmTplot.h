@@ -45,6 +45,9 @@ uint64_t add_Tovr_Tocc(Tovr& ovr, const Tocc& occ);
 // is nobody's overlap. Returns the microtiles that it was added on.
 uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ);
 
+// How many of maps of one frame count at least 1 on each microtile: groups, of the maps of their swaths.
+Tovr count_Tovr(const std::vector<Tovr>& maps);
+
 // The map of the microtiles with at least 2 swaths: their counts, 0 elsewhere, empty tiles where none is
 // left.
 Tovr comp_Tovr2(const Tovr& ovr);

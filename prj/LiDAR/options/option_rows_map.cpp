@@ -52,6 +52,7 @@ void add_rows_map(Options& o, std::vector<OptRow>& rows) {
       boolean("rmap", "", &o.scanning.map.OUTR, available, Theme::maps, "roughness map"),
       boolean("zmap", "", &o.scanning.map.OUTZ, available, Theme::maps, "elevation map"),
       boolean("smap", "", &o.scanning.map.OUTS, available, Theme::maps, "shaded relief map"),
+      boolean("imap", "", &o.scanning.map.OUTI, available, Theme::maps, "intensity map"),
       real("dz_range", "", 0.05, 256, &o.scanning.map.dz_range, available, Theme::maps,
            "height difference maps: full scale, m"),
       real("dz_range_1", "", 0.05, 256, &o.dz_range_1, available, Theme::maps,

@@ -136,6 +136,25 @@ Json correction_json(const RunReport::Pass& pass) {
   return j;
 }
 
+Json fast_QC_json(const FastQCresult& fast) {
+  if (fast.ngrids == 0) return {};
+  Json j = {
+      {"dz_mean_m", fast.mean}, {"dz_rms_m", fast.rms}, {"area_m2", fast.area}, {"groups", Json::array()}};
+  for (const GroupDZ& g : fast.groups)
+    j["groups"].push_back(
+        {{"group1", g.g1}, {"group2", g.g2}, {"pixels", g.n}, {"dz_mean_m", g.mean}, {"dz_rms_m", g.rms}});
+  return j;
+}
+
+Json separation_json(const SeparationResult& sep) {
+  if (!(sep.cell > 0)) return {};
+  Json j = {{"rms_m", sep.all.rms()},
+            {"largest_m", sep.all.largest},
+            {"p95_m", sep.all.percentile(0.95)},
+            {"open_ground_m2", static_cast<double>(sep.all.n) * sep.cell * sep.cell}};
+  return j;
+}
+
 Json pass_json(const RunReport::Pass& pass) {
   Json j;
   j["tile_m"] = pass.scale.Tsize;
@@ -147,6 +166,8 @@ Json pass_json(const RunReport::Pass& pass) {
   j["swaths"] = Json::array();
   for (const Swath& s : pass.swaths) j["swaths"].push_back(swath_json(pass, s));
   j["pairs"] = pairs_json(pass);
+  j["fast_qc"] = fast_QC_json(pass.scan.fast);
+  j["separation"] = separation_json(pass.scan.separation);
   j["correction"] = correction_json(pass);
   return j;
 }

@@ -19,4 +19,10 @@ namespace veld {
 [[nodiscard]] bool unite_references(SwathTable& swaths, const TilingParam& tiling);
 // The reverse, and all that is present is used again: the start of a scan.
 void split_references(SwathTable& swaths);
+
+// Maps and files straight from the grids, all false after an ERROR line. near: pairs whose boxes meet; with -dz_all off
+// the maps are of those that the filters of QC keep.
+[[nodiscard]] bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, ScanResult& res);
+[[nodiscard]] bool export_tiles(const Project& prj, const ScanParam& par, const ScanResult& res);
+[[nodiscard]] bool separate_swaths(const Project& prj, const ScanParam& par, ScanResult& res);
 }  // namespace veld

@@ -9,9 +9,7 @@
 #include "lib/threads/pool.h"
 #include "prj/LiDAR/DUTio/DUTio.h"
 #include "prj/LiDAR/LmTQCGCP/control.h"
-#include "prj/LiDAR/LmTQCimg/fast_QC.h"
 #include "prj/LiDAR/LmTQCimg/swath_maps.h"
-#include "prj/LiDAR/LmTQCsep/gtile_export.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
 #include "prj/LiDAR/LmTidx_w/LmTidx_w.h"
 #include "prj/LiDAR/LmTidx_w/dropmap.h"
@@ -175,9 +173,16 @@ void extend_box(mTbbox& b, const mTbbox& other) {
   b.n = n;
 }
 
-// The map of the mobile swaths, with the references on their ground; the covered areas. Ground of references
-// only takes part in the total area and in nothing else.
-bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile& qclog) {
+struct Coverage {  // swaths on each microtile
+  Tovr ovr;        // mobile ones, and references on their ground
+  // For pictures; empty when they would say the same, or no pictures are wanted.
+  Tovr mob, ref;  // mobile swaths, references
+  Tovr grp;       // groups of mobile swaths
+};
+
+// Ground of references only takes part in the total area and in nothing else.
+bool comp_ovr_grp_fx(const Project& prj, bool pictures, Coverage& cover, ScanResult& res, ResultFile& qclog) {
+  Tovr& ovr = cover.ovr;
   LOG_ENTER("comp_ovr_grp_fx nsw=" << prj.swaths.size() << " ngrp=" << prj.ngrp
                                    << " mTsize=" << prj.scale.mTsize);
   ovr = make_Tovr(res.stat.frame);
@@ -190,10 +195,16 @@ bool comp_ovr_grp_fx(const Project& prj, Tovr& ovr, ScanResult& res, ResultFile&
     return false;
   const mTbbox mob = comp_mTbbox_Tovr(ovr, 1);
   mTbbox ref;
+  if (pictures && !govr.empty()) cover.grp = count_Tovr(govr);
+  if (pictures && !list_swaths(prj.swaths, true).empty()) {
+    cover.mob = ovr;
+    cover.ref = make_Tovr(res.stat.frame);
+  }
   uint64_t n12 = 0;
   if (!visit_Tocc(prj, true, [&](const Swath&, const Tocc& occ) {
         extend_box(ref, comp_mTbbox_Tocc(occ));
         n12 += add_Tovr_ref(ovr, occ);
+        if (!cover.ref.n.empty()) add_Tovr_Tocc(cover.ref, occ);
       }))
     return false;
   LOG_LINE("count_fovr_12 n1=" << mob.n << " n2=" << ref.n << " both=" << n12);
@@ -256,10 +267,14 @@ bool write_overlap_box(const Project& prj, const mTbbox& b) {
 }
 
 // Outlines of the swaths, and maps of where they lie.
-bool save_swath_maps(const Project& prj, const ScanParam& par, const Tovr& ovr, const ScanResult& res) {
+bool save_swath_maps(const Project& prj, const ScanParam& par, const Coverage& cover, const ScanResult& res) {
   const SwathMapParam maps{par.BB, par.FP, par.OUTOBJ, par.SWMAPS, par.map};
   return save_bb_fp_N(prj, res.stat, maps) &&
-         (!par.SWMAPS || save_Tovrimg(prj.name + "_ovr", prj, par.map, ovr));
+         (!par.SWMAPS ||
+          (save_Tovrimg(prj.name + "_ovr", "swath count", prj, par.map, cover.ovr) &&
+           save_Tovrimg(prj.name + "_ovr_mob", "mobile swath count", prj, par.map, cover.mob) &&
+           save_Tovrimg(prj.name + "_ovr_ref", "reference count", prj, par.map, cover.ref) &&
+           save_Tovrimg(prj.name + "_ovr_grp", "group count", prj, par.map, cover.grp)));
 }
 
 // --- the log of the quality control ---
@@ -274,6 +289,7 @@ void write_QC_results(const ScanResult& res, ResultFile& qclog) {
   const InterResult& r = res.inter;
   if (res.fast.ngrids > 0)
     qclog.fs << "Zmax-Zmin mean " << res.fast.mean << " m\nZmax-Zmin RMS " << res.fast.rms << " m\n";
+  for (const GroupDZ& g : res.fast.groups) qclog.fs << group_text(g) << '\n';
   if (r.nqc > 0) qclog.fs << "Pairs measured " << r.nqc << "\nRMS DZ " << r.rms_before << " m\n";
   if (r.nreg > 0)
     qclog.fs << "Pairs registered " << r.nreg << "\nVectors " << r.nvec << "\nRMS DZ registered "
@@ -292,8 +308,9 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || w.DOSEP || par.gtile.raw || par.gtile.corr ||
              (par.CORR && (par.QC || par.REG2) && ovr);
   LOG_LINE("ovr=" << ovr << " FULL=" << par.FULL << " OUTZ=" << par.map.OUTZ << " OUTD=" << par.map.OUTD
-                  << " OUTS=" << par.map.OUTS << " OUTR=" << par.map.OUTR << " QC=" << par.QC
-                  << " -> DOFQC=" << w.DOFQC << " DOREG=" << w.DOREG << " DOGRID=" << w.DOGRID);
+                  << " OUTS=" << par.map.OUTS << " OUTR=" << par.map.OUTR << " OUTI=" << par.map.OUTI
+                  << " QC=" << par.QC << " -> DOFQC=" << w.DOFQC << " DOREG=" << w.DOREG
+                  << " DOGRID=" << w.DOGRID);
   return w;
 }
 
@@ -342,38 +359,6 @@ bool register_pairs(const Project& prj, const ScanParam& par, const Work& work, 
   if (!reg_inter_LmT(prj, make_index(prj, par, res), res.pairs, inter, res.inter)) return false;
   if (!work.DOREG || res.inter.nreg > 0) return true;
   ERROR_MSG("no pair registered, " << res.inter.nint << " overlaps tried, see " << prj.name << "_idx.log");
-  return false;
-}
-
-// Maps straight from the grids; with -dz_all off of the pairs that the filters of QC keep.
-bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, ScanResult& res) {
-  FastQCparam fast;
-  fast.map = par.map;
-  fast.full = par.FULL;
-  fast.Zlow = static_cast<float>(res.stat.Zmin);
-  fast.Zhigh = static_cast<float>(res.stat.Zmax);
-  fast.nthreads = NTHREADS;
-  if (!par.qcpairs.ALLDZ) {
-    const int nsw = prj.swaths.size();
-    fast.pair_ok.resize(nsw, nsw, uint8_t{0});
-    int n0 = 0, n1 = 0;
-    for (const SwPair& p : comp_int_sw(prj.swaths, near, par.qcpairs, false, n0, n1))
-      fast.pair_ok(p.sw1.number, p.sw2.number) = fast.pair_ok(p.sw2.number, p.sw1.number) = 1;
-  }
-  if (fast_QC_ZDS(prj, res.stat.frame, fast, res.fast)) return true;
-  ERROR_MSG("fast QC image computation failed");
-  return false;
-}
-
-bool export_tiles(const Project& prj, const ScanParam& par, const ScanResult& res) {
-  if (export_tiles_corr(prj, res.stat.frame, par.gtile, par.map, NTHREADS, nullptr)) return true;
-  ERROR_MSG("failed to export gridded tiles from original swaths");
-  return false;
-}
-
-bool separate_swaths(const Project& prj, const ScanParam& par, ScanResult& res) {
-  if (save_separation(prj, res.stat.frame, par.map, NTHREADS, nullptr, res.separation)) return true;
-  ERROR_MSG("swath separation failed");
   return false;
 }
 
@@ -452,9 +437,9 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
   qclog.fs << "Swaths used " << prj.swaths.ids().size() << "\nPoints " << res.stat.np << "\nMicrotile size "
            << prj.scale.mTsize << " m\nGrid GSD " << prj.scale.GSD() << " m\nMean sw density "
            << res.stat.density << " points/m2\n";
-  Tovr ovr;
-  if (!comp_ovr_grp_fx(prj, ovr, res, qclog)) return false;
-  if (!save_swath_maps(prj, par, ovr, res)) return false;
+  Coverage cover;
+  if (!comp_ovr_grp_fx(prj, par.SWMAPS && draws_maps(par.map), cover, res, qclog)) return false;
+  if (!save_swath_maps(prj, par, cover, res)) return false;
   if (par.transect.any() && !export_points_bbox(prj, par.transect, par.map)) return false;
   const bool single = prj.swaths.ids().size() == 1;
   if (single && par.REG) {
@@ -464,7 +449,7 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
     return false;
   }
   SwPairList near;
-  if (!single && !find_overlap(prj, par, ovr, near, res, qclog)) return false;
+  if (!single && !find_overlap(prj, par, cover.ovr, near, res, qclog)) return false;
   if (single && !par.FULL && !par.control.any() && !par.CORR) {
     LOG_MSG("single swath: nothing to do, use -full or -gcp or -xyz_gcp");
     res.finished = true;
@@ -475,7 +460,7 @@ bool scan_steps(Project& prj, const ScanParam& par, ResultFile& qclog, ScanResul
     ERROR_MSG("pre-correction absolute QC failed, GCP not found or missing/incompatible temp. tile file");
     return false;
   }
-  return grid_and_register(prj, par, ovr, near, res);
+  return grid_and_register(prj, par, cover.ovr, near, res);
 }
 }  // namespace
 

@@ -127,6 +127,28 @@ TEST(FastQC, FiltersSignsAndFullMaps) {
   EXPECT_GT(nup, 10 * ndown);
 }
 
+// The swaths lie 0.3, 0 and -0.2 m high; the last one is a group of its own, or a reference.
+TEST(FastQC, GroupsAndReferences) {
+  FastQCcase c(false);
+  c.prj.swaths[SwathId(2)].group = c.prj.ngrp = 2;
+  FastQCparam par = tiff_param(2);
+  FastQCresult result;
+  ASSERT_TRUE(fast_QC_ZDS(c.prj, c.frame, par, result));
+  ASSERT_EQ(result.groups.size(), 2u);
+  const GroupDZ &within = result.groups[0], &between = result.groups[1];
+  EXPECT_EQ(std::make_pair(within.g1, within.g2), std::make_pair(1, 1));
+  EXPECT_NEAR(within.mean, 0.3, 0.02);
+  EXPECT_EQ(std::make_pair(between.g1, between.g2), std::make_pair(1, 2));
+  EXPECT_GT(between.mean, 0.2);
+  EXPECT_LT(between.mean, 0.5);
+
+  c.prj.swaths[SwathId(2)].fixed = true;
+  par.REFQC = false;
+  ASSERT_TRUE(fast_QC_ZDS(c.prj, c.frame, par, result));
+  EXPECT_EQ(result.ngrids, 2);
+  EXPECT_NEAR(result.mean, 0.3, 0.02);
+}
+
 TEST(FastQC, WithoutAnyGridItFails) {
   const FastQCcase c(false);
   FastQCresult result;

@@ -1,4 +1,4 @@
-#include "prj/LiDAR/LmTQCsep/intensity_map.h"
+#include "prj/LiDAR/LmTQCimg/intensity_map.h"
 
 #include <algorithm>
 #include <cmath>
@@ -147,11 +147,12 @@ bool IntensityMap::read_row(int ty, Image<float>& band) const {
   Image<xyz> sums;
   if (!sums_.read_row(ty, sums)) return false;
   band.resize(sums.xsize(), sums.ysize(), NODATA);
-  for (uint64_t i = 0; i < sums.size(); i++) {
-    const xyz& s = sums[i];
-    if (s.y > 0)
-      band[i] = high_ > low_ ? std::clamp((s.x / s.y - low_) / (high_ - low_), 0.0f, 1.0f) : NO_INTENSITIES;
-  }
+  for (uint64_t i = 0; i < sums.size(); i++)
+    if (sums[i].y > 0) band[i] = sums[i].x / sums[i].y;
   return true;
+}
+
+float IntensityMap::brightness(float intensity) const {
+  return high_ > low_ ? std::clamp((intensity - low_) / (high_ - low_), 0.0f, 1.0f) : NO_INTENSITIES;
 }
 }  // namespace veld
