@@ -1,8 +1,8 @@
 // Heights of a swath on the cells of a tile, as they are or with the correction applied.
 #pragma once
 #include "lib/DataStructure/image.h"
-#include "prj/LiDAR/LmTQC/LmTQC.h"
 #include "prj/LiDAR/LmTgrid_w/LmTgrid_w.h"
+#include "prj/LiDAR/LmTinter/corr_field.h"
 
 namespace veld {
 // Pixels around the tile that comp_cells needs: for shifts up to `shift` metres.
