@@ -294,7 +294,7 @@ bool save_cmap(const std::string& name, const ImgParam& par, const ImgScale& sca
   const Vector<RGBchar> table = make_colormap(scale.color, par.inv);
   const RGBchar ground = par.inv ? RGBchar{255, 255, 255} : RGBchar{0, 0, 0};
   const RGBchar ink = par.inv ? RGBchar{0, 0, 0} : RGBchar{255, 255, 255};
-  const int top = EDGE + LINE, below = top + HEIGHT + LINE, text_x = EDGE + BAR + 3 * EDGE;
+  const int top = EDGE + LINE + 2 * TEXT, below = top + HEIGHT + LINE, text_x = EDGE + BAR + 3 * EDGE;
   Image<RGBchar> img(text_x + LETTERS * LETTER_WIDTH * TEXT + EDGE, below + LINE + EDGE, ground);
   const auto box = [&](int y0, int y1, const auto& colour_at) {  // with a rim
     for (int y = y0 - 1; y <= y1; y++)

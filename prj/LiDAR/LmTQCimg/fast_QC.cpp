@@ -275,7 +275,10 @@ bool open_maps(FastQC& qc) {
   const MapParam& m = qc.par.map;
   const bool on[NKINDS] = {true, m.OUTD, m.OUTR, m.OUTZ, m.OUTS, m.OUTI};
   const int height = qc.frame.ny * qc.side;
-  const ImgPlace place = frame_place(qc.frame, static_cast<double>(qc.prj.scale.Tsize), qc.dxs);
+  // The grid pixel taken lies in the middle of that of the map, or, of an odd number, is its middle one.
+  const double GSD = qc.dxs / qc.sub, Tsize = static_cast<double>(qc.prj.scale.Tsize);
+  const ImgPlace of_points = frame_place(qc.frame, Tsize, qc.dxs),
+                 of_grids = frame_place(qc.frame, Tsize, qc.dxs, qc.sub % 2 ? -GSD / 2 : 0);
   uint64_t bytes = 0;
   if (m.OUTI && draws_maps(m) && !qc.intensity.make(qc.prj, qc.frame, qc.side, m.xcls)) return false;
   for (int k = 0; k < NKINDS; k++) {
@@ -292,8 +295,8 @@ bool open_maps(FastQC& qc) {
     Map& map = qc.maps[static_cast<size_t>(k)];
     if (!map.on) continue;
     map.band.resize(qc.width(), qc.side, NODATA);
-    if (!map.out.open(qc.prj.name + NAMES[k].suffix, NAMES[k].title, m.img, scale_of(qc, k), place,
-                      qc.width(), height))
+    if (!map.out.open(qc.prj.name + NAMES[k].suffix, NAMES[k].title, m.img, scale_of(qc, k),
+                      k == INTENSITY ? of_points : of_grids, qc.width(), height))
       return false;
   }
   qc.shade = std::make_unique<ShadeRows>(qc.width(), static_cast<float>(qc.dxs), SunParam());

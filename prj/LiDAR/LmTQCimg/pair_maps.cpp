@@ -12,7 +12,8 @@
 
 namespace veld {
 namespace {
-constexpr int HIST_BINS = 4000;  // of a histogram, on both sides of 0
+constexpr int HIST_BINS = 4000;       // of a histogram, on both sides of 0
+constexpr double FINEST_BIN = 0.001;  // m, of a histogram as text
 
 bool write_hist(const std::string& name, const DZHistogram& h) {
   LOG_MSG("Writing histogram " << name << "_hist.txt");
@@ -20,10 +21,19 @@ bool write_hist(const std::string& name, const DZHistogram& h) {
   if (!out.open(name + "_hist.txt")) return false;
   out.fs << "DZ Count\n";
   const auto middle = static_cast<int64_t>(h.count.size() / 2);
-  for (size_t i = 0; i < h.count.size(); i++)
-    if (h.count[i] > 0)
-      out.fs << (static_cast<double>(static_cast<int64_t>(i) - middle) + 0.5) * static_cast<double>(h.step)
-             << ' ' << h.count[i] << '\n';
+  const double step = std::max(static_cast<double>(h.step), FINEST_BIN);
+  std::map<int64_t, uint64_t> bins;
+  for (size_t i = 0; i < h.count.size(); i++) {
+    const double dz =
+        (static_cast<double>(static_cast<int64_t>(i) - middle) + 0.5) * static_cast<double>(h.step);
+    if (h.count[i] > 0) bins[static_cast<int64_t>(std::floor(dz / step))] += h.count[i];
+  }
+  char line[64];
+  for (const auto& [bin, count] : bins) {
+    std::snprintf(line, sizeof line, "%.4f %llu\n", (static_cast<double>(bin) + 0.5) * step,
+                  static_cast<unsigned long long>(count));
+    out.fs << line;
+  }
   return out.commit();
 }
 
@@ -96,8 +106,10 @@ bool DZpicture::add(const Tocc& tiles, const Vector<Image<float>>& cells) {
 bool DZpicture::save(const std::string& name, const std::string& title) const {
   if (!active() || map_.empty()) return true;
   const std::string kind = par_.DZ_mix ? "mix signed " : "max abs ";
-  if (draws_maps(par_) && !save_TileMap(name, kind + title, par_.img, dz_scale(par_),
-                                        frame_place(map_.frame(), Tsize_, Tsize_ / map_.side()), map_))
+  if (draws_maps(par_) &&
+      !save_TileMap(name, kind + title, par_.img, dz_scale(par_),
+                    frame_place(map_.frame(), Tsize_, Tsize_ / map_.side(), -Tsize_ / map_.side() / sub_ / 2),
+                    map_))
     return false;
   if (!draws_plots(par_)) return true;
   const float range = par_.h_range > 0 ? par_.h_range : par_.dz_range;

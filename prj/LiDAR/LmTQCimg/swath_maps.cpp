@@ -44,11 +44,33 @@ bool write_footprints(const Project& prj, const ProjectStat& stat, bool outobj) 
       return false;
     }
     const std::vector<BorderEdge> edges = border_edges(occ);
-    put_edges(txt, obj, edges, mTsize, LOG_STR(s.id << ' ' << s.group));
+    put_edges(txt, obj, edges, mTsize, LOG_STR(' ' << s.id << ' ' << s.group));
     shapes.push_back(make_shape(prj, stat, s.id));
     shapes.back().polygons = make_polygons(trace_outlines(edges), mTsize);
   }
   return txt.commit() && (!outobj || obj.commit()) && write_geojson(name, prj, shapes);
+}
+
+// Box and outline of the covered ground.
+bool write_full(const Project& prj, const Tovr& ovr, const SwathMapParam& par) {
+  const Tocc covered = make_Tocc(ovr, 1);
+  const double m = static_cast<double>(prj.scale.mTsize);
+  const mTbbox b = comp_mTbbox_Tocc(covered);
+  const auto ground = [m](int64_t i) { return static_cast<double>(i) * m + GROUND_ORIGIN; };
+  if (par.BB && !write_BBOX(prj.name + "_full_bb.txt", ground(b.xmin), ground(b.ymin), ground(b.xmax + 1),
+                            ground(b.ymax + 1)))
+    return false;
+  if (!par.FP) return true;
+  const std::string name = prj.name + "_full_fp";
+  ResultFile txt, obj;
+  if (!txt.open(name + ".txt") || (par.OUTOBJ && !obj.open(name + ".obj"))) return false;
+  txt.fs << "X Y\n";
+  const std::vector<BorderEdge> edges = border_edges(covered);
+  put_edges(txt, obj, edges, m, "");
+  const std::string properties = LOG_STR("{\"swaths\": " << prj.swaths.ids().size() << ", \"area_m2\": "
+                                                         << static_cast<double>(b.n) * m * m << "}");
+  return txt.commit() && (!par.OUTOBJ || obj.commit()) &&
+         write_geojson(name, prj, {{"the project", properties, make_polygons(trace_outlines(edges), m)}});
 }
 
 // What microtiles hold, over all swaths.
@@ -186,11 +208,12 @@ bool save_microtile_maps(const Project& prj, const ProjectStat& stat, const MapP
 }
 }  // namespace
 
-bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const SwathMapParam& par) {
+bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const Tovr& ovr, const SwathMapParam& par) {
   LOG_ENTER("save_bb_fp_N nsw=" << prj.swaths.size() << " bb=" << par.BB << " fp=" << par.FP
                                 << " img=" << par.images);
   if (par.BB && !write_boxes(prj, stat, par.OUTOBJ)) return false;
   if (par.FP && !write_footprints(prj, stat, par.OUTOBJ)) return false;
+  if ((par.BB || par.FP) && !write_full(prj, ovr, par)) return false;
   if (par.images && par.map.ascii && !mtiles_zbounds_plot_tdnsg(prj, stat)) return false;
   return !par.images || !par.map.img.any() || save_microtile_maps(prj, stat, par.map);
 }

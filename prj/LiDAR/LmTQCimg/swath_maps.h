@@ -20,8 +20,10 @@ struct SwathMapParam {
 // With BB: "_sw_bb.txt", "_sw_mbr.txt", "_sw_mbr.geojson"; with FP: "_sw_fp.txt", "_sw_fp.geojson"; the texts as .obj
 // too. With images, of all swaths together, a pixel a microtile: "_mN" points, "_mD" density, "_mZ" mean height, "_dt"
 // longest time interval, "_dev" largest time deviation; with -ascii "_mN.img.txt", and without images too "_tnsg.txt" and "_t.txt".
+// Of the ground of all mobile swaths together (ovr: their counts): "_full_bb.txt", "_full_fp.txt", "_full_fp.geojson".
 // False after an ERROR line.
-[[nodiscard]] bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const SwathMapParam& par);
+[[nodiscard]] bool save_bb_fp_N(const Project& prj, const ProjectStat& stat, const Tovr& ovr,
+                                const SwathMapParam& par);
 
 // The number of swaths (or references, or groups) on each microtile, as a picture: name. An empty map draws nothing.
 [[nodiscard]] bool save_Tovrimg(const std::string& name, const std::string& title, const Project& prj,

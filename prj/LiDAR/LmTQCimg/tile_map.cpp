@@ -99,9 +99,9 @@ bool TileMap<T>::read_row(int y, Image<T>& band) const {
 template class TileMap<float>;
 template class TileMap<xyz>;
 
-ImgPlace frame_place(const TileInfo& frame, double Tsize, double GSD) {
-  return {frame.XI * Tsize + GROUND_ORIGIN,
-          (frame.YI + static_cast<uint32_t>(frame.ny)) * Tsize + GROUND_ORIGIN, GSD};
+ImgPlace frame_place(const TileInfo& frame, double Tsize, double GSD, double shift) {
+  return {frame.XI * Tsize + GROUND_ORIGIN + shift,
+          (frame.YI + static_cast<uint32_t>(frame.ny)) * Tsize + GROUND_ORIGIN + shift, GSD};
 }
 
 namespace {

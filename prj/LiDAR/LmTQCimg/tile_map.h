@@ -58,8 +58,9 @@ class TileMap {
   int32_t nblocks_ = 0;
 };
 
-// Place of a map over a frame of tiles. Tsize: m.
-ImgPlace frame_place(const TileInfo& frame, double Tsize, double GSD);
+// Place of a map over a frame of tiles. Tsize: m. GSD: m, of the map. shift: m, to the north east of all places; pixels of
+// grids have their centres, not their corners, on the corners of tiles.
+ImgPlace frame_place(const TileInfo& frame, double Tsize, double GSD, double shift = 0);
 // Draws a map row by row. False after an ERROR line.
 [[nodiscard]] bool save_TileMap(const std::string& name, const std::string& title, const ImgParam& par,
                                 const ImgScale& scale, const ImgPlace& place, const TileMap<float>& map);

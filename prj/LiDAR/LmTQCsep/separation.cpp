@@ -247,8 +247,9 @@ bool save_separation(const Project& prj, const TileInfo& frame, const MapParam& 
   IntensityMap ground;
   const bool draw = draws_maps(map);
   if (draw && !out.open_rgb(name, corr ? "corrected swath separation" : "swath separation", map.img,
-                            frame_place(frame, static_cast<double>(prj.scale.Tsize), result.cell), width,
-                            frame.ny * s.side))
+                            frame_place(frame, static_cast<double>(prj.scale.Tsize), result.cell,
+                                        -static_cast<double>(s.GSD) / 2),
+                            width, frame.ny * s.side))
     return false;
   if (draw && !ground.make(prj, frame, s.side, map.xcls)) return false;
   if (ground.nnoise() > 0)

@@ -235,13 +235,14 @@ GridRead read_gZ_tile_sub(const SwGrid& grid, int tile, int sub, Image<uint32_t>
   Vector<uint32_t> words;
   if (!read_block(grid, tile, words)) return GridRead::failed;
   const Image<uint8_t>& occ = grid.gTocc(tile);
+  const auto first_taken = [sub](int from) { return from + (sub / 2 - from % sub + sub) % sub; };
   uint32_t any = 0;
   const uint32_t* block = words.val;
   for (int m = 0; m < mTn; m++) {
     if (occ[m] == 0) continue;
     const int x0 = m % mTsub * dim, y0 = m / mTsub * dim;  // the microtile in the tile
-    const int x1 = (x0 + sub - 1) / sub * sub;
-    for (int y = (y0 + sub - 1) / sub * sub; y < y0 + dim; y += sub) {
+    const int x1 = first_taken(x0);
+    for (int y = first_taken(y0); y < y0 + dim; y += sub) {
       uint32_t* to = out.row(y / sub);
       const uint32_t* from = block + static_cast<int64_t>(y - y0) * dim;
       for (int x = x1; x < x0 + dim; x += sub) any |= to[x / sub] = from[x - x0];

@@ -106,8 +106,8 @@ enum class GridRead {
                                         const GridLimits& limits, Image<float>& Z,
                                         Image<uint8_t>* S = nullptr);
 
-// The words of every sub-th pixel of a tile, (32 dim / sub) a side, 0 where there is none; sub divides 32 dim
-// (asserted). For maps: heights, roughness and density come from one word without an image of the whole tile.
+// The words of every sub-th pixel of a tile, (32 dim / sub) a side, 0 where there is none: element X is pixel
+// X sub + sub/2. sub divides 32 dim (asserted). For maps: heights, roughness and density come from one word without an image of the whole tile.
 [[nodiscard]] GridRead read_gZ_tile_sub(const SwGrid& grid, int tile, int sub, Image<uint32_t>& words);
 
 // Largest roughness code that is compared: lroundf(16 x smax / GSD), both in metres.

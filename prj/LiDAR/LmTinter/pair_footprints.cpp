@@ -37,7 +37,7 @@ void PairFootprints::add(const Project& prj, const PairResult& pair, const Tocc&
   LOG_LINE("footprint pair=" << pair.number << " nt=" << tiles.size());
   const std::vector<BorderEdge> edges = border_edges(tiles);
   const double mTsize = static_cast<double>(prj.scale.mTsize);
-  put_edges(txt_, obj_, edges, mTsize, std::to_string(pair.number));
+  put_edges(txt_, obj_, edges, mTsize, " " + std::to_string(pair.number));
   shapes_.push_back({"pair " + std::to_string(pair.number), properties(prj, pair, count_Tocc(tiles)),
                      make_polygons(trace_outlines(edges), mTsize)});
 }

@@ -125,6 +125,20 @@ uint64_t add_Tovr_ref(Tovr& ovr, const Tocc& occ) {
   return nmt;
 }
 
+Tocc make_Tocc(const Tovr& ovr, uint8_t vmin) {
+  Tocc occ;
+  for (int y = 0; y < ovr.frame.ny; y++)
+    for (int x = 0; x < ovr.frame.nx; x++) {
+      const Image<uint8_t>& n = ovr.n(x, y);
+      if (std::none_of(n.val, n.val + n.size(), [vmin](uint8_t v) { return v >= vmin; })) continue;
+      ToccTile tile{ovr.frame.XI + static_cast<uint32_t>(x), ovr.frame.YI + static_cast<uint32_t>(y), 0, 0,
+                    n};
+      for (uint64_t i = 0; i < n.size(); i++) tile.occ[i] = n[i] >= vmin;
+      occ.push_back(std::move(tile));
+    }
+  return occ;
+}
+
 Tovr count_Tovr(const std::vector<Tovr>& maps) {
   Tovr sum = make_Tovr(maps.at(0).frame);
   for (const Tovr& map : maps)

@@ -57,6 +57,9 @@ Tocc inter_TLocc_Tovr(const Tocc& occ, const Tovr& ovr, uint8_t vmin = 2);
 // Microtiles that both swaths occupy; k and k2 index their tables. Tiles without one are dropped.
 Tocc inter_Tocc(const Tocc& occ1, const Tocc& occ2);
 
+// The microtiles where a map counts at least vmin > 0, as the occupancy of one swath; k and k2 are 0.
+Tocc make_Tocc(const Tovr& ovr, uint8_t vmin);
+
 // Box and number of the microtiles with a value of at least vmin.
 mTbbox comp_mTbbox_Tovr(const Tovr& ovr, uint8_t vmin);
 mTbbox comp_mTbbox_Tocc(const Tocc& occ);

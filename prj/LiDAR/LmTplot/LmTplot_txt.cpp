@@ -57,7 +57,7 @@ void put_edges(ResultFile& txt, ResultFile& obj, const std::vector<BorderEdge>& 
     for (ResultFile* const file : {&txt, &obj}) file->fs << std::setprecision(0);
   for (const BorderEdge& e : edges) {
     for (const EdgePoint& p : {e.a, e.b}) {
-      txt.fs << ground(p.x) << ' ' << ground(p.y) << ' ' << columns << '\n';
+      txt.fs << ground(p.x) << ' ' << ground(p.y) << columns << '\n';
       if (obj.is_open()) obj.fs << "v " << ground(p.x) << ' ' << ground(p.y) << " 0\n";
     }
     if (obj.is_open()) obj.fs << "l -1 -2\n";

@@ -20,7 +20,7 @@ struct SwathPlot {  // one swath of a plot
 [[nodiscard]] bool write_MBR(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj);
 // Boxes of swaths: name + "_bb.txt" and "_bb.obj".
 [[nodiscard]] bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, bool outobj);
-// Border edges, two corners each in output units, behind them the columns; into obj as lines when it is open.
+// Border edges, two corners each in output units, behind them the columns (" 3 1"); into obj as lines when it is open.
 void put_edges(ResultFile& txt, ResultFile& obj, const std::vector<BorderEdge>& edges, double mTsize,
                const std::string& columns);
 // One box in metres (xmin, ymin, xmax, ymax) into exactly this file.

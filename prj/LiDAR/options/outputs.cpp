@@ -261,6 +261,10 @@ const std::vector<OutputTable>& output_tables() {
        ".obj with "
        "-obj)",
        ""},
+      {"_full_bb.txt", "X Y", "box of the ground that mobile swaths cover, m (-bb)", "X, Y: corners, m"},
+      {"_full_fp.txt", "X Y", "footprint of all mobile swaths together (-fp; .obj with -obj)", ""},
+      {"_full_fp.geojson", "", "the same as polygons, in longitude and latitude (WGS 84)", ""},
+      {"_full_fp_prj.geojson", "", "the same in the project's coordinates", ""},
       {"_op_fp.txt", "X Y Pair#",
        "footprints of the overlaps in which pairs are compared (-fp; .obj with -obj)",
        "Pair#: as in NAME_idx.log"},

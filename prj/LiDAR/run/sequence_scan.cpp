@@ -269,7 +269,7 @@ bool write_overlap_box(const Project& prj, const mTbbox& b) {
 // Outlines of the swaths, and maps of where they lie.
 bool save_swath_maps(const Project& prj, const ScanParam& par, const Coverage& cover, const ScanResult& res) {
   const SwathMapParam maps{par.BB, par.FP, par.OUTOBJ, par.SWMAPS, par.map};
-  return save_bb_fp_N(prj, res.stat, maps) &&
+  return save_bb_fp_N(prj, res.stat, cover.ovr, maps) &&
          (!par.SWMAPS ||
           (save_Tovrimg(prj.name + "_ovr", "swath count", prj, par.map, cover.ovr) &&
            save_Tovrimg(prj.name + "_ovr_mob", "mobile swath count", prj, par.map, cover.mob) &&

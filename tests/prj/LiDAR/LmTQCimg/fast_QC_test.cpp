@@ -46,7 +46,7 @@ float height_at(const SwGrid& grid, const GridLimits& limits, const TileInfo& f,
   Image<float> Z;
   const int k = grid.tile_at(f.XI + static_cast<uint32_t>(X / side), f.YI + static_cast<uint32_t>(Y / side));
   if (k < 0 || read_gZ_tile(grid, k, nullptr, limits, Z) != GridRead::heights) return NODATA;
-  return Z(X % side * sub, Y % side * sub);
+  return Z(X % side * sub + sub / 2, Y % side * sub + sub / 2);
 }
 }  // namespace
 
