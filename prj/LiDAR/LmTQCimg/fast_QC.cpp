@@ -158,7 +158,7 @@ bool comp_tile(FastQC& qc, int tx, int ty, TileSums& t, DZsums& sums) {
       if (dz != NODATA) {
         const double v = static_cast<double>(dz);
         sums.n++, sums.sum += std::fabs(v), sums.sum2 += v * v;
-        qc.maps[DZ].band.row(y)[X] = qc.par.map.DZ_mix ? dz : std::fabs(dz);
+        if (qc.maps[DZ].on) qc.maps[DZ].band.row(y)[X] = qc.par.map.DZ_mix ? dz : std::fabs(dz);
       }
       if (t.nall[i] == 0 || (!qc.par.full && t.nall[i] < 2)) continue;
       if (qc.maps[DENSITY].on) qc.maps[DENSITY].band.row(y)[X] = t.dens[i] * qc.Dunit;
@@ -273,7 +273,7 @@ bool open_maps(FastQC& qc) {
                      {"_S", "shaded relief"},
                      {"_I", "area intensity"}};
   const MapParam& m = qc.par.map;
-  const bool on[NKINDS] = {true, m.OUTD, m.OUTR, m.OUTZ, m.OUTS, m.OUTI};
+  const bool on[NKINDS] = {qc.par.DZ, m.OUTD, m.OUTR, m.OUTZ, m.OUTS, m.OUTI};
   const int height = qc.frame.ny * qc.side;
   // The grid pixel taken lies in the middle of that of the map, or, of an odd number, is its middle one.
   const double GSD = qc.dxs / qc.sub, Tsize = static_cast<double>(qc.prj.scale.Tsize);

@@ -17,6 +17,7 @@
 namespace veld {
 struct FastQCparam {
   MapParam map;
+  bool DZ = true;     // the map of height differences is drawn
   bool full = false;  // the whole area, not only overlaps (-full)
   // Pairs of swaths whose differences count, nsw x nsw, symmetric; empty: all (-dz_all).
   Image<uint8_t> pair_ok;

@@ -51,6 +51,11 @@ struct GtileParam {   // gridded tiles as files
 inline bool draws_maps(const MapParam& par) { return par.maps && par.img.any(); }
 inline bool draws_plots(const MapParam& par) { return par.plots && par.img.any(); }
 
+// Whether maps of the grids are drawn beside the height differences.
+inline bool draws_grids(const MapParam& par) {
+  return draws_maps(par) && (par.OUTD || par.OUTR || par.OUTZ || par.OUTS || par.OUTI);
+}
+
 ImgScale dz_scale(const MapParam& par);  // of height differences: with sign or as magnitudes
 // Pixels along the side of a map pixel that tiles of n grid pixels a side allow: -sub, or the next smaller divisor
 // of n, so that no pixel of a map lies on two tiles.

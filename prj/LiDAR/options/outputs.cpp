@@ -328,12 +328,12 @@ const std::vector<OutputTable>& output_tables() {
       {"_ovr_ref", "", "the same of references", "", true},
       {"_ovr_grp", "", "map of the number of groups on each microtile, of projects with several (-scan)", "",
        true},
-      {"_D", "", "map of the density in points/m2, of all swaths together (-fastqc -dmap)", "", true},
-      {"_R", "", "map of the roughness, m (-fastqc -rmap)", "", true},
-      {"_Z", "", "map of the elevation, m (-fastqc -zmap)", "", true},
-      {"_S", "", "shaded relief (-fastqc -smap)", "", true},
-      {"_I", "", "map of the mean intensity of the points (-fastqc -imap), 2 percent of it black and white",
-       "", true},
+      {"_D", "", "map of the density in points/m2, of all swaths together (-dmap)", "", true},
+      {"_R", "", "map of the roughness, m (-rmap)", "", true},
+      {"_Z", "", "map of the elevation, m (-zmap)", "", true},
+      {"_S", "", "shaded relief (-smap)", "", true},
+      {"_I", "", "map of the mean intensity of the points (-imap), 2 percent of it black and white", "",
+       true},
       {"_vr_gtile_X_Y.laz", "",
        "gridded heights of a tile (-ogtile), X Y its lower left corner in whole units of the swaths: a point "
        "per pixel and "

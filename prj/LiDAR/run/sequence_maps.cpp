@@ -9,6 +9,7 @@ bool fast_QC(const Project& prj, const ScanParam& par, const SwPairList& near, S
   FastQCparam fast;
   fast.map = par.map;
   fast.full = par.FULL;
+  fast.DZ = par.FASTQC;  // else that of the pairs has the name
   fast.Zlow = static_cast<float>(res.stat.Zmin);
   fast.Zhigh = static_cast<float>(res.stat.Zmax);
   fast.nthreads = NTHREADS;

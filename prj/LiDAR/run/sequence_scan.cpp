@@ -303,7 +303,7 @@ Work decide_work(const ScanParam& par, const ScanResult& res) {
   const bool ovr = !res.over.empty();
   w.DOREG = par.REG;
   w.DOQC = par.QCRUN && par.QC && !par.REG && ovr;
-  w.DOFQC = par.FASTQC && (ovr || par.FULL);
+  w.DOFQC = (par.FASTQC || draws_grids(par.map)) && (ovr || par.FULL);
   w.DOSEP = par.map.sep && ovr;
   w.DOGRID = w.DOREG || w.DOQC || w.DOFQC || w.DOSEP || par.gtile.raw || par.gtile.corr ||
              (par.CORR && (par.QC || par.REG2) && ovr);
