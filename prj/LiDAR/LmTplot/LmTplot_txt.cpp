@@ -52,7 +52,9 @@ bool write_BBOX(const std::string& name, const std::vector<SwathPlot>& swaths, b
 
 void put_edges(ResultFile& txt, ResultFile& obj, const std::vector<BorderEdge>& edges, double mTsize,
                const std::string& columns) {
-  const auto ground = [&](int64_t v) { return (static_cast<double>(v) * mTsize + GROUND_ORIGIN) / OUTDATAUNIT; };
+  const auto ground = [&](int64_t v) {
+    return (static_cast<double>(v) * mTsize + GROUND_ORIGIN) / OUTDATAUNIT;
+  };
   if (OUTDATAUNIT == 1.0)  // borders of microtiles are whole metres
     for (ResultFile* const file : {&txt, &obj}) file->fs << std::setprecision(0);
   for (const BorderEdge& e : edges) {
