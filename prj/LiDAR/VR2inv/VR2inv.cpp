@@ -272,6 +272,7 @@ bool inv_CalTAWarp(const std::string& name, const InvInput& in, const InvParam& 
   if (inv.drift) comp_corr_RMS_def(inv, true, res.def_rms);
   LOG_MSG("RESIDUAL STATISTICS");
   if (!comp_write_STAT_res(inv, res, par.residual_stat) || !write_rejected(inv)) return false;
+  corr_comp_full(inv, res);
   res.residuals.resize(in.pairs.size());
   for (int k = 0; k < inv.nint; k++)
     if (inv.pair[k].use) res.residuals[static_cast<size_t>(k)] = inv.pair[k].res;

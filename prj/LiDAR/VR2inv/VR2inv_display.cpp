@@ -16,7 +16,6 @@ namespace {
 constexpr double HIGH_CORR = 0.5, TOO_HIGH_CORR = 0.95;
 constexpr double MAX_BORE = 0.00872664526;  // rad: half a degree
 
-const char* EXT_LETTERS = "xyzwpk";
 const char* ROW_LABELS[N_EXTERNAL] = {"LX       ", "LY       ", "LZ       ",
                                       "Roll     ", "Pitch    ", "Yaw      "};
 
@@ -277,6 +276,9 @@ bool calib_display(const InvCalDrift& inv, InvResult& res) {
   if (!inv.cov.empty()) comp_correlations(inv, res);
   show_table(inv, res);
   if (!inv.name.empty() && !write_files(inv, res)) return false;
+  if (!inv.undetermined.empty() && !inv.name.empty())
+    WARNING_MSG(
+        "the overlaps alone do not determine the whole calibration, priors hold it:" << inv.undetermined);
   warn_correlations(res);
   for (const Calib& cal : res.calib)
     if (std::fabs(cal.B.x) > MAX_BORE || std::fabs(cal.B.y) > MAX_BORE) {

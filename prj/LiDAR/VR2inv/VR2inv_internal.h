@@ -17,7 +17,8 @@
 namespace veld {
 constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};  // m2, added to variances
 constexpr int N_EXTERNAL = 6;
-constexpr int COV_MAX = 60;  // calibration parameters up to which their covariance is of use
+constexpr char EXT_LETTERS[] = "xyzwpk";  // of the externals, as -cal has them
+constexpr int COV_MAX = 60;               // calibration parameters up to which their covariance is of use
 constexpr int MAX_SLOT =
     2 * (N_EXTERNAL + N_INTERNAL + 6) + 3;  // most parameters that one vector touches in step 1
 
@@ -105,6 +106,7 @@ struct InvCalDrift {
   dxyz shift_base = {0, 0, 0};          // part of it that an earlier step holds
   Vector<double> post;                  // variances of all parameters; empty for large systems
   Image<double> cov;                    // of the first dimcal parameters
+  std::string undetermined;             // calibration parameters that the data alone do not determine
   uint64_t nvec_used = 0;
   int npair_used = 0;
 
@@ -180,6 +182,9 @@ struct CalibPrior {
   std::vector<Tie> ties;
 };
 CalibPrior calib_prior(const InvCalDrift& inv);
+// Takes the priors of the calibration (not those of the drift) out of its covariance, so that parameters which the data
+// do not tell apart show as uncertain and correlated. No change but of `undetermined` when the data leave one open.
+void drop_calib_prior(InvCalDrift& inv);
 // A component of drift along a line is a process with exponential correlation. Its prior is the sum of
 // inner x_k^2 (outer at both ends) and step (x_k+1 - x_k)^2.
 struct NodePrior {
@@ -228,9 +233,16 @@ void vec2par(InvCalDrift& inv);
 void display_init(const InvCalDrift& inv);
 [[nodiscard]] bool calib_display(const InvCalDrift& inv, InvResult& res);
 [[nodiscard]] bool comp_write_STAT_res(const InvCalDrift& inv, InvResult& res, bool write_file);
+void show_STAT_res(const InvCalDrift& inv);  // the totals alone, before uncertainties are adjusted
 // "_int_rej.log": pairs of which no vector, or not enough of them, took part; no file without such a pair.
 [[nodiscard]] bool write_rejected(const InvCalDrift& inv);
+
+// What the parts of the correction move points by (VR2inv_comp.cpp).
 void comp_corr_RMS_def(const InvCalDrift& inv, bool full, const xyz& def_rms);
+// Statistics of each part of the final correction, and of their sum, at the vectors that took part, for both swaths of a
+// pair.
+void corr_comp_full(const InvCalDrift& inv, const InvResult& res);
+void log_TA0(const InvCalDrift& inv);  // the constant drift that step 1 found, m and degrees, a line a swath
 
 // Calibration values of a swath in the units of Calib; zeros for what is off.
 Calib swath_calib(const InvCalDrift& inv, SwathId swath);

@@ -2,8 +2,10 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <string>
 #include <utility>
 
+#include "lib/Optim/optimCG.h"
 #include "lib/general/log.h"
 #include "prj/LiDAR/VR2inv/VR2inv_internal.h"
 
@@ -251,5 +253,37 @@ CalibPrior calib_prior(const InvCalDrift& inv) {
     before = &w;
   }
   return result;
+}
+
+// The covariance holds what the data say and what the priors do; as information both add up.
+void drop_calib_prior(InvCalDrift& inv) {
+  const int n = inv.cov.xsize();
+  if (n == 0 || n != inv.dimcal) return;  // none, or that of a step before
+  inv.undetermined.clear();
+  const CalibPrior prior = calib_prior(inv);
+  Image<double> P0, cov0;
+  bool ok = inv_M_Cholesky(inv.cov, P0);
+  for (int i = 0; ok && i < n; i++) P0(i, i) -= prior.own(i);
+  ok = ok && inv_M_Cholesky(P0, cov0);
+  constexpr double ROUNDING =
+      1e4;  // variance over the prior's beyond which information is the rest of a difference
+  for (int i = 0; ok && i < n; i++) ok = cov0(i, i) * prior.own(i) < ROUNDING;
+  if (ok) {
+    inv.cov = cov0;
+    return;
+  }
+  LOG_LINE("<!> Cholesky P0");
+  const auto held = [&](int first,
+                        int nset) {  // all sets of a parameter: the prior says more of them than the data
+    constexpr double MOST = 0.5;
+    double sum = 0;
+    for (int i = first; i < first + nset; i++) sum += prior.own(i) * inv.cov(i, i);
+    return sum > MOST * nset;
+  };
+  for (int c = 0; c < N_EXTERNAL; c++)
+    if (inv.FE[c] && held(inv.ext0[c], inv.ncalext)) inv.undetermined += std::string(" ") + EXT_LETTERS[c];
+  for (int k = 0; k < N_INTERNAL; k++)
+    if (inv.FI[k] && held(inv.int0[k], inv.ncalint)) inv.undetermined += " I" + std::to_string(k + 1);
+  if (inv.undetermined.empty()) inv.undetermined = " all";
 }
 }  // namespace veld

@@ -241,12 +241,17 @@ bool invert_RA_Cal_TA(InvCalDrift& inv) {
     if (!solve()) return false;
     comp_corr_len(inv);
   } while (inv.drift && fit_prior(inv) && ++nfit < MAX_FITS);
-  if (inv.par.UADJ != 0 && adj_prec(inv, comp_chi(inv)) && !solve()) return false;
+  if (inv.par.UADJ != 0) {
+    show_STAT_res(inv);
+    if (adj_prec(inv, comp_chi(inv)) && !solve()) return false;
+  }
   comp_corr_len(inv);
   if (!solve_with_cov(inv, invert_Cal_TA)) return false;
   comp_res(inv);
   vec2par(inv);
+  if (inv.drift) log_TA0(inv);
   if (!inv.drift && !inv.cov.empty()) add_line_effects(inv);
+  drop_calib_prior(inv);
   LOG_MSG("Inversion step 1 successful | " << watch.text());
   LOG_LINE("/// INV STEP 1 TIME=" << watch.text());
   return true;

@@ -326,12 +326,16 @@ bool invert_RA_HFTA(InvCalDrift& inv) {
   const auto solve = [&] { return solve_reweighted(inv, invert_HFTA, comp_res_TA); };
   if (!solve()) return false;
   const int nrounds = inv.par.UADJ == 0 ? 0 : inv.par.UADJ == 4 ? 2 : 1;
-  for (int round = 0; round < nrounds && adj_prec(inv, comp_chi(inv)); round++)
+  for (int round = 0; round < nrounds; round++) {
+    show_STAT_res(inv);
+    if (!adj_prec(inv, comp_chi(inv))) break;
     if (!solve()) return false;
+  }
   comp_corr_len(inv);
   if (!solve_with_cov(inv, invert_HFTA)) return false;
   comp_res_TA(inv);
   vec2par(inv);
+  drop_calib_prior(inv);
   return true;
 }
 }  // namespace veld

@@ -8,6 +8,7 @@
 #include "prj/LiDAR/LmTQCsep/separation.h"
 #include "prj/LiDAR/VR2proc/copy_swaths.h"
 #include "prj/LiDAR/VR2proc/corr_POfiles.h"
+#include "prj/LiDAR/VR2proc/corr_maps.h"
 #include "prj/LiDAR/VR2proc/corr_stat.h"
 #include "prj/LiDAR/VR2proc/corr_swaths.h"
 #include "prj/LiDAR/VR2proc/independent_groups.h"
@@ -79,6 +80,7 @@ bool comp_corrections(Project& prj, CorrRun& run, CorrResult& result, bool& chec
   checked = shift_to_control(prj, run, result);
   display_global_shift(run.swc, run.tables);
   if (!Cimg_stat_swaths(prj, run.swc, run.tables) ||
+      !save_corr_maps(prj, run.par.map, run.swc, run.index, run.tables) ||
       (run.par.map.ascii && !Cimg_stat_corrtbl(prj, run.swc, run.index, run.tables))) {
     ERROR_MSG("correction grid/stats failed, probably missing temp. files");
     return false;

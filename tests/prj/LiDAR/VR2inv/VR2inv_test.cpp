@@ -401,6 +401,31 @@ TEST(Inversion, DriftAfterTheCalibration) {
   EXPECT_GT(r.cal_sigma.size(), 0u);  // the calibration stood alone in step 1
 }
 
+// In level flight a higher antenna moves all swaths alike.
+TEST(Inversion, WhatOverlapsDoNotDetermineIsSaid) {
+  TempDir dir;
+  SimProject sim = simulate(flight(0));
+  const auto level = [](Vector<xyz>& Att) {
+    for (xyz& a : Att) a.x = a.y = 0;
+  };
+  for (InvPair& p : sim.in.pairs) level(p.Att1), level(p.Att2);
+  for (InvSwath& s : sim.in.swaths) level(s.samples.Att);
+  for (const bool open : {true, false}) {
+    SCOPED_TRACE(open);
+    InvParam p = boresight();
+    p.Fz = open;
+    InvResult r;
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(inv_CalTAWarp(dir.path + "/p", sim.in, p, r));
+    const std::string said = testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout();
+    EXPECT_EQ(said.find("do not determine the whole calibration, priors hold it: z\n") != std::string::npos,
+              open)
+        << said;
+    EXPECT_NE(said.find("CORRECTION COMPONENT STATISTICS\n"), std::string::npos) << said;
+  }
+}
+
 TEST(Inversion, Files) {
   TempDir dir;
   SimParam s = flight(0);
