@@ -26,8 +26,8 @@ struct ByHand : testing::Test {
   static std::string path(const std::string& name) { return program->work.path + "/" + name; }
   static RunOutput run(const Args& args, const std::string& out, const std::string& swaths = "L*.las") {
     for (const std::string& dir : {out, std::string("tmp")}) std::filesystem::create_directory(path(dir));
-    const Args base = {"-i", swaths, "-odir", out, "-tmpdir", "tmp", "-out", "*_c.las", "-nthreads", "2"};
-    return program->run(base + args);
+    const Args base = {"-odir", out, "-tmpdir", "tmp", "-out", "*_c.las", "-nthreads", "2"};
+    return program->run(Args(("-i " + swaths).c_str()) + base + args);
   }
   static Args tracked(const Args& args) { return args + "-corr -utm 33 -po traj.out -bore 0 0 0 -qc 0"; }
   static ProjectScore moved_by(const std::string& out) { return score_files(path(""), path(out), LINES); }
@@ -97,6 +97,25 @@ TEST_F(ByHand, ShiftsNeedNoTrajectoryAndTilesHoldAllPoints) {
   for (const std::string& line : LINES)
     nsource += las_read_open(path(line + ".las"), "", false)->header.npoints;
   EXPECT_EQ(npoints, nsource);
+}
+
+TEST_F(ByHand, ASwathWithoutTrajectoryIsCopiedOnRequest) {
+  std::filesystem::create_directory(path("far"));
+  std::string las = read_text(path("L03.las"));
+  change_points(las, [](std::string& p, size_t at) { poke(p, at + 20, peek<double>(p, at + 20) + 5000); });
+  write_text(path("far/L03.las"), las);
+  for (const char* const copy : {"0", "1"}) {
+    const std::string out = std::string("copy") + copy;
+    const RunOutput r =
+        run(tracked({"-calib_corr", "cal.txt", "-corr_all", copy}), out, "L01.las far/L03.las");
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_LT(score_files(path("truth"), path(out), {"L01"}).all.rms3d, 0.0015);
+    const std::string copied = path(out + "/L03_c.las"), file = exists(copied) ? read_text(copied) : "";
+    EXPECT_EQ(file.empty(), *copy == '0');
+    const auto points = [](const std::string& f) { return f.substr(peek<uint32_t>(f, 96)); };
+    EXPECT_TRUE(file.empty() || points(file) == points(las));
+    EXPECT_TRUE(holds(r.err, "no trajectory has its times")) << r.err;
+  }
 }
 
 TEST_F(ByHand, OneSwathThatCannotBeWrittenIsNamedAndTheOthersAre) {

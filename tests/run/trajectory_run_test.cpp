@@ -57,6 +57,18 @@ TEST(TrajectoryRun, AnglesThatTheTextHasNot) {
   }
 }
 
+// What was read from an SBET and written as text does as well as the SBET.
+TEST(TrajectoryRun, RecordsAsTheyWereReadServeAgain) {
+  const ScoredProject project;
+  const ScoredRun sbet = project.align("-utm 33 -i L*.las -po traj.out -porec 1 -po_sub 1");
+  expect_good(sbet, "");
+  std::filesystem::remove(project.dir + "/traj.out");
+  const ScoredRun text =
+      project.align("-utm 33 -i L*.las -po out/*_PO_rec_sw_*.txt -po_geo 0 -po_time 1 -po_parse txyzwpk");
+  expect_good(text, "");
+  EXPECT_NEAR(text.rms, sbet.rms, 5e-4);
+}
+
 TEST(TrajectoryRun, UnitsAreThoseOfTheNumbers) {
   constexpr double US = 1200.0 / 3937.0;
   const char* const mercator = "Transverse_Mercator";

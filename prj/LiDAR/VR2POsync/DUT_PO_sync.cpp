@@ -233,7 +233,7 @@ bool sync_files(SyncJob& job) {
 // Reports and judgement. The number of usable swaths; 0 after an ERROR.
 int finish_sync(SyncJob& job, const Stopwatch& watch) {
   const SyncVerdict verdict = judge_sync(job);
-  if (!log_posync(job) || !traj_swaths_fp(job)) return 0;
+  if (!log_posync(job) || !traj_swaths_fp(job) || !save_PO_records(job)) return 0;
   const bool valid = report_verdict(job, verdict) && job.res.nswok > 0;
   for (Swath& s : job.swaths())  // the reports name the file of the channel's own group
     if (s.track.file >= 0) s.track.file = job.first_file(s.track.file);

@@ -15,6 +15,7 @@ struct POsyncParam {
   float more = 0;       // s, read on each side beyond what is needed, for those who take it from the store
   bool FP = false;      // the tracks of the swaths beside their footprints (-fp)
   bool OUTOBJ = false;  // these as .obj too (-obj)
+  int records = 0;      // the trajectory of each swath as it was read, every n-th record (-porec); 0: none
   bool reports = true;  // files of the synchronisation beside the project's name
   TrackStore* tracks = nullptr;  // of the run; none: every file is read
 };

@@ -74,6 +74,9 @@ SyncVerdict judge_sync(SyncJob& job);
 [[nodiscard]] bool log_posync(const SyncJob& job);
 // "_sw_traj.txt": where the platform was while each swath was scanned, a place a second, with par.FP. False after an ERROR.
 [[nodiscard]] bool traj_swaths_fp(const SyncJob& job);
+// "_PO_rec_sw_<n>.txt" of each swath with par.records: its cache as text, which can be read as a trajectory again. False
+// after an ERROR.
+[[nodiscard]] bool save_PO_records(const SyncJob& job);
 // Reports what was rejected; "_sw_PO_rej.log", "_PO_rej.log". False after an ERROR.
 [[nodiscard]] bool report_verdict(const SyncJob& job, const SyncVerdict& v);
 [[nodiscard]] bool display_traj_proc(const SyncJob& job);  // false after an ERROR: no overlap

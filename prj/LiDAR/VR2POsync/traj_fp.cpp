@@ -1,4 +1,5 @@
-// Tracks of the swaths over the ground, beside their footprints.
+// Trajectories of the swaths as text: over the ground, beside the footprints, and record by record.
+#include <cmath>
 #include <cstdio>
 
 #include "lib/general/log.h"
@@ -41,5 +42,31 @@ bool traj_swaths_fp(const SyncJob& job) {
       obj.fs << (k == n ? "l" : "") << " -" << k << (k == 1 ? "\n" : "");
   }
   return txt.commit() && (!job.par.OUTOBJ || obj.commit());
+}
+
+bool save_PO_records(const SyncJob& job) {
+  if (job.par.records <= 0 || !job.par.reports) return true;
+  LOG_ENTER("save_PO_records sub=" << job.par.records);
+  int n = 0;
+  for (const Swath& s : job.swaths()) {
+    Vector<PO> po;
+    double dt = 0;
+    if (s.track.file < 0 || !load_POC_TMP(s.cache, s.id, po, dt)) continue;
+    ResultFile out;
+    if (!out.open(job.prj.name + "_PO_rec_sw_" + to_string(s.id) + ".txt")) return false;
+    out.fs << "Time X Y Z Roll Pitch Yaw\n";
+    for (uint64_t i = 0; i < po.size(); i += static_cast<uint64_t>(job.par.records)) {
+      const PO& rec = po[i];
+      char line[200];
+      std::snprintf(line, sizeof line, "%.6f  %.4f %.4f %.4f  %.6f %.6f %.6f\n", rec.t, rec.x, rec.y, rec.z,
+                    double{rec.roll}, double{rec.pitch}, std::remainder(double{rec.yaw}, 360.0));
+      out.fs << line;
+    }
+    if (!out.commit()) return false;
+    n++;
+  }
+  LOG_MSG("Written " << n << " position/orientation files as they were read '*_PO_rec_sw_n.txt', subsampling="
+                     << job.par.records);
+  return true;
 }
 }  // namespace veld

@@ -21,8 +21,7 @@ constexpr Availability setting(const Missing& m) { return {Availability::Kind::s
 constexpr Availability always(const Missing& m) { return {Availability::Kind::always, &m}; }
 
 // What is missing: subject, reason. One without a row left goes.
-inline constexpr Missing TRAJECTORY_FILES = {"trajectory files", "trajectories are not exported as they are"},
-                         SPLITTING = {"splitting", "swaths are not split into channels or beams"},
+inline constexpr Missing SPLITTING = {"splitting", "swaths are not split into channels or beams"},
                          PULSE_FILES = {"pulse files", "pulse files are not written"},
                          BLENDING = {"blending", "remaining residuals are not spread over the swaths"},
                          TILING_ORDER = {"order of tiling",

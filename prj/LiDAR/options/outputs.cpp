@@ -199,6 +199,11 @@ const std::vector<OutputTable>& output_tables() {
        "Time: s, as in NAME_TA.log\n"
        "X, Y, Z: in the project's system, output units (-out_metre)\n"
        "Roll, Pitch, Yaw: degrees, yaw from grid north"},
+      {"_PO_rec_sw_N.txt", "Time X Y Z Roll Pitch Yaw",
+       "trajectory of swath number N as it was read, every n-th record (-porec, -po_sub); with -po_sub 1 it "
+       "can take the "
+       "place of the trajectory file",
+       "columns as in NAME_PO_sw_N.txt, attitudes with the IMU angles if -att_imu is on"},
       {"_P_TA_sw_N.txt", "Time X Y Z TrajCorr{X Y Z} AttCorr{Roll Pitch Yaw}",
        "trajectory of swath number N and its corrections, to be added (-ocorr)",
        "columns as in NAME_P_TA.log"},

@@ -92,6 +92,7 @@ void share_values(Options& o) {
   control.gcp.obj = scanning.OUTOBJ;
   correction.sync.FP = scanning.FP;
   correction.sync.OUTOBJ = scanning.OUTOBJ;
+  correction.sync.records = o.porec ? correction.po_sub : 0;
   control.xyz.json = control.gcp.json;
   correction.inv.CALINTGEN = o.tuning.CALINTGEN;
   correction.inv.CALINTNOB = o.tuning.CALINTNOB;

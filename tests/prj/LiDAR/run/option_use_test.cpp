@@ -43,7 +43,7 @@ bool is_table(const std::string& name) {
 }
 
 // Values that rules.cpp and align2.cpp put in the place of others, which are read.
-const std::set<std::string> PASSED_ON = {"dz_range_1", "dz16_range_1", "v_range_1", "v_color"};
+const std::set<std::string> PASSED_ON = {"dz_range_1", "dz16_range_1", "v_range_1", "v_color", "porec"};
 
 bool is_word(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
