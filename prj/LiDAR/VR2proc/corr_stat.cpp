@@ -207,6 +207,9 @@ bool ICS_stat_swaths(const Project& prj, const SwathVector<SwRot>& rot, const st
   }
   if (result.nwarn > 0) WARNING_MSG(result.nwarn << " swaths have a suspicious AGL or swath witdh");
   LOG_MSG("Mean AGL~" << result.AGL << " Swath Width~" << result.width);
+  LOG_LINE("N sw ICS err: " << result.nerr);
+  LOG_LINE("N sw ICS LARGE err: " << nlarge);
+  LOG_LINE("N sw ICS AGL/W err: " << result.nwarn);
   return true;
 }
 }  // namespace veld

@@ -108,7 +108,13 @@ bool corr_swath(const Project& prj, const CorrRun& run, CorrJob job, CorrTiles* 
 }
 
 void show_outputs(const CorrParam& par, size_t n) {
-  if (par.undo && !par.nil) LOG_MSG("Written point correction files (undo data) '*" << undo_name("") << "'");
+  const bool undo = par.undo && !par.nil;
+  if (undo || par.ocorr || par.oposeg)
+    LOG_LINE("Extra output: " << (undo ? "Undo " : "") << (par.ocorr ? "SegCorr " : "")
+                              << (par.oposeg ? "SegPO " : ""));
+  if (undo)
+    LOG_MSG("Written point correction files (undo data) '*"
+            << undo_name("") << "' xy_scale=" << undo_steps().xy << " z_scale=" << undo_steps().z);
   if (par.ocorr)
     LOG_MSG("Written "
             << n << " position & shift & attitude correction files '*_P_TA_sw_n.txt', segmented, subsampling="

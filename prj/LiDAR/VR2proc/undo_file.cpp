@@ -24,8 +24,8 @@ LASheader undo_header(const LASheader& source, const std::string& sid) {
   h.point_reclen = static_cast<uint16_t>(las_base_length(0));
   set_las_text(h.system_identifier, sid);
   set_las_text(h.generating_software, UNDO_SOFTWARE);
-  h.x_scale_factor = h.y_scale_factor = XY_SCALE * (DATAUNIT == 1 ? 1 : FEET_FACTOR);
-  h.z_scale_factor = Z_SCALE * (DATAUNIT_Z == 1 ? 1 : FEET_FACTOR);
+  h.x_scale_factor = h.y_scale_factor = undo_steps().xy;
+  h.z_scale_factor = undo_steps().z;
   h.vlrs = las_identity_records(source);
   return h;
 }
@@ -75,6 +75,10 @@ BlockState undo_records(uint8_t* records, uint64_t n, LASpoint point, LASreader&
   return BlockState::done;
 }
 }  // namespace
+
+UndoSteps undo_steps() {
+  return {XY_SCALE * (DATAUNIT == 1 ? 1 : FEET_FACTOR), Z_SCALE * (DATAUNIT_Z == 1 ? 1 : FEET_FACTOR)};
+}
 
 std::string undo_name(const std::string& corrected) { return change_extension(corrected, "") + UNDO_SUFFIX; }
 bool is_undo_name(const std::string& path) { return path.ends_with(UNDO_SUFFIX); }

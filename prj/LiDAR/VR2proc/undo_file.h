@@ -17,6 +17,11 @@ namespace veld {
 // Name of the undo data of a corrected file.
 std::string undo_name(const std::string& corrected);
 bool is_undo_name(const std::string& path);
+// Steps of the undo data of this run, in the units of its files: in the plane and of heights.
+struct UndoSteps {
+  double xy, z;
+};
+UndoSteps undo_steps();
 
 class UndoWriter {
  public:

@@ -2,6 +2,7 @@
 #include "lib/general/path.h"
 #include "prj/LiDAR/VR2proc/corr_log.h"
 #include "prj/LiDAR/VR2proc/out_name.h"
+#include "tests/las/las_builder.h"
 #include "tests/prj/LiDAR/VR2proc/corr_fixture.h"
 
 namespace veld {
@@ -44,6 +45,50 @@ TEST_F(CorrSwath, ShiftsPointsAndNothingElse) {
     EXPECT_EQ(out[i].t, in[i].t);
     EXPECT_EQ(out[i].cls, in[i].cls);
     EXPECT_EQ(out[i].rn, in[i].rn);
+  }
+}
+
+// Attributes and records of other makers: all bytes but the coordinates.
+TEST_F(CorrSwath, WhatItDoesNotKnowStays) {
+  const struct {
+    const char* what;
+    int minor, format, nextra;
+    size_t nwave;
+  } cases[] = {{"extra bytes", 2, 3, 7, 0},
+               {"waveforms", 3, 4, 0, 3000},
+               {"records behind the points", 4, 6, 5, 0},
+               {"all of it", 4, 10, 5, 3000}};
+  corr.po = nullptr;
+  corr.S = {0.25f, -0.5f, 0.125f};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    LasBuild how;
+    how.minor = c.minor, how.format = c.format, how.nextra = c.nextra;
+    how.scale = 0.125;
+    how.waves = std::string(c.nwave, 'w');
+    how.vlrs = {{"somebody", 7, "abc", "theirs"}};
+    if (c.nextra > 0)
+      how.vlrs.push_back(
+          {"LASF_Spec", 4, extra_bytes_descriptor(0, static_cast<uint8_t>(c.nextra), "foreign"), ""});
+    if (c.minor == 4) how.evlrs = {{"somebody", 8, std::string(500, 'e'), "behind"}};
+    const BuiltLas built = build_las(how);
+    write_text(job.path, built.bytes);
+    ASSERT_TRUE(run());
+    const std::string out = read_text(job.out);
+    const size_t at = peek<uint32_t>(out, 96), length = peek<uint16_t>(out, 105);
+    std::string records = out.substr(at, built.records.size());
+    for (size_t p = 0; p < records.size(); p += length) {
+      poke(records, p, peek<int32_t>(records, p) - 2);
+      poke(records, p + 4, peek<int32_t>(records, p + 4) + 4);
+      poke(records, p + 8, peek<int32_t>(records, p + 8) - 1);
+    }
+    EXPECT_TRUE(records == built.records);
+    const std::string behind = out.substr(at + built.records.size());
+    EXPECT_TRUE(c.minor < 4 || holds(behind, how.evlrs[0].data));
+    EXPECT_TRUE(holds(behind, how.waves));
+    const auto reader = las_read_open(job.out, "", false);
+    ASSERT_TRUE(reader && reader->header.find_vlr("somebody", 7));
+    EXPECT_EQ(reader->header.find_vlr("LASF_Spec", 4) != nullptr, c.nextra > 0);
   }
 }
 
