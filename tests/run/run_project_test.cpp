@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "las/las_access.h"
+#include "sim/trackproof.h"
 #include "tests/run/scored_project.h"
 
 namespace veld {
@@ -110,7 +112,8 @@ TEST_F(RunProject, AlignGivesTheSameBytesWhateverTheThreads) {
   EXPECT_FALSE(exists(o1 + "/t_2.dut"));
 }
 
-// With drift of position and attitude the swaths still come together, and the boresight is that of the sensor.
+// With drift of position and attitude the swaths still come together, and the boresight is that of the sensor. The corrected
+// trajectory with it gives the corrected points from what the scanner measured.
 TEST(RunDrift, IsTakenOutBesideTheCalibration) {
   Program program;
   const std::string& dir = program.work.path;
@@ -119,8 +122,8 @@ TEST(RunDrift, IsTakenOutBesideTheCalibration) {
                        "-drift_roll 0.004 -drift_pitch 0.004 -drift_yaw 0.008"));
   for (const char* const sub : {"/tmp", "/out"}) std::filesystem::create_directory(dir + sub);
   const RunOutput r = program.run(
-      "-align -utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0 -C B -out *_c.las -name r -odir out "
-      "-tmpdir tmp -nthreads 2");
+      "-align -utm 33 -i L*.las -po traj.out -imu 0 0 0 -bore 0 0 0 -C LB -opo 1 -out *_c.las -name r -odir "
+      "out -tmpdir tmp -nthreads 2");
   ASSERT_EQ(r.code, 0) << r.err;
   const ProjectScore after = score_files(dir + "/truth", dir + "/out", LINES);
   EXPECT_LT(after.relative3d, 0.03);
@@ -131,6 +134,10 @@ TEST(RunDrift, IsTakenOutBesideTheCalibration) {
   EXPECT_NEAR(roll, -0.130, 0.01);  // what the mean drift of three lines makes of it
   EXPECT_NEAR(pitch, 0.085, 0.02);
   EXPECT_NEAR(yaw, 0.165, 0.02);
+  ProofScore proof;
+  ASSERT_TRUE(prove_track({dir, dir + "/out", "_c", ".las", dir + "/out/r_po_0.out", dir + "/out/r_cal.txt"},
+                          nlohmann::json::parse(read_text(dir + "/truth.json")), proof));
+  EXPECT_LT(std::max({proof.largest.x, proof.largest.y, proof.largest.z}), 0.001);  // of rounded coordinates
 }
 
 // Pair 0 is not registered, for it lies within a group: the others keep their numbers in every log.

@@ -178,6 +178,24 @@ bool sync_file(SyncJob& job, int f) {
   return true;
 }
 
+// Times of a registration are those at its vertices, where the second swath has what was measured; the first has it at
+// the displacement from there, and saw that place earlier or later by the way of the platform.
+void times_at_displacement(const Vector<PO>& po, bool AREC, const DUTpair& p, Vector<double>& t) {
+  constexpr double STEP = 0.1, SLOWEST = 0.5;  // s, m/s
+  const double dt = mean_dt_PO(po);
+  for (uint64_t i = 0; i < t.size(); i++) {
+    PO a, b;
+    const auto at = [&](double time, PO& rec) {
+      return AREC ? SafeInterpPO(po, time, dt, rec) : InterpPO(po, time, dt, rec);
+    };
+    if (!at(t[i] - STEP, a) || !at(t[i] + STEP, b)) continue;
+    const double vx = (b.x - a.x) / (2 * STEP), vy = (b.y - a.y) / (2 * STEP), v2 = vx * vx + vy * vy;
+    if (v2 < SLOWEST * SLOWEST) continue;
+    const double shift = (vx * double{p.disp[i].x} + vy * double{p.disp[i].y}) / v2;
+    if (PO there; at(t[i] + shift, there)) t[i] += shift;
+  }
+}
+
 // Position and attitude at every vector, from the caches.
 bool interp_pairs(const SwathTable& swaths, POsync& res) {
   const size_t np = res.pairs.size();
@@ -201,6 +219,8 @@ bool interp_pairs(const SwathTable& swaths, POsync& res) {
     Vector<PO> po;
     double dt = 0;
     if (!load_POC_TMP(s.cache, s.id, po, dt)) return false;
+    for (const auto& [k, side] : of_swath[s.id])
+      if (side == 1) times_at_displacement(po, s.track.AREC, res.pairs[k], res.pairs[k].t1);
     for (const auto& [k, side] : of_swath[s.id])
       interp_O_Att(po, side == 1 ? res.pairs[k].t1 : res.pairs[k].t2, s.track.AREC,
                    side == 1 ? res.O1[k] : res.O2[k], side == 1 ? res.Att1[k] : res.Att2[k]);

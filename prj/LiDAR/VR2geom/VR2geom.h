@@ -142,7 +142,7 @@ struct SwathCorr {
   GeomFlags flags;
   bool CL = false, CB = false, CI = false;  // lever, boresight, internals on
   bool CT = false, CA = false;              // drift position, drift attitude on
-  bool CM = false;                          // manual mode: exact boresight rotation, no drift
+  bool CM = false;                          // manual mode: no drift, no warps
   bool CDT = false;                         // time delay (manual mode only)
   bool AREC = false;                        // sparse track: positions linear between records
   double tcorr = 0;                         // s, the time delay
@@ -156,7 +156,7 @@ struct SwathCorr {
   CorrWarp swarp, warp;   // of the swath, of the project
   // Derived by init_SwathCorr.
   double po_dt = 0;    // s, mean interval of the records
-  Rot3 Tb;             // manual mode: boresight rotation
+  Rot3 Tb;             // boresight rotation
   uint32_t imask = 0;  // bit k: I[k] isn't zero
 };
 // Fills the derived fields; call it after the last change of the others. False when po is missing or empty

@@ -53,6 +53,7 @@ bool check_significance(const InvCalDrift& inv) {
 // Parameters found, not significant: none is left, their uncertainties are.
 void drop_corrections(InvCalDrift& inv) {
   for (double& x : inv.x) x = 0;
+  linearise_bore(inv);
   comp_res(inv);
   vec2par(inv);
 }

@@ -47,6 +47,8 @@ struct PairState {         // vectors are those of the pair
   bool samegrpfl = false;  // same group and flight line
   uint64_t nok = 0;        // accepted vectors
   Vector<xyz> data;        // m, what the step explains: displacements less the initial shift
+  Vector<xyz>
+      beyond;  // m, what the latest boresight makes beyond the linear model, taken out of data; may be empty
   Vector<xyz> res;         // m, residuals of the latest solve
   Vector<xyz> W0;          // 1/m2, precisions by the uncertainties; 0 for vectors not used
   Vector<xyz> W;           // 1/m2, precisions in use: W0 by scale and robust weight
@@ -122,6 +124,12 @@ struct InvCalDrift {
   int node_entry(int node) const { return dimcal + TAstride * node; }
   double dt() const { return step == 2 ? par.dt : 0.0; }
 };
+
+// Where what a vector was measured at lies in the first (side 0) or the second swath of its pair, m. Half a metre between
+// them times the boresight is a millimetre.
+inline dxyz place_in(const InvPair& p, int side, uint64_t i) {
+  return side == 0 ? p.P[i] + to_dxyz(p.Def[i]) : p.P[i];
+}
 
 struct PairChi {         // residuals of a pair against their precisions, per axis
   dxyz c = {0, 0, 0};    // sqrt(chi2/n)
@@ -214,6 +222,9 @@ struct PairRow {
 };
 PairSlots make_slots(const InvCalDrift& inv, int k, bool drift);  // drift: with one node a line
 void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i, PairRow& row);
+// Moves the point of linearisation to the boresight of the latest solve: takes out of the data what its exact rotation
+// makes beyond the columns. Points are corrected by that rotation.
+void linearise_bore(InvCalDrift& inv);
 
 // Step 1 (VR2inv_step1.cpp).
 [[nodiscard]] bool invert_Cal_TA(InvCalDrift& inv);

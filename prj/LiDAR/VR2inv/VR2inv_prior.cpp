@@ -110,8 +110,10 @@ bool solve_with_cov(InvCalDrift& inv, bool (*solve)(InvCalDrift&)) {
   const Image<double> cov = inv.cov;
   ok = ok && solve(inv);
   inv.cov = cov;
-  if (ok) add_lever_effect(inv);
-  return ok;
+  if (!ok) return false;
+  drop_calib_prior(inv);
+  add_lever_effect(inv);
+  return true;
 }
 
 void set_smoothness(InvCalDrift& inv) {
@@ -218,9 +220,9 @@ void init_calib_prior(InvCalDrift& inv) {
   }
 }
 
-// Each calibration parameter moves the surface by some size or other, in the mean over the samples: externals by
-// as much as twice the displacements, internals by as much as drift may, the sixth by a third of that. With internals
-// by swath those of a sensor are tied from swath to swath: it does not become another one in between. Free of each
+// Each calibration parameter moves the surface by some size or other, in the mean over the samples: externals by as much as
+// twice the displacements, once a swath, internals by as much as drift may, once a sensor, the sixth by a third of that. With
+// internals by swath those of a sensor are tied from swath to swath: it does not become another one in between. Free of each
 // other, they take the place of drift, and the block turns and bends.
 CalibPrior calib_prior(const InvCalDrift& inv) {
   CalibPrior result;
@@ -232,23 +234,33 @@ CalibPrior calib_prior(const InvCalDrift& inv) {
   };
   const dxyz Wext = prec(inv.Ccal), Wint = prec(inv.prior.T);
   const auto product = [](const dxyz& a, const dxyz& b) { return a.x * b.x + a.y * b.y + a.z * b.z; };
-  for (const SwState& w : inv.sw) {
-    if (!w.mobile) continue;
-    for (int c = 0; c < N_EXTERNAL; c++)
-      if (inv.FE[c] && w.ext_on) prior(inv.ext0[c] + w.ext_set) += product(Wext, w.ext_col2[c]);
-    for (int c = 0; c < N_INTERNAL; c++)
-      if (inv.FI[c]) prior(inv.int0[c] + w.int_set) += product(Wint, w.int_col2[c]) * (c == 5 ? 10 : 1);
-  }
-  constexpr double CHANGE = 0.01;  // of an internal from swath to swath, of what it may be
-  std::map<std::pair<int, int>, const SwState*> last;  // by group and channel
+  const auto sensor = [&](SwathId s) { return std::pair(inv.in.swaths[s].group, inv.in.swaths[s].channel); };
+  std::map<std::pair<int, int>, int> nswaths;  // of each sensor
+  for (const SwathId s : inv.sw.ids()) nswaths[sensor(s)] += inv.sw[s].mobile;
+  Vector<double> tie(inv.dimcal, 0.0);
   for (const SwathId s : inv.sw.ids()) {
     const SwState& w = inv.sw[s];
     if (!w.mobile) continue;
-    const SwState*& before = last[{inv.in.swaths[s].group, inv.in.swaths[s].channel}];
+    for (int c = 0; c < N_EXTERNAL; c++)
+      if (inv.FE[c] && w.ext_on) prior(inv.ext0[c] + w.ext_set) += product(Wext, w.ext_col2[c]);
+    for (int c = 0; c < N_INTERNAL; c++) {
+      if (!inv.FI[c]) continue;
+      const int entry = inv.int0[c] + w.int_set;
+      const double W = product(Wint, w.int_col2[c]) * (c == 5 ? 10 : 1);
+      prior(entry) += W / nswaths[sensor(s)];
+      tie(entry) += W;
+    }
+  }
+  constexpr double CHANGE = 0.01;  // of an internal from swath to swath, of what it may be
+  std::map<std::pair<int, int>, const SwState*> last;
+  for (const SwathId s : inv.sw.ids()) {
+    const SwState& w = inv.sw[s];
+    if (!w.mobile) continue;
+    const SwState*& before = last[sensor(s)];
     for (int c = 0; c < N_INTERNAL && before && before->int_set != w.int_set; c++) {
       if (!inv.FI[c]) continue;
       const int a = inv.int0[c] + before->int_set, b = inv.int0[c] + w.int_set;
-      result.ties.push_back({a, b, std::sqrt(prior(a) * prior(b)) / (2 * CHANGE * CHANGE)});
+      result.ties.push_back({a, b, std::sqrt(tie(a) * tie(b)) / (2 * CHANGE * CHANGE)});
     }
     before = &w;
   }

@@ -218,9 +218,10 @@ bool solve_reweighted(InvCalDrift& inv, bool (*solve)(InvCalDrift&), double (*re
   constexpr double CHANGE_MIN = 2e-4;  // m, RMS of what residuals still change by
   for (int round = 0; round < MAX_ROUNDS; round++) {
     if (!solve(inv)) return false;
+    linearise_bore(inv);
     const double change = residuals(inv);
     LOG_LINE("round " << round << " change of residuals " << change);
-    if (!inv.par.robust || (round > 0 && change < CHANGE_MIN)) break;
+    if (round > 0 && (!inv.par.robust || change < CHANGE_MIN)) break;
     comp_weights(inv);
   }
   return true;

@@ -58,7 +58,7 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
       GeomCols cols;
       comp_TrajFrame(side == 0 ? p.O1[i] : p.O2[i], side == 0 ? p.Att1[i] : p.Att2[i], inv.in.swaths[s].rot,
                      frame);
-      comp_GeomCols(frame, to_xyz(p.P[i] - frame.O), inv.flags, cols);
+      comp_GeomCols(frame, to_xyz(place_in(p, side, i) - frame.O), inv.flags, cols);
       for (int c = 0; c < 3; c++) add(row, slots.ext[side][c], sign, cols.lever[c]);
       for (int c = 0; c < 3; c++) add(row, slots.ext[side][3 + c], sign, cols.bore[c]);
       for (int c = 0; c < N_INTERNAL; c++) add(row, slots.intl[side][c], sign, cols.internal[c]);
@@ -77,6 +77,52 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
     row.cx[slots.shift] += slots.shift_sign;
     row.cy[slots.shift + 1] += slots.shift_sign;
     row.cz[slots.shift + 2] += slots.shift_sign;
+  }
+}
+
+namespace {
+// The boresight that a side of a pair gets, rad; zero for what is not estimated.
+xyz side_bore(const InvCalDrift& inv, const PairSlots& slots, int side) {
+  const auto value = [&](int c) {
+    const int slot = slots.ext[side][3 + c];
+    return slot < 0 ? 0.0f : static_cast<float>(inv.x(slots.idx[slot]));
+  };
+  return {value(0), value(1), value(2)};
+}
+
+// (G Tb G^t - I) r less B x r, the rotation beyond its first order.
+xyz bore_beyond(const TrajFrame& f, const xyz& r, const Rot3& Tb, const xyz& B) {
+  const xyz body = {dot(f.a, r), dot(f.b, r), dot(f.c, r)};
+  const xyz d = rotate(Tb, body) - body - cross(B, body);
+  return f.a * d.x + f.b * d.y + f.c * d.z;
+}
+}  // namespace
+
+void linearise_bore(InvCalDrift& inv) {
+  if (!inv.FE[3] && !inv.FE[4] && !inv.FE[5]) return;
+  for (int k = 0; k < inv.nint; k++) {
+    PairState& state = inv.pair[k];
+    if (!state.use) continue;
+    const InvPair& p = inv.in.pairs[k];
+    const PairSlots slots = make_slots(inv, k, false);
+    const xyz B[2] = {side_bore(inv, slots, 0), side_bore(inv, slots, 1)};
+    const Rot3 Tb[2] = {comp_T(B[0]), comp_T(B[1])};
+    if (state.beyond.empty()) state.beyond.resize(p.P.size(), xyz{0, 0, 0});
+    TrajFrame frame;
+    for (uint64_t i = 0; i < p.P.size(); i++) {
+      if (!(state.W0[i].x > 0)) continue;
+      xyz beyond = {0, 0, 0};
+      for (int side = 0; side < 2; side++) {
+        if (B[side] == xyz{0, 0, 0}) continue;
+        const SwathId s = side == 0 ? p.sw1 : p.sw2;
+        comp_TrajFrame(side == 0 ? p.O1[i] : p.O2[i], side == 0 ? p.Att1[i] : p.Att2[i], inv.in.swaths[s].rot,
+                       frame);
+        const xyz d = bore_beyond(frame, to_xyz(place_in(p, side, i) - frame.O), Tb[side], B[side]);
+        beyond += side == 0 ? -d : d;
+      }
+      state.data[i] += state.beyond[i] - beyond;
+      state.beyond[i] = beyond;
+    }
   }
 }
 }  // namespace veld

@@ -251,7 +251,6 @@ bool invert_RA_Cal_TA(InvCalDrift& inv) {
   vec2par(inv);
   if (inv.drift) log_TA0(inv);
   if (!inv.drift && !inv.cov.empty()) add_line_effects(inv);
-  drop_calib_prior(inv);
   LOG_MSG("Inversion step 1 successful | " << watch.text());
   LOG_LINE("/// INV STEP 1 TIME=" << watch.text());
   return true;

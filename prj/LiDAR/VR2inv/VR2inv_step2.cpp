@@ -335,7 +335,6 @@ bool invert_RA_HFTA(InvCalDrift& inv) {
   if (!solve_with_cov(inv, invert_HFTA)) return false;
   comp_res_TA(inv);
   vec2par(inv);
-  drop_calib_prior(inv);
   return true;
 }
 }  // namespace veld

@@ -25,7 +25,6 @@ struct InvParam {
   bool STEP1 = true;                           // step 1 wanted
   bool DCC = false;                            // drift components after calibration: none in step 1 (-dcc)
   bool FM = true;                              // subtract the mean drift (-drift_mean)
-  bool FS = false;        // uniform shifts of swaths; for the caller's use, no effect here
   bool ShiftRef = false;  // global shift between reference and mobile swaths (-shift_ref)
   int FA = 0;             // attitude mode (-fav_att): 0 symmetric, 1 favour attitude, 2 position
 

@@ -27,8 +27,8 @@ void log_args(const CorrParam& p) {
                   << " Fw=" << i.Fw << " Fp=" << i.Fp << " Fk=" << i.Fk << " CALINTGEN=" << i.CALINTGEN
                   << " CALINTNOB=" << i.CALINTNOB);
   LOG_LINE("Ftx=" << i.Ftx << " Fty=" << i.Fty << " Ftz=" << i.Ftz << " Faw=" << i.Faw << " Fap=" << i.Fap
-                  << " Fak=" << i.Fak << " NOZ=" << i.NOZ << " FM=" << i.FM << " FS=" << i.FS
-                  << " FA=" << i.FA << " FGM=" << p.CGM);
+                  << " Fak=" << i.Fak << " NOZ=" << i.NOZ << " FM=" << i.FM << " FA=" << i.FA
+                  << " FGM=" << p.CGM);
   LOG_LINE("Cpri=" << i.Cpri0 << " Spri=" << i.Spri << " PriBoost=" << i.PriBoost << " Epri=" << i.Epri
                    << " Umax=" << i.Umax << " XUmax=" << i.XUmax << " XFUmax=" << i.XFUmax
                    << " GRPC=" << i.GRPC << " REFC=" << i.REFC << " dt=" << (p.auto_dt ? -1.0 : i.dt)
@@ -56,10 +56,6 @@ void reconcile(const Project& prj, CorrRun& run) {
   InvParam& inv = run.par.inv;
   if (ref && inv.REFC == 0) WARNING_MSG("registration data with reference swaths disabled (option -Y 0)");
   if (prj.nmgrp > 1 && inv.GRPC == 0) WARNING_MSG("registration data between groups disabled (option -X 0)");
-  if (ref && inv.FS) {
-    WARNING_MSG("uniform shifts disabled, not compatible with reference data");
-    inv.FS = false;
-  }
   if (ref && run.par.CZ && !run.par.points.gcp.empty())
     WARNING_MSG("global GCP Z-bias correction disabled, not compatible with reference data");
   if (ref && run.par.CGM) {
@@ -133,6 +129,9 @@ void show_requested(const CorrRun& run) {
   else if (run.par.CZ && !run.par.points.gcp.empty())
     row += std::string("GCP_DZ(") + how;
   LOG_LINE("Corrections: " << row);
+  const PointRewrite& w = run.par.rewrite;
+  if (row.empty() && (w.time || w.las_angle || w.int_angle || w.pitch))
+    LOG_MSG("geometric corrections disabled (use manual mode for LAS attribute correction)");
 }
 
 // Step 5: the interval of the drift. Two tiles' worth of ground along the track give a node enough vectors
