@@ -53,16 +53,13 @@ xyz att_corr(const SwathCorr& corr, const TrajFrame& frame, const xyz& r, const 
   return cols[0] * A.x + cols[1] * A.y + cols[2] * A.z;
 }
 
-// The rotation by the boresight taken into the world, (G Tb G^t - I) r.
-xyz bore_corr_exact(const SwathCorr& corr, const TrajFrame& f, const xyz& r) {
+// The rotation by the boresight taken into the world, (G Tb G^t - I) r. Its linear form, which the inversion has, is off by
+// 1 to 2 mm at 0.2 degrees and 200 m, and no trajectory with a calibration could give such points again.
+xyz bore_corr(const SwathCorr& corr, const TrajFrame& f, const xyz& r) {
   const xyz body = {dot(f.a, r), dot(f.b, r), dot(f.c, r)};
   const xyz d = rotate(corr.Tb, body) - body;
   return f.a * d.x + f.b * d.y + f.c * d.z;
 }
-
-// For small angles too: the linear form, which the inversion has, is off by 1 to 2 mm at 0.2 degrees and 200 m, and no
-// trajectory with a calibration could give such points again.
-xyz bore_corr(const SwathCorr& corr, const TrajFrame& f, const xyz& r) { return bore_corr_exact(corr, f, r); }
 }  // namespace
 
 bool init_SwathCorr(SwathCorr& corr) {
@@ -98,13 +95,9 @@ xyz comp_point_corr(const SwathCorr& corr, CorrCursor& cursor, const dxyz& P, do
   xyz G = {0, 0, 0};  // what turns and moves the beam, on the ground
   if (corr.CI && corr.imask) G += internal_corr(corr, f, r);
   if (corr.CL) G += f.a * corr.L.x + f.b * corr.L.y + f.c * corr.L.z;
-  if (!corr.CM) {
-    if (corr.CB) G += bore_corr(corr, f, r);
-    if (corr.CA) G += att_corr(corr, f, r, cursor.drift_A);
-  } else {
-    if (corr.CB) G += bore_corr_exact(corr, f, r);
-    if (corr.CDT) C += cursor.delay_T, G += att_corr(corr, f, r, cursor.delay_A);
-  }
+  if (corr.CB) G += bore_corr(corr, f, r);
+  if (corr.CM && corr.CDT) C += cursor.delay_T, G += att_corr(corr, f, r, cursor.delay_A);
+  if (!corr.CM && corr.CA) G += att_corr(corr, f, r + G, cursor.drift_A);  // turns the calibrated beam
   return C + (f.grid.flat ? G : f.grid.to_grid(G, r, f.z0()));
 }
 }  // namespace veld
