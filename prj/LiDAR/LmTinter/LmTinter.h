@@ -13,6 +13,7 @@
 #include "lib/DataStructure/vector.h"
 #include "prj/LiDAR/LmTQCimg/map_param.h"
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
+#include "prj/LiDAR/LmTinter/corr_at.h"
 #include "prj/LiDAR/LmTinter/pair_filter.h"
 #include "prj/LiDAR/LmTinter/sw_pair.h"
 #include "prj/LiDAR/LmTplot/swath_inter.h"
@@ -89,9 +90,10 @@ std::vector<SwPair> comp_int_sw(const SwathTable& swaths, const SwPairList& over
                                  const InterParam& param, InterResult& result);
 
 // Registers the pairs of an index that have vectors once more, about the displacements that corrections amount to
-// (by swath, as an inversion of these vectors found them). Writes name + ".dut" and "_idx.log", pairs in the order of
+// (by swath, as an inversion of these vectors found them): model on the microtile grid, corr_at at any place. Writes name + ".dut" and "_idx.log", pairs in the order of
 // the index. result: nint, nreg, nvec; nreg is 0, after a WARNING, when the grids are not those of the index, and no
 // file is written then. False after an ERROR line.
 [[nodiscard]] bool rereg_inter_LmT(const Project& prj, const DUTidx& idx, const SwathVector<SCorrTbl>& model,
-                                   const std::string& name, int nthreads, InterResult& result);
+                                   const CorrAtOf& corr_at, const std::string& name, int nthreads,
+                                   InterResult& result);
 }  // namespace veld

@@ -15,7 +15,7 @@
 
 namespace veld {
 constexpr uint32_t RegCacheMagic = 0xAC810769;
-constexpr uint32_t RegCacheVersion = 0x3378C;  // 0x3378B: moved images held all of the grid
+constexpr uint32_t RegCacheVersion = 0x3378D;  // 0x3378C: pixels beside holes took part
 
 struct [[gnu::packed]] RegpairIdx {  // ".rpc.idx": what a pair was registered from and with
   uint32_t magic = RegCacheMagic;
@@ -45,6 +45,7 @@ struct PairJob {  // what is to be done with all pairs
   // Corrections of the swaths: the displacements that they amount to are a model that pairs are registered about. Null:
   // none, pairs are registered from coarse to fine.
   const SwathVector<SCorrTbl>* model = nullptr;
+  const CorrAtOf* corr_at = nullptr;  // the same at any place, with model
 };
 struct PairWork : PairJob {
   int nthreads;          // within a pair

@@ -106,6 +106,10 @@ InterState read_inter_tiles(const Project& prj, const InterSwath& s1, const Inte
   const Stopwatch time;
   const uint64_t nt = inter.tiles.size();
   pair = NRpair{};
+  GridLimits all =
+      limits;  // rough pixels stay in the moved image: no spline could close holes in their place
+  all.smax = GridLimits{}.smax;
+  pair.smax = limits.smax;
   pair.buf = levels.buf;
   pair.dim = prj.scale.dim;
   pair.mTsize = prj.scale.mTsize;
@@ -118,7 +122,7 @@ InterState read_inter_tiles(const Project& prj, const InterSwath& s1, const Inte
   Vector<uint64_t> n1(nt, 0), n2(nt, 0);
   const int64_t bad = run_units(static_cast<int64_t>(nt), nthreads, [&](int64_t i, int) {
     const ToccTile& t = inter.tiles[static_cast<size_t>(i)];
-    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, &inter.moved, limits, pair.img1[i], &pair.S1[i]) ==
+    if (read_gZ_tile_8nn(s1.grid, t.x, t.y, pair.buf, &inter.moved, all, pair.img1[i], &pair.S1[i]) ==
             GridRead::failed ||
         read_gZ_tile(s2.grid, static_cast<int>(t.k2), &t.occ, limits, pair.img2[i], &pair.S2[i]) ==
             GridRead::failed)

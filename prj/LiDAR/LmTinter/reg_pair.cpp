@@ -7,6 +7,7 @@
 #include "lib/general/log.h"
 #include "lib/general/path.h"
 #include "prj/LiDAR/LmTinter/LmTinter_internal.h"
+#include "prj/LiDAR/LmTinter/warp_pair.h"
 #include "prj/LiDAR/TNRreg/reg_cache.h"
 #include "prj/LiDAR/tuning.h"
 
@@ -40,17 +41,14 @@ bool make_NRparam(const PairWork& work, const SwPair& p, const PairSwaths& sw, R
 }
 
 // The same for a registration about the model of the job, which has no cache: it would hold for one inversion only.
-NRstart start_about(const PairWork& work, const SwPair& p, const PairSwaths& sw, const InterTiles& inter,
-                    NRparam& param) {
+NRstart start_about(const PairWork& work, const InterTiles& inter, NRparam& param) {
   param.Jstart = param.Jend = work.levels.Jend;
   param.nthreads = work.nthreads;
   param.about_start = true;
   NRstart start;
   start.J = param.Jend;
   start.Def.resize(inter.tiles.size());
-  for (size_t i = 0; i < inter.tiles.size(); i++)
-    start.Def[i] = SCorr2Def(sw.s1, sw.s2, (*work.model)[p.sw1], (*work.model)[p.sw2], inter.tiles[i],
-                             work.prj.scale.GSD(), param.Jend);
+  for (Image<xyz>& D : start.Def) D.resize(comp_dxp(param.Jend), comp_dxp(param.Jend), xyz{0, 0, 0});
   return start;
 }
 
@@ -79,9 +77,15 @@ bool register_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, const 
   NRparam param;
   FileLock lock;
   if (!work.model && !make_NRparam(work, p, sw, idx, lock, param)) return false;
-  NRstart start = work.model ? start_about(work, p, sw, inter, param) : start_reg(pair.img2.size(), param);
-  prepare_pair(pair, start.depth(), param.nthreads);
+  NRstart start = work.model ? start_about(work, inter, param) : start_reg(pair.img2.size(), param);
+  prepare_pair(pair, work.model ? 0 : start.depth(), param.nthreads);
   measure_before(work, pair, out);
+  ModelOfPair model;
+  if (work.model) {
+    model = {(*work.corr_at)(p.sw1), (*work.corr_at)(p.sw2), work.prj.scale.level};
+    if (!model.c1.at || !model.c2.at) return false;
+    warp_moved(inter, model, start.depth(), work.nthreads, pair);
+  }
   NRresult reg;
   const bool ok = mg_nr_reg_tiles(pair, param, std::move(start), reg);
   const bool fresh = !param.cache.empty() && !reg.from_cache;
@@ -98,6 +102,7 @@ bool register_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, const 
   out.dz.swap(map.dz);
   if (!open_times(work.prj, sw.s1) || !open_times(work.prj, sw.s2)) return false;
   if (!write_DUT(work.prj, sw.s1, sw.s2, inter, reg, work.levels.Jend, out.rec, out.disp)) return false;
+  if (work.model) add_model(model, out.rec);
   out.registered = !out.rec.empty();
   if (!out.registered) out.lost = "no vertex could be estimated";
   LOG_LINE("stat_Def[img] ntX=" << inter.tiles.size() << " npts=" << out.disp.n);

@@ -29,7 +29,7 @@ int level_of(int gsize, const TileScale& scale) {
 }  // namespace
 
 bool rereg_inter_LmT(const Project& prj, const DUTidx& idx, const SwathVector<SCorrTbl>& model,
-                     const std::string& name, int nthreads, InterResult& result) {
+                     const CorrAtOf& corr_at, const std::string& name, int nthreads, InterResult& result) {
   LOG_ENTER("rereg_inter_LmT nint=" << idx.nint() << " gsize=" << idx.gsize << " mTsize=" << prj.scale.mTsize
                                     << " dim=" << prj.scale.dim);
   const Stopwatch time;
@@ -55,8 +55,8 @@ bool rereg_inter_LmT(const Project& prj, const DUTidx& idx, const SwathVector<SC
   result.nint = static_cast<int>(pairs.size());
   progress_start(result.nint);
   const auto text = [&] { return "REGISTERED " + std::to_string(result.nreg) + " pairs again"; };
-  const bool ok = for_pairs({prj, param, levels_for(2 * most, prj.scale, param.Jend), &model}, pairs,
-                            [&](size_t i, PairOutcome& out) {
+  const bool ok = for_pairs({prj, param, levels_for(2 * most, prj.scale, param.Jend), &model, &corr_at},
+                            pairs, [&](size_t i, PairOutcome& out) {
                               result.nreg += out.registered;
                               result.nvec += out.rec.size();
                               progress_step(static_cast<int>(i) + 1, text());

@@ -60,6 +60,7 @@ struct NRpair {
   // Roughness codes of the grids, of the size of the images, or none at all; rough_unit is a code's height, m.
   Vector<Image<uint8_t>> S1, S2;
   float rough_unit = 0;
+  int smax = 31;     // largest code of the moved image that is compared; its spline needs the heights of all
   int buf = 0;       // margin of img1
   int dim = 0;       // pixels along the side of a microtile
   float mTsize = 0;  // m, side of a microtile
@@ -124,6 +125,8 @@ NRstart start_reg(uint64_t nt, const NRparam& param);
 // Makes the images ready for registration and measurement: flags, pyramids of `depth` levels, coefficients. Uses up
 // img1, whose memory the coefficients take.
 void prepare_pair(NRpair& pair, int depth, int nthreads);
+// Its pyramids, of moved heights without what F leaves out: levels 1 to depth.
+void make_pyramid(NRpair& pair, const Vector<Image<float>>& moved, int depth, int nthreads);
 
 // Registers a prepared pair from coarse to fine; start goes into the result. dzmap may be null. Returns
 // result.ok; what failed stands in the log, a failed pair is no error of the run.

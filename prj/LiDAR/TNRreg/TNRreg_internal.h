@@ -233,7 +233,8 @@ void update_subDZ_def(dUParamTiles& Q, const NRpair& pair, bool QC0, bool QC, bo
 
 // --- Levels (mg_nr_reg.cpp)
 Image<xyz> refine_Def(const Image<xyz>& Def, bool scale);  // side n -> 2 (n - 1) + 1; scale doubles x and y
-// F: 1 + the roughness code where img has data, else 0; without codes (S empty) just 1.
+// F: 1 + the roughness code where img has data and no hole is near, else 0, also for codes above smax; without codes (S
+// empty) just 1.
 void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img,
-               const Vector<Image<uint8_t>>& S = {});
+               const Vector<Image<uint8_t>>& S = {}, int smax = 31);
 }  // namespace veld

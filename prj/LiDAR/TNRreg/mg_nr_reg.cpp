@@ -12,6 +12,9 @@
 namespace veld {
 namespace {
 constexpr int J_END_MAX = 3;
+// What fills a hole reaches so far through the spline, but not to whole pixels: with these pixels displacements are drawn to
+// whole pixels, by a third of their distance among houses.
+constexpr int HOLE_REACH = 2;
 constexpr int MIN_CELL = 6;  // pixels along a vertex cell of the final level
 }  // namespace
 
@@ -37,21 +40,45 @@ uint64_t comp_reg_bytes(uint64_t nt, int dim, const RegLevels& levels) {
   uint64_t a_tile = 0;
   const int depth = std::max(levels.Jstart - MG_SKIP, 0);
   for (int p = 0; p <= depth; p++) a_tile += ((m * m) >> (2 * p)) * 5 + ((n * n) >> (2 * p)) * 4;
-  a_tile += n * n * (1 + 1 + 1 + sizeof(float));  // B, next, rough, res
-  a_tile += m * m + n * n;                        // roughness codes
+  if (depth > 0) a_tile += m * m * sizeof(float);  // heights without what is left out
+  a_tile += n * n * (1 + 1 + 1 + sizeof(float));   // B, next, rough, res
+  a_tile += m * m + n * n;                         // roughness codes
   const uint64_t dxp = static_cast<uint64_t>(comp_dxp(levels.Jend)), padded = (dxp + 4) * (dxp + 4);
   a_tile += dxp * dxp * (5 * sizeof(xyz) + 3 * sizeof(float));  // vertices
   a_tile += padded * 900;                                       // normal equations, samples of the noise
   return nt * a_tile + 4 * (m * m) * sizeof(float);
 }
 
-void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img, const Vector<Image<uint8_t>>& S) {
+namespace {
+// Marks the holes of an image and what lies within HOLE_REACH pixels of one along both axes.
+void find_near_holes(const Image<float>& img, Image<uint8_t>& near_hole) {
+  const int w = img.xsize(), h = img.ysize();
+  Image<uint8_t> along(w, h, 0);
+  near_hole.resize(w, h, 0);
+  for (int y = 0; y < h; y++)
+    for (int x = 0; x < w; x++) {
+      if (img.row(y)[x] != NR_NODATA) continue;
+      const int last = std::min(x + HOLE_REACH, w - 1);
+      for (int i = std::max(x - HOLE_REACH, 0); i <= last; i++) along.row(y)[i] = 1;
+    }
+  for (int y = 0; y < h; y++)
+    for (int j = std::max(y - HOLE_REACH, 0); j <= std::min(y + HOLE_REACH, h - 1); j++)
+      for (int x = 0; x < w; x++) near_hole.row(y)[x] |= along.row(j)[x];
+}
+}  // namespace
+
+void set_flags(Vector<Image<uint8_t>>& F, const Vector<Image<float>>& img, const Vector<Image<uint8_t>>& S,
+               int smax) {
   F.resize(img.size());
+  Image<uint8_t> near_hole;
   for (uint64_t t = 0; t < img.size(); t++) {
     F[t].resize(img[t].xsize(), img[t].ysize());
     const uint8_t* const code = S.size() > 0 ? S[t].val : nullptr;
-    for (uint64_t k = 0; k < img[t].size(); k++)
-      F[t][k] = img[t][k] == NR_NODATA ? 0 : static_cast<uint8_t>(1 + (code ? code[k] : 0));
+    find_near_holes(img[t], near_hole);
+    for (uint64_t k = 0; k < img[t].size(); k++) {
+      const int c = code ? code[k] : 0;
+      F[t][k] = near_hole[k] || c > smax ? 0 : static_cast<uint8_t>(1 + c);
+    }
   }
 }
 
@@ -132,21 +159,28 @@ NRstart start_reg(uint64_t nt, const NRparam& param) {
   return start;
 }
 
+void make_pyramid(NRpair& pair, const Vector<Image<float>>& moved, int depth, int nthreads) {
+  if (depth <= 0) return;
+  const Stopwatch watch;
+  Vector<Image<float>> masked = moved;
+  for (uint64_t t = 0; t < masked.size(); t++)
+    for (uint64_t k = 0; k < masked[t].size(); k++)
+      if (pair.F[t][k] == 0) masked[t][k] = NR_NODATA;
+  Vector<Vector<Image<float>>> heights;
+  NRpyramid& mg = pair.pyramid;
+  ND_Pyramid(heights, masked, nthreads, depth);
+  ND_Pyramid(mg.Z, pair.img2, nthreads, depth);
+  mg.F.resize(static_cast<uint64_t>(depth));
+  for (int l = 0; l < depth; l++) set_flags(mg.F[l], heights[l]);
+  Reg_Coef_mg(heights, nthreads, mg.C);
+  LOG_LINE("/// INTER_PYR_TIME=" << watch.text());
+}
+
 void prepare_pair(NRpair& pair, int depth, int nthreads) {
   LOG_ENTER("prepare_pair nt=" << pair.img2.size() << " depth=" << depth);
-  set_flags(pair.F, pair.img1, pair.S1);
-  Vector<Vector<Image<float>>> heights;
-  if (depth > 0) {
-    const Stopwatch watch;
-    NRpyramid& mg = pair.pyramid;
-    ND_Pyramid(heights, pair.img1, nthreads, depth);
-    ND_Pyramid(mg.Z, pair.img2, nthreads, depth);
-    mg.F.resize(static_cast<uint64_t>(depth));
-    for (int l = 0; l < depth; l++) set_flags(mg.F[l], heights[l]);
-    LOG_LINE("/// INTER_PYR_TIME=" << watch.text());
-  }
+  set_flags(pair.F, pair.img1, pair.S1, pair.smax);
+  make_pyramid(pair, pair.img1, depth, nthreads);
   const Stopwatch watch;
-  Reg_Coef_mg(heights, nthreads, pair.pyramid.C);
   Reg_Coef(pair.img1, nthreads, pair.C);
   LOG_LINE("/// INTER_REGCOEF_TIME=" << watch.text());
 }

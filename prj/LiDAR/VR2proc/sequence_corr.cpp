@@ -7,6 +7,7 @@
 #include "lib/general/timing.h"
 #include "prj/LiDAR/LmTinter/LmTinter.h"
 #include "prj/LiDAR/VR2proc/control_shift.h"
+#include "prj/LiDAR/VR2proc/corr_at.h"
 #include "prj/LiDAR/VR2proc/corr_run.h"
 #include "prj/LiDAR/VR2proc/drift_accuracy.h"
 #include "prj/LiDAR/VR2proc/global_shift.h"
@@ -167,7 +168,8 @@ bool register_again(const Project& prj, CorrRun& run) {
   add_group_shifts(prj, run.groups, run.swc, model);
   const std::string dut = prj.name + "_2";
   InterResult reg;
-  if (!rereg_inter_LmT(prj, run.sync.idx, model, dut, NTHREADS, reg)) {
+  const CorrAtOf corr_at = make_corr_at(prj, source, run.samples, run.index, model);
+  if (!rereg_inter_LmT(prj, run.sync.idx, model, corr_at, dut, NTHREADS, reg)) {
     ERROR_MSG("second registration failed");
     return false;
   }

@@ -190,4 +190,20 @@ TEST(TNRregSteps, PyramidHalvesAndKeepsWideHoles) {
   EXPECT_EQ(levels(1)(0)(11, 7), NR_NODATA);
 }
 }  // namespace
+
+// What fills a hole reaches two pixels far through the spline; rough pixels have heights and reach nobody.
+TEST(set_flags, LeavesOutWhatHolesReachAndWhatIsRough) {
+  Vector<Image<float>> img(1);
+  Vector<Image<uint8_t>> S(1), F;
+  img[0].resize(12, 12, 100.0f);
+  S[0].resize(12, 12, 3);
+  img[0](1, 5) = NR_NODATA;
+  S[0](9, 5) = 20;
+  set_flags(F, img, S, 16);
+  for (int y = 0; y < 12; y++)
+    for (int x = 0; x < 12; x++) {
+      const bool out = (x <= 3 && y >= 3 && y <= 7) || (x == 9 && y == 5);
+      EXPECT_EQ(F[0](x, y), out ? 0 : 4) << x << ' ' << y;
+    }
+}
 }  // namespace veld
