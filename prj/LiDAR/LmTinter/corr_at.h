@@ -10,8 +10,9 @@ namespace veld {
 // Both answer with the correction in metres, false where there is none, and remember the last question: threads take copies
 // of their own.
 struct CorrAt {
-  std::function<bool(double x, double y, xyz& c)> at;                  // at a place (m, of the project) as the swath saw it
-  std::function<bool(const dxyz& P, double time, xyz& c)> at_time;     // of a point seen then (s, of the swath's file)
+  std::function<bool(double x, double y, xyz& c)> at;  // at a place (m, of the project) as the swath saw it
+  // Of what the swath saw at displacement d (m) from point P, which it saw at a time (s, of its file).
+  std::function<bool(const dxyz& P, double time, const xyz& d, xyz& c)> at_time;
 };
 // That of a swath; without functions after an ERROR line.
 using CorrAtOf = std::function<CorrAt(SwathId)>;

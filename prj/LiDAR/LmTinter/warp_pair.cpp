@@ -12,8 +12,9 @@
 
 namespace veld {
 namespace {
-constexpr int NODES = 4;   // of the model's lattice along a microtile: attitudes are straight between two of them
-constexpr int STEPS = 2;   // the place in the first swath depends on the displacement itself
+constexpr int NODES =
+    4;  // of the model's lattice along a microtile: attitudes are straight between two of them
+constexpr int STEPS = 2;  // the place in the first swath depends on the displacement itself
 
 struct Lattice {  // displacements about a tile, m; z is NR_NODATA without one
   Image<xyz> d;
@@ -32,7 +33,8 @@ bool displacement(const CorrAt& c1, const CorrAt& c2, double x, double y, xyz& d
   return true;
 }
 
-Lattice make_lattice(const ToccTile& tile, const TileGeom& geom, const NRpair& pair, const CorrAt& c1, const CorrAt& c2) {
+Lattice make_lattice(const ToccTile& tile, const TileGeom& geom, const NRpair& pair, const CorrAt& c1,
+                     const CorrAt& c2) {
   Lattice l;
   l.step = static_cast<float>(pair.dim) / NODES;
   const int margin = static_cast<int>(std::ceil(WARP_BUF / static_cast<double>(l.step))) + 1;
@@ -56,7 +58,8 @@ bool at_pixel(const Lattice& l, int x, int y, xyz& d) {
   const float fx = u - static_cast<float>(i), fy = v - static_cast<float>(j);
   const xyz* const lower = l.d.row(j) + i;
   const xyz* const upper = l.d.row(j + 1) + i;
-  if (lower[0].z == NR_NODATA || lower[1].z == NR_NODATA || upper[0].z == NR_NODATA || upper[1].z == NR_NODATA)
+  if (lower[0].z == NR_NODATA || lower[1].z == NR_NODATA || upper[0].z == NR_NODATA ||
+      upper[1].z == NR_NODATA)
     return false;
   d = (1 - fy) * ((1 - fx) * lower[0] + fx * lower[1]) + fy * ((1 - fx) * upper[0] + fx * upper[1]);
   return true;
@@ -74,8 +77,8 @@ float spline_at(const Image<float>& C, int ix, int iy, float tx, float ty) {
   return sum;
 }
 
-void warp_tile(const Lattice& l, const NRpair& pair, const Image<float>& C, const Image<uint8_t>& F, Image<float>& Z,
-               Image<uint8_t>& flags) {
+void warp_tile(const Lattice& l, const NRpair& pair, const Image<float>& C, const Image<uint8_t>& F,
+               Image<float>& Z, Image<uint8_t>& flags) {
   const int n = mTsub * pair.dim, side = n + 2 * WARP_BUF;
   const float GSD = pair.mTsize / static_cast<float>(pair.dim);
   Z.resize(side, side, NR_NODATA);
@@ -86,7 +89,8 @@ void warp_tile(const Lattice& l, const NRpair& pair, const Image<float>& C, cons
       if (!at_pixel(l, x - WARP_BUF, y - WARP_BUF, d)) continue;
       const float u = static_cast<float>(x - WARP_BUF + pair.buf) + d.x / GSD;
       const float v = static_cast<float>(y - WARP_BUF + pair.buf) + d.y / GSD;
-      if (!(u >= 1 && v >= 1 && u < static_cast<float>(C.xsize() - 2) && v < static_cast<float>(C.ysize() - 2)))
+      if (!(u >= 1 && v >= 1 && u < static_cast<float>(C.xsize() - 2) &&
+            v < static_cast<float>(C.ysize() - 2)))
         continue;
       const int ix = static_cast<int>(u), iy = static_cast<int>(v);
       const float tx = u - static_cast<float>(ix), ty = v - static_cast<float>(iy);
@@ -121,14 +125,19 @@ void warp_moved(const InterTiles& inter, const ModelOfPair& model, int depth, in
 }
 
 void add_model(const ModelOfPair& model, std::vector<DUTstr>& rec) {
-  const auto at = [](const CorrAt& c, const DUTstr& r, double time, xyz& out) {
-    const dxyz P = {static_cast<double>(r.X), static_cast<double>(r.Y), static_cast<double>(r.Z)};
-    return DUT_valid(r) ? c.at_time(P, time, out) : c.at(P.x, P.y, out);
-  };
   std::erase_if(rec, [&](DUTstr& r) {
-    xyz a, b;
-    if (!at(model.c1, r, r.Time1, a) || !at(model.c2, r, r.Time2, b)) return true;
-    r.Disp += b - a;
+    const dxyz P = {static_cast<double>(r.X), static_cast<double>(r.Y), static_cast<double>(r.Z)};
+    xyz a, b, d = {0, 0, 0};
+    if (!DUT_valid(r)) {
+      if (!displacement(model.c1, model.c2, P.x, P.y, d)) return true;
+    } else {
+      if (!model.c2.at_time(P, r.Time2, {0, 0, 0}, b)) return true;
+      for (int k = 0; k <= STEPS; k++) {
+        if (!model.c1.at_time(P, r.Time1, d + r.Disp, a)) return true;
+        d = b - a;
+      }
+    }
+    r.Disp += d;
     return false;
   });
 }

@@ -20,7 +20,7 @@ struct ModelOfPair {
 // nothing where the model or the moved image has nothing. Threads share the tiles; the images do not depend on their number.
 void warp_moved(const InterTiles& inter, const ModelOfPair& model, int depth, int nthreads, NRpair& pair);
 
-// Adds c2(P) - c1(P) at the vertices P to the departures of records, with their heights and times: the displacements that an
-// inversion, which has both corrections at one place, finds as its model has them. Records without a model are removed.
+// Adds c2(P) - c1(P + d) at the vertices P to the departures of records, d the whole displacement, with their heights and
+// times: what is left of it in an inversion are the departures. Records without a model are removed.
 void add_model(const ModelOfPair& model, std::vector<DUTstr>& rec);
 }  // namespace veld

@@ -179,21 +179,10 @@ bool sync_file(SyncJob& job, int f) {
 }
 
 // Times of a registration are those at its vertices, where the second swath has what was measured; the first has it at
-// the displacement from there, and saw that place earlier or later by the way of the platform.
+// the displacement from there.
 void times_at_displacement(const Vector<PO>& po, bool AREC, const DUTpair& p, Vector<double>& t) {
-  constexpr double STEP = 0.1, SLOWEST = 0.5;  // s, m/s
   const double dt = mean_dt_PO(po);
-  for (uint64_t i = 0; i < t.size(); i++) {
-    PO a, b;
-    const auto at = [&](double time, PO& rec) {
-      return AREC ? SafeInterpPO(po, time, dt, rec) : InterpPO(po, time, dt, rec);
-    };
-    if (!at(t[i] - STEP, a) || !at(t[i] + STEP, b)) continue;
-    const double vx = (b.x - a.x) / (2 * STEP), vy = (b.y - a.y) / (2 * STEP), v2 = vx * vx + vy * vy;
-    if (v2 < SLOWEST * SLOWEST) continue;
-    const double shift = (vx * double{p.disp[i].x} + vy * double{p.disp[i].y}) / v2;
-    if (PO there; at(t[i] + shift, there)) t[i] += shift;
-  }
+  for (uint64_t i = 0; i < t.size(); i++) t[i] = time_at_displacement(po, dt, AREC, t[i], p.disp[i]);
 }
 
 // Position and attitude at every vector, from the caches.

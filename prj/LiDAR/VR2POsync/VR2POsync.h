@@ -118,4 +118,8 @@ std::string POC_name(const CacheName& swath, SwathId sw);  // file of swath numb
 // 1000. Returns their number.
 uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, Vector<dxyz>& O,
                       Vector<xyz>& Att);
+
+// When a swath saw the place that lies d (m) from what it saw at time t: earlier or later by the way of the platform. t itself
+// where that is slow or unknown. dt: mean_dt_PO of po.
+double time_at_displacement(const Vector<PO>& po, double dt, bool AREC, double t, const xyz& d);
 }  // namespace veld

@@ -191,4 +191,17 @@ uint64_t interp_O_Att(const Vector<PO>& po, const Vector<double>& t, bool AREC, 
   if (nerr > 0) LOG_LINE("<!> interp_O_Att AREC=" << AREC << " np=" << np << " nerr=" << nerr);
   return nerr;
 }
+
+double time_at_displacement(const Vector<PO>& po, double dt, bool AREC, double t, const xyz& d) {
+  constexpr double STEP = 0.1, SLOWEST = 0.5;  // s, m/s
+  const auto at = [&](double time, PO& rec) {
+    return AREC ? SafeInterpPO(po, time, dt, rec) : InterpPO(po, time, dt, rec);
+  };
+  PO a, b, there;
+  if (!at(t - STEP, a) || !at(t + STEP, b)) return t;
+  const double vx = (b.x - a.x) / (2 * STEP), vy = (b.y - a.y) / (2 * STEP), v2 = vx * vx + vy * vy;
+  if (v2 < SLOWEST * SLOWEST) return t;
+  const double shift = (vx * double{d.x} + vy * double{d.y}) / v2;
+  return at(t + shift, there) ? t + shift : t;
+}
 }  // namespace veld

@@ -20,6 +20,7 @@ struct SampledSwath {
   std::unordered_map<uint64_t, size_t> tile;
   Vector<Image<Sample>> samples;
   Vector<PO> po;
+  double po_dt = 0;
   SwathCorr corr;
   xyz T0 = {0, 0, 0};
 
@@ -47,7 +48,8 @@ void place_samples(const Project& prj, const InvSamples& from, const SampleIndex
 
 // Height and time of the swath at a place.
 bool sample_at(const SampledSwath& s, double x, double y, dxyz& P, double& t) {
-  const double u = (x - tile_origin(s.geom, 0)) / s.geom.mTsize, v = (y - tile_origin(s.geom, 0)) / s.geom.mTsize;
+  const double u = (x - tile_origin(s.geom, 0)) / s.geom.mTsize,
+               v = (y - tile_origin(s.geom, 0)) / s.geom.mTsize;
   const double i = std::floor(u - 0.5), j = std::floor(v - 0.5), fx = u - 0.5 - i, fy = v - 0.5 - j;
   const int64_t X = static_cast<int64_t>(i), Y = static_cast<int64_t>(j);
   const Sample* const about[4] = {s.find(X, Y), s.find(X + 1, Y), s.find(X, Y + 1), s.find(X + 1, Y + 1)};
@@ -81,8 +83,9 @@ CorrAt swath_corr_at(const std::shared_ptr<const SampledSwath>& s) {
     double t;
     return sample_at(*s, x, y, P, t) && point_corr(*s, cursor, P, t, c);
   };
-  result.at_time = [s, cursor = CorrCursor()](const dxyz& P, double time, xyz& c) mutable {
-    return point_corr(*s, cursor, P, s->clock.sync(time), c);
+  result.at_time = [s, cursor = CorrCursor()](const dxyz& P, double time, const xyz& d, xyz& c) mutable {
+    const double t = time_at_displacement(s->po, s->po_dt, s->corr.AREC, s->clock.sync(time), d);
+    return point_corr(*s, cursor, P + to_dxyz(d), t, c);
   };
   return result;
 }
@@ -93,7 +96,7 @@ CorrAt constant_corr(const xyz& T0) {
     c = T0;
     return true;
   };
-  result.at_time = [T0](const dxyz&, double, xyz& c) {
+  result.at_time = [T0](const dxyz&, double, const xyz&, xyz& c) {
     c = T0;
     return true;
   };
@@ -115,6 +118,7 @@ CorrAtOf make_corr_at(const Project& prj, const CorrSource& source, const SwathV
     }
     s->clock = prj.swaths[sw].clock;
     s->T0 = T0;
+    s->po_dt = mean_dt_PO(s->po);
     place_samples(prj, samples[sw], index[sw], *s);
     return swath_corr_at(s);
   };
