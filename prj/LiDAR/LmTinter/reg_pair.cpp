@@ -40,16 +40,13 @@ bool make_NRparam(const PairWork& work, const SwPair& p, const PairSwaths& sw, R
   return true;
 }
 
-// The same for a registration about the model of the job, which has no cache: it would hold for one inversion only.
-NRstart start_about(const PairWork& work, const InterTiles& inter, NRparam& param) {
+// The same about the model of the job. It has no cache, which would hold for one inversion only.
+NRparam model_NRparam(const PairWork& work) {
+  NRparam param;
   param.Jstart = param.Jend = work.levels.Jend;
   param.nthreads = work.nthreads;
-  param.about_start = true;
-  NRstart start;
-  start.J = param.Jend;
-  start.Def.resize(inter.tiles.size());
-  for (Image<xyz>& D : start.Def) D.resize(comp_dxp(param.Jend), comp_dxp(param.Jend), xyz{0, 0, 0});
-  return start;
+  param.about_model = true;
+  return param;
 }
 
 // What a measurement is to map.
@@ -75,9 +72,10 @@ bool register_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, const 
                    NRpair& pair, PairOutcome& out) {
   RegpairIdx idx;
   NRparam param;
+  if (work.model) param = model_NRparam(work);
   FileLock lock;
   if (!work.model && !make_NRparam(work, p, sw, idx, lock, param)) return false;
-  NRstart start = work.model ? start_about(work, inter, param) : start_reg(pair.img2.size(), param);
+  NRstart start = start_reg(pair.img2.size(), param);
   prepare_pair(pair, work.model ? 0 : start.depth(), param.nthreads);
   measure_before(work, pair, out);
   ModelOfPair model;

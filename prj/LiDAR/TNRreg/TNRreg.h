@@ -77,9 +77,8 @@ struct NRparam {
   int nthreads = 1;     // no result depends on it
   std::string cache;    // deformation cache of the pair (".rpc.d0"); empty: none is read or written
   bool cached = false;  // take the deformation from the cache instead of computing it
-  // The start's deformation is a model of the displacement, good to a pixel: the final level starts from it, and the
-  // prior holds what departs from it.
-  bool about_start = false;
+  // The moved images have been brought to the reference by a model: what is left is smoother, and the prior stiffer.
+  bool about_model = false;
 };
 
 // Optional maps of the differences of a pair, one image a tile in the order of the pair's tiles: a cell holds the
@@ -92,8 +91,7 @@ struct DZmap {
   Vector<Image<float>> dz0, dz;
 };
 
-// What a registration starts from: the deformation of the cache or of a model at the last level, or none at the first
-// one.
+// What a registration starts from: the deformation of the cache at the last level, or none at the first one.
 struct NRstart {
   int J = 0;
   bool from_cache = false;
@@ -118,8 +116,7 @@ struct NRresult {
   DZstat before, after;  // differences at displacement 0 and at Def
 };
 
-// Reads the cache of nt tiles when param.cached; a cache that cannot be read is none. With about_start the caller makes
-// the start itself.
+// Reads the cache of nt tiles when param.cached; a cache that cannot be read is none.
 NRstart start_reg(uint64_t nt, const NRparam& param);
 
 // Makes the images ready for registration and measurement: flags, pyramids of `depth` levels, coefficients. Uses up

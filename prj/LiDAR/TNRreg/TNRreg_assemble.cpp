@@ -76,23 +76,22 @@ void add_slot(const float* slot, int nv, VertexBlock* block, V3<float>* g) {
   }
 }
 
-// Adds the prior's share of g, minus its product with what departs from the model.
+// Adds the prior's share of g, minus its product with the displacements.
 void add_prior(NormalEq& N, const dUParamTiles& Q) {
   const auto second = [](const xyz& a, const xyz& b, const xyz& c) { return (a - b) + (c - b); };
   for (int t = 0; t < N.nt; t++) {
     const dUParamTile& T = Q.tile[t];
+    const auto d = [&](int i, int j) { return T.Def->row(j)[i]; };
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         const size_t k = N.at(t, i, j);
-        const auto spread = [&](const xyz& d, size_t step) {
-          const V3<float> f = {N.omega.x * d.x, N.omega.y * d.y, N.omega.z * d.z};
+        const auto spread = [&](const xyz& u, size_t step) {
+          const V3<float> f = {N.omega.x * u.x, N.omega.y * u.y, N.omega.z * u.z};
           for (const size_t q : {k - step, k + step}) N.g[q].x -= f.x, N.g[q].y -= f.y, N.g[q].z -= f.z;
           N.g[k].x += 2 * f.x, N.g[k].y += 2 * f.y, N.g[k].z += 2 * f.z;
         };
-        if (N.cx[k] > 0) spread(second(T.departure(i - 1, j), T.departure(i, j), T.departure(i + 1, j)), 1);
-        if (N.cy[k] > 0)
-          spread(second(T.departure(i, j - 1), T.departure(i, j), T.departure(i, j + 1)),
-                 static_cast<size_t>(N.stride));
+        if (N.cx[k] > 0) spread(second(d(i - 1, j), d(i, j), d(i + 1, j)), 1);
+        if (N.cy[k] > 0) spread(second(d(i, j - 1), d(i, j), d(i, j + 1)), static_cast<size_t>(N.stride));
       }
   }
 }
@@ -180,12 +179,12 @@ double prior_energy(const NormalEq& N, const dUParamTiles& Q) {
     return o.x * d.x * d.x + o.y * d.y * d.y + o.z * d.z * d.z;
   };
   for (int t = 0; t < N.nt; t++) {
-    const dUParamTile& T = Q.tile[t];
+    const auto at = [&](int i, int j) { return Q.tile[t].Def->row(j)[i]; };
     for (int j = 0; j < N.nv; j++)
       for (int i = 0; i < N.nv; i++) {
         const size_t k = N.at(t, i, j);
-        if (N.cx[k] > 0) sum += square(T.departure(i - 1, j), T.departure(i, j), T.departure(i + 1, j));
-        if (N.cy[k] > 0) sum += square(T.departure(i, j - 1), T.departure(i, j), T.departure(i, j + 1));
+        if (N.cx[k] > 0) sum += square(at(i - 1, j), at(i, j), at(i + 1, j));
+        if (N.cy[k] > 0) sum += square(at(i, j - 1), at(i, j), at(i, j + 1));
       }
   }
   return 0.5 * sum;

@@ -124,7 +124,7 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   Q.tile.resize(img.size());
   for (uint64_t t = 0; t < img.size(); t++) Q.tile[t].Def = &result.Def[t];
   const float cell = pair.mTsize * static_cast<float>(1 << lev.Jend);
-  const float w = PRIOR_WEIGHT * cell * cell * (param.about_start ? MODEL_WEIGHT : 1.0f);
+  const float w = PRIOR_WEIGHT * cell * cell * (param.about_model ? MODEL_WEIGHT : 1.0f);
   Q.omega = {w, w, w};
   Q.rough_unit = pair.rough_unit;
   // Counted from the final level: where that is a coarse one, the floor shall not reach it unasked.
@@ -136,8 +136,6 @@ int nr_reg_tiles(const Vector<FCZptr>& img, const NRpair& pair, const NRparam& p
   }
   proc_Vmap_topo(Q);
   sync_border(Q);
-  if (param.about_start)
-    for (dUParamTile& T : Q.tile) T.model = *T.Def;
   init_rows(Q);
   resid_pass(Q);
   take_pixels(Q);

@@ -49,7 +49,6 @@ struct dUParamTile {
   Image<uint8_t> Vmap;   // states of the vertices
   uint32_t Tnpar = 0;    // active vertices
   Image<xyz>* Def = nullptr;  // displacement at the vertices
-  Image<xyz> model;           // displacement that the prior is about; empty: none, 0
   Image<float> zV, wV;        // weighted sum of reference heights about a vertex, sum of the weights
   Vector<float> bx0, bx1;     // per column or row: weights of its lower and upper vertex
   Vector<uint32_t> ix, iy;    // per column the lower vertex column; per row the lower vertex row times nv
@@ -57,11 +56,6 @@ struct dUParamTile {
   int buf = 0;                                   // margin of C at this level
   int dim = 0;                                   // pixels along a vertex cell at this level
   int nv() const { return Def->xsize(); }
-  // What the prior holds.
-  xyz departure(int i, int j) const {
-    const xyz d = Def->row(j)[i];
-    return model.empty() ? d : d - model.row(j)[i];
-  }
 };
 
 struct thRowInfo {  // unit of work of the data term: a row of vertex cells of a tile; it touches two vertex

@@ -193,7 +193,6 @@ bool mg_nr_reg_tiles(const NRpair& pair, const NRparam& param, NRstart&& start, 
                                   << pair.TI.ysize() << " cached=" << param.cached);
   ASSERT(pair.C.size() == nt && param.Jstart <= NR_JMAX && param.Jend >= 0);
   ASSERT(nt == 0 || pair.C[0].value.xsize() == 32 * pair.dim + 2 * pair.buf);
-  ASSERT(!param.about_start || start.J == param.Jend);
   ASSERT(pair.pyramid.C.size() >= static_cast<uint64_t>(start.depth()));
   const Stopwatch watch;
   result = {};

@@ -134,41 +134,6 @@ TEST(Registration, ConvergesFromAsFarAsTheStartLevelReaches) {
   }
 }
 
-// Attitudes of a UAV change the effect of a boresight within a few vertices, which the prior takes for noise.
-TEST(Registration, WhatAModelKnowsIsNotSmoothedAway) {
-  SynthPair synth;
-  synth.disp = [](double x, double y) {
-    return dxyz{1.5 + std::sin(6.28 * y / 40), std::sin(6.28 * (x + y) / 40), 0.2};
-  };
-  NRparam param = make_param(synth, 1, 1);
-  DefError error[2];
-  for (const bool model : {false, true}) {
-    NRpair pair = make_pair(synth);
-    NRstart start = start_reg(pair.img2.size(), param);
-    param.about_start = model;
-    if (model) {  // nine tenths of the displacement, unknown at some vertices
-      start.J = param.Jend;
-      const int nv = comp_dxp(param.Jend), cell = 32 * synth.dim / (nv - 1);
-      for (uint64_t t = 0; t < start.Def.size(); t++) {
-        start.Def(t).resize(nv, nv);
-        for (int j = 0; j < nv; j++)
-          for (int i = 0; i < nv; i++) {
-            const dxyz d = synth.disp(cell * (i + (nv - 1) * (t % 2)), cell * (j + (nv - 1) * (t / 2)));
-            start.Def(t)(i, j) = (i + j) % 9 == 5 ? xyz{0, 0, NR_NODATA} : to_xyz(d * 0.9);
-          }
-      }
-    }
-    prepare_pair(pair, start.depth(), 1);
-    NRresult result;
-    ASSERT_TRUE(mg_nr_reg_tiles(pair, param, std::move(start), result));
-    error[model] = compare(synth, result);
-    EXPECT_GT(error[model].n, 800u);
-  }
-  EXPECT_LT(error[1].rms.x, 0.5 * error[0].rms.x);
-  EXPECT_LT(error[1].rms.y, 0.5 * error[0].rms.y);
-  EXPECT_LT(error[1].unc.x, error[0].unc.x);
-}
-
 TEST(Registration, FlatGroundIsUncertainInThePlaneOnly) {
   xyz unc[2];
   for (const bool flat : {false, true}) {
