@@ -14,16 +14,14 @@ std::string group_text(const GroupDZ& g) {
   return LOG_STR("Groups " << g.g1 << '-' << g.g2 << ": Z-difference mean=" << g.mean << " RMS=" << g.rms);
 }
 
-void GroupSums::add(int g1, int g2, double dz) {
+void GroupSums::add(int g1, int g2, const Sum& from) {
+  if (from.n == 0) return;
   Sum& s = sums_[{g1, g2}];
-  s.n++, s.sum += dz, s.sum2 += dz * dz;
+  s.n += from.n, s.sum += from.sum, s.sum2 += from.sum2;
 }
 
 void GroupSums::add(const GroupSums& o) {
-  for (const auto& [key, from] : o.sums_) {
-    Sum& s = sums_[key];
-    s.n += from.n, s.sum += from.sum, s.sum2 += from.sum2;
-  }
+  for (const auto& [key, from] : o.sums_) add(key.first, key.second, from);
 }
 
 std::vector<GroupDZ> GroupSums::result() const {
@@ -58,15 +56,18 @@ void TileGroups::add(int group, const Image<uint32_t>& words, uint32_t smax) {
 void TileGroups::put(GroupSums& sums) const {
   for (auto a = layers_.begin(); a != layers_.end(); ++a) {
     const auto& [g1, l1] = *a;
+    GroupSums::Sum within;
     for (uint64_t i = 0; i < l1.n.size(); i++)
-      if (l1.n[i] > 1) sums.add(g1, g1, static_cast<double>(l1.high[i] - l1.low[i]));
+      if (l1.n[i] > 1) within.add(static_cast<double>(l1.high[i] - l1.low[i]));
+    sums.add(g1, g1, within);
     for (auto b = std::next(a); b != layers_.end(); ++b) {
       const auto& [g2, l2] = *b;
+      GroupSums::Sum between;
       for (uint64_t i = 0; i < l1.n.size(); i++)
         if (l1.n[i] > 0 && l2.n[i] > 0)
-          sums.add(g1, g2,
-                   static_cast<double>(l1.sum[i] / static_cast<float>(l1.n[i]) -
-                                       l2.sum[i] / static_cast<float>(l2.n[i])));
+          between.add(static_cast<double>(l1.sum[i] / static_cast<float>(l1.n[i]) -
+                                          l2.sum[i] / static_cast<float>(l2.n[i])));
+      sums.add(g1, g2, between);
     }
   }
 }

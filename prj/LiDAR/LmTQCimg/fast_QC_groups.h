@@ -12,10 +12,9 @@
 #include "lib/DataStructure/image.h"
 
 namespace veld {
+// g1 = g2: largest less smallest height of a group's swaths; else mean height of g1 less that of g2.
 struct GroupDZ {
-  int g1 = 0,
-      g2 =
-          0;  // g1 = g2: largest less smallest height of a group's swaths; else mean height of g1 less that of g2
+  int g1 = 0, g2 = 0;
   uint64_t n = 0;            // map pixels
   double mean = 0, rms = 0;  // m
 };
@@ -25,15 +24,16 @@ std::string group_text(const GroupDZ& g);
 
 class GroupSums {
  public:
-  void add(int g1, int g2, double dz);
+  struct Sum {
+    uint64_t n = 0;
+    double sum = 0, sum2 = 0;
+    void add(double dz) { n++, sum += dz, sum2 += dz * dz; }
+  };
+  void add(int g1, int g2, const Sum& from);  // nothing without pixels
   void add(const GroupSums& o);
   std::vector<GroupDZ> result() const;  // by g1, then g2
 
  private:
-  struct Sum {
-    uint64_t n = 0;
-    double sum = 0, sum2 = 0;
-  };
   std::map<std::pair<int, int>, Sum> sums_;
 };
 

@@ -31,7 +31,7 @@ bool put_swath(const Project& prj, const Swath& s, uint32_t nt, ResultFile& all,
       const double Z = Zm[m] * M_PER_UNIT;
       char time[32] = "-1E10";
       if (timed && Ct[k][m] != NO_I32) {
-        std::snprintf(time, sizeof time, "%.3f", s.clock.t0 + Ct[k][m] / 1024.0);
+        std::snprintf(time, sizeof time, "%.3f", s.clock.t0 + Ct[k][m] * TICK_S);
         std::snprintf(line, sizeof line, "%ld %ld %s %d %d\n", X, Y, time, s.id.number, s.group);
         times.fs << line;
       }

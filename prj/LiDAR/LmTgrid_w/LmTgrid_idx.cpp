@@ -15,18 +15,11 @@ namespace {
 constexpr uint32_t MAXDIM = 16384;
 
 void set_tile_map(SwGrid& grid) {
-  uint32_t XImax = 0, YImax = 0;
-  grid.XImin = grid.YImin = UINT32_MAX;
-  for (const TIsxy& t : grid.TI) {
-    grid.XImin = std::min(grid.XImin, t.x), XImax = std::max(XImax, t.x);
-    grid.YImin = std::min(grid.YImin, t.y), YImax = std::max(YImax, t.y);
-  }
-  if (grid.TI.empty()) {
-    grid.timg.clear();
-    return;
-  }
-  const TileInfo frame{grid.XImin, grid.YImin, static_cast<int>(XImax - grid.XImin) + 1,
-                       static_cast<int>(YImax - grid.YImin) + 1};
+  grid.timg.clear();
+  if (grid.TI.empty()) return;
+  const TileInfo frame = extent_of(grid.TI);
+  grid.XImin = frame.XI;
+  grid.YImin = frame.YI;
   build_tile_map(frame, grid.TI, grid.timg);
 }
 

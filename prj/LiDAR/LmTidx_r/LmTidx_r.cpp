@@ -1,5 +1,6 @@
 #include "prj/LiDAR/LmTidx_r/LmTidx_r.h"
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
@@ -86,6 +87,15 @@ void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16
   frame.nx = static_cast<int>(info.XImax - info.XImin) + 1;
   frame.ny = static_cast<int>(info.YImax - info.YImin) + 1;
   build_tile_map(frame, TI, timg);
+}
+
+TileInfo extent_of(const Vector<TIsxy>& TI) {
+  uint32_t xmin = UINT32_MAX, ymin = UINT32_MAX, xmax = 0, ymax = 0;
+  for (const TIsxy& t : TI) {
+    xmin = std::min(xmin, t.x), xmax = std::max(xmax, t.x);
+    ymin = std::min(ymin, t.y), ymax = std::max(ymax, t.y);
+  }
+  return {xmin, ymin, static_cast<int>(xmax - xmin) + 1, static_cast<int>(ymax - ymin) + 1};
 }
 
 void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg) {

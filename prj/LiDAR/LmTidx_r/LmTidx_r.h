@@ -33,6 +33,8 @@ constexpr uint16_t NO_TILE = 65535;
 void build_tile_map(const LTidxInfo& info, const Vector<TIsxy>& TI, Image<uint16_t>& timg);
 void build_tile_map(const TileInfo& frame, const Vector<TIsxy>& TI, Image<uint16_t>& timg);
 
+TileInfo extent_of(const Vector<TIsxy>& TI);  // of a table that is not empty
+
 struct PointFiles;  // the open files that points are read from
 
 // What every reader of points needs of a swath, 14 bytes or so a tile; read-only once filled.

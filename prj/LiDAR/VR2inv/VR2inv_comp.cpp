@@ -41,31 +41,16 @@ PartSums comp_parts(const InvCalDrift& inv, const InvResult& res, SwathId sw, co
   for (int part = 0; part < ALL; part++) sum[ALL] += sum[static_cast<size_t>(part)];
   return sum;
 }
-
-bool is_on(const InvResult& res, int part) {
-  switch (part) {
-    case LEVER:
-      return res.CL;
-    case BORE:
-      return res.CB;
-    case INTERNAL:
-      return res.CI;
-    case POSITION:
-      return res.CT;
-    case ATTITUDE:
-      return res.CA;
-    case SHIFT:
-      return res.has_shift;
-    default:
-      return true;
-  }
-}
 }  // namespace
 
 void corr_comp_full(const InvCalDrift& inv, const InvResult& res) {
   LOG_ENTER("corr_comp_full nint=" << inv.nint);
-  constexpr const char* NAMES[NPART] = {"Lever arm ", "Boresight ", "Internal  ", "Position  ",
-                                        "Attitude  ", "Shift     ", "All       "};
+  const struct {
+    const char* name;
+    bool on;
+  } parts[NPART] = {{"Lever arm ", res.CL}, {"Boresight ", res.CB}, {"Internal  ", res.CI},
+                    {"Position  ", res.CT}, {"Attitude  ", res.CA}, {"Shift     ", res.has_shift},
+                    {"All       ", true}};
   std::array<StatXYZ, NPART> stat;
   for (int k = 0; k < inv.nint; k++) {
     if (!inv.pair[k].use) continue;
@@ -76,7 +61,7 @@ void corr_comp_full(const InvCalDrift& inv, const InvResult& res) {
       for (int side = 0; side < 2; side++) {
         const SwathId sw = side == 0 ? p.sw1 : p.sw2;
         if (!inv.sw[sw].mobile) continue;
-        const PartSums sum = comp_parts(inv, res, sw, p.P[i], side == 0 ? p.O1[i] : p.O2[i],
+        const PartSums sum = comp_parts(inv, res, sw, place_in(p, side, i), side == 0 ? p.O1[i] : p.O2[i],
                                         side == 0 ? p.Att1[i] : p.Att2[i], side == 0 ? p.t1[i] : p.t2[i]);
         for (size_t part = 0; part < NPART; part++) stat[part].add(to_dxyz(sum[part]));
       }
@@ -86,9 +71,9 @@ void corr_comp_full(const InvCalDrift& inv, const InvResult& res) {
   LOG_MSG("CORRECTION COMPONENT STATISTICS");
   for (int part = 0; part < NPART; part++) {
     const StatXYZ& s = stat[static_cast<size_t>(part)];
-    if (!is_on(res, part)) continue;
-    LOG_MSG(NAMES[part] << "Mean " << text(s.mean()) << " StdDev " << text(s.stddev()) << " Min "
-                        << text(s.vmin) << " Max " << text(s.vmax));
+    if (!parts[part].on) continue;
+    LOG_MSG(parts[part].name << "Mean " << text(s.mean()) << " StdDev " << text(s.stddev()) << " Min "
+                             << text(s.vmin) << " Max " << text(s.vmax));
   }
 }
 
