@@ -36,13 +36,32 @@ void print_score(const char* title, const std::vector<SwathScore>& swaths, const
 
 struct Calibration {  // lever X Y Z (m), boresight roll pitch yaw (degrees) of the first set in a "_cal" file
   double found[6], truth[6];
+  double drift[3];  // mean drift of roll, pitch, yaw while the swaths were flown, recorded less true
 };
+
+// Means over the records of the drift (time, position, attitude) within the swaths; 0 without drift.
+void mean_drift(const nlohmann::json& truth, double (&mean)[3]) {
+  std::fill_n(mean, 3, 0.0);
+  if (!truth.contains("drift")) return;
+  const nlohmann::json& drift = truth["drift"];
+  int n = 0;
+  for (const auto& row : drift.is_object() ? drift["rows"] : drift) {
+    const double t = row[0].get<double>();
+    const auto flown = [t](const nlohmann::json& s) { return t >= s["t0"] && t <= s["t1"]; };
+    if (row.size() < 7 || !std::any_of(truth["swaths"].begin(), truth["swaths"].end(), flown)) continue;
+    for (size_t i = 0; i < 3; i++) mean[i] += row[4 + i].get<double>();
+    n++;
+  }
+  for (double& m : mean) m /= std::max(n, 1);
+}
+
 bool read_calibration(const std::string& path, const nlohmann::json& truth, Calibration& cal) {
   std::ifstream file(path);
   for (int i = 0; i < 6; i++) {
     if (!(file >> cal.found[i])) return false;
     cal.truth[i] = i < 3 ? truth["lever_m"][i].get<double>() : truth["boresight_deg"][i - 3].get<double>();
   }
+  mean_drift(truth, cal.drift);
   return true;
 }
 
@@ -52,6 +71,8 @@ void print_calibration(const Calibration& cal) {
   for (int i = 0; i < 6; i++)
     std::printf("  %-12s %10.4f %9.4f %9.4f\n", names[i], cal.found[i], cal.truth[i],
                 cal.found[i] - cal.truth[i]);
+  std::printf("  the mean drift of roll, pitch, yaw, which is part of what is found: %.4f %.4f %.4f\n",
+              -cal.drift[0], -cal.drift[1], -cal.drift[2]);
 }
 
 void print_vectors(const std::string& name, Land land, const VectorStat& s) {
@@ -107,11 +128,14 @@ void print_point_row(const std::string& title, double floor, const ProjectScore&
                      const ProjectScore& after, const Calibration* cal) {
   std::printf("POINTS | %s | %.3f | %.4f | %.4f | %.4f, %.4f, %.4f |", title.c_str(), before.all_rel.rms3d,
               floor, after.all_rel.rms3d, after.relative.x, after.relative.y, after.relative.z);
-  if (cal)
-    std::printf(" %.4f, %.4f, %.4f |\n", cal->found[3] - cal->truth[3], cal->found[4] - cal->truth[4],
-                cal->found[5] - cal->truth[5]);
-  else
-    std::printf(" |\n");
+  if (cal) {
+    double error[3];
+    for (int i = 0; i < 3; i++) error[i] = cal->found[3 + i] - cal->truth[3 + i];
+    std::printf(" %.4f, %.4f, %.4f | %.4f, %.4f, %.4f |\n", error[0], error[1], error[2],
+                error[0] + cal->drift[0], error[1] + cal->drift[1], error[2] + cal->drift[2]);
+  } else {
+    std::printf(" | |\n");
+  }
 }
 
 bool score_displacements(const Options& o, const nlohmann::json& truth) {

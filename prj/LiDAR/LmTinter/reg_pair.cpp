@@ -80,7 +80,7 @@ bool register_pair(const PairWork& work, const SwPair& p, PairSwaths& sw, const 
   measure_before(work, pair, out);
   ModelOfPair model;
   if (work.model) {
-    model = {(*work.corr_at)(p.sw1), (*work.corr_at)(p.sw2), work.prj.scale.level};
+    model = {(*work.corr_at)(p.sw1), (*work.corr_at)(p.sw2), work.prj.scale.level, work.prj.time_res};
     if (!model.c1.at || !model.c2.at) return false;
     warp_moved(inter, model, start.depth(), work.nthreads, pair);
   }

@@ -13,7 +13,8 @@ constexpr int WARP_BUF = 16;  // margin of the images afterwards, grid pixels
 
 struct ModelOfPair {
   CorrAt c1, c2;
-  int level = 0;  // of the tiles
+  int level = 0;        // of the tiles
+  double time_res = 0;  // s, in which an aircraft passes a microtile; 0: not known
 };
 
 // Replaces the prepared moved images (C, F, buf, a pyramid of this depth) by those moved by d(p) = c2(p) - c1(p + d(p)), heights included; there is

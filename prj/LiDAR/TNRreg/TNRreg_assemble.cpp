@@ -20,6 +20,17 @@ void init_prior(NormalEq& N, const dUParamTiles& Q) {
       }
   }
 }
+void init_runs(NormalEq& N, const dUParamTiles& Q) {
+  N.runs.clear();
+  for (int t = 0; t < N.nt; t++)
+    for (int j = 0; j < N.nv; j++) {
+      const uint8_t* const state = Q.tile[t].Vmap.row(j);
+      int first = 0, end = N.nv;
+      while (first < end && state[first] == V_OFF) first++;
+      while (end > first && state[end - 1] == V_OFF) end--;
+      if (first < end) N.runs.push_back({N.at(t, first, j), N.at(t, end, j)});
+    }
+}
 }  // namespace
 
 void init_normal(NormalEq& N, const dUParamTiles& Q) {
@@ -28,6 +39,7 @@ void init_normal(NormalEq& N, const dUParamTiles& Q) {
   N.stride = N.nv + 2 * NormalEq::MARGIN;
   N.omega = Q.omega;
   init_prior(N, Q);
+  init_runs(N, Q);
   N.seam.clear();
   for_seams(Q, N.nv, [&](int t, int i, int j, const SeamVertex& partner) {
     N.seam.emplace_back(static_cast<uint32_t>(N.at(t, i, j)),

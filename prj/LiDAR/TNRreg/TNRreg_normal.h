@@ -35,6 +35,10 @@ template <typename V>
   return a.x * b.x + a.y * b.y + a.z * b.z;
 }
 
+struct VertexRun {  // [first, end)
+  size_t first, end;
+};
+
 // Tiles stand one after the other, vertices in raster order with a margin of two on each side that stays 0.
 struct NormalEq {
   static constexpr int MARGIN = 2;
@@ -42,6 +46,7 @@ struct NormalEq {
   xyz omega = {0, 0, 0};           // weight of the prior
   std::vector<VertexBlock> block;  // data term of each tile's own pixels
   std::vector<float> cx, cy;       // 1 where the second difference about the vertex is part of the prior
+  std::vector<VertexRun> runs;     // the rows of the tiles, each from its first vertex in use to its last
   std::vector<V3<float>> g;        // descent direction; 0 but at parameters
   std::vector<SymBlock> self;      // A's own block of each parameter, all tiles together
   std::vector<SymBlock> inverse;   // of self with the damping; 0 but at parameters

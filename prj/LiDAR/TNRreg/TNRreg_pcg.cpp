@@ -40,9 +40,10 @@ template <typename V>
 
 // A p of one row of vertices of a tile, without the other tiles' shares.
 template <typename V>
-[[gnu::always_inline]] inline void multiply_row(const NormalEq& N, size_t first, const V3<V>* p, V3<V>* Ap) {
+[[gnu::always_inline]] inline void multiply_row(const NormalEq& N, const VertexRun& run, const V3<V>* p,
+                                                V3<V>* Ap) {
   const size_t S = static_cast<size_t>(N.stride);
-  for (size_t k = first; k < first + static_cast<size_t>(N.nv); k++) {
+  for (size_t k = run.first; k < run.end; k++) {
     const VertexBlock* const b = &N.block[k];
     V3<V> y = times(b->self, p[k]);
     add(y, times(b->right, p[k + 1]));
@@ -74,20 +75,18 @@ template <typename V>
 [[gnu::always_inline]] inline void multiply(const NormalEq& N, std::vector<V3<V>>& p,
                                             std::vector<V3<V>>& Ap) {
   for (const auto& [slave, partner] : N.seam) p[slave] = p[partner];
-  for (int t = 0; t < N.nt; t++)
-    for (int j = 0; j < N.nv; j++) multiply_row(N, N.at(t, 0, j), p.data(), Ap.data());
+  for (const VertexRun& run : N.runs) multiply_row(N, run, p.data(), Ap.data());
   for (const auto& [slave, partner] : N.seam) {
     add(Ap[partner], Ap[slave]);
     Ap[slave] = p[slave] = V3<V>{};
   }
 }
 
-// Calls row(first) for each row of vertices of all tiles, and adds up what it returns, in order.
+// Calls row(run) for each row of vertices of all tiles, and adds up what it returns, in order.
 template <typename V, typename Row>
 [[gnu::always_inline]] inline LaneSum<V> sum_rows(const NormalEq& N, Row&& row) {
   LaneSum<V> sum;
-  for (int t = 0; t < N.nt; t++)
-    for (int j = 0; j < N.nv; j++) sum.add(row(N.at(t, 0, j)));
+  for (const VertexRun& run : N.runs) sum.add(row(run));
   return sum;
 }
 
@@ -100,12 +99,11 @@ template <typename V>
 
 template <typename V>
 [[gnu::always_inline]] inline int solve(const NormalEq& N, PCGwork<V>& w, double tol, int limit) {
-  const size_t nv = static_cast<size_t>(N.nv);
   for (std::vector<V3<V>>* v : {&w.x, &w.p, &w.Ap}) v->assign(N.size(), V3<V>{});
   LaneSum<V> rz = sum_rows<V>(
-      N, [&](size_t first) __attribute__((always_inline)) {
+      N, [&](const VertexRun& run) __attribute__((always_inline)) {
         V sum{};
-        for (size_t k = first; k < first + nv; k++) {
+        for (size_t k = run.first; k < run.end; k++) {
           w.p[k] = times(N.inverse[k].v, w.r[k]);
           sum += dot3(w.r[k], w.p[k]);
         }
@@ -115,16 +113,16 @@ template <typename V>
   for (int iteration = 0; iteration < limit; iteration++) {
     multiply(N, w.p, w.Ap);
     const V alpha = to_lanes(quotient(rz, sum_rows<V>(
-                                              N, [&](size_t first) __attribute__((always_inline)) {
+                                              N, [&](const VertexRun& run) __attribute__((always_inline)) {
                                                 V sum{};
-                                                for (size_t k = first; k < first + nv; k++)
+                                                for (size_t k = run.first; k < run.end; k++)
                                                   sum += dot3(w.p[k], w.Ap[k]);
                                                 return sum;
                                               })));
     const LaneSum<V> rz_new = sum_rows<V>(
-        N, [&](size_t first) __attribute__((always_inline)) {
+        N, [&](const VertexRun& run) __attribute__((always_inline)) {
           V sum{};
-          for (size_t k = first; k < first + nv; k++) {
+          for (size_t k = run.first; k < run.end; k++) {
             const V3<V>&p = w.p[k], &Ap = w.Ap[k];
             add(w.x[k], {alpha * p.x, alpha * p.y, alpha * p.z});
             V3<V>& r = w.r[k];
@@ -138,14 +136,11 @@ template <typename V>
     if (done) return iteration + 1;
     const V beta = to_lanes(quotient(rz_new, rz));
     rz = rz_new;
-    for (int t = 0; t < N.nt; t++)
-      for (int j = 0; j < N.nv; j++) {
-        const size_t first = N.at(t, 0, j);
-        for (size_t k = first; k < first + nv; k++) {
-          const V3<V> z = times(N.inverse[k].v, w.r[k]);
-          V3<V>& p = w.p[k];
-          p = {z.x + beta * p.x, z.y + beta * p.y, z.z + beta * p.z};
-        }
+    for (const VertexRun& run : N.runs)
+      for (size_t k = run.first; k < run.end; k++) {
+        const V3<V> z = times(N.inverse[k].v, w.r[k]);
+        V3<V>& p = w.p[k];
+        p = {z.x + beta * p.x, z.y + beta * p.y, z.z + beta * p.z};
       }
   }
   return limit;

@@ -72,10 +72,17 @@ bool point_corr(const SampledSwath& s, CorrCursor& cursor, const dxyz& P, double
 
 CorrAt swath_corr_at(const std::shared_ptr<const SampledSwath>& s) {
   CorrAt result;
-  result.at = [s, cursor = CorrCursor()](double x, double y, xyz& c) mutable {
+  result.at = [s, cursor = CorrCursor()](double x, double y, GroundCorr& g) mutable {
+    constexpr float UP = 10;  // m
     dxyz P;
     double t;
-    return sample_at(*s, x, y, P, t) && point_corr(*s, cursor, P, t, c);
+    xyz above;
+    if (!sample_at(*s, x, y, P, t) || !point_corr(*s, cursor, P, t, g.c) ||
+        !point_corr(*s, cursor, P + dxyz{0, 0, double{UP}}, t, above))
+      return false;
+    g.per_m = (above - g.c) * (1 / UP);
+    g.z = static_cast<float>(P.z);
+    return true;
   };
   result.at_time = [s, cursor = CorrCursor()](const dxyz& P, double time, const xyz& d, xyz& c) mutable {
     const double t = time_at_displacement(s->po, s->corr.po_dt, s->corr.AREC, s->clock.sync(time), d);
@@ -86,8 +93,9 @@ CorrAt swath_corr_at(const std::shared_ptr<const SampledSwath>& s) {
 
 CorrAt constant_corr(const xyz& T0) {
   CorrAt result;
-  result.at = [T0](double, double, xyz& c) {
-    c = T0;
+  result.at = [T0](double, double, GroundCorr& g) {
+    g = {};
+    g.c = T0;
     return true;
   };
   result.at_time = [T0](const dxyz&, double, const xyz&, xyz& c) {
