@@ -25,17 +25,24 @@ struct Lattice {
   float first = 0;   // of the first node, grid pixels from the tile's corner
 };
 
-// The displacement of the ground, in the form of a correction. near: d is that of a place near by.
-bool displacement(const CorrAt& c1, const CorrAt& c2, double x, double y, bool near, GroundCorr& d) {
+struct Displacement {  // m
+  xyz ground = {0, 0, 0}, at_zero = {0, 0, 0},
+      per_m = {0, 0, 0};  // there, at height 0, growth a metre upwards
+  float z = 0;            // height of the ground
+};
+
+// near: d is that of a place near by.
+bool displacement(const CorrAt& c1, const CorrAt& c2, double x, double y, bool near, Displacement& d) {
   GroundCorr a, b;
   if (!c2.at(x, y, b)) return false;
   if (!near) d = {};
   for (int k = near ? 1 : 0; k <= STEPS; k++) {
-    if (!c1.at(x + static_cast<double>(d.c.x), y + static_cast<double>(d.c.y), a)) return false;
-    d.c = b.c - a.c;
+    if (!c1.at(x + static_cast<double>(d.ground.x), y + static_cast<double>(d.ground.y), a)) return false;
+    d.ground = b.c - a.c;
   }
+  d.at_zero = b.at_zero() - a.at_zero();
   d.per_m = b.per_m - a.per_m;
-  d.z = b.z;
+  d.z = b.per_m == xyz{0, 0, 0} ? a.z : b.z;
   return true;
 }
 
@@ -53,12 +60,12 @@ Lattice make_lattice(const ToccTile& tile, const TileGeom& geom, const NRpair& p
   double sum = 0;
   int n = 0;
   for (int j = 0; j < side; j++) {
-    GroundCorr d;
+    Displacement d;
     bool known = false;  // d, of the node before
     for (int i = 0; i < side; i++) {
       known = displacement(c1, c2, x0 + (i - margin) * metres, y0 + (j - margin) * metres, known, d);
       if (!known) continue;
-      l.d.row(j)[i] = d.c - d.per_m * d.z;
+      l.d.row(j)[i] = d.at_zero;
       l.per_m.row(j)[i] = d.per_m;
       sum += static_cast<double>(d.z);
       n++;
@@ -172,9 +179,9 @@ void add_model(const ModelOfPair& model, std::vector<DUTstr>& rec) {
     const dxyz P = {static_cast<double>(r.X), static_cast<double>(r.Y), static_cast<double>(r.Z)};
     xyz a, b, d = {0, 0, 0};
     if (!DUT_valid(r)) {
-      GroundCorr ground;
-      if (!displacement(model.c1, model.c2, P.x, P.y, false, ground)) return true;
-      d = ground.c;
+      Displacement there;
+      if (!displacement(model.c1, model.c2, P.x, P.y, false, there)) return true;
+      d = there.ground;
     } else {
       if (!model.c2.at_time(P, r.Time2, {0, 0, 0}, b)) return true;
       for (int k = 0; k <= STEPS; k++) {

@@ -5,6 +5,8 @@
 // global shift (3), that is dimcal; then per node of each line TAstride entries: T x y z, and A roll pitch
 // yaw with attitude.
 #pragma once
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -12,7 +14,9 @@
 #include "lib/DataStructure/image.h"
 #include "lib/DataStructure/vector.h"
 #include "lib/Geometry/angle.h"
+#include "lib/threads/pool.h"
 #include "prj/LiDAR/VR2inv/VR2inv.h"
+#include "prj/LiDAR/tuning.h"
 
 namespace veld {
 constexpr xyz VAR_FLOOR = {1e-6f, 1e-6f, 1e-8f};  // m2, added to variances
@@ -139,6 +143,34 @@ struct PairChi {         // residuals of a pair against their precisions, per ax
 
 inline double axis(const xyz& v, int c) { return c == 0 ? v.x : c == 1 ? v.y : v.z; }
 inline double axis(const dxyz& v, int c) { return c == 0 ? v.x : c == 1 ? v.y : v.z; }
+
+// Calls work(k) for each pair in use, pairs side by side.
+template <class Work>
+void for_used_pairs(const InvCalDrift& inv, Work&& work) {
+  run_units(inv.nint, NTHREADS, [&](int64_t k, int) {
+    if (inv.pair[static_cast<size_t>(k)].use) work(static_cast<int>(k));
+    return true;
+  });
+}
+// The same with a part for each pair in use, make(k), which is handed to put(part) in the order of the pairs: sums do not
+// depend on the number of threads.
+template <class Make, class Put>
+void sum_used_pairs(const InvCalDrift& inv, Make&& make, Put&& put) {
+  constexpr int BATCH = 64;  // parts that are held at a time
+  std::vector<std::optional<decltype(make(0))>> parts(BATCH);
+  for (int first = 0; first < inv.nint; first += BATCH) {
+    const int n = std::min(BATCH, inv.nint - first);
+    run_units(n, NTHREADS, [&](int64_t i, int) {
+      const int k = first + static_cast<int>(i);
+      if (inv.pair[k].use) parts[static_cast<size_t>(i)].emplace(make(k));
+      return true;
+    });
+    for (auto& part : parts) {
+      if (part) put(*part);
+      part.reset();
+    }
+  }
+}
 
 // Set-up (VR2inv_setup.cpp). False after an ERROR line.
 [[nodiscard]] bool init(InvCalDrift& inv, int step);

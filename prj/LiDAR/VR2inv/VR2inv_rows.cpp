@@ -100,9 +100,8 @@ xyz bore_beyond(const TrajFrame& f, const xyz& r, const Rot3& Tb, const xyz& B) 
 
 void linearise_bore(InvCalDrift& inv) {
   if (!inv.FE[3] && !inv.FE[4] && !inv.FE[5]) return;
-  for (int k = 0; k < inv.nint; k++) {
+  for_used_pairs(inv, [&](int k) {
     PairState& state = inv.pair[k];
-    if (!state.use) continue;
     const InvPair& p = inv.in.pairs[k];
     const PairSlots slots = make_slots(inv, k, false);
     const xyz B[2] = {side_bore(inv, slots, 0), side_bore(inv, slots, 1)};
@@ -123,6 +122,6 @@ void linearise_bore(InvCalDrift& inv) {
       state.data[i] += state.beyond[i] - beyond;
       state.beyond[i] = beyond;
     }
-  }
+  });
 }
 }  // namespace veld

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <vector>
 
 #include "lib/Optim/optimCG.h"
@@ -22,34 +23,42 @@ struct System {  // P x = Y, P dense and symmetric; the lower triangle is filled
   }
 };
 
-// Data: one small system per pair, whose vectors all touch the same parameters, put into P and Y at its end.
-void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
-  const Stopwatch watch;
-  double block[MAX_SLOT * MAX_SLOT], right[MAX_SLOT];
+// The small system of a pair, whose vectors all touch the same parameters.
+struct PairSystem {
+  PairSlots slots;
+  double block[MAX_SLOT * MAX_SLOT] = {}, right[MAX_SLOT] = {};
+};
+
+PairSystem make_system(const InvCalDrift& inv, int k) {
+  PairSystem s{make_slots(inv, k, true)};
+  const PairState& p = inv.pair[k];
+  const int n = s.slots.n;
   PairRow row;
-  for (int k = 0; k < inv.nint; k++) {
-    if (!inv.pair[k].use) continue;
-    const PairState& p = inv.pair[k];
-    const PairSlots slots = make_slots(inv, k, true);
-    const int n = slots.n;
-    std::fill_n(block, n * n, 0.0);
-    std::fill_n(right, n, 0.0);
-    for (uint64_t i = 0; i < p.W.size(); i++) {
-      const xyz &W = p.W[i], &d = p.data[i];
-      if (!(W.x > 0)) continue;
-      comp_row(inv, k, slots, i, row);
-      for (int a = 0; a < n; a++) {
-        const double wx = W.x * row.cx[a], wy = W.y * row.cy[a], wz = W.z * row.cz[a];
-        double* to = block + a * n;
-        for (int b = 0; b < n; b++) to[b] += wx * row.cx[b] + wy * row.cy[b] + wz * row.cz[b];
-        right[a] += wx * d.x + wy * d.y + wz * d.z;
-      }
-    }
+  for (uint64_t i = 0; i < p.W.size(); i++) {
+    const xyz &W = p.W[i], &d = p.data[i];
+    if (!(W.x > 0)) continue;
+    comp_row(inv, k, s.slots, i, row);
     for (int a = 0; a < n; a++) {
-      for (int b = 0; b <= a; b++) sys.add(slots.idx[a], slots.idx[b], block[a * n + b]);
-      sys.Y[slots.idx[a]] += right[a];
+      const double wx = W.x * row.cx[a], wy = W.y * row.cy[a], wz = W.z * row.cz[a];
+      double* to = s.block + a * n;
+      for (int b = 0; b < n; b++) to[b] += wx * row.cx[b] + wy * row.cy[b] + wz * row.cz[b];
+      s.right[a] += wx * d.x + wy * d.y + wz * d.z;
     }
   }
+  return s;
+}
+
+void P_Y_calib_drift_con(const InvCalDrift& inv, System& sys) {
+  const Stopwatch watch;
+  sum_used_pairs(
+      inv, [&](int k) { return make_system(inv, k); },
+      [&](const PairSystem& s) {
+        const int* const idx = s.slots.idx;
+        for (int a = 0; a < s.slots.n; a++) {
+          for (int b = 0; b <= a; b++) sys.add(idx[a], idx[b], s.block[a * s.slots.n + b]);
+          sys.Y[idx[a]] += s.right[a];
+        }
+      });
   LOG_LINE("Cal_TA STEP 0 TIME=" << watch.text());
 }
 
@@ -210,11 +219,11 @@ bool invert_Cal_TA(InvCalDrift& inv) {
 
 double comp_res(InvCalDrift& inv) {
   LOG_ENTER("InvCalDrift::comp_res nint=" << inv.nint);
-  PairRow row;
-  double change = 0;
-  for (int k = 0; k < inv.nint; k++) {
-    if (!inv.pair[k].use) continue;
+  std::vector<double> changes(inv.pair.size(), 0.0);
+  for_used_pairs(inv, [&](int k) {
     PairState& p = inv.pair[k];
+    double& change = changes[static_cast<size_t>(k)];
+    PairRow row;
     const PairSlots slots = make_slots(inv, k, true);
     for (uint64_t i = 0; i < p.W0.size(); i++) {
       if (!(p.W0[i].x > 0)) continue;
@@ -228,7 +237,8 @@ double comp_res(InvCalDrift& inv) {
       change += static_cast<double>(dot(res - p.res[i], res - p.res[i]));
       p.res[i] = res;
     }
-  }
+  });
+  const double change = std::accumulate(changes.begin(), changes.end(), 0.0);
   return std::sqrt(change / static_cast<double>(std::max<uint64_t>(1, inv.nvec_used)));
 }
 

@@ -50,13 +50,12 @@ int vector_entries(const InvCalDrift& inv, int k, uint64_t i, Entry* entries) {
   return add_nodes(inv, p.sw2, p.t2[i], 1, inv.pair[k].A[1], i, entries, n);
 }
 
-void add_square(DriftEq& sys, const Entry* entries, int n, const dxyz& W) {
-  const int stride = sys.stride;
+void add_square(BlockMap& nodes, int stride, const Entry* entries, int n, const dxyz& W) {
   for (int a = 0; a < n; a++)
     for (int b = 0; b < n; b++) {
       const Entry &ea = entries[a], &eb = entries[b];
       if (ea.node > eb.node) continue;
-      double* to = sys.nodes.block(ea.node, eb.node);
+      double* to = nodes.block(ea.node, eb.node);
       for (int i = 0; i < stride; i++) {
         const double wx = W.x * ea.col[i][0], wy = W.y * ea.col[i][1], wz = W.z * ea.col[i][2];
         for (int j = 0; j < stride; j++)
@@ -65,16 +64,28 @@ void add_square(DriftEq& sys, const Entry* entries, int n, const dxyz& W) {
     }
 }
 
-// What one pair adds to the calibration parameters and to their products with nodes; in the system when the
-// pair is done.
+// What one pair adds to the system.
 struct PairSums {
-  const PairSlots slots;
+  PairSlots slots;
   int stride;
   double block[MAX_SLOT * MAX_SLOT] = {}, right[MAX_SLOT] = {};
-  BlockMap with_node;  // node: slots x stride values
+  BlockMap with_node;          // node: slots x stride values
+  BlockMap nodes, node_right;  // as DriftEq::nodes; node: stride values
 
   PairSums(const InvCalDrift& inv, int k) : slots(make_slots(inv, k, false)), stride(inv.TAstride) {
     with_node.init(static_cast<size_t>(slots.n) * stride);
+    nodes.init(static_cast<size_t>(stride) * stride);
+    node_right.init(static_cast<size_t>(stride));
+  }
+  void add_nodes(const Entry* entries, int nentry, const xyz& W, const xyz& d) {
+    add_square(nodes, stride, entries, nentry, to_dxyz(W));
+    for (int e = 0; e < nentry; e++) {
+      double* Y = node_right.block(0, entries[e].node);
+      for (int c = 0; c < stride; c++)
+        Y[c] += static_cast<double>(W.x) * d.x * entries[e].col[c][0] +
+                static_cast<double>(W.y) * d.y * entries[e].col[c][1] +
+                static_cast<double>(W.z) * d.z * entries[e].col[c][2];
+    }
   }
   void add(const PairRow& row, const Entry* entries, int nentry, const xyz& W, const xyz& d) {
     const int n = slots.n;
@@ -106,37 +117,43 @@ struct PairSums {
         for (int c = 0; c < stride; c++) to[c] += val[a * stride + c];
       }
     });
+    nodes.each([&](int a, int b, const double* val) {
+      double* to = sys.nodes.block(a, b);
+      for (int c = 0; c < stride * stride; c++) to[c] += val[c];
+    });
+    node_right.each([&](int, int node, const double* val) {
+      double* to = sys.Y.val + sys.dimcal + stride * node;
+      for (int c = 0; c < stride; c++) to[c] += val[c];
+    });
   }
 };
 
-void sparse_P_Y_drift(const InvCalDrift& inv, DriftEq& sys) {
-  const Stopwatch watch;
+PairSums make_sums(const InvCalDrift& inv, int k) {
+  PairSums sums(inv, k);
+  const PairState& p = inv.pair[k];
   Entry entries[4];
   PairRow row;
-  int nintpos = 0;
-  for (int k = 0; k < inv.nint; k++) {
-    if (!inv.pair[k].use) continue;
-    nintpos++;
-    const PairState& p = inv.pair[k];
-    PairSums sums(inv, k);
-    for (uint64_t i = 0; i < p.W.size(); i++) {
-      const xyz &W = p.W[i], &d = p.data[i];
-      if (!(W.x > 0)) continue;
-      const int n = vector_entries(inv, k, i, entries);
-      add_square(sys, entries, n, to_dxyz(W));
-      for (int e = 0; e < n; e++) {
-        double* Y = sys.Y.val + inv.node_entry(entries[e].node);
-        for (int c = 0; c < inv.TAstride; c++)
-          Y[c] += static_cast<double>(W.x) * d.x * entries[e].col[c][0] +
-                  static_cast<double>(W.y) * d.y * entries[e].col[c][1] +
-                  static_cast<double>(W.z) * d.z * entries[e].col[c][2];
-      }
-      if (sums.slots.n == 0) continue;
-      comp_row(inv, k, sums.slots, i, row);
-      sums.add(row, entries, n, W, d);
-    }
-    sums.put(sys);
+  for (uint64_t i = 0; i < p.W.size(); i++) {
+    const xyz &W = p.W[i], &d = p.data[i];
+    if (!(W.x > 0)) continue;
+    const int n = vector_entries(inv, k, i, entries);
+    sums.add_nodes(entries, n, W, d);
+    if (sums.slots.n == 0) continue;
+    comp_row(inv, k, sums.slots, i, row);
+    sums.add(row, entries, n, W, d);
   }
+  return sums;
+}
+
+void sparse_P_Y_drift(const InvCalDrift& inv, DriftEq& sys) {
+  const Stopwatch watch;
+  int nintpos = 0;
+  sum_used_pairs(
+      inv, [&](int k) { return make_sums(inv, k); },
+      [&](const PairSums& sums) {
+        nintpos++;
+        sums.put(sys);
+      });
   LOG_LINE("nintpos=" << nintpos << " nintm=" << inv.nint - nintpos << " nTA=" << inv.nTA
                       << " size=" << inv.dim << " AdimD=" << inv.dim << " NDdim=" << sys.nodes.count());
   LOG_LINE("HFTA STEP 0 TIME=" << watch.text());
@@ -201,7 +218,7 @@ void add_sample_prior(const InvCalDrift& inv, DriftEq& sys) {
         add(J.r[i], A.x * r[3]), add(J.p[i], A.y * r[4]), add(J.y[i], A.z * r[5]);
       }
       const int n = add_nodes(inv, s, m.t[i], 1, inv.sw[s].A, i, entries, 0);
-      add_square(sys, entries, n, {share / var.x, share / var.y, share / var.z});
+      add_square(sys.nodes, sys.stride, entries, n, {share / var.x, share / var.y, share / var.z});
     }
   }
   LOG_LINE("Aerr0 nep=" << nep << " nesw=" << nesw);
@@ -288,13 +305,16 @@ bool invert_HFTA(InvCalDrift& inv) {
 
 double comp_res_TA(InvCalDrift& inv) {
   LOG_ENTER("InvCalDrift::comp_res_TA nint=" << inv.nint);
-  Entry entries[4];
-  PairRow row;
-  dxyz sum2 = {0, 0, 0};
-  double change = 0;
-  for (int k = 0; k < inv.nint; k++) {
-    if (!inv.pair[k].use) continue;
+  struct Sums {
+    dxyz square = {0, 0, 0};
+    double change = 0;
+  };
+  std::vector<Sums> of_pair(inv.pair.size());
+  for_used_pairs(inv, [&](int k) {
     PairState& p = inv.pair[k];
+    Sums& sums = of_pair[static_cast<size_t>(k)];
+    Entry entries[4];
+    PairRow row;
     const PairSlots slots = make_slots(inv, k, false);
     for (uint64_t i = 0; i < p.W0.size(); i++) {
       if (!(p.W0[i].x > 0)) continue;
@@ -312,11 +332,14 @@ double comp_res_TA(InvCalDrift& inv) {
       }
       const xyz res = p.data[i] - to_xyz(model);
       const dxyz d = to_dxyz(res);
-      change += static_cast<double>(dot(res - p.res[i], res - p.res[i]));
+      sums.change += static_cast<double>(dot(res - p.res[i], res - p.res[i]));
       p.res[i] = res;
-      sum2 += {d.x * d.x, d.y * d.y, d.z * d.z};
+      sums.square += {d.x * d.x, d.y * d.y, d.z * d.z};
     }
-  }
+  });
+  dxyz sum2 = {0, 0, 0};
+  double change = 0;
+  for (const Sums& s : of_pair) sum2 += s.square, change += s.change;
   const double n = std::max<double>(1, static_cast<double>(inv.nvec_used));
   LOG_LINE("RMS=" << std::sqrt(sum2.x / n) << ' ' << std::sqrt(sum2.y / n) << ' ' << std::sqrt(sum2.z / n));
   return std::sqrt(change / n);
