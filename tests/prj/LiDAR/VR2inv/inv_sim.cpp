@@ -93,6 +93,25 @@ struct Flight {
 };
 
 xyz f32(const dxyz& v) { return to_xyz(v); }
+
+struct Box {
+  double x0, x1, y0, y1;
+};
+// What a strip may see lies inside.
+Box box_of(const SimStrip& s, double half_fov) {
+  const double r = s.length / 2 + 2 * s.height * std::tan((half_fov + 10) * RAD) + 50;
+  return {s.x - r, s.x + r, s.y - r, s.y + r};
+}
+// Calls visit(x, y) for the points of a grid over the ground that lie in both boxes.
+template <typename Visit>
+void for_ground(double extent, double step, const Box& a, const Box& b, Visit&& visit) {
+  const auto first = [&](double low) {
+    return std::max(0.0, std::ceil((low + extent) / step)) * step - extent;
+  };
+  const double x1 = std::min({extent, a.x1, b.x1}), y1 = std::min({extent, a.y1, b.y1});
+  for (double x = first(std::max(a.x0, b.x0)); x < x1; x += step)
+    for (double y = first(std::max(a.y0, b.y0)); y < y1; y += step) visit(x, y);
+}
 }  // namespace
 
 std::vector<SimStrip> five_strips(double azimuth) {
@@ -133,9 +152,10 @@ SimProject simulate(const SimParam& par) {
     w.tmax = f.t0 + f.duration();
     sim.const_pos.push_back(f.const_pos);
     std::vector<dxyz> truth;
-    for (double x = -1500; x < 1500; x += par.sample)
-      for (double y = -1500; y < 1500; y += par.sample)
-        if (f.sees(x, y)) truth.push_back({x, y, ground(x, y)});
+    const Box box = box_of(f.s, par.half_fov);
+    for_ground(par.extent, par.sample, box, box, [&](double x, double y) {
+      if (f.sees(x, y)) truth.push_back({x, y, ground(x, y)});
+    });
     const uint64_t n = truth.size();
     sim.truth[i].resize(n);
     w.samples.P.resize(n), w.samples.t.resize(n), w.samples.O.resize(n), w.samples.Att.resize(n);
@@ -154,9 +174,11 @@ SimProject simulate(const SimParam& par) {
     for (size_t j = i + 1; j < flights.size(); j++) {
       const Flight &a = flights[i], &b = flights[j];
       std::vector<dxyz> X;
-      for (double x = -1500; x < 1500; x += par.spacing)
-        for (double y = -1500; y < 1500; y += par.spacing)
-          if (a.sees(x, y) && b.sees(x, y) && !(a.s.fixed && b.s.fixed)) X.push_back({x, y, ground(x, y)});
+      if (a.s.fixed && b.s.fixed) continue;
+      for_ground(par.extent, par.spacing, box_of(a.s, par.half_fov), box_of(b.s, par.half_fov),
+                 [&](double x, double y) {
+                   if (a.sees(x, y) && b.sees(x, y)) X.push_back({x, y, ground(x, y)});
+                 });
       if (X.empty()) continue;
       InvPair p;
       p.sw1 = SwathId(static_cast<int>(i)), p.sw2 = SwathId(static_cast<int>(j));

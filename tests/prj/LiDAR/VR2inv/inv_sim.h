@@ -31,6 +31,7 @@ struct SimParam {
   dxyz drift_pos = {0, 0, 0};  // m, standard deviation of the drift of the recorded position
   dxyz drift_att = {0, 0, 0};  // degrees, the same for the attitude
   double drift_time = 45;      // s, correlation time
+  double extent = 1500;        // m, ground on each side of the origin
   double spacing = 12;         // m between vectors
   double sample = 8;           // m between samples
   double sigma_xy = 0.03;      // m, of displacements: each vector has its own, from half to twice this
