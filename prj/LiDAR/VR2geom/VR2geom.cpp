@@ -133,7 +133,8 @@ void columns_to_grid(const TrajFrame& frame, const xyz& g, xyz* cols, int n) {
 }
 }  // namespace
 
-void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, GeomCols& cols) {
+void comp_calib_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, bool internal,
+                     GeomCols& cols) {
   if (r == xyz{0, 0, 0}) {
     cols = GeomCols{};
     return;
@@ -143,12 +144,16 @@ void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags,
   cols.lever[1] = frame.b;
   cols.lever[2] = frame.c;
   for (int k = 0; k < 3; k++) cols.bore[k] = cross(cols.lever[k], g);
-  ground_internal_cols(frame, g, flags, cols.internal);
-  ground_att_cols(frame, g, flags.NOZ, cols.att);
   columns_to_grid(frame, g, cols.lever, 3);
   columns_to_grid(frame, g, cols.bore, 3);
+  if (!internal) return;
+  ground_internal_cols(frame, g, flags, cols.internal);
   columns_to_grid(frame, g, cols.internal, N_INTERNAL);
-  columns_to_grid(frame, g, cols.att, 3);
+}
+
+void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, GeomCols& cols) {
+  comp_calib_cols(frame, r, flags, true, cols);
+  if (!(r == xyz{0, 0, 0})) comp_att_cols(frame, r, flags.NOZ, cols.att);
 }
 
 void comp_att_cols(const TrajFrame& frame, const xyz& r, bool NOZ, xyz cols[3]) {

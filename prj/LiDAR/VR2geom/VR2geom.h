@@ -85,6 +85,9 @@ struct GeomCols {  // displacement of the point per unit of each parameter (metr
 // when s_w is 0.
 void comp_GeomCols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, GeomCols& cols);
 void comp_att_cols(const TrajFrame& frame, const xyz& r, bool NOZ, xyz cols[3]);  // those of drift alone
+// Those of the calibration alone: lever arm and boresight, and the internals when they are wanted.
+void comp_calib_cols(const TrajFrame& frame, const xyz& r, const GeomFlags& flags, bool internal,
+                     GeomCols& cols);
 // Parts of both on the ground: g = to_ground of r, displacements in the axes of O.
 void ground_internal_cols(const TrajFrame& frame, const xyz& g, const GeomFlags& flags, xyz cols[N_INTERNAL]);
 inline void ground_att_cols(const TrajFrame& f, const xyz& g, bool NOZ, xyz cols[3]) {

@@ -58,10 +58,11 @@ void comp_row(const InvCalDrift& inv, int k, const PairSlots& slots, uint64_t i,
       GeomCols cols;
       comp_TrajFrame(side == 0 ? p.O1[i] : p.O2[i], side == 0 ? p.Att1[i] : p.Att2[i], inv.in.swaths[s].rot,
                      frame);
-      comp_GeomCols(frame, to_xyz(place_in(p, side, i) - frame.O), inv.flags, cols);
+      comp_calib_cols(frame, to_xyz(place_in(p, side, i) - frame.O), inv.flags, inv.ncalint > 0, cols);
       for (int c = 0; c < 3; c++) add(row, slots.ext[side][c], sign, cols.lever[c]);
       for (int c = 0; c < 3; c++) add(row, slots.ext[side][3 + c], sign, cols.bore[c]);
-      for (int c = 0; c < N_INTERNAL; c++) add(row, slots.intl[side][c], sign, cols.internal[c]);
+      for (int c = 0; c < N_INTERNAL && inv.ncalint > 0; c++)
+        add(row, slots.intl[side][c], sign, cols.internal[c]);
     }
     add(row, slots.ta[side][0], sign, {1, 0, 0});
     add(row, slots.ta[side][1], sign, {0, 1, 0});
