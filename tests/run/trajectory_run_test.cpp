@@ -60,11 +60,11 @@ TEST(TrajectoryRun, AnglesThatTheTextHasNot) {
 // What was read from an SBET and written as text does as well as the SBET.
 TEST(TrajectoryRun, RecordsAsTheyWereReadServeAgain) {
   const ScoredProject project;
-  const ScoredRun sbet = project.align("-utm 33 -i L*.las -po traj.out -porec 1 -po_sub 1 -imu_err 0.05");
+  const ScoredRun sbet = project.align("-utm 33 -i L*.las -po traj.out -porec 1 -po_sub 1");
   expect_good(sbet, "");
   std::filesystem::remove(project.dir + "/traj.out");
-  const ScoredRun text = project.align(
-      "-utm 33 -i L*.las -po out/*_PO_rec_sw_*.txt -po_geo 0 -po_time 1 -po_parse txyzwpk -imu_err 0.05");
+  const ScoredRun text =
+      project.align("-utm 33 -i L*.las -po out/*_PO_rec_sw_*.txt -po_geo 0 -po_time 1 -po_parse txyzwpk");
   expect_good(text, "");
   EXPECT_NEAR(text.rms, sbet.rms, 5e-4);
 }
@@ -110,9 +110,8 @@ TEST(TrajectoryRun, SouthOrientatedGrid) {
   expect_good(project.align("-wkt c.wkt -i L*.las -po traj.out"), "");
 }
 
-// All formats give the points that an SBET gives, to a step of the files. The prior of the drift is given: one that is fitted
-// to three lines may stop a step earlier or later. The displacements are those of the first registration, the same for all:
-// a second one is about what each format gave, to its own numerical noise of half a millimetre.
+// All formats give the points that an SBET gives, to a step of the files. The displacements are those of the first
+// registration, the same for all: a second one is about what each format gave, to its own numerical noise of half a millimetre.
 TEST(TrajectoryRun, EachFormatGivesThePointsOfTheSbet) {
   const ScoredProject project;
   Vector<dxyz> sbet, points;
@@ -120,9 +119,8 @@ TEST(TrajectoryRun, EachFormatGivesThePointsOfTheSbet) {
     SCOPED_TRACE(format);
     const bool first = format == "sbet", text = format == "txt";
     if (!first) project.add_trajectory(text ? "-po_parse txyzwpk" : "-po_format " + format);
-    const Args args = {
-        "-utm",     "33",   "-i",    "L*.las", "-po", "traj." + (first ? std::string("out") : format),
-        "-imu_err", "0.05", "-reg2", "0"};
+    const Args args = {"-utm",  "33", "-i", "L*.las", "-po", "traj." + (first ? std::string("out") : format),
+                       "-reg2", "0"};
     expect_good(project.align(text ? args + "-po_geo 1 -po_time 1" : args), "");
     ASSERT_TRUE(read_las_dxyz(project.dir + "/out/L01.las", first ? sbet : points, "xyz"));
     double largest = 0;

@@ -42,7 +42,9 @@ double mean_var(double T) {
 // lines, with what is uncertain of them, are likely. Axes share it; the prior itself counts as a few constants.
 bool fit_prior(InvCalDrift& inv) {
   if (inv.par.Cpri0 > 0 || inv.dim == 0) return false;
-  constexpr double OWN = 3, SETTLED = 0.1;
+  constexpr double OWN = 3, SETTLED = 0.01;
+  constexpr double STRIDE =
+      1.7;  // steps of this method are too short: each leaves some 0.6 of what is missing
   const double boost = inv.par.PriBoost;
   double change = 0;
   for (int kind = 0; kind < (inv.drift_att ? 2 : 1); kind++) {
@@ -65,9 +67,11 @@ bool fit_prior(InvCalDrift& inv) {
     double factor = std::sqrt(sum / n) / boost;
     if (inv.post.empty()) factor = std::max(factor, 1 / boost);  // uncertainties unknown: upwards only
     xyz& prior = kind == 0 ? inv.prior.T : inv.prior.A;
-    const xyz next = to_xyz(known * factor);
-    change = std::max(change, std::fabs(std::log(static_cast<double>(next.z / prior.z))));
-    prior = next;
+    const double before = prior.z / known.z;
+    const double step = inv.post.empty() ? 1 : STRIDE;
+    factor = before * std::pow(factor / before, step);
+    change = std::max(change, std::fabs(std::log(factor / before)));
+    prior = to_xyz(known * factor);
   }
   LOG_LINE("fit_prior T=" << inv.prior.T.x << " A=" << inv.prior.A.x * DEG_PER_RAD << " change=" << change);
   return change > SETTLED;

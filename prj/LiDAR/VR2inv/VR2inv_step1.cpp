@@ -245,7 +245,7 @@ double comp_res(InvCalDrift& inv) {
 bool invert_RA_Cal_TA(InvCalDrift& inv) {
   const Stopwatch watch;
   const auto solve = [&] { return solve_reweighted(inv, invert_Cal_TA, comp_res); };
-  constexpr int MAX_FITS = 15;
+  constexpr int MAX_FITS = 20;
   int nfit = 0;
   do {
     if (!solve()) return false;
