@@ -11,21 +11,31 @@
 
 namespace veld {
 namespace {
-constexpr uint64_t NPLACES = 64;       // places of a file that are looked at
-constexpr uint64_t PER_PLACE = 40;     // points taken at each
-constexpr uint64_t STEP = 10;          // of so many one is taken: a place then holds more than a scan line
-constexpr uint64_t CHUNK = 50000;      // points of a usual LAZ chunk: seeking to its start decodes nothing
-constexpr uint64_t WALK_MAX = 800000;  // points up to which walking through is as fast as seeking
+constexpr uint64_t NPLACES = 64;    // places of a file that are looked at
+constexpr uint64_t NPOINTS = 2560;  // points taken at all of them
+constexpr uint64_t STEP = 10;       // of so many one is taken: a place then holds more than a scan line
+constexpr uint64_t CHUNK = 50000;   // points of a usual LAZ chunk: seeking to its start decodes nothing
+constexpr uint64_t MIN_CHUNKS =
+    8;  // below, places lie between them, and walking through is as fast as seeking
 constexpr double TWO_WEEKS = 1209600;  // s, larger times count from an epoch
 constexpr float ANGLE_SPAN = 2;        // degrees, below it scan angles say nothing
 
-// First points of the places, rising.
-std::vector<uint64_t> choose_places(uint64_t npoints) {
-  std::vector<uint64_t> places;
-  for (uint64_t k = 0; k < NPLACES; k++) {
-    uint64_t at = npoints / NPLACES * k + npoints % NPLACES * k / NPLACES;
-    if (npoints > NPLACES * CHUNK) at = at / CHUNK * CHUNK;
-    if (places.empty() || at >= places.back() + PER_PLACE * STEP) places.push_back(at);
+struct Places {
+  std::vector<uint64_t> first;  // points, rising
+  uint64_t npoints = 0;         // taken at each
+  bool walk = false;
+};
+
+Places choose_places(uint64_t npoints) {
+  Places places;
+  const uint64_t nchunks = npoints / CHUNK;
+  places.walk = nchunks < MIN_CHUNKS;
+  const uint64_t n = places.walk ? NPLACES : std::min(NPLACES, nchunks);
+  places.npoints = NPOINTS / n;
+  for (uint64_t k = 0; k < n; k++) {
+    const uint64_t at =
+        places.walk ? npoints / n * k + npoints % n * k / n : (nchunks / n * k + nchunks % n * k / n) * CHUNK;
+    if (places.first.empty() || at >= places.first.back() + places.npoints * STEP) places.first.push_back(at);
   }
   return places;
 }
@@ -46,15 +56,15 @@ void take(const LASpoint& p, const PointFilter& filter, SwathProbe& probe, Dropp
   if (std::isfinite(beam.t + beam.P.x + beam.P.y + beam.P.z)) probe.beams.push_back(beam);
 }
 
-bool read_place(LASreader& reader, uint64_t at, bool walk, const PointFilter& filter, SwathProbe& probe,
-                Dropped& dropped) {
-  if (walk) {
+bool read_place(LASreader& reader, uint64_t at, const Places& places, const PointFilter& filter,
+                SwathProbe& probe, Dropped& dropped) {
+  if (places.walk) {
     while (reader.p_count < at)
       if (!reader.read_point()) return false;
   } else if (!reader.seek(at)) {
     return false;
   }
-  for (uint64_t i = 0; i < PER_PLACE * STEP; i++) {
+  for (uint64_t i = 0; i < places.npoints * STEP; i++) {
     if (!reader.read_point()) return i > 0;
     if (i % STEP == 0) take(reader.point, filter, probe, dropped);
   }
@@ -95,11 +105,11 @@ SwathProbe probe_swath(const std::string& path, const TilingParam& filters) {
   probe.header = reader->header;
   probe.nbytes = reader->file_bytes();
   const uint64_t n = probe.header.npoints;
-  const bool walk = n <= WALK_MAX;
   const PointFilter filter = make_PointFilter(filters, probe.header.extended());
   Dropped dropped;
-  for (const uint64_t at : choose_places(n))
-    if (!read_place(*reader, at, walk, filter, probe, dropped)) break;
+  const Places places = choose_places(n);
+  for (const uint64_t at : places.first)
+    if (!read_place(*reader, at, places, filter, probe, dropped)) break;
   if (probe.beams.empty())
     probe.fault = n == 0 ? "no points" : "no point can be read";
   else
