@@ -46,6 +46,27 @@ bool displacement(const CorrAt& c1, const CorrAt& c2, double x, double y, bool n
   return true;
 }
 
+// Gives nodes without a displacement the mean of those of their neighbours: pixels at the edge of a swath lie between nodes
+// in it and nodes beyond.
+void widen(Lattice& l) {
+  const int side = l.d.xsize();
+  const Image<xyz> d = l.d, per_m = l.per_m;
+  for (int j = 0; j < side; j++)
+    for (int i = 0; i < side; i++) {
+      if (d.row(j)[i].z != NR_NODATA) continue;
+      xyz sum = {0, 0, 0}, sum_m = {0, 0, 0};
+      float n = 0;
+      for (int y = std::max(j - 1, 0); y <= std::min(j + 1, side - 1); y++)
+        for (int x = std::max(i - 1, 0); x <= std::min(i + 1, side - 1); x++) {
+          if (d.row(y)[x].z == NR_NODATA) continue;
+          sum += d.row(y)[x];
+          sum_m += per_m.row(y)[x];
+          n++;
+        }
+      if (n > 0) l.d.row(j)[i] = sum / n, l.per_m.row(j)[i] = sum_m / n;
+    }
+}
+
 Lattice make_lattice(const ToccTile& tile, const TileGeom& geom, const NRpair& pair, int nodes,
                      const CorrAt& c1, const CorrAt& c2) {
   Lattice l;
@@ -72,6 +93,7 @@ Lattice make_lattice(const ToccTile& tile, const TileGeom& geom, const NRpair& p
     }
   }
   l.ground = n > 0 ? static_cast<float>(sum / n) : 0.0f;
+  widen(l);
   return l;
 }
 
