@@ -25,13 +25,14 @@ struct Lattice {
   float first = 0;   // of the first node, grid pixels from the tile's corner
 };
 
-struct Displacement {  // m
-  xyz ground = {0, 0, 0}, at_zero = {0, 0, 0},
-      per_m = {0, 0, 0};  // there, at height 0, growth a metre upwards
-  float z = 0;            // height of the ground
+struct Displacement {
+  xyz ground = {0, 0, 0};   // m, of the ground at height z
+  xyz at_zero = {0, 0, 0};  // m, at height 0
+  xyz per_m = {0, 0, 0};    // its growth a metre upwards
+  float z = 0;              // m
 };
 
-// near: d is that of a place near by.
+// The displacement at a place. near: d is that of a place near by.
 bool displacement(const CorrAt& c1, const CorrAt& c2, double x, double y, bool near, Displacement& d) {
   GroundCorr a, b;
   if (!c2.at(x, y, b)) return false;
