@@ -164,9 +164,7 @@ void warp_tile(const Lattice& l, const NRpair& pair, const Image<float>& C, cons
         continue;
       }
       Z.row(y)[x] = z - d.z;
-      const uint8_t* const f0 = F.row(p.iy) + p.ix;
-      const uint8_t* const f1 = F.row(p.iy + 1) + p.ix;
-      if (f0[0] && f0[1] && f1[0] && f1[1]) flags.row(y)[x] = (p.ty < 0.5f ? f0 : f1)[p.tx < 0.5f ? 0 : 1];
+      flags.row(y)[x] = F.row(p.iy + (p.ty < 0.5f ? 0 : 1))[p.ix + (p.tx < 0.5f ? 0 : 1)];
     }
   }
 }
