@@ -1,6 +1,7 @@
 // fuzz/fuzz_options.cpp
 // Option files: the first byte says whether the rest is a tagged file or a persistent one. What was read is
 // saved and must read again to the same.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -54,6 +55,7 @@ void ask(OptParser& p) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   if (nbytes < 1) return 0;
   set_console(false);
+  static const int home = open(".", O_RDONLY | O_DIRECTORY);
   const bool tagged = bytes[0] % 2 == 0;
   const std::string name = fuzz_file(bytes + 1, nbytes - 1, ".opt.txt");
   const std::string base = name.substr(0, name.size() - 8), saved = base + ".xml";
@@ -70,6 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t nbytes) {
   }
   unlink(name.c_str());
   unlink(saved.c_str());
+  if (fchdir(home) != 0)
+    std::abort();  // an option file names the directory to work in; the corpus lies in ours
   return 0;
 }
 }  // namespace veld
